@@ -1,0 +1,201 @@
+#include <Hardware/ChipMemory.h>
+#include <Hardware/Umbra.h>
+#include <cstring>
+
+namespace Hardware {
+
+ChipMemory::ChipMemory(Zint::String8 name, const ChipAddress& address, U32 entries, U32 entrySize,
+                       U32 stride, const Zint::Ptr<ChipHam>& chipHam)
+    : name_(std::move(name)),
+      address_(address),
+      entries_(entries),
+      entrySize_(entrySize),
+      stride_(stride),
+      chipHam_(chipHam) {
+  handleShadowStoreNeeded();
+  handleAuditEnabled();
+  handleShadowStoreNeeded();
+}
+
+ChipMemory::~ChipMemory() = default;
+
+Zint::Ptr<ChipMemory> chipMemoryFactory(Zint::String8 name, const ChipAddress& address, U32 entries,
+                                        U32 entrySize, U32 stride,
+                                        const Zint::Ptr<ChipHam>& chipHam) {
+  return Zint::makePtr<ChipMemory>(std::move(name), address, entries, entrySize, stride, chipHam);
+}
+
+const Zint::Type* ChipMemory::fwkType() const { return &chipMemoryType; }
+
+// --- Attributes with reactions
+// -------------------------------------------------------------------- A reaction writes to the
+// chip or tells others, who may drop the last other reference.
+
+void ChipMemory::entriesIs(U32 entries) {
+  if (!Zint::updated(entries_, entries)) return;
+  const Ptr self(this);
+  handleShadowStoreNeeded();
+  notify(Id::entries);
+}
+
+void ChipMemory::shadowEnabledIs(bool enabled) {
+  if (!Zint::updated(shadowEnabled_, enabled)) return;
+  const Ptr self(this);
+  handleShadowStoreNeeded();
+  notify(Id::shadowEnabled);
+}
+
+void ChipMemory::auditEnabledIs(bool enabled) {
+  if (!Zint::updated(auditEnabled_, enabled)) return;
+  const Ptr self(this);
+  handleAuditEnabled();
+  notify(Id::auditEnabled);
+}
+
+void ChipMemory::modeIs(ChipMemoryMode mode) {
+  if (!Zint::updated(mode_, mode)) return;
+  const Ptr self(this);
+  handleMode();
+  handleShadowStoreNeeded();
+  notify(Id::mode);
+}
+
+// --- Plain attributes
+// -----------------------------------------------------------------------------
+
+// Derived; the setter exists so that it can be reached by name.
+void ChipMemory::shadowStoreNeededIs(bool) {}
+
+void ChipMemory::indirectCmdRegAddrIs(U32 address) {
+  if (Zint::updated(indirectCmdRegAddr_, address)) notify(Id::indirectCmdRegAddr);
+}
+
+void ChipMemory::readFromCacheIs(bool readFromCache) {
+  if (Zint::updated(readFromCache_, readFromCache)) notify(Id::readFromCache);
+}
+
+void ChipMemory::skipWriteIfMatchesCacheIs(bool skip) {
+  if (Zint::updated(skipWriteIfMatchesCache_, skip)) notify(Id::skipWriteIfMatchesCache);
+}
+
+void ChipMemory::allowsLogicalViewsIs(bool allows) {
+  if (Zint::updated(allowsLogicalViews_, allows)) notify(Id::allowsLogicalViews);
+}
+
+void ChipMemory::readCacheHitsInc(const U64& n) const { readCacheHitsIs(readCacheHits_ + n); }
+
+void ChipMemory::readCacheHitsIs(const U64& hits) const {
+  if (Zint::updated(readCacheHits_, hits)) notify(Id::readCacheHits);
+}
+
+void ChipMemory::writeCacheHitsInc(const U64& n) { writeCacheHitsIs(writeCacheHits_ + n); }
+
+void ChipMemory::writeCacheHitsIs(const U64& hits) {
+  if (Zint::updated(writeCacheHits_, hits)) notify(Id::writeCacheHits);
+}
+
+void ChipMemory::registersFixedInc(U32 n) { registersFixedIs(registersFixed_ + n); }
+
+void ChipMemory::registersFixedIs(U32 registersFixed) {
+  if (Zint::updated(registersFixed_, registersFixed)) notify(Id::registersFixed);
+}
+
+void ChipMemory::lastFixTimeIs(Zint::Seconds time) {
+  if (Zint::updated(lastFixTime_, time)) notify(Id::lastFixTime);
+}
+
+void ChipMemory::hardwareIs(const Zint::Ptr<Hal::Buf>& buffer) {
+  if (Zint::updated(hardware_, buffer)) notify(Id::hardware);
+}
+
+void ChipMemory::shadowIs(const Zint::Ptr<Hal::BufBase>& buffer) {
+  if (Zint::updated(shadow_, buffer)) notify(Id::shadow);
+}
+
+void ChipMemory::initializedIs(const Zint::Ptr<Hal::BufBase>& buffer) {
+  if (Zint::updated(initialized_, buffer)) notify(Id::initialized);
+}
+
+void ChipMemory::dirtyIs(const Zint::Ptr<Hal::BufBase>& buffer) {
+  if (Zint::updated(dirty_, buffer)) notify(Id::dirty);
+}
+
+void ChipMemory::NotifieeConst::handleNotification(Zint::ActivityConfig* activity) {
+  switch (attribute()) {
+    case Id::entries:
+      return onEntries();
+    case Id::shadowEnabled:
+      return onShadowEnabled();
+    case Id::auditEnabled:
+      return onAuditEnabled();
+    case Id::mode:
+      return onMode();
+    case Id::registersFixed:
+      return onRegistersFixed();
+    default:
+      return Zint::NotifieeConst::handleNotification(activity);
+  }
+}
+
+ChipMemory::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                                         const Zint::Ptr<const ChipMemory>& chipMemory, bool active)
+    : Zint::NotifieeConst(activity, chipMemory, active) {}
+
+ChipMemory::NotifieeConst::~NotifieeConst() = default;
+
+// --- Entries
+// ---------------------------------------------------------------------------------------
+
+U32 ChipMemory::entryIndexFromAddress(const ChipAddress& addr) const {
+  UMBRA_ASSERT_REGION(*this, stride_ != 0);
+  return static_cast<U32>((addr.value() - address_.value()) / stride_);
+}
+
+bool ChipMemory::entryInitialized(U32 entryIndex) const {
+  if (mode_ == override()) return true;
+  UMBRA_ASSERT_REGION(*this, initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1));
+  return bitmapBit(initialized_->data(), entryIndex);
+}
+
+void ChipMemory::entryInitializedIs(U32 entryIndex) {
+  if (mode_ == override()) return;
+  UMBRA_ASSERT_REGION(*this, initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1));
+  bitmapBitIs(initialized_->data(), entryIndex);
+}
+
+void ChipMemory::entryInitializedDel(U32 entryIndex) {
+  if (mode_ == override()) return;
+  UMBRA_ASSERT_REGION(*this, initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1));
+  bitmapBitDel(initialized_->data(), entryIndex);
+}
+
+void ChipMemory::doClear() {
+  if (mode_ == override()) return;
+  UMBRA_ASSERT_REGION(*this, shadow_ && dirty_ && initialized_);
+  std::memset(shadow_->data(), 0, shadow_->size());
+  std::memset(dirty_->data(), 0xff, dirty_->size());
+  std::memset(initialized_->data(), 0xff, initialized_->size());
+}
+
+void ChipMemory::doClearRange(U32 startIndex, U32 endIndex, bool writeThrough) {
+  if (mode_ == override()) return;
+  UMBRA_ASSERT(186, endIndex <= entries());
+  UMBRA_ASSERT(187, startIndex <= endIndex);
+  // Held: an access may replace the store, which ends the clearing.
+  const Ptr self(this);
+  const Hal::BufBase::Ptr shadowBuf = shadow_, dirtyBuf = dirty_, initializedBuf = initialized_;
+  UMBRA_ASSERT_REGION(*this, shadowBuf && dirtyBuf && initializedBuf);
+  const U64 end = U64{endIndex} + 1;
+  UMBRA_ASSERT_REGION(*this, end * entrySize_ <= U64{shadowBuf->size()} + shadowBuf->slack());
+  UMBRA_ASSERT_REGION(*this, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
+  for (U64 next = startIndex; next < end && shadow_ == shadowBuf; ++next) {
+    const U32 i = static_cast<U32>(next);
+    U8* entry = shadowBuf->data() + next * entrySize_;
+    bitmapBitIs(dirtyBuf->data(), i);
+    std::memset(entry, 0, entrySize_);
+    bitmapBitIs(initializedBuf->data(), i);
+    if (writeThrough) chipHam_->doWrite(entryAddress(i), entry, entrySize_, 1);
+  }
+}
+
+}  // namespace Hardware

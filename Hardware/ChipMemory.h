@@ -1,0 +1,261 @@
+// One named region of a chip's address space: `entries` equal entries of `entrySize` bytes,
+// `stride` address units apart, and what the software knows of them.
+//
+//   auto table = chipMemoryFactory("mac", ChipAddress(0, 0x1000), 1024, 4, 4, ham);
+//   table->shadowEnabledIs(true);
+//   table->auditEnabledIs(true);
+//
+// Buffers. Entry i of `hardware` (the last image of the chip) and of `shadow` (what the software
+// has written or wants written) is the `entrySize` bytes at entrySize * i. The bitmaps
+// `initialized` (the shadow's entry holds a value) and `dirty` (written since the audit's pass
+// began) hold entry i at bit i & 7 of byte i >> 3.
+// - Sizes are 32-bit products and wrap; an operation that would leave a buffer is a fatal assertion
+//   that names the region.
+// - A bitmap has (entries >> 3) + 1 bytes (deliberate: a spare byte when entries is a multiple of
+// 8).
+// - shadow, dirty and initialized exist exactly while shadowStoreNeeded(), and are made afresh,
+// zeroed,
+//   by every change of entries, of shadowEnabled to true and of mode to normal or buffered.
+// - hardware exists from the start, except in override mode; a change of entries does not resize it
+//   (deliberate): change entries before auditing.
+//
+// Change mode, entries and shadowEnabled while the shadow is idle. During a pass they make a fresh
+// shadow, which then learns what the reader had read before the change.
+#pragma once
+
+#include <Hal/Buf.h>
+#include <Hardware/ChipAddress.h>
+#include <Hardware/ChipHam.h>
+#include <Zint/HashMap.h>
+
+namespace Hardware {
+
+class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink<ChipMemory> {
+ public:
+  using Ptr = Zint::Ptr<ChipMemory>;
+
+  // How writes reach the chip: at once; not at all (the shadow overrides it); held in the shadow
+  // until the region returns to normal.
+  enum ChipMemoryMode : S32 { normal_ = 0, override_ = 1, buffered_ = 2 };
+  static constexpr ChipMemoryMode normal() { return normal_; }
+  static constexpr ChipMemoryMode override() { return override_; }
+  static constexpr ChipMemoryMode buffered() { return buffered_; }
+  // Unknown numbers and names: the range exception with the type's name.
+  static ChipMemoryMode ChipMemoryModeInstance(U32 value);
+  static ChipMemoryMode ChipMemoryModeInstance(const Zint::String8& text);
+
+  struct Id {
+    enum : Zint::AttributeId {
+      name = Zint::firstAttributeId,
+      address,
+      entrySize,
+      stride,
+      chipHam,
+      indirectCmdRegAddr,
+      inRange,
+      shadowEnabled,
+      auditEnabled,
+      handleAuditEnabled,
+      mode,
+      handleMode,
+      shadowStoreNeeded,
+      handleShadowStoreNeeded,
+      entryIndexFromAddress,
+      doClear,
+      doClearRange,
+      writeback,
+      readFromCache,
+      skipWriteIfMatchesCache,
+      readCacheHits,
+      writeCacheHits,
+      registersFixed,
+      lastFixTime,
+      hardware,
+      shadow,
+      initialized,
+      entryInitialized,
+      entryInitializedIs,
+      entryInitializedDel,
+      dirty,
+      allowsLogicalViews,
+      fwkKey,
+      entries
+    };
+  };
+
+  // Told of every changed attribute through handleNotification(); the common ones by name.
+  class UMBRA_API NotifieeConst : public Zint::NotifieeConst {
+   public:
+    NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                  const Zint::Ptr<const ChipMemory>& chipMemory, bool active = true);
+    const ChipMemory* notifier() const {
+      return static_cast<const ChipMemory*>(Zint::NotifieeConst::notifier());
+    }
+    void handleNotification(Zint::ActivityConfig* activity) override;
+    virtual void onEntries() {}
+    virtual void onShadowEnabled() {}
+    virtual void onAuditEnabled() {}
+    virtual void onMode() {}
+    virtual void onRegistersFixed() {}
+
+   protected:
+    ~NotifieeConst() override;
+  };
+
+  ChipMemory(Zint::String8 name, const ChipAddress& address, U32 entries, U32 entrySize, U32 stride,
+             const Zint::Ptr<ChipHam>& chipHam);
+
+  const Zint::Type* fwkType() const override;
+
+ protected:
+  ~ChipMemory() override;
+
+ public:
+  // --- Virtual operations, in slot order ---------------------------------------------------------
+  virtual void handleShadowStoreNeeded();
+  virtual void entriesIs(U32 entries);
+  virtual void indirectCmdRegAddrIs(U32 address);
+  virtual void shadowEnabledIs(bool enabled);
+  virtual void auditEnabledIs(bool enabled);
+  virtual void modeIs(ChipMemoryMode mode);
+  virtual void shadowStoreNeededIs(bool needed);
+  virtual void readFromCacheIs(bool readFromCache);
+  virtual void skipWriteIfMatchesCacheIs(bool skip);
+  virtual void readCacheHitsInc(const U64& n) const;
+  virtual void readCacheHitsIs(const U64& hits) const;
+  virtual void writeCacheHitsInc(const U64& n);
+  virtual void writeCacheHitsIs(const U64& hits);
+  virtual void registersFixedInc(U32 n);
+  virtual void registersFixedIs(U32 registersFixed);
+  virtual void lastFixTimeIs(Zint::Seconds time);
+  virtual void hardwareIs(const Zint::Ptr<Hal::Buf>& buffer);
+  virtual void shadowIs(const Zint::Ptr<Hal::BufBase>& buffer);
+  virtual void initializedIs(const Zint::Ptr<Hal::BufBase>& buffer);
+  virtual void dirtyIs(const Zint::Ptr<Hal::BufBase>& buffer);
+  virtual void allowsLogicalViewsIs(bool allows);
+
+  // --- Constant after construction ---------------------------------------------------------------
+  Zint::String8 name() const { return name_; }
+  const Zint::String8& fwkKey() const { return name_; }
+  const ChipAddress& address() const { return address_; }  // of entry 0
+  U32 entrySize() const { return entrySize_; }             // bytes
+  U32 stride() const { return stride_; }                   // address units from entry to entry
+  const Zint::Ptr<ChipHam>& chipHam() const { return chipHam_; }
+
+  // --- Attributes --------------------------------------------------------------------------------
+  U32 entries() const { return entries_; }
+  // Of the region's indirect command register; a plain value that the library only reports.
+  U32 indirectCmdRegAddr() const { return indirectCmdRegAddr_; }
+  bool shadowEnabled() const { return shadowEnabled_; }
+  // REQUIRES when set: mode is not override (fatal assertion; entering override is not checked).
+  bool auditEnabled() const { return auditEnabled_; }
+  // To normal: writes the whole shadow to the chip, then starts with an empty one.
+  ChipMemoryMode mode() const { return mode_; }
+  bool shadowStoreNeeded() const { return shadowEnabled_ && mode_ != override(); }
+  bool readFromCache() const { return readFromCache_; }
+  bool skipWriteIfMatchesCache() const { return skipWriteIfMatchesCache_; }
+  U64 readCacheHits() const { return readCacheHits_; }    // entries served
+  U64 writeCacheHits() const { return writeCacheHits_; }  // entries skipped
+  U32 registersFixed() const { return registersFixed_; }  // by the audit
+  Zint::Seconds lastFixTime() const { return lastFixTime_; }
+  const Zint::Ptr<Hal::Buf>& hardware() const { return hardware_; }
+  const Zint::Ptr<Hal::BufBase>& shadow() const { return shadow_; }
+  const Zint::Ptr<Hal::BufBase>& initialized() const { return initialized_; }
+  const Zint::Ptr<Hal::BufBase>& dirty() const { return dirty_; }
+  // Accepts accesses whose size is no multiple of entrySize.
+  bool allowsLogicalViews() const { return allowsLogicalViews_; }
+
+  // --- Addresses ---------------------------------------------------------------------------------
+  // address <= addr < address + span, where span = stride * entries wraps in 32 bits.
+  bool inRange(const ChipAddress& addr) const {
+    const U64 base = address_.value();
+    return base <= addr.value() && addr.value() < base + U32{stride_ * entries_};
+  }
+  // The entry at or below the address, truncated to 32 bits. REQUIRES: inRange(addr).
+  U32 entryIndexFromAddress(const ChipAddress& addr) const;
+  ChipAddress entryAddress(U32 entry) const { return address_.plus(stride_ * entry); }
+
+  // --- The initialized bitmap; in override mode every entry counts as initialized
+  // ----------------- REQUIRES: the shadow store, and an index within the bitmap.
+  bool entryInitialized(U32 entryIndex) const;
+  void entryInitializedIs(U32 entryIndex);
+  void entryInitializedDel(U32 entryIndex);
+
+  // --- Clearing; nothing in override mode
+  // --------------------------------------------------------- Zeroes the shadow and marks every
+  // entry dirty and initialized. Nothing is written to the chip.
+  void doClear();
+  // The same for the entries from startIndex to endIndex, both included; writeThrough also writes
+  // each to the chip. The bound is checked with <= (deliberate): endIndex may be `entries`, for
+  // which the buffers have room.
+  void doClearRange(U32 startIndex, U32 endIndex, bool writeThrough);
+
+  // --- Write-back
+  // ---------------------------------------------------------------------------------- Writes the
+  // whole shadow to the chip in one access, or only the initialized entries one by one.
+  void writeback(bool initializedOnly);
+
+  // --- Reactions
+  // -----------------------------------------------------------------------------------
+  void handleAuditEnabled();
+  void handleMode();
+
+ private:
+  Zint::Ptr<Hal::Buf> newStore() const;
+  Zint::Ptr<Hal::Buf> newBitmap() const;
+
+  const Zint::String8 name_;
+  const ChipAddress address_;
+  U32 entries_;
+  const U32 entrySize_;
+  const U32 stride_;
+  const Zint::Ptr<ChipHam> chipHam_;
+  U32 indirectCmdRegAddr_ = 0;
+  ChipMemoryMode mode_ = normal_;
+  bool shadowEnabled_ = false;
+  bool auditEnabled_ = false;
+  bool readFromCache_ = false;
+  bool skipWriteIfMatchesCache_ = false;
+  bool allowsLogicalViews_ = false;
+  mutable U64 readCacheHits_ = 0;
+  U64 writeCacheHits_ = 0;
+  U32 registersFixed_ = 0;
+  Zint::Seconds lastFixTime_ = 0.0;
+  Zint::Ptr<Hal::Buf> hardware_;
+  Zint::Ptr<Hal::BufBase> shadow_;
+  Zint::Ptr<Hal::BufBase> initialized_;
+  Zint::Ptr<Hal::BufBase> dirty_;
+};
+
+UMBRA_API Zint::Ptr<ChipMemory> chipMemoryFactory(Zint::String8 name, const ChipAddress& address,
+                                                  U32 entries, U32 entrySize, U32 stride,
+                                                  const Zint::Ptr<ChipHam>& chipHam);
+
+// "normal", "override", "buffered"; another number as ChipMemory::ChipMemoryMode(number).
+UMBRA_API Zint::String8 stringValue(ChipMemory::ChipMemoryMode mode);
+// The name in single quotes.
+UMBRA_API Zint::String8 valueToStrep(const ChipMemory::ChipMemoryMode& mode);
+UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
+                               const Zint::String8::IteratorConst& end,
+                               ChipMemory::ChipMemoryMode& mode);
+UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode);
+
+// --- Bitmaps: entry i at bit i & 7 of byte i >> 3
+// -------------------------------------------------
+inline bool bitmapBit(const U8* bitmap, U32 entry) {
+  return ((bitmap[entry >> 3] >> (entry & 7)) & 1) != 0;
+}
+inline void bitmapBitIs(U8* bitmap, U32 entry) {
+  bitmap[entry >> 3] = static_cast<U8>(bitmap[entry >> 3] | 1u << (entry & 7));
+}
+inline void bitmapBitDel(U8* bitmap, U32 entry) {
+  bitmap[entry >> 3] = static_cast<U8>(bitmap[entry >> 3] & ~(1u << (entry & 7)));
+}
+
+// Whether entries [0, end) of that size lie inside a buffer, or inside a bitmap.
+inline bool entriesFit(const Hal::BufBase& buffer, U64 end, U32 entrySize) {
+  return end * entrySize <= buffer.size();
+}
+inline bool bitsFit(const Hal::BufBase& bitmap, U64 end) { return end <= U64{bitmap.size()} * 8; }
+
+}  // namespace Hardware

@@ -1,0 +1,51 @@
+#include <Hardware/GenericChipHam.h>
+#include <Hardware/Umbra.h>
+#include <cstring>
+
+namespace Hardware {
+
+GenericChipHam::GenericChipHam(Zint::Name name, const Zint::Ptr<Fru::HamImpl>& hamImpl)
+    : ChipHam(std::move(name)), hamImpl_(hamImpl) {}
+
+GenericChipHam::~GenericChipHam() = default;
+
+const Zint::Type* GenericChipHam::fwkType() const { return &genericChipHamType; }
+
+Zint::String8 GenericChipHam::attributeString(Zint::AttributeId attribute) const {
+  return attribute == Id::hamImpl ? "hamImpl" : ChipHam::attributeString(attribute);
+}
+
+// The register access is held over the loop: an access may drop the last other reference, to this
+// object as well.
+void GenericChipHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
+  UMBRA_ASSERT(128, ( entrySize % 4 ) == 0);
+  const Zint::Ptr<Fru::HamImpl> registers = hamImpl_;
+  U32 registerAddress = address.chipMemoryOffset();
+  for (U64 words = U64{entrySize / 4} * entries; words > 0; --words) {
+    U32 value;
+    registers->read(registerAddress, &value);
+    std::memcpy(buffer, &value, 4);
+    registerAddress += 4;
+    buffer += 4;
+  }
+}
+
+void GenericChipHam::doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
+  UMBRA_ASSERT(140, ( entrySize % 4 ) == 0);
+  const Zint::Ptr<Fru::HamImpl> registers = hamImpl_;
+  U32 registerAddress = address.chipMemoryOffset();
+  for (U64 words = U64{entrySize / 4} * entries; words > 0; --words) {
+    U32 value;
+    std::memcpy(&value, buffer, 4);
+    registers->write(registerAddress, value);
+    registerAddress += 4;
+    buffer += 4;
+  }
+}
+
+Zint::Ptr<GenericChipHam> genericChipHamFactory(Zint::Name name,
+                                                const Zint::Ptr<Fru::HamImpl>& hamImpl) {
+  return Zint::makePtr<GenericChipHam>(std::move(name), hamImpl);
+}
+
+}  // namespace Hardware

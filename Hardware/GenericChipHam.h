@@ -1,0 +1,42 @@
+// The ready-made access method for plain arrays of 32-bit registers: entries are packed without a
+// gap, whatever the region's stride.
+#pragma once
+
+#include <Fru/HamImpl.h>
+#include <Hardware/ChipHam.h>
+
+namespace Hardware {
+
+class UMBRA_API GenericChipHam : public ChipHam {
+ public:
+  using Ptr = Zint::Ptr<GenericChipHam>;
+  struct Id : ChipHam::Id {
+    enum : Zint::AttributeId { hamImpl = lastMember + 1 };
+  };
+
+  GenericChipHam(Zint::Name name, const Zint::Ptr<Fru::HamImpl>& hamImpl);
+
+  const Zint::Type* fwkType() const override;
+
+ protected:
+  ~GenericChipHam() override;
+
+ public:
+  Zint::String8 attributeString(Zint::AttributeId attribute) const override;
+
+  // One register access per 32-bit word, in ascending order, at the low word of `address` (the high
+  // word is not passed on). Entry sizes that are no multiple of 4: a fatal assertion, before any
+  // access. What the register access throws passes through; the words before it are done.
+  void doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
+  void doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
+
+  const Zint::Ptr<Fru::HamImpl>& hamImpl() const { return hamImpl_; }
+
+ private:
+  const Zint::Ptr<Fru::HamImpl> hamImpl_;
+};
+
+UMBRA_API Zint::Ptr<GenericChipHam> genericChipHamFactory(Zint::Name name,
+                                                          const Zint::Ptr<Fru::HamImpl>& hamImpl);
+
+}  // namespace Hardware

@@ -1,0 +1,304 @@
+// The shadow: a registry of regions with an address index, the data path, and the audit.
+//
+//   auto shadow = hardwareShadowFactory(activity, clock);
+//   shadow->chipMemoryIs(table);                       // while unconfigured
+//   shadow->stateIs(HardwareShadow::configured());     // builds the index, goes on to idle
+//   shadow->stateIs(HardwareShadow::auditing());       // passes begin at the next turn
+//   if (!shadow->shadowWriteAndCompareWithCache(table, entry, data, size))
+//     table->chipHam()->doWrite(table->entryAddress(entry), data, table->entrySize(), entries);
+//
+// Every operation belongs to the activity's thread. Broken rules are fatal assertions.
+#pragma once
+
+#include <Hardware/ChipMemory.h>
+#include <Hardware/ChipMemoryChunk.h>
+#include <Hardware/ChipReadRequest.h>
+#include <Zint/Activity.h>
+#include <Zint/DynArray.h>
+#include <Zint/RbTreeMap.h>
+
+namespace Hardware {
+
+class UMBRA_API HardwareShadow : public Zint::PtrInterface {
+ public:
+  using Ptr = Zint::Ptr<HardwareShadow>;
+
+  enum State : S32 { unconfigured_ = 0, configured_ = 1, idle_ = 2, auditing_ = 3 };
+  static constexpr State unconfigured() { return unconfigured_; }
+  static constexpr State configured() { return configured_; }
+  static constexpr State idle() { return idle_; }
+  static constexpr State auditing() { return auditing_; }
+  // Unknown numbers and names: the range exception with the type's name.
+  static State StateInstance(U32 value);
+  static State StateInstance(const Zint::String8& text);
+
+  struct Id {
+    enum : Zint::AttributeId {
+      zintFwkActivity = Zint::firstAttributeId,
+      state,
+      overrideHardware,
+      removeOverrideOnlyChipMem,
+      clock,
+      minIntervalBetweenAudits,
+      chipMemory,
+      lastChipMemory,
+      findChipMemory,
+      shadowWriteAndCompareWithCache,
+      shadowWriteHack,
+      readFromCacheHack,
+      shadowWriteU32,
+      readFromCacheU32,
+      audits,
+      auditReadRequest,
+      chipMemoryChunk,
+      nextIndex,
+      chipMemoryId,
+      chipMemoryChunkArray,
+      handleState,
+      lastAuditStartTime,
+      handleChipMemory,
+      handleAuditReadRequestStatus,
+      doFixBadRegister,
+      chipMemoryAuditEnabledIs,
+      chipMemoryEntriesUnderAudit,
+      hasNotificationActiveIs,
+      zintDoZombieReactors
+    };
+  };
+
+  class UMBRA_API NotifieeConst : public Zint::NotifieeConst {
+   public:
+    NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                  const Zint::Ptr<const HardwareShadow>& shadow);
+    const HardwareShadow* notifier() const {
+      return static_cast<const HardwareShadow*>(Zint::NotifieeConst::notifier());
+    }
+    void handleNotification(Zint::ActivityConfig* activity) override;
+    virtual void onState() {}  // announced before the shadow acts on it
+    virtual void onOverrideHardware() {}
+    virtual void onMinIntervalBetweenAudits() {}
+    virtual void onChipMemory(const ChipAddress&) {}  // registered, re-bound or removed
+    virtual void onAudits() {}
+    virtual void onLastAuditStartTime() {}
+    virtual void onChipMemoryEntriesUnderAudit() {}
+
+   protected:
+    ~NotifieeConst() override;
+  };
+
+  // Binds one registered region; owned by the registry. It hears of nothing.
+  class UMBRA_API ZintChipMemory : public ChipMemory::NotifieeConst {
+   public:
+    ZintChipMemory(HardwareShadow* shadow, const ChipMemory::Ptr& chipMemory);
+    const ChipAddress& fwkKey() const { return fwkKey_; }
+    const ChipMemory::Ptr& chipMemory() const { return chipMemory_; }
+    void chipMemoryIs(const ChipMemory::Ptr& chipMemory);
+
+   protected:
+    ~ZintChipMemory() override;
+
+   private:
+    const ChipAddress fwkKey_;
+    ChipMemory::Ptr chipMemory_;
+  };
+  using ChipMemoryIteratorConst = Zint::RbTreeMap<ZintChipMemory, ChipAddress>::Iterator;
+
+  // Begins each audit pass.
+  class UMBRA_API ZintClock : public Zint::Clock::NotifieeConst {
+   public:
+    ZintClock(HardwareShadow* shadow, const Zint::Ptr<const Zint::Clock>& clock);
+    void onTime() override;
+    void hardwareShadowIs(HardwareShadow* shadow) { shadow_ = shadow; }
+
+   protected:
+    ~ZintClock() override;
+
+   private:
+    HardwareShadow* shadow_;  // not a counted reference
+  };
+
+  // Learns that the hardware has been read.
+  class UMBRA_API ZintAuditReadRequest : public ChipReadRequest::NotifieeConst {
+   public:
+    ZintAuditReadRequest(HardwareShadow* shadow, const ChipReadRequest::Ptr& request);
+    void onStatus() override;
+    void hardwareShadowIs(HardwareShadow* shadow) { shadow_ = shadow; }
+    const ChipReadRequest::Ptr& request() const { return request_; }
+
+   protected:
+    ~ZintAuditReadRequest() override;
+
+   private:
+    HardwareShadow* shadow_;  // not a counted reference
+    ChipReadRequest::Ptr request_;
+  };
+
+  HardwareShadow(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                 const Zint::Ptr<const Zint::Clock>& clock);
+
+  // Switches the two reactors on or off, the request's first.
+  void hasNotificationActiveIs(bool active) override;
+  U32 auditErrors() const override;
+  const Zint::Type* fwkType() const override;
+
+ protected:
+  ~HardwareShadow() override;
+
+ public:
+  // --- Virtual operations, in slot order ---------------------------------------------------------
+  // Rewrites one entry of the chip from `data` (entrySize bytes) and counts it; the shadow, its
+  // bits and the hardware buffer stay as they are.
+  virtual void doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data);
+  virtual void zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity);
+  // (Un)marks this and its reactors as being deleted.
+  virtual void zintDoZombieReactors(bool zombie);
+
+  // --- Control
+  // -------------------------------------------------------------------------------------
+  const Zint::Ptr<Zint::ActivityConfig>& zintFwkActivity() const { return zintFwkActivity_; }
+  State state() const { return state_; }
+  // Stores and announces the value, then acts on it. configured goes on to idle by itself; auditing
+  // goes back to idle when there is nothing to audit.
+  void stateIs(State state);
+  void handleState();
+  // While true, no audit pass begins, no write needs the chip, and every read is served.
+  bool overrideHardware() const { return overrideHardware_; }
+  void overrideHardwareIs(bool overrideHardware);
+  // From the start of one pass to the start of the next; used when the next one is scheduled.
+  Zint::Seconds minIntervalBetweenAudits() const { return minIntervalBetweenAudits_; }
+  void minIntervalBetweenAuditsIs(const Zint::Seconds& interval);
+
+  Zint::Ptr<const Zint::Clock> clock() const;
+  void clockIs(const Zint::Ptr<const Zint::Clock>& clock);
+  void newClock(const Zint::Ptr<const Zint::Clock>& clock);
+  void clockDel();
+  ChipReadRequest::Ptr auditReadRequest() const;
+  void auditReadRequestIs(const ChipReadRequest::Ptr& request);
+  void newAuditReadRequest(const ChipReadRequest::Ptr& request);
+  void auditReadRequestDel();
+
+  // --- Registry: one region per start address, in ascending order
+  // -----------------------------------
+  ChipMemory::Ptr chipMemory(const ChipAddress& address) const;
+  U32 chipMemorys() const { return chipMemory_.size(); }
+  ChipMemoryIteratorConst chipMemoryIterator() const { return chipMemory_.iterator(); }
+  // Registers a region, in place of another one at its address. Null: a range exception.
+  // REQUIRES: unconfigured, or overrideHardware (fatal assertion, as for chipMemoryDel). A region
+  // added to a built index is not in it, one removed stays in it (deliberate).
+  Zint::Ptr<ZintChipMemory> chipMemoryIs(const ChipMemory::Ptr& cm);
+  Zint::Ptr<ZintChipMemory> newChipMemory(const ChipMemory::Ptr& cm);
+  // Returns the removed region, null when there was none.
+  ChipMemory::Ptr chipMemoryDel(const ChipAddress& address);
+  void chipMemoryNotify(const ChipAddress& address);
+  void handleChipMemory(const ChipAddress& address);
+  void handleChipMemory();  // never called
+  // Remove in bulk, in any state, without any reaction.
+  void chipMemoryDelAll();
+  void removeOverrideOnlyChipMem();
+
+  // --- Address index
+  // ------------------------------------------------------------------------------- The region that
+  // contains `address`, null when none does. Two binary searches over dense arrays, behind a cache
+  // of the last region found; allocates nothing. `size` (bytes) must be a multiple of the region's
+  // entrySize unless it allowsLogicalViews; where the access ends is not checked.
+  ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size);
+  const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
+  void lastChipMemoryIs(const ChipMemory::Ptr& cm) { lastChipMemory_ = cm; }
+
+  ChipMemoryChunk::Ptr chipMemoryChunk(U32 key) const { return chipMemoryChunk_.find(key); }
+  U32 chipMemoryChunks() const { return chipMemoryChunk_.size(); }
+  auto chipMemoryChunkIterator() const { return chipMemoryChunk_.iterator(); }
+  ChipMemoryChunk::Ptr chipMemoryChunkIs(U32 key);
+  ChipMemoryChunk::Ptr newChipMemoryChunk(U32 key);
+  ChipMemoryChunk::Ptr chipMemoryChunkDel(U32 key) { return chipMemoryChunk_.del(key); }
+  void chipMemoryChunkDelAll() { chipMemoryChunk_.delAll(); }
+  ChipMemoryArrayIndex nextIndex() const { return nextIndex_; }
+  void nextIndexIs(ChipMemoryArrayIndex nextIndex) { nextIndex_ = nextIndex; }
+  U32 chipMemoryId(ChipMemoryArrayIndex index) const { return chipMemoryId_.at(index); }
+  U32 chipMemoryIds() const { return chipMemoryId_.size(); }
+  void chipMemoryIdIs(ChipMemoryArrayIndex index, U32 id) { chipMemoryId_.atIs(index, id); }
+  void chipMemoryIdDel(ChipMemoryArrayIndex index) { chipMemoryId_.del(index); }
+  void chipMemoryIdDelAll() { chipMemoryId_.delAll(); }
+  ChipMemoryChunk::Ptr chipMemoryChunkArray(ChipMemoryArrayIndex index) const {
+    return chipMemoryChunkArray_.at(index);
+  }
+  U32 chipMemoryChunkArrays() const { return chipMemoryChunkArray_.size(); }
+  void chipMemoryChunkArrayIs(ChipMemoryArrayIndex index, const ChipMemoryChunk::Ptr& chunk) {
+    chipMemoryChunkArray_.atIs(index, chunk);
+  }
+  void chipMemoryChunkArrayDel(ChipMemoryArrayIndex index) { chipMemoryChunkArray_.del(index); }
+  void chipMemoryChunkArrayDelAll() { chipMemoryChunkArray_.delAll(); }
+
+  // --- Data path
+  // ----------------------------------------------------------------------------------- Stores
+  // `size` bytes as entries from `entry` on. True: the chip need not be written; false: the caller
+  // writes it.
+  bool shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size);
+  // The same by address, for callers who do not write the chip; an unknown address is ignored.
+  void shadowWriteHack(const ChipAddress& address, U8* data, U32 size);
+  void shadowWriteU32(const ChipAddress& address, U32 value);
+  // True: `data` holds the `size` bytes; false: it is untouched (unless the access method refused
+  // midway) and the caller reads the chip.
+  // REQUIRES: not unconfigured.
+  bool readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size);
+  bool readFromCacheHack(const ChipAddress& address, U8* data, U32 size);
+  U32 readFromCacheU32(const ChipAddress& address);  // 0 when it is not known
+
+  // --- Audit
+  // ---------------------------------------------------------------------------------------
+  // Completed passes.
+  U32 audits() const { return audits_; }
+  void auditsIs(U32 audits);
+  Zint::Seconds lastAuditStartTime() const { return lastAuditStartTime_; }
+  void lastAuditStartTimeIs(const Zint::Seconds& time);
+  // The sum of `entries` over the regions in the audit's read request.
+  U32 chipMemoryEntriesUnderAudit() const { return chipMemoryEntriesUnderAudit_; }
+  void chipMemoryEntriesUnderAuditIs(U32 entries);
+  // Switches the audit of one region. REQUIRES: idle.
+  void chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory, bool auditEnabled);
+  void doStartAudit();
+  void handleAuditReadRequestStatus();
+  void doAuditChips();
+
+ private:
+  void indexBuilt();
+  void indexCleared();
+  void indexed(const ChipMemory::Ptr& cm);
+  void regionAudited(const ChipMemory::Ptr& cm);
+  void differenceReported(const ChipMemory::Ptr& cm, U32 e, const U8* shadowEntry,
+                          const U8* hardwareEntry);
+
+  // Destroyed from the last to the first.
+  Zint::Ptr<Zint::ActivityConfig> zintFwkActivity_;
+  State state_ = unconfigured_;
+  bool overrideHardware_ = false;
+  Zint::Ptr<ZintClock> clock_;
+  Zint::RbTreeMap<ZintChipMemory, ChipAddress> chipMemory_;
+  ChipMemory::Ptr lastChipMemory_;
+  Zint::Ptr<ZintAuditReadRequest> auditReadRequest_;
+  Zint::HashMap<ChipMemoryChunk, U32> chipMemoryChunk_;
+  ChipMemoryArrayIndex nextIndex_;
+  Zint::DynArray<U32, ChipMemoryArrayIndex> chipMemoryId_;
+  Zint::DynArray<ChipMemoryChunk::Ptr, ChipMemoryArrayIndex> chipMemoryChunkArray_;
+  Zint::Seconds minIntervalBetweenAudits_ = 0.0;
+  Zint::Seconds lastAuditStartTime_ = 0.0;
+  U32 audits_ = 0;
+  U32 chipMemoryEntriesUnderAudit_ = 0;
+  U32 stateChanges_ = 0;  // tells a value that was superseded while it was announced; wraps
+};
+
+// `clock` may be null: no audit pass begins by itself then.
+UMBRA_API HardwareShadow::Ptr hardwareShadowFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                                                    const Zint::Ptr<const Zint::Clock>& clock);
+
+// "unconfigured", "configured", "idle", "auditing"; another number as
+// HardwareShadow::State(number).
+UMBRA_API Zint::String8 stringValue(HardwareShadow::State state);
+// The name in single quotes.
+UMBRA_API Zint::String8 valueToStrep(const HardwareShadow::State& state);
+UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
+                               const Zint::String8::IteratorConst& end,
+                               HardwareShadow::State& state);
+UMBRA_API std::ostream& operator<<(std::ostream& out, const HardwareShadow::State& state);
+
+}  // namespace Hardware

@@ -1,0 +1,167 @@
+// The audit. One pass: doStartAudit clears the dirty bitmaps and starts the read request; the
+// reader fills the hardware buffers; doAuditChips compares, learns, reports and repairs, and arms
+// the clock.
+#include <Hardware/HardwareShadow.h>
+#include <Hardware/Umbra.h>
+#include <Mirl/Mirl.h>
+#include <cstring>
+
+namespace Hardware {
+namespace {
+
+// A region that a pass leaves alone at compare time.
+bool isSkipped(const ChipMemory& cm) {
+  return !cm.shadowEnabled() || cm.mode() == ChipMemory::override() || !cm.auditEnabled();
+}
+
+Zint::String8 byteTexts(const U8* bytes, U32 size) {
+  Zint::String8 text;
+  for (U32 i = 0; i < size; ++i) text += Zint::format("x%02X", bytes[i]);
+  return text;
+}
+
+}  // namespace
+
+void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
+                                              bool auditEnabled) {
+  UMBRA_ASSERT(__LINE__, state_ == idle_);
+  if (chipMemory->auditEnabled() == auditEnabled) return;
+  const ChipMemory::Ptr cm = chipMemory;
+  cm->auditEnabledIs(auditEnabled);
+  if (cm->mode() == ChipMemory::override()) return;
+  // Counted only where the membership really changes.
+  const ChipReadRequest::Ptr request = auditReadRequest();
+  const ChipMemory::Ptr member = request->chipMemory(cm->address());
+  if (auditEnabled) {
+    if (member == cm) return;
+    if (member != nullptr) {
+      chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ - member->entries());
+    }
+    request->chipMemoryIs(cm);
+    chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ + cm->entries());
+  } else if (member != nullptr) {
+    request->chipMemoryDel(cm->address());
+    chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ - member->entries());
+  }
+}
+
+void HardwareShadow::doStartAudit() {
+  if (state_ != auditing_ || overrideHardware_) return;
+  UMBRA_TRACE(0, __LINE__, "HardwareShadow::doStartAudit");
+  const ChipReadRequest::Ptr request = auditReadRequest();
+  UMBRA_ASSERT(__LINE__, request);
+  for (auto member = request->chipMemoryIterator(); member; ++member) {
+    const ChipMemory::Ptr cm = member->chipMemory();
+    if (!cm->shadowStoreNeeded()) continue;
+    const Hal::BufBase::Ptr dirty = cm->dirty();
+    UMBRA_ASSERT(__LINE__, dirty);
+    std::memset(dirty->data(), 0, dirty->size());
+  }
+  lastAuditStartTimeIs(Zint::now());
+  request->stateIs(ChipReadRequest::start_);
+}
+
+void HardwareShadow::handleAuditReadRequestStatus() {
+  if (state_ != auditing_) return;
+  const ChipReadRequest::Ptr request = auditReadRequest();
+  UMBRA_ASSERT(__LINE__, request);
+  UMBRA_TRACE(0, __LINE__, "HardwareShadow::handleAuditReadRequestStatus " << request->status());
+  if (request->status() == ChipReadRequest::done_) {
+    UMBRA_ASSERT(__LINE__, state_ == auditing_);
+    doAuditChips();
+  } else if (request->status() == ChipReadRequest::failed_) {
+    // A read failure of the audit's request is treated as impossible.
+    UMBRA_ASSERT(__LINE__, false);
+  }
+}
+
+void HardwareShadow::doAuditChips() {
+  UMBRA_TRACE(0, __LINE__, "HardwareShadow::doAuditChips");
+  // Held: a repair or an observer may drop the request, a region or this shadow.
+  const Ptr self(this);
+  const ChipReadRequest::Ptr request = auditReadRequest();
+  UMBRA_ASSERT(__LINE__, request);
+  for (auto member = request->chipMemoryIterator(); member; ++member) {
+    const ChipMemory::Ptr cm = member->chipMemory();
+    if (isSkipped(*cm)) continue;
+    const Hal::BufBase::Ptr hardwareBuf = cm->hardware();
+    const Hal::BufBase::Ptr shadowBuf = cm->shadow();
+    const Hal::BufBase::Ptr dirtyBuf = cm->dirty();
+    const Hal::BufBase::Ptr initializedBuf = cm->initialized();
+    UMBRA_ASSERT(__LINE__, hardwareBuf);
+    UMBRA_ASSERT(__LINE__, shadowBuf);
+    UMBRA_ASSERT(__LINE__, dirtyBuf);
+    UMBRA_ASSERT(__LINE__, initializedBuf);
+    const U32 entries = cm->entries();
+    const U32 entrySize = cm->entrySize();
+    UMBRA_ASSERT_REGION(*cm, entriesFit(*hardwareBuf, entries, entrySize));
+    UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, entries, entrySize));
+    UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, entries) && bitsFit(*initializedBuf, entries));
+
+    // A repair that replaces the store ends the comparison: what it held no longer counts.
+    for (U32 e = 0; e < entries && cm->shadow() == shadowBuf; ++e) {
+      U8* shadowEntry = shadowBuf->data() + e * entrySize;
+      U8* hardwareEntry = hardwareBuf->data() + e * entrySize;
+      if (cm->chipHam()->doCompare(shadowEntry, hardwareEntry, entrySize)) continue;
+      if (!bitmapBit(initializedBuf->data(), e)) {
+        UMBRA_TRACE(8, __LINE__,
+                    "Difference found in uninitialized entry " << e << " of memory " << cm->name());
+        if (cm->chipHam()->doReadToCache(shadowEntry, hardwareEntry, entrySize)) {
+          bitmapBitIs(initializedBuf->data(), e);
+        }
+      } else if (bitmapBit(dirtyBuf->data(), e)) {
+        // The hardware was read before or during a later write: it proves nothing.
+        UMBRA_TRACE(
+            8, __LINE__,
+            "Difference found in entry " << e << " but it was written since the audit began");
+        static const Mirl::MsgDesc desc(
+            Mirl::theTraceFile,
+            "Difference found in entry %u but it was written since the audit began", __LINE__);
+        Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 8);
+        msg << e;
+        msg.endMsg();
+      } else {
+        differenceReported(cm, e, shadowEntry, hardwareEntry);
+        doFixBadRegister(cm, e, shadowEntry);
+      }
+    }
+  }
+  auditsIs(audits_ + 1);
+  if (clock_ != nullptr) clock_->timeMinIs(lastAuditStartTime_ + minIntervalBetweenAudits_);
+}
+
+// A real difference: the entry, each byte that differs, and a dump of both.
+void HardwareShadow::differenceReported(const ChipMemory::Ptr& cm, U32 e, const U8* shadowEntry,
+                                        const U8* hardwareEntry) {
+  UMBRA_TRACE(0, __LINE__, "Difference found in entry " << e << " of memory " << cm->name());
+  static const Mirl::MsgDesc found(Mirl::theTraceFile, "Difference found in entry %u of memory %s",
+                                   __LINE__);
+  Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, found, 0);
+  msg << e << cm->fwkKey();
+  msg.endMsg();
+
+  static const Mirl::MsgDesc byteDiffers(Mirl::theTraceFile, "Byte %u expected %x actual %x",
+                                         __LINE__);
+  for (U32 i = 0; i < cm->entrySize(); ++i) {
+    if (shadowEntry[i] == hardwareEntry[i]) continue;
+    Mirl::RingBuf::Msg byteMsg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, byteDiffers, 0);
+    byteMsg << i << shadowEntry[i] << hardwareEntry[i];
+    byteMsg.endMsg();
+  }
+
+  const Zint::String8 expected = byteTexts(shadowEntry, cm->entrySize());
+  const Zint::String8 actual = byteTexts(hardwareEntry, cm->entrySize());
+  UMBRA_TRACE(0, __LINE__, "Expected: " << expected << " Actual: " << actual);
+  static const Mirl::MsgDesc bytes(Mirl::theTraceFile, "Expected: %s Actual: %s", __LINE__);
+  Mirl::RingBuf::Msg bytesMsg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, bytes, 0);
+  bytesMsg << expected << actual;
+  bytesMsg.endMsg();
+}
+
+void HardwareShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
+  chipMemory->registersFixedInc(1);
+  chipMemory->lastFixTimeIs(Zint::now());
+  chipMemory->chipHam()->doWrite(chipMemory->entryAddress(entry), data, chipMemory->entrySize(), 1);
+}
+
+}  // namespace Hardware

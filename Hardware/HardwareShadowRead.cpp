@@ -1,0 +1,76 @@
+// The read path: served from the shadow when every entry asked for is known.
+#include <Hardware/HardwareShadow.h>
+#include <Hardware/Umbra.h>
+#include <algorithm>
+#include <cstring>
+
+namespace Hardware {
+
+bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size) {
+  UMBRA_ASSERT(__LINE__, state_ != unconfigured());
+  if (cm == nullptr) return false;
+  if (!cm->readFromCache() && !overrideHardware_) return false;
+  if (cm->mode() == ChipMemory::override()) {
+    std::memset(data, 0, size);
+    return true;
+  }
+  // Held: an observer or an access method may replace the store or drop the region.
+  const ChipMemory::Ptr region = cm;
+  const Hal::BufBase::Ptr shadowBuf = cm->shadow();
+  const Hal::BufBase::Ptr initializedBuf = cm->initialized();
+  UMBRA_ASSERT(__LINE__, shadowBuf);
+  UMBRA_ASSERT(__LINE__, initializedBuf);
+  UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
+  const U32 entrySize = region->entrySize();
+  const U64 numEntries = size / entrySize;
+  UMBRA_ASSERT(__LINE__, ( entry + numEntries ) <= cm->entries());
+  const U64 bytes = U64{entry} * entrySize + size;  // a partial entry may end in the slack
+  UMBRA_ASSERT_REGION(*region, bytes <= U64{shadowBuf->size()} + shadowBuf->slack());
+  UMBRA_ASSERT_REGION(*region, bitsFit(*initializedBuf, entry + numEntries));
+
+  // Up to eight entries, one byte of the bitmap, at a time.
+  U32 b = entry;
+  for (U32 left = static_cast<U32>(numEntries); left > 0;) {
+    const U32 n = std::min(8 - (b & 7), left);
+    const U32 mask = ((1u << n) - 1) << (b & 7);
+    if ((initializedBuf->data()[b >> 3] & mask) != mask) {
+      if (!overrideHardware_) {
+        UMBRA_TRACE(7, __LINE__,
+                    "Read miss cache " << region->name() << " " << n << " entries starting at " << b
+                                       << " not in cache, will read from hardware");
+        return false;
+      }
+      ZINT_TRACE_CONTEXT(umbraTrace(), 4, "<unknown>", "Hardware/Umbra", __LINE__,
+                         region->name() << ": accessing uninitialized entry " << b);
+    }
+    b += n;
+    left -= n;
+  }
+  region->readCacheHitsInc(numEntries);
+  UMBRA_TRACE(7, __LINE__,
+              "Read hit cache " << region->name() << " " << numEntries << " entries starting at 0x"
+                                << std::hex << entry);
+
+  U8* source = shadowBuf->data() + std::size_t{entrySize} * entry;
+  while (size > 0) {
+    const U32 part = std::min(entrySize, size);
+    if (!region->chipHam()->doReadFromCache(data, source, part)) return false;
+    data += part;
+    source += part;
+    size -= part;
+  }
+  return true;
+}
+
+bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
+  const ChipMemory::Ptr cm = findChipMemory(address, size);
+  if (cm == nullptr) return false;
+  return readFromCache(cm, cm->entryIndexFromAddress(address), data, size);
+}
+
+U32 HardwareShadow::readFromCacheU32(const ChipAddress& address) {
+  U32 value = 0;
+  return readFromCacheHack(address, reinterpret_cast<U8*>(&value), sizeof value) ? value : 0;
+}
+
+}  // namespace Hardware

@@ -1,0 +1,167 @@
+// The registry of regions and the address index.
+#include <Hardware/HardwareShadow.h>
+#include <Hardware/Umbra.h>
+
+namespace Hardware {
+
+ChipMemory::Ptr HardwareShadow::chipMemory(const ChipAddress& address) const {
+  const ZintChipMemory* reactor = chipMemory_.find(address);
+  return reactor == nullptr ? nullptr : reactor->chipMemory();
+}
+
+Zint::Ptr<HardwareShadow::ZintChipMemory> HardwareShadow::chipMemoryIs(const ChipMemory::Ptr& cm) {
+  if (cm == nullptr) {
+    Zint::throwRangeException(
+        "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
+        "allowed\"");
+  }
+  const ChipAddress address = cm->address();
+  Zint::Ptr<ZintChipMemory> reactor = chipMemory_.find(address);
+  if (reactor == nullptr) {
+    reactor = newChipMemory(cm);
+  } else if (reactor->chipMemory() == cm) {
+    return reactor;
+  } else {
+    reactor->chipMemoryIs(cm);
+  }
+  chipMemoryNotify(address);
+  return reactor;
+}
+
+Zint::Ptr<HardwareShadow::ZintChipMemory> HardwareShadow::newChipMemory(const ChipMemory::Ptr& cm) {
+  Zint::Ptr<ZintChipMemory> reactor = Zint::makePtr<ZintChipMemory>(this, cm);
+  chipMemory_.insert(reactor);
+  return reactor;
+}
+
+ChipMemory::Ptr HardwareShadow::chipMemoryDel(const ChipAddress& address) {
+  const Zint::Ptr<ZintChipMemory> reactor = chipMemory_.del(address);
+  if (reactor == nullptr) return nullptr;
+  const ChipAddress removed = reactor->fwkKey();  // the argument may have gone with the region
+  chipMemoryNotify(removed);
+  return reactor->chipMemory();
+}
+
+void HardwareShadow::chipMemoryNotify(const ChipAddress& address) {
+  handleChipMemory(address);
+  notifyEach<NotifieeConst>(
+      Id::chipMemory, [&address](NotifieeConst& notifiee) { notifiee.onChipMemory(address); });
+}
+
+// The collection has changed already when the rule is checked.
+void HardwareShadow::handleChipMemory(const ChipAddress& address) {
+  UMBRA_ASSERT(__LINE__, state_ == unconfigured_ || overrideHardware_);
+  if (const ChipMemory::Ptr cm = chipMemory(address); cm != nullptr) {
+    UMBRA_TRACE(0, __LINE__,
+                "ChipMemory: " << cm->name() << " address=" << address.stringValue()
+                               << " entries=" << cm->entries() << " entrySize=" << cm->entrySize()
+                               << " stride=" << cm->stride() << " indirectAddress=0x" << std::hex
+                               << cm->indirectCmdRegAddr());
+    return;
+  }
+  UMBRA_TRACE(0, __LINE__, "ChipMemory with address=" << address.stringValue() << " removed");
+  lastChipMemory_ = nullptr;
+}
+
+void HardwareShadow::handleChipMemory() { UMBRA_ASSERT(__LINE__, false); }
+
+// The plain removal: no reaction, and the index and the last region stay.
+void HardwareShadow::chipMemoryDelAll() {
+  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) chipMemory_.del(reactor.key());
+}
+
+void HardwareShadow::removeOverrideOnlyChipMem() {
+  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
+    if (reactor->chipMemory()->mode() == ChipMemory::override()) chipMemory_.del(reactor.key());
+  }
+}
+
+// --- Address index
+// --------------------------------------------------------------------------------
+
+ChipMemoryChunk::Ptr HardwareShadow::chipMemoryChunkIs(U32 key) {
+  ChipMemoryChunk::Ptr chunk = chipMemoryChunk_.find(key);
+  return chunk == nullptr ? newChipMemoryChunk(key) : chunk;
+}
+
+ChipMemoryChunk::Ptr HardwareShadow::newChipMemoryChunk(U32 key) {
+  ChipMemoryChunk::Ptr chunk = Zint::makePtr<ChipMemoryChunk>(key);
+  chipMemoryChunk_.insert(chunk);
+  return chunk;
+}
+
+// Enters one region behind those with lower addresses: in ascending order, both levels come out
+// sorted. 65,535 chunks, and as many regions in a chunk, are all that nextIndex can count.
+void HardwareShadow::indexed(const ChipMemory::Ptr& cm) {
+  const ChipMemoryChunk::Ptr chunk = chipMemoryChunkIs(cm->address().chipMemoryId());
+  if (chunk->nextIndex() == 0) {
+    UMBRA_ASSERT_REGION(*cm, nextIndex_ != 65535);
+    chipMemoryIdIs(nextIndex_, cm->address().chipMemoryId());
+    chipMemoryChunkArrayIs(nextIndex_, chunk);
+    nextIndex_ = static_cast<U16>(nextIndex_ + 1);
+  }
+  const ChipMemoryArrayIndex index = chunk->nextIndex();
+  UMBRA_ASSERT_REGION(*cm, index != 65535);
+  chunk->offsetIs(index, cm->address().chipMemoryOffset());
+  chunk->chipMemoryIs(index, cm);
+  chunk->nextIndexIs(static_cast<U16>(index + 1));
+}
+
+void HardwareShadow::indexCleared() {
+  chipMemoryChunkDelAll();
+  chipMemoryChunkArrayDelAll();
+  chipMemoryIdDelAll();
+  nextIndex_ = 0;
+  lastChipMemory_ = nullptr;
+}
+
+ChipMemory::Ptr HardwareShadow::findChipMemory(const ChipAddress& address, U32 size) {
+  if (lastChipMemory_ && lastChipMemory_->inRange(address)) {
+    UMBRA_ASSERT_REGION(*lastChipMemory_, lastChipMemory_->entrySize() != 0);
+    UMBRA_ASSERT(__LINE__, lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
+    return lastChipMemory_;
+  }
+  if (nextIndex_ == 0) return nullptr;
+
+  // The chunk of exactly this memory id.
+  const U32 id = address.chipMemoryId();
+  U16 mid;
+  for (S32 lo = 0, hi = nextIndex_ - 1;;) {
+    mid = static_cast<U16>((lo + hi) / 2);
+    const U32 probed = chipMemoryId_.at(mid);
+    if (probed == id) break;
+    if (probed > id) {
+      hi = mid - 1;
+    } else {
+      lo = mid + 1;
+    }
+    if (hi < lo) return nullptr;
+  }
+  const ChipMemoryChunk::Ptr cmc = chipMemoryChunkArray_.at(mid);
+  UMBRA_ASSERT(__LINE__, cmc);
+
+  // The region with the greatest offset that is not above the address's.
+  const U32 offset = address.chipMemoryOffset();
+  mid = 0;
+  for (S32 lo = 0, hi = cmc->nextIndex() - 1; hi >= lo;) {
+    mid = static_cast<U16>((lo + hi) / 2);
+    if (offset < cmc->offset(mid)) {
+      hi = mid - 1;
+    } else {
+      lo = mid + 1;
+    }
+  }
+  if (cmc->offset(mid) > offset) {
+    if (mid == 0) return nullptr;
+    --mid;
+  }
+  const ChipMemory::Ptr cm = cmc->chipMemory(mid);
+  UMBRA_ASSERT(__LINE__, cm);
+  if (!cm->inRange(address)) return nullptr;
+  UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
+  UMBRA_ASSERT(__LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
+  lastChipMemory_ = cm;
+  return cm;
+}
+
+}  // namespace Hardware

@@ -1,0 +1,48 @@
+# Installation: the library, its headers under include/umbra, the CMake package and umbra.pc.
+# A 32-bit and a 64-bit build may share a prefix when they differ in CMAKE_INSTALL_LIBDIR.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS Umbra EXPORT UmbraTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+foreach(folder IN ITEMS runtime Hardware platform)
+  if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/umbra
+            FILES_MATCHING PATTERN "*.h")
+  endif()
+endforeach()
+
+# The version file also compares the pointer width, so a 64-bit program that finds the 32-bit
+# package goes on searching.
+set(UMBRA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Umbra)
+configure_package_config_file(
+  ${CMAKE_CURRENT_LIST_DIR}/UmbraConfig.cmake.in ${PROJECT_BINARY_DIR}/UmbraConfig.cmake
+  INSTALL_DESTINATION ${UMBRA_PACKAGE_DIR})
+write_basic_package_version_file(
+  ${PROJECT_BINARY_DIR}/UmbraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/UmbraConfig.cmake
+              ${PROJECT_BINARY_DIR}/UmbraConfigVersion.cmake
+        DESTINATION ${UMBRA_PACKAGE_DIR})
+install(EXPORT UmbraTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+
+# umbra.pc finds its own prefix, so the installed tree may be moved or installed elsewhere with
+# `cmake --install --prefix`. Absolute folders are taken as they are.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(UMBRA_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+  set(UMBRA_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+else()
+  file(RELATIVE_PATH UMBRA_PC_UP "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+  string(REGEX REPLACE "/$" "" UMBRA_PC_UP "${UMBRA_PC_UP}")
+  set(UMBRA_PC_PREFIX "\${pcfiledir}/${UMBRA_PC_UP}")
+  set(UMBRA_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(UMBRA_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}")
+else()
+  set(UMBRA_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
+math(EXPR UMBRA_PC_BITS "${CMAKE_SIZEOF_VOID_P} * 8")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/umbra.pc.in ${PROJECT_BINARY_DIR}/umbra.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/umbra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,193 @@
+#include <Mirl/Mirl.h>
+#include <Zint/Clock.h>
+#include <algorithm>
+#include <cstring>
+
+namespace Mirl {
+namespace {
+
+// A record: its size and its descriptor's id, the time, then the arguments. An argument: a tag (its
+// size for a number, textTag for a text, followed by the text's length) and the bytes.
+struct Header {
+  U32 size;
+  U32 id;
+  Zint::Seconds time;
+};
+constexpr U8 textTag = 0;
+
+class SpinHold {
+ public:
+  explicit SpinHold(std::atomic_flag& flag) : flag_(flag) {
+    while (flag_.test_and_set(std::memory_order_acquire)) {
+    }
+  }
+  ~SpinHold() { flag_.clear(std::memory_order_release); }
+  SpinHold(const SpinHold&) = delete;
+  SpinHold& operator=(const SpinHold&) = delete;
+
+ private:
+  std::atomic_flag& flag_;
+};
+
+Zint::String8 argumentText(const Argument& argument, char conversion) {
+  if (const auto* text = std::get_if<Zint::String8>(&argument)) return *text;
+  const U64 value = std::get<Number>(argument).value;
+  char text[32];
+  std::snprintf(text, sizeof text, conversion == 'x' ? "%llx" : "%llu",
+                static_cast<unsigned long long>(value));
+  return text;
+}
+
+Zint::String8 recordText(const char* format, const std::vector<Argument>& arguments) {
+  std::string text;
+  std::size_t next = 0;
+  for (const char* c = format; *c != '\0'; ++c) {
+    if (*c == '%' && c[1] != '\0' && next < arguments.size()) {
+      text += argumentText(arguments[next++], *++c);
+    } else {
+      text += *c;
+    }
+  }
+  return text;
+}
+
+std::vector<Argument> argumentsOf(const U8* bytes, const U8* end) {
+  std::vector<Argument> arguments;
+  while (bytes < end) {
+    const U8 tag = *bytes++;
+    if (tag == textTag) {
+      const U8 length = *bytes++;
+      arguments.emplace_back(
+          Zint::String8(std::string_view(reinterpret_cast<const char*>(bytes), length)));
+      bytes += length;
+    } else {
+      U64 value = 0;
+      std::memcpy(&value, bytes, tag);
+      arguments.emplace_back(Number{value, tag});
+      bytes += tag;
+    }
+  }
+  return arguments;
+}
+
+}  // namespace
+
+constinit TraceFile theTraceFile;
+
+MsgDesc::MsgDesc(TraceFile& file, const char* format, int line)
+    : file_(file), format_(format), line_(line) {
+  const SpinHold hold(file_.held_);
+  id_ = ++file_.ids_;
+  next_ = file_.descs_;
+  file_.descs_ = this;
+}
+
+MsgDesc::~MsgDesc() {
+  const SpinHold hold(file_.held_);
+  const MsgDesc** link = &file_.descs_;
+  while (*link != this) link = &const_cast<MsgDesc*>(*link)->next_;
+  *link = next_;
+}
+
+RingBuf::Msg::Msg(RingBuf& ring, U32 id) : ring_(ring), size_(sizeof(Header)) {
+  const Header header{0, id, Zint::now()};
+  std::memcpy(bytes_, &header, sizeof header);
+}
+
+template <class T>
+RingBuf::Msg& RingBuf::Msg::number(T value, U8 bytes) {
+  if (recordMax - size_ < 1u + bytes) return *this;
+  bytes_[size_] = bytes;
+  std::memcpy(bytes_ + size_ + 1, &value, bytes);
+  size_ += 1u + bytes;
+  return *this;
+}
+
+template RingBuf::Msg& RingBuf::Msg::number(U8, U8);
+template RingBuf::Msg& RingBuf::Msg::number(U32, U8);
+template RingBuf::Msg& RingBuf::Msg::number(U64, U8);
+
+RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
+  if (recordMax - size_ < 2) return *this;
+  const auto length = static_cast<U8>(std::min<std::size_t>(text.size(), recordMax - size_ - 2));
+  bytes_[size_] = textTag;
+  bytes_[size_ + 1] = length;
+  std::memcpy(bytes_ + size_ + 2, text.data(), length);
+  size_ += 2u + length;
+  return *this;
+}
+
+void RingBuf::Msg::endMsg() {
+  std::memcpy(bytes_, &size_, sizeof size_);
+  ring_.append(bytes_, size_);
+}
+
+RingBuf::Msg RingBuf::startMsg(TraceFile& file, const MsgDesc& desc, U32 level) {
+  return Msg(file.ringBuf(level), desc.id());
+}
+
+U64 RingBuf::lost() const {
+  const SpinHold hold(held_);
+  return lost_;
+}
+
+void RingBuf::append(const U8* record, U32 size) {
+  const SpinHold hold(held_);
+  while (end_ + size - begin_ > capacity) {
+    U32 oldest = 0;
+    copied(begin_, reinterpret_cast<U8*>(&oldest), sizeof oldest);
+    begin_ += oldest;
+    ++lost_;
+  }
+  const U32 place = static_cast<U32>(end_ % capacity);
+  const U32 first = std::min(size, capacity - place);
+  std::memcpy(bytes_ + place, record, first);
+  std::memcpy(bytes_, record + first, size - first);
+  end_ += size;
+}
+
+void RingBuf::copied(U64 position, U8* to, U32 size) const {
+  const U32 place = static_cast<U32>(position % capacity);
+  const U32 first = std::min(size, capacity - place);
+  std::memcpy(to, bytes_ + place, first);
+  std::memcpy(to + first, bytes_, size - first);
+}
+
+std::vector<Record> TraceFile::records(U32 level) const {
+  const RingBuf& ring = rings_[level];
+  std::vector<U8> bytes(RingBuf::capacity);  // taken before the ring is held
+  {
+    const SpinHold hold(ring.held_);
+    bytes.resize(static_cast<std::size_t>(ring.end_ - ring.begin_));
+    ring.copied(ring.begin_, bytes.data(), static_cast<U32>(bytes.size()));
+  }
+  std::vector<Record> records;
+  for (std::size_t at = 0; at < bytes.size();) {
+    Header header;
+    std::memcpy(&header, &bytes[at], sizeof header);
+    const U8* record = bytes.data() + at;
+    std::vector<Argument> arguments = argumentsOf(record + sizeof header, record + header.size);
+    const MsgDesc* desc = find(header.id);
+    Zint::String8 text = recordText(desc == nullptr ? "unknown" : desc->format(), arguments);
+    records.push_back({header.id, header.time, std::move(arguments), std::move(text)});
+    at += header.size;
+  }
+  return records;
+}
+
+void TraceFile::clear() {
+  for (RingBuf& ring : rings_) {
+    const SpinHold hold(ring.held_);
+    ring.begin_ = ring.end_;
+    ring.lost_ = 0;
+  }
+}
+
+const MsgDesc* TraceFile::find(U32 id) const {
+  const SpinHold hold(held_);
+  const MsgDesc* desc = descs_;
+  while (desc != nullptr && desc->id_ != id) desc = desc->next_;
+  return desc;
+}
+
+}  // namespace Mirl

@@ -1,0 +1,136 @@
+// Structured trace in fixed memory: one ring of records per level, the newest overwriting the
+// oldest. It is always on, and a record costs a few nanoseconds: what happened last can be read
+// after the fact.
+//
+//   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "repaired entry %u of %s", __LINE__);
+//   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
+//   msg << entry << name;
+//   msg.endMsg();
+//
+// May be used from several threads.
+#pragma once
+
+#include <Zint/Api.h>
+#include <Zint/String8.h>
+#include <Zint/Types.h>
+#include <atomic>
+#include <variant>
+#include <vector>
+
+namespace Mirl {
+
+class TraceFile;
+
+// What the records of one call site have in common. In the format, %u stands for an unsigned
+// decimal number, %x for a hexadecimal one and %s for a text. Static: it must outlive its file's
+// records.
+class UMBRA_API MsgDesc {
+ public:
+  MsgDesc(TraceFile& file, const char* format, int line);
+  ~MsgDesc();
+  MsgDesc(const MsgDesc&) = delete;
+  MsgDesc& operator=(const MsgDesc&) = delete;
+
+  U32 id() const { return id_; }
+  const char* format() const { return format_; }
+  int line() const { return line_; }
+
+ private:
+  friend class TraceFile;
+
+  TraceFile& file_;
+  const char* format_;
+  int line_;
+  U32 id_ = 0;
+  const MsgDesc* next_ = nullptr;
+};
+
+// An argument: a number with its size in bytes, or a text.
+struct Number {
+  U64 value;
+  U32 bytes;
+  friend bool operator==(const Number&, const Number&) = default;
+};
+using Argument = std::variant<Number, Zint::String8>;
+
+// A record as it is read back.
+struct Record {
+  U32 id;
+  Zint::Seconds time;  // Zint::now() at startMsg
+  std::vector<Argument> arguments;
+  Zint::String8 text;  // the format with the arguments in their places
+};
+
+class UMBRA_API RingBuf {
+ public:
+  static constexpr U32 capacity = 32768;  // bytes
+  static constexpr U32 recordMax = 256;   // bytes; a longer text argument is cut short
+
+  // A record under construction, on the caller's stack; lost unless endMsg() is called.
+  class UMBRA_API Msg {
+   public:
+    Msg& operator<<(U8 value) { return number(value, 1); }
+    Msg& operator<<(U32 value) { return number(value, 4); }
+    Msg& operator<<(U64 value) { return number(value, 8); }
+    Msg& operator<<(std::string_view text);
+    void endMsg();
+
+   private:
+    friend class RingBuf;
+    Msg(RingBuf& ring, U32 id);
+    template <class T>
+    Msg& number(T value, U8 bytes);
+
+    RingBuf& ring_;
+    U32 size_;
+    U8 bytes_[recordMax];
+  };
+
+  static Msg startMsg(TraceFile& file, const MsgDesc& desc, U32 level);
+
+  // Records overwritten so far.
+  U64 lost() const;
+
+ private:
+  friend class TraceFile;
+
+  void append(const U8* record, U32 size);
+  void copied(U64 position, U8* to, U32 size) const;
+
+  mutable std::atomic_flag held_{};
+  U64 begin_ = 0;  // of the oldest record; positions count all bytes ever written
+  U64 end_ = 0;
+  U64 lost_ = 0;
+  U8 bytes_[capacity] = {};
+};
+
+class UMBRA_API TraceFile {
+ public:
+  static constexpr U32 rings = 10;
+
+  constexpr TraceFile() = default;
+  TraceFile(const TraceFile&) = delete;
+  TraceFile& operator=(const TraceFile&) = delete;
+
+  // Level n's ring. REQUIRES: level < rings.
+  RingBuf& ringBuf(U32 level) { return rings_[level]; }
+  // The records of one level, oldest first.
+  std::vector<Record> records(U32 level) const;
+  // Forgets all records; the counts of what was lost start at 0 again.
+  void clear();
+
+ private:
+  friend class MsgDesc;
+
+  const MsgDesc* find(U32 id) const;
+
+  RingBuf rings_[rings];
+  mutable std::atomic_flag held_{};  // guards the list
+  const MsgDesc* descs_ = nullptr;
+  U32 ids_ = 0;  // given out; the first is 1
+};
+
+// The process's trace file.
+UMBRA_API extern TraceFile theTraceFile;
+
+}  // namespace Mirl

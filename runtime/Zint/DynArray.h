@@ -1,0 +1,56 @@
+// A dense array that grows when it is written beyond its end. A read outside of what is stored
+// yields the element type's default (0, null).
+#pragma once
+
+#include <Zint/Assert.h>
+#include <Zint/Types.h>
+#include <string.h>
+
+#include <type_traits>
+#include <vector>
+
+namespace Zint {
+
+template <class V, class I>
+class DynArray {
+ public:
+  DynArray() = default;
+  DynArray(const DynArray&) = delete;
+  DynArray& operator=(const DynArray&) = delete;
+  // Plain storage is zeroed before it is freed, in a way that the compiler may not leave out.
+  ~DynArray() {
+    if constexpr (std::is_trivially_copyable_v<V>) {
+      if (!elements_.empty()) explicit_bzero(elements_.data(), elements_.size() * sizeof(V));
+    }
+  }
+
+  U32 size() const { return static_cast<U32>(elements_.size()); }
+  const V* data() const { return elements_.data(); }
+
+  V at(I index) const {
+    return index < elements_.size() ? elements_[static_cast<std::size_t>(index)] : V();
+  }
+
+  void atIs(I index, const V& value) {
+    const U64 newEntries = U64{index} + 1;
+    if (newEntries > elements_.size()) {
+      ZINT_ASSERT("Zint/DynArray", newEntries<2147483647);
+      elements_.resize(static_cast<std::size_t>(newEntries));
+    }
+    elements_[static_cast<std::size_t>(index)] = value;
+  }
+
+  // Back to the default; the last element is taken off.
+  void del(I index) {
+    if (index >= elements_.size()) return;
+    elements_[static_cast<std::size_t>(index)] = V();
+    if (index + 1u == elements_.size()) elements_.pop_back();
+  }
+
+  void delAll() { elements_.clear(); }
+
+ private:
+  std::vector<V> elements_;
+};
+
+}  // namespace Zint

@@ -1,0 +1,55 @@
+// A counted object with a name and, when it is a member of another entity, its parent.
+#pragma once
+
+#include <Zint/Notifiee.h>
+#include <Zint/Ptr.h>
+#include <Zint/String8.h>
+
+namespace Zint {
+
+class UMBRA_API Entity : public PtrInterface {
+ public:
+  struct Id {
+    enum : AttributeId { name = firstAttributeId, isNondestructing };
+  };
+
+  // Told of the entity's end.
+  class UMBRA_API NotifieeConst : public Zint::NotifieeConst {
+   public:
+    using Zint::NotifieeConst::NotifieeConst;
+    void handleNotification(ActivityConfig* activity) override;
+    virtual void onIsNondestructing() {}
+
+   protected:
+    ~NotifieeConst() override;
+  };
+
+  explicit Entity(Name name) : name_(std::move(name)) {}
+
+  // Announces the change: false tells the notifiees that the entity is being deleted.
+  void isNondestructingIs(bool nondestructing) override;
+  // Announces the end to those who watch without a reference before the destructors run.
+  void zeroReferencesIs(bool zero) override;
+  const Type* fwkType() const override;
+
+ protected:
+  ~Entity() override;
+
+ public:
+  // The name of the member with that id, "unknown" when there is none.
+  virtual String8 attributeString(AttributeId attribute) const;
+
+  const Name& name() const { return name_; }
+
+  // The entity that this one is a member of, and which of its collections; not a counted reference.
+  Entity* parent() const { return parent_; }
+  AttributeId parentAttributeId() const { return parentAttributeId_; }
+  void parentIs(Entity* parent, AttributeId attribute);
+
+ private:
+  Name name_;
+  Entity* parent_ = nullptr;
+  AttributeId parentAttributeId_ = 0;
+};
+
+}  // namespace Zint

@@ -1,0 +1,186 @@
+// An unordered collection of counted members, chained through a link that each member carries.
+//
+//   class Chunk : public PtrInterface, public HashMapLink<Chunk> { U32 fwkKey() const; };
+//   HashMap<Chunk, U32> chunks;
+//   chunks.insert(makePtr<Chunk>(7));
+//   for (auto it = chunks.iterator(); it; ++it) use(it->fwkKey());
+//
+// Invariants:
+// 1. Members stand in ascending order of their key's reversed hash; equal hashes in the order of
+//    insertion. So the order of iteration does not depend on the number of buckets.
+// 2. A member's bucket is the top bits of its reversed hash; a bucket's members are one chain.
+// 3. An iterator survives the removal of its own and of other members, and the end of the map.
+// 4. A member is in one map at a time.
+#pragma once
+
+#include <Zint/Assert.h>
+#include <Zint/Bookmark.h>
+#include <Zint/Ptr.h>
+#include <Zint/String8.h>
+#include <Zint/Types.h>
+#include <concepts>
+#include <vector>
+
+namespace Zint {
+
+// The hash whose 32 bits the map reverses; a key that gives a reversed hash itself overloads
+// reversedHash instead.
+inline U32 keyHash(U32 key) { return key; }
+inline U32 keyHash(const String8& key) { return key.hash(); }
+
+template <class K>
+U32 reversedHash(const K& key) {
+  return reversedBits(keyHash(key));
+}
+
+// The base of a member. Its map is the only one to write it.
+template <class V>
+class HashMapLink {
+ public:
+  const Ptr<V>& fwkHmNext() const { return fwkHmNext_; }
+
+ private:
+  template <class, class>
+  friend class HashMap;
+
+  Ptr<V> fwkHmNext_;
+  const void* fwkHmMap_ = nullptr;
+  U32 fwkHmHash_ = 0;  // reversed
+};
+
+template <class V, class K>
+class HashMap {
+ public:
+  // A position; false at the end.
+  class Iterator {
+   public:
+    explicit operator bool() const { return current_ != nullptr; }
+    const Ptr<V>& operator*() const { return current_; }
+    V* operator->() const { return current_.ptr(); }
+    Iterator& operator++() {
+      if (mark_.isOrphan()) {
+        current_ = nullptr;
+        return *this;
+      }
+      mark_.placeIs(mark_.isStepped() ? mark_.place() : map_->after(*current_));
+      current_ = mark_.place();
+      return *this;
+    }
+
+   private:
+    friend class HashMap;
+    explicit Iterator(const HashMap& map)
+        : map_(&map), mark_(map.bookmarks_, map.first()), current_(mark_.place()) {}
+
+    const HashMap* map_;
+    Bookmark<V*> mark_;
+    Ptr<V> current_;  // stays when it has left the map, until the next step
+  };
+
+  HashMap() = default;
+  HashMap(const HashMap&) = delete;
+  HashMap& operator=(const HashMap&) = delete;
+  ~HashMap() { delAll(); }
+
+  U32 size() const { return size_; }
+  Iterator iterator() const { return Iterator(*this); }
+
+  // Null when there is none.
+  V* find(const K& key) const {
+    if (size_ == 0) return nullptr;
+    const U32 hash = reversedHash(key);
+    for (V* t = buckets_[bucketOf(hash)].ptr(); t != nullptr; t = link(*t).fwkHmNext_.ptr()) {
+      if (link(*t).fwkHmHash_ == hash && t->fwkKey() == key) return t;
+    }
+    return nullptr;
+  }
+
+  // REQUIRES: no member has its key.
+  void insert(const Ptr<V>& t) {
+    ZINT_ASSERT("Zint/HashMap", t->fwkHmNext() == 0);
+    ZINT_ASSERT("Zint/HashMap", link(*t).fwkHmMap_ == nullptr);
+    if (size_ == buckets_.size()) grow();
+    const U32 hash = reversedHash(static_cast<const K&>(t->fwkKey()));
+    Ptr<V>* place = &buckets_[bucketOf(hash)];
+    while (*place != nullptr && link(**place).fwkHmHash_ <= hash) {
+      place = &link(**place).fwkHmNext_;
+    }
+    link(*t).fwkHmHash_ = hash;
+    link(*t).fwkHmMap_ = this;
+    link(*t).fwkHmNext_ = std::move(*place);
+    *place = t;
+    ++size_;
+  }
+
+  // Removes and returns the member of that key; null when there is none.
+  Ptr<V> del(const K& key) {
+    V* member = find(key);
+    return member == nullptr ? nullptr : unlinked(*member);
+  }
+
+  // Removes every member, one after the other.
+  void delAll() {
+    for (Ptr<V>& bucket : buckets_) {
+      while (bucket != nullptr) unlinked(*bucket);
+    }
+  }
+
+ private:
+  static HashMapLink<V>& link(V& member) { return member; }
+
+  std::size_t bucketOf(U32 hash) const {
+    return static_cast<std::size_t>((U64{hash} << bits_) >> 32);
+  }
+
+  V* first() const { return firstFrom(0); }
+  V* firstFrom(std::size_t bucket) const {
+    for (; bucket < buckets_.size(); ++bucket) {
+      if (buckets_[bucket] != nullptr) return buckets_[bucket].ptr();
+    }
+    return nullptr;
+  }
+  V* after(V& member) const {
+    if (V* next = link(member).fwkHmNext_.ptr(); next != nullptr) return next;
+    return firstFrom(bucketOf(link(member).fwkHmHash_) + 1);
+  }
+
+  Ptr<V> unlinked(V& member) {
+    Ptr<V>* place = &buckets_[bucketOf(link(member).fwkHmHash_)];
+    while (place->ptr() != &member) place = &link(**place).fwkHmNext_;
+    bookmarks_.leaving(&member, after(member));
+    Ptr<V> t = std::move(*place);
+    *place = std::move(link(member).fwkHmNext_);
+    link(member).fwkHmMap_ = nullptr;
+    --size_;
+    return t;
+  }
+
+  // Doubles the buckets: each chain falls into two at the first member with the new bit set.
+  void grow() {
+    if (buckets_.empty()) {
+      buckets_.resize(std::size_t{1} << firstBits);
+      bits_ = firstBits;
+      return;
+    }
+    std::vector<Ptr<V>> buckets(buckets_.size() * 2);
+    ++bits_;
+    for (std::size_t i = 0; i < buckets_.size(); ++i) {
+      Ptr<V>* split = &buckets_[i];
+      while (*split != nullptr && bucketOf(link(**split).fwkHmHash_) == 2 * i) {
+        split = &link(**split).fwkHmNext_;
+      }
+      buckets[2 * i + 1] = std::move(*split);
+      buckets[2 * i] = std::move(buckets_[i]);
+    }
+    buckets_.swap(buckets);
+  }
+
+  static constexpr U32 firstBits = 3;
+
+  std::vector<Ptr<V>> buckets_;
+  U32 bits_ = 0;
+  U32 size_ = 0;
+  mutable BookmarkList<V*> bookmarks_;
+};
+
+}  // namespace Zint

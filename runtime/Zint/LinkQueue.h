@@ -1,0 +1,137 @@
+// A queue, first in first out, of counted members that carry a sequence index. The index is an
+// unsigned number that wraps; positions are compared by their distance from the head.
+#pragma once
+
+#include <Zint/Exception.h>
+#include <Zint/Ptr.h>
+#include <Zint/Types.h>
+#include <concepts>
+
+namespace Zint {
+
+// The base of a member. Its queue is the only one to write it.
+template <class V, class I>
+class LinkQueueLink {
+ public:
+  I zint_index() const { return zint_index_; }
+
+ private:
+  template <class, std::unsigned_integral>
+  friend class LinkQueue;
+
+  I zint_index_ = 0;
+  Ptr<V> next_;
+};
+
+template <class V, std::unsigned_integral I>
+class LinkQueue {
+ public:
+  // `head` is the index of the first member, `next` the index that the next one receives.
+  struct Metadata {
+    I head = 0;
+    I next = 0;
+    friend bool operator==(const Metadata&, const Metadata&) = default;
+  };
+
+  LinkQueue() = default;
+  LinkQueue(const LinkQueue&) = delete;
+  LinkQueue& operator=(const LinkQueue&) = delete;
+  ~LinkQueue() { delAll(); }
+
+  U32 size() const { return size_; }
+  const Metadata& metadata() const { return metadata_; }
+  // Moves the index space: for one that has to start elsewhere than at 0.
+  // The members must lie between `head` and `next` (range exception).
+  void metadataIs(const Metadata& metadata) {
+    const I span = static_cast<I>(metadata.next - metadata.head);
+    if (head_ != nullptr && (head_->zint_index() != metadata.head ||
+                             static_cast<I>(tail_->zint_index() - metadata.head) >= span)) {
+      throwRangeException("linkqueue index out of range");
+    }
+    metadata_ = metadata;
+  }
+
+  V* head() const { return head_.ptr(); }
+  V* tail() const { return tail_; }
+  // The member behind `member`, null at the end.
+  V* after(const V& member) const { return link(member).next_.ptr(); }
+
+  // The index that the next member receives: behind the last member, wherever the metadata stands.
+  I nextIndex() const {
+    if (head_ == nullptr) return metadata_.next;
+    const I byMetadata = static_cast<I>(metadata_.next - metadata_.head);
+    const I byTail = static_cast<I>(tail_->zint_index() + 1 - metadata_.head);
+    return static_cast<I>(metadata_.head + (byMetadata > byTail ? byMetadata : byTail));
+  }
+
+  // Appends. The range exception "linkqueue index space full" when the index behind the new member
+  // would be that of the head.
+  void enq(const Ptr<V>& member) { insert(nextIndex(), member); }
+
+  // Appends a member with an index of its own choice; one that lies before nextIndex() raises the
+  // range exception "linkqueue index out of range".
+  void insert(I index, const Ptr<V>& member) {
+    if (head_ == nullptr) {
+      metadata_.head = index;
+    } else {
+      const I distance = static_cast<I>(index - metadata_.head);
+      if (distance < static_cast<I>(nextIndex() - metadata_.head)) {
+        throwRangeException("linkqueue index out of range");
+      }
+      if (static_cast<I>(distance + 1) == 0) throwRangeException("linkqueue index space full");
+    }
+    link(*member).zint_index_ = index;
+    (head_ == nullptr ? head_ : link(*tail_).next_) = member;
+    tail_ = member.ptr();
+    metadata_.next = static_cast<I>(index + 1);
+    ++size_;
+  }
+
+  // Removes and returns the first member; null when there is none.
+  Ptr<V> deq() {
+    if (head_ == nullptr) return nullptr;
+    Ptr<V> member = std::move(head_);
+    head_ = std::move(link(*member).next_);
+    if (head_ == nullptr) tail_ = nullptr;
+    metadata_.head = head_ == nullptr ? metadata_.next : head_->zint_index();
+    --size_;
+    return member;
+  }
+
+  // Removes and returns the member of that index; null where it has been removed before. An index
+  // outside of the queue raises the range exception "linkqueue index out of range".
+  Ptr<V> del(I index) {
+    if (static_cast<I>(index - metadata_.head) >= static_cast<I>(metadata_.next - metadata_.head)) {
+      throwRangeException("linkqueue index out of range");
+    }
+    V* before = nullptr;
+    V* member = head_.ptr();
+    while (member != nullptr && member->zint_index() != index) {
+      before = member;
+      member = after(*member);
+    }
+    if (member == nullptr) return nullptr;
+    if (before == nullptr) return deq();
+    Ptr<V> removed = std::move(link(*before).next_);
+    link(*before).next_ = std::move(link(*removed).next_);
+    if (tail_ == removed.ptr()) tail_ = before;
+    --size_;
+    return removed;
+  }
+
+  void delAll() {
+    while (deq() != nullptr) {
+    }
+  }
+
+ private:
+  static LinkQueueLink<V, I>& link(V& member) { return member; }
+  static const LinkQueueLink<V, I>& link(const V& member) { return member; }
+
+  Ptr<V> head_;
+  V* tail_ = nullptr;
+  Metadata metadata_;
+  U32 size_ = 0;
+};
+
+}  // namespace Zint

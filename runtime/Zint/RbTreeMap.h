@@ -1,0 +1,95 @@
+// A collection of counted members in ascending order of their keys. The tree is the standard
+// library's, which is a red-black one; what this adds is iterators that survive the removal of
+// members.
+//
+//   RbTreeMap<Region, ChipAddress> regions;
+//   regions.insert(region);                      // under region->fwkKey()
+//   for (auto it = regions.iterator(); it; ++it) if (old(**it)) regions.del(it.key());
+#pragma once
+
+#include <Zint/Bookmark.h>
+#include <Zint/Ptr.h>
+#include <Zint/Types.h>
+#include <map>
+
+namespace Zint {
+
+template <class V, class K>
+class RbTreeMap {
+  using Tree = std::map<K, Ptr<V>>;
+  using Place = typename Tree::const_iterator;
+
+ public:
+  // A position; false at the end.
+  class Iterator {
+   public:
+    explicit operator bool() const { return current_ != nullptr; }
+    const Ptr<V>& operator*() const { return current_; }
+    V* operator->() const { return current_.ptr(); }
+    const K& key() const { return key_; }
+    Iterator& operator++() {
+      if (mark_.isOrphan()) {
+        current_ = nullptr;
+      } else {
+        mark_.placeIs(mark_.isStepped() ? mark_.place() : std::next(mark_.place()));
+        read();
+      }
+      return *this;
+    }
+
+   private:
+    friend class RbTreeMap;
+    explicit Iterator(const RbTreeMap& map)
+        : map_(&map), mark_(map.bookmarks_, map.tree_.begin()), key_() {
+      read();
+    }
+    void read() {
+      const bool end = mark_.place() == map_->tree_.end();
+      current_ = end ? nullptr : mark_.place()->second;
+      if (!end) key_ = mark_.place()->first;
+    }
+
+    const RbTreeMap* map_;
+    Bookmark<Place> mark_;
+    Ptr<V> current_;  // stays when it has left the map, until the next step
+    K key_;
+  };
+
+  RbTreeMap() = default;
+  RbTreeMap(const RbTreeMap&) = delete;
+  RbTreeMap& operator=(const RbTreeMap&) = delete;
+  ~RbTreeMap() { delAll(); }
+
+  U32 size() const { return static_cast<U32>(tree_.size()); }
+  Iterator iterator() const { return Iterator(*this); }
+
+  // Null when there is none.
+  V* find(const K& key) const {
+    const auto place = tree_.find(key);
+    return place == tree_.end() ? nullptr : place->second.ptr();
+  }
+
+  // REQUIRES: no member has its key.
+  void insert(const Ptr<V>& member) { tree_.emplace(member->fwkKey(), member); }
+
+  // Removes and returns the member of that key; null when there is none.
+  Ptr<V> del(const K& key) {
+    const auto place = tree_.find(key);
+    if (place == tree_.end()) return nullptr;
+    bookmarks_.leaving(place, std::next(place));
+    Ptr<V> member = std::move(place->second);
+    tree_.erase(place);
+    return member;
+  }
+
+  // Removes every member, in ascending order.
+  void delAll() {
+    while (!tree_.empty()) del(K(tree_.begin()->first));
+  }
+
+ private:
+  Tree tree_;
+  mutable BookmarkList<Place> bookmarks_;
+};
+
+}  // namespace Zint

@@ -1,0 +1,100 @@
+// Text trace: one handle per library, a switch per level, one sink per process.
+//
+//   ZINT_TRACE_CONTEXT(myTrace(), 7, "", "Chips/Mine", __LINE__, "write to " << name);
+//
+// Levels run from 0 (operational events and real faults, always recorded) to 9 (finest detail). A
+// text is built only when its level is switched on, or while a coverage stream is set.
+//
+// Handles, the sink and the coverage stream may be used from several threads.
+#pragma once
+
+#include <Zint/Api.h>
+#include <Zint/String8.h>
+#include <Zint/Types.h>
+#include <atomic>
+#include <ostream>
+#include <sstream>
+
+namespace Zint {
+
+constexpr U32 traceLevels = 10;
+
+struct TraceLine {
+  const char* handle;
+  U32 level;
+  const char* text;
+  const char* context;  // "" unless the line states one
+  const char* source;
+  int line;
+  const char* function;
+};
+
+class UMBRA_API TraceHandle {
+ public:
+  // Level 0 is on from the start, the others if `everyLevel`. `name` must outlive the handle.
+  TraceHandle(const char* name, bool everyLevel);
+  ~TraceHandle();
+  TraceHandle(const TraceHandle&) = delete;
+  TraceHandle& operator=(const TraceHandle&) = delete;
+
+  const char* name() const { return name_; }
+  bool level(U32 level) const { return (recorded_.load(std::memory_order_relaxed) >> level) & 1; }
+  // Switches one level. Level 0 is always recorded: switching it off raises a range exception, as
+  // does a level above 9.
+  void levelIs(U32 level, bool on);
+  // Switches on the levels up to and including `level`, and off those above it.
+  void levelUpToIs(U32 level);
+
+  // Whether a text of this level is to be built.
+  bool built(U32 level) const { return (built_.load(std::memory_order_relaxed) >> level) & 1; }
+
+  // The handle of that name, null when there is none yet.
+  static TraceHandle* find(const String8& name);
+
+ private:
+  friend UMBRA_API void coverageStreamIs(std::ostream* stream);
+
+  void recordedIs(U32 levels);
+
+  const char* name_;
+  std::atomic<U32> recorded_;  // bit n: level n is switched on
+  std::atomic<U32> built_;     // the same, and all bits while a coverage stream is set
+  TraceHandle* next_ = nullptr;
+};
+
+// Receives every recorded line, on the thread that traced it. Must not trace itself.
+class UMBRA_API TraceSink {
+ public:
+  virtual ~TraceSink();
+  virtual void traceLine(const TraceLine& line) = 0;
+};
+
+// Replaces the sink (not owned; null for the one that writes lines to standard error) and returns
+// the one before (null for that one).
+UMBRA_API TraceSink* traceSinkIs(TraceSink* sink);
+
+// While set, every trace statement that is reached builds its text and writes it there, whether or
+// not its level is on. Not owned; null for none.
+UMBRA_API void coverageStreamIs(std::ostream* stream);
+
+// Hands a built text to the sink (if the level is on) and to the coverage stream.
+UMBRA_API void traceHelper(const TraceHandle& handle, const String8& text, U32 level,
+                           const char* context, const char* source, int line, const char* function);
+
+// The runtime's own handle, "Zint".
+UMBRA_API TraceHandle& zintTrace();
+
+}  // namespace Zint
+
+// `text` is what stands to the right of `stream <<`.
+#define ZINT_TRACE_CONTEXT(handle, level, context, source, line, text)                          \
+  do {                                                                                          \
+    if ((handle).built(level)) [[unlikely]] {                                                   \
+      std::ostringstream zintTraceText;                                                         \
+      zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
+      ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, __func__); \
+    }                                                                                           \
+  } while (0)
+
+#define ZINT_TRACE(level, text) \
+  ZINT_TRACE_CONTEXT(::Zint::zintTrace(), level, "", "Zint", __LINE__, text)
