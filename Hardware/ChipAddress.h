@@ -54,4 +54,7 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
 // Writes what valueToStrep gives, not stringValue().
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipAddress& address);
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ChipAddress*) { return "Hardware::ChipAddress"; }
+
 }  // namespace Hardware

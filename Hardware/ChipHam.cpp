@@ -9,10 +9,6 @@ ChipHam::NotifieeConst::~NotifieeConst() = default;
 
 const Zint::Type* ChipHam::fwkType() const { return &chipHamType; }
 
-Zint::String8 ChipHam::attributeString(Zint::AttributeId attribute) const {
-  return Entity::attributeString(attribute);
-}
-
 void ChipHam::doRead(const ChipAddress&, U8*, U32, U32) { UMBRA_ASSERT(34, 0); }
 
 void ChipHam::doWrite(const ChipAddress&, U8*, U32, U32) { UMBRA_ASSERT(40, 0); }

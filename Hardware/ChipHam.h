@@ -48,8 +48,6 @@ class UMBRA_API ChipHam : public Zint::Entity {
   ~ChipHam() override;
 
  public:
-  Zint::String8 attributeString(Zint::AttributeId attribute) const override;
-
   // --- In slot order -----------------------------------------------------------------------------
   // Reads `entries` entries of `entrySize` bytes from the hardware at `address` into `buffer`.
   // The base cannot: a fatal assertion, as for doWrite.
@@ -73,5 +71,8 @@ class UMBRA_API ChipHam : public Zint::Entity {
   // The streams must not overlap; no other bit of the destination changes.
   void copyBits(U8* destination, U32 destinationBit, U8* source, U32 sourceBit, U32 bits) const;
 };
+
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ChipHam*) { return "Hardware::ChipHam"; }
 
 }  // namespace Hardware

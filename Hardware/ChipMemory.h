@@ -258,4 +258,10 @@ inline bool entriesFit(const Hal::BufBase& buffer, U64 end, U32 entrySize) {
 }
 inline bool bitsFit(const Hal::BufBase& bitmap, U64 end) { return end <= U64{bitmap.size()} * 8; }
 
+// The names under which reflection shows them.
+constexpr const char* zintTypeName(const ChipMemory*) { return "Hardware::ChipMemory"; }
+constexpr const char* zintTypeName(const ChipMemory::ChipMemoryMode*) {
+  return "Hardware::ChipMemory::ChipMemoryMode";
+}
+
 }  // namespace Hardware

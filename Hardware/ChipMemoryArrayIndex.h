@@ -30,4 +30,9 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                ChipMemoryArrayIndex& index);
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipMemoryArrayIndex& index);
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ChipMemoryArrayIndex*) {
+  return "Hardware::ChipMemoryArrayIndex";
+}
+
 }  // namespace Hardware

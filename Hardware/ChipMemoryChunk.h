@@ -55,4 +55,7 @@ class UMBRA_API ChipMemoryChunk : public Zint::Entity, public Zint::HashMapLink<
   Zint::DynArray<ChipMemory::Ptr, ChipMemoryArrayIndex> chipMemory_;
 };
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ChipMemoryChunk*) { return "Hardware::ChipMemoryChunk"; }
+
 }  // namespace Hardware

@@ -12,17 +12,6 @@ Zint::Ptr<ChipReadRequest> chipReadRequestFactory(Zint::Name name) {
 
 const Zint::Type* ChipReadRequest::fwkType() const { return &chipReadRequestType; }
 
-Zint::String8 ChipReadRequest::attributeString(Zint::AttributeId attribute) const {
-  switch (attribute) {
-    case Id::handleState:
-      return "handleState";
-    case Id::chipMemory:
-      return "chipMemory";
-    default:
-      return Request::attributeString(attribute);
-  }
-}
-
 ChipMemory::Ptr ChipReadRequest::chipMemory(const ChipAddress& address) const {
   const ZintChipMemory* member = chipMemory_.find(address);
   return member == nullptr ? nullptr : member->chipMemory();

@@ -59,7 +59,6 @@ class UMBRA_API ChipReadRequest : public Zint::Request {
   ~ChipReadRequest() override;
 
  public:
-  Zint::String8 attributeString(Zint::AttributeId attribute) const override;
   // The reaction to `state` lies with the reader.
   void handleState() override {}
 
@@ -88,5 +87,8 @@ UMBRA_API Zint::Ptr<ChipReadRequest> chipReadRequestFactory(Zint::Name name);
 inline Zint::Ptr<ChipReadRequest> ChipReadRequestIs(Zint::Name name) {
   return chipReadRequestFactory(std::move(name));
 }
+
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ChipReadRequest*) { return "Hardware::ChipReadRequest"; }
 
 }  // namespace Hardware

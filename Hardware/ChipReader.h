@@ -186,4 +186,7 @@ inline Zint::Ptr<ChipReader> ChipReaderIs(const Zint::Ptr<Zint::ActivityConfig>&
   return chipReaderFactory(activity, request, clock, maxEntriesPerRead, readInterval);
 }
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ChipReader*) { return "Hardware::ChipReader"; }
+
 }  // namespace Hardware

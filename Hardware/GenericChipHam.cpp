@@ -11,10 +11,6 @@ GenericChipHam::~GenericChipHam() = default;
 
 const Zint::Type* GenericChipHam::fwkType() const { return &genericChipHamType; }
 
-Zint::String8 GenericChipHam::attributeString(Zint::AttributeId attribute) const {
-  return attribute == Id::hamImpl ? "hamImpl" : ChipHam::attributeString(attribute);
-}
-
 // The register access is held over the loop: an access may drop the last other reference, to this
 // object as well.
 void GenericChipHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {

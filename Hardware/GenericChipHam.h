@@ -22,8 +22,6 @@ class UMBRA_API GenericChipHam : public ChipHam {
   ~GenericChipHam() override;
 
  public:
-  Zint::String8 attributeString(Zint::AttributeId attribute) const override;
-
   // One register access per 32-bit word, in ascending order, at the low word of `address` (the high
   // word is not passed on). Entry sizes that are no multiple of 4: a fatal assertion, before any
   // access. What the register access throws passes through; the words before it are done.
@@ -38,5 +36,8 @@ class UMBRA_API GenericChipHam : public ChipHam {
 
 UMBRA_API Zint::Ptr<GenericChipHam> genericChipHamFactory(Zint::Name name,
                                                           const Zint::Ptr<Fru::HamImpl>& hamImpl);
+
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const GenericChipHam*) { return "Hardware::GenericChipHam"; }
 
 }  // namespace Hardware

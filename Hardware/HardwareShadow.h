@@ -264,9 +264,6 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void indexBuilt();
   void indexCleared();
   void indexed(const ChipMemory::Ptr& cm);
-  void regionAudited(const ChipMemory::Ptr& cm);
-  void differenceReported(const ChipMemory::Ptr& cm, U32 e, const U8* shadowEntry,
-                          const U8* hardwareEntry);
 
   // Destroyed from the last to the first.
   Zint::Ptr<Zint::ActivityConfig> zintFwkActivity_;
@@ -300,5 +297,11 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                const Zint::String8::IteratorConst& end,
                                HardwareShadow::State& state);
 UMBRA_API std::ostream& operator<<(std::ostream& out, const HardwareShadow::State& state);
+
+// The names under which reflection shows them.
+constexpr const char* zintTypeName(const HardwareShadow*) { return "Hardware::HardwareShadow"; }
+constexpr const char* zintTypeName(const HardwareShadow::State*) {
+  return "Hardware::HardwareShadow::State";
+}
 
 }  // namespace Hardware

@@ -20,6 +20,41 @@ Zint::String8 byteTexts(const U8* bytes, U32 size) {
   return text;
 }
 
+void recentWriteRecorded(U32 e) {
+  static const Mirl::MsgDesc desc(
+      Mirl::theTraceFile, "Difference found in entry %u but it was written since the audit began",
+      __LINE__);
+  Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 8);
+  msg << e;
+  msg.endMsg();
+}
+
+// A real difference: the entry, and each byte that differs.
+void differenceRecorded(const ChipMemory& cm, U32 e, const U8* shadowEntry,
+                        const U8* hardwareEntry) {
+  static const Mirl::MsgDesc found(Mirl::theTraceFile, "Difference found in entry %u of memory %s",
+                                   __LINE__);
+  Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, found, 0);
+  msg << e << cm.fwkKey();
+  msg.endMsg();
+
+  static const Mirl::MsgDesc byteDiffers(Mirl::theTraceFile, "Byte %u expected %x actual %x",
+                                         __LINE__);
+  for (U32 i = 0; i < cm.entrySize(); ++i) {
+    if (shadowEntry[i] == hardwareEntry[i]) continue;
+    Mirl::RingBuf::Msg byteMsg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, byteDiffers, 0);
+    byteMsg << i << shadowEntry[i] << hardwareEntry[i];
+    byteMsg.endMsg();
+  }
+}
+
+void bytesRecorded(const Zint::String8& expected, const Zint::String8& actual) {
+  static const Mirl::MsgDesc desc(Mirl::theTraceFile, "Expected: %s Actual: %s", __LINE__);
+  Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
+  msg << expected << actual;
+  msg.endMsg();
+}
+
 }  // namespace
 
 void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
@@ -114,48 +149,20 @@ void HardwareShadow::doAuditChips() {
         UMBRA_TRACE(
             8, __LINE__,
             "Difference found in entry " << e << " but it was written since the audit began");
-        static const Mirl::MsgDesc desc(
-            Mirl::theTraceFile,
-            "Difference found in entry %u but it was written since the audit began", __LINE__);
-        Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 8);
-        msg << e;
-        msg.endMsg();
+        recentWriteRecorded(e);
       } else {
-        differenceReported(cm, e, shadowEntry, hardwareEntry);
+        UMBRA_TRACE(0, __LINE__, "Difference found in entry " << e << " of memory " << cm->name());
+        differenceRecorded(*cm, e, shadowEntry, hardwareEntry);
+        const Zint::String8 expected = byteTexts(shadowEntry, entrySize);
+        const Zint::String8 actual = byteTexts(hardwareEntry, entrySize);
+        UMBRA_TRACE(0, __LINE__, "Expected: " << expected << " Actual: " << actual);
+        bytesRecorded(expected, actual);
         doFixBadRegister(cm, e, shadowEntry);
       }
     }
   }
   auditsIs(audits_ + 1);
   if (clock_ != nullptr) clock_->timeMinIs(lastAuditStartTime_ + minIntervalBetweenAudits_);
-}
-
-// A real difference: the entry, each byte that differs, and a dump of both.
-void HardwareShadow::differenceReported(const ChipMemory::Ptr& cm, U32 e, const U8* shadowEntry,
-                                        const U8* hardwareEntry) {
-  UMBRA_TRACE(0, __LINE__, "Difference found in entry " << e << " of memory " << cm->name());
-  static const Mirl::MsgDesc found(Mirl::theTraceFile, "Difference found in entry %u of memory %s",
-                                   __LINE__);
-  Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, found, 0);
-  msg << e << cm->fwkKey();
-  msg.endMsg();
-
-  static const Mirl::MsgDesc byteDiffers(Mirl::theTraceFile, "Byte %u expected %x actual %x",
-                                         __LINE__);
-  for (U32 i = 0; i < cm->entrySize(); ++i) {
-    if (shadowEntry[i] == hardwareEntry[i]) continue;
-    Mirl::RingBuf::Msg byteMsg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, byteDiffers, 0);
-    byteMsg << i << shadowEntry[i] << hardwareEntry[i];
-    byteMsg.endMsg();
-  }
-
-  const Zint::String8 expected = byteTexts(shadowEntry, cm->entrySize());
-  const Zint::String8 actual = byteTexts(hardwareEntry, cm->entrySize());
-  UMBRA_TRACE(0, __LINE__, "Expected: " << expected << " Actual: " << actual);
-  static const Mirl::MsgDesc bytes(Mirl::theTraceFile, "Expected: %s Actual: %s", __LINE__);
-  Mirl::RingBuf::Msg bytesMsg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, bytes, 0);
-  bytesMsg << expected << actual;
-  bytesMsg.endMsg();
 }
 
 void HardwareShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {

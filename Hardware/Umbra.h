@@ -8,13 +8,18 @@
 
 namespace Hardware {
 
+UMBRA_API extern const Zint::Type chipMemoryModeType;
+UMBRA_API extern const Zint::Type hardwareShadowStateType;
+UMBRA_API extern const Zint::Type chipAddressType;
 UMBRA_API extern const Zint::Type chipHamType;
 UMBRA_API extern const Zint::Type genericChipHamType;
 UMBRA_API extern const Zint::Type chipMemoryType;
 UMBRA_API extern const Zint::Type chipReadRequestType;
 UMBRA_API extern const Zint::Type chipReaderType;
+UMBRA_API extern const Zint::Type chipMemoryArrayIndexType;
 UMBRA_API extern const Zint::Type chipMemoryChunkType;
 UMBRA_API extern const Zint::Type hardwareShadowType;
+UMBRA_API extern const Zint::Type chipMemoryBogonType;
 
 // The library's trace handle, "Umbra".
 inline Zint::TraceHandle& umbraTrace() {

@@ -19,4 +19,7 @@ class UMBRA_API HamImpl : public Zint::PtrInterface {
   virtual void write(U32 address, U32 value) = 0;
 };
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const HamImpl*) { return "Fru::HamImpl"; }
+
 }  // namespace Fru

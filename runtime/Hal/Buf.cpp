@@ -1,5 +1,5 @@
 #include <Hal/Buf.h>
-#include <Zint/Type.h>
+#include <Zint/Reflect.h>
 #include <cstdlib>
 #include <limits>
 #include <new>
@@ -7,8 +7,17 @@
 namespace Hal {
 namespace {
 
-const Zint::Type bufBaseType{"Hal::BufBase"};
-const Zint::Type bufType{"Hal::Buf"};
+Zint::Bytes contents(const BufBase& buffer) {
+  return {{buffer.data(), buffer.data() + buffer.size()}};
+}
+
+constexpr Zint::Member bufBaseMembers[] = {
+    Zint::readOnly<&BufBase::size>("size"),
+    Zint::readOnly<&contents>("data"),
+};
+constinit const Zint::Type bufBaseType{"Hal::BufBase", "reference-counted object", nullptr,
+                                       bufBaseMembers};
+constinit const Zint::Type bufType{"Hal::Buf", "reference-counted object", &bufBaseType};
 
 // Large blocks come from calloc untouched: their pages are zero already.
 U8* zeroedBlock(U32 size, U32 slack) {

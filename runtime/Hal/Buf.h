@@ -43,4 +43,8 @@ class UMBRA_API Buf : public BufBase {
   ~Buf() override;
 };
 
+// The names under which reflection shows them.
+constexpr const char* zintTypeName(const BufBase*) { return "Hal::BufBase"; }
+constexpr const char* zintTypeName(const Buf*) { return "Hal::Buf"; }
+
 }  // namespace Hal

@@ -82,4 +82,7 @@ class UMBRA_API ActivityConfig : public Entity {
 
 UMBRA_API ValidPtr<ActivityConfig> activityFactory(Name name, const ValidPtr<const Clock>& clock);
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const ActivityConfig*) { return "Zint::ActivityConfig"; }
+
 }  // namespace Zint

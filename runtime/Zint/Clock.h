@@ -121,4 +121,7 @@ UMBRA_API ValidPtr<ManualClock> manualClockFactory(Name name);
 // activity made last on this thread, and of the system's monotonic clock when there is none.
 UMBRA_API Seconds now();
 
+// The name under which reflection shows it.
+constexpr const char* zintTypeName(const Clock*) { return "Zint::Clock"; }
+
 }  // namespace Zint

@@ -20,14 +20,7 @@ void Entity::zeroReferencesIs(bool zero) {
 const Type* Entity::fwkType() const { return &entityType; }
 
 String8 Entity::attributeString(AttributeId attribute) const {
-  switch (attribute) {
-    case Id::name:
-      return "name";
-    case Id::isNondestructing:
-      return "isNondestructing";
-    default:
-      return "unknown";
-  }
+  return fwkType()->attributeString(attribute);
 }
 
 void Entity::parentIs(Entity* parent, AttributeId attribute) {

@@ -4,6 +4,7 @@
 
 #include <Zint/Exception.h>
 #include <Zint/Ptr.h>
+#include <Zint/Strep.h>
 #include <Zint/Types.h>
 #include <concepts>
 
@@ -23,15 +24,19 @@ class LinkQueueLink {
   Ptr<V> next_;
 };
 
+// A queue's bookkeeping: `head` is the index of the first member, `next` the index that the next
+// one receives. In texts "head:next".
+template <std::unsigned_integral I>
+struct LinkQueueMetadata {
+  I head = 0;
+  I next = 0;
+  friend bool operator==(const LinkQueueMetadata&, const LinkQueueMetadata&) = default;
+};
+
 template <class V, std::unsigned_integral I>
 class LinkQueue {
  public:
-  // `head` is the index of the first member, `next` the index that the next one receives.
-  struct Metadata {
-    I head = 0;
-    I next = 0;
-    friend bool operator==(const Metadata&, const Metadata&) = default;
-  };
+  using Metadata = LinkQueueMetadata<I>;
 
   LinkQueue() = default;
   LinkQueue(const LinkQueue&) = delete;
@@ -133,5 +138,27 @@ class LinkQueue {
   Metadata metadata_;
   U32 size_ = 0;
 };
+
+template <class I>
+String8 valueToStrep(const LinkQueueMetadata<I>& metadata) {
+  return valueToStrep(metadata.head) + ":" + valueToStrep(metadata.next);
+}
+
+template <class I>
+void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
+                     LinkQueueMetadata<I>& metadata) {
+  auto p = pos;
+  LinkQueueMetadata<I> read;
+  sequenceToValue(p, end, read.head);
+  if (p == end || *p != ':') throwRangeException("a queue's bookkeeping is written head:next");
+  sequenceToValue(++p, end, read.next);
+  pos = p;
+  metadata = read;
+}
+
+template <class I>
+constexpr const char* zintTypeName(const LinkQueueMetadata<I>*) {
+  return "Hardware::ChipReader::ChipMemoryMetadata";
+}
 
 }  // namespace Zint

@@ -1,5 +1,6 @@
 #include <Zint/Activity.h>
 #include <Zint/Notifiee.h>
+#include <Zint/ObjectText.h>
 #include <Zint/Trace.h>
 #include <Zint/Type.h>
 #include <algorithm>
@@ -173,6 +174,7 @@ void PtrInterface::notifieeDelAll() const {
 PtrInterface::~PtrInterface() {
   // One that threw in its constructor still holds its first reference.
   ZINT_ASSERT("Zint/PtrInterface", references_ == underDestruction || references_ == 1);
+  if (hasTextNumber_) objectTextForgotten(this);
   if (notifiees_ == nullptr) return;
   references_ = underDestruction;
   notifieeDelAll();

@@ -61,6 +61,9 @@ class UMBRA_API PtrInterface {
   template <class N, class Tell>
   void notifyEach(AttributeId attribute, Tell tell) const;
 
+  // A number in texts was given to this object: it must be taken back when the object goes.
+  void textNumberGiven() const { hasTextNumber_ = true; }
+
   // The number of registered notifiees.
   U32 notifiees() const;
 
@@ -83,6 +86,7 @@ class UMBRA_API PtrInterface {
 
   mutable std::size_t references_ = 1;
   mutable NotifieeList* notifiees_ = nullptr;  // owned; null until the first registration
+  mutable bool hasTextNumber_ = false;
   bool hasNotificationActive_ = false;
   bool nondestructing_ = true;
   bool markedForDeletion_ = false;

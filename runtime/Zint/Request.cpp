@@ -8,19 +8,6 @@ Request::NotifieeConst::~NotifieeConst() = default;
 
 const Type* Request::fwkType() const { return &requestType; }
 
-String8 Request::attributeString(AttributeId attribute) const {
-  switch (attribute) {
-    case Id::state:
-      return "state";
-    case Id::status:
-      return "status";
-    case Id::generation:
-      return "generation";
-    default:
-      return Entity::attributeString(attribute);
-  }
-}
-
 void Request::stateIs(State state) {
   const Ptr<Request> self(this);
   state_ = state;
@@ -36,6 +23,20 @@ void Request::statusIs(Status status) {
 
 void Request::generationIs(U32 generation) {
   if (updated(generation_, generation)) notify(Id::generation);
+}
+
+void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
+                     Request::State& state) {
+  S32 value = 0;
+  sequenceToValue(pos, end, value);
+  state = static_cast<Request::State>(value);
+}
+
+void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
+                     Request::Status& status) {
+  S32 value = 0;
+  sequenceToValue(pos, end, value);
+  status = static_cast<Request::Status>(value);
 }
 
 void Request::NotifieeConst::handleNotification(ActivityConfig* activity) {

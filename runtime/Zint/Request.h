@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Zint/Entity.h>
+#include <Zint/Strep.h>
 
 namespace Zint {
 
@@ -36,8 +37,6 @@ class UMBRA_API Request : public Entity {
   ~Request() override;
 
  public:
-  String8 attributeString(AttributeId attribute) const override;
-
   State state() const { return state_; }
   // A command: stored and announced also when the same one was given before. Advances the
   // generation.
@@ -58,5 +57,15 @@ class UMBRA_API Request : public Entity {
   Status status_ = none_;
   U32 generation_ = 0;
 };
+
+// In texts, too, both are plain numbers.
+inline String8 valueToStrep(const Request::State& state) { return valueToStrep(S64{state}); }
+inline String8 valueToStrep(const Request::Status& status) { return valueToStrep(S64{status}); }
+UMBRA_API void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
+                               Request::State& state);
+UMBRA_API void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
+                               Request::Status& status);
+constexpr const char* zintTypeName(const Request::State*) { return "Zint::Request::State"; }
+constexpr const char* zintTypeName(const Request::Status*) { return "Zint::Request::Status"; }
 
 }  // namespace Zint

@@ -1,0 +1,97 @@
+#include <Hardware/ChipMemoryBogon.h>
+#include <Hardware/Umbra.h>
+#include <Zint/ObjectText.h>
+
+namespace Hardware {
+namespace {
+
+[[noreturn]] void reinstantiationRefused(const char* attribute, const Zint::String8& passed,
+                                         const Zint::String8& held) {
+  Zint::throwNameInUseException(
+      Zint::String8(
+          "Reinstantiating the pointer interface where constructor parameter attribute ") +
+      attribute + " has a different value of " + passed + " than the current value of " + held +
+      " not allowed");
+}
+
+}  // namespace
+
+ChipMemoryBogon::ChipMemoryBogon(Zint::Name name) : Entity(std::move(name)) {}
+
+ChipMemoryBogon::~ChipMemoryBogon() {
+  chipMemoryDelAll();
+  notifieeDelAll();
+}
+
+Zint::Ptr<ChipMemoryBogon> chipMemoryBogonFactory(Zint::Name name) {
+  return Zint::makePtr<ChipMemoryBogon>(std::move(name));
+}
+
+const Zint::Type* ChipMemoryBogon::fwkType() const { return &chipMemoryBogonType; }
+
+ChipMemory::Ptr ChipMemoryBogon::chipMemoryIs(Zint::String8 name, const ChipAddress& address,
+                                              U32 entries, U32 entrySize, U32 stride,
+                                              const Zint::Ptr<ChipHam>& chipHam) {
+  const ChipMemory::Ptr existing = chipMemory_.find(name);
+  if (existing == nullptr) {
+    const ChipMemory::Ptr made = newChipMemory(name, address, entries, entrySize, stride, chipHam);
+    chipMemoryNotify(name, made);
+    return made;
+  }
+  if (address != existing->address()) {
+    reinstantiationRefused("_address", address.stringValue(), existing->address().stringValue());
+  }
+  existing->entriesIs(entries);
+  if (entrySize != existing->entrySize()) {
+    reinstantiationRefused("_entrySize", Zint::valueToStrep(entrySize),
+                           Zint::valueToStrep(existing->entrySize()));
+  }
+  if (stride != existing->stride()) {
+    reinstantiationRefused("_stride", Zint::valueToStrep(stride),
+                           Zint::valueToStrep(existing->stride()));
+  }
+  if (chipHam != existing->chipHam()) {
+    reinstantiationRefused("_chipHam", Zint::valueToStrep(chipHam),
+                           Zint::valueToStrep(existing->chipHam()));
+  }
+  return existing;
+}
+
+ChipMemory::Ptr ChipMemoryBogon::newChipMemory(Zint::String8 name, const ChipAddress& address,
+                                               U32 entries, U32 entrySize, U32 stride,
+                                               const Zint::Ptr<ChipHam>& chipHam) {
+  const ChipMemory::Ptr made =
+      Zint::makePtr<ChipMemory>(std::move(name), address, entries, entrySize, stride, chipHam);
+  chipMemory_.insert(made);
+  return made;
+}
+
+ChipMemory::Ptr ChipMemoryBogon::chipMemoryDel(Zint::String8 name) {
+  const ChipMemory::Ptr removed = chipMemory_.del(name);
+  if (removed != nullptr) chipMemoryNotify(std::move(name), removed);
+  return removed;
+}
+
+void ChipMemoryBogon::chipMemoryDelAll() {
+  const Ptr self(this);
+  for (auto region = chipMemoryIterator(); region; ++region) region.del();
+}
+
+void ChipMemoryBogon::chipMemoryNotify(Zint::String8 name, const ChipMemory::Ptr&) {
+  notifyEach<NotifieeConst>(Id::chipMemory,
+                            [&name](NotifieeConst& notifiee) { notifiee.onChipMemory(name); });
+}
+
+ChipMemoryBogon::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                                              const Zint::Ptr<const ChipMemoryBogon>& directory)
+    : Entity::NotifieeConst(activity, directory) {}
+
+ChipMemoryBogon::NotifieeConst::~NotifieeConst() = default;
+
+ChipMemoryBogon::Notifiee::Notifiee(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                                    const Zint::Ptr<ChipMemoryBogon>& directory)
+    : NotifieeConst(activity, directory) {}
+
+ChipMemoryBogon::Notifiee::~Notifiee() = default;
+
+}  // namespace Hardware

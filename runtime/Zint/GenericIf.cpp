@@ -1,0 +1,192 @@
+#include <Zint/Exception.h>
+#include <Zint/GenericIf.h>
+#include <Zint/Reflect.h>
+
+namespace Zint {
+namespace {
+
+String8 qualified(const Type& type, std::string_view member) {
+  return String8(type.name) + "::" + member;
+}
+
+[[noreturn]] void refused(const String8& place, const char* why, std::string_view text = "") {
+  throwRangeException(place + ": " + why + (text.empty() ? "" : " ") + text);
+}
+
+// Runs `read`; a failure to read a text is thrown again with the member's name and the text.
+template <class Read>
+auto parsed(const String8& place, const String8& text, Read read) {
+  try {
+    return read();
+  } catch (const Detail::Unreadable& cause) {
+    rethrowFromDeserializeAttr(cause, (place + " from \"" + text + "\"").c_str());
+  }
+}
+
+String8 allTexts(const Arguments& arguments) {
+  String8 texts;
+  for (const auto& [name, text] : arguments) {
+    texts += texts.empty() ? "" : " ";
+    texts += name + "=" + text;
+  }
+  return texts;
+}
+
+using Call = Result (*)(void*, std::span<const String8* const>);
+
+// Puts the named arguments into their order and calls.
+Result called(const String8& place, const std::array<const char*, 8>& names, Call call,
+              void* object, const Arguments& arguments) {
+  std::vector<const String8*> ordered;
+  std::size_t used = 0;
+  for (const char* name : names) {
+    if (name == nullptr) break;
+    const bool optional = *name == '?';
+    if (optional) ++name;
+    const String8* found = nullptr;
+    for (const auto& [given, text] : arguments) {
+      if (given != name) continue;
+      if (found != nullptr) refused(place, "argument given twice:", name);
+      found = &text;
+      ++used;
+    }
+    if (found == nullptr && !optional) refused(place, "missing argument", name);
+    ordered.push_back(found);
+  }
+  if (used != arguments.size()) {
+    for (const auto& [given, text] : arguments) {
+      bool known = false;
+      for (const char* name : names) known |= name != nullptr && given == name + (*name == '?');
+      if (!known) refused(place, "surplus argument", given + "=" + text);
+    }
+  }
+  return parsed(place, allTexts(arguments), [&] { return call(object, ordered); });
+}
+
+}  // namespace
+
+namespace GenericIf {
+
+void* List_::changed(const void* operation) const {
+  if (operation == nullptr) refused(qualified(*type_, member_->name), "cannot be changed so");
+  if (isConst_) throwRangeException("attempting to modify a const instance");
+  return const_cast<void*>(address_);
+}
+
+Result List_::find(const String8& key) const {
+  const String8 place = qualified(*type_, member_->name);
+  return parsed(place, key, [&] { return member_->list->find(address_, key); });
+}
+
+void List_::del(const String8& key) {
+  void* object = changed(reinterpret_cast<const void*>(member_->list->del));
+  const String8 place = qualified(*type_, member_->name);
+  parsed(place, key, [&] { member_->list->del(object, key); });
+}
+
+void List_::delAll() {
+  void* object = changed(reinterpret_cast<const void*>(member_->list->delAll));
+  member_->list->delAll(object);
+}
+
+Result List_::insert(const Arguments& arguments) {
+  void* object = changed(reinterpret_cast<const void*>(member_->list->insert));
+  const String8 place = qualified(*type_, String8(member_->name) + "Is");
+  return called(place, member_->list->arguments, member_->list->insert, object, arguments);
+}
+
+}  // namespace GenericIf
+
+GenericIf_::GenericIf_(const ValidPtr<PtrInterface>& object)
+    : GenericIf_(object, false, object.ptr(), *object->fwkType()) {}
+
+GenericIf_ GenericIf_::readOnlyView(const ValidPtr<const PtrInterface>& object) {
+  return GenericIf_(object, true, object.ptr(), *object->fwkType());
+}
+
+GenericIf_ GenericIf_::of(const Result& result) {
+  if (result.object == nullptr) throwRangeException(String8("no object: ") + result.text);
+  return GenericIf_(result.object, result.isConst, result.object.ptr(), *result.object->fwkType());
+}
+
+const Member& GenericIf_::member(const String8& name) const {
+  const Member* found = type_->find(name);
+  if (found == nullptr) refused(type_->name, "unknown member", name);
+  return *found;
+}
+
+void* GenericIf_::changed() const {
+  if (isConst_) throwRangeException("attempting to modify a const instance");
+  return const_cast<void*>(address_);
+}
+
+String8 GenericIf_::attribute(const String8& name) const {
+  const Member& found = member(name);
+  if (found.list != nullptr) return std::to_string(found.list->size(address_));
+  if (found.get == nullptr) refused(qualified(*type_, name), "is no attribute");
+  return found.get(address_);
+}
+
+void GenericIf_::attributeIs(const String8& name, const String8& text) {
+  const Member& found = member(name);
+  const String8 place = qualified(*type_, name);
+  void* object = changed();
+  if (found.set == nullptr) refused(place, "cannot be set to", text);
+  parsed(place, text, [&] { found.set(object, text); });
+}
+
+Result GenericIf_::target(const String8& name) const {
+  const Member& found = member(name);
+  if (found.target == nullptr) refused(qualified(*type_, name), "is no object");
+  Result result = found.target(address_);
+  result.isConst |= isConst_;
+  return result;
+}
+
+GenericIf::List_ GenericIf_::list(const String8& name) const {
+  const Member& found = member(name);
+  if (found.list == nullptr) refused(qualified(*type_, name), "is no collection");
+  return GenericIf::List_(holder_, isConst_, address_, *type_, found);
+}
+
+Result GenericIf_::call(const String8& name, const Arguments& arguments) {
+  const String8 place = qualified(*type_, name);
+  const std::string_view text = name;
+  if (const Member* found = type_->find(name); found != nullptr) {
+    if (found->call == nullptr) refused(place, "is no operation");
+    void* object = found->flags.has(ZintAttrIntrospectionFlags::constant)
+                       ? const_cast<void*>(address_)
+                       : changed();
+    return called(place, found->arguments, found->call, object, arguments);
+  }
+  // An operation of a collection.
+  const auto collection = [&](std::string_view suffix) -> const Member* {
+    if (!text.ends_with(suffix)) return nullptr;
+    const Member* found = type_->find(text.substr(0, text.size() - suffix.size()));
+    return found != nullptr && found->list != nullptr ? found : nullptr;
+  };
+  if (const Member* found = collection("DelAll"); found != nullptr) {
+    if (!arguments.empty()) refused(place, "surplus argument", allTexts(arguments));
+    list(found->name).delAll();
+    return {};
+  }
+  if (const Member* found = collection("Del"); found != nullptr) {
+    if (arguments.size() != 1 || arguments[0].first != found->list->keyName) {
+      refused(place, "one argument expected:", found->list->keyName);
+    }
+    list(found->name).del(arguments[0].second);
+    return {};
+  }
+  if (const Member* found = collection("Is"); found != nullptr) {
+    return list(found->name).insert(arguments);
+  }
+  refused(type_->name, "unknown member", name);
+}
+
+Result GenericIf_::made(const String8& factory, const Arguments& arguments) {
+  const Member* found = TypeRegistry::findFactory(factory);
+  if (found == nullptr) refused("factories", "unknown member", factory);
+  return called(factory, found->arguments, found->call, nullptr, arguments);
+}
+
+}  // namespace Zint

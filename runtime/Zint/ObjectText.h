@@ -1,0 +1,39 @@
+// The text form of a pointer to a counted object: its name (its type when it has none) and a number
+// that tells it from all others: 'ham0'#2, ChipReader#3; null for none.
+//
+// The number is given when the text is first made, in that order, and is kept until the object
+// goes; a text reads back as the same object while that lives. Each thread has numbers of its own.
+#pragma once
+
+#include <Zint/Ptr.h>
+#include <Zint/Strep.h>
+#include <Zint/String8.h>
+
+namespace Zint {
+
+UMBRA_API String8 objectText(const PtrInterface* object);
+// Reads one such text and leaves `pos` behind it. A text of no living object: a range exception.
+UMBRA_API Ptr<PtrInterface> objectFromText(String8::IteratorConst& pos,
+                                           const String8::IteratorConst& end);
+
+// Called when an object that has a number goes.
+void objectTextForgotten(const PtrInterface* object);
+
+template <class T>
+String8 valueToStrep(const Ptr<T>& ptr) {
+  return objectText(ptr.ptr());
+}
+
+template <class T>
+void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end, Ptr<T>& ptr) {
+  auto p = pos;
+  const Ptr<PtrInterface> object = objectFromText(p, end);
+  Ptr<T> typed(dynamic_cast<T*>(object.ptr()));
+  if (object != nullptr && typed == nullptr) {
+    throwRangeException(objectText(object.ptr()) + " is of another type");
+  }
+  pos = p;
+  ptr = std::move(typed);
+}
+
+}  // namespace Zint
