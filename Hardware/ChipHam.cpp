@@ -1,8 +1,22 @@
 #include <Hardware/ChipHam.h>
+#include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>
 #include <cstring>
 
 namespace Hardware {
+
+namespace {
+
+PlainFunctions plainFunctionsRead() {
+  const ChipHam::Ptr ham = Zint::makePtr<ChipHam>("plain");
+  return {slotFunction(*ham, &ChipHam::doCompare), slotFunction(*ham, &ChipHam::doReadToCache),
+          slotFunction(*ham, &ChipHam::doWriteToCache),
+          slotFunction(*ham, &ChipHam::doReadFromCache)};
+}
+
+}  // namespace
+
+const PlainFunctions plainFunctions = plainFunctionsRead();
 
 ChipHam::~ChipHam() = default;
 ChipHam::NotifieeConst::~NotifieeConst() = default;

@@ -26,6 +26,7 @@
 #include <Hal/Buf.h>
 #include <Hardware/ChipAddress.h>
 #include <Hardware/ChipHam.h>
+#include <Hardware/Entries.h>
 #include <Zint/HashMap.h>
 
 namespace Hardware {
@@ -221,6 +222,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   U64 writeCacheHits_ = 0;
   U32 registersFixed_ = 0;
   Zint::Seconds lastFixTime_ = 0.0;
+  U32 storesMade_ = 0;  // so far; wraps
   Zint::Ptr<Hal::Buf> hardware_;
   Zint::Ptr<Hal::BufBase> shadow_;
   Zint::Ptr<Hal::BufBase> initialized_;
@@ -239,18 +241,6 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                const Zint::String8::IteratorConst& end,
                                ChipMemory::ChipMemoryMode& mode);
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode);
-
-// --- Bitmaps: entry i at bit i & 7 of byte i >> 3
-// -------------------------------------------------
-inline bool bitmapBit(const U8* bitmap, U32 entry) {
-  return ((bitmap[entry >> 3] >> (entry & 7)) & 1) != 0;
-}
-inline void bitmapBitIs(U8* bitmap, U32 entry) {
-  bitmap[entry >> 3] = static_cast<U8>(bitmap[entry >> 3] | 1u << (entry & 7));
-}
-inline void bitmapBitDel(U8* bitmap, U32 entry) {
-  bitmap[entry >> 3] = static_cast<U8>(bitmap[entry >> 3] & ~(1u << (entry & 7)));
-}
 
 // Whether entries [0, end) of that size lie inside a buffer, or inside a bitmap.
 inline bool entriesFit(const Hal::BufBase& buffer, U64 end, U32 entrySize) {

@@ -38,6 +38,7 @@ class UMBRA_API ChipMemoryChunk : public Zint::Entity, public Zint::HashMapLink<
 
   // The region that starts at (fwkKey, offset[index]).
   ChipMemory::Ptr chipMemory(ChipMemoryArrayIndex index) const { return chipMemory_.at(index); }
+  const ChipMemory::Ptr* chipMemoryData() const { return chipMemory_.data(); }
   U32 chipMemorys() const { return chipMemory_.size(); }
   void chipMemoryIs(ChipMemoryArrayIndex index, const ChipMemory::Ptr& chipMemory) {
     chipMemory_.atIs(index, chipMemory);

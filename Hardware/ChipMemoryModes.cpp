@@ -59,9 +59,11 @@ void ChipMemory::handleShadowStoreNeeded() {
     dirty = newBitmap();
     initialized = newBitmap();
   }
+  // An observer that makes the store anew meanwhile has the last word: no mixture of the two.
+  const U32 store = ++storesMade_;
   shadowIs(shadow);
-  dirtyIs(dirty);
-  initializedIs(initialized);
+  if (store == storesMade_) dirtyIs(dirty);
+  if (store == storesMade_) initializedIs(initialized);
 }
 
 // An existing hardware buffer is never replaced or released (deliberate).

@@ -23,6 +23,7 @@ void ChipReadRequest::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
         "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not "
         "allowed\"");
   }
+  const Ptr self(this);  // a replaced region's end may drop this request
   const ChipAddress address = chipMemory->address();
   if (ZintChipMemory* member = chipMemory_.find(address); member == nullptr) {
     newChipMemory(chipMemory);

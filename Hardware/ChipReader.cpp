@@ -40,9 +40,10 @@ void ChipReader::hasNotificationActiveIs(bool active) {
 }
 
 void ChipReader::zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity) {
-  if (!Zint::updated(zintFwkActivity_, activity)) return;
+  if (zintFwkActivity_ == activity) return;
   if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
   if (request_ != nullptr) request_->zintFwkActivityIs(activity);
+  zintFwkActivity_ = activity;  // last: the clock may refuse it
   notify(Id::zintFwkActivity);
 }
 
@@ -69,6 +70,7 @@ void ChipReader::requestIs(const ChipReadRequest::Ptr& request) {
 }
 
 void ChipReader::newRequest(const ChipReadRequest::Ptr& request) {
+  requestDel();
   request_ = Zint::makePtr<ZintRequest>(this, request);
 }
 
@@ -93,6 +95,7 @@ void ChipReader::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
 }
 
 void ChipReader::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
+  clockDel();
   clock_ = Zint::makePtr<ZintClock>(this, clock);
 }
 

@@ -120,7 +120,9 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   // --- Attributes
   // ----------------------------------------------------------------------------------
   const Zint::Ptr<Zint::ActivityConfig>& zintFwkActivity() const { return zintFwkActivity_; }
-  // Replacing a request or clock that is bound already acts on the new one at once.
+  // Replacing a request or clock that is bound already acts on the new one at once: a request in
+  // state start is read, a tick is run. REQUIRES for the clock: a reader that is reading, or a
+  // request that is not in state start (fatal assertion).
   ChipReadRequest::Ptr request() const;
   void requestIs(const ChipReadRequest::Ptr& request);
   void newRequest(const ChipReadRequest::Ptr& request);

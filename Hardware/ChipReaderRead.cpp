@@ -13,23 +13,28 @@ void ChipReader::handleReadRequest() {
   switch (static_cast<S32>(request->state())) {
     case ChipReadRequest::idle_:
       return;
-    case ChipReadRequest::start_:
-      ++commands_;
+    case ChipReadRequest::start_: {
+      const U32 command = ++commands_;
       // What is still queued from an unfinished start stays in front (deliberate).
       for (auto member = request->chipMemoryIterator(); member; ++member) {
         chipMemoryEnq(member->chipMemory());
       }
+      // An observer may stop or restart: then that command rules.
       entriesReadIs(0);
+      if (command != commands_) return;
       currentChipMemoryIs(chipMemoryDeq());
+      if (command != commands_) return;
       UMBRA_ASSERT(313, currentChipMemory_);
       if (clock_ != nullptr) clock_->timeMinIs(0.0);
       return;
-    case ChipReadRequest::stop_:
-      ++commands_;
+    }
+    case ChipReadRequest::stop_: {
+      const U32 command = ++commands_;
       if (clock_ != nullptr) clock_->timeMinIs(Zint::never);
       chipMemoryDelAll();
-      currentChipMemoryIs(nullptr);
+      if (command == commands_) currentChipMemoryIs(nullptr);
       return;
+    }
     default:
       UMBRA_ASSERT(323, 0);
   }
@@ -60,6 +65,7 @@ void ChipReader::doRead() {
     const ChipMemory::Ptr m =
         currentChipMemory_;  // held, as is its buffer: an access may drop them
     const U32 k = entriesRead_;
+    UMBRA_ASSERT_REGION(*m, k <= m->entries());  // entries may have shrunk during the pass
     const U32 readChunkSizeInEntries = std::min(maxEntriesPerRead_ - done, m->entries() - k);
     UMBRA_ASSERT(363, readChunkSizeInEntries);
     const Zint::Ptr<Hal::Buf> hardwareBuf = m->hardware();
@@ -74,6 +80,7 @@ void ChipReader::doRead() {
     if (command != commands_) return;  // stopped or restarted meanwhile
     if (k + readChunkSizeInEntries == m->entries()) {
       entriesReadIs(0);
+      if (command != commands_) return;
       currentChipMemoryIs(chipMemoryDeq());
     } else {
       entriesReadIs(k + readChunkSizeInEntries);

@@ -45,9 +45,10 @@ U32 HardwareShadow::auditErrors() const {
 }
 
 void HardwareShadow::zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity) {
-  if (!Zint::updated(zintFwkActivity_, activity)) return;
+  if (zintFwkActivity_ == activity) return;
   if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
   if (auditReadRequest_ != nullptr) auditReadRequest_->zintFwkActivityIs(activity);
+  zintFwkActivity_ = activity;  // last: the clock may refuse it
   notify(Id::zintFwkActivity);
 }
 
@@ -90,11 +91,11 @@ Zint::Ptr<const Zint::Clock> HardwareShadow::clock() const {
 
 void HardwareShadow::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   if (clock == this->clock()) return;
-  clockDel();
-  if (clock != nullptr) newClock(clock);
+  clock == nullptr ? clockDel() : newClock(clock);
 }
 
 void HardwareShadow::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
+  clockDel();
   clock_ = Zint::makePtr<ZintClock>(this, clock);
 }
 
@@ -112,11 +113,11 @@ ChipReadRequest::Ptr HardwareShadow::auditReadRequest() const {
 
 void HardwareShadow::auditReadRequestIs(const ChipReadRequest::Ptr& request) {
   if (request == auditReadRequest()) return;
-  auditReadRequestDel();
-  if (request != nullptr) newAuditReadRequest(request);
+  request == nullptr ? auditReadRequestDel() : newAuditReadRequest(request);
 }
 
 void HardwareShadow::newAuditReadRequest(const ChipReadRequest::Ptr& request) {
+  auditReadRequestDel();
   auditReadRequest_ = Zint::makePtr<ZintAuditReadRequest>(this, request);
 }
 

@@ -2,6 +2,7 @@
 // reader fills the hardware buffers; doAuditChips compares, learns, reports and repairs, and arms
 // the clock.
 #include <Hardware/HardwareShadow.h>
+#include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>
 #include <Mirl/Mirl.h>
 #include <cstring>
@@ -63,6 +64,7 @@ void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
   if (chipMemory->auditEnabled() == auditEnabled) return;
   const ChipMemory::Ptr cm = chipMemory;
   cm->auditEnabledIs(auditEnabled);
+  if (state_ == unconfigured_) return;  // an observer's doing: membership is decided anew later
   if (cm->mode() == ChipMemory::override()) return;
   // Counted only where the membership really changes.
   const ChipReadRequest::Ptr request = auditReadRequest();
@@ -92,7 +94,10 @@ void HardwareShadow::doStartAudit() {
     UMBRA_ASSERT(__LINE__, dirty);
     std::memset(dirty->data(), 0, dirty->size());
   }
+  const Ptr self(this);
+  const U32 change = stateChanges_;
   lastAuditStartTimeIs(Zint::now());
+  if (change != stateChanges_) return;  // an observer ended the audit
   request->stateIs(ChipReadRequest::start_);
 }
 
@@ -116,6 +121,7 @@ void HardwareShadow::doAuditChips() {
   const Ptr self(this);
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
+  const U32 change = stateChanges_;
   for (auto member = request->chipMemoryIterator(); member; ++member) {
     const ChipMemory::Ptr cm = member->chipMemory();
     if (isSkipped(*cm)) continue;
@@ -133,11 +139,20 @@ void HardwareShadow::doAuditChips() {
     UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, entries, entrySize));
     UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, entries) && bitsFit(*initializedBuf, entries));
 
-    // A repair that replaces the store ends the comparison: what it held no longer counts.
-    for (U32 e = 0; e < entries && cm->shadow() == shadowBuf; ++e) {
+    const bool plain = entrySize != 0 && comparesPlainly(*cm->chipHam());
+    // Whoever replaces the store ends the comparison, and whoever ends the audit the whole pass.
+    for (U32 e = 0; e < entries && cm->shadow() == shadowBuf && change == stateChanges_; ++e) {
+      if (plain) {
+        // Equal entries are nobody's business: on to the next that differs.
+        const std::size_t at = std::size_t{e} * entrySize;
+        e += static_cast<U32>(firstDifference(shadowBuf->data() + at, hardwareBuf->data() + at,
+                                              std::size_t{entries - e} * entrySize) /
+                              entrySize);
+        if (e == entries) break;
+      }
       U8* shadowEntry = shadowBuf->data() + e * entrySize;
       U8* hardwareEntry = hardwareBuf->data() + e * entrySize;
-      if (cm->chipHam()->doCompare(shadowEntry, hardwareEntry, entrySize)) continue;
+      if (!plain && cm->chipHam()->doCompare(shadowEntry, hardwareEntry, entrySize)) continue;
       if (!bitmapBit(initializedBuf->data(), e)) {
         UMBRA_TRACE(8, __LINE__,
                     "Difference found in uninitialized entry " << e << " of memory " << cm->name());
@@ -160,15 +175,18 @@ void HardwareShadow::doAuditChips() {
         doFixBadRegister(cm, e, shadowEntry);
       }
     }
+    if (change != stateChanges_) return;
   }
   auditsIs(audits_ + 1);
-  if (clock_ != nullptr) clock_->timeMinIs(lastAuditStartTime_ + minIntervalBetweenAudits_);
+  if (change == stateChanges_ && clock_ != nullptr)
+    clock_->timeMinIs(lastAuditStartTime_ + minIntervalBetweenAudits_);
 }
 
 void HardwareShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
-  chipMemory->registersFixedInc(1);
-  chipMemory->lastFixTimeIs(Zint::now());
-  chipMemory->chipHam()->doWrite(chipMemory->entryAddress(entry), data, chipMemory->entrySize(), 1);
+  const ChipMemory::Ptr cm = chipMemory;  // an observer may clear the pointer that was passed
+  cm->registersFixedInc(1);
+  cm->lastFixTimeIs(Zint::now());
+  cm->chipHam()->doWrite(cm->entryAddress(entry), data, cm->entrySize(), 1);
 }
 
 }  // namespace Hardware

@@ -1,5 +1,6 @@
 // The read path: served from the shadow when every entry asked for is known.
 #include <Hardware/HardwareShadow.h>
+#include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>
 #include <algorithm>
 #include <cstring>
@@ -22,36 +23,43 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
   UMBRA_ASSERT(__LINE__, initializedBuf);
   UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
   const U32 entrySize = region->entrySize();
-  const U64 numEntries = size / entrySize;
+  const U64 numEntries = size == entrySize ? 1 : size / entrySize;
   UMBRA_ASSERT(__LINE__, ( entry + numEntries ) <= cm->entries());
   const U64 bytes = U64{entry} * entrySize + size;  // a partial entry may end in the slack
   UMBRA_ASSERT_REGION(*region, bytes <= U64{shadowBuf->size()} + shadowBuf->slack());
   UMBRA_ASSERT_REGION(*region, bitsFit(*initializedBuf, entry + numEntries));
 
-  // Up to eight entries, one byte of the bitmap, at a time.
-  U32 b = entry;
-  for (U32 left = static_cast<U32>(numEntries); left > 0;) {
-    const U32 n = std::min(8 - (b & 7), left);
-    const U32 mask = ((1u << n) - 1) << (b & 7);
-    if ((initializedBuf->data()[b >> 3] & mask) != mask) {
-      if (!overrideHardware_) {
-        UMBRA_TRACE(7, __LINE__,
-                    "Read miss cache " << region->name() << " " << n << " entries starting at " << b
-                                       << " not in cache, will read from hardware");
-        return false;
+  U8* source = shadowBuf->data() + std::size_t{entrySize} * entry;
+  const U32 count = static_cast<U32>(numEntries);
+  if (!bitmapRangeIsSet(initializedBuf->data(), entry, count)) {
+    // One byte of the bitmap, up to eight entries, at a time.
+    U32 b = entry;
+    for (U32 left = count; left > 0;) {
+      const BitGroup group(b, left);
+      if ((initializedBuf->data()[b >> 3] & group.mask) != group.mask) {
+        if (!overrideHardware_) {
+          UMBRA_TRACE(7, __LINE__,
+                      "Read miss cache " << region->name() << " " << group.count
+                                         << " entries starting at " << b
+                                         << " not in cache, will read from hardware");
+          return false;
+        }
+        ZINT_TRACE_CONTEXT(umbraTrace(), 4, "<unknown>", "Hardware/Umbra", __LINE__,
+                           region->name() << ": accessing uninitialized entry " << b);
       }
-      ZINT_TRACE_CONTEXT(umbraTrace(), 4, "<unknown>", "Hardware/Umbra", __LINE__,
-                         region->name() << ": accessing uninitialized entry " << b);
+      b += group.count;
+      left -= group.count;
     }
-    b += n;
-    left -= n;
   }
   region->readCacheHitsInc(numEntries);
   UMBRA_TRACE(7, __LINE__,
               "Read hit cache " << region->name() << " " << numEntries << " entries starting at 0x"
                                 << std::hex << entry);
 
-  U8* source = shadowBuf->data() + std::size_t{entrySize} * entry;
+  if (readsFromCachePlainly(*region->chipHam())) {
+    std::memcpy(data, source, size);
+    return true;
+  }
   while (size > 0) {
     const U32 part = std::min(entrySize, size);
     if (!region->chipHam()->doReadFromCache(data, source, part)) return false;

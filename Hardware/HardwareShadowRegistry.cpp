@@ -3,6 +3,22 @@
 #include <Hardware/Umbra.h>
 
 namespace Hardware {
+namespace {
+
+// The position of the greatest of `count` (more than 0) ascending numbers that is not above
+// `sought`; 0 when all are. A binary search without a branch to mispredict: each step halves what
+// is left.
+U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
+  const U32* base = numbers;
+  while (count > 1) {
+    const U32 half = count / 2;
+    base += half & (0u - U32{base[half] <= sought});
+    count -= half;
+  }
+  return static_cast<U32>(base - numbers);
+}
+
+}  // namespace
 
 ChipMemory::Ptr HardwareShadow::chipMemory(const ChipAddress& address) const {
   const ZintChipMemory* reactor = chipMemory_.find(address);
@@ -43,6 +59,7 @@ ChipMemory::Ptr HardwareShadow::chipMemoryDel(const ChipAddress& address) {
 }
 
 void HardwareShadow::chipMemoryNotify(const ChipAddress& address) {
+  const Ptr self(this);
   handleChipMemory(address);
   notifyEach<NotifieeConst>(
       Id::chipMemory, [&address](NotifieeConst& notifiee) { notifiee.onChipMemory(address); });
@@ -108,8 +125,10 @@ void HardwareShadow::indexed(const ChipMemory::Ptr& cm) {
 }
 
 void HardwareShadow::indexCleared() {
+  // The chunks, and regions that only they hold, end when all is cleared: their end may look here.
+  decltype(chipMemoryChunkArray_) released;
   chipMemoryChunkDelAll();
-  chipMemoryChunkArrayDelAll();
+  released.swap(chipMemoryChunkArray_);
   chipMemoryIdDelAll();
   nextIndex_ = 0;
   lastChipMemory_ = nullptr;
@@ -117,51 +136,39 @@ void HardwareShadow::indexCleared() {
 
 ChipMemory::Ptr HardwareShadow::findChipMemory(const ChipAddress& address, U32 size) {
   if (lastChipMemory_ && lastChipMemory_->inRange(address)) {
-    UMBRA_ASSERT_REGION(*lastChipMemory_, lastChipMemory_->entrySize() != 0);
-    UMBRA_ASSERT(__LINE__, lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
+    if (size != lastChipMemory_->entrySize()) {  // one entry, the common case, needs no division
+      UMBRA_ASSERT_REGION(*lastChipMemory_, lastChipMemory_->entrySize() != 0);
+      UMBRA_ASSERT(__LINE__, lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
+    }
     return lastChipMemory_;
   }
   if (nextIndex_ == 0) return nullptr;
 
   // The chunk of exactly this memory id.
-  const U32 id = address.chipMemoryId();
-  U16 mid;
-  for (S32 lo = 0, hi = nextIndex_ - 1;;) {
-    mid = static_cast<U16>((lo + hi) / 2);
-    const U32 probed = chipMemoryId_.at(mid);
-    if (probed == id) break;
-    if (probed > id) {
-      hi = mid - 1;
-    } else {
-      lo = mid + 1;
-    }
-    if (hi < lo) return nullptr;
-  }
-  const ChipMemoryChunk::Ptr cmc = chipMemoryChunkArray_.at(mid);
+  UMBRA_ASSERT(__LINE__, nextIndex_ <= chipMemoryId_.size());
+  U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
+  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
+  const ChipMemoryChunk* cmc =
+      mid < chipMemoryChunkArray_.size() ? chipMemoryChunkArray_.data()[mid].ptr() : nullptr;
   UMBRA_ASSERT(__LINE__, cmc);
 
   // The region with the greatest offset that is not above the address's.
-  const U32 offset = address.chipMemoryOffset();
+  const U32 k = cmc->nextIndex();
+  UMBRA_ASSERT(__LINE__, k <= cmc->offsets());
   mid = 0;
-  for (S32 lo = 0, hi = cmc->nextIndex() - 1; hi >= lo;) {
-    mid = static_cast<U16>((lo + hi) / 2);
-    if (offset < cmc->offset(mid)) {
-      hi = mid - 1;
-    } else {
-      lo = mid + 1;
-    }
+  if (k != 0) {
+    mid = lastNotAbove(cmc->offsetData(), k, address.chipMemoryOffset());
+    if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return nullptr;
   }
-  if (cmc->offset(mid) > offset) {
-    if (mid == 0) return nullptr;
-    --mid;
-  }
-  const ChipMemory::Ptr cm = cmc->chipMemory(mid);
+  ChipMemory* cm = mid < cmc->chipMemorys() ? cmc->chipMemoryData()[mid].ptr() : nullptr;
   UMBRA_ASSERT(__LINE__, cm);
   if (!cm->inRange(address)) return nullptr;
-  UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
-  UMBRA_ASSERT(__LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
+  if (size != cm->entrySize()) {
+    UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
+    UMBRA_ASSERT(__LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
+  }
   lastChipMemory_ = cm;
-  return cm;
+  return lastChipMemory_;
 }
 
 }  // namespace Hardware

@@ -50,6 +50,9 @@ void HardwareShadow::stateIs(State state) {
 
 void HardwareShadow::handleState() {
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::handleState( " << state_ << " )");
+  // Each step is told to others: one who sets another state meanwhile has the last word.
+  const Ptr self(this);
+  const U32 change = stateChanges_;
   switch (state_) {
     case configured_:
       if (auditReadRequest() != nullptr) {
@@ -58,7 +61,7 @@ void HardwareShadow::handleState() {
         auditReadRequestIs(chipReadRequestFactory("UmbraReadRequest"));
       }
       indexBuilt();
-      stateIs(idle_);
+      if (change == stateChanges_) stateIs(idle_);
       break;
     case idle_:
       if (clock_ != nullptr) clock_->timeMinIs(Zint::never);
@@ -74,11 +77,14 @@ void HardwareShadow::handleState() {
       }
       break;
     case unconfigured_:
-      UMBRA_ASSERT(__LINE__, auditReadRequest());
-      auditReadRequest()->stateIs(ChipReadRequest::stop_);
-      auditReadRequest()->chipMemoryDelAll();
+      // None yet when an observer turned the very first configured down.
+      if (const ChipReadRequest::Ptr request = auditReadRequest(); request != nullptr) {
+        request->stateIs(ChipReadRequest::stop_);
+        if (change == stateChanges_) request->chipMemoryDelAll();
+      }
+      if (change != stateChanges_) break;
       indexCleared();
-      chipMemoryEntriesUnderAuditIs(0);
+      if (change == stateChanges_) chipMemoryEntriesUnderAuditIs(0);
       break;
     default:
       UMBRA_ASSERT(__LINE__, 0);
@@ -89,12 +95,14 @@ void HardwareShadow::handleState() {
 void HardwareShadow::indexBuilt() {
   if (nextIndex_ != 0) indexCleared();
   const ChipReadRequest::Ptr request = auditReadRequest();
+  const U32 change = stateChanges_;
   U32 entriesUnderAudit = 0;
   for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
     const ChipMemory::Ptr cm = reactor->chipMemory();
     indexed(cm);
     if (cm->mode() != ChipMemory::override() && cm->auditEnabled()) {
       request->chipMemoryIs(cm);
+      if (change != stateChanges_) return;
       entriesUnderAudit += cm->entries();
     }
   }

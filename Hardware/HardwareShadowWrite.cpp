@@ -1,9 +1,57 @@
 // The write path: what a client writes is offered to the shadow first.
 #include <Hardware/HardwareShadow.h>
+#include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>
+#include <bit>
 #include <cstring>
 
 namespace Hardware {
+namespace {
+
+struct PlainStore {
+  U8* shadow;  // of the first entry
+  const U8* data;
+  U8* dirty;
+  U8* initialized;
+  U32 entrySize;
+  bool skipsHits;
+};
+
+// What the loop over the entries does where an access method copies plainly, a byte of the bitmaps
+// at a time. Returns the number of hits. Where an entry is a hit, copying it changes nothing.
+U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
+  const std::size_t bytes = std::size_t{store.entrySize} * numEntries;
+  if (!store.skipsHits) {
+    std::memmove(store.shadow, store.data, bytes);
+    bitmapRangeIs(store.dirty, entry, numEntries);
+    bitmapRangeIs(store.initialized, entry, numEntries);
+    return 0;
+  }
+  if (bitmapRangeIsSet(store.initialized, entry, numEntries) &&
+      std::memcmp(store.shadow, store.data, bytes) == 0) {
+    return numEntries;
+  }
+  U32 hits = 0;
+  const U8* shadow = store.shadow;
+  const U8* data = store.data;
+  for (U32 e = entry, left = numEntries; left > 0;) {
+    const BitGroup group(e, left);
+    const U32 equal = equalEntries(shadow, data, store.entrySize, group.count) << (e & 7);
+    const U32 hit = equal & store.initialized[e >> 3] & group.mask;
+    const U32 missed = group.mask & ~hit;
+    store.dirty[e >> 3] = static_cast<U8>(store.dirty[e >> 3] | missed);
+    store.initialized[e >> 3] = static_cast<U8>(store.initialized[e >> 3] | missed);
+    hits += static_cast<U32>(std::popcount(hit));
+    shadow += group.count * store.entrySize;
+    data += group.count * store.entrySize;
+    e += group.count;
+    left -= group.count;
+  }
+  std::memmove(store.shadow, store.data, bytes);
+  return hits;
+}
+
+}  // namespace
 
 bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U32 entry, U8* data,
                                                     U32 size) {
@@ -12,7 +60,9 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   UMBRA_TRACE(9, __LINE__,
               "HardwareShadow::shadowWrite " << cm->name() << " entry 0x" << std::hex << entry
                                              << " size 0x" << size);
-  // Held: an access method may replace the store or drop the region.
+  // Held: an access method may replace the store, drop the region or
+  // this shadow.
+  const Ptr self(this);
   const ChipMemory::Ptr region = cm;
   const Hal::BufBase::Ptr shadowBuf = cm->shadow();
   const Hal::BufBase::Ptr dirtyBuf = cm->dirty();
@@ -21,17 +71,28 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   UMBRA_ASSERT(__LINE__, dirtyBuf);
   UMBRA_ASSERT(__LINE__, initializedBuf);
   UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
-  const U64 numEntries = size / cm->entrySize();
-  UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
+  const bool one = size == cm->entrySize();  // the common case needs no division
+  const U64 numEntries = one ? 1 : size / cm->entrySize();
+  if (!one) UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
   UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
   const U64 end = entry + numEntries;
   const U32 entrySize = region->entrySize();
   UMBRA_ASSERT_REGION(*region, entriesFit(*shadowBuf, end, entrySize));
   UMBRA_ASSERT_REGION(*region, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
 
+  U8* dst = shadowBuf->data() + std::size_t{entrySize} * entry;
+  const bool skips = region->skipWriteIfMatchesCache();
+  if (!umbraTrace().built(7) && region->notifiees() == 0 &&
+      writesToCachePlainly(*region->chipHam())) {
+    const U32 hits =
+        storedPlainly({dst, data, dirtyBuf->data(), initializedBuf->data(), entrySize, skips},
+                      entry, static_cast<U32>(numEntries));
+    if (hits > 0) region->writeCacheHitsInc(hits);
+    return overrideHardware_ || hits == numEntries || region->mode() == ChipMemory::buffered();
+  }
+
   bool result = true;
   U8* src = data;
-  U8* dst = shadowBuf->data() + std::size_t{entrySize} * entry;
   for (U32 e = entry; e < end; ++e, src += entrySize, dst += entrySize) {
     if (region->skipWriteIfMatchesCache() && bitmapBit(initializedBuf->data(), e) &&
         std::memcmp(dst, src, entrySize) == 0) {

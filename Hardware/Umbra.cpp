@@ -9,6 +9,8 @@
 
 namespace Hardware {
 
+constinit Zint::TraceHandle umbraTraceHandle("Umbra", false);
+
 namespace {
 
 using Zint::attribute;
@@ -565,6 +567,7 @@ constexpr const Type* types[] = {
     "Hardware::ChipMemoryBogon";
 
 [[gnu::constructor]] void registered() {
+  umbraTraceHandle.registered();
   for (const Type* type : types) Zint::TypeRegistry::typeIs(*type);
   for (const Member& made : factories) Zint::TypeRegistry::factoryIs(made);
 }

@@ -22,10 +22,8 @@ UMBRA_API extern const Zint::Type hardwareShadowType;
 UMBRA_API extern const Zint::Type chipMemoryBogonType;
 
 // The library's trace handle, "Umbra".
-inline Zint::TraceHandle& umbraTrace() {
-  static Zint::TraceHandle handle("Umbra", false);
-  return handle;
-}
+UMBRA_API extern Zint::TraceHandle umbraTraceHandle;
+inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
 
 }  // namespace Hardware
 

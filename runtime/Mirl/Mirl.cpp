@@ -56,7 +56,9 @@ std::vector<Argument> argumentsOf(const U8* bytes, const U8* end) {
   while (bytes < end) {
     const U8 tag = *bytes++;
     if (tag == textTag) {
-      const U8 length = *bytes++;
+      U16 length = 0;
+      std::memcpy(&length, bytes, sizeof length);
+      bytes += sizeof length;
       arguments.emplace_back(
           Zint::String8(std::string_view(reinterpret_cast<const char*>(bytes), length)));
       bytes += length;
@@ -108,12 +110,12 @@ template RingBuf::Msg& RingBuf::Msg::number(U32, U8);
 template RingBuf::Msg& RingBuf::Msg::number(U64, U8);
 
 RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
-  if (recordMax - size_ < 2) return *this;
-  const auto length = static_cast<U8>(std::min<std::size_t>(text.size(), recordMax - size_ - 2));
+  if (recordMax - size_ < 3) return *this;
+  const auto length = static_cast<U16>(std::min<std::size_t>(text.size(), recordMax - size_ - 3));
   bytes_[size_] = textTag;
-  bytes_[size_ + 1] = length;
-  std::memcpy(bytes_ + size_ + 2, text.data(), length);
-  size_ += 2u + length;
+  std::memcpy(bytes_ + size_ + 1, &length, sizeof length);
+  std::memcpy(bytes_ + size_ + 3, text.data(), length);
+  size_ += 3u + length;
   return *this;
 }
 

@@ -64,7 +64,7 @@ struct Record {
 class UMBRA_API RingBuf {
  public:
   static constexpr U32 capacity = 32768;  // bytes
-  static constexpr U32 recordMax = 256;   // bytes; a longer text argument is cut short
+  static constexpr U32 recordMax = 2048;  // bytes; a longer text argument is cut short
 
   // A record under construction, on the caller's stack; lost unless endMsg() is called.
   class UMBRA_API Msg {

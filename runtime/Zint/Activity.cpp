@@ -12,15 +12,20 @@
 namespace Zint {
 namespace {
 
-thread_local Ptr<const Clock> threadClock_;
+// Plain pointers: they need no destruction, so that static destructors may still trace and end
+// activities. Both point to what lives.
+thread_local const Clock* turnClock_ = nullptr;
+thread_local ActivityConfig* lastActivity_ =
+    nullptr;  // of those that live; each knows the one before
 
 // `delay` seconds from now; 0 for at once, never for not at all.
 void timerIs(int descriptor, Seconds delay) {
   itimerspec timer{};
+  delay = std::min(delay, delay == never ? never : 1e9);
   if (delay <= 0) {
     timer.it_value.tv_nsec = 1;
   } else if (delay != never) {
-    const Seconds whole = std::floor(std::min(delay, 1e9));
+    const Seconds whole = std::floor(delay);
     timer.it_value.tv_sec = static_cast<time_t>(whole);
     // Rounded up: a loop that wakes a moment too early would spin.
     timer.it_value.tv_nsec = std::min(999'999'999L, std::lround((delay - whole) * 1e9) + 1);
@@ -33,41 +38,48 @@ void timerIs(int descriptor, Seconds delay) {
 // Holds the clock still and makes it the thread's for the length of a turn.
 class ActivityConfig::Turn {
  public:
-  explicit Turn(ActivityConfig& activity) : activity_(&activity), outer_(activity.clock_) {
+  explicit Turn(ActivityConfig& activity) : activity_(&activity), outer_(turnClock_) {
     ZINT_ASSERT("Zint/Activity", !activity_->turning_);
-    activity_->turning_ = true;
     const Clock& clock = *activity_->clock_;
-    if (clock.turns_++ == 0) clock.turnTime_ = clock.timeRead();
-    threadClock_.swap(outer_);
+    if (clock.turns_ == 0) clock.turnTime_ = clock.timeRead();  // may throw: nothing has changed
+    ++clock.turns_;
+    activity_->turning_ = true;
+    turnClock_ = &clock;
   }
   ~Turn() {
-    threadClock_.swap(outer_);
+    turnClock_ = outer_;
     --activity_->clock_->turns_;
     activity_->turning_ = false;
+    activity_->wakeUpdated();  // what was armed and disarmed during the turn
   }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
  private:
   Ptr<ActivityConfig> activity_;  // a handler may drop the last other reference
-  Ptr<const Clock> outer_;
+  const Clock* outer_;
 };
 
 ActivityConfig::ActivityConfig(Name name, const ValidPtr<const Clock>& clock)
     : Entity(std::move(name)), clock_(clock) {
   clock_->activities_.push_back(this);
-  threadClock_ = clock_;
+  before_ = std::exchange(lastActivity_, this);
 }
 
 ActivityConfig::~ActivityConfig() {
   std::erase(clock_->activities_, this);
-  if (threadClock_ == clock_ && clock_->activities_.empty()) threadClock_ = nullptr;
+  ActivityConfig** link = &lastActivity_;
+  while (*link != nullptr && *link != this) link = &(*link)->before_;
+  if (*link == this) *link = before_;
   if (descriptor_ >= 0) close(descriptor_);
 }
 
 const Type* ActivityConfig::fwkType() const { return &activityType; }
 
-const Clock* ActivityConfig::threadClock() { return threadClock_.ptr(); }
+const Clock* ActivityConfig::threadClock() {
+  if (turnClock_ != nullptr) return turnClock_;
+  return lastActivity_ == nullptr ? nullptr : lastActivity_->clock();
+}
 
 U32 ActivityConfig::turn() {
   const Turn turn(*this);
@@ -88,18 +100,19 @@ U32 ActivityConfig::turn() {
     ++delivered;
   }
   due_.clear();
-  wakeUpdated();
   return delivered;
 }
 
 void ActivityConfig::run() { runUntil(never); }
 
 void ActivityConfig::runUntil(Seconds time) {
+  ZINT_ASSERT("Zint/Activity", clock_->turns_ == 0);  // in a turn, time would stand still for ever
   const Ptr<ActivityConfig> self(this);
   for (;;) {
-    if (stopped_.exchange(false)) return;
+    if (stopped_.exchange(false)) return wakeUpdated();
     turn();
-    if (clock_->turnTime_ >= time) return;
+    // In this order: a stop() that came during the last turn has been obeyed.
+    if (stopped_.exchange(false) || clock_->turnTime_ >= time) return wakeUpdated();
     if (!waited(std::min(wakeTime(), time))) return;
   }
 }
@@ -155,10 +168,14 @@ void ActivityConfig::wakeUpdated() {
   timerIs(descriptor_, delay);
 }
 
-void ActivityConfig::alarmIs(Alarm* alarm) {
-  // Room for the next turn as well: a turn itself allocates nothing.
+// Room for one more alarm, and for the next turn: a turn itself allocates nothing.
+void ActivityConfig::alarmRoom() {
   if (heap_.size() == heap_.capacity()) heap_.reserve(heap_.size() * 2 + 8);
   due_.reserve(heap_.capacity());
+}
+
+void ActivityConfig::alarmIs(Alarm* alarm) {
+  alarmRoom();
   alarm->order_ = ++armings_;
   heap_.push_back(alarm);
   rise(heap_.size() - 1);

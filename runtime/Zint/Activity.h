@@ -34,7 +34,7 @@ class UMBRA_API ActivityConfig : public Entity {
   // Runs what is due now and returns how many wake-ups were delivered. Not from inside a turn.
   U32 turn();
   // Turns and waits until stop(); a manual clock is moved instead of waiting. Returns at once from
-  // a manual clock that nothing will ever wake.
+  // a manual clock that nothing will ever wake. Not from inside a turn on the same clock.
   void run();
   // The same until the clock's time reaches `time`; what is due then has been run.
   void runUntil(Seconds time);
@@ -59,6 +59,7 @@ class UMBRA_API ActivityConfig : public Entity {
 
   using Alarm = Clock::NotifieeConst;
 
+  void alarmRoom();  // may throw; alarmIs() right behind it does not
   void alarmIs(Alarm* alarm);
   void alarmDel(Alarm* alarm);
   void wakeUpdated();
@@ -73,7 +74,8 @@ class UMBRA_API ActivityConfig : public Entity {
 
   Ptr<const Clock> clock_;
   std::vector<Alarm*> heap_;
-  std::vector<Alarm*> due_;  // of the current turn; null where one was disarmed meanwhile
+  std::vector<Alarm*> due_;           // of the current turn; null where one was disarmed meanwhile
+  ActivityConfig* before_ = nullptr;  // made before this one on the thread, and living
   U64 armings_ = 0;
   bool turning_ = false;
   std::atomic<bool> stopped_{false};

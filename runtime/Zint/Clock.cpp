@@ -15,7 +15,11 @@ Seconds monotonicTime() {
 }  // namespace
 
 Clock::~Clock() = default;
-Clock::NotifieeConst::~NotifieeConst() = default;
+
+// One whose constructor threw after arming is still queued.
+Clock::NotifieeConst::~NotifieeConst() {
+  if (zintFwkActivity() != nullptr) zintFwkActivity()->alarmDel(this);
+}
 
 const Type* Clock::fwkType() const { return &clockType; }
 
@@ -32,7 +36,9 @@ void ManualClock::timeIs(Seconds time) {
 }
 
 void ManualClock::timeAdvancedTo(Seconds time) const {
-  if (time > time_) time_ = time;
+  if (time <= time_) return;
+  time_ = time;
+  timeMoved();
 }
 
 ValidPtr<MonotonicClock> monotonicClockFactory(Name name) {
@@ -58,10 +64,18 @@ void Clock::NotifieeConst::timeMinIs(Seconds timeMin) {
   if (timeMin != never && (activity == nullptr || activity->clock() != notifier())) {
     throwRangeException("a wake-up needs an activity that runs on its clock");
   }
+  const bool queued = timeMin != never && hasNotificationActive();
+  if (queued) activity->alarmRoom();  // may lack memory: nothing has changed so far
   if (activity != nullptr) activity->alarmDel(this);
   timeMin_ = timeMin;
   armed_ = timeMin != never;
-  if (armed_ && hasNotificationActive()) activity->alarmIs(this);
+  if (queued) activity->alarmIs(this);
+}
+
+// A wake-up belongs to the clock that it was set on.
+void Clock::NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
+  if (notifier.ptr() != this->notifier() && armed_) timeMinIs(never);
+  Entity::NotifieeConst::notifierIs(notifier);
 }
 
 void Clock::NotifieeConst::fire() {
@@ -73,9 +87,10 @@ void Clock::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
   if (zintFwkActivity() != nullptr) {
     if (!active) zintFwkActivity()->alarmDel(this);
-    if (active && armed_) zintFwkActivity()->alarmIs(this);
+    if (active && armed_) zintFwkActivity()->alarmRoom();
   }
   Entity::NotifieeConst::hasNotificationActiveIs(active);
+  if (active && armed_) zintFwkActivity()->alarmIs(this);
 }
 
 void Clock::NotifieeConst::zeroReferencesIs(bool zero) {
@@ -86,9 +101,11 @@ void Clock::NotifieeConst::zeroReferencesIs(bool zero) {
 void Clock::NotifieeConst::zintFwkActivityIs(const Ptr<ActivityConfig>& activity) {
   if (activity == zintFwkActivity()) return;
   const bool queued = armed_ && hasNotificationActive();
-  if (queued && (activity == nullptr || activity->clock() != notifier())) {
+  // An armed one that is switched off is held to the same: it may be switched on later.
+  if (armed_ && (activity == nullptr || activity->clock() != notifier())) {
     throwRangeException("a wake-up needs an activity that runs on its clock");
   }
+  if (queued) activity->alarmRoom();  // may lack memory: nothing has changed so far
   if (zintFwkActivity() != nullptr) zintFwkActivity()->alarmDel(this);
   Entity::NotifieeConst::zintFwkActivityIs(activity);
   if (queued) activity->alarmIs(this);

@@ -24,6 +24,8 @@ class UMBRA_API Clock : public Entity {
 
     void hasNotificationActiveIs(bool active) override;
     void zeroReferencesIs(bool zero) override;
+    // Another clock (or none) disarms.
+    void notifierIs(const Ptr<const PtrInterface>& notifier) override;
     // The wake-up time moves along to the new activity.
     void zintFwkActivityIs(const Ptr<ActivityConfig>& activity) override;
     // Called once when the clock has reached `timeMin`, in a turn of the activity.

@@ -20,6 +20,7 @@ class DynArray {
   // Plain storage is zeroed before it is freed, in a way that the compiler may not leave out.
   ~DynArray() {
     if constexpr (std::is_trivially_copyable_v<V>) {
+      elements_.resize(elements_.capacity());  // within the storage: what delAll() left as well
       if (!elements_.empty()) explicit_bzero(elements_.data(), elements_.size() * sizeof(V));
     }
   }
@@ -47,7 +48,13 @@ class DynArray {
     if (index + 1u == elements_.size()) elements_.pop_back();
   }
 
-  void delAll() { elements_.clear(); }
+  // Empty before the elements go: their end may look at this very array.
+  void delAll() {
+    DynArray gone;
+    gone.swap(*this);
+  }
+
+  void swap(DynArray& other) { elements_.swap(other.elements_); }
 
  private:
   std::vector<V> elements_;

@@ -34,9 +34,9 @@ String8 allTexts(const Arguments& arguments) {
 
 using Call = Result (*)(void*, std::span<const String8* const>);
 
-// Puts the named arguments into their order and calls.
-Result called(const String8& place, const std::array<const char*, 8>& names, Call call,
-              void* object, const Arguments& arguments) {
+// Puts the named arguments into their order; null for one that was left out.
+std::vector<const String8*> inOrder(const String8& place, const std::array<const char*, 8>& names,
+                                    const Arguments& arguments) {
   std::vector<const String8*> ordered;
   std::size_t used = 0;
   for (const char* name : names) {
@@ -60,7 +60,13 @@ Result called(const String8& place, const std::array<const char*, 8>& names, Cal
       if (!known) refused(place, "surplus argument", given + "=" + text);
     }
   }
-  return parsed(place, allTexts(arguments), [&] { return call(object, ordered); });
+  return ordered;
+}
+
+Result called(const String8& place, const std::array<const char*, 8>& names, Call call,
+              void* object, const Arguments& arguments) {
+  const std::vector<const String8*> texts = inOrder(place, names, arguments);
+  return parsed(place, allTexts(arguments), [&] { return call(object, texts); });
 }
 
 }  // namespace
@@ -73,9 +79,17 @@ void* List_::changed(const void* operation) const {
   return const_cast<void*>(address_);
 }
 
+std::vector<ListItem> List_::items() const {
+  std::vector<ListItem> items = member_->list->items(address_);
+  for (ListItem& item : items) item.value.isConst |= isConst_;
+  return items;
+}
+
 Result List_::find(const String8& key) const {
   const String8 place = qualified(*type_, member_->name);
-  return parsed(place, key, [&] { return member_->list->find(address_, key); });
+  Result result = parsed(place, key, [&] { return member_->list->find(address_, key); });
+  result.isConst |= isConst_;
+  return result;
 }
 
 void List_::del(const String8& key) {
@@ -157,7 +171,9 @@ Result GenericIf_::call(const String8& name, const Arguments& arguments) {
     void* object = found->flags.has(ZintAttrIntrospectionFlags::constant)
                        ? const_cast<void*>(address_)
                        : changed();
-    return called(place, found->arguments, found->call, object, arguments);
+    Result result = called(place, found->arguments, found->call, object, arguments);
+    result.isConst |= isConst_;
+    return result;
   }
   // An operation of a collection.
   const auto collection = [&](std::string_view suffix) -> const Member* {
@@ -171,10 +187,7 @@ Result GenericIf_::call(const String8& name, const Arguments& arguments) {
     return {};
   }
   if (const Member* found = collection("Del"); found != nullptr) {
-    if (arguments.size() != 1 || arguments[0].first != found->list->keyName) {
-      refused(place, "one argument expected:", found->list->keyName);
-    }
-    list(found->name).del(arguments[0].second);
+    list(found->name).del(*inOrder(place, {found->list->keyName}, arguments)[0]);
     return {};
   }
   if (const Member* found = collection("Is"); found != nullptr) {

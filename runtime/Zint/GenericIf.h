@@ -32,7 +32,7 @@ class UMBRA_API List_ {
   const char* valueType() const { return member_->list->valueType; }
   U32 size() const { return member_->list->size(address_); }
   // As it stands now.
-  std::vector<ListItem> items() const { return member_->list->items(address_); }
+  std::vector<ListItem> items() const;
   // The text "null" when there is none.
   Result find(const String8& key) const;
   void del(const String8& key);

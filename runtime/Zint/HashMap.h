@@ -103,6 +103,8 @@ class HashMap {
     const U32 hash = reversedHash(static_cast<const K&>(t->fwkKey()));
     Ptr<V>* place = &buckets_[bucketOf(hash)];
     while (*place != nullptr && link(**place).fwkHmHash_ <= hash) {
+      ZINT_ASSERT("Zint/HashMap",
+                  link(**place).fwkHmHash_ != hash || !((*place)->fwkKey() == t->fwkKey()));
       place = &link(**place).fwkHmNext_;
     }
     link(*t).fwkHmHash_ = hash;
@@ -120,8 +122,9 @@ class HashMap {
 
   // Removes every member, one after the other.
   void delAll() {
-    for (Ptr<V>& bucket : buckets_) {
-      while (bucket != nullptr) unlinked(*bucket);
+    // By index: the end of a member may insert others, and so move the buckets.
+    for (std::size_t i = 0; i < buckets_.size(); ++i) {
+      while (buckets_[i] != nullptr) unlinked(*buckets_[i]);
     }
   }
 

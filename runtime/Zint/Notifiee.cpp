@@ -139,13 +139,13 @@ NotifieeWalk::~NotifieeWalk() {
 }
 
 NotifieeConst* NotifieeWalk::next() {
+  current_ = nullptr;  // first: its end may unregister the next one
   while (next_ < end_) {
     if (NotifieeConst* notifiee = (*list_)[next_++]; notifiee != nullptr) {
       current_ = notifiee;
       return notifiee;
     }
   }
-  current_ = nullptr;
   return nullptr;
 }
 

@@ -65,10 +65,10 @@ Ptr<PtrInterface> objectFromText(String8::IteratorConst& pos, const String8::Ite
     while (p != end && *p != '#' && *p != ' ') ++p;
   }
   const auto hash = p;
-  S64 number = 0;
+  U32 number = 0;
   if (p == end || *p != '#') throwRangeException(String8("an object expected at \"") + text + "\"");
   sequenceToValue(++p, end, number);
-  const auto place = table.objects.find(static_cast<U32>(number));
+  const auto place = table.objects.find(number);
   if (place == table.objects.end() || labelOf(*place->second) != String8(std::string(pos, hash))) {
     throwRangeException(String8(std::string(pos, p)) + " is no living object");
   }

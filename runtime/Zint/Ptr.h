@@ -82,10 +82,12 @@ class Ptr {
 template <class T>
 class ValidPtr : public Ptr<T> {
  public:
-  ValidPtr(Ptr<T> ptr) : Ptr<T>(std::move(ptr)) {
+  template <class U>
+  requires std::convertible_to<U*, T*> ValidPtr(Ptr<U> ptr) : Ptr<T>(std::move(ptr)) {
     if (this->ptr() == nullptr) [[unlikely]]
       throwRangeException("null ValidPtr");
   }
+  ValidPtr(std::nullptr_t) : ValidPtr(Ptr<T>()) {}
 };
 
 // A new object and its first reference; never null.

@@ -7,6 +7,7 @@
 //   for (auto it = regions.iterator(); it; ++it) if (old(**it)) regions.del(it.key());
 #pragma once
 
+#include <Zint/Assert.h>
 #include <Zint/Bookmark.h>
 #include <Zint/Ptr.h>
 #include <Zint/Types.h>
@@ -45,8 +46,9 @@ class RbTreeMap {
     }
     void read() {
       const bool end = mark_.place() == map_->tree_.end();
-      current_ = end ? nullptr : mark_.place()->second;
       if (!end) key_ = mark_.place()->first;
+      // Last: what is let go of may remove members, or the map itself, as it goes.
+      current_ = end ? nullptr : mark_.place()->second;
     }
 
     const RbTreeMap* map_;
@@ -70,7 +72,10 @@ class RbTreeMap {
   }
 
   // REQUIRES: no member has its key.
-  void insert(const Ptr<V>& member) { tree_.emplace(member->fwkKey(), member); }
+  void insert(const Ptr<V>& member) {
+    const bool isNew = tree_.emplace(member->fwkKey(), member).second;
+    ZINT_ASSERT("Zint/RbTreeMap", isNew);
+  }
 
   // Removes and returns the member of that key; null when there is none.
   Ptr<V> del(const K& key) {

@@ -24,8 +24,11 @@ UMBRA_API String8 valueToStrep(const String8& value);
 template <std::integral T>
 requires(!std::same_as<T, bool> && !std::same_as<T, U64> && !std::same_as<T, S64>) String8
     valueToStrep(T value) {
-  if constexpr (std::is_signed_v<T>) return valueToStrep(S64{value});
-  return valueToStrep(U64{value});
+  if constexpr (std::is_signed_v<T>) {
+    return valueToStrep(S64{value});
+  } else {
+    return valueToStrep(U64{value});
+  }
 }
 
 // Each reads one value from `pos`, which is left behind its last character. Text that is no such
@@ -58,7 +61,8 @@ requires(!std::same_as<T, bool> &&
   S64 read = 0;
   sequenceToValue(p, end, read);
   const auto narrow = static_cast<T>(read);
-  if (static_cast<S64>(narrow) != read || (sizeof(T) == 8 && read < 0 && *pos == '-')) {
+  if (static_cast<S64>(narrow) != read ||
+      (std::is_unsigned_v<T> && sizeof(T) == 8 && read < 0 && *pos == '-')) {
     throwRangeException(format("%s is out of range", std::string(pos, p).c_str()));
   }
   pos = p;

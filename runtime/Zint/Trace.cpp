@@ -7,8 +7,6 @@
 namespace Zint {
 namespace {
 
-constexpr U32 everyLevelBits = (1u << traceLevels) - 1;
-
 class StandardErrorSink : public TraceSink {
  public:
   void traceLine(const TraceLine& line) override {
@@ -34,8 +32,7 @@ TraceState& state() {
 
 }  // namespace
 
-TraceHandle::TraceHandle(const char* name, bool everyLevel)
-    : name_(name), recorded_(everyLevel ? everyLevelBits : 1u), built_(recorded_.load()) {
+void TraceHandle::registered() {
   std::lock_guard guard(state().mutex);
   recordedIs(recorded_);
   next_ = std::exchange(state().handles, this);
@@ -44,8 +41,8 @@ TraceHandle::TraceHandle(const char* name, bool everyLevel)
 TraceHandle::~TraceHandle() {
   std::lock_guard guard(state().mutex);
   TraceHandle** link = &state().handles;
-  while (*link != this) link = &(*link)->next_;
-  *link = next_;
+  while (*link != nullptr && *link != this) link = &(*link)->next_;
+  if (*link == this) *link = next_;
 }
 
 // REQUIRES: the mutex is held.
@@ -96,9 +93,11 @@ void coverageStreamIs(std::ostream* stream) {
 
 void traceHelper(const TraceHandle& handle, const String8& text, U32 level, const char* context,
                  const char* source, int line, const char* function) {
-  if (std::ostream* coverage = state().coverage.load(); coverage != nullptr) {
+  if (state().coverage.load() != nullptr) {
     std::lock_guard guard(state().mutex);
-    *coverage << source << ':' << line << ' ' << text << '\n';
+    // Read again: once coverageStreamIs() has returned, the old stream may be gone.
+    if (std::ostream* coverage = state().coverage.load(); coverage != nullptr)
+      *coverage << source << ':' << line << ' ' << text << '\n';
   }
   if (!handle.level(level)) return;
   state().sink.load()->traceLine(

@@ -12,12 +12,15 @@
 #include <Zint/String8.h>
 #include <Zint/Types.h>
 #include <atomic>
+#include <locale>
 #include <ostream>
 #include <sstream>
+#include <type_traits>
 
 namespace Zint {
 
 constexpr U32 traceLevels = 10;
+constexpr U32 everyLevelBits = (1u << traceLevels) - 1;
 
 struct TraceLine {
   const char* handle;
@@ -31,8 +34,15 @@ struct TraceLine {
 
 class UMBRA_API TraceHandle {
  public:
-  // Level 0 is on from the start, the others if `everyLevel`. `name` must outlive the handle.
-  TraceHandle(const char* name, bool everyLevel);
+  // Level 0 is on from the start, the others if `everyLevel`. `name` must outlive the handle. A
+  // handle that is initialised as a constant can be used at any time, and is found by name once it
+  // has been registered(); any other is at once.
+  constexpr TraceHandle(const char* name, bool everyLevel)
+      : name_(name),
+        recorded_(everyLevel ? everyLevelBits : 1u),
+        built_(everyLevel ? everyLevelBits : 1u) {
+    if (!std::is_constant_evaluated()) registered();
+  }
   ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
   TraceHandle& operator=(const TraceHandle&) = delete;
@@ -48,6 +58,7 @@ class UMBRA_API TraceHandle {
   // Whether a text of this level is to be built.
   bool built(U32 level) const { return (built_.load(std::memory_order_relaxed) >> level) & 1; }
 
+  void registered();
   // The handle of that name, null when there is none yet.
   static TraceHandle* find(const String8& name);
 
@@ -91,6 +102,7 @@ UMBRA_API TraceHandle& zintTrace();
   do {                                                                                          \
     if ((handle).built(level)) [[unlikely]] {                                                   \
       std::ostringstream zintTraceText;                                                         \
+      zintTraceText.imbue(std::locale::classic());                                              \
       zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
       ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, __func__); \
     }                                                                                           \

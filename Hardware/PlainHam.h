@@ -1,0 +1,49 @@
+// Whether an access method keeps the base behaviour of an operation: a plain comparison or copy of
+// bytes, which may then be done for many entries at once. An access method that overrides the
+// operation, in whatever derived class, is asked entry by entry.
+//
+// Found out by comparing the object's virtual table with the base's, slot by slot: in the C++ ABI
+// of x86 a pointer to a virtual member holds 1 + the slot's offset in the table.
+#pragma once
+
+#include <Hardware/ChipHam.h>
+#include <cstring>
+
+namespace Hardware {
+
+// The function that the object's class has in the slot of a virtual operation.
+template <class Operation>
+const void* slotFunction(const ChipHam& ham, Operation operation) {
+  static_assert(sizeof(Operation) == 2 * sizeof(std::size_t));
+  std::size_t offset;
+  std::memcpy(&offset, &operation, sizeof offset);
+  const char* table;
+  std::memcpy(&table, static_cast<const void*>(&ham), sizeof table);
+  const void* function;
+  std::memcpy(&function, table + (offset - 1), sizeof function);
+  return function;
+}
+
+// The base's functions; null until the library is loaded, when nothing counts as plain.
+struct PlainFunctions {
+  const void* doCompare;
+  const void* doReadToCache;
+  const void* doWriteToCache;
+  const void* doReadFromCache;
+};
+extern const PlainFunctions plainFunctions;
+
+inline bool comparesPlainly(const ChipHam& ham) {
+  return slotFunction(ham, &ChipHam::doCompare) == plainFunctions.doCompare;
+}
+inline bool readsToCachePlainly(const ChipHam& ham) {
+  return slotFunction(ham, &ChipHam::doReadToCache) == plainFunctions.doReadToCache;
+}
+inline bool writesToCachePlainly(const ChipHam& ham) {
+  return slotFunction(ham, &ChipHam::doWriteToCache) == plainFunctions.doWriteToCache;
+}
+inline bool readsFromCachePlainly(const ChipHam& ham) {
+  return slotFunction(ham, &ChipHam::doReadFromCache) == plainFunctions.doReadFromCache;
+}
+
+}  // namespace Hardware
