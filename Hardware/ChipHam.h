@@ -14,6 +14,7 @@
 #pragma once
 
 #include <Hardware/ChipAddress.h>
+#include <Zint/Activity.h>
 #include <Zint/Entity.h>
 
 namespace Hardware {

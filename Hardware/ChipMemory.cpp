@@ -188,6 +188,7 @@ void ChipMemory::doClearRange(U32 startIndex, U32 endIndex, bool writeThrough) {
   const Ptr self(this);
   const Hal::BufBase::Ptr shadowBuf = shadow_, dirtyBuf = dirty_, initializedBuf = initialized_;
   UMBRA_ASSERT_REGION(*this, shadowBuf && dirtyBuf && initializedBuf);
+  UMBRA_ASSERT_REGION(*this, chipHam_ || !writeThrough);
   const U64 end = U64{endIndex} + 1;
   UMBRA_ASSERT_REGION(*this, end * entrySize_ <= U64{shadowBuf->size()} + shadowBuf->slack());
   UMBRA_ASSERT_REGION(*this, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));

@@ -53,6 +53,7 @@ Zint::Ptr<Hal::Buf> ChipMemory::newBitmap() const {
 // All three buffers are made before one is installed: marks of one store never meet the bytes of
 // another.
 void ChipMemory::handleShadowStoreNeeded() {
+  const Ptr self(this);
   Hal::BufBase::Ptr shadow, dirty, initialized;
   if (shadowStoreNeeded()) {
     shadow = newStore();
@@ -84,6 +85,7 @@ void ChipMemory::writeback(bool initializedOnly) {
   // Held: an access may replace the store, which ends the write-back, or drop the region.
   const Ptr self(this);
   const Hal::BufBase::Ptr shadowBuf = shadow_;
+  UMBRA_ASSERT_REGION(*this, chipHam_);
   UMBRA_ASSERT_REGION(*this, entriesFit(*shadowBuf, entries_, entrySize_));
   if (!initializedOnly) {
     chipHam_->doWrite(address_, shadowBuf->data(), entrySize_, entries_);

@@ -71,6 +71,7 @@ void ChipReader::doRead() {
     const Zint::Ptr<Hal::Buf> hardwareBuf = m->hardware();
     UMBRA_ASSERT_REGION(*m, hardwareBuf && entriesFit(*hardwareBuf, U64{k} + readChunkSizeInEntries,
                                                       m->entrySize()));
+    UMBRA_ASSERT_REGION(*m, m->chipHam());
     const ChipAddress address = m->entryAddress(k);
     UMBRA_TRACE(6, 366,
                 "ChipReader::doRead " << m->fwkKey() << " 0x" << std::hex << address.value()

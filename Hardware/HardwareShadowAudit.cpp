@@ -62,6 +62,7 @@ void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
                                               bool auditEnabled) {
   UMBRA_ASSERT(__LINE__, state_ == idle_);
   if (chipMemory->auditEnabled() == auditEnabled) return;
+  const Ptr self(this);  // an observer of the region may drop this shadow
   const ChipMemory::Ptr cm = chipMemory;
   cm->auditEnabledIs(auditEnabled);
   if (state_ == unconfigured_) return;  // an observer's doing: membership is decided anew later
@@ -133,6 +134,7 @@ void HardwareShadow::doAuditChips() {
     UMBRA_ASSERT(__LINE__, shadowBuf);
     UMBRA_ASSERT(__LINE__, dirtyBuf);
     UMBRA_ASSERT(__LINE__, initializedBuf);
+    UMBRA_ASSERT_REGION(*cm, cm->chipHam());
     const U32 entries = cm->entries();
     const U32 entrySize = cm->entrySize();
     UMBRA_ASSERT_REGION(*cm, entriesFit(*hardwareBuf, entries, entrySize));
@@ -184,6 +186,7 @@ void HardwareShadow::doAuditChips() {
 
 void HardwareShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
   const ChipMemory::Ptr cm = chipMemory;  // an observer may clear the pointer that was passed
+  UMBRA_ASSERT_REGION(*cm, cm->chipHam());
   cm->registersFixedInc(1);
   cm->lastFixTimeIs(Zint::now());
   cm->chipHam()->doWrite(cm->entryAddress(entry), data, cm->entrySize(), 1);

@@ -25,6 +25,7 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
   const U32 entrySize = region->entrySize();
   const U64 numEntries = size == entrySize ? 1 : size / entrySize;
   UMBRA_ASSERT(__LINE__, ( entry + numEntries ) <= cm->entries());
+  UMBRA_ASSERT_REGION(*region, region->chipHam());
   const U64 bytes = U64{entry} * entrySize + size;  // a partial entry may end in the slack
   UMBRA_ASSERT_REGION(*region, bytes <= U64{shadowBuf->size()} + shadowBuf->slack());
   UMBRA_ASSERT_REGION(*region, bitsFit(*initializedBuf, entry + numEntries));

@@ -75,6 +75,7 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   const U64 numEntries = one ? 1 : size / cm->entrySize();
   if (!one) UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
   UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
+  UMBRA_ASSERT_REGION(*region, region->chipHam());
   const U64 end = entry + numEntries;
   const U32 entrySize = region->entrySize();
   UMBRA_ASSERT_REGION(*region, entriesFit(*shadowBuf, end, entrySize));

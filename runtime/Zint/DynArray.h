@@ -6,10 +6,19 @@
 #include <Zint/Types.h>
 #include <string.h>
 
-#include <type_traits>
+#include <memory>
 #include <vector>
 
 namespace Zint {
+
+// Zeroes storage before it is freed, in a way that the compiler may not leave out.
+template <class V>
+struct ZeroingAllocator : std::allocator<V> {
+  void deallocate(V* storage, std::size_t elements) {
+    explicit_bzero(static_cast<void*>(storage), elements * sizeof(V));
+    std::allocator<V>::deallocate(storage, elements);
+  }
+};
 
 template <class V, class I>
 class DynArray {
@@ -17,13 +26,6 @@ class DynArray {
   DynArray() = default;
   DynArray(const DynArray&) = delete;
   DynArray& operator=(const DynArray&) = delete;
-  // Plain storage is zeroed before it is freed, in a way that the compiler may not leave out.
-  ~DynArray() {
-    if constexpr (std::is_trivially_copyable_v<V>) {
-      elements_.resize(elements_.capacity());  // within the storage: what delAll() left as well
-      if (!elements_.empty()) explicit_bzero(elements_.data(), elements_.size() * sizeof(V));
-    }
-  }
 
   U32 size() const { return static_cast<U32>(elements_.size()); }
   const V* data() const { return elements_.data(); }
@@ -57,7 +59,7 @@ class DynArray {
   void swap(DynArray& other) { elements_.swap(other.elements_); }
 
  private:
-  std::vector<V> elements_;
+  std::vector<V, ZeroingAllocator<V>> elements_;
 };
 
 }  // namespace Zint

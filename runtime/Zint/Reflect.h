@@ -141,7 +141,7 @@ Result target(const void* address) {
 }
 
 // A text that does not parse, before anything has changed.
-class Unreadable : public RangeException {
+class UMBRA_API Unreadable : public RangeException {
  public:
   explicit Unreadable(const RangeException& cause) : RangeException(cause) {}
 };

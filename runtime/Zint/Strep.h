@@ -32,7 +32,7 @@ requires(!std::same_as<T, bool> && !std::same_as<T, U64> && !std::same_as<T, S64
 }
 
 // Each reads one value from `pos`, which is left behind its last character. Text that is no such
-// value raises a range exception that names the column, and leaves `value` as it was.
+// value raises a range exception that quotes it, and leaves `pos` and `value` as they were.
 
 // A number from -2^63 to 2^64-1 (two's complement above 2^63-1), decimal or 0x and hexadecimal.
 UMBRA_API void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
@@ -61,8 +61,10 @@ requires(!std::same_as<T, bool> &&
   S64 read = 0;
   sequenceToValue(p, end, read);
   const auto narrow = static_cast<T>(read);
-  if (static_cast<S64>(narrow) != read ||
-      (std::is_unsigned_v<T> && sizeof(T) == 8 && read < 0 && *pos == '-')) {
+  // A number from 2^63 on is read as its two's complement: U64 holds it, a signed type does not.
+  const bool wrapped = read < 0 && *pos != '-';
+  const bool held = std::is_signed_v<T> ? !wrapped : read >= 0 || wrapped;
+  if (static_cast<S64>(narrow) != read || !held) {
     throwRangeException(format("%s is out of range", std::string(pos, p).c_str()));
   }
   pos = p;

@@ -84,7 +84,7 @@ struct Member {
 };
 
 // `object` above is a value's address, and a counted object's PtrInterface.
-struct Type {
+struct UMBRA_API Type {
   const char* name;  // qualified, "Hardware::ChipMemory"
   const char* kind = "reference-counted object";
   const Type* base = nullptr;  // whose members are this type's as well

@@ -27,3 +27,7 @@ inline std::string assertionPattern(const std::string& source, int line,
 // The statement ends the process with this assertion of the library's classes.
 #define EXPECT_ASSERTION(statement, line, function, condition) \
   EXPECT_DEATH(statement, ::Fakes::assertionPattern("Hardware/Umbra", line, function, condition))
+
+// The statement ends the process with one of the library's own assertions, which names the region.
+#define EXPECT_REGION_ASSERTION(statement, region) \
+  EXPECT_DEATH(statement, "Hardware/Umbra:[0-9]+: .* failed: " region "\n")

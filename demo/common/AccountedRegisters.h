@@ -1,0 +1,30 @@
+// The chip's registers as the library sees them, with each write entered into the ledger.
+#pragma once
+
+#include <platform/MappedRegisters.h>
+
+#include "demo/common/Ledger.h"
+
+namespace Demo {
+
+class AccountedRegisters : public Fru::HamImpl {
+ public:
+  // The ledger must outlive this.
+  AccountedRegisters(Platform::MappedRegisters::Ptr registers, Ledger& ledger)
+      : registers_(std::move(registers)), ledger_(ledger) {}
+
+  void read(U32 address, U32* value) override { registers_->read(address, value); }
+  // A write of the mapped registers that also tells what it replaced, in one step: what the ledger
+  // rests on.
+  void write(U32 address, U32 value) override;
+  // Changes a register behind the library's back; the ledger takes it for an error of the chip.
+  void damage(U32 address, U32 value);
+
+ private:
+  U32 exchanged(U32 address, U32 value);
+
+  const Platform::MappedRegisters::Ptr registers_;
+  Ledger& ledger_;
+};
+
+}  // namespace Demo

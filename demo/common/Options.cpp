@@ -1,0 +1,112 @@
+#include "demo/common/Options.h"
+
+#include <getopt.h>
+
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+namespace Demo {
+namespace {
+
+enum Option : int { seconds = 1, flips, seed, interval, trace, traceFile, freeze, help };
+
+constexpr option longOptions[] = {
+    {"seconds", required_argument, nullptr, seconds},
+    {"flips-per-second", required_argument, nullptr, flips},
+    {"seed", required_argument, nullptr, seed},
+    {"audit-interval", required_argument, nullptr, interval},
+    {"trace", required_argument, nullptr, trace},
+    {"trace-file", required_argument, nullptr, traceFile},
+    {"freeze-audit", no_argument, nullptr, freeze},
+    {"help", no_argument, nullptr, help},
+    {nullptr, 0, nullptr, 0},
+};
+
+// The whole text as a number within the bounds.
+template <class T>
+T number(const char* name, std::string_view text, T least, T most) {
+  T value{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error == std::errc::invalid_argument || end != text.data() + text.size()) {
+    throw UsageError(std::string("--") + name + ": '" + std::string(text) + "' is no number" +
+                     (std::is_integral_v<T> ? " without sign and fraction" : ""));
+  }
+  if (error != std::errc() || !(value >= least && value <= most)) {
+    std::string bounds = std::to_string(most);
+    if constexpr (std::is_floating_point_v<T>) bounds = std::to_string(std::lround(most));
+    throw UsageError(std::string("--") + name + ": " + std::string(text) + " is not between " +
+                     (least == T{} ? "0" : std::to_string(least)) + " and " + bounds);
+  }
+  return value;
+}
+
+}  // namespace
+
+const char* const optionsHelp =
+    R"(usage: umbra-driver [option...]
+
+Brings up a small switch whose chip is another process that damages its own registers, and lets the
+library find and repair the damage while traffic goes on. Ends with an account of every error.
+
+  --seconds N             how long traffic and errors go on (default 10; Ctrl-C ends them earlier)
+  --flips-per-second N    errors that the chip makes (default 50; 0 for none)
+  --seed N                of the random errors and of the traffic (default 1)
+  --audit-interval N      seconds from the start of one audit pass to the next (default 0.5)
+  --trace LEVEL           write the library's trace up to that level, 0 to 9, to standard error
+  --trace-file FILE       write it to that file instead
+  --freeze-audit          switch the audit off once the switch is up: the damage stays and the
+                          account shows it, with exit status 1
+  --help                  this text
+
+Exit status: 0 every error is accounted for, none remains, and nothing was repaired that was not
+damaged; 1 otherwise; 2 wrong options.
+)";
+
+Options optionsParsed(int argc, char* const argv[]) {
+  Options options;
+  optind = 0;  // start afresh, also when the options of another command line were read before
+  opterr = 0;
+  constexpr double day = 86400;
+  for (int chosen; (chosen = getopt_long(argc, argv, "+:", longOptions, nullptr)) != -1;) {
+    switch (chosen) {
+      case seconds:
+        options.seconds = number("seconds", optarg, 0.0, day);
+        break;
+      case flips:
+        options.flipsPerSecond = number<U32>("flips-per-second", optarg, 0, 100'000);
+        break;
+      case seed:
+        options.seed = number<U32>("seed", optarg, 0, ~U32{0});
+        break;
+      case interval:
+        options.auditInterval = number("audit-interval", optarg, 0.0, day);
+        break;
+      case trace:
+        options.traceLevel = number<U32>("trace", optarg, 0, 9);
+        break;
+      case traceFile:
+        options.traceFile = optarg;
+        if (options.traceFile.empty()) throw UsageError("--trace-file: the name is empty");
+        break;
+      case freeze:
+        options.freezeAudit = true;
+        break;
+      case help:
+        options.help = true;
+        return options;
+      case ':':
+        throw UsageError(std::string("option '") + argv[optind - 1] + "' needs a value");
+      default:
+        throw UsageError(std::string("unknown, ambiguous or wrongly used option '") +
+                         argv[optind - 1] + "'");
+    }
+  }
+  if (optind < argc) throw UsageError(std::string("unexpected argument '") + argv[optind] + "'");
+  if (!options.traceFile.empty() && !options.traceLevel) {
+    throw UsageError("--trace-file needs --trace LEVEL");
+  }
+  return options;
+}
+
+}  // namespace Demo

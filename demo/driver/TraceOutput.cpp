@@ -1,0 +1,40 @@
+#include "demo/driver/TraceOutput.h"
+
+#include <Hardware/Umbra.h>
+#include <Zint/Clock.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace Demo {
+
+TraceOutput::TraceOutput(const Options& options)
+    : isOn_(options.traceLevel.has_value()), file_(stderr) {
+  if (!options.traceFile.empty()) {
+    file_ = std::fopen(options.traceFile.c_str(), "we");
+    if (file_ == nullptr) {
+      throw std::system_error(errno, std::generic_category(), "open " + options.traceFile);
+    }
+  }
+  if (isOn_) Hardware::umbraTrace().levelUpToIs(*options.traceLevel);
+  before_ = Zint::traceSinkIs(this);
+}
+
+TraceOutput::~TraceOutput() {
+  Zint::traceSinkIs(before_);
+  Hardware::umbraTrace().levelUpToIs(0);
+  if (file_ != stderr) std::fclose(file_);
+}
+
+void TraceOutput::traceLine(const Zint::TraceLine& line) {
+  const bool isLibrary = std::strcmp(line.handle, Hardware::umbraTrace().name()) == 0;
+  if (isLibrary && !isOn_) return;
+  std::fprintf(file_, "%.6f %s %u %s:%d %s\n", Zint::now(), line.handle, line.level, line.source,
+               line.line, line.text);
+}
+
+bool TraceOutput::isOnTerminal() const { return isOn_ && isatty(fileno(file_)) != 0; }
+
+}  // namespace Demo

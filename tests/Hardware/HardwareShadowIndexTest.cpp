@@ -1,0 +1,258 @@
+// The address index: how it is built, and what findChipMemory makes of it.
+#include <map>
+
+#include "fakes/ShadowTest.h"
+
+namespace {
+
+constexpr const char* findFunction =
+    "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
+    "Hardware::ChipAddress&, U32)";
+
+class HardwareShadowIndex : public Fakes::ShadowTest {
+ protected:
+  // Regions of one entry, `step` apart.
+  void manyRegions(U32 count, U64 step) {
+    for (U32 i = 0; i < count; ++i) {
+      const std::string name = "region" + std::to_string(i);
+      shadow->newChipMemory(region(name.c_str(), i * step, 1));
+    }
+  }
+  U64 foundAt(U64 address) {
+    const ChipMemory::Ptr cm = found(address);
+    return cm == nullptr ? ~U64{0} : cm->address().value();
+  }
+};
+
+TEST_F(HardwareShadowIndex, emptyIndexAndNoLastRegionGiveNull) {
+  EXPECT_EQ(found(0x1000), nullptr);
+  shadow->chipMemoryIs(region("mac", 0x1000, 4));
+  EXPECT_EQ(found(0x1000), nullptr) << "not built yet";
+}
+
+TEST_F(HardwareShadowIndex, addressesInAndAroundTwoRegionsOfOneMemoryId) {
+  configure({region("first", 0x100, 4), region("second", 0x200, 4)});
+  const std::map<U64, const char*> expected{
+      {0x80, ""},  {0xff, ""},        {0x100, "first"},  {0x10f, "first"}, {0x110, ""},
+      {0x1ff, ""}, {0x200, "second"}, {0x20f, "second"}, {0x210, ""},      {0xffffffff, ""}};
+  for (const auto& [address, name] : expected) {
+    shadow->lastChipMemoryIs(nullptr);
+    const ChipMemory::Ptr cm = found(address);
+    EXPECT_EQ(cm == nullptr ? "" : cm->name(), name) << std::hex << address;
+  }
+}
+
+TEST_F(HardwareShadowIndex, absentMemoryIdGivesNullBelowBetweenAndAboveTheOthers) {
+  configure({region("a", 0x200000000, 0x1000), region("b", 0x400000000, 0x1000)});
+  for (const U64 id : {0, 1, 3, 5, -1}) EXPECT_EQ(found(id << 32), nullptr) << id;
+}
+
+TEST_F(HardwareShadowIndex, regionThatRunsIntoTheNextMemoryIdIsFoundThereOnlyAsTheLastRegion) {
+  configure({region("a", 0x1fffffff0, 4, 0x10)});
+  EXPECT_EQ(found(0x200000000, 0x10), nullptr);
+  EXPECT_NE(found(0x1fffffff0, 0x10), nullptr);
+  EXPECT_NE(found(0x200000000, 0x10), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, wordsAreComparedUnsigned) {
+  configure({region("a", 0x00000000'10000000, 1), region("b", 0x00000000'90000000, 1),
+             region("c", 0x80000000'00000000, 1), region("d", 0xffffffff'fffffff0, 1)});
+  for (const U64 address :
+       {0x10000000ull, 0x90000000ull, 0x8000000000000000ull, 0xfffffffffffffff0ull}) {
+    EXPECT_EQ(foundAt(address), address) << std::hex << address;
+  }
+}
+
+TEST_F(HardwareShadowIndex, lookupAgreesWithAnOrderedMapForEveryShape) {
+  for (U32 ids = 1; ids <= 6; ++ids) {
+    for (U32 regions = 1; regions <= 9; ++regions) {
+      shadow = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
+      std::map<U64, ChipMemory::Ptr> reference;
+      for (U64 id = 0; id < ids; ++id) {
+        for (U64 i = 0; i < regions; ++i) {
+          const U64 address = (2 * id + 1) << 32 | (i + 1) << 8;
+          reference[address] = region("r", address, 2 + static_cast<U32>(i % 3));
+          shadow->chipMemoryIs(reference[address]);
+        }
+      }
+      shadow->stateIs(HardwareShadow::configured());
+      for (U64 id = 0; id <= 2 * ids; ++id) {
+        for (U64 offset = 0; offset < (U64{regions} + 2) << 8; offset += 4) {
+          const U64 address = id << 32 | offset;
+          auto place = reference.upper_bound(address);
+          ChipMemory::Ptr expected = place == reference.begin() ? nullptr : (--place)->second;
+          if (expected && !expected->inRange(ChipAddress(address))) expected = nullptr;
+          shadow->lastChipMemoryIs(nullptr);
+          ASSERT_EQ(found(address), expected) << ids << " " << regions << " " << address;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(HardwareShadowIndex, hitSetsTheLastRegionAndAGapLeavesIt) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  configure({mac, region("vlan", 0x2000, 4)});
+  EXPECT_EQ(shadow->lastChipMemory(), nullptr);
+  found(0x1004);
+  EXPECT_EQ(shadow->lastChipMemory(), mac);
+  EXPECT_EQ(found(0x1800), nullptr);
+  EXPECT_EQ(shadow->lastChipMemory(), mac);
+}
+
+TEST_F(HardwareShadowIndex, lastRegionAnswersEvenWhenTheIndexHasBeenCleared) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  configure({mac, region("vlan", 0x2000, 4)});
+  found(0x1000);
+  shadow->chipMemoryChunkDelAll();
+  shadow->chipMemoryChunkArrayDelAll();
+  shadow->chipMemoryIdDelAll();
+  shadow->nextIndexIs(0);
+  EXPECT_EQ(found(0x100c), mac);
+  EXPECT_EQ(found(0x2000), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, lastRegionIsAskedBeforeTheIndex) {
+  configure({region("mac", 0x1000, 4)});
+  const ChipMemory::Ptr over = region("over", 0xff0, 64);
+  shadow->lastChipMemoryIs(over);
+  EXPECT_EQ(found(0x1000), over);
+}
+
+TEST_F(HardwareShadowIndex, onlyTheStartOfAnAccessIsLocated) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  configure({mac, region("next", 0x1010, 4)});
+  EXPECT_EQ(found(0x100c, 64), mac);
+}
+
+TEST_F(HardwareShadowIndex, sizeMustBeWholeEntries_indexHit) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  configure({mac});
+  EXPECT_ASSERTION(found(0x1000, 6), 0, findFunction,
+                   "cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0");
+  mac->allowsLogicalViewsIs(true);
+  EXPECT_EQ(found(0x1000, 6), mac);
+}
+
+TEST_F(HardwareShadowIndex, sizeMustBeWholeEntries_lastRegion) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  shadow->lastChipMemoryIs(mac);
+  EXPECT_ASSERTION(
+      found(0x1000, 6), 0, findFunction,
+      "lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0");
+  mac->allowsLogicalViewsIs(true);
+  EXPECT_EQ(found(0x1000, 6), mac);
+}
+
+TEST_F(HardwareShadowIndex, sizeIsNotCheckedWhereNoRegionHoldsTheAddress) {
+  configure({region("mac", 0x1000, 4)});
+  EXPECT_EQ(found(0x2000, 6), nullptr);
+  EXPECT_NE(found(0x1000, 0), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, missingChunkIsFatal) {
+  configure({region("mac", 0x1000, 4)});
+  shadow->chipMemoryChunkArrayIs(0, nullptr);
+  EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cmc");
+}
+
+TEST_F(HardwareShadowIndex, missingRegionIsFatal) {
+  configure({region("mac", 0x1000, 4)});
+  shadow->chipMemoryChunkArray(0)->chipMemoryIs(0, nullptr);
+  EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cm");
+}
+
+TEST_F(HardwareShadowIndex, emptyChunkIsFatal) {
+  configure({region("mac", 0x1000, 4)});
+  const auto chunk = shadow->chipMemoryChunkArray(0);
+  chunk->nextIndexIs(0);
+  chunk->offsetDelAll();
+  chunk->chipMemoryDelAll();
+  EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cm");
+}
+
+TEST_F(HardwareShadowIndex, buildingSortsBothLevels) {
+  const ChipMemory::Ptr high = region("high", 0x700000300, 1), low = region("low", 0x700000100, 1),
+                        other = region("other", 0x200000500, 1);
+  configure({high, low, other});
+  EXPECT_EQ(shadow->nextIndex(), 2);
+  EXPECT_EQ(shadow->chipMemoryChunks(), 2u);
+  EXPECT_EQ(shadow->chipMemoryId(0), 2u);
+  EXPECT_EQ(shadow->chipMemoryId(1), 7u);
+  const auto chunk = shadow->chipMemoryChunkArray(1);
+  EXPECT_EQ(chunk, shadow->chipMemoryChunk(7));
+  EXPECT_EQ(chunk->fwkKey(), 7u);
+  EXPECT_EQ(chunk->nextIndex(), 2);
+  EXPECT_EQ(chunk->offset(0), 0x100u);
+  EXPECT_EQ(chunk->offset(1), 0x300u);
+  EXPECT_EQ(chunk->chipMemory(0), low);
+  EXPECT_EQ(chunk->chipMemory(1), high);
+  EXPECT_EQ(shadow->auditErrors(), 0u);
+}
+
+TEST_F(HardwareShadowIndex, readsOutsideTheArraysGiveDefaults) {
+  configure({region("mac", 0x700000100, 1)});
+  EXPECT_EQ(shadow->chipMemoryId(1), 0u);
+  EXPECT_EQ(shadow->chipMemoryChunkArray(1), nullptr);
+  EXPECT_EQ(shadow->chipMemoryChunkArray(0)->offset(65535), 0u);
+  EXPECT_EQ(shadow->chipMemoryChunkArray(0)->chipMemory(1), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, unconfiguredClearsTheIndexAndKeepsTheRegistry) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  configure({mac});
+  found(0x1000);
+  shadow->stateIs(HardwareShadow::unconfigured());
+  EXPECT_EQ(shadow->nextIndex(), 0);
+  EXPECT_EQ(shadow->chipMemoryChunks(), 0u);
+  EXPECT_EQ(shadow->chipMemoryIds(), 0u);
+  EXPECT_EQ(shadow->chipMemoryChunkArrays(), 0u);
+  EXPECT_EQ(shadow->lastChipMemory(), nullptr);
+  EXPECT_EQ(found(0x1000), nullptr);
+  EXPECT_EQ(shadow->chipMemorys(), 1u);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_EQ(found(0x1000), mac);
+}
+
+TEST_F(HardwareShadowIndex, configuredOverABuiltIndexClearsItFirst) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4), vlan = region("vlan", 0x2000, 4);
+  configure({mac});
+  found(0x1000);
+  shadow->overrideHardwareIs(true);
+  shadow->chipMemoryIs(vlan);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_EQ(shadow->nextIndex(), 1);
+  EXPECT_EQ(shadow->chipMemoryChunkArray(0)->nextIndex(), 2);
+  EXPECT_EQ(shadow->lastChipMemory(), nullptr);
+  EXPECT_EQ(found(0x1000), mac);
+  EXPECT_EQ(found(0x2000), vlan);
+  EXPECT_EQ(shadow->auditErrors(), 0u);
+}
+
+TEST_F(HardwareShadowIndex, chunkHoldsUpTo65535Regions) {
+  manyRegions(65535, 4);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_EQ(shadow->chipMemoryChunkArray(0)->nextIndex(), 65535);
+  for (const U64 i : {0, 1, 32766, 32767, 32768, 65534}) EXPECT_EQ(foundAt(4 * i), 4 * i);
+  EXPECT_EQ(found(U64{4} * 65535), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, region65536OfAChunkIsFatalAndNamed) {
+  manyRegions(65536, 4);
+  EXPECT_REGION_ASSERTION(shadow->stateIs(HardwareShadow::configured()), "region65535");
+}
+
+TEST_F(HardwareShadowIndex, indexHoldsUpTo65535Chunks) {
+  manyRegions(65535, U64{1} << 32);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_EQ(shadow->nextIndex(), 65535);
+  for (const U64 i : {0, 1, 32766, 32767, 32768, 65534}) EXPECT_EQ(foundAt(i << 32), i << 32);
+  EXPECT_EQ(found(U64{65535} << 32), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, chunk65536IsFatalAndItsRegionNamed) {
+  manyRegions(65536, U64{1} << 32);
+  EXPECT_REGION_ASSERTION(shadow->stateIs(HardwareShadow::configured()), "region65535");
+}
+
+}  // namespace

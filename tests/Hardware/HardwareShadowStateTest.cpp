@@ -1,0 +1,429 @@
+// The shadow's attributes, its states and what entering each one does.
+#include "fakes/ShadowTest.h"
+
+namespace {
+
+using Fakes::Lines;
+using State = Hardware::HardwareShadow::State;
+using States = std::vector<State>;
+
+constexpr auto unconfigured = Hardware::HardwareShadow::unconfigured();
+constexpr auto configured = Hardware::HardwareShadow::configured();
+constexpr auto idle = Hardware::HardwareShadow::idle();
+constexpr auto auditing = Hardware::HardwareShadow::auditing();
+constexpr const char* handleFunction = "void Hardware::HardwareShadow::handleState()";
+
+class HardwareShadowState : public Fakes::ShadowTest {
+ protected:
+  class Watch : public HardwareShadow::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onState() override {
+      seen.push_back(notifier()->state());
+      indexed.push_back(notifier()->nextIndex());
+      if (then) then(notifier()->state());
+    }
+    States seen;
+    std::vector<U32> indexed;  // nextIndex at each announcement
+    std::function<void(State)> then;
+  };
+  // Counts the commands given to the audit's request.
+  class Commands : public ChipReadRequest::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onState() override { given.push_back(notifier()->state()); }
+    std::vector<S32> given;
+  };
+
+  void stateReached(State state) {
+    if (state == unconfigured) return;
+    shadow->chipMemoryIs(mac);
+    shadow->chipMemoryIs(plain);
+    shadow->stateIs(configured);
+    if (state == auditing) shadow->stateIs(auditing);
+    trace.full.clear();
+  }
+
+  ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
+  ChipMemory::Ptr plain = region("plain", 0x2000, 4);
+};
+
+// --- The state table ----------------------------------------------------------------------------
+
+struct Transition {
+  const char* name;
+  State from;
+  State to;
+  States seen;
+  Lines lines;
+  std::vector<S32> commands;  // given to the audit's request
+  U32 members;                // of it
+  U32 entriesUnderAudit;
+  bool indexed;
+  Zint::Seconds wake;
+};
+
+std::ostream& operator<<(std::ostream& out, const Transition& row) { return out << row.name; }
+
+class HardwareShadowStateTransition : public HardwareShadowState,
+                                      public testing::WithParamInterface<Transition> {};
+
+TEST_P(HardwareShadowStateTransition, holds) {
+  const Transition& row = GetParam();
+  if (row.from == unconfigured) {  // with the request that an earlier round has left behind
+    stateReached(idle);
+    shadow->stateIs(unconfigured);
+    trace.full.clear();
+  }
+  stateReached(row.from);
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  const auto commands = Zint::makePtr<Commands>(loop.activity, shadow->auditReadRequest());
+
+  shadow->stateIs(row.to);
+
+  EXPECT_EQ(watch->seen, row.seen);
+  EXPECT_EQ(trace.taken(), row.lines);
+  EXPECT_EQ(commands->given, row.commands);
+  EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), row.members);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), row.entriesUnderAudit);
+  EXPECT_EQ(shadow->nextIndex() != 0, row.indexed);
+  EXPECT_EQ(loop.activity->wakeTime(), row.wake);
+  EXPECT_EQ(shadow->chipMemorys(), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, HardwareShadowStateTransition,
+    testing::Values(Transition{"unconfigured_configured",
+                               unconfigured,
+                               configured,
+                               {configured, idle},
+                               {{0, "HardwareShadow::handleState( configured )"},
+                                {0, "HardwareShadow::handleState( idle )"}},
+                               {2},
+                               1,
+                               16,
+                               true,
+                               Zint::never},
+                    Transition{"unconfigured_unconfigured",
+                               unconfigured,
+                               unconfigured,
+                               {},
+                               {},
+                               {},
+                               0,
+                               0,
+                               false,
+                               Zint::never},
+                    Transition{"idle_idle", idle, idle, {}, {}, {}, 1, 16, true, Zint::never},
+                    Transition{"idle_auditing",
+                               idle,
+                               auditing,
+                               {auditing},
+                               {{0, "HardwareShadow::handleState( auditing )"}},
+                               {},
+                               1,
+                               16,
+                               true,
+                               0.0},
+                    Transition{"idle_unconfigured",
+                               idle,
+                               unconfigured,
+                               {unconfigured},
+                               {{0, "HardwareShadow::handleState( unconfigured )"}},
+                               {2},
+                               0,
+                               0,
+                               false,
+                               Zint::never},
+                    Transition{
+                        "auditing_auditing", auditing, auditing, {}, {}, {}, 1, 16, true, 0.0},
+                    Transition{"auditing_idle",
+                               auditing,
+                               idle,
+                               {idle},
+                               {{0, "HardwareShadow::handleState( idle )"}},
+                               {2},
+                               1,
+                               16,
+                               true,
+                               Zint::never},
+                    Transition{"auditing_unconfigured",
+                               auditing,
+                               unconfigured,
+                               {unconfigured},
+                               {{0, "HardwareShadow::handleState( unconfigured )"}},
+                               {2},
+                               0,
+                               0,
+                               false,
+                               0.0}),
+    [](const auto& row) { return row.param.name; });
+
+// --- Broken rules -------------------------------------------------------------------------------
+
+TEST_F(HardwareShadowState, idleAndAuditingNeedARequest) {
+  EXPECT_ASSERTION(shadow->stateIs(idle), 0, handleFunction, "auditReadRequest()");
+  EXPECT_ASSERTION(shadow->stateIs(auditing), 0, handleFunction, "auditReadRequest()");
+}
+
+TEST_F(HardwareShadowState, configuredNeedsAnEmptyRequest) {
+  constexpr const char* rule = "auditReadRequest()->chipMemorys() == 0";
+  stateReached(idle);
+  EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, rule);
+  shadow->stateIs(auditing);
+  EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, rule);
+}
+
+TEST_F(HardwareShadowState, unknownValueIsFatal) {
+  EXPECT_ASSERTION(shadow->stateIs(static_cast<State>(4)), 0, handleFunction, "0");
+}
+
+TEST_F(HardwareShadowState, traceComesBeforeTheAction) {
+  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->stateIs(auditing); }), "auditReadRequest()");
+  ASSERT_EQ(trace.full.size(), 1u);
+  EXPECT_EQ(trace.full[0].text, "HardwareShadow::handleState( auditing )");
+  EXPECT_EQ(trace.full[0].level, 0u);
+  EXPECT_EQ(trace.full[0].source, "Hardware/Umbra");
+  EXPECT_EQ(trace.full[0].function, "handleState");
+}
+
+// --- Birth and plain attributes -----------------------------------------------------------------
+
+TEST_F(HardwareShadowState, factoryGivesTheInitialValues) {
+  EXPECT_EQ(shadow->zintFwkActivity(), loop.activity);
+  EXPECT_EQ(shadow->state(), unconfigured);
+  EXPECT_FALSE(shadow->overrideHardware());
+  EXPECT_EQ(shadow->clock(), Zint::Ptr<const Zint::Clock>(loop.clock));
+  EXPECT_EQ(shadow->minIntervalBetweenAudits(), 0.0);
+  EXPECT_EQ(shadow->chipMemorys(), 0u);
+  EXPECT_EQ(shadow->lastChipMemory(), nullptr);
+  EXPECT_EQ(shadow->audits(), 0u);
+  EXPECT_EQ(shadow->auditReadRequest(), nullptr);
+  EXPECT_EQ(shadow->nextIndex(), 0);
+  EXPECT_EQ(shadow->lastAuditStartTime(), 0.0);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 0u);
+  EXPECT_TRUE(shadow->hasNotificationActive());
+  EXPECT_EQ(shadow->references(), 1u);
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+}
+
+TEST_F(HardwareShadowState, withoutAClockNoPassBeginsByItself) {
+  shadow = Hardware::hardwareShadowFactory(loop.activity, nullptr);
+  EXPECT_EQ(shadow->clock(), nullptr);
+  stateReached(auditing);
+  EXPECT_EQ(shadow->state(), auditing);
+  EXPECT_EQ(loop.turn(), 0u);
+  shadow->doStartAudit();
+  shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
+  EXPECT_EQ(shadow->audits(), 1u);
+}
+
+TEST_F(HardwareShadowState, plainAttributesAreStoredWithoutReaction) {
+  shadow->overrideHardwareIs(true);
+  shadow->minIntervalBetweenAuditsIs(2.5);
+  shadow->auditsIs(7);
+  shadow->lastAuditStartTimeIs(1.5);
+  shadow->chipMemoryEntriesUnderAuditIs(99);
+  EXPECT_TRUE(shadow->overrideHardware());
+  EXPECT_EQ(shadow->minIntervalBetweenAudits(), 2.5);
+  EXPECT_EQ(shadow->audits(), 7u);
+  EXPECT_EQ(shadow->lastAuditStartTime(), 1.5);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 99u);
+  EXPECT_TRUE(trace.full.empty());
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+}
+
+TEST_F(HardwareShadowState, newIntervalLeavesAPassThatIsArmed) {
+  stateReached(auditing);
+  shadow->minIntervalBetweenAuditsIs(60);
+  EXPECT_EQ(loop.activity->wakeTime(), 0.0);
+}
+
+TEST_F(HardwareShadowState, clockReactorCanBeReplacedAndDropped) {
+  stateReached(auditing);
+  shadow->clockIs(loop.clock);
+  EXPECT_EQ(loop.activity->wakeTime(), 0.0) << "the same clock changes nothing";
+  shadow->clockDel();
+  EXPECT_EQ(shadow->clock(), nullptr);
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+  shadow->clockIs(loop.clock);
+  EXPECT_EQ(shadow->clock(), Zint::Ptr<const Zint::Clock>(loop.clock));
+  shadow->stateIs(idle);
+  shadow->stateIs(auditing);
+  EXPECT_EQ(loop.activity->wakeTime(), 0.0);
+}
+
+TEST_F(HardwareShadowState, auditReadRequestCanBeReplacedAndDropped) {
+  stateReached(auditing);
+  const ChipReadRequest::Ptr first = shadow->auditReadRequest();
+  const ChipReadRequest::Ptr second = Hardware::chipReadRequestFactory("second");
+  EXPECT_EQ(first->notifiees(), 1u);
+  shadow->auditReadRequestIs(first);
+  EXPECT_EQ(first->notifiees(), 1u);
+  shadow->auditReadRequestIs(second);
+  EXPECT_EQ(first->notifiees(), 0u);
+  EXPECT_EQ(shadow->auditReadRequest(), second);
+  first->statusIs(ChipReadRequest::done_);
+  EXPECT_EQ(shadow->audits(), 0u);
+  second->statusIs(ChipReadRequest::done_);
+  EXPECT_EQ(shadow->audits(), 1u);
+  shadow->auditReadRequestDel();
+  EXPECT_EQ(shadow->auditReadRequest(), nullptr);
+}
+
+TEST_F(HardwareShadowState, activityIsPassedOnToTheReactors) {
+  stateReached(auditing);
+  const Zint::Ptr<Zint::ActivityConfig> other =
+      Zint::activityFactory("other", Zint::Ptr<const Zint::Clock>(loop.clock));
+  shadow->zintFwkActivityIs(other);
+  EXPECT_EQ(shadow->zintFwkActivity(), other);
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+  EXPECT_EQ(other->turn(), 1u);
+  EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::start_);
+}
+
+// --- Configuring --------------------------------------------------------------------------------
+
+TEST_F(HardwareShadowState, configuringMakesTheNamedRequestOfTheAuditedRegions) {
+  const ChipMemory::Ptr overridden = audited("overridden", 0x3000, 8);
+  overridden->modeIs(ChipMemory::override());
+  const ChipMemory::Ptr waiting = audited("waiting", 0x4000, 5);
+  waiting->modeIs(ChipMemory::buffered());
+  const ChipMemory::Ptr shadowless = region("shadowless", 0x5000, 3);
+  shadowless->auditEnabledIs(true);
+  configure({mac, plain, overridden, waiting, shadowless});
+  const ChipReadRequest::Ptr request = shadow->auditReadRequest();
+  EXPECT_EQ(request->name(), "UmbraReadRequest");
+  EXPECT_EQ(request->chipMemorys(), 3u);
+  EXPECT_EQ(request->chipMemory(mac->address()), mac);
+  EXPECT_EQ(request->chipMemory(waiting->address()), waiting);
+  EXPECT_EQ(request->chipMemory(shadowless->address()), shadowless);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 16u + 5 + 3);
+  EXPECT_EQ(shadow->state(), idle);
+}
+
+TEST_F(HardwareShadowState, configuringAgainReusesTheRequestAndRebuildsTheLookup) {
+  stateReached(auditing);
+  const ChipReadRequest::Ptr request = shadow->auditReadRequest();
+  shadow->stateIs(unconfigured);
+  EXPECT_EQ(found(0x1000), nullptr);
+  shadow->stateIs(configured);
+  EXPECT_EQ(shadow->auditReadRequest(), request);
+  EXPECT_EQ(request->chipMemory(mac->address()), mac);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 16u);
+  EXPECT_EQ(found(0x1000), mac);
+}
+
+TEST_F(HardwareShadowState, configuredIsAnnouncedBeforeItIsActedOn) {
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  stateReached(idle);
+  EXPECT_EQ(watch->seen, (States{configured, idle}));
+  EXPECT_EQ(watch->indexed, (std::vector<U32>{0, 1}));
+}
+
+// --- Auditing and idle --------------------------------------------------------------------------
+
+TEST_F(HardwareShadowState, auditingWithNothingToAuditGoesStraightBackToIdle) {
+  mac->modeIs(ChipMemory::override());
+  configure({mac, plain});
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 0u);
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  shadow->stateIs(auditing);
+  EXPECT_EQ(watch->seen, (States{auditing, idle}));
+  EXPECT_EQ(trace.taken(), (Lines{{0, "HardwareShadow::handleState( auditing )"},
+                                  {0, "HardwareShadow::handleState( idle )"}}));
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+}
+
+TEST_F(HardwareShadowState, idleKeepsTheRequestsRegionsTheCountsAndTheBuffers) {
+  stateReached(auditing);
+  loop.turnAt(3);
+  shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
+  const Hal::BufBase::Ptr store = mac->shadow();
+  shadow->stateIs(idle);
+  EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 1u);
+  EXPECT_EQ(shadow->audits(), 1u);
+  EXPECT_EQ(shadow->lastAuditStartTime(), 3.0);
+  EXPECT_EQ(mac->shadow(), store);
+}
+
+TEST_F(HardwareShadowState, firstPassBeginsInTheNextTurnNotInTheCall) {
+  stateReached(auditing);
+  EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::stop_);
+  EXPECT_EQ(loop.turn(), 1u);
+  EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::start_);
+}
+
+TEST_F(HardwareShadowState, reenteringAuditingBeginsAtOnceWhateverTheInterval) {
+  shadow->minIntervalBetweenAuditsIs(1000);
+  stateReached(auditing);
+  loop.turnAt(5);
+  shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
+  EXPECT_EQ(loop.activity->wakeTime(), 1005.0);
+  shadow->stateIs(idle);
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+  shadow->stateIs(auditing);
+  EXPECT_EQ(loop.activity->wakeTime(), 0.0);
+  loop.turnAt(6);
+  EXPECT_EQ(shadow->lastAuditStartTime(), 6.0);
+}
+
+TEST_F(HardwareShadowState, unconfiguredWhileAPassIsArmedStartsNone) {
+  stateReached(auditing);
+  shadow->stateIs(unconfigured);
+  trace.full.clear();
+  loop.turnAt(1);
+  EXPECT_TRUE(trace.full.empty());
+  EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::stop_);
+}
+
+TEST_F(HardwareShadowState, overrideHardwareHoldsPassesBackUntilTheClockIsArmedAgain) {
+  shadow->overrideHardwareIs(true);
+  stateReached(auditing);
+  EXPECT_EQ(loop.turn(), 1u) << "the clock still fires";
+  EXPECT_TRUE(trace.full.empty());
+  EXPECT_EQ(loop.activity->wakeTime(), Zint::never) << "but is not armed again";
+  shadow->overrideHardwareIs(false);
+  EXPECT_EQ(loop.turn(), 0u);
+  shadow->stateIs(idle);
+  shadow->stateIs(auditing);
+  loop.turn();
+  EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::start_);
+}
+
+// --- What observers may do ----------------------------------------------------------------------
+
+TEST_F(HardwareShadowState, observerThatSetsAnotherStateHasTheLastWord) {
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  watch->then = [&](State state) {
+    if (state == idle) shadow->stateIs(auditing);
+  };
+  stateReached(idle);
+  EXPECT_EQ(shadow->state(), auditing);
+  EXPECT_EQ(watch->seen, (States{configured, idle, auditing}));
+  EXPECT_EQ(loop.activity->wakeTime(), 0.0);
+}
+
+TEST_F(HardwareShadowState, observerThatWithdrawsTheFirstConfiguredLeavesTheShadowUnconfigured) {
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  watch->then = [&](State state) {
+    if (state == configured) shadow->stateIs(unconfigured);
+  };
+  shadow->chipMemoryIs(mac);
+  shadow->stateIs(configured);
+  EXPECT_EQ(shadow->state(), unconfigured);
+  EXPECT_EQ(shadow->nextIndex(), 0);
+}
+
+TEST_F(HardwareShadowState, observerMayDropTheLastReferenceToTheShadow) {
+  stateReached(idle);
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  watch->isNonReferencingIs(true);
+  watch->then = [&](State) { shadow = nullptr; };
+  shadow->stateIs(auditing);
+  EXPECT_EQ(watch->notifier(), nullptr);
+  EXPECT_EQ(trace.taken(), (Lines{{0, "HardwareShadow::handleState( auditing )"}}));
+  EXPECT_EQ(loop.turn(), 0u);
+}
+
+}  // namespace

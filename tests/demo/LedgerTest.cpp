@@ -1,0 +1,295 @@
+#include <demo/chip/Injector.h>
+#include <demo/common/Ledger.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <ostream>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace Demo {
+
+void PrintTo(const Account& a, std::ostream* out) {
+  *out << "injected " << a.injected << " repaired " << a.repaired << " overwritten "
+       << a.overwritten << " undone " << a.undone << " remaining " << a.remaining << " unexplained "
+       << a.unexplained << " without damage " << a.repairsWithoutDamage;
+}
+
+}  // namespace Demo
+
+namespace {
+
+using Demo::Account;
+
+constexpr U32 size = 64;
+
+// Registers, and who changes them; each change is entered into the ledger.
+struct Story {
+  // The chip's flip, logged at once.
+  void flip(U32 address, U32 bits) { ledger.flipped(unlogged(address, bits)); }
+  // The same, logged later.
+  Demo::Flip unlogged(U32 address, U32 bits) {
+    const U32 before = registers[address / 4];
+    registers[address / 4] ^= bits;
+    return {address, before, before ^ bits, sequence++};
+  }
+  void write(U32 address, U32 value) {
+    ledger.written(address, registers[address / 4], value);
+    registers[address / 4] = value;
+  }
+  // Rewrites the entry of two registers at `address`.
+  void repair(U32 address, U32 first, U32 second) {
+    ledger.repairBegun(address, 8);
+    write(address, first);
+    write(address + 4, second);
+    ledger.repairEnded();
+  }
+  Account account() const { return ledger.settled(registers); }
+
+  U32 registers[size / 4] = {};
+  U32 sequence = 0;
+  Demo::Ledger ledger{size};
+};
+
+TEST(LedgerTest, nothingHappened_everythingIsZero) {
+  EXPECT_EQ(Story().account(), Account());
+  EXPECT_TRUE(Story().account().isGood());
+}
+
+TEST(LedgerTest, flipInARegisterThatIsRepaired) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x10);
+  story.repair(8, 5, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .repaired = 1}));
+}
+
+TEST(LedgerTest, flipThatANewerWriteMeets) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x10);
+  story.write(8, 6);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .overwritten = 1}));
+}
+
+TEST(LedgerTest, newerWriteMayMakeTheBytesThatTheFlipMade) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x10);
+  story.write(8, 0x15);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .overwritten = 1}));
+}
+
+TEST(LedgerTest, flipThatNothingMet_remains) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x80000000);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .remaining = 1}));
+  EXPECT_FALSE(story.account().isGood());
+}
+
+TEST(LedgerTest, flipAfterTheRepair_remains) {
+  Story story;
+  story.flip(8, 1);
+  story.repair(8, 0, 0);
+  story.flip(8, 1);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .repaired = 1, .remaining = 1}));
+}
+
+TEST(LedgerTest, secondFlipOfTheSameBitUndoesTheFirst) {
+  Story story;
+  story.flip(8, 4);
+  story.flip(8, 4);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .undone = 2}));
+  EXPECT_TRUE(story.account().isGood());
+}
+
+TEST(LedgerTest, ofThreeFlipsOfOneBitOneIsRepaired) {
+  Story story;
+  for (int i = 0; i < 3; ++i) story.flip(8, 4);
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 3, .repaired = 1, .undone = 2}));
+}
+
+TEST(LedgerTest, flipsOfSeveralBitsOfARegisterAreCountedEach) {
+  Story story;
+  story.flip(8, 1);
+  story.flip(8, 2);
+  story.flip(8, 4);
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 3, .repaired = 3}));
+}
+
+// The flip lands before the write, its entry in the log comes long after.
+TEST(LedgerTest, logMayComeAfterTheWriteThatMetTheFlip) {
+  Story story;
+  story.write(8, 5);
+  const Demo::Flip flip = story.unlogged(8, 0x10);
+  story.repair(8, 5, 0);
+  story.write(8, 7);
+  story.ledger.flipped(flip);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .repaired = 1}));
+}
+
+// The flip lands after the write, though its entry is read before the write is entered: the write
+// met no damage, so the flip is still there.
+TEST(LedgerTest, logMayComeBeforeAWriteThatTheFlipFollowed) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x10);
+  story.ledger.written(8, 5, 5);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .remaining = 1}));
+}
+
+TEST(LedgerTest, repairThatMetNoDamageIsCounted) {
+  Story story;
+  story.write(8, 5);
+  story.repair(8, 5, 0);
+  EXPECT_EQ(story.account(), (Account{.repairsWithoutDamage = 1}));
+  EXPECT_FALSE(story.account().isGood());
+}
+
+TEST(LedgerTest, damageInOneRegisterOfTheEntryIsReasonEnough) {
+  Story story;
+  story.flip(12, 1);
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .repaired = 1}));
+}
+
+TEST(LedgerTest, damageElsewhereIsNoReason) {
+  Story story;
+  story.flip(16, 1);
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .remaining = 1, .repairsWithoutDamage = 1}));
+}
+
+// The audit saw the damage, and a second flip undid it before the repair.
+TEST(LedgerTest, undonePairExcusesOneRepair) {
+  Story story;
+  story.flip(12, 1);
+  story.flip(12, 1);
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .undone = 2}));
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .undone = 2, .repairsWithoutDamage = 1}));
+}
+
+TEST(LedgerTest, changeThatNobodyLoggedIsUnexplained_whereItRemains) {
+  Story story;
+  story.registers[2] = 1;
+  EXPECT_EQ(story.account(), (Account{.remaining = 1, .unexplained = 1}));
+}
+
+TEST(LedgerTest, changeThatNobodyLoggedIsUnexplained_whereItIsRepaired) {
+  Story story;
+  story.registers[2] = 1;
+  story.repair(8, 0, 0);
+  EXPECT_EQ(story.account(), (Account{.repaired = 1, .unexplained = 1}));
+}
+
+TEST(LedgerTest, flipThatVanishedWithoutAWriteIsUnexplained) {
+  Story story;
+  story.flip(8, 1);
+  story.registers[2] = 0;
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .unexplained = 1}));
+}
+
+TEST(LedgerTest, gapInTheLogIsUnexplained) {
+  Story story;
+  story.unlogged(8, 1);
+  story.unlogged(8, 1);
+  story.flip(12, 2);
+  EXPECT_EQ(story.account().unexplained, 2u);
+}
+
+TEST(LedgerTest, damageOfSomeoneElseTakesNoPlaceInTheLog) {
+  Story story;
+  story.registers[2] = 6;
+  story.ledger.damaged(8, 0, 6);
+  story.flip(12, 1);
+  EXPECT_EQ(story.account(), (Account{.injected = 3, .remaining = 3}));
+}
+
+TEST(LedgerTest, accountOfARangeCountsItsRegistersAlone) {
+  Story story;
+  story.flip(8, 1);
+  story.flip(12, 1);
+  story.flip(16, 1);
+  story.repair(16, 0, 0);
+  EXPECT_EQ(story.ledger.settled(story.registers, 12, 16),
+            (Account{.injected = 1, .remaining = 1}));
+  EXPECT_EQ(story.ledger.settled(story.registers, 16, 24), (Account{.injected = 1, .repaired = 1}));
+}
+
+TEST(LedgerTest, soFar_countsBeforeTheSettlement) {
+  Story story;
+  story.flip(8, 3);
+  story.flip(12, 1);
+  story.repair(8, 0, 0);
+  story.flip(8, 1);
+  story.write(8, 9);
+  EXPECT_EQ(story.ledger.soFar(), (Account{.injected = 4, .repaired = 3, .overwritten = 1}));
+}
+
+// The real thing: one thread flips, the other writes the same few registers all the time. Whatever
+// the interleaving, the account must come out even.
+TEST(LedgerTest, accountIsEvenWhileFlipsAndWritesRace) {
+  constexpr U32 flips = 200'000;
+  constexpr U32 registers = 4;  // few of them, so that writes and flips meet all the time
+  alignas(4) static U32 chip[registers] = {};
+  const auto log = std::make_unique<Demo::FlipLog>();
+  std::atomic<bool> isDone{false};
+  std::thread flipper([&] {
+    std::mt19937 random(7);
+    for (U32 i = 0; i < flips;) {
+      if (log->isFull()) {
+        std::this_thread::yield();
+        continue;
+      }
+      const U32 address = random() % registers * 4;
+      const U32 bit = U32{1} << random() % 32;
+      const U32 before = std::atomic_ref<U32>(chip[address / 4]).fetch_xor(bit);
+      log->append({address, before, before ^ bit, i++});
+    }
+    isDone = true;
+  });
+
+  Demo::Ledger ledger(sizeof chip);
+  std::mt19937 random(11);
+  const auto exchange = [&](U32 address, U32 value) {
+    ledger.written(address, std::atomic_ref<U32>(chip[address / 4]).exchange(value), value);
+  };
+  const auto taken = [&] {
+    for (Demo::Flip flip; log->take(flip);) ledger.flipped(flip);
+  };
+  U32 held[registers] = {};
+  while (!isDone) {
+    const U32 r = random() % registers;
+    if (random() % 2 == 0) {
+      exchange(r * 4, held[r] = static_cast<U32>(random() % 4));
+    } else if (std::atomic_ref<U32>(chip[r]).load() != held[r]) {
+      ledger.repairBegun(r * 4, 4);
+      exchange(r * 4, held[r]);
+      ledger.repairEnded();
+    }
+    if (random() % 64 == 0) taken();
+  }
+  flipper.join();
+  taken();
+
+  const Account account = ledger.settled(chip);
+  EXPECT_EQ(account.injected, flips);
+  EXPECT_EQ(account.unexplained, 0u);
+  EXPECT_EQ(account.repairsWithoutDamage, 0u);
+  EXPECT_EQ(account.injected,
+            account.repaired + account.overwritten + account.undone + account.remaining);
+  U32 remaining = 0;
+  for (U32 r = 0; r < registers; ++r) {
+    remaining += static_cast<U32>(__builtin_popcount(chip[r] ^ held[r]));
+  }
+  EXPECT_EQ(account.remaining, remaining);
+}
+
+}  // namespace

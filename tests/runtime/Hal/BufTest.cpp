@@ -1,0 +1,77 @@
+#include <Hal/Buf.h>
+#include <Zint/Type.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace {
+
+using Zint::makePtr;
+
+bool isZero(const Hal::BufBase& buf) {
+  U8* end = buf.data() + buf.size() + buf.slack();
+  return std::all_of(buf.data(), end, [](U8 byte) { return byte == 0; });
+}
+
+TEST(Buf, isZeroFilledAtEverySize) {
+  for (U32 size : {1u, 7u, 4096u, 1u << 20}) {
+    for (int round = 0; round < 2; ++round) {  // the second may receive the first one's memory
+      const Hal::Buf::Ptr buf = makePtr<Hal::Buf>(size);
+      EXPECT_EQ(buf->size(), size);
+      EXPECT_TRUE(isZero(*buf)) << size;
+      std::memset(buf->data(), 0xff, size);
+    }
+  }
+}
+
+TEST(Buf, theSlackLiesBehindTheSizeAndIsZeroToo) {
+  const Hal::Buf::Ptr buf = makePtr<Hal::Buf>(16u, 4u);
+  EXPECT_EQ(buf->size(), 16u);
+  EXPECT_EQ(buf->slack(), 4u);
+  EXPECT_TRUE(isZero(*buf));
+  std::memset(buf->data() + 16, 0xff, 4);
+}
+
+TEST(Buf, hasNoSlackUnlessAskedFor) { EXPECT_EQ(makePtr<Hal::Buf>(16u)->slack(), 0u); }
+
+TEST(Buf, size0HasAnAddressOfItsOwn) {
+  const Hal::Buf::Ptr first = makePtr<Hal::Buf>(0u);
+  const Hal::Buf::Ptr second = makePtr<Hal::Buf>(0u);
+  EXPECT_EQ(first->size(), 0u);
+  EXPECT_NE(first->data(), nullptr);
+  EXPECT_NE(first->data(), second->data());
+}
+
+TEST(Buf, aSizeThatTheAddressSpaceCannotHoldRaisesBadAlloc) {
+  if (sizeof(void*) > 4) GTEST_SKIP() << "every size fits";
+  EXPECT_THROW(makePtr<Hal::Buf>(0xffffffffu), std::bad_alloc);
+  EXPECT_THROW(makePtr<Hal::Buf>(0xffffffffu, 1u), std::bad_alloc) << "the sum wraps to 0";
+  EXPECT_THROW(makePtr<Hal::Buf>(0xfffffff0u, 0x20u), std::bad_alloc) << "the sum wraps to 16";
+}
+
+TEST(Buf, isCountedAndSeenThroughItsBase) {
+  const Hal::Buf::Ptr buf = makePtr<Hal::Buf>(8u);
+  const Hal::BufBase::Ptr base = buf;
+  EXPECT_EQ(buf->references(), 2u);
+  EXPECT_EQ(base->data(), buf->data());
+  EXPECT_STREQ(base->fwkType()->name, "Hal::Buf");
+}
+
+// A block that somebody else owns.
+class Lent : public Hal::BufBase {
+ public:
+  Lent(U8* data, U32 size) : BufBase(data, size) {}
+};
+
+TEST(Buf, aBlockMayComeFromAnywhere) {
+  U8 bytes[3] = {1, 2, 3};
+  const Hal::BufBase::Ptr lent = makePtr<Lent>(bytes, 3u);
+  EXPECT_EQ(lent->data(), bytes);
+  EXPECT_EQ(lent->size(), 3u);
+  EXPECT_EQ(lent->slack(), 0u);
+  EXPECT_STREQ(lent->fwkType()->name, "Hal::BufBase");
+}
+
+}  // namespace

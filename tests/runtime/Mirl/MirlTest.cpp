@@ -1,0 +1,269 @@
+#include <Mirl/Mirl.h>
+
+#include <fakes/ManualLoop.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+
+namespace {
+
+using Mirl::Argument;
+using Mirl::MsgDesc;
+using Mirl::Number;
+using Mirl::Record;
+using Mirl::RingBuf;
+using Mirl::TraceFile;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Zint::String8;
+
+struct MirlTest : testing::Test {
+  void write(const MsgDesc& of, U32 level, U32 number) {
+    auto msg = RingBuf::startMsg(*file, of, level);
+    msg << number;
+    msg.endMsg();
+  }
+  std::vector<std::string> texts(U32 level) const {
+    std::vector<std::string> texts;
+    for (const Record& record : file->records(level)) texts.push_back(record.text.bytes());
+    return texts;
+  }
+
+  std::unique_ptr<TraceFile> file = std::make_unique<TraceFile>();
+  MsgDesc desc{*file, "n %u", __LINE__};
+};
+
+TEST_F(MirlTest, aDescriptorKeepsFormatAndLineAndHasAnIdOfItsOwn) {
+  const MsgDesc other(*file, "other", 205);
+  EXPECT_STREQ(other.format(), "other");
+  EXPECT_EQ(other.line(), 205);
+  EXPECT_NE(other.id(), desc.id());
+}
+
+TEST_F(MirlTest, aRecordHoldsItsDescriptorTimeAndArguments) {
+  Fakes::ManualLoop loop;
+  loop.clock->timeIs(12.5);
+  auto msg = RingBuf::startMsg(*file, desc, 0);
+  loop.clock->timeIs(13.0);
+  msg << U8{200} << U32{70'000} << U64{0x123456789abcdef0} << "mac";
+  msg.endMsg();
+  const auto records = file->records(0);
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].id, desc.id());
+  EXPECT_EQ(records[0].time, 12.5) << "when the record was begun";
+  EXPECT_THAT(records[0].arguments,
+              ElementsAre(Argument(Number{200, 1}), Argument(Number{70'000, 4}),
+                          Argument(Number{0x123456789abcdef0, 8}), Argument(String8("mac"))));
+}
+
+TEST_F(MirlTest, theTextIsTheFormatWithTheArgumentsInTheirPlaces) {
+  const MsgDesc repaired(*file, "repaired entry %u of %s at 0x%x.", __LINE__);
+  auto msg = RingBuf::startMsg(*file, repaired, 0);
+  msg << U32{7} << "mac" << U64{0x2000001f00};
+  msg.endMsg();
+  EXPECT_THAT(texts(0), ElementsAre("repaired entry 7 of mac at 0x2000001f00."));
+}
+
+TEST_F(MirlTest, aPlaceWithoutArgumentStaysAsWrittenAndASurplusArgumentIsLeftOut) {
+  const MsgDesc two(*file, "%u and %u", __LINE__);
+  const MsgDesc none(*file, "none", __LINE__);
+  write(two, 0, 1);
+  write(none, 0, 1);
+  EXPECT_THAT(texts(0), ElementsAre("1 and %u", "none"));
+}
+
+TEST_F(MirlTest, aRecordOfADescriptorThatIsGoneReadsUnknown) {
+  {
+    const MsgDesc brief(*file, "brief %u", __LINE__);
+    write(brief, 0, 1);
+  }
+  EXPECT_THAT(texts(0), ElementsAre("unknown"));
+}
+
+TEST_F(MirlTest, aRecordAtLevelNGoesToRingN) {
+  for (U32 level = 0; level < TraceFile::rings; ++level) write(desc, level, level);
+  for (U32 level = 0; level < TraceFile::rings; ++level) {
+    EXPECT_THAT(texts(level), ElementsAre("n " + std::to_string(level)));
+  }
+}
+
+TEST_F(MirlTest, recordsAreReadOldestFirstAndReadingRemovesNothing) {
+  for (U32 i = 0; i < 3; ++i) write(desc, 4, i);
+  EXPECT_THAT(texts(4), ElementsAre("n 0", "n 1", "n 2"));
+  EXPECT_THAT(texts(4), ElementsAre("n 0", "n 1", "n 2"));
+}
+
+TEST_F(MirlTest, aRecordThatIsNotEndedIsNotWritten) {
+  { RingBuf::startMsg(*file, desc, 0) << U32{1}; }
+  EXPECT_THAT(texts(0), IsEmpty());
+}
+
+TEST_F(MirlTest, recordsUnderConstructionAtTheSameTimeAreKeptApart) {
+  auto outer = RingBuf::startMsg(*file, desc, 0);
+  auto inner = RingBuf::startMsg(*file, desc, 0);
+  outer << U32{1};
+  inner << U32{2};
+  inner.endMsg();
+  outer.endMsg();
+  EXPECT_THAT(texts(0), ElementsAre("n 2", "n 1"));
+}
+
+TEST_F(MirlTest, aLongTextIsCutAndTheRecordStaysWhole) {
+  const MsgDesc text(*file, "%s", __LINE__);
+  const std::string longText(2 * RingBuf::recordMax, 'x');
+  auto msg = RingBuf::startMsg(*file, text, 0);
+  msg << longText << U32{5};
+  msg.endMsg();
+  write(desc, 0, 9);
+  const auto records = file->records(0);
+  ASSERT_EQ(records.size(), 2u);
+  const std::string cut = std::get<String8>(records[0].arguments.at(0)).bytes();
+  EXPECT_GE(cut.size(), RingBuf::recordMax - 64);
+  EXPECT_LT(cut.size(), RingBuf::recordMax);
+  EXPECT_EQ(cut, longText.substr(0, cut.size()));
+  EXPECT_EQ(records[1].text, "n 9");
+}
+
+TEST_F(MirlTest, argumentsWithoutRoomAreLeftOut) {
+  auto msg = RingBuf::startMsg(*file, desc, 0);
+  for (U32 i = 0; i < 1000; ++i) msg << U64{i};
+  msg.endMsg();
+  const auto records = file->records(0);
+  ASSERT_EQ(records.size(), 1u);
+  const auto& arguments = records[0].arguments;
+  EXPECT_GE(arguments.size(), RingBuf::recordMax / 12);
+  EXPECT_LE(arguments.size(), RingBuf::recordMax / 8);
+  for (U64 i = 0; i < arguments.size(); ++i) {
+    EXPECT_EQ(std::get<Number>(arguments[static_cast<std::size_t>(i)]), (Number{i, 8}));
+  }
+}
+
+TEST_F(MirlTest, anEmptyTextIsAnArgument) {
+  auto msg = RingBuf::startMsg(*file, desc, 0);
+  msg << "" << U32{3};
+  msg.endMsg();
+  EXPECT_THAT(file->records(0).at(0).arguments,
+              ElementsAre(Argument(String8()), Argument(Number{3, 4})));
+}
+
+TEST_F(MirlTest, aFullRingOverwritesTheOldestAndCountsTheLost) {
+  constexpr U32 written = 10'000;
+  for (U32 i = 0; i < written; ++i) write(desc, 2, i);
+  const auto records = file->records(2);
+  ASSERT_LT(records.size(), written);
+  EXPECT_GE(records.size(), RingBuf::capacity / 32);
+  EXPECT_EQ(file->ringBuf(2).lost(), written - records.size());
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    ASSERT_EQ(records[i].text.bytes(), "n " + std::to_string(written - records.size() + i));
+  }
+  EXPECT_EQ(file->ringBuf(3).lost(), 0u);
+}
+
+TEST_F(MirlTest, clear_forgetsTheRecordsAndTheCountsOfAllRings) {
+  for (U32 i = 0; i < 5000; ++i) write(desc, 0, i);
+  write(desc, 9, 1);
+  ASSERT_GT(file->ringBuf(0).lost(), 0u);
+  file->clear();
+  EXPECT_EQ(file->ringBuf(0).lost(), 0u);
+  EXPECT_THAT(texts(0), IsEmpty());
+  EXPECT_THAT(texts(9), IsEmpty());
+  write(desc, 0, 3);
+  EXPECT_THAT(texts(0), ElementsAre("n 3"));
+}
+
+// Records of random sizes, many times around the ring, against a plain list of what was written:
+// what is read back is its end, whole and in order, and the rest is counted as lost.
+TEST_F(MirlTest, whatIsReadIsTheEndOfWhatWasWrittenWhereverTheRingWraps) {
+  constexpr unsigned seed = 99;
+  std::mt19937 random(seed);
+  std::vector<std::vector<Argument>> all;
+  std::vector<std::size_t> payload;  // bytes of the arguments alone
+  for (int step = 0; step < 6000; ++step) {
+    auto msg = RingBuf::startMsg(*file, desc, 1);
+    auto& arguments = all.emplace_back();
+    std::size_t bytes = 0;
+    for (unsigned count = random() % 5; count > 0; --count) {
+      const U32 value = static_cast<U32>(random());
+      switch (random() % 4) {
+        case 0:
+          msg << static_cast<U8>(value);
+          arguments.emplace_back(Number{static_cast<U8>(value), 1});
+          bytes += 1;
+          break;
+        case 1:
+          msg << value;
+          arguments.emplace_back(Number{value, 4});
+          bytes += 4;
+          break;
+        case 2:
+          msg << (U64{value} << 13);
+          arguments.emplace_back(Number{U64{value} << 13, 8});
+          bytes += 8;
+          break;
+        default: {
+          const std::string text(value % 50, static_cast<char>('a' + value % 26));
+          msg << text;
+          arguments.emplace_back(String8(text));
+          bytes += text.size();
+        }
+      }
+    }
+    payload.push_back(bytes);
+    msg.endMsg();
+    if (step % 97 != 0 && step < 5990) continue;
+    const auto records = file->records(1);
+    ASSERT_EQ(records.size() + file->ringBuf(1).lost(), all.size()) << "seed " << seed;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+      const std::size_t at = all.size() - records.size() + i;
+      ASSERT_EQ(records[i].arguments, all[at]) << "seed " << seed << " record " << at;
+      kept += payload[at];
+    }
+    ASSERT_LE(kept, RingBuf::capacity);
+    if (file->ringBuf(1).lost() > 0) {
+      ASSERT_GE(kept, RingBuf::capacity / 3);
+    }
+  }
+}
+
+TEST_F(MirlTest, recordsOfSeveralThreadsAreWhole) {
+  constexpr U32 each = 5000;
+  const auto body = [this](U32 thread) {
+    for (U32 i = 0; i < each; ++i) {
+      auto msg = RingBuf::startMsg(*file, desc, 0);
+      msg << thread << i << std::string(i % 30, static_cast<char>('a' + thread));
+      msg.endMsg();
+    }
+  };
+  std::thread first(body, 0);
+  std::thread second(body, 1);
+  for (int i = 0; i < 50; ++i) (void)file->records(0);
+  first.join();
+  second.join();
+  const auto records = file->records(0);
+  EXPECT_EQ(records.size() + file->ringBuf(0).lost(), 2u * each);
+  for (const Record& record : records) {
+    ASSERT_EQ(record.arguments.size(), 3u);
+    const U64 thread = std::get<Number>(record.arguments[0]).value;
+    const U64 i = std::get<Number>(record.arguments[1]).value;
+    ASSERT_EQ(std::get<String8>(record.arguments[2]).bytes(),
+              std::string(static_cast<std::size_t>(i % 30), static_cast<char>('a' + thread)));
+  }
+}
+
+TEST(Mirl, theProcessHasOneTraceFile) {
+  const MsgDesc desc(Mirl::theTraceFile, "process %u", __LINE__);
+  Mirl::theTraceFile.clear();
+  auto msg = RingBuf::startMsg(Mirl::theTraceFile, desc, 8);
+  msg << U32{1};
+  msg.endMsg();
+  ASSERT_EQ(Mirl::theTraceFile.records(8).size(), 1u);
+  EXPECT_EQ(Mirl::theTraceFile.records(8)[0].text, "process 1");
+  Mirl::theTraceFile.clear();
+}
+
+}  // namespace

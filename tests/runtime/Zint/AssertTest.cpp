@@ -1,0 +1,66 @@
+#include <Zint/Assert.h>
+
+#include <runtime/Probes.h>
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+constexpr int checkedLine = __LINE__ + 1;
+void checked(int entries) { ZINT_ASSERT("Chips/Mine", ( entries % 4 ) == 0); }
+
+// What the hook was given last.
+struct Seen {
+  std::string condition, source, function, detail;
+  int line = 0;
+} seen;
+
+void throwingHook(const Zint::AssertionFailure& failure) {
+  seen = {failure.condition, failure.source, failure.function, failure.detail, failure.line};
+  throw 1;
+}
+
+void talkingHook(const Zint::AssertionFailure& failure) {
+  (void)std::fprintf(stderr, "hook saw %s\n", failure.condition);
+}
+
+TEST(Assert, aConditionThatHoldsDoesNothing) { checked(8); }
+
+TEST(Assert, aBrokenOneReportsConditionSourceLineAndFunctionAndEndsTheProcess) {
+  EXPECT_DEATH(checked(3),
+               Fakes::assertionPattern("Chips/Mine", checkedLine, "void {anonymous}::checked(int)",
+                                       "( entries % 4 ) == 0"));
+}
+
+TEST(Assert, endsTheProcessByAborting) {
+  EXPECT_EXIT(checked(3), testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(Assert, theDetailFollowsTheReport) {
+  EXPECT_DEATH(Zint::assertionFailed("a < b", "Chips/Mine", 7, "void f()", "mac"),
+               "^Chips/Mine:7: void f\\(\\): assertion \"a < b\" failed: mac\n$");
+}
+
+TEST(Assert, theHookIsCalledBeforeTheProcessEnds) {
+  EXPECT_DEATH(
+      {
+        Zint::assertionHookIs(talkingHook);
+        checked(3);
+      },
+      "hook saw \\( entries % 4 \\) == 0\nChips/Mine:");
+}
+
+TEST(Assert, aHookThatThrowsLeavesTheProcessAlive) {
+  ASSERT_EQ(Zint::assertionHookIs(throwingHook), nullptr);
+  EXPECT_THROW(checked(3), int);
+  EXPECT_EQ(Zint::assertionHookIs(nullptr), throwingHook);
+  EXPECT_EQ(seen.condition, "( entries % 4 ) == 0");
+  EXPECT_EQ(seen.source, "Chips/Mine");
+  EXPECT_EQ(seen.line, checkedLine);
+  EXPECT_EQ(seen.function, "void {anonymous}::checked(int)");
+  EXPECT_EQ(seen.detail, "");
+}
+
+}  // namespace

@@ -1,0 +1,260 @@
+#include <Zint/Clock.h>
+
+#include <fakes/ManualLoop.h>
+#include <gmock/gmock.h>
+#include <runtime/Probes.h>
+
+#include <limits>
+#include <thread>
+
+namespace {
+
+using Probes::Alarm;
+using Probes::rangeMessage;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Zint::makePtr;
+using Zint::never;
+using Zint::Ptr;
+
+struct ClockTest : testing::Test {
+  Fakes::ManualLoop loop;
+  Ptr<Alarm> alarm = makePtr<Alarm>(loop.activity, loop.clock);
+};
+
+TEST_F(ClockTest, manualClock_standsStillUntilItIsMoved) {
+  EXPECT_EQ(loop.clock->time(), 0.0);
+  loop.clock->timeIs(2.5);
+  EXPECT_EQ(loop.clock->time(), 2.5);
+}
+
+TEST_F(ClockTest, manualClock_doesNotGoBack) {
+  loop.clock->timeIs(2.5);
+  EXPECT_THROW(loop.clock->timeIs(2.0), Zint::RangeException);
+  EXPECT_THROW(loop.clock->timeIs(std::numeric_limits<double>::quiet_NaN()), Zint::RangeException);
+  EXPECT_EQ(loop.clock->time(), 2.5);
+  loop.clock->timeIs(2.5);
+}
+
+TEST_F(ClockTest, monotonicClock_doesNotGoBack) {
+  const Ptr<Zint::MonotonicClock> clock = Zint::monotonicClockFactory("clock");
+  const Zint::Seconds before = clock->time();
+  EXPECT_LE(before, clock->time());
+}
+
+TEST_F(ClockTest, timeMin_startsAtNever) {
+  EXPECT_EQ(alarm->timeMin(), never);
+  EXPECT_FALSE(alarm->isArmed());
+  loop.turnAt(1e9);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+}
+
+TEST_F(ClockTest, timeMin_zeroMeansTheNextTurnAndNotTheSetter) {
+  loop.clock->timeIs(5);
+  alarm->timeMinIs(0.0);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+  EXPECT_TRUE(alarm->isArmed());
+  loop.turn();
+  EXPECT_THAT(alarm->fired, ElementsAre(5));
+}
+
+TEST_F(ClockTest, timeMin_firesOnceTheTimeHasReachedIt) {
+  alarm->timeMinIs(1.5);
+  loop.turnAt(1.4999999999999998);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+  loop.turnAt(1.5);
+  EXPECT_THAT(alarm->fired, ElementsAre(1.5));
+}
+
+TEST_F(ClockTest, timeMin_firesOnceAndIsThenDisarmed) {
+  alarm->timeMinIs(1.0);
+  loop.turnAt(1.0);
+  EXPECT_FALSE(alarm->isArmed());
+  EXPECT_EQ(alarm->timeMin(), 1.0) << "the value stays readable";
+  loop.turnAt(2.0);
+  EXPECT_EQ(alarm->fired.size(), 1u);
+}
+
+TEST_F(ClockTest, timeMin_isDisarmedAlreadyWhenItFires) {
+  bool armed = true;
+  alarm->reaction = [&] { armed = alarm->isArmed(); };
+  alarm->timeMinIs(0.0);
+  loop.turn();
+  EXPECT_FALSE(armed);
+}
+
+TEST_F(ClockTest, timeMin_armsAgainWithTheValueItHolds) {
+  alarm->timeMinIs(1.0);
+  loop.turnAt(1.0);
+  alarm->timeMinIs(1.0);
+  EXPECT_TRUE(alarm->isArmed());
+  loop.turn();
+  EXPECT_THAT(alarm->fired, ElementsAre(1, 1));
+}
+
+TEST_F(ClockTest, timeMin_armedTwiceFiresOnce) {
+  alarm->timeMinIs(1.0);
+  alarm->timeMinIs(1.0);
+  loop.turnAt(1.0);
+  loop.turn();
+  EXPECT_EQ(alarm->fired.size(), 1u);
+}
+
+TEST_F(ClockTest, timeMin_replacesTheEarlierWakeUp) {
+  alarm->timeMinIs(1.0);
+  alarm->timeMinIs(3.0);
+  loop.turnAt(2.0);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+  alarm->timeMinIs(2.5);
+  loop.turnAt(2.5);
+  loop.turnAt(3.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(2.5));
+}
+
+TEST_F(ClockTest, timeMin_neverDisarms) {
+  alarm->timeMinIs(1.0);
+  alarm->timeMinIs(never);
+  EXPECT_FALSE(alarm->isArmed());
+  loop.turnAt(1e300);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+}
+
+TEST_F(ClockTest, timeMin_notANumberIsRefusedAndChangesNothing) {
+  alarm->timeMinIs(1.0);
+  EXPECT_THROW(alarm->timeMinIs(std::numeric_limits<double>::quiet_NaN()), Zint::RangeException);
+  EXPECT_EQ(alarm->timeMin(), 1.0);
+  loop.turnAt(1.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(1));
+}
+
+TEST_F(ClockTest, timeMin_onAClockThatTheActivityDoesNotRunOnIsRefused) {
+  const Ptr<Zint::ManualClock> foreign = Zint::manualClockFactory("foreign");
+  const Ptr<Alarm> stranger = makePtr<Alarm>(loop.activity, foreign);
+  EXPECT_THROW(stranger->timeMinIs(0.0), Zint::RangeException);
+  EXPECT_FALSE(stranger->isArmed());
+  EXPECT_EQ(stranger->timeMin(), never);
+  EXPECT_EQ(loop.turn(), 0u);
+}
+
+TEST_F(ClockTest, timeMin_withoutActivityIsRefusedExceptNever) {
+  const Ptr<Alarm> idle = makePtr<Alarm>(nullptr, loop.clock);
+  EXPECT_THROW(idle->timeMinIs(0.0), Zint::RangeException);
+  EXPECT_NO_THROW(idle->timeMinIs(never));
+}
+
+TEST_F(ClockTest, anInactiveAlarmWaitsUntilItIsSwitchedOn) {
+  alarm->timeMinIs(1.0);
+  alarm->hasNotificationActiveIs(false);
+  loop.turnAt(2.0);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+  EXPECT_TRUE(alarm->isArmed());
+  alarm->hasNotificationActiveIs(true);
+  loop.turnAt(3.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(3));
+}
+
+TEST_F(ClockTest, anAlarmMadeInactiveWaitsUntilItIsSwitchedOn) {
+  const Ptr<Alarm> idle = makePtr<Alarm>(loop.activity, loop.clock, false);
+  idle->timeMinIs(0.0);
+  EXPECT_EQ(loop.turn(), 0u);
+  idle->hasNotificationActiveIs(true);
+  EXPECT_EQ(loop.turn(), 1u);
+  EXPECT_EQ(idle->fired.size(), 1u);
+}
+
+TEST_F(ClockTest, aZombieIsNotWoken) {
+  alarm->timeMinIs(0.0);
+  alarm->zintDoZombieReactors(true);
+  loop.turn();
+  EXPECT_THAT(alarm->fired, IsEmpty());
+}
+
+TEST_F(ClockTest, aDestroyedAlarmLeavesNothingBehind) {
+  alarm->timeMinIs(0.0);
+  alarm = nullptr;
+  EXPECT_EQ(loop.activity->wakeTime(), never);
+  EXPECT_EQ(loop.turn(), 0u);
+}
+
+TEST_F(ClockTest, theWakeUpMovesAlongToAnotherActivity) {
+  const auto other = Zint::activityFactory("other", Ptr<const Zint::Clock>(loop.clock));
+  alarm->timeMinIs(1.0);
+  alarm->zintFwkActivityIs(other);
+  EXPECT_EQ(loop.activity->wakeTime(), never);
+  EXPECT_EQ(other->wakeTime(), 1.0);
+  loop.turnAt(1.0);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+  other->turn();
+  EXPECT_THAT(alarm->fired, ElementsAre(1));
+}
+
+TEST_F(ClockTest, anArmedAlarmIsNotMovedToAnActivityOnAForeignClock) {
+  const Fakes::ManualLoop other;
+  alarm->timeMinIs(1.0);
+  EXPECT_THROW(alarm->zintFwkActivityIs(other.activity), Zint::RangeException);
+  EXPECT_THROW(alarm->zintFwkActivityIs(nullptr), Zint::RangeException);
+  EXPECT_EQ(alarm->zintFwkActivity(), loop.activity);
+  loop.turnAt(1.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(1));
+}
+
+TEST_F(ClockTest, notifierIs_ofAnotherClockForgetsTheWakeUp) {
+  alarm->timeMinIs(1.0);
+  alarm->notifierIs(loop.clock);
+  EXPECT_TRUE(alarm->isArmed()) << "the clock it has";
+  alarm->notifierIs(nullptr);
+  EXPECT_FALSE(alarm->isArmed());
+  loop.turnAt(1.0);
+  EXPECT_THAT(alarm->fired, IsEmpty());
+  EXPECT_EQ(loop.activity->wakeTime(), never);
+}
+
+TEST_F(ClockTest, timeStandsStillWithinATurn) {
+  std::vector<Zint::Seconds> seen;
+  alarm->reaction = [&] {
+    loop.clock->timeIs(7.0);
+    seen = {loop.clock->time(), Zint::now()};
+  };
+  alarm->timeMinIs(0.0);
+  loop.turnAt(1.0);
+  EXPECT_THAT(seen, ElementsAre(1, 1));
+  EXPECT_EQ(loop.clock->time(), 7.0);
+  EXPECT_EQ(Zint::now(), 7.0);
+}
+
+TEST_F(ClockTest, theSystemsTimeStandsStillWithinATurn) {
+  const auto clock = Zint::monotonicClockFactory("clock");
+  const auto activity = Zint::activityFactory("activity", Ptr<const Zint::Clock>(clock));
+  const Ptr<Alarm> first = makePtr<Alarm>(activity, clock);
+  const Ptr<Alarm> second = makePtr<Alarm>(activity, clock);
+  first->timeMinIs(0.0);
+  second->timeMinIs(0.0);
+  Zint::Seconds clockTime = 0;
+  second->reaction = [&] { clockTime = clock->time(); };
+  activity->turn();
+  EXPECT_EQ(first->fired, second->fired);
+  EXPECT_EQ(clockTime, first->fired.at(0));
+}
+
+TEST_F(ClockTest, now_isTheTimeOfTheTurnThatRuns) {
+  Fakes::ManualLoop later;  // made last: outside of turns it gives the time
+  later.clock->timeIs(50);
+  EXPECT_EQ(Zint::now(), 50.0);
+  alarm->timeMinIs(0.0);
+  loop.turnAt(3.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(3));
+  EXPECT_EQ(Zint::now(), 50.0);
+}
+
+TEST_F(ClockTest, now_isTheSystemsTimeOnAThreadWithoutActivity) {
+  loop.clock->timeIs(1e12);
+  std::thread([] {
+    const auto clock = Zint::monotonicClockFactory("clock");
+    const Zint::Seconds before = clock->time();
+    const Zint::Seconds now = Zint::now();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, clock->time());
+  }).join();
+}
+
+}  // namespace

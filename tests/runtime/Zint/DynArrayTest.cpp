@@ -1,0 +1,160 @@
+#include <Zint/DynArray.h>
+
+#include <runtime/Probes.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+namespace {
+
+// The block whose release is watched, its size in bytes, and what was seen then.
+struct Watched {
+  const void* block = nullptr;
+  std::size_t bytes = 0;
+  bool released = false;
+  bool wasZero = false;
+} watched;
+
+void* obtained(std::size_t size) noexcept { return std::malloc(size == 0 ? 1 : size); }
+
+void released(void* block) noexcept {
+  if (block != nullptr && block == watched.block) {
+    const auto* bytes = static_cast<const volatile U8*>(block);
+    watched.released = true;
+    watched.wasZero = std::all_of(bytes, bytes + watched.bytes, [](U8 byte) { return byte == 0; });
+    watched.block = nullptr;
+  }
+  std::free(block);
+}
+
+}  // namespace
+
+// The program's own heap functions, so that a test can look at a block at its release.
+void* operator new(std::size_t size) {
+  if (void* block = obtained(size)) return block;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return obtained(size); }
+void operator delete(void* block) noexcept { released(block); }
+void operator delete(void* block, std::size_t) noexcept { released(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { released(block); }
+
+namespace {
+
+using Probes::assertionOf;
+using Zint::DynArray;
+using Zint::makePtr;
+using Zint::Ptr;
+
+TEST(DynArray, readOutsideYieldsTheDefault) {
+  DynArray<U32, U16> numbers;
+  EXPECT_EQ(numbers.at(0), 0u);
+  EXPECT_EQ(numbers.at(65535), 0u);
+  numbers.atIs(0, 7);
+  EXPECT_EQ(numbers.at(1), 0u);
+  const DynArray<Ptr<Probes::Life>, U16> pointers;
+  EXPECT_EQ(pointers.at(3), nullptr);
+  EXPECT_EQ(numbers.size(), 1u) << "a read grows nothing";
+}
+
+TEST(DynArray, writeBeyondTheEndGrowsIt) {
+  DynArray<U32, U16> array;
+  array.atIs(5, 55);
+  EXPECT_EQ(array.size(), 6u);
+  EXPECT_EQ(array.at(4), 0u);
+  EXPECT_EQ(array.at(5), 55u);
+  array.atIs(5, 56);
+  EXPECT_EQ(array.size(), 6u);
+  EXPECT_EQ(array.at(5), 56u);
+}
+
+TEST(DynArray, theHighestIndexOf16BitsFits) {
+  DynArray<U32, U16> array;
+  array.atIs(65535, 9);
+  EXPECT_EQ(array.size(), 65536u);
+  EXPECT_EQ(array.at(65535), 9u);
+}
+
+TEST(DynArray, growthKeepsWhatIsStored) {
+  DynArray<U32, U32> array;
+  for (U32 i = 0; i < 1000; ++i) array.atIs(i, i * i);
+  for (U32 i = 0; i < 1000; ++i) ASSERT_EQ(array.at(i), i * i);
+  EXPECT_EQ(array.data()[31], 31u * 31u);
+}
+
+TEST(DynArray, del_setsTheDefaultAndTakesTheLastElementOff) {
+  DynArray<U32, U16> array;
+  for (U16 i = 0; i < 3; ++i) array.atIs(i, i + 10u);
+  array.del(1);
+  EXPECT_EQ(array.size(), 3u);
+  EXPECT_EQ(array.at(1), 0u);
+  EXPECT_EQ(array.at(2), 12u);
+  array.del(2);
+  EXPECT_EQ(array.size(), 2u);
+  array.del(2);
+  EXPECT_EQ(array.size(), 2u) << "outside: nothing to take off";
+  EXPECT_EQ(array.at(0), 10u);
+}
+
+TEST(DynArray, delAll_leavesNothing) {
+  DynArray<U32, U16> array;
+  array.atIs(3, 1);
+  array.delAll();
+  EXPECT_EQ(array.size(), 0u);
+  EXPECT_EQ(array.at(3), 0u);
+}
+
+TEST(DynArray, releasesTheReferencesItHeld) {
+  bool alive = false;
+  DynArray<Ptr<Probes::Life>, U16> array;
+  array.atIs(2, makePtr<Probes::Life>(alive));
+  EXPECT_TRUE(alive);
+  array.del(2);
+  EXPECT_FALSE(alive);
+  array.atIs(0, makePtr<Probes::Life>(alive));
+  array.delAll();
+  EXPECT_FALSE(alive);
+}
+
+TEST(DynArray, growthTo2147483647EntriesFailsTheAssertion) {
+  DynArray<U8, U32> array;
+  const std::string expected = assertionOf("Zint/DynArray", "newEntries<2147483647");
+  EXPECT_DEATH(array.atIs(2147483646u, 1), expected);
+  EXPECT_DEATH(array.atIs(0xffffffffu, 1), expected);
+  EXPECT_EQ(array.at(0xffffffffu), 0) << "a read is no growth";
+}
+
+// Makes `array` hold numbers other than 0 and watches its block from then on.
+void filledAndWatched(DynArray<U32, U32>& array) {
+  for (U32 i = 0; i < 100; ++i) array.atIs(i, 0xa5a5a5a5);
+  watched = {array.data(), array.size() * sizeof(U32), false, false};
+}
+
+TEST(DynArray, theStorageIsZeroBeforeItIsFreed) {
+  auto array = std::make_unique<DynArray<U32, U32>>();
+  filledAndWatched(*array);
+  array = nullptr;
+  ASSERT_TRUE(watched.released);
+  EXPECT_TRUE(watched.wasZero);
+}
+
+TEST(DynArray, theStorageIsZeroBeforeItIsFreedAlsoAfterDelAll) {
+  auto array = std::make_unique<DynArray<U32, U32>>();
+  filledAndWatched(*array);
+  array->delAll();
+  array = nullptr;
+  ASSERT_TRUE(watched.released);
+  EXPECT_TRUE(watched.wasZero);
+}
+
+TEST(DynArray, theStorageIsZeroBeforeGrowthFreesIt) {
+  DynArray<U32, U32> array;
+  filledAndWatched(array);
+  array.atIs(100'000, 1);
+  ASSERT_TRUE(watched.released);
+  EXPECT_TRUE(watched.wasZero);
+}
+
+}  // namespace

@@ -1,0 +1,316 @@
+#include <Zint/HashMap.h>
+
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <runtime/Probes.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+
+namespace {
+
+using Probes::assertionOf;
+using testing::ElementsAre;
+using Zint::HashMap;
+using Zint::HashMapLink;
+using Zint::makePtr;
+using Zint::Ptr;
+
+// A key that says itself where it stands: keys of equal `place` differ by their `id`.
+struct Placed {
+  U32 place;
+  U32 id;
+  friend bool operator==(const Placed&, const Placed&) = default;
+};
+U32 reversedHash(const Placed& key) { return key.place; }
+
+template <class K>
+class Member : public Zint::PtrInterface, public HashMapLink<Member<K>> {
+ public:
+  explicit Member(K key) : key_(std::move(key)) { ++living; }
+  const K& fwkKey() const { return key_; }
+
+  static inline int living = 0;
+
+ protected:
+  ~Member() override { --living; }
+
+ private:
+  K key_;
+};
+
+template <class K>
+using Map = HashMap<Member<K>, K>;
+
+template <class K>
+Ptr<Member<K>> insert(Map<K>& map, K key) {
+  Ptr<Member<K>> member = makePtr<Member<K>>(std::move(key));
+  map.insert(member);
+  return member;
+}
+
+template <class K>
+std::vector<K> keys(const Map<K>& map) {
+  std::vector<K> keys;
+  for (auto it = map.iterator(); it; ++it) keys.push_back(it->fwkKey());
+  return keys;
+}
+
+std::vector<U32> ids(const Map<Placed>& map) {
+  std::vector<U32> ids;
+  for (const Placed& key : keys(map)) ids.push_back(key.id);
+  return ids;
+}
+
+TEST(HashMap, findsWhatWasInsertedUntilItIsDeleted) {
+  Map<U32> map;
+  EXPECT_EQ(map.find(7), nullptr);
+  const auto member = insert(map, 7u);
+  EXPECT_EQ(map.find(7), member.ptr());
+  EXPECT_EQ(map.find(8), nullptr);
+  EXPECT_EQ(member->references(), 2u);
+  EXPECT_EQ(map.del(7), member);
+  EXPECT_EQ(map.del(7), nullptr);
+  EXPECT_EQ(map.size(), 0u);
+  EXPECT_EQ(member->references(), 1u);
+}
+
+TEST(HashMap, holdsItsMembersAlive) {
+  {
+    Map<U32> map;
+    insert(map, 1u);
+    insert(map, 2u);
+    EXPECT_EQ(Member<U32>::living, 2);
+    map.delAll();
+    EXPECT_EQ(map.size(), 0u);
+    EXPECT_EQ(Member<U32>::living, 0);
+    insert(map, 3u);
+  }
+  EXPECT_EQ(Member<U32>::living, 0);
+}
+
+TEST(HashMap, aDeletedMemberMayEnterAgain) {
+  Map<U32> first;
+  Map<U32> second;
+  const auto member = insert(first, 7u);
+  first.del(7);
+  second.insert(member);
+  EXPECT_EQ(second.find(7), member.ptr());
+}
+
+TEST(HashMap, iteratesInTheOrderOfTheReversedHash) {
+  Map<U32> map;
+  for (U32 key : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 0x80000000u}) insert(map, key);
+  EXPECT_THAT(keys(map), ElementsAre(0, 0x80000000u, 4, 2, 6, 1, 5, 3, 7));
+}
+
+TEST(HashMap, aStringStandsByItsStringHashReversed) {
+  Map<Zint::String8> map;
+  std::vector<Zint::String8> expected = {"mac", "vlan", "route", "acl", "", "counters"};
+  for (const Zint::String8& name : expected) insert(map, name);
+  std::sort(expected.begin(), expected.end(), [](const auto& left, const auto& right) {
+    return Zint::reversedBits(left.hash()) < Zint::reversedBits(right.hash());
+  });
+  EXPECT_EQ(keys(map), expected);
+  EXPECT_NE(map.find("route"), nullptr);
+}
+
+TEST(HashMap, equalHashesStandInTheOrderOfInsertion) {
+  Map<Placed> map;
+  for (U32 id : {5u, 3u, 9u}) insert(map, Placed{100, id});
+  insert(map, Placed{99, 1});
+  insert(map, Placed{101, 2});
+  EXPECT_THAT(ids(map), ElementsAre(1, 5, 3, 9, 2));
+  map.del({100, 3});
+  insert(map, Placed{100, 3});
+  EXPECT_THAT(ids(map), ElementsAre(1, 5, 9, 3, 2));
+  EXPECT_EQ(map.find({100, 4}), nullptr);
+}
+
+TEST(HashMap, theOrderDoesNotDependOnTheNumberOfBuckets) {
+  constexpr unsigned seed = 7;
+  std::mt19937 random(seed);
+  std::set<U32> some;
+  while (some.size() < 500) some.insert(static_cast<U32>(random()));
+  Map<U32> small;
+  Map<U32> large;
+  for (U32 i = 0; i < 20'000; ++i) insert(large, i * 2654435761u);  // grows the buckets
+  large.delAll();
+  std::vector<U32> shuffled(some.begin(), some.end());
+  for (U32 key : shuffled) insert(large, key);
+  std::shuffle(shuffled.begin(), shuffled.end(), random);
+  for (U32 key : shuffled) insert(small, key);
+  EXPECT_EQ(keys(small), keys(large)) << "seed " << seed;
+  EXPECT_TRUE(std::ranges::is_sorted(keys(small), {}, Zint::reversedBits));
+}
+
+TEST(HashMap, everyMemberIsFoundAtEverySizeOfGrowth) {
+  Map<U32> map;
+  for (U32 count = 0; count < 3000; ++count) {
+    insert(map, count << 20);
+    ASSERT_NE(map.find((count / 2) << 20), nullptr);
+    ASSERT_EQ(map.find(1), nullptr);
+  }
+  const auto all = keys(map);
+  EXPECT_EQ(all.size(), 3000u);
+  EXPECT_TRUE(std::ranges::is_sorted(all, {}, Zint::reversedBits));
+}
+
+TEST(HashMap, insertingAMemberWhoseLinkIsSetFailsTheAssertion) {
+  Map<Placed> map;
+  const auto first = insert(map, Placed{1, 1});
+  insert(map, Placed{1, 2});
+  ASSERT_NE(first->fwkHmNext(), nullptr);
+  EXPECT_DEATH(map.insert(first), assertionOf("Zint/HashMap", "t->fwkHmNext() == 0"));
+  Map<Placed> other;
+  EXPECT_DEATH(other.insert(first), assertionOf("Zint/HashMap", "t->fwkHmNext() == 0"));
+}
+
+TEST(HashMap, insertingTheLastMemberOfAChainASecondTimeFailsAnAssertion) {
+  Map<U32> map;
+  const auto only = insert(map, 1u);
+  ASSERT_EQ(only->fwkHmNext(), nullptr);
+  EXPECT_DEATH(map.insert(only), assertionOf("Zint/HashMap", "link(*t).fwkHmMap_ == nullptr"));
+}
+
+struct HashMapIterator : testing::Test {
+  HashMapIterator() {
+    for (U32 id = 0; id < 5; ++id) insert(map, Placed{id << 28, id});
+  }
+  void del(U32 id) { map.del({id << 28, id}); }
+  std::vector<U32> rest(Map<Placed>::Iterator it) {
+    std::vector<U32> rest;
+    for (; it; ++it) rest.push_back(it->fwkKey().id);
+    return rest;
+  }
+
+  Map<Placed> map;
+};
+
+TEST_F(HashMapIterator, survivesTheRemovalOfItsMember) {
+  auto it = map.iterator();
+  ++it;
+  del(1);
+  EXPECT_EQ(it->fwkKey().id, 1u) << "held until the next step";
+  EXPECT_THAT(rest(it), ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(HashMapIterator, survivesTheRemovalOfItsMemberAndThoseBehind) {
+  auto it = map.iterator();
+  del(0);
+  del(1);
+  del(2);
+  ++it;
+  EXPECT_THAT(rest(it), ElementsAre(3, 4));
+}
+
+TEST_F(HashMapIterator, survivesTheRemovalOfOthers) {
+  auto it = map.iterator();
+  ++it;
+  del(0);
+  del(2);
+  EXPECT_THAT(rest(it), ElementsAre(1, 3, 4));
+}
+
+TEST_F(HashMapIterator, endsWhenAllHaveGone) {
+  auto it = map.iterator();
+  map.delAll();
+  ASSERT_TRUE(it);
+  ++it;
+  EXPECT_FALSE(it);
+}
+
+TEST_F(HashMapIterator, survivesTheGrowthOfTheMap) {
+  auto it = map.iterator();
+  ++it;
+  for (U32 id = 1000; id < 3000; ++id) insert(map, Placed{0xf0000000u + id, id});
+  ++it;
+  EXPECT_EQ(it->fwkKey().id, 2u);
+}
+
+TEST_F(HashMapIterator, survivesTheEndOfTheMap) {
+  auto brief = std::make_unique<Map<U32>>();
+  insert(*brief, 1u);
+  insert(*brief, 2u);
+  auto it = brief->iterator();
+  auto copy = it;
+  brief = nullptr;
+  EXPECT_EQ(it->fwkKey(), 2u);
+  ++it;
+  EXPECT_FALSE(it);
+  copy = it;
+  EXPECT_FALSE(copy);
+}
+
+TEST_F(HashMapIterator, copiesWalkOnTheirOwn) {
+  auto first = map.iterator();
+  ++first;
+  auto second = first;
+  ++second;
+  del(1);
+  del(2);
+  EXPECT_THAT(rest(second), ElementsAre(2, 3, 4));
+  second = first;
+  EXPECT_THAT(rest(second), ElementsAre(1, 3, 4));
+}
+
+// Walks while members are removed at random: each one that is still there when its turn comes is
+// visited once, in order.
+TEST_F(HashMapIterator, visitsEveryRemainingMemberOnceWhateverIsRemoved) {
+  for (unsigned seed = 1; seed <= 200; ++seed) {
+    std::mt19937 random(seed);
+    Map<Placed> walked;
+    std::vector<Placed> model;
+    for (U32 id = 0; id < 60; ++id) model.push_back({static_cast<U32>(random() % 40) << 26, id});
+    for (const Placed& key : model) insert(walked, key);
+    std::ranges::stable_sort(model, {}, &Placed::place);
+    std::size_t at = 0;
+    for (auto it = walked.iterator(); it; ++it) {
+      ASSERT_LT(at, model.size()) << "seed " << seed;
+      ASSERT_EQ(it->fwkKey(), model[at]) << "seed " << seed;
+      ++at;
+      for (int removals = static_cast<int>(random() % 4); removals > 0; --removals) {
+        if (model.empty()) break;
+        const std::size_t victim = random() % model.size();
+        walked.del(model[victim]);
+        model.erase(model.begin() + static_cast<std::ptrdiff_t>(victim));
+        if (victim < at) --at;
+      }
+    }
+    ASSERT_EQ(at, model.size()) << "seed " << seed;
+  }
+}
+
+// Runs `body` on a thread with a stack of 128 KiB.
+template <class Body>
+void onSmallStack(Body body) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 128 * 1024), 0);
+  pthread_t thread;
+  const auto start = [](void* argument) -> void* {
+    (*static_cast<Body*>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, start, &body), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  pthread_attr_destroy(&attributes);
+}
+
+// All places are small numbers, so chains of thousands form however many buckets there are.
+TEST(HashMap, aMillionMembersAreDestroyedWithoutRecursion) {
+  constexpr U32 members = 1'000'000;
+  auto map = std::make_unique<Map<Placed>>();
+  for (U32 place = members; place-- > 0;) insert(*map, Placed{place, place});
+  ASSERT_EQ(map->size(), members);
+  std::size_t chain = 0;
+  for (const Member<Placed>* m = map->find({0, 0}); m != nullptr; m = m->fwkHmNext().ptr()) ++chain;
+  ASSERT_GE(chain, 4000u);
+  onSmallStack([&] { map = nullptr; });
+  EXPECT_EQ(Member<Placed>::living, 0);
+}
+
+}  // namespace

@@ -1,0 +1,320 @@
+#include <Zint/Notifiee.h>
+
+#include <fakes/ManualLoop.h>
+#include <gmock/gmock.h>
+#include <runtime/Probes.h>
+
+namespace {
+
+using Probes::Thing;
+using Probes::Watch;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Zint::makePtr;
+using Zint::Ptr;
+
+// Three watches of one thing that write their letter when they are told.
+struct NotifieeTest : testing::Test {
+  Ptr<Watch> watch(const char* letter, const Ptr<Thing>& of) {
+    const Ptr<Watch> made = makePtr<Watch>(loop.activity, of);
+    made->reaction = logging(letter);
+    return made;
+  }
+  std::function<void()> logging(const char* letter) {
+    return [this, letter] { log += letter; };
+  }
+  std::string told() {
+    thing->notify(300);
+    return std::exchange(log, {});
+  }
+
+  std::string log;
+  bool alive = false;
+  Fakes::ManualLoop loop;
+  Ptr<Thing> thing = makePtr<Thing>("thing", &alive);
+  Ptr<Watch> a = watch("a", thing);
+  Ptr<Watch> b = watch("b", thing);
+  Ptr<Watch> c = watch("c", thing);
+};
+
+TEST_F(NotifieeTest, areToldAtOnceInTheOrderOfRegistration) {
+  EXPECT_EQ(told(), "abc");
+  a->hasNotificationActiveIs(false);
+  a->hasNotificationActiveIs(true);
+  EXPECT_EQ(told(), "bca");
+}
+
+TEST_F(NotifieeTest, areToldTheAttributeAndTheirActivity) {
+  thing->notify(301);
+  thing->notify(302);
+  EXPECT_THAT(a->told, ElementsAre(301, 302));
+  EXPECT_EQ(a->toldOn, loop.activity.ptr());
+  EXPECT_EQ(a->attribute(), 0u) << "nothing is being announced now";
+}
+
+TEST_F(NotifieeTest, holdTheirNotifierButAreNotHeldByIt) {
+  EXPECT_EQ(thing->references(), 4u);
+  EXPECT_EQ(a->references(), 1u);
+  const Thing* plain = thing.ptr();
+  thing = nullptr;
+  EXPECT_TRUE(alive);
+  EXPECT_EQ(a->notifier(), plain);
+  a = b = c = nullptr;
+  EXPECT_FALSE(alive);
+}
+
+TEST_F(NotifieeTest, aDestroyedOneIsToldNothingMore) {
+  b = nullptr;
+  EXPECT_EQ(thing->notifiees(), 2u);
+  EXPECT_EQ(told(), "ac");
+}
+
+TEST_F(NotifieeTest, oneUnregisteredDuringAWalkIsNotTold) {
+  a->reaction = [this] {
+    log += "a";
+    c->isRegisteredNotifieeIs(false);
+  };
+  EXPECT_EQ(told(), "ab");
+  EXPECT_EQ(told(), "ab");
+  EXPECT_EQ(thing->notifiees(), 2u);
+}
+
+TEST_F(NotifieeTest, oneSwitchedOffDuringAWalkIsNotTold) {
+  a->reaction = [this] {
+    log += "a";
+    b->hasNotificationActiveIs(false);
+  };
+  EXPECT_EQ(told(), "ac");
+}
+
+TEST_F(NotifieeTest, oneDestroyedDuringAWalkIsNotTold) {
+  a->reaction = [this] {
+    log += "a";
+    b = nullptr;
+  };
+  EXPECT_EQ(told(), "ac");
+}
+
+TEST_F(NotifieeTest, oneRegisteredDuringAWalkWaitsForTheNextChange) {
+  Ptr<Watch> d;
+  c->reaction = [&] {
+    log += "c";
+    if (d == nullptr) d = watch("d", thing);
+  };
+  EXPECT_EQ(told(), "abc");
+  EXPECT_EQ(told(), "abcd");
+}
+
+TEST_F(NotifieeTest, oneRegisteredAnewDuringAWalkWaitsForTheNextChange) {
+  a->reaction = [this] {
+    log += "a";
+    b->isRegisteredNotifieeIs(false);
+    b->isRegisteredNotifieeIs(true);
+  };
+  EXPECT_EQ(told(), "ac");
+  a->reaction = logging("a");
+  EXPECT_EQ(told(), "acb");
+}
+
+TEST_F(NotifieeTest, aHandlerMayDropTheLastReferenceToItself) {
+  b->reaction = [this] {
+    b = nullptr;
+    log += "b";
+  };
+  EXPECT_EQ(told(), "abc");
+  EXPECT_EQ(told(), "ac");
+}
+
+TEST_F(NotifieeTest, aHandlerMayDropTheLastReferenceToItsNotifier) {
+  b = c = nullptr;
+  a->reaction = [this] {
+    thing = nullptr;
+    a->notifierIs(nullptr);
+    EXPECT_TRUE(alive) << "the notifier outlives the call";
+    log += "a";
+  };
+  thing->notify(300);
+  EXPECT_EQ(log, "a");
+  EXPECT_FALSE(alive);
+}
+
+TEST_F(NotifieeTest, aHandlerMayDropBothItselfAndItsNotifier) {
+  b = c = nullptr;
+  a->reaction = [this] {
+    thing = nullptr;
+    a = nullptr;
+  };
+  thing->notify(300);
+  EXPECT_FALSE(alive);
+}
+
+TEST_F(NotifieeTest, theNextOneGoesUntoldWhenItsOwnerEndsWithTheOneBefore) {
+  // The handler of `a` owns b, and drops the last reference to `a`.
+  a->reaction = [this, owned = std::move(b)] {
+    log += "a";
+    a = nullptr;
+  };
+  EXPECT_EQ(told(), "ac");
+  EXPECT_EQ(thing->notifiees(), 1u);
+}
+
+TEST_F(NotifieeTest, aNestedChangeIsToldToAllBeforeTheOuterOneGoesOn) {
+  a->reaction = [this] {
+    log += a->attribute() == 300 ? "a" : "A";
+    if (a->attribute() != 300) return;
+    thing->notify(301);
+    EXPECT_EQ(a->attribute(), 300u) << "the outer change is being announced again";
+  };
+  b->reaction = [this] { log += b->attribute() == 300 ? "b" : "B"; };
+  c->reaction = nullptr;
+  EXPECT_EQ(told(), "aABb");
+}
+
+TEST_F(NotifieeTest, oneRegisteredDuringAWalkHearsANestedChange) {
+  Ptr<Watch> d;
+  a->reaction = [&] {
+    log += "a";
+    if (d != nullptr) return;
+    d = watch("d", thing);
+    thing->notify(301);
+  };
+  EXPECT_EQ(told(), "aabcdbc");
+}
+
+TEST_F(NotifieeTest, oneRemovedInANestedWalkLeavesTheOuterOneWhole) {
+  a->reaction = [this] {
+    log += "a";
+    if (a->attribute() == 300) thing->notify(301);
+  };
+  b->reaction = [this] {
+    log += "b";
+    b = nullptr;
+  };
+  EXPECT_EQ(told(), "aabcc");
+}
+
+TEST_F(NotifieeTest, hasNotificationActive_falseLeavesTheList) {
+  b->hasNotificationActiveIs(false);
+  EXPECT_FALSE(b->isRegisteredNotifiee());
+  EXPECT_EQ(thing->notifiees(), 2u);
+  EXPECT_EQ(b->notifier(), thing.ptr()) << "it stays bound";
+  EXPECT_EQ(told(), "ac");
+}
+
+TEST_F(NotifieeTest, oneMadeInactiveIsOnlyBound) {
+  const Ptr<Watch> d = makePtr<Watch>(loop.activity, thing, false);
+  EXPECT_FALSE(d->hasNotificationActive());
+  EXPECT_EQ(d->notifier(), thing.ptr());
+  EXPECT_EQ(thing->notifiees(), 3u);
+  thing->notify(300);
+  EXPECT_THAT(d->told, IsEmpty());
+  d->hasNotificationActiveIs(true);
+  thing->notify(301);
+  EXPECT_THAT(d->told, ElementsAre(301));
+}
+
+TEST_F(NotifieeTest, notifierIs_movesToAnotherOne) {
+  const Ptr<Thing> other = makePtr<Thing>("other");
+  b->notifierIs(other);
+  EXPECT_EQ(told(), "ac");
+  other->notify(300);
+  EXPECT_EQ(log, "b");
+  EXPECT_EQ(thing->references(), 3u);
+  EXPECT_EQ(other->references(), 2u);
+}
+
+TEST_F(NotifieeTest, notifierIs_sameOneKeepsThePlace) {
+  a->notifierIs(thing);
+  EXPECT_EQ(told(), "abc");
+  EXPECT_EQ(thing->references(), 4u);
+}
+
+TEST_F(NotifieeTest, notifierIs_nullWatchesNothing) {
+  a->notifierIs(nullptr);
+  EXPECT_EQ(a->notifier(), nullptr);
+  EXPECT_EQ(told(), "bc");
+  EXPECT_EQ(makePtr<Watch>(loop.activity, nullptr)->notifier(), nullptr);
+}
+
+TEST_F(NotifieeTest, zintFwkActivityIs_isWhereItIsToldFromThenOn) {
+  const Fakes::ManualLoop other;
+  a->zintFwkActivityIs(other.activity);
+  thing->notify(300);
+  EXPECT_EQ(a->toldOn, other.activity.ptr());
+  EXPECT_EQ(a->zintFwkActivity(), other.activity);
+}
+
+TEST_F(NotifieeTest, nonReferencing_doesNotKeepTheNotifierAlive) {
+  b = c = nullptr;
+  a->isNonReferencingIs(true);
+  EXPECT_EQ(thing->references(), 1u);
+  EXPECT_EQ(told(), "a");
+  thing = nullptr;
+  EXPECT_FALSE(alive);
+  EXPECT_EQ(a->notifier(), nullptr);
+}
+
+TEST_F(NotifieeTest, nonReferencing_falseHoldsItAgain) {
+  a->isNonReferencingIs(true);
+  a->isNonReferencingIs(false);
+  EXPECT_EQ(thing->references(), 4u);
+  EXPECT_EQ(told(), "abc");
+}
+
+TEST_F(NotifieeTest, nonReferencing_ofTheLastReferenceEndsTheNotifier) {
+  b = c = nullptr;
+  thing = nullptr;
+  a->isNonReferencingIs(true);
+  EXPECT_FALSE(alive);
+  EXPECT_EQ(a->notifier(), nullptr);
+}
+
+TEST_F(NotifieeTest, nonReferencing_thatIsInactiveStillLearnsOfTheEnd) {
+  const Ptr<Watch> d = makePtr<Watch>(loop.activity, thing, false);
+  d->isNonReferencingIs(true);
+  a = b = c = nullptr;
+  thing = nullptr;
+  EXPECT_FALSE(alive);
+  EXPECT_THAT(d->told, IsEmpty());
+  EXPECT_EQ(d->notifier(), nullptr);
+}
+
+TEST_F(NotifieeTest, isRegisteredNotifiee_falseKeepsACountedNotifierAndForgetsAnother) {
+  a->isRegisteredNotifieeIs(false);
+  EXPECT_EQ(a->notifier(), thing.ptr());
+  b->isNonReferencingIs(true);
+  b->isRegisteredNotifieeIs(false);
+  EXPECT_EQ(b->notifier(), nullptr);
+  EXPECT_EQ(told(), "c");
+}
+
+TEST_F(NotifieeTest, zombie_isToldNothingUntilTheMarkIsTaken) {
+  b->zintDoZombieReactors(true);
+  EXPECT_TRUE(b->zintMarkedForDeletion());
+  EXPECT_EQ(told(), "ac");
+  EXPECT_EQ(thing->notifiees(), 3u) << "it keeps its place";
+  b->zintDoZombieReactors(false);
+  EXPECT_EQ(told(), "abc");
+}
+
+TEST_F(NotifieeTest, zombie_markedDuringAWalkIsNotTold) {
+  a->reaction = [this] {
+    log += "a";
+    c->zintDoZombieReactors(true);
+  };
+  EXPECT_EQ(told(), "ab");
+}
+
+TEST_F(NotifieeTest, notifyEach_callsThoseOfTheTypeOnly) {
+  const Ptr<Zint::Entity::NotifieeConst> other =
+      makePtr<Zint::Entity::NotifieeConst>(loop.activity, thing);
+  b->hasNotificationActiveIs(false);
+  std::vector<const Watch*> called;
+  thing->notifyEach<Watch>(303, [&](Watch& watch) {
+    EXPECT_EQ(watch.attribute(), 303u);
+    called.push_back(&watch);
+  });
+  EXPECT_THAT(called, ElementsAre(a.ptr(), c.ptr()));
+}
+
+}  // namespace
