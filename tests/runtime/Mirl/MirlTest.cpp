@@ -186,7 +186,7 @@ TEST_F(MirlTest, whatIsReadIsTheEndOfWhatWasWrittenWhereverTheRingWraps) {
     auto msg = RingBuf::startMsg(*file, desc, 1);
     auto& arguments = all.emplace_back();
     std::size_t bytes = 0;
-    for (unsigned count = random() % 5; count > 0; --count) {
+    for (auto count = random() % 5; count > 0; --count) {
       const U32 value = static_cast<U32>(random());
       switch (random() % 4) {
         case 0:

@@ -1,0 +1,122 @@
+// What the benchmarks share: how a comparison is registered, and what it is made on.
+//
+// A comparison is a group of sides with one name, `group/what`. The side "ours" is held against
+// every other one; bench/run pairs them by their names:
+//
+//   row05/look-up in the last region/ours
+//   row05/look-up in the last region/inlined range check
+//
+// All sides of a comparison do the same work on the same data, and every answer is consumed.
+#pragma once
+
+#include <Hardware/ChipReader.h>
+#include <Hardware/GenericChipHam.h>
+#include <Hardware/HardwareShadow.h>
+#include <benchmark/benchmark.h>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace Bench {
+
+using Body = std::function<void(benchmark::State&)>;
+
+// Registers one side of a comparison.
+benchmark::internal::Benchmark* side(const std::string& comparison, const std::string& name,
+                                     Body body);
+// Registers a number that is counted, not timed; `unit` is shown with it.
+void figure(const std::string& name, const std::string& unit, std::function<double()> count);
+// What is shown is the time of one of `units` equal parts of an iteration.
+inline void partsOfIteration(benchmark::State& state, std::size_t units) {
+  state.counters["units"] = static_cast<double>(units);
+}
+
+// One per theme; called by main in this order.
+void registerAuditBenches();
+void registerIndexBenches();
+void registerDataPathBenches();
+void registerHamBenches();
+void registerRuntimeBenches();
+void registerTraceBenches();
+void registerConfigureBenches();
+void registerMemoryBenches();
+void registerTurnBenches();
+
+// Ends the program unless a benchmark has computed what it should have.
+void require(bool holds, const char* what);
+
+// A source of the one object that all sides of a comparison use; made by the first that asks.
+template <class T, class... Arguments>
+auto shared(Arguments... arguments) {
+  return [held = std::make_shared<std::unique_ptr<T>>(), arguments...]() -> T& {
+    if (*held == nullptr) *held = std::make_unique<T>(arguments...);
+    return **held;
+  };
+}
+
+// Random numbers that are the same in every run.
+inline std::mt19937 randomNumbers() { return std::mt19937(12345); }
+
+// Distinct values 0 ... count-1 in random order.
+std::vector<U32> shuffled(U32 count);
+
+// Access methods without a chip, and registers that are memory. Made out of the compiler's sight,
+// so that calls of them stay virtual ones.
+Hardware::ChipHam::Ptr plainHam();      // keeps the base's cache side
+Hardware::ChipHam::Ptr comparingHam();  // overrides doCompare, with the same answer
+Zint::Ptr<Fru::HamImpl> memoryRegisters();
+
+// Hides a value from the optimiser, which must take it for used and for changed. (The benchmark
+// library's own form lets the compiler choose between register and memory, which g++ 12 gets wrong
+// in 32 bits.)
+template <class T>
+inline void opaque(T& value) {
+  if constexpr (std::is_scalar_v<T> && sizeof(T) == 1) {
+    asm volatile("" : "+q"(value) : : "memory");
+  } else if constexpr (std::is_scalar_v<T> && !std::is_floating_point_v<T> &&
+                       sizeof(T) <= sizeof(void*)) {
+    asm volatile("" : "+r"(value) : : "memory");
+  } else {
+    asm volatile("" : "+m"(value) : : "memory");
+  }
+}
+// Of a value that cannot be changed: only taken for used.
+template <class T>
+inline void opaque(const T& value) {
+  asm volatile("" : : "m"(value) : "memory");
+}
+
+// A shadow on a clock that stands still.
+struct Stand {
+  Stand();
+  // Registers a region. REQUIRES: not yet configured.
+  Hardware::ChipMemory::Ptr regionIs(const Hardware::ChipAddress& address, U32 entries,
+                                     U32 entrySize, const Hardware::ChipHam::Ptr& ham);
+  void configured() { shadow->stateIs(Hardware::HardwareShadow::configured()); }
+
+  Zint::Ptr<Zint::ManualClock> clock;
+  Zint::Ptr<Zint::ActivityConfig> activity;
+  Hardware::HardwareShadow::Ptr shadow;
+};
+
+// A stand with one region at offset 0 whose shadow is on and holds known random bytes; its hardware
+// buffer holds the same.
+struct RegionStand : Stand {
+  RegionStand(U32 entries, U32 entrySize, const Hardware::ChipHam::Ptr& ham);
+
+  U8* shadowBytes() const { return region->shadow()->data(); }
+  U8* hardwareBytes() const { return region->hardware()->data(); }
+  U8* initializedBits() const { return region->initialized()->data(); }
+  U8* dirtyBits() const { return region->dirty()->data(); }
+
+  Hardware::ChipMemory::Ptr region;
+  Hardware::ChipHam::Ptr ham;
+  U32 entries;
+  U32 entrySize;
+  U32 bytes;
+};
+
+}  // namespace Bench

@@ -1,0 +1,311 @@
+// The runtime: notifiees, counted pointers and collections.
+#include <Zint/LinkQueue.h>
+#include <Zint/RbTreeMap.h>
+#include <deque>
+#include <map>
+#include <unordered_map>
+#ifdef BENCH_BOOST
+#include <boost/signals2.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#endif
+#ifdef BENCH_SIGC
+#include <sigc++/sigc++.h>
+#endif
+
+#include "Bench.h"
+
+namespace Bench {
+namespace {
+
+// --- Notifiees -----------------------------------------------------------------------------------
+
+class Watch : public Hardware::ChipMemory::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onRegistersFixed() override { ++told; }
+
+  S64 told = 0;
+};
+
+struct WatchedStand : Stand {
+  explicit WatchedStand(U32 notifiees) {
+    region = regionIs(Hardware::ChipAddress(0, 0), 16, 4, plainHam());
+    for (U32 i = 0; i < notifiees; ++i) {
+      watches.push_back(Zint::makePtr<Watch>(activity, region));
+    }
+  }
+
+  Hardware::ChipMemory::Ptr region;
+  std::vector<Zint::Ptr<Watch>> watches;
+};
+
+// What a user would write with a signal library: a value that is announced when it changes.
+template <class Signal>
+struct Announced {
+  void valueIs(U32 newValue) {
+    if (value == newValue) return;
+    value = newValue;
+    changed(newValue);
+  }
+
+  U32 value = 0;
+  Signal changed;
+};
+
+// `Slot` makes what the signal connects from a counter.
+template <class Signal, class Slot>
+Body emission(U32 slots, Slot slot) {
+  return [slots, slot](benchmark::State& state) {
+    Announced<Signal> attribute;
+    std::vector<S64> told(slots);
+    for (S64& count : told) attribute.changed.connect(slot(&count));
+    U32 value = 0;
+    for (auto _ : state) {
+      attribute.valueIs(++value);
+      benchmark::ClobberMemory();
+    }
+    require(told.front() == state.iterations() && told.back() == told.front(), "all were told");
+  };
+}
+
+void registerNotification(const std::string& comparison, U32 notifiees) {
+  side(comparison, "ours", [notifiees](benchmark::State& state) {
+    WatchedStand stand(notifiees);
+    Hardware::ChipMemory& region = *stand.region;
+    U32 value = 0;
+    for (auto _ : state) {
+      region.registersFixedIs(++value);
+      benchmark::ClobberMemory();
+    }
+    const S64 told = stand.watches.front()->told;
+    require(told == state.iterations() && stand.watches.back()->told == told, "all were told");
+  });
+#ifdef BENCH_SIGC
+  side(comparison, "sigc++", emission<sigc::signal<void(U32)>>(notifiees, [](S64* count) {
+         return [count](U32) { ++*count; };
+       }));
+#endif
+#ifdef BENCH_BOOST
+  side(comparison, "boost::signals2",
+       emission<boost::signals2::signal<void(U32)>>(
+           notifiees, [](S64* count) { return [count](U32) { ++*count; }; }));
+#endif
+}
+
+// --- Counted pointers ----------------------------------------------------------------------------
+
+// As many objects as are walked over in one iteration.
+constexpr U32 pointed = 64;
+
+class Counted : public Zint::PtrInterface {};
+
+// The same shape with a count of its own.
+struct PeerCounted {
+  virtual ~PeerCounted() = default;
+  mutable std::size_t references = 0;
+};
+[[maybe_unused]] void intrusive_ptr_add_ref(const PeerCounted* object) { ++object->references; }
+[[maybe_unused]] void intrusive_ptr_release(const PeerCounted* object) {
+  if (--object->references == 0) delete object;
+}
+
+template <class P>
+void copiedAndDropped(benchmark::State& state, const std::vector<P>& pointers) {
+  for (auto _ : state) {
+    for (const P& pointer : pointers) {
+      P copy(pointer);
+      opaque(copy);
+    }
+  }
+  partsOfIteration(state, pointers.size());
+}
+
+void registerPointers() {
+  const std::string row11 = "row11/copy and drop a counted pointer";
+  side(row11, "ours", [](benchmark::State& state) {
+    std::vector<Zint::Ptr<Counted>> pointers;
+    for (U32 i = 0; i < pointed; ++i) pointers.push_back(Zint::makePtr<Counted>());
+    copiedAndDropped(state, pointers);
+  });
+#ifdef BENCH_BOOST
+  side(row11, "boost::intrusive_ptr", [](benchmark::State& state) {
+    std::vector<boost::intrusive_ptr<PeerCounted>> pointers;
+    for (U32 i = 0; i < pointed; ++i) pointers.emplace_back(new PeerCounted);
+    copiedAndDropped(state, pointers);
+  });
+#endif
+}
+
+// --- Collections ---------------------------------------------------------------------------------
+
+class Member : public Zint::PtrInterface,
+               public Zint::HashMapLink<Member>,
+               public Zint::LinkQueueLink<Member, U32> {
+ public:
+  explicit Member(U32 key) : key_(key) {}
+  const U32& fwkKey() const { return key_; }
+
+ private:
+  const U32 key_;
+};
+
+using MemberPtr = Zint::Ptr<Member>;
+
+// Members with distinct random keys, in the order of their making.
+struct MemberStand {
+  explicit MemberStand(U32 count) {
+    // An odd factor maps the numbers to distinct ones all over the range.
+    for (const U32 i : shuffled(count)) {
+      members.push_back(Zint::makePtr<Member>((i + 1) * 2654435761u));
+    }
+    std::mt19937 random = randomNumbers();
+    for (U32& key : wanted) key = members[random() % count]->fwkKey();
+  }
+  U32 size() const { return static_cast<U32>(members.size()); }
+
+  std::vector<MemberPtr> members;
+  std::vector<U32> wanted = std::vector<U32>(1 << 16);
+};
+
+template <class Map>
+Map filled(const MemberStand& stand) {
+  Map map;
+  for (const MemberPtr& member : stand.members) map.emplace(member->fwkKey(), member);
+  return map;
+}
+
+template <class Find>
+void found(benchmark::State& state, const MemberStand& stand, Find find) {
+  std::size_t i = 0;
+  const Member* last = nullptr;
+  for (auto _ : state) {
+    last = find(stand.wanted[i]);
+    opaque(last);
+    i = (i + 1) % stand.wanted.size();
+  }
+  i = (i + stand.wanted.size() - 1) % stand.wanted.size();
+  require(last != nullptr && last->fwkKey() == stand.wanted[i], "the member was found");
+}
+
+template <class Source>
+void registerFind(const std::string& comparison, Source stand) {
+  side(comparison, "ours", [stand](benchmark::State& state) {
+    Zint::HashMap<Member, U32> map;
+    for (const MemberPtr& member : stand().members) map.insert(member);
+    found(state, stand(), [&map](U32 key) { return map.find(key); });
+  });
+  side(comparison, "std::unordered_map", [stand](benchmark::State& state) {
+    const auto map = filled<std::unordered_map<U32, MemberPtr>>(stand());
+    found(state, stand(), [&map](U32 key) {
+      const auto place = map.find(key);
+      return place == map.end() ? nullptr : place->second.ptr();
+    });
+  });
+}
+
+// Small collections are filled many at a time, so that what is not measured does not count.
+template <class Map, class Insert>
+void inserted(benchmark::State& state, const MemberStand& stand, Insert insert) {
+  const U32 maps = 1 + 4096 / stand.size();
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto batch = std::make_unique<Map[]>(maps);
+    state.ResumeTiming();
+    for (U32 i = 0; i < maps; ++i) {
+      for (const MemberPtr& member : stand.members) insert(batch[i], member);
+    }
+    benchmark::ClobberMemory();
+    state.PauseTiming();
+    require(batch[maps - 1].size() == stand.size(), "all members were inserted");
+    batch.reset();
+    state.ResumeTiming();
+  }
+  partsOfIteration(state, std::size_t{maps} * stand.size());
+}
+
+template <class Source>
+void registerTree(const std::string& many, Source stand) {
+  using Ours = Zint::RbTreeMap<Member, U32>;
+  using Peer = std::map<U32, MemberPtr>;
+  side("row12/RbTreeMap insert, " + many, "ours", [stand](benchmark::State& state) {
+    inserted<Ours>(state, stand(), [](Ours& map, const MemberPtr& member) { map.insert(member); });
+  });
+  side("row12/RbTreeMap insert, " + many, "std::map", [stand](benchmark::State& state) {
+    inserted<Peer>(state, stand(), [](Peer& map, const MemberPtr& member) {
+      map.emplace(member->fwkKey(), member);
+    });
+  });
+
+  side("row12/RbTreeMap walk, " + many, "ours", [stand](benchmark::State& state) {
+    Ours map;
+    for (const MemberPtr& member : stand().members) map.insert(member);
+    for (auto _ : state) {
+      U32 sum = 0;
+      for (auto member = map.iterator(); member; ++member) sum += member->fwkKey();
+      opaque(sum);
+    }
+    partsOfIteration(state, stand().size());
+  });
+  side("row12/RbTreeMap walk, " + many, "std::map", [stand](benchmark::State& state) {
+    const auto map = filled<Peer>(stand());
+    for (auto _ : state) {
+      U32 sum = 0;
+      for (const auto& [key, member] : map) sum += member->fwkKey();
+      opaque(sum);
+    }
+    partsOfIteration(state, stand().size());
+  });
+}
+
+// All members in, then all of them out.
+template <class Source>
+void registerQueue(const std::string& comparison, Source stand) {
+  side(comparison, "ours", [stand](benchmark::State& state) {
+    Zint::LinkQueue<Member, U32> queue;
+    const MemberStand& s = stand();
+    for (auto _ : state) {
+      for (const MemberPtr& member : s.members) queue.enq(member);
+      while (queue.size() != 0) {
+        MemberPtr member = queue.deq();
+        opaque(member);
+      }
+    }
+    partsOfIteration(state, s.size());
+  });
+  side(comparison, "std::deque", [stand](benchmark::State& state) {
+    std::deque<MemberPtr> queue;
+    const MemberStand& s = stand();
+    for (auto _ : state) {
+      for (const MemberPtr& member : s.members) queue.push_back(member);
+      while (!queue.empty()) {
+        MemberPtr member = std::move(queue.front());
+        queue.pop_front();
+        opaque(member);
+      }
+    }
+    partsOfIteration(state, s.size());
+  });
+}
+
+}  // namespace
+
+void registerRuntimeBenches() {
+  registerNotification("row10/attribute with 1 notifiee", 1);
+  registerNotification("row10/attribute with 8 notifiees", 8);
+  registerPointers();
+
+  const std::pair<U32, const char*> sizes[] = {
+      {10, "10"}, {1000, "1,000"}, {100000, "100,000"}, {1000000, "1,000,000"}};
+  for (const auto& [count, many] : sizes) {
+    auto stand = shared<MemberStand>(count);
+    registerFind(std::string("row12/HashMap find, ") + many, stand);
+    registerTree(many, stand);
+    registerQueue(std::string("row12/LinkQueue pass, ") + many, stand);
+  }
+
+  for (U32 notifiees = 1; notifiees <= 256; notifiees *= 4) {
+    registerNotification("curve/notifiees-set/" + std::to_string(notifiees), notifiees);
+  }
+}
+
+}  // namespace Bench

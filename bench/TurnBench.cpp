@@ -1,0 +1,134 @@
+// The longest turns of the loop: one slice of the reader, and the comparison of all that was read.
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+#include "Bench.h"
+
+namespace Bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr U32 entries = 64 * 1024 * 1024 / 4;
+constexpr U32 slice = 1024;
+
+// 64 MiB of registers under audit; the chip and the shadow hold zeroes.
+struct PassStand : Stand {
+  PassStand() {
+    region = regionIs(Hardware::ChipAddress(0, 0), entries, 4,
+                      Hardware::genericChipHamFactory("generic", registers));
+    region->shadowEnabledIs(true);
+    region->auditEnabledIs(true);
+    configured();
+    region->doClear();
+    reader = Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock, slice, 0.0);
+    shadow->stateIs(Hardware::HardwareShadow::auditing());
+  }
+
+  Zint::Ptr<Fru::HamImpl> registers = memoryRegisters();
+  Hardware::ChipMemory::Ptr region;
+  Hardware::ChipReader::Ptr reader;
+};
+
+double seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
+
+struct Turns {
+  std::vector<double> slices;  // in seconds
+  double last = 0;             // the last slice and the comparison
+};
+
+// Runs one pass and takes the time of each turn.
+Turns onePass(PassStand& stand) {
+  Turns turns;
+  const U32 audits = stand.shadow->audits();
+  stand.activity->turn();  // begins the pass
+  while (stand.shadow->audits() == audits) {
+    const Clock::time_point begin = Clock::now();
+    stand.activity->turn();
+    const double time = seconds(Clock::now() - begin);
+    if (stand.shadow->audits() == audits) {
+      turns.slices.push_back(time);
+    } else {
+      turns.last = time;
+    }
+  }
+  require(turns.slices.size() == entries / slice - 1, "one turn for each slice");
+  return turns;
+}
+
+// The register calls of all slices, timed in the same way.
+Turns registerCalls(PassStand& stand) {
+  Turns turns;
+  Fru::HamImpl& registers = *stand.registers;
+  U8* to = stand.region->hardware()->data();
+  for (U32 address = 0; address < 4 * entries;) {
+    const Clock::time_point begin = Clock::now();
+    for (U32 i = 0; i < slice; ++i, address += 4, to += 4) {
+      U32 value;
+      registers.read(address, &value);
+      std::memcpy(to, &value, 4);
+    }
+    turns.slices.push_back(seconds(Clock::now() - begin));
+  }
+  return turns;
+}
+
+// The time within which that fraction of the slices ended.
+double percentile(std::vector<double> times, double fraction) {
+  const auto place =
+      times.begin() + static_cast<std::ptrdiff_t>(fraction * static_cast<double>(times.size() - 1));
+  std::nth_element(times.begin(), place, times.end());
+  return *place;
+}
+
+}  // namespace
+
+void registerTurnBenches() {
+  auto stand = shared<PassStand>();
+  const std::string comparing = "row18/turn that compares 64 MiB";
+  side(comparing, "ours",
+       [stand](benchmark::State& state) {
+         for (auto _ : state) state.SetIterationTime(onePass(stand()).last);
+       })
+      ->UseManualTime()
+      ->Iterations(1);
+  side(comparing, "memcmp",
+       [stand](benchmark::State& state) {
+         const Hardware::ChipMemory& region = *stand().region;
+         for (auto _ : state) {
+           const U8* hardware = region.hardware()->data();
+           opaque(hardware);
+           const Clock::time_point begin = Clock::now();
+           int difference =
+               std::memcmp(region.shadow()->data(), hardware, 4 * std::size_t{entries});
+           opaque(difference);
+           state.SetIterationTime(seconds(Clock::now() - begin));
+           require(difference == 0, "the buffers are equal");
+         }
+       })
+      ->UseManualTime()
+      ->Iterations(1);
+
+  const std::pair<const char*, double> parts[] = {{"half", 0.5}, {"99 %", 0.99}};
+  for (const auto& [part, fraction] : parts) {
+    const std::string slices = std::string("row18/slice of 1,024 entries, ") + part + " within";
+    side(slices, "ours",
+         [stand, fraction](benchmark::State& state) {
+           for (auto _ : state)
+             state.SetIterationTime(percentile(onePass(stand()).slices, fraction));
+         })
+        ->UseManualTime()
+        ->Iterations(1);
+    side(slices, "register calls",
+         [stand, fraction](benchmark::State& state) {
+           for (auto _ : state) {
+             state.SetIterationTime(percentile(registerCalls(stand()).slices, fraction));
+           }
+         })
+        ->UseManualTime()
+        ->Iterations(1);
+  }
+}
+
+}  // namespace Bench
