@@ -16,6 +16,7 @@ PlainFunctions plainFunctionsRead() {
 
 }  // namespace
 
+// NOLINTNEXTLINE(cert-err58-cpp): without memory for one small object, a process cannot start
 const PlainFunctions plainFunctions = plainFunctionsRead();
 
 ChipHam::~ChipHam() = default;

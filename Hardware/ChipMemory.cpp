@@ -6,18 +6,25 @@ namespace Hardware {
 
 ChipMemory::ChipMemory(Zint::String8 name, const ChipAddress& address, U32 entries, U32 entrySize,
                        U32 stride, const Zint::Ptr<ChipHam>& chipHam)
-    : name_(std::move(name)),
-      address_(address),
+    : address_(address),
       entries_(entries),
       entrySize_(entrySize),
       stride_(stride),
-      chipHam_(chipHam) {
+      chipHam_(chipHam),
+      name_(std::move(name)) {
   handleShadowStoreNeeded();
   handleAuditEnabled();
   handleShadowStoreNeeded();
 }
 
-ChipMemory::~ChipMemory() = default;
+// A region that a map still chains is held by it, so the link is null here.
+ChipMemory::~ChipMemory() {
+  dirty_ = nullptr;
+  initialized_ = nullptr;
+  shadow_ = nullptr;
+  hardware_ = nullptr;
+  chipHam_ = nullptr;
+}
 
 Zint::Ptr<ChipMemory> chipMemoryFactory(Zint::String8 name, const ChipAddress& address, U32 entries,
                                         U32 entrySize, U32 stride,

@@ -205,13 +205,15 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   Zint::Ptr<Hal::Buf> newStore() const;
   Zint::Ptr<Hal::Buf> newBitmap() const;
 
-  const Zint::String8 name_;
+  // In the order of use: what a look-up, a write and a read touch stands first.
   const ChipAddress address_;
   U32 entries_;
   const U32 entrySize_;
   const U32 stride_;
-  const Zint::Ptr<ChipHam> chipHam_;
-  U32 indirectCmdRegAddr_ = 0;
+  Zint::Ptr<ChipHam> chipHam_;  // constant after construction
+  Zint::Ptr<Hal::BufBase> shadow_;
+  Zint::Ptr<Hal::BufBase> initialized_;
+  Zint::Ptr<Hal::BufBase> dirty_;
   ChipMemoryMode mode_ = normal_;
   bool shadowEnabled_ = false;
   bool auditEnabled_ = false;
@@ -220,13 +222,12 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   bool allowsLogicalViews_ = false;
   mutable U64 readCacheHits_ = 0;
   U64 writeCacheHits_ = 0;
-  U32 registersFixed_ = 0;
-  Zint::Seconds lastFixTime_ = 0.0;
-  U32 storesMade_ = 0;  // so far; wraps
   Zint::Ptr<Hal::Buf> hardware_;
-  Zint::Ptr<Hal::BufBase> shadow_;
-  Zint::Ptr<Hal::BufBase> initialized_;
-  Zint::Ptr<Hal::BufBase> dirty_;
+  U32 indirectCmdRegAddr_ = 0;
+  U32 registersFixed_ = 0;
+  U32 storesMade_ = 0;  // so far; wraps
+  Zint::Seconds lastFixTime_ = 0.0;
+  const Zint::String8 name_;
 };
 
 UMBRA_API Zint::Ptr<ChipMemory> chipMemoryFactory(Zint::String8 name, const ChipAddress& address,

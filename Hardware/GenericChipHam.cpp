@@ -17,7 +17,9 @@ void GenericChipHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySiz
   UMBRA_ASSERT(128, ( entrySize % 4 ) == 0);
   const Zint::Ptr<Fru::HamImpl> registers = hamImpl_;
   U32 registerAddress = address.chipMemoryOffset();
-  for (U64 words = U64{entrySize / 4} * entries; words > 0; --words) {
+  const U64 words = static_cast<U64>(entrySize / 4) * entries;
+  UMBRA_ASSERT(__LINE__, registers || words == 0);
+  for (U64 left = words; left > 0; --left) {
     U32 value;
     registers->read(registerAddress, &value);
     std::memcpy(buffer, &value, 4);
@@ -30,7 +32,9 @@ void GenericChipHam::doWrite(const ChipAddress& address, U8* buffer, U32 entrySi
   UMBRA_ASSERT(140, ( entrySize % 4 ) == 0);
   const Zint::Ptr<Fru::HamImpl> registers = hamImpl_;
   U32 registerAddress = address.chipMemoryOffset();
-  for (U64 words = U64{entrySize / 4} * entries; words > 0; --words) {
+  const U64 words = static_cast<U64>(entrySize / 4) * entries;
+  UMBRA_ASSERT(__LINE__, registers || words == 0);
+  for (U64 left = words; left > 0; --left) {
     U32 value;
     std::memcpy(&value, buffer, 4);
     registers->write(registerAddress, value);

@@ -12,6 +12,8 @@ U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
   const U32* base = numbers;
   while (count > 1) {
     const U32 half = count / 2;
+    __builtin_prefetch(base + half / 2);
+    __builtin_prefetch(base + half + half / 2);
     base += half & (0u - U32{base[half] <= sought});
     count -= half;
   }

@@ -27,7 +27,7 @@ U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
     bitmapRangeIs(store.initialized, entry, numEntries);
     return 0;
   }
-  if (bitmapRangeIsSet(store.initialized, entry, numEntries) &&
+  if (numEntries > 8 && bitmapRangeIsSet(store.initialized, entry, numEntries) &&
       std::memcmp(store.shadow, store.data, bytes) == 0) {
     return numEntries;
   }
@@ -60,13 +60,9 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   UMBRA_TRACE(9, __LINE__,
               "HardwareShadow::shadowWrite " << cm->name() << " entry 0x" << std::hex << entry
                                              << " size 0x" << size);
-  // Held: an access method may replace the store, drop the region or
-  // this shadow.
-  const Ptr self(this);
-  const ChipMemory::Ptr region = cm;
-  const Hal::BufBase::Ptr shadowBuf = cm->shadow();
-  const Hal::BufBase::Ptr dirtyBuf = cm->dirty();
-  const Hal::BufBase::Ptr initializedBuf = cm->initialized();
+  const Hal::BufBase::Ptr& shadowBuf = cm->shadow();
+  const Hal::BufBase::Ptr& dirtyBuf = cm->dirty();
+  const Hal::BufBase::Ptr& initializedBuf = cm->initialized();
   UMBRA_ASSERT(__LINE__, shadowBuf);
   UMBRA_ASSERT(__LINE__, dirtyBuf);
   UMBRA_ASSERT(__LINE__, initializedBuf);
@@ -75,27 +71,33 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   const U64 numEntries = one ? 1 : size / cm->entrySize();
   if (!one) UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
   UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
-  UMBRA_ASSERT_REGION(*region, region->chipHam());
+  UMBRA_ASSERT_REGION(*cm, cm->chipHam());
   const U64 end = entry + numEntries;
-  const U32 entrySize = region->entrySize();
-  UMBRA_ASSERT_REGION(*region, entriesFit(*shadowBuf, end, entrySize));
-  UMBRA_ASSERT_REGION(*region, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
+  const U32 entrySize = cm->entrySize();
+  UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
+  UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
 
   U8* dst = shadowBuf->data() + std::size_t{entrySize} * entry;
-  const bool skips = region->skipWriteIfMatchesCache();
-  if (!umbraTrace().built(7) && region->notifiees() == 0 &&
-      writesToCachePlainly(*region->chipHam())) {
+  U8* dirty = dirtyBuf->data();
+  U8* initialized = initializedBuf->data();
+  if (!umbraTrace().built(7) && cm->notifiees() == 0 && writesToCachePlainly(*cm->chipHam())) {
     const U32 hits =
-        storedPlainly({dst, data, dirtyBuf->data(), initializedBuf->data(), entrySize, skips},
+        storedPlainly({dst, data, dirty, initialized, entrySize, cm->skipWriteIfMatchesCache()},
                       entry, static_cast<U32>(numEntries));
-    if (hits > 0) region->writeCacheHitsInc(hits);
-    return overrideHardware_ || hits == numEntries || region->mode() == ChipMemory::buffered();
+    const bool result =
+        overrideHardware_ || hits == numEntries || cm->mode() == ChipMemory::buffered();
+    if (hits > 0) cm->writeCacheHitsInc(hits);
+    return result;
   }
 
+  // Held: an access method may replace the store, drop the region or this shadow.
+  const Ptr self(this);
+  const ChipMemory::Ptr region = cm;
+  const Hal::BufBase::Ptr held[] = {shadowBuf, dirtyBuf, initializedBuf};
   bool result = true;
   U8* src = data;
   for (U32 e = entry; e < end; ++e, src += entrySize, dst += entrySize) {
-    if (region->skipWriteIfMatchesCache() && bitmapBit(initializedBuf->data(), e) &&
+    if (region->skipWriteIfMatchesCache() && bitmapBit(initialized, e) &&
         std::memcmp(dst, src, entrySize) == 0) {
       UMBRA_TRACE(7, __LINE__,
                   "Write hit cache " << region->name() << " entry 0x" << std::hex << e);
@@ -103,8 +105,8 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
       continue;
     }
     if (region->chipHam()->doWriteToCache(dst, src, entrySize)) {
-      bitmapBitIs(dirtyBuf->data(), e);
-      bitmapBitIs(initializedBuf->data(), e);
+      bitmapBitIs(dirty, e);
+      bitmapBitIs(initialized, e);
     }
     result = region->mode() == ChipMemory::buffered();
   }

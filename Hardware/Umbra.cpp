@@ -9,6 +9,7 @@
 
 namespace Hardware {
 
+// NOLINTNEXTLINE(cert-err58-cpp): initialised as a constant
 constinit Zint::TraceHandle umbraTraceHandle("Umbra", false);
 
 namespace {

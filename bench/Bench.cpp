@@ -91,7 +91,10 @@ RegionStand::RegionStand(U32 entryCount, U32 size, const Hardware::ChipHam::Ptr&
   configured();
   region->doClear();
   std::mt19937 random = randomNumbers();
-  std::generate_n(shadowBytes(), bytes, [&random] { return static_cast<U8>(random()); });
+  for (U32 i = 0; i < bytes; i += 4) {
+    const U32 value = static_cast<U32>(random());
+    std::memcpy(shadowBytes() + i, &value, std::min<U32>(4, bytes - i));
+  }
   std::memcpy(hardwareBytes(), shadowBytes(), bytes);
   std::memset(dirtyBits(), 0, region->dirty()->size());
 }

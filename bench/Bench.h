@@ -57,6 +57,23 @@ auto shared(Arguments... arguments) {
   };
 }
 
+// As many random addresses or keys are prepared; they are used in blocks, over and over again, so
+// that the loop around them costs next to nothing.
+constexpr std::size_t randoms = 1 << 16;
+constexpr std::size_t blockSize = 1 << 10;
+
+// Calls `use` for each of them, one block in an iteration.
+template <class T, class Use>
+void usedInBlocks(benchmark::State& state, const std::vector<T>& values, Use use) {
+  std::size_t begin = 0;
+  for (auto _ : state) {
+    const T* first = values.data() + begin;
+    for (std::size_t i = 0; i < blockSize; ++i) use(first[i]);
+    begin = (begin + blockSize) % randoms;
+  }
+  partsOfIteration(state, blockSize);
+}
+
 // Random numbers that are the same in every run.
 inline std::mt19937 randomNumbers() { return std::mt19937(12345); }
 

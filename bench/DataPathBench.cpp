@@ -127,34 +127,26 @@ struct RegisterStand : DataStand {
     for (U32 e = 0; e < entries; ++e) shadow->shadowWriteU32(ChipAddress(0, 4 * e), e);
   }
 
-  std::vector<ChipAddress> addresses{1 << 16};
+  std::vector<ChipAddress> addresses{randoms};
   std::unordered_map<U64, U32> map;
 };
-
-template <class Access>
-void accessedAtRandom(benchmark::State& state, const RegisterStand& stand, Access access) {
-  std::size_t i = 0;
-  for (auto _ : state) {
-    access(stand.addresses[i], static_cast<U32>(i));
-    i = (i + 1) % stand.addresses.size();
-  }
-}
 
 void registerRegisterAccess() {
   auto stand = shared<RegisterStand>();
   const std::string row7Write = "row07/shadowWriteU32 at random";
   side(row7Write, "ours", [stand](benchmark::State& state) {
     Hardware::HardwareShadow& shadow = *stand().shadow;
-    accessedAtRandom(state, stand(), [&shadow](const ChipAddress& address, U32 value) {
-      shadow.shadowWriteU32(address, value);
-    });
+    U32 value = 0;
+    usedInBlocks(state, stand().addresses,
+                 [&](const ChipAddress& address) { shadow.shadowWriteU32(address, ++value); });
     shadow.shadowWriteU32(ChipAddress(0, 4), 1);
     require(shadow.readFromCacheU32(ChipAddress(0, 4)) == 1, "the register holds its value");
   });
   side(row7Write, "std::unordered_map", [stand](benchmark::State& state) {
     std::unordered_map<U64, U32>& map = stand().map;
-    accessedAtRandom(state, stand(), [&map](const ChipAddress& address, U32 value) {
-      map[address.value()] = value;
+    U32 value = 0;
+    usedInBlocks(state, stand().addresses, [&](const ChipAddress& address) {
+      map[address.value()] = ++value;
       benchmark::ClobberMemory();
     });
   });
@@ -162,14 +154,14 @@ void registerRegisterAccess() {
   const std::string row7Read = "row07/readFromCacheU32 at random";
   side(row7Read, "ours", [stand](benchmark::State& state) {
     Hardware::HardwareShadow& shadow = *stand().shadow;
-    accessedAtRandom(state, stand(), [&shadow](const ChipAddress& address, U32) {
+    usedInBlocks(state, stand().addresses, [&shadow](const ChipAddress& address) {
       U32 value = shadow.readFromCacheU32(address);
       opaque(value);
     });
   });
   side(row7Read, "std::unordered_map", [stand](benchmark::State& state) {
     const std::unordered_map<U64, U32>& map = stand().map;
-    accessedAtRandom(state, stand(), [&map](const ChipAddress& address, U32) {
+    usedInBlocks(state, stand().addresses, [&map](const ChipAddress& address) {
       const auto place = map.find(address.value());
       U32 value = place == map.end() ? 0 : place->second;
       opaque(value);

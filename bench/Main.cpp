@@ -30,6 +30,7 @@ int main(int count, char** arguments) {
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
   benchmark::RunSpecifiedBenchmarks();
+  benchmark::ClearRegisteredBenchmarks();  // and what they were made on, while all else still lives
   benchmark::Shutdown();
   Zint::traceSinkIs(nullptr);
 }

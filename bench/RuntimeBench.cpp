@@ -164,38 +164,48 @@ struct MemberStand {
   U32 size() const { return static_cast<U32>(members.size()); }
 
   std::vector<MemberPtr> members;
-  std::vector<U32> wanted = std::vector<U32>(1 << 16);
+  std::vector<U32> wanted = std::vector<U32>(randoms);
 };
 
+// A collection of all those members, filled once.
 template <class Map>
-Map filled(const MemberStand& stand) {
+struct Filled {
+  template <class Source>
+  explicit Filled(Source stand) {
+    for (const MemberPtr& member : stand().members) {
+      if constexpr (requires { map.insert(member); }) {
+        map.insert(member);
+      } else {
+        map.emplace(member->fwkKey(), member);
+      }
+    }
+  }
+
   Map map;
-  for (const MemberPtr& member : stand.members) map.emplace(member->fwkKey(), member);
-  return map;
-}
+};
 
 template <class Find>
 void found(benchmark::State& state, const MemberStand& stand, Find find) {
-  std::size_t i = 0;
-  const Member* last = nullptr;
-  for (auto _ : state) {
-    last = find(stand.wanted[i]);
-    opaque(last);
-    i = (i + 1) % stand.wanted.size();
+  for (const U32 key : stand.wanted) {
+    const Member* member = find(key);
+    require(member != nullptr && member->fwkKey() == key, "the member was found");
   }
-  i = (i + stand.wanted.size() - 1) % stand.wanted.size();
-  require(last != nullptr && last->fwkKey() == stand.wanted[i], "the member was found");
+  usedInBlocks(state, stand.wanted, [&find](U32 key) {
+    const Member* member = find(key);
+    benchmark::DoNotOptimize(member);
+  });
 }
 
 template <class Source>
 void registerFind(const std::string& comparison, Source stand) {
-  side(comparison, "ours", [stand](benchmark::State& state) {
-    Zint::HashMap<Member, U32> map;
-    for (const MemberPtr& member : stand().members) map.insert(member);
+  auto ours = shared<Filled<Zint::HashMap<Member, U32>>>(stand);
+  side(comparison, "ours", [stand, ours](benchmark::State& state) {
+    const auto& map = ours().map;
     found(state, stand(), [&map](U32 key) { return map.find(key); });
   });
-  side(comparison, "std::unordered_map", [stand](benchmark::State& state) {
-    const auto map = filled<std::unordered_map<U32, MemberPtr>>(stand());
+  auto peer = shared<Filled<std::unordered_map<U32, MemberPtr>>>(stand);
+  side(comparison, "std::unordered_map", [stand, peer](benchmark::State& state) {
+    const auto& map = peer().map;
     found(state, stand(), [&map](U32 key) {
       const auto place = map.find(key);
       return place == map.end() ? nullptr : place->second.ptr();
@@ -236,24 +246,25 @@ void registerTree(const std::string& many, Source stand) {
     });
   });
 
-  side("row12/RbTreeMap walk, " + many, "ours", [stand](benchmark::State& state) {
-    Ours map;
-    for (const MemberPtr& member : stand().members) map.insert(member);
+  auto ours = shared<Filled<Ours>>(stand);
+  auto peer = shared<Filled<Peer>>(stand);
+  side("row12/RbTreeMap walk, " + many, "ours", [ours](benchmark::State& state) {
+    const Ours& map = ours().map;
     for (auto _ : state) {
       U32 sum = 0;
       for (auto member = map.iterator(); member; ++member) sum += member->fwkKey();
       opaque(sum);
     }
-    partsOfIteration(state, stand().size());
+    partsOfIteration(state, map.size());
   });
-  side("row12/RbTreeMap walk, " + many, "std::map", [stand](benchmark::State& state) {
-    const auto map = filled<Peer>(stand());
+  side("row12/RbTreeMap walk, " + many, "std::map", [peer](benchmark::State& state) {
+    const Peer& map = peer().map;
     for (auto _ : state) {
       U32 sum = 0;
       for (const auto& [key, member] : map) sum += member->fwkKey();
       opaque(sum);
     }
-    partsOfIteration(state, stand().size());
+    partsOfIteration(state, map.size());
   });
 }
 

@@ -1,6 +1,3 @@
-// Sizes of files in 64 bits, on 32-bit targets too.
-#define _FILE_OFFSET_BITS 64
-
 #include <Zint/Exception.h>
 #include <Zint/Strep.h>
 #include <fcntl.h>

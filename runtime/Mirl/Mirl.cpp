@@ -14,6 +14,8 @@ struct Header {
   Zint::Seconds time;
 };
 constexpr U8 textTag = 0;
+constexpr U8 endTag =
+    0xff;  // fills a record up to a multiple of 4 bytes, so that no header is torn
 
 class SpinHold {
  public:
@@ -33,8 +35,8 @@ Zint::String8 argumentText(const Argument& argument, char conversion) {
   if (const auto* text = std::get_if<Zint::String8>(&argument)) return *text;
   const U64 value = std::get<Number>(argument).value;
   char text[32];
-  std::snprintf(text, sizeof text, conversion == 'x' ? "%llx" : "%llu",
-                static_cast<unsigned long long>(value));
+  (void)std::snprintf(text, sizeof text, conversion == 'x' ? "%llx" : "%llu",
+                      static_cast<unsigned long long>(value));
   return text;
 }
 
@@ -55,6 +57,7 @@ std::vector<Argument> argumentsOf(const U8* bytes, const U8* end) {
   std::vector<Argument> arguments;
   while (bytes < end) {
     const U8 tag = *bytes++;
+    if (tag == endTag) break;
     if (tag == textTag) {
       U16 length = 0;
       std::memcpy(&length, bytes, sizeof length);
@@ -96,19 +99,6 @@ RingBuf::Msg::Msg(RingBuf& ring, U32 id) : ring_(ring), size_(sizeof(Header)) {
   std::memcpy(bytes_, &header, sizeof header);
 }
 
-template <class T>
-RingBuf::Msg& RingBuf::Msg::number(T value, U8 bytes) {
-  if (recordMax - size_ < 1u + bytes) return *this;
-  bytes_[size_] = bytes;
-  std::memcpy(bytes_ + size_ + 1, &value, bytes);
-  size_ += 1u + bytes;
-  return *this;
-}
-
-template RingBuf::Msg& RingBuf::Msg::number(U8, U8);
-template RingBuf::Msg& RingBuf::Msg::number(U32, U8);
-template RingBuf::Msg& RingBuf::Msg::number(U64, U8);
-
 RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
   if (recordMax - size_ < 3) return *this;
   const auto length = static_cast<U16>(std::min<std::size_t>(text.size(), recordMax - size_ - 3));
@@ -120,6 +110,7 @@ RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
 }
 
 void RingBuf::Msg::endMsg() {
+  while (size_ % 4 != 0) bytes_[size_++] = endTag;
   std::memcpy(bytes_, &size_, sizeof size_);
   ring_.append(bytes_, size_);
 }
@@ -137,19 +128,19 @@ void RingBuf::append(const U8* record, U32 size) {
   const SpinHold hold(held_);
   while (end_ + size - begin_ > capacity) {
     U32 oldest = 0;
-    copied(begin_, reinterpret_cast<U8*>(&oldest), sizeof oldest);
+    std::memcpy(&oldest, bytes_ + begin_ % capacity, sizeof oldest);
     begin_ += oldest;
     ++lost_;
   }
-  const U32 place = static_cast<U32>(end_ % capacity);
+  const U32 place = end_ % capacity;
   const U32 first = std::min(size, capacity - place);
   std::memcpy(bytes_ + place, record, first);
   std::memcpy(bytes_, record + first, size - first);
   end_ += size;
 }
 
-void RingBuf::copied(U64 position, U8* to, U32 size) const {
-  const U32 place = static_cast<U32>(position % capacity);
+void RingBuf::copied(U32 position, U8* to, U32 size) const {
+  const U32 place = position % capacity;
   const U32 first = std::min(size, capacity - place);
   std::memcpy(to, bytes_ + place, first);
   std::memcpy(to + first, bytes_, size - first);
@@ -160,7 +151,7 @@ std::vector<Record> TraceFile::records(U32 level) const {
   std::vector<U8> bytes(RingBuf::capacity);  // taken before the ring is held
   {
     const SpinHold hold(ring.held_);
-    bytes.resize(static_cast<std::size_t>(ring.end_ - ring.begin_));
+    bytes.resize(ring.end_ - ring.begin_);
     ring.copied(ring.begin_, bytes.data(), static_cast<U32>(bytes.size()));
   }
   std::vector<Record> records;

@@ -14,6 +14,7 @@
 #include <Zint/String8.h>
 #include <Zint/Types.h>
 #include <atomic>
+#include <cstring>
 #include <variant>
 #include <vector>
 
@@ -69,9 +70,9 @@ class UMBRA_API RingBuf {
   // A record under construction, on the caller's stack; lost unless endMsg() is called.
   class UMBRA_API Msg {
    public:
-    Msg& operator<<(U8 value) { return number(value, 1); }
-    Msg& operator<<(U32 value) { return number(value, 4); }
-    Msg& operator<<(U64 value) { return number(value, 8); }
+    Msg& operator<<(U8 value) { return number(value); }
+    Msg& operator<<(U32 value) { return number(value); }
+    Msg& operator<<(U64 value) { return number(value); }
     Msg& operator<<(std::string_view text);
     void endMsg();
 
@@ -79,7 +80,13 @@ class UMBRA_API RingBuf {
     friend class RingBuf;
     Msg(RingBuf& ring, U32 id);
     template <class T>
-    Msg& number(T value, U8 bytes);
+    Msg& number(T value) {
+      if (recordMax - size_ < 1 + sizeof value) return *this;
+      bytes_[size_] = sizeof value;
+      std::memcpy(bytes_ + size_ + 1, &value, sizeof value);
+      size_ += 1 + sizeof value;
+      return *this;
+    }
 
     RingBuf& ring_;
     U32 size_;
@@ -95,11 +102,12 @@ class UMBRA_API RingBuf {
   friend class TraceFile;
 
   void append(const U8* record, U32 size);
-  void copied(U64 position, U8* to, U32 size) const;
+  void copied(U32 position, U8* to, U32 size) const;
 
   mutable std::atomic_flag held_{};
-  U64 begin_ = 0;  // of the oldest record; positions count all bytes ever written
-  U64 end_ = 0;
+  // Of the oldest record, and behind the newest: counts of all bytes ever written, which wrap.
+  U32 begin_ = 0;
+  U32 end_ = 0;
   U64 lost_ = 0;
   U8 bytes_[capacity] = {};
 };

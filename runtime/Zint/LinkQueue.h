@@ -158,7 +158,7 @@ void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& 
 
 template <class I>
 constexpr const char* zintTypeName(const LinkQueueMetadata<I>*) {
-  return "Hardware::ChipReader::ChipMemoryMetadata";
+  return "Zint::LinkQueueMetadata";
 }
 
 }  // namespace Zint

@@ -63,7 +63,7 @@ void System::trace(int level, const char* function, int line, std::string text,
 }
 
 void System::record(int level, std::vector<u32> values, std::vector<std::string> texts) {
-  if (tracing(level)) records_.push_back({level, std::move(values), std::move(texts)});
+  records_.push_back({level, std::move(values), std::move(texts)});
 }
 
 void System::notify(Notification::Kind kind, int owner, u64 key, const std::string& name) {

@@ -144,7 +144,7 @@ class System {
   const AccessMethod& method(int handle) const { return methods_.at(handle); }
   int regions() const { return static_cast<int>(regions_.size()); }
 
-  // Lines above this level are neither built nor kept; -1 keeps none.
+  // Lines above this level are neither built nor kept; -1 keeps none. Records are always kept.
   void traceLevelIs(int level) { traceLevel_ = level; }
   void logAccessesIs(bool log) { logAccesses_ = log; }
   void logNotificationsIs(bool log) { logNotifications_ = log; }

@@ -103,13 +103,16 @@ void System::chipMemoryAuditEnabledIs(int handle, int regionHandle, bool enabled
   if (region.auditEnabled == enabled) return;
   auditEnabledIs(regionHandle, enabled);
   if (region.mode == Mode::override_) return;
-  // The sum follows the membership: it stays when nothing came or went.
+  // The sum follows the membership: what joins is added, what leaves or is replaced is subtracted.
+  const int member = requestChipMemory(shadow.request, region.address);
   if (enabled) {
-    bool member = requestChipMemory(shadow.request, region.address) == regionHandle;
+    if (member == regionHandle) return;
+    if (member != none) shadow.entriesUnderAudit -= regions_.at(member).entries;
     requestChipMemoryIs(shadow.request, regionHandle);
-    if (!member) shadow.entriesUnderAudit += region.entries;
-  } else if (requestChipMemoryDel(shadow.request, region.address) != none) {
-    shadow.entriesUnderAudit -= region.entries;
+    shadow.entriesUnderAudit += region.entries;
+  } else if (member != none) {
+    requestChipMemoryDel(shadow.request, region.address);
+    shadow.entriesUnderAudit -= regions_.at(member).entries;
   }
 }
 
@@ -193,9 +196,10 @@ void System::auditRegion(int shadow, int regionHandle) {
 }
 
 void System::reportDifference(const Region& region, u32 entry) {
-  if (!tracing(0)) return;
-  trace(0, "doAuditChips", 0,
-        "Difference found in entry " + decimal(entry) + " of memory " + region.name);
+  if (tracing(0)) {
+    trace(0, "doAuditChips", 0,
+          "Difference found in entry " + decimal(entry) + " of memory " + region.name);
+  }
   record(0, {entry}, {region.name});
   auto hexByte = [](u8 byte) {
     return std::string{'x', "0123456789ABCDEF"[byte / 16], "0123456789ABCDEF"[byte % 16]};
@@ -209,7 +213,7 @@ void System::reportDifference(const Region& region, u32 entry) {
     expected += hexByte(wanted);
     actual += hexByte(found);
   }
-  trace(0, "doAuditChips", 0, "Expected: " + expected + " Actual: " + actual);
+  if (tracing(0)) trace(0, "doAuditChips", 0, "Expected: " + expected + " Actual: " + actual);
   record(0, {}, {expected, actual});
 }
 

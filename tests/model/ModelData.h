@@ -96,7 +96,7 @@ struct Guarded {
 
 // 32-bit registers, one for every byte address; a register never written holds 0.
 struct Chip {
-  static constexpr u64 pageSize = 1024;
+  static constexpr u64 pageSize = 64;  // small: a what-if copies every page
   std::map<u64, std::array<u32, pageSize>> pages;
   u64 failIn = 0;  // the failIn-th access from now fails; 0: none does
 };

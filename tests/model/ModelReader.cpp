@@ -177,7 +177,7 @@ void System::readerDoRead(int handle) {
   while (done < reader.maxEntriesPerRead && reader.current != none) {
     Region& region = regions_.at(reader.current);
     u32 first = reader.entriesRead;
-    // Wraps when the region has shrunk below what was read already.
+    guard(first <= region.entries, "region shrunk below what was read already");
     u32 left = region.entries - first;
     u32 chunk = std::min(reader.maxEntriesPerRead - done, left);
     require(chunk != 0, "readChunkSizeInEntries", function, 363);

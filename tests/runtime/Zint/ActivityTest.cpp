@@ -214,6 +214,17 @@ TEST_F(ActivityTest, turn_insideATurnIsFatal) {
       Probes::assertionOf("Zint/Activity", "!activity_->turning_"));
 }
 
+TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
+  EXPECT_DEATH(
+      {
+        const auto other = Zint::activityFactory("other", loop.clock);
+        const auto a = alarm("a", 0.0);
+        a->reaction = [&] { other->run(); };
+        loop.turn();
+      },
+      Probes::assertionOf("Zint/Activity", "clock_->turns_ == 0"));
+}
+
 TEST_F(ActivityTest, wakeTime_isTheEarliestWakeUp) {
   EXPECT_EQ(loop.activity->wakeTime(), never);
   const auto a = alarm("a", 3.0), b = alarm("b", 2.0);
@@ -282,6 +293,17 @@ TEST_F(ActivityTest, stop_endsRunAfterTheTurn) {
   EXPECT_EQ(log, "ab");
   loop.activity->run();
   EXPECT_EQ(log, "abc") << "one stop ends one run";
+}
+
+TEST_F(ActivityTest, stop_inTheLastTurnDoesNotEndTheNextRun) {
+  const auto a = alarm("a", 1.0), b = alarm("b", 2.0);
+  a->reaction = [&] {
+    log += "a";
+    loop.activity->stop();
+  };
+  loop.activity->runUntil(1.0);
+  loop.activity->runUntil(2.0);
+  EXPECT_EQ(log, "ab");
 }
 
 TEST_F(ActivityTest, stop_beforeRunEndsTheNextOne) {

@@ -246,6 +246,38 @@ TEST_F(ClockTest, now_isTheTimeOfTheTurnThatRuns) {
   EXPECT_EQ(Zint::now(), 50.0);
 }
 
+TEST_F(ClockTest, now_fallsBackToTheActivityMadeBeforeWhenTheLastOneEnds) {
+  loop.clock->timeIs(3);
+  {
+    Fakes::ManualLoop later;
+    later.clock->timeIs(50);
+    EXPECT_EQ(Zint::now(), 50.0);
+  }
+  EXPECT_EQ(Zint::now(), 3.0);
+}
+
+TEST_F(ClockTest, now_doesNotJumpInATurnThatMakesAnActivity) {
+  std::vector<Zint::Seconds> seen;
+  alarm->reaction = [&] {
+    Fakes::ManualLoop made;
+    made.clock->timeIs(50);
+    seen.push_back(Zint::now());
+  };
+  alarm->timeMinIs(0.0);
+  loop.turnAt(3);
+  EXPECT_THAT(seen, ElementsAre(3));
+}
+
+TEST_F(ClockTest, anArmedAlarmThatIsSwitchedOffIsNotMovedToAForeignClockEither) {
+  const Fakes::ManualLoop other;
+  alarm->timeMinIs(1.0);
+  alarm->hasNotificationActiveIs(false);
+  EXPECT_THROW(alarm->zintFwkActivityIs(other.activity), Zint::RangeException);
+  alarm->hasNotificationActiveIs(true);
+  loop.turnAt(1.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(1));
+}
+
 TEST_F(ClockTest, now_isTheSystemsTimeOnAThreadWithoutActivity) {
   loop.clock->timeIs(1e12);
   std::thread([] {

@@ -176,6 +176,38 @@ TEST(HashMap, insertingTheLastMemberOfAChainASecondTimeFailsAnAssertion) {
   EXPECT_DEATH(map.insert(only), assertionOf("Zint/HashMap", "link(*t).fwkHmMap_ == nullptr"));
 }
 
+TEST(HashMap, insertingASecondMemberOfAKeyFailsAnAssertion) {
+  Map<U32> map;
+  insert(map, 1u);
+  EXPECT_DEATH(insert(map, 1u), assertionOf("Zint/HashMap",
+                                            "link(**place).fwkHmHash_ != hash || "
+                                            "!((*place)->fwkKey() == t->fwkKey())"));
+}
+
+// Enters its map anew, under other keys, when it is destroyed.
+class Returning : public Zint::PtrInterface, public HashMapLink<Returning> {
+ public:
+  Returning(HashMap<Returning, U32>& map, U32 key) : map_(map), key_(key) {}
+  const U32& fwkKey() const { return key_; }
+
+ protected:
+  ~Returning() override {
+    if (key_ < 1000) map_.insert(makePtr<Returning>(map_, key_ + 1000));
+  }
+
+ private:
+  HashMap<Returning, U32>& map_;
+  U32 key_;
+};
+
+TEST(HashMap, delAll_allowsMembersToInsertOthersAtTheirEnd) {
+  HashMap<Returning, U32> map;
+  for (U32 key = 0; key < 100; ++key) map.insert(makePtr<Returning>(map, key));
+  map.delAll();
+  map.delAll();
+  EXPECT_EQ(map.size(), 0u);
+}
+
 struct HashMapIterator : testing::Test {
   HashMapIterator() {
     for (U32 id = 0; id < 5; ++id) insert(map, Placed{id << 28, id});

@@ -66,6 +66,10 @@ TEST_F(RbTreeMapTest, holdsItsMembersUntilTheyAreDeleted) {
   EXPECT_EQ(map.size(), 0u);
 }
 
+TEST_F(RbTreeMapTest, insertingASecondMemberOfAKeyFailsAnAssertion) {
+  EXPECT_DEATH(map.insert(makePtr<Member>(20u)), Probes::assertionOf("Zint/RbTreeMap", "isNew"));
+}
+
 TEST_F(RbTreeMapTest, anIteratorSurvivesTheRemovalOfOthers) {
   auto it = map.iterator();
   ++it;
