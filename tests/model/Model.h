@@ -154,6 +154,7 @@ class System {
   std::vector<Access>& accesses() { return accesses_; }
   std::vector<Notification>& notifications() { return notifications_; }
   std::vector<Guarded>& guarded() { return guarded_; }
+  const std::vector<Guarded>& guarded() const { return guarded_; }
 
  private:
   bool tracing(int level) const { return level <= traceLevel_; }
