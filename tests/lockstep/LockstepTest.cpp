@@ -30,7 +30,9 @@ TEST(Lockstep, libraryAndModelAgreeAndEverySituationIsMet) {
   }
   for (const auto& [name, count] : driver.happened()) {
     std::cout << "  " << count << " " << name << "\n";
-    EXPECT_GT(count, 0u) << name;
+    if (steps >= usual) {
+      EXPECT_GT(count, 0u) << name;
+    }
   }
   if (divergence) {
     FAIL() << report(*divergence) << "shrunk to\n" << report(shrunk(*divergence));
