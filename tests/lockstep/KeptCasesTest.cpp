@@ -63,6 +63,17 @@ TEST(LockstepKept, regionThatShrinksBelowWhatWasReadEndsInAnAssertion) {
   )");
 }
 
+// Nothing is copied from a null pointer.
+TEST(LockstepKept, writeOfNothingFromNullIsAgreedOn) {
+  expectAgreement(R"(
+    regionCreate 0 0 0 0 0 1
+    traceLevel
+    write 0 0 0 232
+    flag 0 3 1
+    write 0 0 0 232
+  )");
+}
+
 // --- The text of steps.
 
 TEST(LockstepText, stepsReadBackAsTheyWereWritten) {

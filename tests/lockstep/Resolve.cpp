@@ -72,7 +72,7 @@ void writeData(const Step& step, const Region& region, Call& call) {
   call.data.assign(call.size, step.a[4]);
   const std::size_t from = std::size_t{call.entry} * region.entrySize;
   const auto copied = [&](const std::optional<Bytes>& buffer) {
-    if (!buffer || from >= buffer->size()) return;
+    if (!buffer || from >= buffer->size() || call.data.empty()) return;
     const std::size_t bytes = std::min<std::size_t>(call.size, buffer->size() - from);
     std::memcpy(call.data.data(), buffer->data() + from, bytes);
   };
