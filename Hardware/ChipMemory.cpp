@@ -34,9 +34,9 @@ Zint::Ptr<ChipMemory> chipMemoryFactory(Zint::String8 name, const ChipAddress& a
 
 const Zint::Type* ChipMemory::fwkType() const { return &chipMemoryType; }
 
-// --- Attributes with reactions
-// -------------------------------------------------------------------- A reaction writes to the
-// chip or tells others, who may drop the last other reference.
+// --- Attributes with reactions ---
+
+// A reaction writes to the chip or tells others, who may drop the last other reference.
 
 void ChipMemory::entriesIs(U32 entries) {
   if (!Zint::updated(entries_, entries)) return;
@@ -67,8 +67,7 @@ void ChipMemory::modeIs(ChipMemoryMode mode) {
   notify(Id::mode);
 }
 
-// --- Plain attributes
-// -----------------------------------------------------------------------------
+// --- Plain attributes ---
 
 // Derived; the setter exists so that it can be reached by name.
 void ChipMemory::shadowStoreNeededIs(bool) {}
@@ -150,8 +149,7 @@ ChipMemory::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& 
 
 ChipMemory::NotifieeConst::~NotifieeConst() = default;
 
-// --- Entries
-// ---------------------------------------------------------------------------------------
+// --- Entries ---
 
 U32 ChipMemory::entryIndexFromAddress(const ChipAddress& addr) const {
   UMBRA_ASSERT_REGION(*this, stride_ != 0);

@@ -11,11 +11,10 @@
 // began) hold entry i at bit i & 7 of byte i >> 3.
 // - Sizes are 32-bit products and wrap; an operation that would leave a buffer is a fatal assertion
 //   that names the region.
-// - A bitmap has (entries >> 3) + 1 bytes (deliberate: a spare byte when entries is a multiple of
-// 8).
-// - shadow, dirty and initialized exist exactly while shadowStoreNeeded(), and are made afresh,
-// zeroed,
-//   by every change of entries, of shadowEnabled to true and of mode to normal or buffered.
+// - A bitmap has (entries >> 3) + 1 bytes (deliberate: a spare byte at multiples of 8 entries).
+// - shadow, dirty and initialized exist exactly while shadowStoreNeeded(), and are made afresh
+//   and zeroed by every change of entries, of shadowEnabled to true and of mode to normal or
+//   buffered.
 // - hardware exists from the start, except in override mode; a change of entries does not resize it
 //   (deliberate): change entries before auditing.
 //
@@ -170,34 +169,39 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   // address <= addr < address + span, where span = stride * entries wraps in 32 bits.
   bool inRange(const ChipAddress& addr) const {
     const U64 base = address_.value();
-    return base <= addr.value() && addr.value() < base + U32{stride_ * entries_};
+    const U64 end = base + U32{stride_ * entries_};
+    // One branch on the outcome: for random addresses, two would often be mispredicted.
+    return static_cast<bool>(static_cast<unsigned>(base <= addr.value()) &
+                             static_cast<unsigned>(addr.value() < end));
   }
   // The entry at or below the address, truncated to 32 bits. REQUIRES: inRange(addr).
   U32 entryIndexFromAddress(const ChipAddress& addr) const;
   ChipAddress entryAddress(U32 entry) const { return address_.plus(stride_ * entry); }
 
-  // --- The initialized bitmap; in override mode every entry counts as initialized
-  // ----------------- REQUIRES: the shadow store, and an index within the bitmap.
+  // --- The initialized bitmap; in override mode every entry counts as initialized ---
+
+  // REQUIRES: the shadow store, and an index within the bitmap.
   bool entryInitialized(U32 entryIndex) const;
   void entryInitializedIs(U32 entryIndex);
   void entryInitializedDel(U32 entryIndex);
 
-  // --- Clearing; nothing in override mode
-  // --------------------------------------------------------- Zeroes the shadow and marks every
-  // entry dirty and initialized. Nothing is written to the chip.
+  // --- Clearing; nothing in override mode ---
+
+  // Zeroes the shadow and marks every entry dirty and initialized. Nothing is written to the
+  // chip.
   void doClear();
   // The same for the entries from startIndex to endIndex, both included; writeThrough also writes
   // each to the chip. The bound is checked with <= (deliberate): endIndex may be `entries`, for
   // which the buffers have room.
   void doClearRange(U32 startIndex, U32 endIndex, bool writeThrough);
 
-  // --- Write-back
-  // ---------------------------------------------------------------------------------- Writes the
-  // whole shadow to the chip in one access, or only the initialized entries one by one.
+  // --- Write-back ---
+
+  // Writes the whole shadow to the chip in one access, or only the initialized entries one by
+  // one.
   void writeback(bool initializedOnly);
 
-  // --- Reactions
-  // -----------------------------------------------------------------------------------
+  // --- Reactions ---
   void handleAuditEnabled();
   void handleMode();
 

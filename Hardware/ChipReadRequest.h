@@ -62,10 +62,11 @@ class UMBRA_API ChipReadRequest : public Zint::Request {
   // The reaction to `state` lies with the reader.
   void handleState() override {}
 
-  // --- The regions, at most one per base address; iterated in ascending order of the bit-reversed
-  // low address word
-  // ------------------------------------------------------------------------------- The region at
-  // that address, null when there is none.
+  // --- The regions, at most one per base address ---
+
+  // Iterated in ascending order of the bit-reversed low address word.
+
+  // The region at that address, null when there is none.
   ChipMemory::Ptr chipMemory(const ChipAddress& address) const;
   U32 chipMemorys() const { return chipMemory_.size(); }
   ChipMemoryIteratorConst chipMemoryIterator() const { return chipMemory_.iterator(); }

@@ -54,8 +54,7 @@ void ChipReader::zintDoZombieReactors(bool zombie) {
   zintMarkedForDeletionIs(zombie);
 }
 
-// --- Request and clock
-// ----------------------------------------------------------------------------
+// --- Request and clock ---
 
 ChipReadRequest::Ptr ChipReader::request() const {
   return request_ == nullptr ? nullptr : request_->request();
@@ -134,8 +133,7 @@ void ChipReader::ZintClock::onTime() {
   if (const ChipReader::Ptr reader = reader_; reader != nullptr) reader->handleTimeout();
 }
 
-// --- Plain attributes
-// -----------------------------------------------------------------------------
+// --- Plain attributes ---
 
 void ChipReader::maxEntriesPerReadIs(U32 maxEntriesPerRead) {
   if (Zint::updated(maxEntriesPerRead_, maxEntriesPerRead)) notify(Id::maxEntriesPerRead);
@@ -153,8 +151,7 @@ void ChipReader::entriesReadIs(U32 entriesRead) {
   if (Zint::updated(entriesRead_, entriesRead)) notify(Id::entriesRead);
 }
 
-// --- Queue
-// ----------------------------------------------------------------------------------------
+// --- Queue ---
 
 void ChipReader::chipMemoryEnq(const ChipMemory::Ptr& chipMemory) {
   chipMemory_.enq(Zint::makePtr<ZintChipMemory>(chipMemory));

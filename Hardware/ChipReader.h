@@ -117,8 +117,7 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   // (Un)marks this and its reactors as being deleted.
   virtual void zintDoZombieReactors(bool zombie);
 
-  // --- Attributes
-  // ----------------------------------------------------------------------------------
+  // --- Attributes ---
   const Zint::Ptr<Zint::ActivityConfig>& zintFwkActivity() const { return zintFwkActivity_; }
   // Replacing a request or clock that is bound already acts on the new one at once: a request in
   // state start is read, a tick is run. REQUIRES for the clock: a reader that is reading, or a
@@ -144,8 +143,7 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   U32 entriesRead() const { return entriesRead_; }
   void entriesReadIs(U32 entriesRead);
 
-  // --- The queue of waiting regions
-  // ----------------------------------------------------------------
+  // --- The queue of waiting regions ---
   const Queue& chipMemory() const { return chipMemory_; }
   U32 chipMemorys() const { return chipMemory_.size(); }
   void chipMemoryEnq(const ChipMemory::Ptr& chipMemory);
@@ -157,8 +155,7 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   const ChipMemoryMetadata& chipMemoryMetadata() const { return chipMemory_.metadata(); }
   void chipMemoryMetadataIs(const ChipMemoryMetadata& metadata);
 
-  // --- Reactions
-  // -----------------------------------------------------------------------------------
+  // --- Reactions ---
   void handleReadRequest();
   void handleTimeout();
 

@@ -59,8 +59,7 @@ void HardwareShadow::zintDoZombieReactors(bool zombie) {
   zintMarkedForDeletionIs(zombie);
 }
 
-// --- Plain attributes
-// -----------------------------------------------------------------------------
+// --- Plain attributes ---
 
 void HardwareShadow::overrideHardwareIs(bool overrideHardware) {
   if (Zint::updated(overrideHardware_, overrideHardware)) notify(Id::overrideHardware);
@@ -82,8 +81,7 @@ void HardwareShadow::chipMemoryEntriesUnderAuditIs(U32 entries) {
   if (Zint::updated(chipMemoryEntriesUnderAudit_, entries)) notify(Id::chipMemoryEntriesUnderAudit);
 }
 
-// --- Reactors
-// -------------------------------------------------------------------------------------
+// --- Reactors ---
 
 Zint::Ptr<const Zint::Clock> HardwareShadow::clock() const {
   return clock_ == nullptr ? nullptr : clock_->notifier();
@@ -167,8 +165,7 @@ void HardwareShadow::ZintAuditReadRequest::onStatus() {
   }
 }
 
-// --- Observers
-// ------------------------------------------------------------------------------------
+// --- Observers ---
 
 HardwareShadow::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                              const Zint::Ptr<const HardwareShadow>& shadow)

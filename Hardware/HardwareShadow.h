@@ -153,8 +153,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // (Un)marks this and its reactors as being deleted.
   virtual void zintDoZombieReactors(bool zombie);
 
-  // --- Control
-  // -------------------------------------------------------------------------------------
+  // --- Control ---
   const Zint::Ptr<Zint::ActivityConfig>& zintFwkActivity() const { return zintFwkActivity_; }
   State state() const { return state_; }
   // Stores and announces the value, then acts on it. configured goes on to idle by itself; auditing
@@ -177,8 +176,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void newAuditReadRequest(const ChipReadRequest::Ptr& request);
   void auditReadRequestDel();
 
-  // --- Registry: one region per start address, in ascending order
-  // -----------------------------------
+  // --- Registry: one region per start address, in ascending order ---
   ChipMemory::Ptr chipMemory(const ChipAddress& address) const;
   U32 chipMemorys() const { return chipMemory_.size(); }
   ChipMemoryIteratorConst chipMemoryIterator() const { return chipMemory_.iterator(); }
@@ -196,11 +194,12 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void chipMemoryDelAll();
   void removeOverrideOnlyChipMem();
 
-  // --- Address index
-  // ------------------------------------------------------------------------------- The region that
-  // contains `address`, null when none does. Two binary searches over dense arrays, behind a cache
-  // of the last region found; allocates nothing. `size` (bytes) must be a multiple of the region's
-  // entrySize unless it allowsLogicalViews; where the access ends is not checked.
+  // --- Address index ---
+
+  // The region that contains `address`, null when none does. Two binary searches over dense
+  // arrays, behind a cache of the last region found; allocates nothing. `size` (bytes) must be a
+  // multiple of the region's entrySize unless it allowsLogicalViews; where the access ends is not
+  // checked.
   ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size);
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
   void lastChipMemoryIs(const ChipMemory::Ptr& cm) { lastChipMemory_ = cm; }
@@ -229,10 +228,10 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void chipMemoryChunkArrayDel(ChipMemoryArrayIndex index) { chipMemoryChunkArray_.del(index); }
   void chipMemoryChunkArrayDelAll() { chipMemoryChunkArray_.delAll(); }
 
-  // --- Data path
-  // ----------------------------------------------------------------------------------- Stores
-  // `size` bytes as entries from `entry` on. True: the chip need not be written; false: the caller
-  // writes it.
+  // --- Data path ---
+
+  // Stores `size` bytes as entries from `entry` on. True: the chip need not be written; false:
+  // the caller writes it.
   bool shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size);
   // The same by address, for callers who do not write the chip; an unknown address is ignored.
   void shadowWriteHack(const ChipAddress& address, U8* data, U32 size);
@@ -244,8 +243,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   bool readFromCacheHack(const ChipAddress& address, U8* data, U32 size);
   U32 readFromCacheU32(const ChipAddress& address);  // 0 when it is not known
 
-  // --- Audit
-  // ---------------------------------------------------------------------------------------
+  // --- Audit ---
   // Completed passes.
   U32 audits() const { return audits_; }
   void auditsIs(U32 audits);

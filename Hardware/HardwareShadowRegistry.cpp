@@ -97,8 +97,7 @@ void HardwareShadow::removeOverrideOnlyChipMem() {
   }
 }
 
-// --- Address index
-// --------------------------------------------------------------------------------
+// --- Address index ---
 
 ChipMemoryChunk::Ptr HardwareShadow::chipMemoryChunkIs(U32 key) {
   ChipMemoryChunk::Ptr chunk = chipMemoryChunk_.find(key);

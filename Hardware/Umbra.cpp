@@ -33,8 +33,7 @@ using Zint::Detail::read;
 using Zint::Detail::result;
 using Texts = std::span<const String8* const>;
 
-// --- Bytes in texts: their number must be what the operation touches
-// ------------------------------
+// --- Bytes in texts: their number must be what the operation touches ---
 
 U8* ofSize(Bytes& bytes, U64 size) {
   if (bytes.bytes.size() != size) {
@@ -134,8 +133,7 @@ void chipMemoryHandled(HardwareShadow& shadow, ChipAddress address) {
   shadow.handleChipMemory(address);
 }
 
-// --- Collections
-// ----------------------------------------------------------------------------------
+// --- Collections ---
 
 template <class V>
 Result found(const V& value, bool exists) {
@@ -345,8 +343,7 @@ constexpr ListAccess chunkRegions =
               &ChipMemoryChunk::chipMemoryIs, &ChipMemoryChunk::chipMemoryDel,
               &ChipMemoryChunk::chipMemoryDelAll>("Hardware::ChipMemory", "chipMemory");
 
-// --- The tables
-// -----------------------------------------------------------------------------------
+// --- The tables ---
 
 constexpr Member modeMembers[] = {
     enumerator("normal", ChipMemory::normal_),

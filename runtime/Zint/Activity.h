@@ -7,8 +7,7 @@
 //
 // Invariants:
 // 1. A turn runs what was due when it began, in the order of due time, then of arming; what is
-// armed
-//    during a turn waits for the next, so that a wake-up of 0.0 cannot starve the loop.
+//    armed during a turn waits for the next, so that a wake-up of 0.0 cannot starve the loop.
 // 2. Time does not move within a turn.
 // 3. All but stop() belong to the one thread.
 #pragma once

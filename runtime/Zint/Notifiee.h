@@ -15,8 +15,7 @@
 //    told, one that registers waits for the next change.
 // 3. The notifier and the notifiee that is being told outlive the call, whatever it drops.
 // 4. An exception never leaves a handler: it is traced at level 0 by the runtime's handle "Zint"
-// and
-//    reported to the notifiee.
+//    and reported to the notifiee.
 // 5. A notifiee holds a counted reference to its notifier (until isNonReferencingIs(true)); a
 //    notifier holds none to its notifiees.
 #pragma once

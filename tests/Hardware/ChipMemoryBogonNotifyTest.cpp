@@ -11,8 +11,7 @@ using testing::IsEmpty;
 
 class ChipMemoryBogonNotify : public Fakes::DirectoryTest {};
 
-// --- Notification
-// ---------------------------------------------------------------------------------
+// --- Notification ---
 
 TEST_F(ChipMemoryBogonNotify, chipMemoryNotify_tellsEveryNotifieeInTheOrderOfRegistration) {
   const auto second = Zint::makePtr<Observer>(directory);
@@ -93,8 +92,7 @@ TEST_F(ChipMemoryBogonNotify, notifiee_nonConstMayChangeTheDirectory) {
   EXPECT_THAT(observer->told, ElementsAre("acl", "mac", "acl"));  // it was told of "mac" before
 }
 
-// --- The end
-// --------------------------------------------------------------------------------------
+// --- The end ---
 
 TEST_F(ChipMemoryBogonNotify, destructor_announcesEveryRemovalToOneThatWatchesWithoutAReference) {
   for (const char* name : {"a", "b", "c"}) asked(name);

@@ -14,8 +14,7 @@ using testing::IsEmpty;
 
 class ChipMemoryBogonTest : public Fakes::DirectoryTest {};
 
-// --- Data model
-// -----------------------------------------------------------------------------------
+// --- Data model ---
 
 TEST_F(ChipMemoryBogonTest, constructor_isEmptyWithOneReference) {
   const ChipMemoryBogon::Ptr made = Zint::makePtr<ChipMemoryBogon>("d");
@@ -56,8 +55,7 @@ TEST_F(ChipMemoryBogonTest, region_belongsToOneDirectoryAtATime) {
   EXPECT_EQ(directory->chipMemory("mac"), mac);
 }
 
-// --- chipMemoryIs: making
-// -------------------------------------------------------------------------
+// --- chipMemoryIs: making ---
 
 TEST_F(ChipMemoryBogonTest, chipMemoryIs_makesARegionOfExactlyTheArguments) {
   const ChipMemory::Ptr mac = asked("mac", 0x200001000, 16, 8, 12);
@@ -106,8 +104,7 @@ TEST_F(ChipMemoryBogonTest, chipMemoryIs_acceptsANullAccessMethod) {
   EXPECT_EQ(directory->chipMemoryIs("bare", ChipAddress(), 1, 4, 4, nullptr), bare);
 }
 
-// --- chipMemoryIs: asking again for something else
-// ------------------------------------------------
+// --- chipMemoryIs: asking again for something else ---
 
 TEST_F(ChipMemoryBogonTest, chipMemoryIs_takesOverNewEntries) {
   const ChipMemory::Ptr mac = asked("mac", 0x1000, 8);
@@ -199,8 +196,7 @@ TEST_F(ChipMemoryBogonTest, chipMemoryIs_aRefusalLeavesTheCollectionAsItIs) {
   EXPECT_EQ(observer->told.size(), 2u);
 }
 
-// --- newChipMemory
-// --------------------------------------------------------------------------------
+// --- newChipMemory ---
 
 TEST_F(ChipMemoryBogonTest, newChipMemory_insertsWithoutAnnouncement) {
   const ChipMemory::Ptr mac = directory->newChipMemory("mac", ChipAddress(0x1000), 8, 4, 4, ham);
@@ -208,8 +204,7 @@ TEST_F(ChipMemoryBogonTest, newChipMemory_insertsWithoutAnnouncement) {
   EXPECT_THAT(observer->told, IsEmpty());
 }
 
-// --- Removal
-// --------------------------------------------------------------------------------------
+// --- Removal ---
 
 TEST_F(ChipMemoryBogonTest, chipMemoryDel_returnsTheRegionAndAnnouncesWhenItIsGone) {
   const ChipMemory::Ptr mac = asked("mac");

@@ -174,8 +174,7 @@ TEST(TeardownAtEveryStep, everything_goesWithoutATrace) {
   }
 }
 
-// --- The steps one by one
-// -------------------------------------------------------------------------
+// --- The steps one by one ---
 
 class TeardownDuringAudit : public Fakes::ShadowTest {
  protected:

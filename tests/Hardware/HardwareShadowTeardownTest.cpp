@@ -55,8 +55,7 @@ class HardwareShadowTeardown : public Fakes::ShadowTest {
   std::vector<Zint::Ptr<EndWatch>> watches;
 };
 
-// --- removeOverrideOnlyChipMem, chipMemoryDelAll
-// --------------------------------------------------
+// --- removeOverrideOnlyChipMem, chipMemoryDelAll ---
 
 class HardwareShadowBulkRemoval : public HardwareShadowTeardown {
  protected:
@@ -191,8 +190,7 @@ TEST_F(HardwareShadowTeardown, bulkRemoval_survivesWhatTheEndOfARegionDoes) {
   }
 }
 
-// --- zintDoZombieReactors
-// -------------------------------------------------------------------------
+// --- zintDoZombieReactors ---
 
 class HardwareShadowZombie : public HardwareShadowTeardown {
  protected:
@@ -241,8 +239,7 @@ TEST_F(HardwareShadowZombie, withoutReactors_onlyTheMarkIsSet) {
   EXPECT_TRUE(bare->zintMarkedForDeletion());
 }
 
-// --- The destructor
-// -------------------------------------------------------------------------------
+// --- The destructor ---
 
 TEST_F(HardwareShadowTeardown, destructor_releasesEveryChunkExactlyOnce) {
   for (const U64 id : {5, 1, 3}) shadow->chipMemoryIs(region("cm", id << 32, 4));

@@ -263,8 +263,7 @@ TEST(ReflectionCollections, everyCollectionOfEveryTypeIsTested) {
   EXPECT_THAT(tested, testing::UnorderedElementsAreArray(expected));
 }
 
-// --- What the collections refuse themselves
-// -------------------------------------------------------
+// --- What the collections refuse themselves ---
 
 class ReflectionMutator : public Fakes::ReflectionTest {};
 
@@ -281,8 +280,7 @@ TEST_F(ReflectionMutator, ofNull_isRefusedWithItsText) {
             "allowed\"");
 }
 
-// --- The directory
-// --------------------------------------------------------------------------------
+// --- The directory ---
 
 class ReflectionDirectory : public Fakes::ReflectionTest {
  protected:

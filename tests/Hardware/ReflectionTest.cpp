@@ -173,8 +173,7 @@ TEST(ReflectionAttributes, everyAttributeOfEveryTypeIsTested) {
   EXPECT_THAT(tested, testing::UnorderedElementsAreArray(expected));
 }
 
-// --- What setting by name does
-// --------------------------------------------------------------------
+// --- What setting by name does ---
 
 class Reflection : public Fakes::ReflectionTest {};
 

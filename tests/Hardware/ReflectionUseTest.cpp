@@ -13,8 +13,7 @@ class ReflectionUse : public Fakes::ReflectionTest {
   }
 };
 
-// --- Bulk operations
-// ------------------------------------------------------------------------------
+// --- Bulk operations ---
 
 TEST_F(ReflectionUse, chipMemoryDelAll_removesEveryRegionOfTheShadowInAnyState) {
   named("HardwareShadow").call("chipMemoryDelAll", {});  // idle: no rule is asked
@@ -41,8 +40,7 @@ TEST_F(ReflectionUse, doClearRange_hasItsBounds) {
             "endIndex <= entries()");
 }
 
-// --- Bytes
-// ----------------------------------------------------------------------------------------
+// --- Bytes ---
 
 TEST_F(ReflectionUse, bytes_mustBeAsManyAsTheOperationTouches) {
   EXPECT_EQ(refusal("GenericChipHam", "doWrite",
@@ -121,8 +119,7 @@ TEST_F(ReflectionUse, shadowWriteAndCompareWithCache_ofNullIsFalse) {
             "false");
 }
 
-// --- Factories
-// ------------------------------------------------------------------------------------
+// --- Factories ---
 
 TEST_F(ReflectionUse, chipReaderFactory_makesAReaderThatReads) {
   const auto read = Hardware::chipReadRequestFactory("read");
@@ -180,8 +177,7 @@ TEST_F(ReflectionUse, factories_refuseWrongArguments) {
                                  "hardwareShadowFactory from \"activity="));
 }
 
-// --- A session
-// ------------------------------------------------------------------------------------
+// --- A session ---
 
 // A region by name, written, damaged, repaired by the audit, and dropped again.
 TEST_F(ReflectionUse, session_oneRegionFromItsMakingToItsEnd) {

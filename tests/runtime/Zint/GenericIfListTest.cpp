@@ -118,8 +118,7 @@ TEST_F(GenericIfList, whatACollectionDoesNotOfferIsRefused) {
   EXPECT_EQ(lamp->shelf.size(), 2u);
 }
 
-// --- Read-only views
-// ------------------------------------------------------------------------------
+// --- Read-only views ---
 
 TEST_F(GenericIfView, readsAndAsks) {
   EXPECT_EQ(view.attribute("level"), "40");
@@ -154,8 +153,7 @@ TEST_F(GenericIfView, givesReadOnlyObjects) {
   EXPECT_EQ(other->level(), 5);
 }
 
-// --- Factories
-// ------------------------------------------------------------------------------------
+// --- Factories ---
 
 class GenericIfFactory : public testing::Test {
  protected:

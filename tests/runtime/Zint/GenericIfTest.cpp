@@ -15,8 +15,7 @@ using Zint::Ptr;
 
 class GenericIf : public Lamps::LampTest {};
 
-// --- The object
-// -----------------------------------------------------------------------------------
+// --- The object ---
 
 TEST_F(GenericIf, constructor_refusesNull) {
   EXPECT_EQ(rangeMessage([] { GenericIf_ none{Ptr<Lamp>()}; }), "null ValidPtr");
@@ -215,8 +214,7 @@ TEST_F(GenericIf, call_ofAnAttributeIsRefused) {
   EXPECT_EQ(rangeMessage([&] { named.call("level", {}); }), "Lamps::Lamp::level: is no operation");
 }
 
-// --- Bytes
-// ----------------------------------------------------------------------------------------
+// --- Bytes ---
 
 TEST(Bytes, strep_isTwoDigitsAByte) {
   EXPECT_EQ(Zint::valueToStrep(Zint::Bytes{{0x00, 0x1f, 0x80}}), "001f80");
