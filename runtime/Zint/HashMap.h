@@ -6,9 +6,12 @@
 //   for (auto it = chunks.iterator(); it; ++it) use(it->fwkKey());
 //
 // Invariants:
-// 1. Members stand in ascending order of their key's reversed hash; equal hashes in the order of
-//    insertion. So the order of iteration does not depend on the number of buckets.
-// 2. A member's bucket is the top bits of its reversed hash; a bucket's members are one chain.
+// 1. Members stand in ascending order of their key's reversed hash; those of equal hashes in
+//    ascending order of their keys. So the order of iteration depends on nothing but the keys.
+// 2. A member's bucket is the top bits of its reversed hash; a bucket's members are one chain,
+// whose
+//    last member is known: keys that come in ascending order cost the same however many of them
+//    share a hash.
 // 3. An iterator survives the removal of its own and of other members, and the end of the map.
 // 4. A member is in one map at a time.
 #pragma once
@@ -89,8 +92,11 @@ class HashMap {
   V* find(const K& key) const {
     if (size_ == 0) return nullptr;
     const U32 hash = reversedHash(key);
-    for (V* t = buckets_[bucketOf(hash)].ptr(); t != nullptr; t = link(*t).fwkHmNext_.ptr()) {
-      if (link(*t).fwkHmHash_ == hash && t->fwkKey() == key) return t;
+    const Bucket& bucket = buckets_[bucketOf(hash)];
+    for (V* t = bucket.first.ptr(); t != nullptr; t = link(*t).fwkHmNext_.ptr()) {
+      if (link(*t).fwkHmHash_ != hash) continue;
+      if (t->fwkKey() == key) return t;
+      if (standsBefore(*bucket.last, hash, key)) return nullptr;
     }
     return nullptr;
   }
@@ -100,17 +106,21 @@ class HashMap {
     ZINT_ASSERT("Zint/HashMap", t->fwkHmNext() == 0);
     ZINT_ASSERT("Zint/HashMap", link(*t).fwkHmMap_ == nullptr);
     if (size_ == buckets_.size()) grow();
-    const U32 hash = reversedHash(static_cast<const K&>(t->fwkKey()));
-    Ptr<V>* place = &buckets_[bucketOf(hash)];
-    while (*place != nullptr && link(**place).fwkHmHash_ <= hash) {
-      ZINT_ASSERT("Zint/HashMap",
-                  link(**place).fwkHmHash_ != hash || !((*place)->fwkKey() == t->fwkKey()));
-      place = &link(**place).fwkHmNext_;
+    const K& key = t->fwkKey();
+    const U32 hash = reversedHash(key);
+    Bucket& bucket = buckets_[bucketOf(hash)];
+    Ptr<V>* place = &bucket.first;
+    if (bucket.last != nullptr && standsBefore(*bucket.last, hash, key)) {
+      place = &link(*bucket.last).fwkHmNext_;
     }
+    while (*place != nullptr && standsBefore(**place, hash, key)) place = &link(**place).fwkHmNext_;
+    ZINT_ASSERT("Zint/HashMap", *place == nullptr || link(**place).fwkHmHash_ != hash ||
+                                    !((*place)->fwkKey() == key));
     link(*t).fwkHmHash_ = hash;
     link(*t).fwkHmMap_ = this;
     link(*t).fwkHmNext_ = std::move(*place);
     *place = t;
+    if (link(*t).fwkHmNext() == nullptr) bucket.last = t.ptr();
     ++size_;
   }
 
@@ -124,12 +134,23 @@ class HashMap {
   void delAll() {
     // By index: the end of a member may insert others, and so move the buckets.
     for (std::size_t i = 0; i < buckets_.size(); ++i) {
-      while (buckets_[i] != nullptr) unlinked(*buckets_[i]);
+      while (buckets_[i].first != nullptr) unlinked(*buckets_[i].first);
     }
   }
 
  private:
+  struct Bucket {
+    Ptr<V> first;
+    V* last = nullptr;  // null exactly when first is
+  };
+
   static HashMapLink<V>& link(V& member) { return member; }
+
+  // Whether a member stands before the place of a key.
+  static bool standsBefore(V& member, U32 hash, const K& key) {
+    const U32 its = link(member).fwkHmHash_;
+    return its < hash || (its == hash && static_cast<const K&>(member.fwkKey()) < key);
+  }
 
   std::size_t bucketOf(U32 hash) const {
     return static_cast<std::size_t>((U64{hash} << bits_) >> 32);
@@ -138,7 +159,7 @@ class HashMap {
   V* first() const { return firstFrom(0); }
   V* firstFrom(std::size_t bucket) const {
     for (; bucket < buckets_.size(); ++bucket) {
-      if (buckets_[bucket] != nullptr) return buckets_[bucket].ptr();
+      if (buckets_[bucket].first != nullptr) return buckets_[bucket].first.ptr();
     }
     return nullptr;
   }
@@ -148,9 +169,15 @@ class HashMap {
   }
 
   Ptr<V> unlinked(V& member) {
-    Ptr<V>* place = &buckets_[bucketOf(link(member).fwkHmHash_)];
-    while (place->ptr() != &member) place = &link(**place).fwkHmNext_;
+    Bucket& bucket = buckets_[bucketOf(link(member).fwkHmHash_)];
+    V* before = nullptr;
+    Ptr<V>* place = &bucket.first;
+    while (place->ptr() != &member) {
+      before = place->ptr();
+      place = &link(*before).fwkHmNext_;
+    }
     bookmarks_.leaving(&member, after(member));
+    if (bucket.last == &member) bucket.last = before;
     Ptr<V> t = std::move(*place);
     *place = std::move(link(member).fwkHmNext_);
     link(member).fwkHmMap_ = nullptr;
@@ -165,22 +192,26 @@ class HashMap {
       bits_ = firstBits;
       return;
     }
-    std::vector<Ptr<V>> buckets(buckets_.size() * 2);
+    std::vector<Bucket> buckets(buckets_.size() * 2);
     ++bits_;
     for (std::size_t i = 0; i < buckets_.size(); ++i) {
-      Ptr<V>* split = &buckets_[i];
+      Bucket& low = buckets[2 * i];
+      Bucket& high = buckets[2 * i + 1];
+      Ptr<V>* split = &buckets_[i].first;
       while (*split != nullptr && bucketOf(link(**split).fwkHmHash_) == 2 * i) {
+        low.last = split->ptr();
         split = &link(**split).fwkHmNext_;
       }
-      buckets[2 * i + 1] = std::move(*split);
-      buckets[2 * i] = std::move(buckets_[i]);
+      high.first = std::move(*split);
+      if (high.first != nullptr) high.last = buckets_[i].last;
+      low.first = std::move(buckets_[i].first);
     }
     buckets_.swap(buckets);
   }
 
   static constexpr U32 firstBits = 3;
 
-  std::vector<Ptr<V>> buckets_;
+  std::vector<Bucket> buckets_;
   U32 bits_ = 0;
   U32 size_ = 0;
   mutable BookmarkList<V*> bookmarks_;

@@ -1,5 +1,6 @@
 // Read requests and readers.
 #include <algorithm>
+#include <tuple>
 
 #include "Model.h"
 
@@ -34,10 +35,11 @@ void System::requestChipMemoryIs(int handle, int region) {
     if (present->region == region) return;
     present->region = region;
   } else {
-    // Behind every member of the same order: those stay in the order of their insertion.
+    // Members of the same order stand in the order of their addresses.
     u32 order = reversedBits(static_cast<u32>(address));
-    auto behind = std::find_if(members.begin(), members.end(),
-                               [&](const RequestMember& m) { return m.order > order; });
+    auto behind = std::find_if(members.begin(), members.end(), [&](const RequestMember& m) {
+      return std::tie(m.order, m.address) > std::tie(order, address);
+    });
     members.insert(behind, {order, address, region});
   }
   notify(Notification::Kind::requestMember, handle, address);

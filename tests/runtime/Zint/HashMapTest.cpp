@@ -23,7 +23,7 @@ using Zint::Ptr;
 struct Placed {
   U32 place;
   U32 id;
-  friend bool operator==(const Placed&, const Placed&) = default;
+  friend auto operator<=>(const Placed&, const Placed&) = default;
 };
 U32 reversedHash(const Placed& key) { return key.place; }
 
@@ -118,16 +118,40 @@ TEST(HashMap, aStringStandsByItsStringHashReversed) {
   EXPECT_NE(map.find("route"), nullptr);
 }
 
-TEST(HashMap, equalHashesStandInTheOrderOfInsertion) {
+TEST(HashMap, equalHashesStandInTheOrderOfTheirKeys) {
   Map<Placed> map;
   for (U32 id : {5u, 3u, 9u}) insert(map, Placed{100, id});
   insert(map, Placed{99, 1});
   insert(map, Placed{101, 2});
-  EXPECT_THAT(ids(map), ElementsAre(1, 5, 3, 9, 2));
+  EXPECT_THAT(ids(map), ElementsAre(1, 3, 5, 9, 2));
   map.del({100, 3});
-  insert(map, Placed{100, 3});
-  EXPECT_THAT(ids(map), ElementsAre(1, 5, 9, 3, 2));
-  EXPECT_EQ(map.find({100, 4}), nullptr);
+  insert(map, Placed{100, 4});
+  EXPECT_THAT(ids(map), ElementsAre(1, 4, 5, 9, 2));
+  for (const U32 absent : {0u, 3u, 6u, 10u}) EXPECT_EQ(map.find({100, absent}), nullptr) << absent;
+}
+
+// Chains of one hash each, some of them in one bucket, changed at every place.
+TEST(HashMap, aCrowdOfEqualHashesIsKeptInOrder) {
+  constexpr unsigned seed = 11;
+  std::mt19937 random(seed);
+  Map<Placed> map;
+  std::set<std::pair<U32, U32>> expected;
+  for (int step = 0; step < 20'000; ++step) {
+    const Placed key{static_cast<U32>(random() % 3) << 29 | static_cast<U32>(random() % 2),
+                     static_cast<U32>(random() % 40)};
+    const bool present = expected.erase({key.place, key.id}) != 0;
+    ASSERT_EQ(map.find(key) != nullptr, present) << "seed " << seed << " step " << step;
+    if (present) {
+      map.del(key);
+    } else {
+      insert(map, key);
+      expected.emplace(key.place, key.id);
+    }
+    if (step % 50 != 0) continue;
+    std::vector<std::pair<U32, U32>> members;
+    for (auto t = map.iterator(); t; ++t) members.emplace_back(t->fwkKey().place, t->fwkKey().id);
+    ASSERT_TRUE(std::ranges::equal(members, expected)) << "seed " << seed << " step " << step;
+  }
 }
 
 TEST(HashMap, theOrderDoesNotDependOnTheNumberOfBuckets) {
