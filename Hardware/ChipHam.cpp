@@ -9,14 +9,18 @@ namespace {
 
 PlainFunctions plainFunctionsRead() {
   const ChipHam::Ptr ham = Zint::makePtr<ChipHam>("plain");
-  return {slotFunction(*ham, &ChipHam::doCompare), slotFunction(*ham, &ChipHam::doReadToCache),
+  const ChipMemory::Ptr region = chipMemoryFactory("plain", ChipAddress(), 0, 0, 0, nullptr);
+  return {slotFunction(*ham, &ChipHam::doCompare),
+          slotFunction(*ham, &ChipHam::doReadToCache),
           slotFunction(*ham, &ChipHam::doWriteToCache),
-          slotFunction(*ham, &ChipHam::doReadFromCache)};
+          slotFunction(*ham, &ChipHam::doReadFromCache),
+          slotFunction(*region, &ChipMemory::readCacheHitsInc),
+          slotFunction(*region, &ChipMemory::readCacheHitsIs)};
 }
 
 }  // namespace
 
-// NOLINTNEXTLINE(cert-err58-cpp): without memory for one small object, a process cannot start
+// NOLINTNEXTLINE(cert-err58-cpp): without memory for two small objects, a process cannot start
 const PlainFunctions plainFunctions = plainFunctionsRead();
 
 ChipHam::~ChipHam() = default;

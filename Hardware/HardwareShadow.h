@@ -200,7 +200,13 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // arrays, behind a cache of the last region found; allocates nothing. `size` (bytes) must be a
   // multiple of the region's entrySize unless it allowsLogicalViews; where the access ends is not
   // checked.
-  ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size);
+  ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size) {
+    if (lastChipMemory_ && lastChipMemory_->inRange(address) &&
+        size == lastChipMemory_->entrySize()) {
+      return lastChipMemory_;
+    }
+    return regionAt(address, size);
+  }
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
   void lastChipMemoryIs(const ChipMemory::Ptr& cm) { lastChipMemory_ = cm; }
 
@@ -259,6 +265,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void doAuditChips();
 
  private:
+  const ChipMemory::Ptr& regionAt(const ChipAddress& address, U32 size);
   void indexBuilt();
   void indexCleared();
   void indexed(const ChipMemory::Ptr& cm);

@@ -15,6 +15,48 @@ bool isSkipped(const ChipMemory& cm) {
   return !cm.shadowEnabled() || cm.mode() == ChipMemory::override() || !cm.auditEnabled();
 }
 
+// A region's two images while they are compared. Whoever replaces the store ends the comparison,
+// and whoever ends the audit the whole pass.
+struct Comparison {
+  const ChipMemory& cm;
+  const Hal::BufBase* store;
+  const U32& stateChanges;
+  U32 change;
+  U8* shadow;
+  U8* hardware;
+  U32 entries;
+  U32 entrySize;
+
+  bool goesOn() const { return cm.shadow().ptr() == store && stateChanges == change; }
+  U8* shadowEntry(U32 e) const { return shadow + std::size_t{e} * entrySize; }
+  U8* hardwareEntry(U32 e) const { return hardware + std::size_t{e} * entrySize; }
+};
+
+// Whether an entry from `e` on differs, and which. Equal entries are nobody's business.
+bool differsPlainly(const Comparison& c, U32& e) {
+  e += static_cast<U32>(firstDifference(c.shadowEntry(e), c.hardwareEntry(e),
+                                        std::size_t{c.entries - e} * c.entrySize) /
+                        c.entrySize);
+  return e < c.entries;
+}
+
+// The same by asking the access method, entry by entry.
+[[gnu::noinline]] bool differs(const ChipHam& ham, const Comparison& c, U32& e) {
+  U8* shadow = c.shadowEntry(e);
+  U8* hardware = c.hardwareEntry(e);
+  const U32 entrySize = c.entrySize;
+  const Comparison here = c;  // near, for a loop that costs little more than the calls
+  for (U32 left = c.entries - e; left > 0 && here.goesOn(); --left) {
+    if (!ham.doCompare(shadow, hardware, entrySize)) {
+      e = c.entries - left;
+      return true;
+    }
+    shadow += entrySize;
+    hardware += entrySize;
+  }
+  return false;
+}
+
 Zint::String8 byteTexts(const U8* bytes, U32 size) {
   Zint::String8 text;
   for (U32 i = 0; i < size; ++i) text += Zint::format("x%02X", bytes[i]);
@@ -141,24 +183,19 @@ void HardwareShadow::doAuditChips() {
     UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, entries, entrySize));
     UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, entries) && bitsFit(*initializedBuf, entries));
 
-    const bool plain = entrySize != 0 && comparesPlainly(*cm->chipHam());
-    // Whoever replaces the store ends the comparison, and whoever ends the audit the whole pass.
-    for (U32 e = 0; e < entries && cm->shadow() == shadowBuf && change == stateChanges_; ++e) {
-      if (plain) {
-        // Equal entries are nobody's business: on to the next that differs.
-        const std::size_t at = std::size_t{e} * entrySize;
-        e += static_cast<U32>(firstDifference(shadowBuf->data() + at, hardwareBuf->data() + at,
-                                              std::size_t{entries - e} * entrySize) /
-                              entrySize);
-        if (e == entries) break;
-      }
-      U8* shadowEntry = shadowBuf->data() + e * entrySize;
-      U8* hardwareEntry = hardwareBuf->data() + e * entrySize;
-      if (!plain && cm->chipHam()->doCompare(shadowEntry, hardwareEntry, entrySize)) continue;
+    const ChipHam& ham = *cm->chipHam();
+    const bool plain = entrySize != 0 && comparesPlainly(ham);
+    const Comparison comparison{*cm,     shadowBuf.ptr(),   stateChanges_,
+                                change,  shadowBuf->data(), hardwareBuf->data(),
+                                entries, entrySize};
+    for (U32 e = 0; e < entries && comparison.goesOn(); ++e) {
+      if (!(plain ? differsPlainly(comparison, e) : differs(ham, comparison, e))) break;
+      U8* shadowEntry = comparison.shadowEntry(e);
+      U8* hardwareEntry = comparison.hardwareEntry(e);
       if (!bitmapBit(initializedBuf->data(), e)) {
         UMBRA_TRACE(8, __LINE__,
                     "Difference found in uninitialized entry " << e << " of memory " << cm->name());
-        if (cm->chipHam()->doReadToCache(shadowEntry, hardwareEntry, entrySize)) {
+        if (ham.doReadToCache(shadowEntry, hardwareEntry, entrySize)) {
           bitmapBitIs(initializedBuf->data(), e);
         }
       } else if (bitmapBit(dirtyBuf->data(), e)) {

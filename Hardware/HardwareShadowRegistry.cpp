@@ -8,12 +8,10 @@ namespace {
 // The position of the greatest of `count` (more than 0) ascending numbers that is not above
 // `sought`; 0 when all are. A binary search without a branch to mispredict: each step halves what
 // is left.
-U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
+[[gnu::always_inline]] inline U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
   const U32* base = numbers;
   while (count > 1) {
     const U32 half = count / 2;
-    __builtin_prefetch(base + half / 2);
-    __builtin_prefetch(base + half + half / 2);
     base += half & (0u - U32{base[half] <= sought});
     count -= half;
   }
@@ -137,38 +135,45 @@ void HardwareShadow::indexCleared() {
   lastChipMemory_ = nullptr;
 }
 
-ChipMemory::Ptr HardwareShadow::findChipMemory(const ChipAddress& address, U32 size) {
+// What findChipMemory() answers: the last region found, or null.
+const ChipMemory::Ptr& HardwareShadow::regionAt(const ChipAddress& address, U32 size) {
+  static const ChipMemory::Ptr none;
+  constexpr const char* find =
+      "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
+      "Hardware::ChipAddress&, U32)";
   if (lastChipMemory_ && lastChipMemory_->inRange(address)) {
     if (size != lastChipMemory_->entrySize()) {  // one entry, the common case, needs no division
       UMBRA_ASSERT_REGION(*lastChipMemory_, lastChipMemory_->entrySize() != 0);
-      UMBRA_ASSERT(__LINE__, lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
+      UMBRA_ASSERT_IN(
+          find, __LINE__,
+          lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
     }
     return lastChipMemory_;
   }
-  if (nextIndex_ == 0) return nullptr;
+  if (nextIndex_ == 0) return none;
 
   // The chunk of exactly this memory id.
-  UMBRA_ASSERT(__LINE__, nextIndex_ <= chipMemoryId_.size());
+  UMBRA_ASSERT_IN(find, __LINE__, nextIndex_ <= chipMemoryId_.size());
   U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
-  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
+  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return none;
   const ChipMemoryChunk* cmc =
       mid < chipMemoryChunkArray_.size() ? chipMemoryChunkArray_.data()[mid].ptr() : nullptr;
-  UMBRA_ASSERT(__LINE__, cmc);
+  UMBRA_ASSERT_IN(find, __LINE__, cmc);
 
   // The region with the greatest offset that is not above the address's.
   const U32 k = cmc->nextIndex();
-  UMBRA_ASSERT(__LINE__, k <= cmc->offsets());
+  UMBRA_ASSERT_IN(find, __LINE__, k <= cmc->offsets());
   mid = 0;
   if (k != 0) {
     mid = lastNotAbove(cmc->offsetData(), k, address.chipMemoryOffset());
-    if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return nullptr;
+    if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return none;
   }
   ChipMemory* cm = mid < cmc->chipMemorys() ? cmc->chipMemoryData()[mid].ptr() : nullptr;
-  UMBRA_ASSERT(__LINE__, cm);
-  if (!cm->inRange(address)) return nullptr;
+  UMBRA_ASSERT_IN(find, __LINE__, cm);
+  if (!cm->inRange(address)) return none;
   if (size != cm->entrySize()) {
     UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
-    UMBRA_ASSERT(__LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
+    UMBRA_ASSERT_IN(find, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
   }
   lastChipMemory_ = cm;
   return lastChipMemory_;

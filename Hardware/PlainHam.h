@@ -1,24 +1,25 @@
 // Whether an access method keeps the base behaviour of an operation: a plain comparison or copy of
 // bytes, which may then be done for many entries at once. An access method that overrides the
-// operation, in whatever derived class, is asked entry by entry.
+// operation, in whatever derived class, is asked entry by entry. The same for a region's counting
+// of reads, which may then be done without a care for what it does besides.
 //
 // Found out by comparing the object's virtual table with the base's, slot by slot: in the C++ ABI
 // of x86 a pointer to a virtual member holds 1 + the slot's offset in the table.
 #pragma once
 
-#include <Hardware/ChipHam.h>
+#include <Hardware/ChipMemory.h>
 #include <cstring>
 
 namespace Hardware {
 
 // The function that the object's class has in the slot of a virtual operation.
-template <class Operation>
-const void* slotFunction(const ChipHam& ham, Operation operation) {
+template <class Object, class Operation>
+const void* slotFunction(const Object& object, Operation operation) {
   static_assert(sizeof(Operation) == 2 * sizeof(std::size_t));
   std::size_t offset;
   std::memcpy(&offset, &operation, sizeof offset);
   const char* table;
-  std::memcpy(&table, static_cast<const void*>(&ham), sizeof table);
+  std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
   const void* function;
   std::memcpy(&function, table + (offset - 1), sizeof function);
   return function;
@@ -30,6 +31,8 @@ struct PlainFunctions {
   const void* doReadToCache;
   const void* doWriteToCache;
   const void* doReadFromCache;
+  const void* readCacheHitsInc;
+  const void* readCacheHitsIs;
 };
 extern const PlainFunctions plainFunctions;
 
@@ -44,6 +47,10 @@ inline bool writesToCachePlainly(const ChipHam& ham) {
 }
 inline bool readsFromCachePlainly(const ChipHam& ham) {
   return slotFunction(ham, &ChipHam::doReadFromCache) == plainFunctions.doReadFromCache;
+}
+inline bool countsReadsPlainly(const ChipMemory& region) {
+  return slotFunction(region, &ChipMemory::readCacheHitsInc) == plainFunctions.readCacheHitsInc &&
+         slotFunction(region, &ChipMemory::readCacheHitsIs) == plainFunctions.readCacheHitsIs;
 }
 
 }  // namespace Hardware

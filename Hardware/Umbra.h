@@ -34,6 +34,13 @@ inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
       ::Zint::assertionFailed(#condition, "Hardware/Umbra", line, __PRETTY_FUNCTION__); \
   } while (0)
 
+// The same in a helper, on behalf of the operation that the report names.
+#define UMBRA_ASSERT_IN(function, line, condition)                             \
+  do {                                                                         \
+    if (!(condition)) [[unlikely]]                                             \
+      ::Zint::assertionFailed(#condition, "Hardware/Umbra", line, (function)); \
+  } while (0)
+
 // The same for an operation on one region: the report names it.
 #define UMBRA_ASSERT_REGION(region, condition)                                             \
   do {                                                                                     \

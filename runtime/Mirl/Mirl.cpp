@@ -14,8 +14,7 @@ struct Header {
   Zint::Seconds time;
 };
 constexpr U8 textTag = 0;
-constexpr U8 endTag =
-    0xff;  // fills a record up to a multiple of 4 bytes, so that no header is torn
+constexpr U8 endTag = 0xff;  // fills the last unit
 
 class SpinHold {
  public:
@@ -110,7 +109,8 @@ RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
 }
 
 void RingBuf::Msg::endMsg() {
-  while (size_ % 4 != 0) bytes_[size_++] = endTag;
+  std::memset(bytes_ + size_, endTag, unit);
+  size_ = (size_ + unit - 1) / unit * unit;
   std::memcpy(bytes_, &size_, sizeof size_);
   ring_.append(bytes_, size_);
 }
@@ -132,10 +132,9 @@ void RingBuf::append(const U8* record, U32 size) {
     begin_ += oldest;
     ++lost_;
   }
-  const U32 place = end_ % capacity;
-  const U32 first = std::min(size, capacity - place);
-  std::memcpy(bytes_ + place, record, first);
-  std::memcpy(bytes_, record + first, size - first);
+  for (U32 at = 0; at < size; at += unit) {
+    std::memcpy(bytes_ + (end_ + at) % capacity, record + at, unit);
+  }
   end_ += size;
 }
 

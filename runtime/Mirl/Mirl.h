@@ -66,6 +66,8 @@ class UMBRA_API RingBuf {
  public:
   static constexpr U32 capacity = 32768;  // bytes
   static constexpr U32 recordMax = 2048;  // bytes; a longer text argument is cut short
+  // Bytes: records are whole units, so that neither the header nor a unit's copy is ever torn.
+  static constexpr U32 unit = 16;
 
   // A record under construction, on the caller's stack; lost unless endMsg() is called.
   class UMBRA_API Msg {
@@ -90,7 +92,7 @@ class UMBRA_API RingBuf {
 
     RingBuf& ring_;
     U32 size_;
-    U8 bytes_[recordMax];
+    U8 bytes_[recordMax + unit];
   };
 
   static Msg startMsg(TraceFile& file, const MsgDesc& desc, U32 level);

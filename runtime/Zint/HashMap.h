@@ -114,8 +114,7 @@ class HashMap {
       place = &link(*bucket.last).fwkHmNext_;
     }
     while (*place != nullptr && standsBefore(**place, hash, key)) place = &link(**place).fwkHmNext_;
-    ZINT_ASSERT("Zint/HashMap", *place == nullptr || link(**place).fwkHmHash_ != hash ||
-                                    !((*place)->fwkKey() == key));
+    ZINT_ASSERT("Zint/HashMap", *place == nullptr || !((*place)->fwkKey() == key));
     link(*t).fwkHmHash_ = hash;
     link(*t).fwkHmMap_ = this;
     link(*t).fwkHmNext_ = std::move(*place);

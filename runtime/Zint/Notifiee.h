@@ -88,7 +88,8 @@ class UMBRA_API NotifieeConst : public PtrInterface {
  private:
   friend class PtrInterface;
 
-  void exceptionReported(AttributeId attribute);  // call it from a catch clause only
+  // Call it from a catch clause only.
+  [[gnu::cold, gnu::noinline]] void exceptionReported(AttributeId attribute);
 
   const PtrInterface* notifier_ = nullptr;
   Ptr<ActivityConfig> activity_;

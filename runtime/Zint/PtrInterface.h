@@ -65,7 +65,7 @@ class UMBRA_API PtrInterface {
   void textNumberGiven() const { hasTextNumber_ = true; }
 
   // The number of registered notifiees.
-  U32 notifiees() const;
+  U32 notifiees() const { return notifiees_ == nullptr ? 0 : notifieesCounted(); }
 
  protected:
   // Unregisters every notifiee; they forget this object.
@@ -79,8 +79,9 @@ class UMBRA_API PtrInterface {
   // dropped while the object is being destroyed never reach zero a second time.
   static constexpr std::size_t underDestruction = ~(~std::size_t{0} >> 1);
 
-  void lastReferenceDel() const;
+  [[gnu::cold, gnu::noinline]] void lastReferenceDel() const;
   void notifyAll(AttributeId attribute) const;
+  U32 notifieesCounted() const;
   void notifieeAdd(NotifieeConst* notifiee) const;
   void notifieeDel(NotifieeConst* notifiee) const;
 
