@@ -109,19 +109,20 @@ ChipMemoryChunk::Ptr HardwareShadow::newChipMemoryChunk(U32 key) {
 }
 
 // Enters one region behind those with lower addresses: in ascending order, both levels come out
-// sorted. 65,535 chunks, and as many regions in a chunk, are all that nextIndex can count.
+// sorted. 65,535 chunks, and as many regions in a chunk, are all that nextIndex can count. The two
+// counts move last, when there was memory for all: no look-up meets a chunk without a region.
 void HardwareShadow::indexed(const ChipMemory::Ptr& cm) {
   const ChipMemoryChunk::Ptr chunk = chipMemoryChunkIs(cm->address().chipMemoryId());
-  if (chunk->nextIndex() == 0) {
+  const ChipMemoryArrayIndex index = chunk->nextIndex();
+  UMBRA_ASSERT_REGION(*cm, index != 65535);
+  chunk->offsetIs(index, cm->address().chipMemoryOffset());
+  chunk->chipMemoryIs(index, cm);
+  if (index == 0) {
     UMBRA_ASSERT_REGION(*cm, nextIndex_ != 65535);
     chipMemoryIdIs(nextIndex_, cm->address().chipMemoryId());
     chipMemoryChunkArrayIs(nextIndex_, chunk);
     nextIndex_ = static_cast<U16>(nextIndex_ + 1);
   }
-  const ChipMemoryArrayIndex index = chunk->nextIndex();
-  UMBRA_ASSERT_REGION(*cm, index != 65535);
-  chunk->offsetIs(index, cm->address().chipMemoryOffset());
-  chunk->chipMemoryIs(index, cm);
   chunk->nextIndexIs(static_cast<U16>(index + 1));
 }
 
