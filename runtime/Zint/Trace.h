@@ -13,6 +13,7 @@
 #include <Zint/Types.h>
 #include <atomic>
 #include <locale>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <type_traits>
@@ -97,15 +98,19 @@ UMBRA_API TraceHandle& zintTrace();
 
 }  // namespace Zint
 
-// `text` is what stands to the right of `stream <<`.
-#define ZINT_TRACE_CONTEXT(handle, level, context, source, line, text)                          \
-  do {                                                                                          \
-    if ((handle).built(level)) [[unlikely]] {                                                   \
-      std::ostringstream zintTraceText;                                                         \
-      zintTraceText.imbue(std::locale::classic());                                              \
-      zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
-      ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, __func__); \
-    }                                                                                           \
+// `text` is what stands to the right of `stream <<`. A line that there is no memory for is left
+// out: what is being traced must not end halfway because of it.
+#define ZINT_TRACE_CONTEXT(handle, level, context, source, line, text)                            \
+  do {                                                                                            \
+    if ((handle).built(level)) [[unlikely]] {                                                     \
+      try {                                                                                       \
+        std::ostringstream zintTraceText;                                                         \
+        zintTraceText.imbue(std::locale::classic());                                              \
+        zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
+        ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, __func__); \
+      } catch (const std::bad_alloc&) {                                                           \
+      }                                                                                           \
+    }                                                                                             \
   } while (0)
 
 #define ZINT_TRACE(level, text) \
