@@ -35,7 +35,7 @@ ChipMemory::Ptr ChipMemoryBogon::chipMemoryIs(Zint::String8 name, const ChipAddr
   const ChipMemory::Ptr existing = chipMemory_.find(name);
   if (existing == nullptr) {
     const ChipMemory::Ptr made = newChipMemory(name, address, entries, entrySize, stride, chipHam);
-    chipMemoryNotify(name, made);
+    announced(name);
     return made;
   }
   if (address != existing->address()) {
@@ -68,7 +68,7 @@ ChipMemory::Ptr ChipMemoryBogon::newChipMemory(Zint::String8 name, const ChipAdd
 
 ChipMemory::Ptr ChipMemoryBogon::chipMemoryDel(Zint::String8 name) {
   const ChipMemory::Ptr removed = chipMemory_.del(name);
-  if (removed != nullptr) chipMemoryNotify(std::move(name), removed);
+  if (removed != nullptr) announced(name);
   return removed;
 }
 
@@ -78,6 +78,12 @@ void ChipMemoryBogon::chipMemoryDelAll() {
 }
 
 void ChipMemoryBogon::chipMemoryNotify(Zint::String8 name, const ChipMemory::Ptr&) {
+  announced(name);
+}
+
+// By reference: a copy of the name could lack memory, and the change has been made. Each notifiee's
+// own copy is made under its guard.
+void ChipMemoryBogon::announced(const Zint::String8& name) {
   notifyEach<NotifieeConst>(Id::chipMemory,
                             [&name](NotifieeConst& notifiee) { notifiee.onChipMemory(name); });
 }

@@ -59,7 +59,8 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
       if (directory_->chipMemory_.del(region->fwkKey()) != nullptr) deleteNotify(region);
     }
     void deleteNotify(const ChipMemory::Ptr& region) {
-      directory_->chipMemoryNotify(region->name(), region);
+      const ChipMemory::Ptr held = region;  // a notifiee may clear the pointer that was passed
+      directory_->announced(held->fwkKey());
     }
 
    private:
@@ -100,6 +101,8 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
   void chipMemoryNotify(Zint::String8 name, const ChipMemory::Ptr& chipMemory);
 
  private:
+  void announced(const Zint::String8& name);
+
   Map chipMemory_;
 };
 
