@@ -69,8 +69,9 @@ void ChipReader::requestIs(const ChipReadRequest::Ptr& request) {
 }
 
 void ChipReader::newRequest(const ChipReadRequest::Ptr& request) {
+  Zint::Ptr<ZintRequest> made = Zint::makePtr<ZintRequest>(this, request);
   requestDel();
-  request_ = Zint::makePtr<ZintRequest>(this, request);
+  request_ = std::move(made);
 }
 
 void ChipReader::requestDel() {
@@ -94,8 +95,9 @@ void ChipReader::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
 }
 
 void ChipReader::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
+  Zint::Ptr<ZintClock> made = Zint::makePtr<ZintClock>(this, clock);
   clockDel();
-  clock_ = Zint::makePtr<ZintClock>(this, clock);
+  clock_ = std::move(made);
 }
 
 void ChipReader::clockDel() {

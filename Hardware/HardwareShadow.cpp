@@ -93,8 +93,9 @@ void HardwareShadow::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
 }
 
 void HardwareShadow::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
+  Zint::Ptr<ZintClock> made = Zint::makePtr<ZintClock>(this, clock);
   clockDel();
-  clock_ = Zint::makePtr<ZintClock>(this, clock);
+  clock_ = std::move(made);
 }
 
 void HardwareShadow::clockDel() {
@@ -115,8 +116,9 @@ void HardwareShadow::auditReadRequestIs(const ChipReadRequest::Ptr& request) {
 }
 
 void HardwareShadow::newAuditReadRequest(const ChipReadRequest::Ptr& request) {
+  Zint::Ptr<ZintAuditReadRequest> made = Zint::makePtr<ZintAuditReadRequest>(this, request);
   auditReadRequestDel();
-  auditReadRequest_ = Zint::makePtr<ZintAuditReadRequest>(this, request);
+  auditReadRequest_ = std::move(made);
 }
 
 void HardwareShadow::auditReadRequestDel() {
