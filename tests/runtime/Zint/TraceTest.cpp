@@ -5,6 +5,7 @@
 #include <runtime/Probes.h>
 
 #include <memory>
+#include <new>
 #include <sstream>
 
 namespace {
@@ -50,6 +51,12 @@ TEST_F(TraceTest, aLineReachesTheSinkWithAllThatWasSaidOfIt) {
   EXPECT_EQ(line.source, "Chips/Mine");
   EXPECT_EQ(line.line, 205);
   EXPECT_EQ(line.function, "TestBody");
+}
+
+TEST_F(TraceTest, aLineThatThereIsNoMemoryForIsLeftOut) {
+  const auto text = []() -> const char* { throw std::bad_alloc(); };
+  EXPECT_NO_THROW(ZINT_TRACE_CONTEXT(handle, 0, "", "Chips/Mine", 42, text()));
+  EXPECT_TRUE(trace.full.empty());
 }
 
 TEST_F(TraceTest, aTextIsBuiltOnlyWhenItsLevelIsOn) {
