@@ -166,8 +166,7 @@ void readingStandsStill(World& w, U32 access) {
   EXPECT_EQ(w.ownRequest->status(), ChipReadRequest::none_);
   EXPECT_EQ(w.activity->wakeTime(), Zint::never);
   ASSERT_NE(w.ownReader->currentChipMemory(), nullptr);
-  // In iteration order: `b`, 18 words in one slice, if its reversed address comes first; the chunk
-  // that failed is not counted.
+  // The chunk that failed is not counted.
   const U32 entries = w.ownReader->entriesRead();
   EXPECT_LT(entries, w.ownReader->currentChipMemory()->entries());
   EXPECT_LT(entries, access);
