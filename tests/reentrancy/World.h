@@ -1,0 +1,148 @@
+// A whole system of which every call into user code can be made to misbehave, once.
+#pragma once
+
+#include <Hardware/ChipMemoryBogon.h>
+#include <Hardware/ChipReader.h>
+#include <Hardware/HardwareShadow.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fakes/ManualLoop.h"
+#include "fakes/TraceCapture.h"
+#include "reentrancy/Names.h"
+
+namespace Reentrancy {
+
+using Hardware::ChipAddress;
+using Hardware::ChipMemory;
+using Hardware::ChipMemoryBogon;
+using Hardware::ChipReadRequest;
+using Hardware::HardwareShadow;
+
+class World;
+
+// How many objects of a kind live.
+template <class T>
+struct Counted {
+  Counted() { ++living; }
+  Counted(const Counted&) = delete;
+  Counted& operator=(const Counted&) = delete;
+  ~Counted() { --living; }
+  static inline int living = 0;
+};
+
+// An access method on the world's chip; its own comparison and copies, so that each is called.
+class ActingHam : public Hardware::ChipHam, Counted<ActingHam> {
+ public:
+  using Counted<ActingHam>::living;
+  ActingHam(Zint::Name name, World& world) : ChipHam(std::move(name)), world_(world) {}
+  void doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
+  void doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
+  bool doCompare(U8* a, U8* b, U32 bytes) const override;
+  bool doWriteToCache(U8* to, U8* from, U32 bytes) override;
+
+ private:
+  World& world_;
+  mutable U32 calls_ = 0;  // written after each call: the object must outlive it
+};
+
+class ActingShadow : public HardwareShadow, Counted<ActingShadow> {
+ public:
+  using Counted<ActingShadow>::living;
+  ActingShadow(World& world, const Fakes::ManualLoop& loop)
+      : HardwareShadow(loop.activity, Zint::Ptr<const Zint::Clock>(loop.clock)), world_(world) {
+    hasNotificationActiveIs(true);
+  }
+  void doFixBadRegister(const ChipMemory::Ptr& region, U32 entry, U8* data) override;
+
+ private:
+  World& world_;
+};
+
+class ActingReader : public Hardware::ChipReader, Counted<ActingReader> {
+ public:
+  using Counted<ActingReader>::living;
+  ActingReader(const Fakes::ManualLoop& loop, const ChipReadRequest::Ptr& request)
+      : ChipReader(loop.activity, request, Zint::Ptr<const Zint::Clock>(loop.clock), 4, 0.5) {
+    hasNotificationActiveIs(true);
+  }
+};
+
+// What the notifiees of every type share.
+struct Ear : Counted<Ear> {
+  Ear(World& world, std::string name) : world_(world), name_(std::move(name)) {}
+  virtual ~Ear() = default;
+  void heard(Callback callback);  // an event of the kind that this callback is
+  void heard();                   // another event
+
+ private:
+  World& world_;
+  const std::string name_;
+  U32 heard_ = 0;  // written after each call: the notifiee must outlive it
+};
+
+class World {
+ public:
+  explicit World(Callback callback);
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  // Brings about the callback, which performs `actions`; then turns until nothing is pending.
+  void run(const Actions& actions);
+  // Called by the user code at each place.
+  void reached(Callback place);
+  // Whether the actions were performed.
+  bool acted() const { return acted_; }
+
+  // One more change that the notifiees of the caller are told of.
+  void probe();
+  // Mends what the actions have taken away, and lets the audit repair a damaged entry.
+  void expectWorking();
+
+  void turn(int times = 1);
+  bool write(U32 entry, U32 value);
+  U32 onChip(U32 entry);
+  void onChipIs(U32 entry, U32 value);
+
+  Zint::Ptr<Zint::NotifieeConst> newEar(const std::string& name);
+
+  const Callback callback;
+  std::map<U64, U8> chip;  // by address
+  Fakes::TraceCapture trace{0};
+  Fakes::ManualLoop loop;
+  Zint::Ptr<ActingHam> ham;  // of `target`
+  ChipMemoryBogon::Ptr directory;
+  ChipMemory::Ptr target, second, third;  // the first two are audited
+  Zint::Ptr<ActingShadow> shadow;
+  Zint::Ptr<ActingReader> reader;
+  Zint::Ptr<Zint::NotifieeConst> earlier, self, later, added;
+  std::vector<std::string> log;  // who heard, and "!" for the actions
+  std::optional<HardwareShadow::State> stateAsked;
+  U32 visited = 0;       // by the loop over the directory
+  U32 auditsBefore = 0;  // passes that were completed when the actions began
+  std::optional<ChipMemoryBogon::ChipMemoryIterator> iterator;
+
+ private:
+  friend void perform(World& world, Action action);
+
+  ChipMemory::Ptr made(const char* name, U64 address);
+  void prepared();
+  void triggered();
+  void configured();
+
+  Actions pending_;
+  bool acted_ = false;
+  int probes_ = 0;
+};
+
+void perform(World& world, Action action);
+
+// What the rules say of the world after the actions, which must not have been fatal.
+void expectSound(World& world);                  // whatever was done
+void expectResult(World& world, Action action);  // of this one action
+
+}  // namespace Reentrancy
