@@ -340,6 +340,8 @@ void World::expectWorking() {
   if (shadow == nullptr) shadow = Zint::makePtr<ActingShadow>(*this, loop);
   shadow->stateIs(HardwareShadow::unconfigured());
   shadow->clockIs(Zint::Ptr<const Zint::Clock>(loop.clock));
+  // A region that the client itself put into the audit's request.
+  if (shadow->auditReadRequest() != nullptr) shadow->auditReadRequest()->chipMemoryDelAll();
   target = made("target", targetAddress);
   second = made("second", 0x2000);
   third = made("third", 0x100003000);
