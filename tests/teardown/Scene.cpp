@@ -1,0 +1,270 @@
+#include "teardown/Scene.h"
+
+namespace Teardown {
+namespace {
+
+using ClockPtr = Zint::Ptr<const Zint::Clock>;
+
+template <class Base>
+class LooseEar : public Base, public Ear {
+ public:
+  template <class Object>
+  LooseEar(Scene& scene, const Object& object)
+      : Base(scene.activity, Zint::Ptr<const typename Object::Element>(object)), Ear(scene) {
+    this->isNonReferencingIs(true);
+  }
+  void handleNotification(Zint::ActivityConfig*) override { heard(*this, Place::Notifiee); }
+};
+
+class RegionEar : public LooseEar<ChipMemory::NotifieeConst> {
+ public:
+  using LooseEar::LooseEar;
+};
+
+class ShadowEar : public LooseEar<HardwareShadow::NotifieeConst> {
+ public:
+  using LooseEar::LooseEar;
+  void onChipMemory(const ChipAddress&) override { Ear::heard(*this, Place::Notifiee); }
+};
+
+class ReaderEar : public LooseEar<Hardware::ChipReader::NotifieeConst> {
+ public:
+  using LooseEar::LooseEar;
+};
+
+class RequestEar : public LooseEar<ChipReadRequest::NotifieeConst> {
+ public:
+  using LooseEar::LooseEar;
+  void onChipMemory(const ChipAddress&) override { Ear::heard(*this, Place::Notifiee); }
+};
+
+class DirectoryEar : public LooseEar<ChipMemoryBogon::NotifieeConst> {
+ public:
+  using LooseEar::LooseEar;
+  void handleNotification(Zint::ActivityConfig*) override { Ear::heard(*this, Place::End); }
+  void onChipMemory(Zint::String8) override { Ear::heard(*this, Place::Notifiee); }
+};
+
+class TimeEar : public LooseEar<Zint::Clock::NotifieeConst> {
+ public:
+  using LooseEar::LooseEar;
+  void onTime() override { Ear::heard(*this, Place::Time); }
+};
+
+}  // namespace
+
+// Counts the ends of chunks.
+class ChunkEar : public Zint::Entity::NotifieeConst {
+ public:
+  ChunkEar(Scene& scene, const Hardware::ChipMemoryChunk::Ptr& chunk)
+      : NotifieeConst(nullptr, Zint::Ptr<const Zint::PtrInterface>(chunk)), scene_(scene) {
+    isNonReferencingIs(true);
+  }
+  void onIsNondestructing() override { ++scene_.chunksEnded; }
+
+ private:
+  Scene& scene_;
+};
+
+void Ham::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
+  scene_.reached(Place::Read);
+  for (U32 i = 0; i < entrySize * entries; ++i) buffer[i] = scene_.chip[address.value() + i];
+}
+
+void Ham::doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
+  scene_.reached(Place::Write);
+  for (U32 i = 0; i < entrySize * entries; ++i) scene_.chip[address.value() + i] = buffer[i];
+}
+
+bool Ham::doCompare(U8* a, U8* b, U32 bytes) const {
+  scene_.reached(Place::Compare);
+  return ChipHam::doCompare(a, b, bytes);
+}
+
+void Shadow::doFixBadRegister(const ChipMemory::Ptr& region, U32 entry, U8* data) {
+  scene_.reached(Place::Repair);
+  HardwareShadow::doFixBadRegister(region, entry, data);
+}
+
+void Ear::heard(const Zint::NotifieeConst& self, Place place) {
+  ++scene_.heard;
+  if (scene_.notifieesGone_ || self.notifier() == nullptr) ++scene_.stray;
+  scene_.reached(place);
+  ++heard_;
+}
+
+Scene::~Scene() {
+  act_ = nullptr;
+  for (int kind = 0; kind < kindCount; ++kind) drop(static_cast<Kind>(kind));
+}
+
+ChipMemory::Ptr Scene::region(const char* name, U64 address) {
+  hams.push_back(Zint::makePtr<Ham>(name, *this));
+  const ChipMemory::Ptr made =
+      Zint::makePtr<Region>(name, ChipAddress(address), 8u, 4u, 4u, hams.back());
+  made->shadowEnabledIs(true);
+  made->auditEnabledIs(true);
+  return made;
+}
+
+void Scene::made() {
+  clock = Zint::makePtr<Clock>("clock");
+  activity = Zint::makePtr<Activity>("activity", Zint::ValidPtr<const Zint::Clock>(clock));
+  regions = {region("low", 0x1000), region("high", 0x100002000), region("over", 0x200003000)};
+  regions[2]->auditEnabledIs(false);
+  regions[2]->modeIs(ChipMemory::override());
+  shadow = Zint::makePtr<Shadow>(*this, activity, ClockPtr(clock));
+  request = Zint::makePtr<Request>("audit");
+  shadow->auditReadRequestIs(request);
+  directory = Zint::makePtr<Directory>("switch");
+  for (const char* name : {"one", "two", "three"}) {
+    hams.push_back(Zint::makePtr<Ham>(name, *this));
+    directory->chipMemoryIs(name, ChipAddress(0x8000), 8, 4, 4, hams.back());
+  }
+}
+
+void Scene::registered() {
+  for (const ChipMemory::Ptr& each : regions) shadow->chipMemoryIs(each);
+}
+
+void Scene::configured() {
+  shadow->stateIs(HardwareShadow::configured());
+  if (reader == nullptr) {
+    reader = Zint::makePtr<Reader>(activity, request, ClockPtr(clock), 4u, 0.5);
+    reader->hasNotificationActiveIs(true);
+  }
+  chunksWatched();
+  for (U32 e = 0; e < 8; ++e) write(regions[0], e, 0xa0 + e);
+}
+
+void Scene::chunksWatched() {
+  for (U16 i = 0; i < shadow->nextIndex(); ++i) {
+    chunkEars_.push_back(Zint::makePtr<ChunkEar>(*this, shadow->chipMemoryChunkArray(i)));
+    ++chunksMade;
+  }
+}
+
+void Scene::watched() {
+  const auto watch = [this](Zint::Ptr<Zint::NotifieeConst> ear) {
+    notifiees.push_back(std::move(ear));
+  };
+  for (const ChipMemory::Ptr& each : regions) watch(Zint::makePtr<RegionEar>(*this, each));
+  if (shadow != nullptr) watch(Zint::makePtr<ShadowEar>(*this, shadow));
+  if (reader != nullptr) watch(Zint::makePtr<ReaderEar>(*this, reader));
+  if (request != nullptr) watch(Zint::makePtr<RequestEar>(*this, request));
+  if (directory != nullptr) watch(Zint::makePtr<DirectoryEar>(*this, directory));
+  const auto time = Zint::makePtr<TimeEar>(*this, clock);
+  time->timeMinIs(clock->time() + 3);
+  watch(time);
+}
+
+void Scene::turn(int times) {
+  for (; times > 0; --times) {
+    if (clock != nullptr) clock->timeIs(clock->time() + 1);
+    // The client's own reference, or what is left of the activity's users.
+    Zint::ActivityConfig* loop = activity.ptr();
+    if (loop == nullptr && shadow != nullptr) loop = shadow->zintFwkActivity().ptr();
+    if (loop == nullptr && reader != nullptr) loop = reader->zintFwkActivity().ptr();
+    if (loop != nullptr) loop->turn();
+  }
+}
+
+void Scene::write(const ChipMemory::Ptr& to, U32 entry, U32 value) {
+  U8* bytes = reinterpret_cast<U8*>(&value);
+  if (!shadow->shadowWriteAndCompareWithCache(to, entry, bytes, 4)) {
+    to->chipHam()->doWrite(to->entryAddress(entry), bytes, 4, 1);
+  }
+}
+
+void Scene::reached(Place place) {
+  if (place != place_ || !act_) return;
+  place_ = Place::None;
+  std::exchange(act_, nullptr)();
+}
+
+void Scene::drop(Kind kind) {
+  switch (kind) {
+    case Kind::Shadow:
+      shadow = nullptr;
+      return;
+    case Kind::RemovedRegion:
+      if (shadow != nullptr && !regions.empty()) {
+        shadow->stateIs(HardwareShadow::unconfigured());
+        // The handlers of that may have taken either away.
+        if (shadow != nullptr && !regions.empty()) {
+          shadow->chipMemoryDel(regions[0]->address());
+        }
+      }
+      if (waitingRequest != nullptr && !regions.empty()) {
+        waitingRequest->chipMemoryDel(regions[0]->address());
+      }
+      if (directory != nullptr) directory->chipMemoryDel("one");
+      if (!regions.empty()) regions.erase(regions.begin());
+      return;
+    case Kind::Region:
+      return regions.clear();
+    case Kind::Ham:
+      return hams.clear();
+    case Kind::Request:
+      request = nullptr;
+      return;
+    case Kind::WaitingRequest:
+      waitingRequest = nullptr;
+      return;
+    case Kind::Reader:
+      reader = nullptr;
+      return;
+    case Kind::WaitingReader:
+      waitingReader = nullptr;
+      return;
+    case Kind::Directory:
+      directory = nullptr;
+      return;
+    case Kind::Chunk:
+      chunk = nullptr;
+      return;
+    case Kind::Notifiees:
+      notifieesGone_ = true;
+      return notifiees.clear();
+    case Kind::Clock:
+      clock = nullptr;
+      return;
+    case Kind::Activity:
+      activity = nullptr;
+      return;
+    case Kind::Iterators:
+      registryIterator.reset();
+      requestIterator.reset();
+      directoryIterator.reset();
+      return;
+    case Kind::Adapter:
+      return adapter.reset();
+    case Kind::List:
+      return list.reset();
+  }
+}
+
+int Scene::living() {
+  return Counted<Ham>::living + Counted<Shadow>::living + Region::living + Request::living +
+         Reader::living + Directory::living + Clock::living + Activity::living +
+         Counted<Ear>::living;
+}
+
+std::string Scene::livingByClass() {
+  std::string text;
+  const auto add = [&text](const char* name, int count) {
+    if (count != 0) text += std::string(name) + " " + std::to_string(count) + " ";
+  };
+  add("Ham", Counted<Ham>::living);
+  add("Shadow", Counted<Shadow>::living);
+  add("Region", Region::living);
+  add("Request", Request::living);
+  add("Reader", Reader::living);
+  add("Directory", Directory::living);
+  add("Clock", Clock::living);
+  add("Activity", Activity::living);
+  add("Ear", Counted<Ear>::living);
+  return text;
+}
+
+}  // namespace Teardown

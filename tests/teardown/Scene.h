@@ -1,0 +1,182 @@
+// The objects of a client, of every kind, in one place; each kind can be let go at any time.
+#pragma once
+
+#include <Hardware/ChipMemoryBogon.h>
+#include <Hardware/ChipReader.h>
+#include <Hardware/HardwareShadow.h>
+#include <Zint/GenericIf.h>
+
+#include <array>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fakes/TraceCapture.h"
+
+namespace Teardown {
+
+using Hardware::ChipAddress;
+using Hardware::ChipMemory;
+using Hardware::ChipMemoryBogon;
+using Hardware::ChipReadRequest;
+using Hardware::HardwareShadow;
+
+// What a client can let go. A region that is removed is also taken out of every collection; of all
+// other kinds, the client's own references go.
+enum class Kind {
+  Shadow,
+  Region,
+  RemovedRegion,
+  Ham,
+  Request,
+  WaitingRequest,
+  Reader,
+  WaitingReader,
+  Directory,
+  Chunk,
+  Notifiees,
+  Clock,
+  Activity,
+  Iterators,
+  Adapter,
+  List,
+};
+constexpr std::array kindNames = {"Shadow",    "Region",         "RemovedRegion", "Ham",
+                                  "Request",   "WaitingRequest", "Reader",        "WaitingReader",
+                                  "Directory", "Chunk",          "Notifiees",     "Clock",
+                                  "Activity",  "Iterators",      "Adapter",       "List"};
+constexpr int kindCount = static_cast<int>(kindNames.size());
+
+// Where the library calls the client.
+enum class Place { None, Read, Write, Compare, Repair, Notifiee, End, Time };
+
+class Scene;
+
+// How many objects of a kind live, and that none is destroyed twice.
+template <class T>
+struct Counted {
+  Counted() { ++living; }
+  Counted(const Counted&) = delete;
+  Counted& operator=(const Counted&) = delete;
+  ~Counted() { --living; }
+  static inline int living = 0;
+};
+
+// A class of the library, counted.
+template <class Base>
+class Watched : public Base, public Counted<Watched<Base>> {
+ public:
+  using Base::Base;
+};
+
+class Ham : public Hardware::ChipHam, public Counted<Ham> {
+ public:
+  Ham(Zint::Name name, Scene& scene) : ChipHam(std::move(name)), scene_(scene) {}
+  void doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
+  void doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
+  bool doCompare(U8* a, U8* b, U32 bytes) const override;
+
+ private:
+  Scene& scene_;
+};
+
+class Shadow : public HardwareShadow, public Counted<Shadow> {
+ public:
+  Shadow(Scene& scene, const Zint::Ptr<Zint::ActivityConfig>& activity,
+         const Zint::Ptr<const Zint::Clock>& clock)
+      : HardwareShadow(activity, clock), scene_(scene) {
+    hasNotificationActiveIs(true);
+  }
+  void doFixBadRegister(const ChipMemory::Ptr& region, U32 entry, U8* data) override;
+
+ private:
+  Scene& scene_;
+};
+
+using Region = Watched<ChipMemory>;
+using Request = Watched<ChipReadRequest>;
+using Reader = Watched<Hardware::ChipReader>;
+using Directory = Watched<ChipMemoryBogon>;
+using Clock = Watched<Zint::ManualClock>;
+using Activity = Watched<Zint::ActivityConfig>;
+
+// What the notifiees of every type share. They watch without keeping what they watch.
+struct Ear : Counted<Ear> {
+  explicit Ear(Scene& scene) : scene_(scene) {}
+  virtual ~Ear() = default;
+  void heard(const Zint::NotifieeConst& self, Place place);
+
+ private:
+  Scene& scene_;
+  U32 heard_ = 0;  // written after each call: the notifiee must outlive it
+};
+
+class Scene {
+ public:
+  Scene() = default;
+  ~Scene();
+  Scene(const Scene&) = delete;
+  Scene& operator=(const Scene&) = delete;
+
+  void made();        // the clock, the activity, the shadow, three regions, a directory
+  void registered();  // the regions with the shadow
+  void configured();  // and a reader of the audit
+  void watched();     // notifiees of everything
+  void turn(int times = 1);
+  void write(const ChipMemory::Ptr& region, U32 entry, U32 value);
+  ChipMemory::Ptr region(const char* name, U64 address);
+
+  // Lets one kind go.
+  void drop(Kind kind);
+  // Calls of the library arrive here.
+  void reached(Place place);
+  // Runs `act` the next time that the place is reached.
+  void at(Place place, std::function<void()> act) {
+    place_ = place;
+    act_ = std::move(act);
+  }
+  // The number of objects that live, of all counted classes, in all scenes.
+  static int living();
+  static std::string livingByClass();
+
+  Fakes::TraceCapture trace{0};
+  std::map<U64, U8> chip;
+
+  Zint::Ptr<Clock> clock;
+  Zint::Ptr<Activity> activity;
+  std::vector<Zint::Ptr<Ham>> hams;
+  std::vector<ChipMemory::Ptr> regions;  // of the shadow; the last one is in override mode
+  Zint::Ptr<Shadow> shadow;
+  Zint::Ptr<Request> request;  // of the audit
+  Zint::Ptr<Reader> reader;
+  Zint::Ptr<Request> waitingRequest;
+  Zint::Ptr<Reader> waitingReader;
+  Zint::Ptr<Directory> directory;
+  Hardware::ChipMemoryChunk::Ptr chunk;
+  std::vector<Zint::Ptr<Zint::NotifieeConst>> notifiees;
+  std::optional<HardwareShadow::ChipMemoryIteratorConst> registryIterator;
+  std::optional<ChipReadRequest::ChipMemoryIteratorConst> requestIterator;
+  std::optional<ChipMemoryBogon::ChipMemoryIterator> directoryIterator;
+  std::optional<Zint::GenericIf_> adapter;
+  std::optional<Zint::GenericIf::List_> list;
+
+  int chunksMade = 0;
+  int chunksEnded = 0;
+  int stray = 0;  // calls of notifiees that had been let go, or whose notifier had gone
+  int heard = 0;
+
+ private:
+  friend struct Ear;
+  friend class ChunkEar;
+
+  void chunksWatched();
+
+  Place place_ = Place::None;
+  std::function<void()> act_;
+  bool notifieesGone_ = false;
+  std::vector<Zint::Ptr<Zint::NotifieeConst>> chunkEars_;  // not the client's: the count itself
+};
+
+}  // namespace Teardown

@@ -1,0 +1,89 @@
+// Every scenario, let run to every step, where one kind of object is let go; then the loop runs on,
+// and the rest goes in an order of its own. Nothing crashes, nobody is told who should not be, and
+// nothing is left.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "teardown/Scenarios.h"
+
+namespace {
+
+using namespace Teardown;
+
+class TeardownScenario : public testing::TestWithParam<int> {
+ protected:
+  static void TearDownTestSuite() {
+    std::printf("%zu scenarios, %d steps, %d kinds: %d teardowns\n", scenarios().size(), steps,
+                kindCount, teardowns);
+  }
+  static inline int steps = 0;
+  static inline int teardowns = 0;
+
+  // Runs up to the step, letting go of the kind there.
+  static void runTo(Scene& scene, const std::vector<Step>& list, std::size_t last, Kind kind) {
+    for (std::size_t i = 0; i < last; ++i) {
+      list[i].run(scene, [] {});
+    }
+    bool reached = false;
+    list[last].run(scene, [&] {
+      reached = true;
+      scene.drop(kind);
+    });
+    ASSERT_TRUE(reached) << "the step was not reached";
+  }
+
+  // Whether the trace says that a shadow reacted to something.
+  static bool aShadowReacted(const Scene& scene) {
+    for (const auto& line : scene.trace.full) {
+      if (line.text.starts_with("HardwareShadow::")) return true;
+    }
+    return false;
+  }
+
+  const Scenario& scenario = scenarios()[static_cast<std::size_t>(GetParam())];
+};
+
+TEST_P(TeardownScenario, everyKindAtEveryStep) {
+  for (std::size_t last = 0; last < scenario.steps.size(); ++last) {
+    ++steps;
+    for (int kind = 0; kind < kindCount; ++kind) {
+      ++teardowns;
+      SCOPED_TRACE(std::string(scenario.name) + ", step " + std::to_string(last + 1) + " (" +
+                   scenario.steps[last].name + "), " + kindNames[static_cast<std::size_t>(kind)]);
+      {
+        Scene scene;
+        ASSERT_NO_FATAL_FAILURE(runTo(scene, scenario.steps, last, static_cast<Kind>(kind)));
+        scene.turn(8);
+        for (int i = 1; i <= kindCount; ++i) {
+          scene.drop(static_cast<Kind>((kind + i) % kindCount));
+          // Without a shadow, the answer to its request reaches nobody.
+          if (Counted<Shadow>::living == 0) {
+            scene.trace.full.clear();
+            if (scene.request != nullptr) scene.request->statusIs(Request::done_);
+            scene.turn();
+            EXPECT_FALSE(aShadowReacted(scene));
+          }
+        }
+        EXPECT_EQ(Scene::living(), 0) << Scene::livingByClass();
+        EXPECT_EQ(scene.stray, 0);
+        EXPECT_EQ(scene.chunksEnded, scene.chunksMade);
+      }
+      if (HasFailure()) return;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, TeardownScenario,
+                         testing::Range(0, static_cast<int>(scenarios().size())),
+                         [](const testing::TestParamInfo<int>& param) {
+                           std::string name;
+                           const auto i = static_cast<std::size_t>(param.param);
+                           for (const char c : std::string(scenarios()[i].name)) {
+                             if (c == ' ' || c == '-') continue;
+                             name += c;
+                           }
+                           return name;
+                         });
+
+}  // namespace
