@@ -182,6 +182,43 @@ void Scene::reached(Place place) {
   std::exchange(act_, nullptr)();
 }
 
+bool Scene::holds(Kind kind) const {
+  switch (kind) {
+    case Kind::Shadow:
+      return shadow != nullptr;
+    case Kind::Region:
+    case Kind::RemovedRegion:
+      return !regions.empty();
+    case Kind::Ham:
+      return !hams.empty();
+    case Kind::Request:
+      return request != nullptr;
+    case Kind::WaitingRequest:
+      return waitingRequest != nullptr;
+    case Kind::Reader:
+      return reader != nullptr;
+    case Kind::WaitingReader:
+      return waitingReader != nullptr;
+    case Kind::Directory:
+      return directory != nullptr;
+    case Kind::Chunk:
+      return chunk != nullptr;
+    case Kind::Notifiees:
+      return !notifiees.empty();
+    case Kind::Clock:
+      return clock != nullptr;
+    case Kind::Activity:
+      return activity != nullptr;
+    case Kind::Iterators:
+      return registryIterator || requestIterator || directoryIterator;
+    case Kind::Adapter:
+      return adapter.has_value();
+    case Kind::List:
+      return list.has_value();
+  }
+  return false;
+}
+
 void Scene::drop(Kind kind) {
   switch (kind) {
     case Kind::Shadow:

@@ -128,6 +128,8 @@ class Scene {
   void write(const ChipMemory::Ptr& region, U32 entry, U32 value);
   ChipMemory::Ptr region(const char* name, U64 address);
 
+  // Whether there is anything of that kind to let go.
+  bool holds(Kind kind) const;
   // Lets one kind go.
   void drop(Kind kind);
   // Calls of the library arrive here.

@@ -14,11 +14,19 @@ using namespace Teardown;
 class TeardownScenario : public testing::TestWithParam<int> {
  protected:
   static void TearDownTestSuite() {
-    std::printf("%zu scenarios, %d steps, %d kinds: %d teardowns\n", scenarios().size(), steps,
-                kindCount, teardowns);
+    std::printf(
+        "%zu scenarios, %d steps, %d kinds: %d teardowns, of which %d let something go in the "
+        "middle\n",
+        scenarios().size(), steps, kindCount, teardowns, effective);
+    for (int kind = 0; kind < kindCount; ++kind) {
+      std::printf("%-15s let go at %d steps\n", kindNames[static_cast<std::size_t>(kind)],
+                  letGo[static_cast<std::size_t>(kind)]);
+    }
   }
   static inline int steps = 0;
   static inline int teardowns = 0;
+  static inline int effective = 0;
+  static inline std::array<int, kindCount> letGo{};
 
   // Runs up to the step, letting go of the kind there.
   static void runTo(Scene& scene, const std::vector<Step>& list, std::size_t last, Kind kind) {
@@ -28,6 +36,10 @@ class TeardownScenario : public testing::TestWithParam<int> {
     bool reached = false;
     list[last].run(scene, [&] {
       reached = true;
+      if (scene.holds(kind)) {
+        ++effective;
+        ++letGo[static_cast<std::size_t>(kind)];
+      }
       scene.drop(kind);
     });
     ASSERT_TRUE(reached) << "the step was not reached";
@@ -71,6 +83,23 @@ TEST_P(TeardownScenario, everyKindAtEveryStep) {
       }
       if (HasFailure()) return;
     }
+  }
+}
+
+// Each kind is there to be let go at some step.
+TEST(TeardownKinds, eachIsLetGoSomewhere) {
+  std::array<int, kindCount> held{};
+  for (const Scenario& scenario : scenarios()) {
+    Scene scene;
+    for (const Step& step : scenario.steps) {
+      step.run(scene, [] {});
+      for (int kind = 0; kind < kindCount; ++kind) {
+        held[static_cast<std::size_t>(kind)] += scene.holds(static_cast<Kind>(kind)) ? 1 : 0;
+      }
+    }
+  }
+  for (int kind = 0; kind < kindCount; ++kind) {
+    EXPECT_GE(held[static_cast<std::size_t>(kind)], 5) << kindNames[static_cast<std::size_t>(kind)];
   }
 }
 
