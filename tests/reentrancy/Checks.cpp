@@ -84,6 +84,11 @@ void expectState(const World& world) {
   const HardwareShadow::State asked = *world.stateAsked;
   EXPECT_EQ(world.shadow->state(),
             asked == HardwareShadow::configured() ? HardwareShadow::idle() : asked);
+  if (world.callback == Callback::HamCompare || world.callback == Callback::Repair) {
+    // The pass has been ended: it does not count, and no more is repaired.
+    EXPECT_EQ(world.shadow->audits(), world.auditsBefore);
+    EXPECT_EQ(world.target->registersFixed(), world.callback == Callback::Repair ? 1u : 0u);
+  }
   if (asked != HardwareShadow::auditing()) {
     EXPECT_EQ(world.reader->currentChipMemory(), nullptr);
     EXPECT_EQ(world.loop.activity->wakeTime(), Zint::never);

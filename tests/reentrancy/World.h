@@ -45,6 +45,8 @@ class ActingHam : public Hardware::ChipHam, Counted<ActingHam> {
   bool doWriteToCache(U8* to, U8* from, U32 bytes) override;
 
  private:
+  void called(Callback place) const;  // only the target's access method misbehaves
+
   World& world_;
   mutable U32 calls_ = 0;  // written after each call: the object must outlive it
 };

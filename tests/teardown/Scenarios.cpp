@@ -67,9 +67,9 @@ const Scenario dataPath{
      inside("inside the write-back", Place::Write,
             [](Scene& s) { s.regions[0]->modeIs(ChipMemory::normal()); }),
      inside("inside a clearing", Place::Write,
-            [](Scene& s) { s.regions[1]->doClearRange(0, 3, true); }),
+            [](Scene& s) { s.regions[0]->doClearRange(0, 3, true); }),
      inside("inside a write-back of what is initialized", Place::Write,
-            [](Scene& s) { s.regions[1]->writeback(true); })}};
+            [](Scene& s) { s.regions[0]->writeback(true); })}};
 
 const Scenario audit{"audit",
                      {made, registered, configured, watched, auditing, turn, turn, turn,

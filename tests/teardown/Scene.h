@@ -79,6 +79,8 @@ class Ham : public Hardware::ChipHam, public Counted<Ham> {
   bool doCompare(U8* a, U8* b, U32 bytes) const override;
 
  private:
+  void called(Place place) const;  // the place is that of the first region alone
+
   Scene& scene_;
 };
 
