@@ -89,6 +89,10 @@ void expectState(const World& world) {
     EXPECT_EQ(world.shadow->audits(), world.auditsBefore);
     EXPECT_EQ(world.target->registersFixed(), world.callback == Callback::Repair ? 1u : 0u);
   }
+  // What was being read when the reader was stopped does not count.
+  if (world.callback == Callback::HamRead) {
+    EXPECT_EQ(world.reader->entriesRead(), 0u);
+  }
   if (asked != HardwareShadow::auditing()) {
     EXPECT_EQ(world.reader->currentChipMemory(), nullptr);
     EXPECT_EQ(world.loop.activity->wakeTime(), Zint::never);
