@@ -264,6 +264,7 @@ void World::triggered() {
 
 void World::run(const Actions& actions) {
   log.clear();
+  trace.full.clear();
   acted_ = false;
   pending_ = actions;
   triggered();
