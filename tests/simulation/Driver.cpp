@@ -1,0 +1,241 @@
+// The course of a run: bursts and quiet stretches, and the owner's changes.
+#include "simulation/Driver.h"
+
+namespace Simulation {
+namespace {
+
+constexpr U32 minute = 60'000;  // in milliseconds
+constexpr U32 hour = 60 * minute;
+
+}  // namespace
+
+template <std::size_t n>
+void Driver::performed(const Action (&actions)[n]) {
+  U32 sum = 0;
+  for (const Action& action : actions) sum += action.weight;
+  U32 drawn = random_.below(sum);
+  for (const Action& action : actions) {
+    if (drawn < action.weight) return (this->*action.perform)();
+    drawn -= action.weight;
+  }
+}
+
+void Driver::acted() {
+  static constexpr Action actions[] = {
+      {20, &Driver::writeOne},        {8, &Driver::writeSome},    {3, &Driver::writeLazily},
+      {16, &Driver::readSome},        {1, &Driver::cleared},      {1, &Driver::writtenBack},
+      {12, &Driver::flipped},         {1, &Driver::stuck},        {1, &Driver::ignoredBitFlipped},
+      {2, &Driver::writeLost},        {2, &Driver::readGlitched}, {2, &Driver::released},
+      {20, &Driver::turned},          {8, &Driver::waited},       {2, &Driver::paceChanged},
+      {1, &Driver::auditPaused},      {3, &Driver::auditResumed}, {1, &Driver::overrideToggled},
+      {2, &Driver::changedWhileIdle},
+  };
+  performed(actions);
+}
+
+void Driver::begins() {
+  paceChanged();
+  system_.stateIs(State::configured_);
+  auditResumed();
+}
+
+void Driver::round() {
+  paceChanged();
+  const U32 actions = random_.between(6, 24);
+  for (U32 i = 0; i < actions && journal_.failure().empty(); ++i) acted();
+  if (ledger_.overrideHardware() && random_.chance(80)) overrideToggled();
+  if (random_.chance(30)) released();
+  if (random_.chance(85)) auditResumed();
+  quiet();
+}
+
+// --- Time ---
+
+// A few wake-ups, so that what follows falls between two slices of a pass.
+void Driver::turned() {
+  const U32 turns = random_.between(1, 6);
+  for (U32 i = 0; i < turns; ++i) system_.turnBefore(system_.now() + 600);
+}
+
+void Driver::waited() { system_.runFor(random_.seconds(1, 2 * minute)); }
+
+void Driver::quiet() {
+  const U32 kind = random_.below(20);
+  if (kind < 2) {
+    const Zint::Seconds duration =
+        random_.seconds(minute, random_.chance(10) ? 48 * hour : 2 * hour);
+    journal_.happened(Event::clockJump, Journal::nowhere, 0, static_cast<U64>(duration));
+    return system_.jumpFor(duration);
+  }
+  const Zint::Seconds interval = random_.seconds(5 * minute, 15 * minute);
+  journal_.happened(Event::intervalChanged, Journal::nowhere, 0, static_cast<U64>(interval));
+  ledger_.intervalIs(interval);
+  system_.shadow->minIntervalBetweenAuditsIs(interval);
+  system_.runFor(random_.seconds(10 * minute, 50 * minute));
+}
+
+// --- Control ---
+
+void Driver::paceChanged() {
+  static constexpr U32 intervals[] = {500, 10'000, 30'000, minute, 2 * minute, 5 * minute};
+  static constexpr U32 pauses[] = {0, 1, 20, 500, 2'000};
+  const Zint::Seconds interval = random_.oneOf(intervals) / 1000.0;
+  journal_.happened(Event::intervalChanged, Journal::nowhere, 0, static_cast<U64>(interval));
+  ledger_.intervalIs(interval);
+  system_.shadow->minIntervalBetweenAuditsIs(interval);
+  // From a pass in one slice to one in some twenty.
+  const U32 slice =
+      random_.chance(20) ? 10'000 : system_.totalEntries() / random_.between(1, 20) + 1;
+  const Zint::Seconds pause = random_.oneOf(pauses) / 1000.0;
+  journal_.happened(Event::sliceChanged, Journal::nowhere, slice, static_cast<U64>(pause * 1000));
+  system_.sliceIs(slice, pause);
+}
+
+void Driver::auditPaused() {
+  if (ledger_.state() != State::auditing_) return;
+  journal_.happened(Event::toIdle);
+  system_.stateIs(State::idle_);
+}
+
+void Driver::auditResumed() {
+  if (ledger_.state() == State::unconfigured_) {
+    journal_.happened(Event::toConfigured);
+    system_.stateIs(State::configured_);
+  }
+  if (ledger_.isStalled()) auditPaused();
+  if (ledger_.state() != State::idle_) return;
+  journal_.happened(Event::toAuditing);
+  system_.stateIs(State::auditing_);
+}
+
+void Driver::overrideToggled() {
+  const bool on = !ledger_.overrideHardware();
+  journal_.happened(on ? Event::overrideHardwareOn : Event::overrideHardwareOff);
+  ledger_.overrideHardwareIs(on);
+  system_.shadow->overrideHardwareIs(on);
+}
+
+void Driver::changedWhileIdle() {
+  auditPaused();
+  if (ledger_.state() != State::unconfigured_ && random_.chance(15)) return reconfigured();
+  const U32 changes = random_.between(1, 4);
+  for (U32 i = 0; i < changes; ++i) {
+    const U32 region = anyRegion();
+    const Book& book = ledger_.book(region);
+    static constexpr Mode modes[] = {Mode::normal_, Mode::normal_, Mode::buffered_,
+                                     Mode::override_};
+    switch (random_.below(6)) {
+      case 0:
+      case 1:
+        modeChanged(region, random_.oneOf(modes));
+        break;
+      case 2:
+      case 3:
+        auditChanged(region, !book.auditEnabled || random_.chance(30));
+        break;
+      case 4:
+        shadowChanged(region, !book.shadowEnabled || random_.chance(30));
+        break;
+      default:
+        settingsChanged(region);
+    }
+    // Traffic goes on meanwhile.
+    written(1);
+    readSome();
+  }
+  if (random_.chance(80)) auditResumed();
+}
+
+void Driver::modeChanged(U32 region, Mode mode) {
+  Book& book = ledger_.book(region);
+  if (mode == book.mode) return;
+  if (mode == Mode::override_ && book.auditEnabled) auditChanged(region, false);
+  journal_.happened(mode == Mode::normal_     ? Event::modeNormal
+                    : mode == Mode::override_ ? Event::modeOverride
+                                              : Event::modeBuffered,
+                    region);
+  // Back in normal mode the chip gets all that the shadow holds, which then starts anew.
+  if (mode == Mode::normal_) ledger_.writeBackDue(region, false);
+  system_.region(region)->modeIs(mode);
+  ledger_.dueSettled();
+  book.mode = mode;
+  book.storeMadeAfresh();
+}
+
+void Driver::auditChanged(U32 region, bool on) {
+  Book& book = ledger_.book(region);
+  if (on == book.auditEnabled || book.mode == Mode::override_) return;
+  journal_.happened(on ? Event::auditOn : Event::auditOff, region);
+  book.auditEnabled = on;
+  if (ledger_.state() == State::idle_ && book.registered) {
+    book.member = on;
+    system_.shadow->chipMemoryAuditEnabledIs(system_.region(region), on);
+  } else {
+    system_.region(region)->auditEnabledIs(on);
+  }
+}
+
+void Driver::shadowChanged(U32 region, bool on) {
+  Book& book = ledger_.book(region);
+  if (on == book.shadowEnabled) return;
+  journal_.happened(on ? Event::shadowOn : Event::shadowOff, region);
+  book.shadowEnabled = on;
+  book.storeMadeAfresh();
+  system_.region(region)->shadowEnabledIs(on);
+}
+
+void Driver::settingsChanged(U32 region) {
+  Book& book = ledger_.book(region);
+  book.readFromCache = random_.chance(80);
+  book.skipsHits = random_.chance(70);
+  book.logicalViews = random_.chance(30);
+  system_.region(region)->readFromCacheIs(book.readFromCache);
+  system_.region(region)->skipWriteIfMatchesCacheIs(book.skipsHits);
+  system_.region(region)->allowsLogicalViewsIs(book.logicalViews);
+}
+
+void Driver::reconfigured() {
+  journal_.happened(Event::toUnconfigured);
+  system_.stateIs(State::unconfigured_);
+  const U32 changes = random_.between(1, 3);
+  for (U32 i = 0; i < changes; ++i) {
+    const U32 region = anyRegion();
+    Book& book = ledger_.book(region);
+    if (random_.chance(50)) {
+      auditChanged(region, !book.auditEnabled);
+    } else if (book.registered && ledger_.regions() > 1) {
+      journal_.happened(Event::regionRemoved, region);
+      book.registered = false;
+      expected(Rule::answered,
+               system_.shadow->chipMemoryDel(system_.address(region, 0)) == system_.region(region),
+               "another region was removed");
+    } else if (!book.registered) {
+      journal_.happened(Event::regionAdded, region);
+      book.registered = true;
+      system_.shadow->chipMemoryIs(system_.region(region));
+    }
+    written(1);
+  }
+  if (random_.chance(50)) waited();
+  if (random_.chance(90)) auditResumed();
+}
+
+void Driver::ends() {
+  for (U32 i = 0; i < system_.chips(); ++i) system_.chip(i).faultsEnd();
+  if (ledger_.overrideHardware()) overrideToggled();
+  paceChanged();
+  auditPaused();
+  auditResumed();
+  if (ledger_.state() == State::auditing_) {
+    const U32 wanted = ledger_.passes() + 2;
+    while (ledger_.passes() < wanted && system_.turnBefore(system_.now() + 1000)) {
+    }
+    if (journal_.failure().empty()) {
+      expected(Rule::paced, ledger_.passes() == wanted, "the passes have ended");
+    }
+    ledger_.settledRequired();
+  }
+  system_.compared();
+}
+
+}  // namespace Simulation

@@ -1,0 +1,230 @@
+// The driver's traffic and the faults.
+#include <cstring>
+
+#include "simulation/Driver.h"
+
+namespace Simulation {
+
+// Often what is there already, or few different values.
+void Driver::dataDrawn(U32 region, U32 entry, U32 count) {
+  const Book& book = ledger_.book(region);
+  const U32 size = book.spec.entrySize;
+  data_.resize(std::size_t{count} * size);
+  const U32 kind = random_.below(4);
+  for (U32 i = 0; i < count; ++i) {
+    U8* data = data_.data() + i * size;
+    const bool same = kind == 0 || (kind == 1 && random_.chance(50));
+    if (same) {
+      std::memcpy(data, book.value.data() + (entry + i) * size, size);
+    } else {
+      for (U32 k = 0; k < size; ++k) data[k] = kind == 2 ? random_.byte() : random_.byte() & 1;
+    }
+  }
+}
+
+// The region is looked up by address, as clients do; there is no index while unconfigured.
+bool Driver::isFound(U32 region, U32 entry, U32 size) {
+  const Hardware::ChipAddress address = system_.address(region, entry);
+  const Hardware::ChipMemory::Ptr found = system_.shadow->findChipMemory(address, size);
+  const bool inIndex = ledger_.book(region).registered && ledger_.state() != State::unconfigured_;
+  expected(Rule::answered, found == (inIndex ? system_.region(region) : nullptr),
+           "another region was found");
+  return found != nullptr;
+}
+
+void Driver::written(U32 count) {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  Book& book = ledger_.book(region);
+  count = std::min(count, book.spec.entries - entry);
+  dataDrawn(region, entry, count);
+  const U32 size = count * book.spec.entrySize;
+  if (!book.shadowEnabled && book.mode != Mode::override_) {
+    return writtenDirectly(region, entry, count);
+  }
+  isFound(region, entry, size);
+  const bool wanted = ledger_.writeOffered(region, entry, data_.data(), count);
+  const bool answer = system_.shadow->shadowWriteAndCompareWithCache(system_.region(region), entry,
+                                                                     data_.data(), size);
+  journal_.happened(!answer                        ? Event::writeNeeded
+                    : book.mode == Mode::override_ ? Event::writeDropped
+                    : ledger_.overrideHardware()   ? Event::writeOverridden
+                    : book.mode == Mode::buffered_ ? Event::writeBuffered
+                                                   : Event::writeHit,
+                    region, entry, count);
+  journal_.answered(answer, data_.data(), size);
+  expected(Rule::answered, answer == wanted, "a write got the wrong answer");
+  if (!answer) writtenDirectly(region, entry, count);
+}
+
+void Driver::writtenDirectly(U32 region, U32 entry, U32 count) {
+  const Book& book = ledger_.book(region);
+  if (!book.shadowEnabled) journal_.happened(Event::writeWithoutShadow, region, entry, count);
+  const Hardware::ChipMemory::Ptr& cm = system_.region(region);
+  ledger_.writeDue(region, entry, data_.data(), count);
+  cm->chipHam()->doWrite(cm->entryAddress(entry), data_.data(), book.spec.entrySize, count);
+  ledger_.dueSettled();
+}
+
+// A client that leaves it to the audit to write the chip.
+void Driver::writeLazily() {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  Book& book = ledger_.book(region);
+  if (!book.hasShadow()) return;
+  dataDrawn(region, entry, 1);
+  if (!isFound(region, entry, book.spec.entrySize)) return;
+  journal_.happened(Event::writeLazy, region, entry);
+  ledger_.writeOffered(region, entry, data_.data(), 1);
+  system_.shadow->shadowWriteHack(system_.address(region, entry), data_.data(),
+                                  book.spec.entrySize);
+}
+
+void Driver::readSome() {
+  if (ledger_.state() == State::unconfigured_) return;
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  const Book& book = ledger_.book(region);
+  const U32 room = book.spec.entries - entry;
+  const U32 count = std::min(room, random_.chance(60) ? 1 : random_.between(2, 12));
+  U32 size = count * book.spec.entrySize;
+  if (book.logicalViews && book.spec.entrySize > 1 && random_.chance(50)) {
+    size -= random_.between(1, book.spec.entrySize - 1);
+  }
+  if (!book.hasShadow() && book.mode != Mode::override_) return;
+  isFound(region, entry, size);
+  readChecked(region, entry, size);
+}
+
+void Driver::readChecked(U32 region, U32 entry, U32 size) {
+  const Book& book = ledger_.book(region);
+  const bool wanted = ledger_.readAsked(region, entry, size, wanted_);
+  answer_.assign(size, 0xa5);
+  const bool answer =
+      system_.shadow->readFromCache(system_.region(region), entry, answer_.data(), size);
+  expected(Rule::answered, answer == wanted, "a read was answered when it should not, or not");
+  if (answer && wanted) {
+    expected(Rule::answered, answer_ == wanted_, "a read was served wrong bytes");
+    const U32 whole = size / book.spec.entrySize;
+    bool known = true;
+    for (U32 e = entry; e < entry + whole; ++e) known = known && book.known[e] != 0;
+    journal_.happened(book.mode == Mode::override_          ? Event::readOfOverride
+                      : !known                              ? Event::readUnknownServed
+                      : size != whole * book.spec.entrySize ? Event::readPartial
+                                                            : Event::readServed,
+                      region, entry, size);
+  } else {
+    journal_.happened(Event::readMissed, region, entry, size);
+    // From the chip, in whole entries.
+    const Hardware::ChipMemory::Ptr& cm = system_.region(region);
+    const U32 count = (size + book.spec.entrySize - 1) / book.spec.entrySize;
+    answer_.resize(std::size_t{count} * book.spec.entrySize);
+    cm->chipHam()->doRead(cm->entryAddress(entry), answer_.data(), book.spec.entrySize, count);
+  }
+  journal_.answered(answer, answer_.data(), static_cast<U32>(answer_.size()));
+}
+
+void Driver::cleared() {
+  const U32 region = anyRegion();
+  const Book& book = ledger_.book(region);
+  const U32 first = anyEntry(region);
+  const U32 last = first + random_.below(book.spec.entries - first);
+  const bool whole = random_.chance(20);
+  const bool writeThrough = random_.chance(50);
+  if (!book.hasShadow()) return;
+  Hardware::ChipMemory& cm = *system_.region(region);
+  if (whole) {
+    journal_.happened(Event::clear, region);
+    ledger_.cleared(region, 0, book.spec.entries - 1);
+    cm.doClear();
+    return;
+  }
+  journal_.happened(Event::clearRange, region, first, last);
+  ledger_.cleared(region, first, last);
+  if (writeThrough) {
+    ledger_.writeDue(region, first, book.value.data() + first * book.spec.entrySize,
+                     last - first + 1);
+  }
+  cm.doClearRange(first, last, writeThrough);
+  ledger_.dueSettled();
+}
+
+void Driver::writtenBack() {
+  const U32 region = anyRegion();
+  const bool knownOnly = random_.chance(70);
+  journal_.happened(knownOnly ? Event::writebackKnown : Event::writebackAll, region);
+  ledger_.writeBackDue(region, knownOnly);
+  system_.region(region)->writeback(knownOnly);
+  ledger_.dueSettled();
+}
+
+// --- Faults ---
+
+// A soft error. An ignored bit is not one: the chip changes it by itself.
+void Driver::flipped() {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  const Book& book = ledger_.book(region);
+  const U32 byte = random_.below(book.spec.entrySize);
+  const U32 bit = random_.below(8);
+  const bool isIgnored = byte + 1 == book.spec.entrySize && ((book.spec.ignored >> bit) & 1) != 0;
+  journal_.happened(isIgnored            ? Event::flipOfIgnoredBit
+                    : ledger_.passRuns() ? Event::flipDuringPass
+                                         : Event::flip,
+                    region, entry, byte * 8 + bit);
+  ledger_.disturbed(region, entry);
+  system_.chip(book.spec.chip).flip(book.chipOffset(entry) + byte, bit);
+}
+
+void Driver::ignoredBitFlipped() {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  const Book& book = ledger_.book(region);
+  if (book.spec.ignored == 0) return;
+  U32 bit = 0;
+  while (((book.spec.ignored >> bit) & 1) == 0) ++bit;
+  journal_.happened(Event::flipOfIgnoredBit, region, entry, bit);
+  system_.chip(book.spec.chip).flip(book.chipOffset(entry) + book.spec.entrySize - 1, bit);
+}
+
+void Driver::stuck() {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  const Book& book = ledger_.book(region);
+  const U32 byte = random_.below(book.spec.entrySize);
+  const U32 bit = random_.below(8);
+  journal_.happened(Event::bitStuck, region, entry, byte * 8 + bit);
+  ledger_.disturbed(region, entry);
+  system_.chip(book.spec.chip).stick(book.chipOffset(entry) + byte, bit);
+}
+
+void Driver::released() {
+  const U32 number = random_.below(system_.chips());
+  if (!system_.chip(number).hasStuck()) return;
+  journal_.happened(Event::bitsReleased, Journal::nowhere, 0, number);
+  system_.chip(number).stuckReleased();
+}
+
+// It strikes at a later access; the ledger hears of it then.
+void Driver::writeLost() {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  const Book& book = ledger_.book(region);
+  system_.chip(book.spec.chip).writeLost(book.chipOffset(entry));
+  // A fault that calls for the write, or the client's own write.
+  if (random_.chance(50)) {
+    system_.chip(book.spec.chip).flip(book.chipOffset(entry), 0);
+    ledger_.disturbed(region, entry);
+    journal_.happened(Event::flip, region, entry);
+  }
+}
+
+void Driver::readGlitched() {
+  const U32 region = anyRegion();
+  const U32 entry = anyEntry(region);
+  const Book& book = ledger_.book(region);
+  const U32 bit = random_.below(8);
+  system_.chip(book.spec.chip).readGlitched(book.chipOffset(entry), bit);
+}
+
+}  // namespace Simulation

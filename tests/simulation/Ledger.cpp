@@ -1,0 +1,174 @@
+// The ledger's entries: what the driver does, and the accesses that reach a chip.
+#include "simulation/Ledger.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Simulation {
+
+Book::Book(const RegionSpec& regionSpec)
+    : spec(regionSpec),
+      value(bytes()),
+      known(spec.entries),
+      dirty(spec.entries),
+      seen(bytes()),
+      bad(spec.entries),
+      due(bytes()),
+      dueLeft(spec.entries) {}
+
+bool Book::same(const U8* a, const U8* b) const {
+  const U32 last = spec.entrySize - 1;
+  return std::memcmp(a, b, last) == 0 && ((a[last] ^ b[last]) & ~spec.ignored & 0xff) == 0;
+}
+
+void Book::storeMadeAfresh() {
+  std::fill(value.begin(), value.end(), U8{0});
+  std::fill(known.begin(), known.end(), U8{0});
+  std::fill(dirty.begin(), dirty.end(), U8{0});
+  std::fill(bad.begin(), bad.end(), U8{0});
+}
+
+bool Ledger::writeOffered(U32 region, U32 entry, const U8* data, U32 count) {
+  Book& b = books_[region];
+  if (b.mode == Mode::override_) return true;
+  const U32 size = b.spec.entrySize;
+  bool hit = true;
+  for (U32 e = entry; e < entry + count; ++e, data += size) {
+    U8* value = b.value.data() + e * size;
+    if (b.skipsHits && b.known[e] && std::memcmp(value, data, size) == 0) {
+      ++b.writeHits;
+      continue;
+    }
+    std::memcpy(value, data, size);
+    b.known[e] = b.dirty[e] = 1;
+    hit = false;
+  }
+  return hit || overrideHardware_ || b.mode == Mode::buffered_;
+}
+
+void Ledger::entryDue(Book& b, U32 entry, const U8* data) {
+  std::memcpy(b.due.data() + entry * b.spec.entrySize, data, b.spec.entrySize);
+  b.dueLeft[entry] = b.spec.entrySize;
+  ++dueEntries_;
+}
+
+void Ledger::writeDue(U32 region, U32 entry, const U8* data, U32 count) {
+  Book& b = books_[region];
+  for (U32 e = entry; e < entry + count; ++e, data += b.spec.entrySize) entryDue(b, e, data);
+}
+
+void Ledger::writeBackDue(U32 region, bool knownOnly) {
+  Book& b = books_[region];
+  if (!b.hasShadow()) return;
+  for (U32 e = 0; e < b.spec.entries; ++e) {
+    if (!knownOnly || b.known[e]) entryDue(b, e, b.value.data() + e * b.spec.entrySize);
+  }
+}
+
+void Ledger::cleared(U32 region, U32 first, U32 last) {
+  Book& b = books_[region];
+  if (!b.hasShadow()) return;
+  for (U32 e = first; e <= last; ++e) {
+    std::memset(b.value.data() + e * b.spec.entrySize, 0, b.spec.entrySize);
+    b.known[e] = b.dirty[e] = 1;
+  }
+}
+
+bool Ledger::readAsked(U32 region, U32 entry, U32 size, std::vector<U8>& answer) {
+  Book& b = books_[region];
+  if (!b.readFromCache && !overrideHardware_) return false;
+  answer.assign(size, 0);
+  if (b.mode == Mode::override_) return true;
+  const U32 whole = size / b.spec.entrySize;
+  for (U32 e = entry; e < entry + whole; ++e) {
+    if (!b.known[e] && !overrideHardware_) return false;
+  }
+  b.readHits += whole;
+  std::memcpy(answer.data(), b.value.data() + entry * b.spec.entrySize, size);
+  return true;
+}
+
+void Ledger::dueSettled() {
+  if (dueEntries_ == 0) return;
+  for (Book& b : books_) {
+    for (U32 e = 0; e < b.spec.entries; ++e) {
+      if (b.dueLeft[e] == 0) continue;
+      journal_.broken(Rule::attributed,
+                      formatted("entry %u of %s was to be written to the chip, and was not", e,
+                                b.spec.name.c_str()));
+      b.dueLeft[e] = 0;
+    }
+  }
+  dueEntries_ = 0;
+}
+
+bool Ledger::located(U32 chip, U32 offset, U32 size, Place& place) {
+  const auto inside = [&](U32 region) {
+    const Book& b = books_[region];
+    if (b.spec.chip != chip || offset < b.spec.offset) return false;
+    const U32 distance = offset - b.spec.offset;
+    place = {region, distance / b.spec.stride, distance % b.spec.stride};
+    return place.entry < b.spec.entries && place.byte + size <= b.spec.entrySize;
+  };
+  if (inside(lastRegion_)) return true;
+  for (U32 region = 0; region < regions(); ++region) {
+    if (!inside(region)) continue;
+    lastRegion_ = region;
+    return true;
+  }
+  return false;
+}
+
+void Ledger::chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) {
+  journal_.accessed("read", chip, offset, data, size);
+  Place place{};
+  if (!located(chip, offset, size, place)) {
+    return journal_.broken(Rule::attributed, "a read that meets no region's entry");
+  }
+  Book& b = books_[place.region];
+  if (glitched) {
+    journal_.happened(Event::readGlitch, place.region, place.entry);
+    disturbed(place.region, place.entry);
+  }
+  if (!inTurn_) return;  // the driver's own
+  const U32 packed = place.entry * b.spec.entrySize + place.byte;
+  if (!passRuns_ || !b.member || packed != b.seenBytes) {
+    return journal_.broken(Rule::paced, "the audit reads out of its turn");
+  }
+  if (place.byte == 0 && ++entriesReadInTurn_ > slice_) {
+    journal_.broken(Rule::paced, "a slice is too long");
+  }
+  std::memcpy(b.seen.data() + packed, data, size);
+  b.seenBytes += size;
+}
+
+void Ledger::chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lost) {
+  journal_.accessed("write", chip, offset, data, size);
+  Place place{};
+  if (!located(chip, offset, size, place)) {
+    return journal_.broken(Rule::attributed, "a write that meets no region's entry");
+  }
+  Book& b = books_[place.region];
+  U32& left = b.dueLeft[place.entry];
+  if (left != b.spec.entrySize - place.byte || left < size) {
+    return journal_.broken(Rule::attributed, formatted("a write to entry %u of %s without a cause",
+                                                       place.entry, b.spec.name.c_str()));
+  }
+  if (std::memcmp(b.due.data() + place.entry * b.spec.entrySize + place.byte, data, size) != 0) {
+    journal_.broken(Rule::attributed, formatted("a wrong value for entry %u of %s", place.entry,
+                                                b.spec.name.c_str()));
+  }
+  left -= size;
+  if (left == 0) --dueEntries_;
+  if (lost) {
+    journal_.happened(inTurn_ ? Event::repairLost : Event::writeLost, place.region, place.entry);
+    disturbed(place.region, place.entry);
+  }
+}
+
+void Ledger::chipMissed(U32 chip, U32 offset, U32 size) {
+  journal_.broken(Rule::attributed,
+                  formatted("an access of %u bytes outside chip %u at 0x%x", size, chip, offset));
+}
+
+}  // namespace Simulation

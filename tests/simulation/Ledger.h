@@ -1,0 +1,160 @@
+// What the chips and the shadow must hold, and which writes must reach a chip: kept by watching the
+// chips, the trace and what the driver is about to do, never by asking the library.
+//
+// For each entry the ledger knows the value that was last written by a client or learnt by the
+// audit, whether there is one at all, whether it was written since the current pass began, and what
+// the chip answered when the pass read it. A write is attributed when it was due: the driver's own,
+// a write-back, or the repair of an entry whose answer differed in this pass.
+#pragma once
+
+#include <Hardware/HardwareShadow.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "simulation/Chip.h"
+#include "simulation/Journal.h"
+
+namespace Simulation {
+
+using Mode = Hardware::ChipMemory::ChipMemoryMode;
+using State = Hardware::HardwareShadow::State;
+
+// How a region is reached.
+enum class Way { chipAccess, statusAccess, registers };
+
+struct RegionSpec {
+  std::string name;
+  U32 chip;
+  U32 offset;  // of entry 0 in the chip's memory
+  U32 entries;
+  U32 entrySize;
+  U32 stride;
+  Way way;
+  U8 ignored;  // bits of each entry's last byte that do not count in a comparison
+};
+
+// One region in the ledger.
+struct Book {
+  explicit Book(const RegionSpec& regionSpec);
+
+  const RegionSpec spec;
+  // The owner's settings.
+  bool registered = true;
+  bool shadowEnabled = false;
+  bool auditEnabled = false;
+  bool readFromCache = false;
+  bool skipsHits = false;
+  bool logicalViews = false;
+  Mode mode = Mode::normal_;
+  bool member = false;  // of the audit's request
+
+  // Per entry; values are packed.
+  std::vector<U8> value;  // what the shadow holds; zeros where nothing is known
+  std::vector<U8> known;
+  std::vector<U8> dirty;     // written since the pass began
+  std::vector<U8> seen;      // what the chip answered in this pass
+  std::vector<U8> bad;       // ends of passes that found it wrong, since the last disturbance
+  std::vector<U8> due;       // what is to be written to the chip
+  std::vector<U32> dueLeft;  // its bytes that have not been written yet
+  U32 seenBytes = 0;         // so far in this pass
+  U32 repairs = 0;
+  U64 readHits = 0;
+  U64 writeHits = 0;
+
+  bool hasShadow() const { return shadowEnabled && mode != Mode::override_; }
+  U32 bytes() const { return spec.entries * spec.entrySize; }
+  U32 chipOffset(U32 entry) const { return spec.offset + entry * spec.stride; }
+  bool same(const U8* a, const U8* b) const;  // one entry
+  void storeMadeAfresh();
+};
+
+class Ledger : public Chip::Watcher {
+ public:
+  static constexpr Zint::Seconds never = std::numeric_limits<Zint::Seconds>::infinity();
+
+  explicit Ledger(Journal& journal) : journal_(journal) {}
+  // Before anything else happens.
+  void regionAdded(const RegionSpec& spec) { books_.emplace_back(spec); }
+  void chipAdded(const Chip* chip) { chips_.push_back(chip); }
+
+  U32 regions() const { return static_cast<U32>(books_.size()); }
+  Book& book(U32 region) { return books_[region]; }
+
+  // --- What the driver is about to do, and the answer it must get ---
+  bool writeOffered(U32 region, U32 entry, const U8* data, U32 count);
+  // The driver will write these entries to the chip.
+  void writeDue(U32 region, U32 entry, const U8* data, U32 count);
+  void writeBackDue(U32 region, bool knownOnly);
+  void cleared(U32 region, U32 first, U32 last);
+  bool readAsked(U32 region, U32 entry, U32 size, std::vector<U8>& answer);
+  // Every write that was due has been made.
+  void dueSettled();
+
+  // --- What the driver did to the chips ---
+  // An entry's fault counts from now on.
+  void disturbed(U32 region, U32 entry) { books_[region].bad[entry] = 0; }
+
+  // --- Control ---
+  void stateIs(State state, Zint::Seconds now);
+  State state() const { return state_; }
+  void overrideHardwareIs(bool on) { overrideHardware_ = on; }
+  bool overrideHardware() const { return overrideHardware_; }
+  void intervalIs(Zint::Seconds interval) { interval_ = interval; }
+  void sliceIs(U32 entries) { slice_ = entries; }
+
+  // --- The audit ---
+  void turnBegins() { inTurn_ = true, entriesReadInTurn_ = 0, passEnded_ = false; }
+  void turnEnds(Zint::Seconds now);
+  void passStarted(Zint::Seconds now);
+  void compared();
+  void differenceReported() { ++reported_; }
+  bool passEnded() const { return passEnded_; }
+  bool passRuns() const { return passRuns_; }
+  U32 passes() const { return passes_; }
+  // No pass begins any more by itself, though the state is auditing.
+  bool isStalled() const { return state_ == State::auditing_ && !passRuns_ && passDue_ == never; }
+
+  // Every audited entry of the chips holds its value.
+  void settledRequired();
+
+  void chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) override;
+  void chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lost) override;
+  void chipMissed(U32 chip, U32 offset, U32 size) override;
+
+ private:
+  struct Place {
+    U32 region;
+    U32 entry;
+    U32 byte;
+  };
+  bool located(U32 chip, U32 offset, U32 size, Place& place);
+  void entryDue(Book& book, U32 entry, const U8* data);
+  void regionCompared(U32 region);
+  void regionChecked(U32 region);
+  const U8* onChip(const Book& book, U32 entry) const {
+    return chips_[book.spec.chip]->memory() + book.chipOffset(entry);
+  }
+
+  Journal& journal_;
+  std::vector<Book> books_;
+  std::vector<const Chip*> chips_;
+  State state_ = State::unconfigured_;
+  bool overrideHardware_ = false;
+  Zint::Seconds interval_ = 0;
+  U32 slice_ = 0;
+  Zint::Seconds passStart_ = 0;
+  Zint::Seconds passDue_ = never;
+  bool passRuns_ = false;
+  bool passEnded_ = false;  // in this turn
+  bool inTurn_ = false;
+  U32 passes_ = 0;
+  U32 entriesReadInTurn_ = 0;
+  U32 dueEntries_ = 0;
+  U32 predicted_ = 0;  // repairs of the pass that ended
+  U32 reported_ = 0;   // differences in the trace
+  U32 lastRegion_ = 0;
+};
+
+}  // namespace Simulation

@@ -1,0 +1,213 @@
+#include "simulation/System.h"
+
+#include <Hardware/GenericChipHam.h>
+#include <Hardware/Umbra.h>
+
+#include <cstring>
+
+namespace Simulation {
+namespace {
+
+constexpr U32 entrySizes[] = {1, 2, 4, 8, 4, 3, 6, 12, 16, 4, 32};
+constexpr U32 chipIds[] = {0, 3, 4, 0xffffffff};
+
+U32 strideDrawn(Random& random, U32 entrySize) {
+  switch (random.below(6)) {
+    case 0:
+      return entrySize + random.between(1, 5);
+    case 1:
+      return entrySize * random.between(2, 4);
+    case 2:
+      return 0x40;
+    default:
+      return entrySize;
+  }
+}
+
+bool startsWith(const char* text, const char* start) {
+  return std::strncmp(text, start, std::strlen(start)) == 0;
+}
+
+}  // namespace
+
+System::System(Random& random, Journal& journal, Sabotage& sabotage)
+    : ledger(journal),
+      journal_(journal),
+      sabotage_(sabotage),
+      sinkBefore_(Zint::traceSinkIs(this)) {
+  // The data path takes other ways while the finest levels are built.
+  Hardware::umbraTrace().levelUpToIs(random.chance(6) ? 9 : 0);
+  shadow = Hardware::hardwareShadowFactory(loop_.activity, loop_.clock);
+  const U32 chips = random.between(2, 4);
+  for (U32 i = 0; i < chips; ++i) chipMade(random);
+  for (U32 i = 0; i < ledger.regions(); ++i) settingsDrawn(random, i);
+}
+
+System::~System() {
+  reader_ = nullptr;
+  shadow = nullptr;
+  Hardware::umbraTrace().levelUpToIs(0);
+  Zint::traceSinkIs(sinkBefore_);
+}
+
+void System::chipMade(Random& random) {
+  const U32 number = chips();
+  const U32 regions = random.between(1, 4);
+  std::vector<RegionSpec> specs;
+  U32 offset = 4 * random.below(8);
+  for (U32 i = 0; i < regions; ++i) {
+    RegionSpec spec{
+        formatted("chip%u.region%u", number, i), number, offset, 0, 0, 0, Way::chipAccess, 0};
+    spec.entries = random.chance(20) ? random.between(1, 3) : random.between(4, 40);
+    spec.entrySize = random.oneOf(entrySizes);
+    spec.stride = strideDrawn(random, spec.entrySize);
+    const U32 way = random.below(3);
+    if (way == 1) {
+      spec.way = Way::statusAccess;
+      spec.ignored = static_cast<U8>(1u << random.below(8));
+    } else if (way == 2 && spec.entrySize % 4 == 0 && spec.stride == spec.entrySize) {
+      spec.way = Way::registers;
+    }
+    offset += spec.stride * spec.entries + random.below(16);
+    offset = (offset + 3) / 4 * 4;
+    specs.push_back(spec);
+  }
+  chips_.push_back(std::make_unique<Chip>(number, offset + 0x100, ledger));
+  ledger.chipAdded(chips_.back().get());
+  if (random.chance(50)) {
+    for (U32 i = 0; i < offset; ++i) chips_.back()->memory()[i] = random.byte();
+  }
+  registers_.push_back(Zint::makePtr<ChipRegisters>(*chips_.back()));
+  for (const RegionSpec& spec : specs) regionMade(random, spec);
+}
+
+void System::regionMade(Random& random, const RegionSpec& drawn) {
+  RegionSpec spec = drawn;
+  Chip& onChip = chip(spec.chip);
+  Hardware::ChipHam::Ptr ham;
+  if (spec.way == Way::registers) {
+    ham = Hardware::genericChipHamFactory(spec.name, registers_[spec.chip]);
+  } else if (sabotage_.kind != Sabotage::none) {
+    spec.way = Way::chipAccess;
+    spec.ignored = 0;
+    ham = Zint::makePtr<SabotagedAccess>(spec.name, onChip, spec.stride, sabotage_);
+  } else if (spec.way == Way::statusAccess) {
+    ham = Zint::makePtr<StatusAccess>(spec.name, onChip, spec.stride, spec.ignored);
+  } else {
+    ham = Zint::makePtr<ChipAccess>(spec.name, onChip, spec.stride);
+  }
+  ledger.regionAdded(spec);
+  const Hardware::ChipMemory::Ptr made = Hardware::chipMemoryFactory(
+      spec.name, address(ledger.regions() - 1, 0), spec.entries, spec.entrySize, spec.stride, ham);
+  regions_.push_back(made);
+  totalEntries_ += spec.entries;
+  made->indirectCmdRegAddrIs(random.below(0x1000));
+}
+
+void System::settingsDrawn(Random& random, U32 number) {
+  Book& book = ledger.book(number);
+  Hardware::ChipMemory& cm = *regions_[number];
+  book.readFromCache = random.chance(80);
+  book.skipsHits = random.chance(70);
+  book.logicalViews = random.chance(30);
+  cm.readFromCacheIs(book.readFromCache);
+  cm.skipWriteIfMatchesCacheIs(book.skipsHits);
+  cm.allowsLogicalViewsIs(book.logicalViews);
+  // Enabling comes first: the change of mode makes the store afresh.
+  book.shadowEnabled = random.chance(95);
+  cm.shadowEnabledIs(book.shadowEnabled);
+  const U32 mode = random.below(10);
+  book.mode = mode == 0 ? Mode::override_ : mode == 1 ? Mode::buffered_ : Mode::normal_;
+  cm.modeIs(book.mode);
+  book.auditEnabled = book.mode != Mode::override_ && random.chance(85);
+  cm.auditEnabledIs(book.auditEnabled);
+  shadow->chipMemoryIs(regions_[number]);
+}
+
+Hardware::ChipAddress System::address(U32 number, U32 entry) {
+  const RegionSpec& spec = ledger.book(number).spec;
+  return {chipIds[spec.chip], firstOffset + spec.offset + spec.stride * entry};
+}
+
+void System::stateIs(State state) {
+  ledger.stateIs(state, now());
+  shadow->stateIs(state);
+  if (reader_ == nullptr && shadow->auditReadRequest() != nullptr) {
+    reader_ = Hardware::chipReaderFactory(loop_.activity, shadow->auditReadRequest(), loop_.clock,
+                                          slice_, pause_);
+  }
+  if (shadow->state() != ledger.state()) journal_.broken(Rule::paced, "the state is another one");
+}
+
+void System::sliceIs(U32 entries, Zint::Seconds pause) {
+  slice_ = entries;
+  pause_ = pause;
+  ledger.sliceIs(entries);
+  if (reader_ == nullptr) return;
+  reader_->maxEntriesPerReadIs(entries);
+  reader_->readIntervalIs(pause);
+}
+
+void System::turnAt(Zint::Seconds time) {
+  journal_.timeIs(time);
+  ledger.turnBegins();
+  sabotage_.inTurn = true;
+  loop_.turnAt(time);
+  sabotage_.inTurn = false;
+  ledger.turnEnds(time);
+  if (ledger.passEnded()) compared();
+}
+
+bool System::turnBefore(Zint::Seconds until) {
+  const Zint::Seconds wake = loop_.activity->wakeTime();
+  if (wake > until || !journal_.failure().empty()) return false;
+  turnAt(wake < now() ? now() : wake);
+  return true;
+}
+
+void System::runFor(Zint::Seconds duration) {
+  const Zint::Seconds until = now() + duration;
+  while (turnBefore(until)) {
+  }
+  if (now() < until) loop_.clock->timeIs(until);
+  journal_.timeIs(now());
+}
+
+void System::jumpFor(Zint::Seconds duration) { turnAt(now() + duration); }
+
+void System::compared() {
+  if (shadow->audits() != ledger.passes()) journal_.broken(Rule::paced, "passes are miscounted");
+  for (U32 i = 0; i < ledger.regions(); ++i) {
+    const Book& book = ledger.book(i);
+    const Hardware::ChipMemory& cm = *regions_[i];
+    const char* wrong = nullptr;
+    if ((cm.shadow() != nullptr) != book.hasShadow()) {
+      wrong = "the presence of its shadow";
+    } else if (book.hasShadow() &&
+               std::memcmp(cm.shadow()->data(), book.value.data(), book.bytes()) != 0) {
+      wrong = "its shadow";
+    }
+    for (U32 e = 0; e < book.spec.entries && book.hasShadow() && wrong == nullptr; ++e) {
+      if (cm.entryInitialized(e) != (book.known[e] != 0)) wrong = "what is known of its entries";
+    }
+    if (cm.registersFixed() != book.repairs) wrong = "the number of its repairs";
+    if (cm.readCacheHits() != book.readHits || cm.writeCacheHits() != book.writeHits) {
+      wrong = "the number of its hits";
+    }
+    if (wrong != nullptr) journal_.broken(Rule::answered, book.spec.name + ": wrong is " + wrong);
+  }
+}
+
+void System::traceLine(const Zint::TraceLine& line) {
+  journal_.traced(line.level, line.text);
+  if (line.level != 0) return;
+  if (startsWith(line.text, "HardwareShadow::doStartAudit")) {
+    ledger.passStarted(now());
+  } else if (startsWith(line.text, "HardwareShadow::doAuditChips")) {
+    ledger.compared();
+  } else if (startsWith(line.text, "Difference found in entry ")) {
+    ledger.differenceReported();
+  }
+}
+
+}  // namespace Simulation

@@ -1,0 +1,66 @@
+// A whole system in one thread: simulated chips, their regions, a shadow and a reader on a clock
+// that only the simulation moves, with a ledger that watches them.
+#pragma once
+
+#include <Hardware/ChipReader.h>
+#include <Hardware/HardwareShadow.h>
+#include <Zint/Trace.h>
+
+#include <memory>
+#include <vector>
+
+#include "fakes/ManualLoop.h"
+#include "simulation/Access.h"
+#include "simulation/Ledger.h"
+#include "simulation/Random.h"
+
+namespace Simulation {
+
+class System : public Zint::TraceSink {
+ public:
+  // Chips, regions and settings are drawn from `random`; the shadow is still unconfigured.
+  System(Random& random, Journal& journal, Sabotage& sabotage);
+  ~System() override;
+
+  Ledger ledger;
+  Hardware::HardwareShadow::Ptr shadow;
+
+  Hardware::ChipMemory::Ptr& region(U32 number) { return regions_[number]; }
+  Hardware::ChipAddress address(U32 number, U32 entry);
+  Chip& chip(U32 number) { return *chips_[number]; }
+  U32 chips() const { return static_cast<U32>(chips_.size()); }
+  U32 totalEntries() const { return totalEntries_; }
+
+  Zint::Seconds now() const { return loop_.clock->time(); }
+  // Runs the next wake-up that comes before `until`; false when there is none.
+  bool turnBefore(Zint::Seconds until);
+  void runFor(Zint::Seconds duration);
+  // Moves the clock on past every wake-up on the way.
+  void jumpFor(Zint::Seconds duration);
+  void stateIs(State state);
+  void sliceIs(U32 entries, Zint::Seconds pause);
+  // Compares the library's buffers and counters with the ledger.
+  void compared();
+
+  void traceLine(const Zint::TraceLine& line) override;
+
+ private:
+  void chipMade(Random& random);
+  void regionMade(Random& random, const RegionSpec& spec);
+  void settingsDrawn(Random& random, U32 number);
+  void turnAt(Zint::Seconds time);
+
+  Journal& journal_;
+  Sabotage& sabotage_;
+  Fakes::ManualLoop loop_;
+  std::vector<std::unique_ptr<Chip>> chips_;
+  std::vector<Zint::Ptr<ChipRegisters>> registers_;
+  std::vector<Hardware::ChipMemory::Ptr> regions_;
+  Hardware::ChipReader::Ptr reader_;  // once configured
+  U32 slice_ = 1;
+  Zint::Seconds pause_ = 0;
+  U32 totalEntries_ = 0;
+  Zint::TraceSink* const sinkBefore_;
+};
+
+}  // namespace Simulation
