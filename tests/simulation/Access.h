@@ -9,10 +9,11 @@
 
 namespace Simulation {
 
-// A deliberately broken access method: from the nth matching operation on.
+// A deliberately broken access method: it errs from some matching operation on.
 struct Sabotage {
   enum Kind {
-    none,
+    none,             // the plain access methods
+    harmless,         // the broken one, which does no harm
     dropsRepair,      // a write that the audit makes does not reach the chip
     writesElsewhere,  // a write goes to the next entry
     readsWrong,       // a read during the audit gives another value than the chip's

@@ -33,6 +33,7 @@ class Driver {
   void writeOne() { written(1); }
   void writeSome() { written(random_.between(2, 12)); }
   void written(U32 count);
+  void writtenAt(U32 region, U32 entry, U32 count);
   void writtenDirectly(U32 region, U32 entry, U32 count);
   void writeLazily();
   void readSome();

@@ -35,8 +35,11 @@ bool Driver::isFound(U32 region, U32 entry, U32 size) {
 void Driver::written(U32 count) {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
-  Book& book = ledger_.book(region);
-  count = std::min(count, book.spec.entries - entry);
+  writtenAt(region, entry, std::min(count, ledger_.book(region).spec.entries - entry));
+}
+
+void Driver::writtenAt(U32 region, U32 entry, U32 count) {
+  const Book& book = ledger_.book(region);
   dataDrawn(region, entry, count);
   const U32 size = count * book.spec.entrySize;
   if (!book.shadowEnabled && book.mode != Mode::override_) {
@@ -172,7 +175,7 @@ void Driver::flipped() {
                     : ledger_.passRuns() ? Event::flipDuringPass
                                          : Event::flip,
                     region, entry, byte * 8 + bit);
-  ledger_.disturbed(region, entry);
+  if (!isIgnored) ledger_.damaged(region, entry);
   system_.chip(book.spec.chip).flip(book.chipOffset(entry) + byte, bit);
 }
 
@@ -214,7 +217,7 @@ void Driver::writeLost() {
   // A fault that calls for the write, or the client's own write.
   if (random_.chance(50)) {
     system_.chip(book.spec.chip).flip(book.chipOffset(entry), 0);
-    ledger_.disturbed(region, entry);
+    ledger_.damaged(region, entry);
     journal_.happened(Event::flip, region, entry);
   }
 }

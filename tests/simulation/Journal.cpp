@@ -80,6 +80,7 @@ void Journal::broken(Rule rule, const std::string& text) {
       formatted("rule \"%s\" broken at %.3f s: ", ruleName(rule), time_) + text;
   if (failure_.empty()) failure_ = whole;
   if (keptLines_ != 0) line(whole);
+  closed_ = isOver();
 }
 
 void Journal::mixed(const U8* data, std::size_t size) {
@@ -92,6 +93,7 @@ void Journal::mixed(const U8* data, std::size_t size) {
 }
 
 void Journal::line(const std::string& text) {
+  if (closed_) return;
   const std::string whole = formatted("%14.3f  ", time_) + text;
   if (echo_ != nullptr) *echo_ << whole << "\n";
   lines_.push_back(whole);

@@ -16,11 +16,14 @@ namespace Simulation {
   /* traffic: what the shadow said of a write or a read */                                         \
   X(writeNeeded)                                                                                   \
   X(writeHit)                                                                                      \
-  X(writeBuffered) X(writeOverridden) X(writeDropped) X(writeLazy) X(writeWithoutShadow)           \
-      X(readServed) X(readPartial) X(readUnknownServed) X(readOfOverride) X(readMissed) X(clear)   \
-          X(clearRange) X(writebackKnown) X(writebackAll) /* faults */                             \
+  X(writeBuffered)                                                                                 \
+  X(writeOverridden)                                                                               \
+  X(writeDropped)                                                                                  \
+  X(writeLazy) X(writeWithoutShadow) X(readServed) X(readPartial) X(readUnknownServed)             \
+      X(readOfOverride) X(readMissed) X(clear) X(clearRange) X(writebackKnown)                     \
+          X(writebackAll) /* faults */                                                             \
       X(flip) X(flipDuringPass) X(flipOfIgnoredBit) X(bitStuck) X(bitsReleased) X(writeLost)       \
-          X(repairLost) X(readGlitch) /* the audit */                                              \
+          X(repairLost) X(faultRepaired) X(readGlitch) /* the audit */                             \
       X(passStarted) X(passDone) X(passAbandoned) X(repair) X(learnt)                              \
           X(recentWriteLeftAlone) /* control */                                                    \
       X(toIdle) X(toAuditing) X(nothingToAudit) X(toUnconfigured) X(toConfigured) X(regionRemoved) \
@@ -52,8 +55,8 @@ class Journal {
   static constexpr U32 nowhere = ~U32{0};
 
   // `keptLines`: how many of the last lines to keep as text; each also goes to `echo` unless null.
-  explicit Journal(std::size_t keptLines = 0, std::ostream* echo = nullptr)
-      : keptLines_(keptLines), echo_(echo) {}
+  explicit Journal(std::size_t keptLines = 0, std::ostream* echo = nullptr, bool goesOn = false)
+      : keptLines_(keptLines), echo_(echo), goesOn_(goesOn) {}
 
   void timeIs(Zint::Seconds time);
   Zint::Seconds time() const { return time_; }
@@ -71,6 +74,8 @@ class Journal {
   // The first one that was broken; empty for none.
   const std::string& failure() const { return failure_; }
   U32 broken() const { return broken_; }  // bit n: rule n
+  // Whether the run is to end here: a rule was broken, and it does not go on to show what else is.
+  bool isOver() const { return broken_ != 0 && !goesOn_; }
 
  private:
   void mixed(U64 value) {
@@ -82,11 +87,13 @@ class Journal {
 
   const std::size_t keptLines_;
   std::ostream* const echo_;
+  const bool goesOn_;
   Zint::Seconds time_ = 0;
   U64 hash_ = 0xcbf29ce484222325u;
   std::array<U64, eventKinds> counts_{};
   std::deque<std::string> lines_;
   std::string failure_;
+  bool closed_ = false;  // to further lines: the run is over
   U32 broken_ = 0;
 };
 

@@ -13,6 +13,7 @@ Book::Book(const RegionSpec& regionSpec)
       dirty(spec.entries),
       seen(bytes()),
       bad(spec.entries),
+      damaged(spec.entries),
       due(bytes()),
       dueLeft(spec.entries) {}
 
@@ -26,6 +27,15 @@ void Book::storeMadeAfresh() {
   std::fill(known.begin(), known.end(), U8{0});
   std::fill(dirty.begin(), dirty.end(), U8{0});
   std::fill(bad.begin(), bad.end(), U8{0});
+}
+
+void Ledger::damaged(U32 region, U32 entry) {
+  Book& b = books_[region];
+  disturbed(region, entry);
+  if (state_ == State::auditing_ && b.member && b.hasShadow() && b.known[entry] &&
+      !b.dirty[entry]) {
+    b.damaged[entry] = 1;
+  }
 }
 
 bool Ledger::writeOffered(U32 region, U32 entry, const U8* data, U32 count) {
@@ -163,6 +173,9 @@ void Ledger::chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lo
   if (lost) {
     journal_.happened(inTurn_ ? Event::repairLost : Event::writeLost, place.region, place.entry);
     disturbed(place.region, place.entry);
+  } else if (left == 0 && b.damaged[place.entry]) {
+    b.damaged[place.entry] = 0;
+    if (inTurn_) journal_.happened(Event::faultRepaired, place.region, place.entry);
   }
 }
 

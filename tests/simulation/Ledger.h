@@ -56,6 +56,7 @@ struct Book {
   std::vector<U8> dirty;     // written since the pass began
   std::vector<U8> seen;      // what the chip answered in this pass
   std::vector<U8> bad;       // ends of passes that found it wrong, since the last disturbance
+  std::vector<U8> damaged;   // by a soft error that is to be repaired
   std::vector<U8> due;       // what is to be written to the chip
   std::vector<U32> dueLeft;  // its bytes that have not been written yet
   U32 seenBytes = 0;         // so far in this pass
@@ -95,6 +96,8 @@ class Ledger : public Chip::Watcher {
   // --- What the driver did to the chips ---
   // An entry's fault counts from now on.
   void disturbed(U32 region, U32 entry) { books_[region].bad[entry] = 0; }
+  // The same, for a fault that the audit must mend if it is at work on a known, clean entry.
+  void damaged(U32 region, U32 entry);
 
   // --- Control ---
   void stateIs(State state, Zint::Seconds now);

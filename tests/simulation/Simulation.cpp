@@ -31,13 +31,12 @@ class AssertionsCaught {
 void run(Random& random, Journal& journal, Sabotage& sabotage, Outcome& outcome) {
   System system(random, journal, sabotage);
   Driver driver(system, random, journal);
-  const auto goesOn = [&] { return journal.failure().empty(); };
   try {
     const AssertionsCaught caught;
     driver.begins();
-    for (U32 round = random.between(12, 20); round > 0 && goesOn(); --round) driver.round();
-    // A sabotaged run goes on to the end to show all that it breaks.
-    if (goesOn()) driver.ends();
+    for (U32 round = random.between(12, 20); round > 0 && !journal.isOver(); --round)
+      driver.round();
+    if (!journal.isOver()) driver.ends();
   } catch (const LibraryAsserted& asserted) {
     journal.broken(Rule::paced, "the library asserts " + asserted.condition);
   } catch (const std::exception& exception) {
@@ -51,7 +50,7 @@ void run(Random& random, Journal& journal, Sabotage& sabotage, Outcome& outcome)
 
 Outcome simulated(U64 seed, const Options& options) {
   Random random(seed);
-  Journal journal(options.keptLines, options.echo);
+  Journal journal(options.keptLines, options.echo, options.goesOn);
   Sabotage sabotage = options.sabotage;
   Outcome outcome;
   run(random, journal, sabotage, outcome);

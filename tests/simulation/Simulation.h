@@ -13,7 +13,8 @@ namespace Simulation {
 struct Options {
   std::ostream* echo = nullptr;  // for every event; null for none
   std::size_t keptLines = 0;     // the last events as text
-  Sabotage sabotage;
+  Sabotage sabotage{};
+  bool goesOn = false;  // after a rule was broken, to show what else is
 };
 
 struct Outcome {

@@ -36,7 +36,7 @@ System::System(Random& random, Journal& journal, Sabotage& sabotage)
       sabotage_(sabotage),
       sinkBefore_(Zint::traceSinkIs(this)) {
   // The data path takes other ways while the finest levels are built.
-  Hardware::umbraTrace().levelUpToIs(random.chance(6) ? 9 : 0);
+  Hardware::umbraTrace().levelUpToIs(random.chance(12) ? 9 : 0);
   shadow = Hardware::hardwareShadowFactory(loop_.activity, loop_.clock);
   const U32 chips = random.between(2, 4);
   for (U32 i = 0; i < chips; ++i) chipMade(random);
@@ -160,7 +160,7 @@ void System::turnAt(Zint::Seconds time) {
 
 bool System::turnBefore(Zint::Seconds until) {
   const Zint::Seconds wake = loop_.activity->wakeTime();
-  if (wake > until || !journal_.failure().empty()) return false;
+  if (wake > until || journal_.isOver()) return false;
   turnAt(wake < now() ? now() : wake);
   return true;
 }
