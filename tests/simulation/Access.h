@@ -5,6 +5,9 @@
 #include <Fru/HamImpl.h>
 #include <Hardware/ChipHam.h>
 
+#include <functional>
+#include <utility>
+
 #include "simulation/Chip.h"
 
 namespace Simulation {
@@ -33,11 +36,23 @@ struct Sabotage {
   }
 };
 
+// Runs once, from within the reading of an entry by the audit: what comes between two entries of
+// one slice.
+struct Interruption {
+  U32 after = 0;  // entries that are read before it
+  std::function<void()> work;
+
+  void entryRead() {
+    if (!work || after-- > 0) return;
+    std::exchange(work, nullptr)();
+  }
+};
+
 // Entries `stride` apart. The high word of an address is the chip's id.
 class ChipAccess : public Hardware::ChipHam {
  public:
-  ChipAccess(Zint::Name name, Chip& chip, U32 stride)
-      : ChipHam(std::move(name)), chip_(chip), stride_(stride) {}
+  ChipAccess(Zint::Name name, Chip& chip, U32 stride, Interruption& interruption)
+      : ChipHam(std::move(name)), chip_(chip), stride_(stride), interruption_(interruption) {}
 
   void doRead(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
               U32 entries) override;
@@ -47,14 +62,15 @@ class ChipAccess : public Hardware::ChipHam {
  protected:
   Chip& chip_;
   const U32 stride_;
+  Interruption& interruption_;
 };
 
 // The same, where the chip itself changes some bits of each entry's last byte at any time: they do
 // not count in a comparison.
 class StatusAccess : public ChipAccess {
  public:
-  StatusAccess(Zint::Name name, Chip& chip, U32 stride, U8 ignored)
-      : ChipAccess(std::move(name), chip, stride), ignored_(ignored) {}
+  StatusAccess(Zint::Name name, Chip& chip, U32 stride, Interruption& interruption, U8 ignored)
+      : ChipAccess(std::move(name), chip, stride, interruption), ignored_(ignored) {}
 
   bool doCompare(U8* a, U8* b, U32 bytes) const override;
 
@@ -65,8 +81,9 @@ class StatusAccess : public ChipAccess {
 // Of any stride, but broken.
 class SabotagedAccess : public ChipAccess {
  public:
-  SabotagedAccess(Zint::Name name, Chip& chip, U32 stride, Sabotage& sabotage)
-      : ChipAccess(std::move(name), chip, stride), sabotage_(sabotage) {}
+  SabotagedAccess(Zint::Name name, Chip& chip, U32 stride, Interruption& interruption,
+                  Sabotage& sabotage)
+      : ChipAccess(std::move(name), chip, stride, interruption), sabotage_(sabotage) {}
 
   void doRead(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
               U32 entries) override;

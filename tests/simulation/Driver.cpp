@@ -28,7 +28,7 @@ void Driver::acted() {
       {2, &Driver::writeLost},        {2, &Driver::readGlitched}, {2, &Driver::released},
       {20, &Driver::turned},          {8, &Driver::waited},       {2, &Driver::paceChanged},
       {1, &Driver::auditPaused},      {3, &Driver::auditResumed}, {1, &Driver::overrideToggled},
-      {2, &Driver::changedWhileIdle},
+      {2, &Driver::changedWhileIdle}, {5, &Driver::interrupted},
   };
   performed(actions);
 }
@@ -59,6 +59,28 @@ void Driver::round() {
 void Driver::turned() {
   const U32 turns = random_.between(1, 6);
   for (U32 i = 0; i < turns; ++i) system_.turnBefore(system_.now() + 600);
+}
+
+// What follows falls between two entries of a slice.
+void Driver::interrupted() {
+  system_.interruptedBy([this] { interruption(); }, random_.below(system_.totalEntries()));
+  turned();
+}
+
+void Driver::interruption() {
+  static constexpr Action actions[] = {
+      {10, &Driver::writeOne},   {4, &Driver::writeSome},      {2, &Driver::writeLazily},
+      {4, &Driver::readSome},    {6, &Driver::flipped},        {1, &Driver::cleared},
+      {1, &Driver::writtenBack}, {1, &Driver::paceChanged},    {1, &Driver::overrideToggled},
+      {1, &Driver::auditPaused}, {1, &Driver::auditRestarted},
+  };
+  journal_.happened(Event::interruption);
+  performed(actions);
+}
+
+void Driver::auditRestarted() {
+  auditPaused();
+  auditResumed();
 }
 
 void Driver::waited() { system_.runFor(random_.seconds(1, 2 * minute)); }
@@ -227,6 +249,7 @@ void Driver::reconfigured() {
 
 void Driver::ends() {
   for (U32 i = 0; i < system_.chips(); ++i) system_.chip(i).faultsEnd();
+  system_.interruptionDel();
   if (ledger_.overrideHardware()) overrideToggled();
   paceChanged();
   auditPaused();

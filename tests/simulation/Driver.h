@@ -51,6 +51,8 @@ class Driver {
 
   // Time.
   void turned();
+  void interrupted();
+  void interruption();
   void waited();
   void quiet();
 
@@ -58,6 +60,7 @@ class Driver {
   void paceChanged();
   void auditPaused();
   void auditResumed();
+  void auditRestarted();
   void overrideToggled();
   void changedWhileIdle();
   void modeChanged(U32 region, Mode mode);

@@ -1,4 +1,5 @@
 // The driver's traffic and the faults.
+#include <algorithm>
 #include <cstring>
 
 #include "simulation/Driver.h"
@@ -89,7 +90,9 @@ void Driver::readSome() {
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
   const U32 room = book.spec.entries - entry;
-  const U32 count = std::min(room, random_.chance(60) ? 1 : random_.between(2, 12));
+  const U32 kind = random_.below(20);
+  const U32 some = kind < 12 ? 1 : kind < 19 ? random_.between(2, 12) : room;
+  const U32 count = std::min(room, some);
   U32 size = count * book.spec.entrySize;
   if (book.logicalViews && book.spec.entrySize > 1 && random_.chance(50)) {
     size -= random_.between(1, book.spec.entrySize - 1);

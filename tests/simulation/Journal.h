@@ -19,12 +19,16 @@ namespace Simulation {
   X(writeBuffered)                                                                                 \
   X(writeOverridden)                                                                               \
   X(writeDropped)                                                                                  \
-  X(writeLazy) X(writeWithoutShadow) X(readServed) X(readPartial) X(readUnknownServed)             \
-      X(readOfOverride) X(readMissed) X(clear) X(clearRange) X(writebackKnown)                     \
-          X(writebackAll) /* faults */                                                             \
+  X(writeLazy)                                                                                     \
+  X(writeWithoutShadow)                                                                            \
+  X(readServed)                                                                                    \
+  X(readPartial)                                                                                   \
+  X(readUnknownServed)                                                                             \
+  X(readOfOverride) X(readMissed) X(clear) X(clearRange) X(writebackKnown)                         \
+      X(writebackAll) /* faults */                                                                 \
       X(flip) X(flipDuringPass) X(flipOfIgnoredBit) X(bitStuck) X(bitsReleased) X(writeLost)       \
           X(repairLost) X(faultRepaired) X(readGlitch) /* the audit */                             \
-      X(passStarted) X(passDone) X(passAbandoned) X(repair) X(learnt)                              \
+      X(interruption) X(passStarted) X(passDone) X(passAbandoned) X(repair) X(learnt)              \
           X(recentWriteLeftAlone) /* control */                                                    \
       X(toIdle) X(toAuditing) X(nothingToAudit) X(toUnconfigured) X(toConfigured) X(regionRemoved) \
           X(regionAdded) X(modeNormal) X(modeOverride) X(modeBuffered) X(auditOn) X(auditOff)      \

@@ -142,10 +142,11 @@ void Ledger::chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitc
   }
   if (!inTurn_) return;  // the driver's own
   const U32 packed = place.entry * b.spec.entrySize + place.byte;
+  if (stateSetInTurn_) return;  // the rest of a slice that nobody waits for
   if (!passRuns_ || !b.member || packed != b.seenBytes) {
     return journal_.broken(Rule::paced, "the audit reads out of its turn");
   }
-  if (place.byte == 0 && ++entriesReadInTurn_ > slice_) {
+  if (place.byte == 0 && ++entriesReadInTurn_ > sliceOfTurn_) {
     journal_.broken(Rule::paced, "a slice is too long");
   }
   std::memcpy(b.seen.data() + packed, data, size);

@@ -9,6 +9,7 @@
 
 #include <Hardware/HardwareShadow.h>
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <vector>
@@ -105,11 +106,17 @@ class Ledger : public Chip::Watcher {
   void overrideHardwareIs(bool on) { overrideHardware_ = on; }
   bool overrideHardware() const { return overrideHardware_; }
   void intervalIs(Zint::Seconds interval) { interval_ = interval; }
-  void sliceIs(U32 entries) { slice_ = entries; }
+  void sliceIs(U32 entries) {
+    slice_ = entries;
+    sliceOfTurn_ = turnRuns_ ? std::max(sliceOfTurn_, entries) : entries;
+  }
 
   // --- The audit ---
-  void turnBegins() { inTurn_ = true, entriesReadInTurn_ = 0, passEnded_ = false; }
+  void turnBegins();
   void turnEnds(Zint::Seconds now);
+  // Within a turn the driver is at work.
+  void interruptionBegins() { inTurn_ = false; }
+  void interruptionEnds() { inTurn_ = true; }
   void passStarted(Zint::Seconds now);
   void compared();
   void differenceReported() { ++reported_; }
@@ -147,11 +154,14 @@ class Ledger : public Chip::Watcher {
   bool overrideHardware_ = false;
   Zint::Seconds interval_ = 0;
   U32 slice_ = 0;
+  U32 sliceOfTurn_ = 0;  // a slice under way keeps the limit that it began with
   Zint::Seconds passStart_ = 0;
   Zint::Seconds passDue_ = never;
   bool passRuns_ = false;
   bool passEnded_ = false;  // in this turn
-  bool inTurn_ = false;
+  bool turnRuns_ = false;
+  bool inTurn_ = false;          // and the library is at work in it
+  bool stateSetInTurn_ = false;  // by an interruption
   U32 passes_ = 0;
   U32 entriesReadInTurn_ = 0;
   U32 dueEntries_ = 0;

@@ -10,6 +10,7 @@ namespace Simulation {
 
 void Ledger::stateIs(State state, Zint::Seconds now) {
   if (state == state_) return;
+  stateSetInTurn_ = turnRuns_;
   if (passRuns_) journal_.happened(Event::passAbandoned);
   passRuns_ = false;
   passDue_ = never;
@@ -90,8 +91,15 @@ void Ledger::regionCompared(U32 region) {
   }
 }
 
+void Ledger::turnBegins() {
+  turnRuns_ = inTurn_ = true;
+  passEnded_ = stateSetInTurn_ = false;
+  entriesReadInTurn_ = 0;
+  sliceOfTurn_ = slice_;
+}
+
 void Ledger::turnEnds(Zint::Seconds now) {
-  inTurn_ = false;
+  turnRuns_ = inTurn_ = false;
   dueSettled();
   if (passEnded_) {
     if (predicted_ != reported_) {
@@ -101,7 +109,8 @@ void Ledger::turnEnds(Zint::Seconds now) {
     for (U32 region = 0; region < regions(); ++region) regionChecked(region);
   }
   // A wake-up that finds the hardware overridden is not repeated.
-  if (state_ == State::auditing_ && !passRuns_ && passDue_ <= now && !passEnded_) {
+  if (state_ == State::auditing_ && !passRuns_ && passDue_ <= now && !passEnded_ &&
+      !stateSetInTurn_) {
     if (!overrideHardware_) journal_.broken(Rule::paced, "a pass that was due has not begun");
     passDue_ = never;
   }

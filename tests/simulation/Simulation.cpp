@@ -43,6 +43,7 @@ void run(Random& random, Journal& journal, Sabotage& sabotage, Outcome& outcome)
     journal.broken(Rule::paced, std::string("an exception: ") + exception.what());
   }
   outcome.time = system.now();
+  outcome.jumped = system.jumped();
   outcome.passes = system.ledger.passes();
 }
 

@@ -18,8 +18,9 @@ struct Options {
 };
 
 struct Outcome {
-  U64 hash = 0;            // over every event in order
-  Zint::Seconds time = 0;  // that was simulated
+  U64 hash = 0;              // over every event in order
+  Zint::Seconds time = 0;    // that was simulated
+  Zint::Seconds jumped = 0;  // of it, in single jumps of the clock
   U32 passes = 0;
   std::array<U64, eventKinds> counts{};
   std::string failure;  // empty when every rule held

@@ -24,6 +24,13 @@ U32 strideDrawn(Random& random, U32 entrySize) {
   }
 }
 
+U32 entriesDrawn(Random& random) {
+  const U32 kind = random.below(20);
+  return kind < 4    ? random.between(1, 3)
+         : kind < 19 ? random.between(4, 40)
+                     : random.between(64, 200);
+}
+
 bool startsWith(const char* text, const char* start) {
   return std::strncmp(text, start, std::strlen(start)) == 0;
 }
@@ -58,7 +65,7 @@ void System::chipMade(Random& random) {
   for (U32 i = 0; i < regions; ++i) {
     RegionSpec spec{
         formatted("chip%u.region%u", number, i), number, offset, 0, 0, 0, Way::chipAccess, 0};
-    spec.entries = random.chance(20) ? random.between(1, 3) : random.between(4, 40);
+    spec.entries = entriesDrawn(random);
     spec.entrySize = random.oneOf(entrySizes);
     spec.stride = strideDrawn(random, spec.entrySize);
     const U32 way = random.below(3);
@@ -90,11 +97,11 @@ void System::regionMade(Random& random, const RegionSpec& drawn) {
   } else if (sabotage_.kind != Sabotage::none) {
     spec.way = Way::chipAccess;
     spec.ignored = 0;
-    ham = Zint::makePtr<SabotagedAccess>(spec.name, onChip, spec.stride, sabotage_);
+    ham = Zint::makePtr<SabotagedAccess>(spec.name, onChip, spec.stride, interruption_, sabotage_);
   } else if (spec.way == Way::statusAccess) {
-    ham = Zint::makePtr<StatusAccess>(spec.name, onChip, spec.stride, spec.ignored);
+    ham = Zint::makePtr<StatusAccess>(spec.name, onChip, spec.stride, interruption_, spec.ignored);
   } else {
-    ham = Zint::makePtr<ChipAccess>(spec.name, onChip, spec.stride);
+    ham = Zint::makePtr<ChipAccess>(spec.name, onChip, spec.stride, interruption_);
   }
   ledger.regionAdded(spec);
   const Hardware::ChipMemory::Ptr made = Hardware::chipMemoryFactory(
@@ -148,6 +155,19 @@ void System::sliceIs(U32 entries, Zint::Seconds pause) {
   reader_->readIntervalIs(pause);
 }
 
+void System::interruptedBy(std::function<void()> work, U32 after) {
+  interruption_.after = after;
+  interruption_.work = [this, work = std::move(work)] {
+    // A client reads the chip by itself: no work for it.
+    if (!sabotage_.inTurn) return;
+    sabotage_.inTurn = false;
+    ledger.interruptionBegins();
+    work();
+    ledger.interruptionEnds();
+    sabotage_.inTurn = true;
+  };
+}
+
 void System::turnAt(Zint::Seconds time) {
   journal_.timeIs(time);
   ledger.turnBegins();
@@ -173,7 +193,10 @@ void System::runFor(Zint::Seconds duration) {
   journal_.timeIs(now());
 }
 
-void System::jumpFor(Zint::Seconds duration) { turnAt(now() + duration); }
+void System::jumpFor(Zint::Seconds duration) {
+  jumped_ += duration;
+  turnAt(now() + duration);
+}
 
 void System::compared() {
   if (shadow->audits() != ledger.passes()) journal_.broken(Rule::paced, "passes are miscounted");

@@ -37,8 +37,13 @@ class System : public Zint::TraceSink {
   void runFor(Zint::Seconds duration);
   // Moves the clock on past every wake-up on the way.
   void jumpFor(Zint::Seconds duration);
+  Zint::Seconds jumped() const { return jumped_; }  // so far
   void stateIs(State state);
   void sliceIs(U32 entries, Zint::Seconds pause);
+  // In the middle of the audit's reading, after so many further entries.
+  void interruptedBy(std::function<void()> work, U32 after);
+  // One that still waits does not come any more.
+  void interruptionDel() { interruption_.work = nullptr; }
   // Compares the library's buffers and counters with the ledger.
   void compared();
 
@@ -53,12 +58,14 @@ class System : public Zint::TraceSink {
   Journal& journal_;
   Sabotage& sabotage_;
   Fakes::ManualLoop loop_;
+  Interruption interruption_;
   std::vector<std::unique_ptr<Chip>> chips_;
   std::vector<Zint::Ptr<ChipRegisters>> registers_;
   std::vector<Hardware::ChipMemory::Ptr> regions_;
   Hardware::ChipReader::Ptr reader_;  // once configured
   U32 slice_ = 1;
   Zint::Seconds pause_ = 0;
+  Zint::Seconds jumped_ = 0;
   U32 totalEntries_ = 0;
   Zint::TraceSink* const sinkBefore_;
 };
