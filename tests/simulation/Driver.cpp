@@ -1,6 +1,8 @@
 // The course of a run: bursts and quiet stretches, and the owner's changes.
 #include "simulation/Driver.h"
 
+#include <algorithm>
+
 namespace Simulation {
 namespace {
 
@@ -83,7 +85,11 @@ void Driver::auditRestarted() {
   auditResumed();
 }
 
-void Driver::waited() { system_.runFor(random_.seconds(1, 2 * minute)); }
+// Up to two minutes, but not for very many passes.
+void Driver::waited() {
+  const Zint::Seconds duration = random_.seconds(1, 2 * minute);
+  system_.runFor(std::min(duration, 10 * system_.shadow->minIntervalBetweenAudits()));
+}
 
 void Driver::quiet() {
   const U32 kind = random_.below(20);
