@@ -40,7 +40,7 @@ void Driver::begins() {
   system_.stateIs(State::configured_);
   // Most regions are programmed as a whole before the audit begins.
   for (U32 region = 0; region < ledger_.regions(); ++region) {
-    if (random_.chance(75)) writtenAt(region, 0, ledger_.book(region).spec.entries);
+    if (random_.chance(75)) writtenAt(region, 0, ledger_.book(region).layout.entries);
   }
   auditResumed();
 }

@@ -70,7 +70,7 @@ class Driver {
   void reconfigured();
 
   U32 anyRegion() { return random_.below(ledger_.regions()); }
-  U32 anyEntry(U32 region) { return random_.below(ledger_.book(region).spec.entries); }
+  U32 anyEntry(U32 region) { return random_.below(ledger_.book(region).layout.entries); }
   bool isFound(U32 region, U32 entry, U32 size);
   void expected(Rule rule, bool holds, const char* text) {
     if (!holds) journal_.broken(rule, text);

@@ -9,7 +9,7 @@ namespace Simulation {
 // Often what is there already, or few different values.
 void Driver::dataDrawn(U32 region, U32 entry, U32 count) {
   const Book& book = ledger_.book(region);
-  const U32 size = book.spec.entrySize;
+  const U32 size = book.layout.entrySize;
   data_.resize(std::size_t{count} * size);
   const U32 kind = random_.below(4);
   for (U32 i = 0; i < count; ++i) {
@@ -36,13 +36,13 @@ bool Driver::isFound(U32 region, U32 entry, U32 size) {
 void Driver::written(U32 count) {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
-  writtenAt(region, entry, std::min(count, ledger_.book(region).spec.entries - entry));
+  writtenAt(region, entry, std::min(count, ledger_.book(region).layout.entries - entry));
 }
 
 void Driver::writtenAt(U32 region, U32 entry, U32 count) {
   const Book& book = ledger_.book(region);
   dataDrawn(region, entry, count);
-  const U32 size = count * book.spec.entrySize;
+  const U32 size = count * book.layout.entrySize;
   if (!book.shadowEnabled && book.mode != Mode::override_) {
     return writtenDirectly(region, entry, count);
   }
@@ -66,7 +66,7 @@ void Driver::writtenDirectly(U32 region, U32 entry, U32 count) {
   if (!book.shadowEnabled) journal_.happened(Event::writeWithoutShadow, region, entry, count);
   const Hardware::ChipMemory::Ptr& cm = system_.region(region);
   ledger_.writeDue(region, entry, data_.data(), count);
-  cm->chipHam()->doWrite(cm->entryAddress(entry), data_.data(), book.spec.entrySize, count);
+  cm->chipHam()->doWrite(cm->entryAddress(entry), data_.data(), book.layout.entrySize, count);
   ledger_.dueSettled();
 }
 
@@ -77,11 +77,11 @@ void Driver::writeLazily() {
   Book& book = ledger_.book(region);
   if (!book.hasShadow()) return;
   dataDrawn(region, entry, 1);
-  if (!isFound(region, entry, book.spec.entrySize)) return;
+  if (!isFound(region, entry, book.layout.entrySize)) return;
   journal_.happened(Event::writeLazy, region, entry);
   ledger_.writeOffered(region, entry, data_.data(), 1);
   system_.shadow->shadowWriteHack(system_.address(region, entry), data_.data(),
-                                  book.spec.entrySize);
+                                  book.layout.entrySize);
 }
 
 void Driver::readSome() {
@@ -89,13 +89,13 @@ void Driver::readSome() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
-  const U32 room = book.spec.entries - entry;
+  const U32 room = book.layout.entries - entry;
   const U32 kind = random_.below(20);
   const U32 some = kind < 12 ? 1 : kind < 19 ? random_.between(2, 12) : room;
   const U32 count = std::min(room, some);
-  U32 size = count * book.spec.entrySize;
-  if (book.logicalViews && book.spec.entrySize > 1 && random_.chance(50)) {
-    size -= random_.between(1, book.spec.entrySize - 1);
+  U32 size = count * book.layout.entrySize;
+  if (book.logicalViews && book.layout.entrySize > 1 && random_.chance(50)) {
+    size -= random_.between(1, book.layout.entrySize - 1);
   }
   if (!book.hasShadow() && book.mode != Mode::override_) return;
   isFound(region, entry, size);
@@ -111,21 +111,21 @@ void Driver::readChecked(U32 region, U32 entry, U32 size) {
   expected(Rule::answered, answer == wanted, "a read was answered when it should not, or not");
   if (answer && wanted) {
     expected(Rule::answered, answer_ == wanted_, "a read was served wrong bytes");
-    const U32 whole = size / book.spec.entrySize;
+    const U32 whole = size / book.layout.entrySize;
     bool known = true;
     for (U32 e = entry; e < entry + whole; ++e) known = known && book.known[e] != 0;
-    journal_.happened(book.mode == Mode::override_          ? Event::readOfOverride
-                      : !known                              ? Event::readUnknownServed
-                      : size != whole * book.spec.entrySize ? Event::readPartial
-                                                            : Event::readServed,
+    journal_.happened(book.mode == Mode::override_            ? Event::readOfOverride
+                      : !known                                ? Event::readUnknownServed
+                      : size != whole * book.layout.entrySize ? Event::readPartial
+                                                              : Event::readServed,
                       region, entry, size);
   } else {
     journal_.happened(Event::readMissed, region, entry, size);
     // From the chip, in whole entries.
     const Hardware::ChipMemory::Ptr& cm = system_.region(region);
-    const U32 count = (size + book.spec.entrySize - 1) / book.spec.entrySize;
-    answer_.resize(std::size_t{count} * book.spec.entrySize);
-    cm->chipHam()->doRead(cm->entryAddress(entry), answer_.data(), book.spec.entrySize, count);
+    const U32 count = (size + book.layout.entrySize - 1) / book.layout.entrySize;
+    answer_.resize(std::size_t{count} * book.layout.entrySize);
+    cm->chipHam()->doRead(cm->entryAddress(entry), answer_.data(), book.layout.entrySize, count);
   }
   journal_.answered(answer, answer_.data(), static_cast<U32>(answer_.size()));
 }
@@ -134,21 +134,21 @@ void Driver::cleared() {
   const U32 region = anyRegion();
   const Book& book = ledger_.book(region);
   const U32 first = anyEntry(region);
-  const U32 last = first + random_.below(book.spec.entries - first);
+  const U32 last = first + random_.below(book.layout.entries - first);
   const bool whole = random_.chance(20);
   const bool writeThrough = random_.chance(50);
   if (!book.hasShadow()) return;
   Hardware::ChipMemory& cm = *system_.region(region);
   if (whole) {
     journal_.happened(Event::clear, region);
-    ledger_.cleared(region, 0, book.spec.entries - 1);
+    ledger_.cleared(region, 0, book.layout.entries - 1);
     cm.doClear();
     return;
   }
   journal_.happened(Event::clearRange, region, first, last);
   ledger_.cleared(region, first, last);
   if (writeThrough) {
-    ledger_.writeDue(region, first, book.value.data() + first * book.spec.entrySize,
+    ledger_.writeDue(region, first, book.value.data() + first * book.layout.entrySize,
                      last - first + 1);
   }
   cm.doClearRange(first, last, writeThrough);
@@ -171,37 +171,38 @@ void Driver::flipped() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
-  const U32 byte = random_.below(book.spec.entrySize);
+  const U32 byte = random_.below(book.layout.entrySize);
   const U32 bit = random_.below(8);
-  const bool isIgnored = byte + 1 == book.spec.entrySize && ((book.spec.ignored >> bit) & 1) != 0;
+  const bool isIgnored =
+      byte + 1 == book.layout.entrySize && ((book.layout.ignored >> bit) & 1) != 0;
   journal_.happened(isIgnored            ? Event::flipOfIgnoredBit
                     : ledger_.passRuns() ? Event::flipDuringPass
                                          : Event::flip,
                     region, entry, byte * 8 + bit);
   if (!isIgnored) ledger_.damaged(region, entry);
-  system_.chip(book.spec.chip).flip(book.chipOffset(entry) + byte, bit);
+  system_.chip(book.layout.chip).flip(book.chipOffset(entry) + byte, bit);
 }
 
 void Driver::ignoredBitFlipped() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
-  if (book.spec.ignored == 0) return;
+  if (book.layout.ignored == 0) return;
   U32 bit = 0;
-  while (((book.spec.ignored >> bit) & 1) == 0) ++bit;
+  while (((book.layout.ignored >> bit) & 1) == 0) ++bit;
   journal_.happened(Event::flipOfIgnoredBit, region, entry, bit);
-  system_.chip(book.spec.chip).flip(book.chipOffset(entry) + book.spec.entrySize - 1, bit);
+  system_.chip(book.layout.chip).flip(book.chipOffset(entry) + book.layout.entrySize - 1, bit);
 }
 
 void Driver::stuck() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
-  const U32 byte = random_.below(book.spec.entrySize);
+  const U32 byte = random_.below(book.layout.entrySize);
   const U32 bit = random_.below(8);
   journal_.happened(Event::bitStuck, region, entry, byte * 8 + bit);
   ledger_.disturbed(region, entry);
-  system_.chip(book.spec.chip).stick(book.chipOffset(entry) + byte, bit);
+  system_.chip(book.layout.chip).stick(book.chipOffset(entry) + byte, bit);
 }
 
 void Driver::released() {
@@ -216,10 +217,10 @@ void Driver::writeLost() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
-  system_.chip(book.spec.chip).writeLost(book.chipOffset(entry));
+  system_.chip(book.layout.chip).writeLost(book.chipOffset(entry));
   // A fault that calls for the write, or the client's own write.
   if (random_.chance(50)) {
-    system_.chip(book.spec.chip).flip(book.chipOffset(entry), 0);
+    system_.chip(book.layout.chip).flip(book.chipOffset(entry), 0);
     ledger_.damaged(region, entry);
     journal_.happened(Event::flip, region, entry);
   }
@@ -230,7 +231,7 @@ void Driver::readGlitched() {
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
   const U32 bit = random_.below(8);
-  system_.chip(book.spec.chip).readGlitched(book.chipOffset(entry), bit);
+  system_.chip(book.layout.chip).readGlitched(book.chipOffset(entry), bit);
 }
 
 }  // namespace Simulation

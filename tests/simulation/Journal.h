@@ -25,7 +25,8 @@ namespace Simulation {
   X(readPartial)                                                                                   \
   X(readUnknownServed)                                                                             \
   X(readOfOverride)                                                                                \
-  X(readMissed) X(clear) X(clearRange) X(writebackKnown) X(writebackAll) /* faults */              \
+  X(readMissed)                                                                                    \
+  X(clear) X(clearRange) X(writebackKnown) X(writebackAll) /* faults */                            \
       X(flip) X(flipDuringPass) X(flipOfIgnoredBit) X(bitStuck) X(bitsReleased) X(writeLost)       \
           X(repairLost) X(faultRepaired) X(readGlitch) /* the audit */                             \
       X(interruption) X(passStarted) X(passDone) X(passAbandoned) X(repair) X(learnt)              \

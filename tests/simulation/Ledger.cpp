@@ -6,20 +6,20 @@
 
 namespace Simulation {
 
-Book::Book(const RegionSpec& regionSpec)
-    : spec(regionSpec),
+Book::Book(const Layout& regionLayout)
+    : layout(regionLayout),
       value(bytes()),
-      known(spec.entries),
-      dirty(spec.entries),
+      known(layout.entries),
+      dirty(layout.entries),
       seen(bytes()),
-      bad(spec.entries),
-      damaged(spec.entries),
+      bad(layout.entries),
+      damaged(layout.entries),
       due(bytes()),
-      dueLeft(spec.entries) {}
+      dueLeft(layout.entries) {}
 
 bool Book::same(const U8* a, const U8* b) const {
-  const U32 last = spec.entrySize - 1;
-  return std::memcmp(a, b, last) == 0 && ((a[last] ^ b[last]) & ~spec.ignored & 0xff) == 0;
+  const U32 last = layout.entrySize - 1;
+  return std::memcmp(a, b, last) == 0 && ((a[last] ^ b[last]) & ~layout.ignored & 0xff) == 0;
 }
 
 void Book::storeMadeAfresh() {
@@ -41,7 +41,7 @@ void Ledger::damaged(U32 region, U32 entry) {
 bool Ledger::writeOffered(U32 region, U32 entry, const U8* data, U32 count) {
   Book& b = books_[region];
   if (b.mode == Mode::override_) return true;
-  const U32 size = b.spec.entrySize;
+  const U32 size = b.layout.entrySize;
   bool hit = true;
   for (U32 e = entry; e < entry + count; ++e, data += size) {
     U8* value = b.value.data() + e * size;
@@ -57,21 +57,21 @@ bool Ledger::writeOffered(U32 region, U32 entry, const U8* data, U32 count) {
 }
 
 void Ledger::entryDue(Book& b, U32 entry, const U8* data) {
-  std::memcpy(b.due.data() + entry * b.spec.entrySize, data, b.spec.entrySize);
-  b.dueLeft[entry] = b.spec.entrySize;
+  std::memcpy(b.due.data() + entry * b.layout.entrySize, data, b.layout.entrySize);
+  b.dueLeft[entry] = b.layout.entrySize;
   ++dueEntries_;
 }
 
 void Ledger::writeDue(U32 region, U32 entry, const U8* data, U32 count) {
   Book& b = books_[region];
-  for (U32 e = entry; e < entry + count; ++e, data += b.spec.entrySize) entryDue(b, e, data);
+  for (U32 e = entry; e < entry + count; ++e, data += b.layout.entrySize) entryDue(b, e, data);
 }
 
 void Ledger::writeBackDue(U32 region, bool knownOnly) {
   Book& b = books_[region];
   if (!b.hasShadow()) return;
-  for (U32 e = 0; e < b.spec.entries; ++e) {
-    if (!knownOnly || b.known[e]) entryDue(b, e, b.value.data() + e * b.spec.entrySize);
+  for (U32 e = 0; e < b.layout.entries; ++e) {
+    if (!knownOnly || b.known[e]) entryDue(b, e, b.value.data() + e * b.layout.entrySize);
   }
 }
 
@@ -79,7 +79,7 @@ void Ledger::cleared(U32 region, U32 first, U32 last) {
   Book& b = books_[region];
   if (!b.hasShadow()) return;
   for (U32 e = first; e <= last; ++e) {
-    std::memset(b.value.data() + e * b.spec.entrySize, 0, b.spec.entrySize);
+    std::memset(b.value.data() + e * b.layout.entrySize, 0, b.layout.entrySize);
     b.known[e] = b.dirty[e] = 1;
   }
 }
@@ -89,23 +89,23 @@ bool Ledger::readAsked(U32 region, U32 entry, U32 size, std::vector<U8>& answer)
   if (!b.readFromCache && !overrideHardware_) return false;
   answer.assign(size, 0);
   if (b.mode == Mode::override_) return true;
-  const U32 whole = size / b.spec.entrySize;
+  const U32 whole = size / b.layout.entrySize;
   for (U32 e = entry; e < entry + whole; ++e) {
     if (!b.known[e] && !overrideHardware_) return false;
   }
   b.readHits += whole;
-  std::memcpy(answer.data(), b.value.data() + entry * b.spec.entrySize, size);
+  std::memcpy(answer.data(), b.value.data() + entry * b.layout.entrySize, size);
   return true;
 }
 
 void Ledger::dueSettled() {
   if (dueEntries_ == 0) return;
   for (Book& b : books_) {
-    for (U32 e = 0; e < b.spec.entries; ++e) {
+    for (U32 e = 0; e < b.layout.entries; ++e) {
       if (b.dueLeft[e] == 0) continue;
       journal_.broken(Rule::attributed,
                       formatted("entry %u of %s was to be written to the chip, and was not", e,
-                                b.spec.name.c_str()));
+                                b.layout.name.c_str()));
       b.dueLeft[e] = 0;
     }
   }
@@ -115,10 +115,10 @@ void Ledger::dueSettled() {
 bool Ledger::located(U32 chip, U32 offset, U32 size, Place& place) {
   const auto inside = [&](U32 region) {
     const Book& b = books_[region];
-    if (b.spec.chip != chip || offset < b.spec.offset) return false;
-    const U32 distance = offset - b.spec.offset;
-    place = {region, distance / b.spec.stride, distance % b.spec.stride};
-    return place.entry < b.spec.entries && place.byte + size <= b.spec.entrySize;
+    if (b.layout.chip != chip || offset < b.layout.offset) return false;
+    const U32 distance = offset - b.layout.offset;
+    place = {region, distance / b.layout.stride, distance % b.layout.stride};
+    return place.entry < b.layout.entries && place.byte + size <= b.layout.entrySize;
   };
   if (inside(lastRegion_)) return true;
   for (U32 region = 0; region < regions(); ++region) {
@@ -141,7 +141,7 @@ void Ledger::chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitc
     disturbed(place.region, place.entry);
   }
   if (!inTurn_) return;  // the driver's own
-  const U32 packed = place.entry * b.spec.entrySize + place.byte;
+  const U32 packed = place.entry * b.layout.entrySize + place.byte;
   if (stateSetInTurn_) return;  // the rest of a slice that nobody waits for
   if (!passRuns_ || !b.member || packed != b.seenBytes) {
     return journal_.broken(Rule::paced, "the audit reads out of its turn");
@@ -161,13 +161,13 @@ void Ledger::chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lo
   }
   Book& b = books_[place.region];
   U32& left = b.dueLeft[place.entry];
-  if (left != b.spec.entrySize - place.byte || left < size) {
+  if (left != b.layout.entrySize - place.byte || left < size) {
     return journal_.broken(Rule::attributed, formatted("a write to entry %u of %s without a cause",
-                                                       place.entry, b.spec.name.c_str()));
+                                                       place.entry, b.layout.name.c_str()));
   }
-  if (std::memcmp(b.due.data() + place.entry * b.spec.entrySize + place.byte, data, size) != 0) {
+  if (std::memcmp(b.due.data() + place.entry * b.layout.entrySize + place.byte, data, size) != 0) {
     journal_.broken(Rule::attributed, formatted("a wrong value for entry %u of %s", place.entry,
-                                                b.spec.name.c_str()));
+                                                b.layout.name.c_str()));
   }
   left -= size;
   if (left == 0) --dueEntries_;

@@ -25,7 +25,7 @@ using State = Hardware::HardwareShadow::State;
 // How a region is reached.
 enum class Way { chipAccess, statusAccess, registers };
 
-struct RegionSpec {
+struct Layout {
   std::string name;
   U32 chip;
   U32 offset;  // of entry 0 in the chip's memory
@@ -38,9 +38,9 @@ struct RegionSpec {
 
 // One region in the ledger.
 struct Book {
-  explicit Book(const RegionSpec& regionSpec);
+  explicit Book(const Layout& regionLayout);
 
-  const RegionSpec spec;
+  const Layout layout;
   // The owner's settings.
   bool registered = true;
   bool shadowEnabled = false;
@@ -66,8 +66,8 @@ struct Book {
   U64 writeHits = 0;
 
   bool hasShadow() const { return shadowEnabled && mode != Mode::override_; }
-  U32 bytes() const { return spec.entries * spec.entrySize; }
-  U32 chipOffset(U32 entry) const { return spec.offset + entry * spec.stride; }
+  U32 bytes() const { return layout.entries * layout.entrySize; }
+  U32 chipOffset(U32 entry) const { return layout.offset + entry * layout.stride; }
   bool same(const U8* a, const U8* b) const;  // one entry
   void storeMadeAfresh();
 };
@@ -78,7 +78,7 @@ class Ledger : public Chip::Watcher {
 
   explicit Ledger(Journal& journal) : journal_(journal) {}
   // Before anything else happens.
-  void regionAdded(const RegionSpec& spec) { books_.emplace_back(spec); }
+  void regionAdded(const Layout& layout) { books_.emplace_back(layout); }
   void chipAdded(const Chip* chip) { chips_.push_back(chip); }
 
   U32 regions() const { return static_cast<U32>(books_.size()); }
@@ -144,7 +144,7 @@ class Ledger : public Chip::Watcher {
   void regionCompared(U32 region);
   void regionChecked(U32 region);
   const U8* onChip(const Book& book, U32 entry) const {
-    return chips_[book.spec.chip]->memory() + book.chipOffset(entry);
+    return chips_[book.layout.chip]->memory() + book.chipOffset(entry);
   }
 
   Journal& journal_;

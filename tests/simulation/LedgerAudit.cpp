@@ -69,16 +69,16 @@ void Ledger::compared() {
 void Ledger::regionCompared(U32 region) {
   Book& b = books_[region];
   if (b.seenBytes != b.bytes()) {
-    journal_.broken(Rule::paced, b.spec.name + " was compared before it had been read wholly");
+    journal_.broken(Rule::paced, b.layout.name + " was compared before it had been read wholly");
   }
   if (!b.hasShadow() || std::memcmp(b.seen.data(), b.value.data(), b.bytes()) == 0) return;
-  for (U32 e = 0; e < b.spec.entries; ++e) {
-    U8* value = b.value.data() + e * b.spec.entrySize;
-    const U8* seen = b.seen.data() + e * b.spec.entrySize;
+  for (U32 e = 0; e < b.layout.entries; ++e) {
+    U8* value = b.value.data() + e * b.layout.entrySize;
+    const U8* seen = b.seen.data() + e * b.layout.entrySize;
     if (b.same(value, seen)) continue;
     if (!b.known[e]) {
       journal_.happened(Event::learnt, region, e);
-      std::memcpy(value, seen, b.spec.entrySize);
+      std::memcpy(value, seen, b.layout.entrySize);
       b.known[e] = 1;
     } else if (b.dirty[e]) {
       journal_.happened(Event::recentWriteLeftAlone, region, e);
@@ -120,17 +120,17 @@ void Ledger::turnEnds(Zint::Seconds now) {
 void Ledger::regionChecked(U32 region) {
   Book& b = books_[region];
   const bool audited = b.member && b.hasShadow();
-  for (U32 e = 0; e < b.spec.entries; ++e) {
+  for (U32 e = 0; e < b.layout.entries; ++e) {
     if (!audited || !b.known[e] || b.dirty[e] ||
-        b.same(b.value.data() + e * b.spec.entrySize, onChip(b, e)) ||
-        chips_[b.spec.chip]->isStuck(b.chipOffset(e), b.spec.entrySize)) {
+        b.same(b.value.data() + e * b.layout.entrySize, onChip(b, e)) ||
+        chips_[b.layout.chip]->isStuck(b.chipOffset(e), b.layout.entrySize)) {
       b.bad[e] = 0;
     } else if (++b.bad[e] > 1) {
       journal_.broken(
           Rule::repaired,
           formatted("entry %u of %s is wrong after two passes: it holds %s, not %s", e,
-                    b.spec.name.c_str(), hexadecimal(onChip(b, e), b.spec.entrySize).c_str(),
-                    hexadecimal(&b.value[e * b.spec.entrySize], b.spec.entrySize).c_str()));
+                    b.layout.name.c_str(), hexadecimal(onChip(b, e), b.layout.entrySize).c_str(),
+                    hexadecimal(&b.value[e * b.layout.entrySize], b.layout.entrySize).c_str()));
     }
   }
 }
@@ -138,11 +138,11 @@ void Ledger::regionChecked(U32 region) {
 void Ledger::settledRequired() {
   for (const Book& b : books_) {
     if (!b.member || !b.hasShadow()) continue;
-    for (U32 e = 0; e < b.spec.entries; ++e) {
-      if (b.same(b.value.data() + e * b.spec.entrySize, onChip(b, e))) continue;
+    for (U32 e = 0; e < b.layout.entries; ++e) {
+      if (b.same(b.value.data() + e * b.layout.entrySize, onChip(b, e))) continue;
       journal_.broken(Rule::settled,
                       formatted("entry %u of %s differs on the chip after the faults have ended", e,
-                                b.spec.name.c_str()));
+                                b.layout.name.c_str()));
     }
   }
 }

@@ -60,24 +60,24 @@ System::~System() {
 void System::chipMade(Random& random) {
   const U32 number = chips();
   const U32 regions = random.between(1, 4);
-  std::vector<RegionSpec> specs;
+  std::vector<Layout> layouts;
   U32 offset = 4 * random.below(8);
   for (U32 i = 0; i < regions; ++i) {
-    RegionSpec spec{
+    Layout layout{
         formatted("chip%u.region%u", number, i), number, offset, 0, 0, 0, Way::chipAccess, 0};
-    spec.entries = entriesDrawn(random);
-    spec.entrySize = random.oneOf(entrySizes);
-    spec.stride = strideDrawn(random, spec.entrySize);
+    layout.entries = entriesDrawn(random);
+    layout.entrySize = random.oneOf(entrySizes);
+    layout.stride = strideDrawn(random, layout.entrySize);
     const U32 way = random.below(3);
     if (way == 1) {
-      spec.way = Way::statusAccess;
-      spec.ignored = static_cast<U8>(1u << random.below(8));
-    } else if (way == 2 && spec.entrySize % 4 == 0 && spec.stride == spec.entrySize) {
-      spec.way = Way::registers;
+      layout.way = Way::statusAccess;
+      layout.ignored = static_cast<U8>(1u << random.below(8));
+    } else if (way == 2 && layout.entrySize % 4 == 0 && layout.stride == layout.entrySize) {
+      layout.way = Way::registers;
     }
-    offset += spec.stride * spec.entries + random.below(16);
+    offset += layout.stride * layout.entries + random.below(16);
     offset = (offset + 3) / 4 * 4;
-    specs.push_back(spec);
+    layouts.push_back(layout);
   }
   chips_.push_back(std::make_unique<Chip>(number, offset + 0x100, ledger));
   ledger.chipAdded(chips_.back().get());
@@ -85,29 +85,32 @@ void System::chipMade(Random& random) {
     for (U32 i = 0; i < offset; ++i) chips_.back()->memory()[i] = random.byte();
   }
   registers_.push_back(Zint::makePtr<ChipRegisters>(*chips_.back()));
-  for (const RegionSpec& spec : specs) regionMade(random, spec);
+  for (const Layout& layout : layouts) regionMade(random, layout);
 }
 
-void System::regionMade(Random& random, const RegionSpec& drawn) {
-  RegionSpec spec = drawn;
-  Chip& onChip = chip(spec.chip);
+void System::regionMade(Random& random, const Layout& drawn) {
+  Layout layout = drawn;
+  Chip& onChip = chip(layout.chip);
   Hardware::ChipHam::Ptr ham;
-  if (spec.way == Way::registers) {
-    ham = Hardware::genericChipHamFactory(spec.name, registers_[spec.chip]);
+  if (layout.way == Way::registers) {
+    ham = Hardware::genericChipHamFactory(layout.name, registers_[layout.chip]);
   } else if (sabotage_.kind != Sabotage::none) {
-    spec.way = Way::chipAccess;
-    spec.ignored = 0;
-    ham = Zint::makePtr<SabotagedAccess>(spec.name, onChip, spec.stride, interruption_, sabotage_);
-  } else if (spec.way == Way::statusAccess) {
-    ham = Zint::makePtr<StatusAccess>(spec.name, onChip, spec.stride, interruption_, spec.ignored);
+    layout.way = Way::chipAccess;
+    layout.ignored = 0;
+    ham = Zint::makePtr<SabotagedAccess>(layout.name, onChip, layout.stride, interruption_,
+                                         sabotage_);
+  } else if (layout.way == Way::statusAccess) {
+    ham = Zint::makePtr<StatusAccess>(layout.name, onChip, layout.stride, interruption_,
+                                      layout.ignored);
   } else {
-    ham = Zint::makePtr<ChipAccess>(spec.name, onChip, spec.stride, interruption_);
+    ham = Zint::makePtr<ChipAccess>(layout.name, onChip, layout.stride, interruption_);
   }
-  ledger.regionAdded(spec);
-  const Hardware::ChipMemory::Ptr made = Hardware::chipMemoryFactory(
-      spec.name, address(ledger.regions() - 1, 0), spec.entries, spec.entrySize, spec.stride, ham);
+  ledger.regionAdded(layout);
+  const Hardware::ChipMemory::Ptr made =
+      Hardware::chipMemoryFactory(layout.name, address(ledger.regions() - 1, 0), layout.entries,
+                                  layout.entrySize, layout.stride, ham);
   regions_.push_back(made);
-  totalEntries_ += spec.entries;
+  totalEntries_ += layout.entries;
   made->indirectCmdRegAddrIs(random.below(0x1000));
 }
 
@@ -132,8 +135,8 @@ void System::settingsDrawn(Random& random, U32 number) {
 }
 
 Hardware::ChipAddress System::address(U32 number, U32 entry) {
-  const RegionSpec& spec = ledger.book(number).spec;
-  return {chipIds[spec.chip], firstOffset + spec.offset + spec.stride * entry};
+  const Layout& layout = ledger.book(number).layout;
+  return {chipIds[layout.chip], firstOffset + layout.offset + layout.stride * entry};
 }
 
 void System::stateIs(State state) {
@@ -210,14 +213,14 @@ void System::compared() {
                std::memcmp(cm.shadow()->data(), book.value.data(), book.bytes()) != 0) {
       wrong = "its shadow";
     }
-    for (U32 e = 0; e < book.spec.entries && book.hasShadow() && wrong == nullptr; ++e) {
+    for (U32 e = 0; e < book.layout.entries && book.hasShadow() && wrong == nullptr; ++e) {
       if (cm.entryInitialized(e) != (book.known[e] != 0)) wrong = "what is known of its entries";
     }
     if (cm.registersFixed() != book.repairs) wrong = "the number of its repairs";
     if (cm.readCacheHits() != book.readHits || cm.writeCacheHits() != book.writeHits) {
       wrong = "the number of its hits";
     }
-    if (wrong != nullptr) journal_.broken(Rule::answered, book.spec.name + ": wrong is " + wrong);
+    if (wrong != nullptr) journal_.broken(Rule::answered, book.layout.name + ": wrong is " + wrong);
   }
 }
 

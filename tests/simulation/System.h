@@ -51,7 +51,7 @@ class System : public Zint::TraceSink {
 
  private:
   void chipMade(Random& random);
-  void regionMade(Random& random, const RegionSpec& spec);
+  void regionMade(Random& random, const Layout& layout);
   void settingsDrawn(Random& random, U32 number);
   void turnAt(Zint::Seconds time);
 
