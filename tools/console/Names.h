@@ -1,0 +1,82 @@
+// The living objects as a tree of names. "/" holds the objects of the world and those that were
+// given a name; below an object stand its attributes and collections, below a collection its
+// members, by their key or by their own name:
+//
+//   /shadow/state    /shadow/chipMemory/mac/mode    /shadow/chipMemory/4295491584/chipHam
+//
+// Everything is looked up anew each time: a path holds on to no object.
+#pragma once
+
+#include <Zint/GenericIf.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Console {
+
+using Path = std::vector<std::string>;
+
+// "/shadow/state"
+std::string textOf(const Path& path);
+
+// What a path leads to.
+struct Place {
+  enum Kind { root, object, collection, value };
+
+  Path path;
+  Kind kind = root;
+  // The object; of a collection the one whose it is; of a value nothing but its text.
+  Zint::Result result;
+  // The attribute that led here and whose it is; null for a member of a collection and in "/".
+  const Zint::Member* member = nullptr;
+  Zint::Result owner;
+
+  std::string name() const { return textOf(path); }
+  // REQUIRES: an object or a collection.
+  Zint::GenericIf_ view() const { return Zint::GenericIf_::of(result); }
+  // REQUIRES: a collection.
+  Zint::GenericIf::List_ list() const { return view().list(member->name); }
+};
+
+class Names {
+ public:
+  explicit Names(std::vector<std::pair<std::string, Zint::Result>> objects);
+
+  // The place that all others are relative to.
+  const Path& here() const { return here_; }
+  // Error unless something can stand below it.
+  void hereIs(const std::string& path);
+
+  // Error with a near miss when there is no such place.
+  Place at(const std::string& path) const;
+  Place at(const Path& path) const;
+  // The place above, which must be an object or "/", and the last name of the path.
+  std::pair<Place, std::string> above(const std::string& path) const;
+
+  // "..", "." and the leading "/" taken into account.
+  Path absolute(const std::string& path) const;
+
+  // Gives an object a name in "/"; null takes the name away. Error for the names of the world and
+  // for what is no name.
+  void objectIs(const std::string& name, const Zint::Result& object);
+  std::vector<std::string> objects() const;
+
+ private:
+  Place below(const Place& place, const std::string& name) const;
+
+  std::vector<std::pair<std::string, Zint::Result>> objects_;
+  std::size_t fixed_;  // that many belong to the world
+  Path here_;
+};
+
+// The members of a type, those of its base types first.
+std::vector<const Zint::Member*> membersOf(const Zint::Type& type);
+
+// The name in the text of an object, as it is written in a path: mac of 'mac'#2, and in its quotes
+// when it has other characters than letters, digits, '-', '_' and '.'; "" when it has none.
+std::string nameIn(const Zint::String8& text);
+// Whether `text` is that of an object with this name: 'mac'#2 and mac or 'mac'.
+bool isNamed(const Zint::String8& text, const std::string& name);
+
+}  // namespace Console

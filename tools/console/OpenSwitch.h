@@ -1,0 +1,32 @@
+// The demonstration's switch, opened for a console: the one file that knows what is opened.
+#pragma once
+
+#include <Hardware/ChipMemoryBogon.h>
+
+#include "demo/common/AccountedRegisters.h"
+#include "demo/common/Switch.h"
+#include "tools/console/World.h"
+
+namespace Console {
+
+class OpenSwitch {
+ public:
+  // Brings the switch up and audits it, half a second from pass to pass; returns when the first
+  // pass, which learns, has ended. The ledger must outlive this.
+  OpenSwitch(const Zint::Ptr<Zint::ActivityConfig>& activity,
+             const Zint::Ptr<const Zint::Clock>& clock, Platform::MappedRegisters::Ptr registers,
+             Demo::Ledger& ledger);
+
+  // Valid as long as this.
+  World world();
+  Demo::Switch& theSwitch() { return switch_; }
+
+ private:
+  const Zint::Ptr<Zint::ActivityConfig> activity_;
+  const Zint::Ptr<const Zint::Clock> clock_;
+  const Zint::Ptr<Demo::AccountedRegisters> registers_;
+  Demo::Switch switch_;
+  const Hardware::ChipMemoryBogon::Ptr directory_;
+};
+
+}  // namespace Console

@@ -1,0 +1,121 @@
+// Commands for the system as it runs: changes, trace, chip and time.
+#include <Zint/Strep.h>
+
+#include "tools/console/Commands.h"
+#include "tools/console/Error.h"
+#include "tools/console/Session.h"
+#include "tools/console/Suggest.h"
+
+namespace Console {
+namespace {
+
+// A number from a word; `what` names it in the Error.
+template <class T>
+T number(const std::string& what, const std::string& word) {
+  try {
+    return Zint::strepToValue<T>(word);
+  } catch (const Zint::RangeException& cause) {
+    throw Error(what + ": " + cause.what());
+  }
+}
+
+U32 registerAddress(const Session& session, const std::string& command, const std::string& word) {
+  const U32 address = number<U32>(command, word);
+  const U32 size = session.world().chipSize;
+  if (address % 4 != 0 || address >= size) {
+    throw Error(Zint::format("%s: no register at 0x%x; they are at multiples of 4 below 0x%x",
+                             command.c_str(), address, size)
+                    .bytes());
+  }
+  return address;
+}
+
+constexpr Zint::Seconds patience = 10;  // that a pass may take from the end of the one before
+
+void passesWaited(Session& session, U32 passes) {
+  const World& world = session.world();
+  const Place place = session.names().at(world.passes);
+  Zint::ActivityConfig& activity = *world.activity;
+  U32 ended = 0;
+  const auto counter =
+      announcements(world.activity, Zint::GenericIf_::of(place.owner), place.member->name, [&] {
+        ++ended;
+        activity.stop();
+      });
+  while (ended < passes) {
+    const U32 before = ended;
+    const Zint::Seconds end = activity.clock()->time() + patience;
+    activity.runUntil(end);
+    if (ended != before) continue;
+    counter->hasNotificationActiveIs(false);
+    if (activity.clock()->time() < end) throw Error("wait: interrupted");
+    throw Error(Zint::format("wait: no audit pass ended within %g seconds", patience).bytes());
+  }
+  counter->hasNotificationActiveIs(false);
+}
+
+}  // namespace
+
+void doWatch(Session& session, const Words& arguments) {
+  if (arguments.empty()) {
+    for (const std::string& path : session.watches().paths()) session.out() << path << "\n";
+    return;
+  }
+  const Place place = session.names().at(arguments[0]);
+  if (place.member == nullptr) throw Error(place.name() + " is no attribute");
+  const Zint::GenericIf_ owner = Zint::GenericIf_::of(place.owner);
+  if (!session.watches().watched(place.name(), owner, place.member->name)) {
+    throw Error(place.name() + " is watched already");
+  }
+}
+
+void doUnwatch(Session& session, const Words& arguments) {
+  if (arguments.empty()) return session.watches().unwatchedAll();
+  const std::string path = textOf(session.names().absolute(arguments[0]));
+  if (!session.watches().unwatched(path)) {
+    throw Error(path + " is not watched" + didYouMean(path, session.watches().paths()));
+  }
+}
+
+void doTrace(Session& session, const Words& arguments) {
+  const std::string name = arguments.size() > 1 ? arguments[1] : session.world().traceHandle;
+  Zint::TraceHandle* handle = Zint::TraceHandle::find(name);
+  if (handle == nullptr) {
+    throw Error("no trace handle " + name +
+                didYouMean(name, {session.world().traceHandle, Zint::zintTrace().name()}));
+  }
+  if (arguments[0] == "off") return session.trace().off(*handle);
+  const U32 level = number<U32>("trace", arguments[0]);
+  if (level >= Zint::traceLevels) throw Error("trace: levels are 0 to 9");
+  session.trace().levelIs(*handle, level);
+}
+
+void doPeek(Session& session, const Words& arguments) {
+  const U32 address = registerAddress(session, "peek", arguments[0]);
+  session.out() << Zint::format("0x%08x", session.world().peek(address)) << "\n";
+}
+
+void doPoke(Session& session, const Words& arguments) {
+  const U32 address = registerAddress(session, "poke", arguments[0]);
+  session.world().poke(address, number<U32>("poke", arguments[1]));
+}
+
+void doWait(Session& session, const Words& arguments) {
+  Zint::ActivityConfig& activity = *session.world().activity;
+  // Takes back a stop that came while nothing ran.
+  activity.runUntil(activity.clock()->time());
+  if (arguments.size() == 2) {
+    if (arguments[1] != "passes" && arguments[1] != "pass") {
+      throw Error("wait: " + arguments[1] + " is no unit" + didYouMean(arguments[1], {"passes"}));
+    }
+    return passesWaited(session, number<U32>("wait", arguments[0]));
+  }
+  constexpr double day = 86400;
+  const auto seconds = number<double>("wait", arguments[0]);
+  if (!(seconds >= 0 && seconds <= day)) throw Error("wait: between 0 and 86400 seconds");
+  const Zint::Seconds end = activity.clock()->time() + seconds;
+  activity.runUntil(end);
+  if (activity.clock()->time() < end) throw Error("wait: interrupted");
+}
+
+}  // namespace Console
