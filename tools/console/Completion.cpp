@@ -75,13 +75,7 @@ Candidates valuesOf(const Place& place) {
   if (place.member == nullptr) return {};
   const std::string name = place.member->typeName;
   if (name == "bool") return {"true ", "false "};
-  Candidates candidates;
-  const Zint::Type* type = Zint::TypeRegistry::find(name);
-  if (type == nullptr || std::string_view(type->kind) != "enumeration") return {};
-  for (const Zint::Member* each : membersOf(*type)) {
-    candidates.push_back("'" + std::string(each->name) + "' ");
-  }
-  return candidates;
+  return ending(enumerators(name));
 }
 
 // One question for completion: the words before, and the word under the cursor.

@@ -19,6 +19,10 @@ bool isReference(const std::string& value) {
          value.starts_with("../");
 }
 
+bool isOneOf(const std::string& text, const std::vector<std::string>& texts) {
+  return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
 Zint::String8 textAt(const Place& place) {
   if (place.kind == Place::root) throw Error("/ is no object");
   return place.kind == Place::collection ? place.view().attribute(place.member->name)
@@ -79,7 +83,7 @@ Zint::Result called(const Session& session, const Words& words, std::size_t firs
   Zint::Arguments arguments;
   for (std::size_t i = first + 1; i < words.size(); ++i) {
     const auto [argument, value] = argumentOf(words[i]);
-    if (std::find(known.begin(), known.end(), argument) == known.end()) {
+    if (!isOneOf(argument, known)) {
       throw Error(signature(operation) + " has no argument " + argument +
                   didYouMean(argument, known));
     }
@@ -121,7 +125,16 @@ void doGet(Session& session, const Words& arguments) {
 void doSet(Session& session, const Words& arguments) {
   const Place place = session.names().at(arguments[0]);
   if (place.member == nullptr) throw Error(place.name() + " is no attribute");
-  Zint::GenericIf_::of(place.owner).attributeIs(place.member->name, valueOf(session, arguments[1]));
+  const Zint::String8 value = valueOf(session, arguments[1]);
+  try {
+    Zint::GenericIf_::of(place.owner).attributeIs(place.member->name, value);
+  } catch (const Zint::RangeException& cause) {
+    const std::vector<std::string> possible = enumerators(place.member->typeName);
+    if (possible.empty() || isOneOf(value.bytes(), possible)) throw;
+    std::string list;
+    for (const std::string& each : possible) list += (list.empty() ? "" : ", ") + each;
+    throw Error(std::string(cause.what()) + "; it is one of " + list);
+  }
 }
 
 void doCall(Session& session, const Words& arguments) {

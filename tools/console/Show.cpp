@@ -80,6 +80,14 @@ std::vector<Operation> factories() {
   return operations;
 }
 
+std::vector<std::string> enumerators(const std::string& typeName) {
+  const Zint::Type* type = Zint::TypeRegistry::find(typeName);
+  std::vector<std::string> texts;
+  if (type == nullptr || std::string_view(type->kind) != "enumeration") return texts;
+  for (const Zint::Member& each : type->members) texts.emplace_back(each.name);
+  return texts;
+}
+
 std::string table(const std::vector<std::vector<std::string>>& rows, const std::string& indent) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {

@@ -27,6 +27,9 @@ std::string description(const Zint::Type& type);
 // near miss.
 const Zint::Type& typeNamed(const std::string& name);
 
+// The names that a value of the type can have; none unless it is a registered enumeration.
+std::vector<std::string> enumerators(const std::string& typeName);
+
 // Columns, each as wide as its widest text, two blanks between them.
 std::string table(const std::vector<std::vector<std::string>>& rows, const std::string& indent);
 
