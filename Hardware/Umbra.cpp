@@ -33,13 +33,22 @@ using Zint::Detail::read;
 using Zint::Detail::result;
 using Texts = std::span<const String8* const>;
 
+// Arguments that can be read but do not fit the operation: reported, like those that cannot be
+// read, with the type, the member and the texts. REQUIRES: nothing has changed yet.
+[[noreturn]] void argumentsRefused(const String8& why) {
+  throw Zint::Detail::Unreadable(Zint::RangeException(why));
+}
+
+void regionNeeded(const ChipMemory::Ptr& cm) {
+  if (cm == nullptr) argumentsRefused("a region is needed");
+}
+
 // --- Bytes in texts: their number must be what the operation touches ---
 
 U8* ofSize(Bytes& bytes, U64 size) {
   if (bytes.bytes.size() != size) {
-    Zint::throwRangeException(Zint::format("%zu bytes given where %llu are needed",
-                                           bytes.bytes.size(),
-                                           static_cast<unsigned long long>(size)));
+    argumentsRefused(Zint::format("%zu bytes given where %llu are needed", bytes.bytes.size(),
+                                  static_cast<unsigned long long>(size)));
   }
   return bytes.bytes.data();
 }
@@ -47,8 +56,8 @@ U8* ofSize(Bytes& bytes, U64 size) {
 // Room for an answer; what a client asks for by name is kept within reason.
 Bytes room(U64 size) {
   if (size > 1u << 24) {
-    Zint::throwRangeException(Zint::format("%llu bytes are more than a text should hold",
-                                           static_cast<unsigned long long>(size)));
+    argumentsRefused(Zint::format("%llu bytes are more than a text should hold",
+                                  static_cast<unsigned long long>(size)));
   }
   return {std::vector<U8>(static_cast<std::size_t>(size))};
 }
@@ -81,7 +90,7 @@ Result hamCopy(Ham& ham, Bytes source) {
 // A stream must reach from the first bit to the last.
 U8* stream(Bytes& bytes, U64 bit, U64 bits) {
   if (bit + bits > bytes.bytes.size() * U64{8}) {
-    Zint::throwRangeException("the bits reach beyond the stream");
+    argumentsRefused("the bits reach beyond the stream");
   }
   return bytes.bytes.data();
 }
@@ -122,11 +131,11 @@ Result shadowReadAt(HardwareShadow& shadow, ChipAddress address, Bytes data, U32
   return answer(served, data);
 }
 void registerFixed(HardwareShadow& shadow, ChipMemory::Ptr cm, U32 entry, Bytes data) {
-  if (cm == nullptr) Zint::throwRangeException("a region is needed");
+  regionNeeded(cm);
   shadow.doFixBadRegister(cm, entry, ofSize(data, cm->entrySize()));
 }
 void auditSwitched(HardwareShadow& shadow, ChipMemory::Ptr cm, bool auditEnabled) {
-  if (cm == nullptr) Zint::throwRangeException("a region is needed");
+  regionNeeded(cm);
   shadow.chipMemoryAuditEnabledIs(cm, auditEnabled);
 }
 void chipMemoryHandled(HardwareShadow& shadow, ChipAddress address) {
@@ -286,7 +295,7 @@ constexpr ListAccess readerQueue = [] {
   list.arguments = {"chipMemory"};
   list.insert = [](void* o, Texts texts) {
     const auto region = read<ChipMemory::Ptr>(*texts[0]);
-    if (region == nullptr) Zint::throwRangeException("a region is needed");
+    regionNeeded(region);
     object<ChipReader>(o).chipMemoryEnq(region);
     return result(region);
   };

@@ -11,6 +11,18 @@ class ReflectionUse : public Fakes::ReflectionTest {
                       const Zint::Arguments& arguments) {
     return Fakes::exceptionText([&] { named(type).call(operation, arguments); });
   }
+  // The reason of a refusal that also names the operation and all arguments; the whole refusal when
+  // it does not.
+  std::string reason(const std::string& type, const char* operation,
+                     const Zint::Arguments& arguments) {
+    std::string place =
+        " deserializing attribute Hardware::" + type + "::" + operation + " from \"";
+    for (const auto& [name, text] : arguments) {
+      place += (place.back() == '"' ? "" : " ") + name.bytes() + "=" + text.bytes();
+    }
+    const std::string whole = refusal(type, operation, arguments);
+    return whole.ends_with(place + "\"") ? whole.substr(0, whole.size() - place.size() - 1) : whole;
+  }
 };
 
 // --- Bulk operations ---
@@ -43,45 +55,50 @@ TEST_F(ReflectionUse, doClearRange_hasItsBounds) {
 // --- Bytes ---
 
 TEST_F(ReflectionUse, bytes_mustBeAsManyAsTheOperationTouches) {
-  EXPECT_EQ(refusal("GenericChipHam", "doWrite",
-                    {{"address", "0"}, {"buffer", "010203"}, {"entrySize", "4"}, {"entries", "1"}}),
+  EXPECT_EQ(reason("GenericChipHam", "doWrite",
+                   {{"address", "0"}, {"buffer", "010203"}, {"entrySize", "4"}, {"entries", "1"}}),
             "3 bytes given where 4 are needed");
-  EXPECT_EQ(refusal("HardwareShadow", "shadowWriteHack",
-                    {{"address", "4096"}, {"dataPtr", "01"}, {"size", "4"}}),
+  EXPECT_EQ(reason("HardwareShadow", "shadowWriteHack",
+                   {{"address", "4096"}, {"dataPtr", "01"}, {"size", "4"}}),
             "1 bytes given where 4 are needed");
-  EXPECT_EQ(refusal("HardwareShadow", "doFixBadRegister",
-                    {{"chipMemory", resolved("$cm")}, {"entry", "0"}, {"data", "0102030405"}}),
+  EXPECT_EQ(reason("HardwareShadow", "doFixBadRegister",
+                   {{"chipMemory", resolved("$cm")}, {"entry", "0"}, {"data", "0102030405"}}),
             "5 bytes given where 4 are needed");
-  EXPECT_EQ(refusal("GenericChipHam", "doCompare", {{"a", "0102"}, {"b", "01"}}),
+  EXPECT_EQ(reason("GenericChipHam", "doCompare", {{"a", "0102"}, {"b", "01"}}),
             "1 bytes given where 2 are needed");
   EXPECT_TRUE(chip->taken().empty());
   EXPECT_EQ(cm->registersFixed(), 0u);
 }
 
+TEST_F(ReflectionUse, bytes_aWrongNumberIsReportedLikeATextThatCannotBeRead) {
+  EXPECT_EQ(refusal("HardwareShadow", "shadowWriteHack",
+                    {{"address", "4096"}, {"dataPtr", "01"}, {"size", "4"}}),
+            "1 bytes given where 4 are needed deserializing attribute "
+            "Hardware::HardwareShadow::shadowWriteHack from \"address=4096 dataPtr=01 size=4\"");
+}
+
 TEST_F(ReflectionUse, bytes_aStreamMustReachToTheLastBit) {
   const char* beyond = "the bits reach beyond the stream";
-  EXPECT_EQ(refusal("GenericChipHam", "bitFromBitStream", {{"stream", "00"}, {"bit", "8"}}),
+  EXPECT_EQ(reason("GenericChipHam", "bitFromBitStream", {{"stream", "00"}, {"bit", "8"}}), beyond);
+  EXPECT_EQ(reason("GenericChipHam", "byteFromBitStream", {{"stream", "0000"}, {"bit", "9"}}),
             beyond);
-  EXPECT_EQ(refusal("GenericChipHam", "byteFromBitStream", {{"stream", "0000"}, {"bit", "9"}}),
+  EXPECT_EQ(reason("GenericChipHam", "copyBits",
+                   {{"destination", "00"},
+                    {"destinationBit", "1"},
+                    {"source", "00"},
+                    {"sourceBit", "0"},
+                    {"bits", "8"}}),
             beyond);
-  EXPECT_EQ(refusal("GenericChipHam", "copyBits",
-                    {{"destination", "00"},
-                     {"destinationBit", "1"},
-                     {"source", "00"},
-                     {"sourceBit", "0"},
-                     {"bits", "8"}}),
+  EXPECT_EQ(reason("GenericChipHam", "bitFromBitStream", {{"stream", "00"}, {"bit", "4294967295"}}),
             beyond);
-  EXPECT_EQ(
-      refusal("GenericChipHam", "bitFromBitStream", {{"stream", "00"}, {"bit", "4294967295"}}),
-      beyond);
 }
 
 TEST_F(ReflectionUse, bytes_anAnswerIsKeptWithinReason) {
-  EXPECT_EQ(refusal("GenericChipHam", "doRead",
-                    {{"address", "0"}, {"entrySize", "65536"}, {"entries", "65536"}}),
+  EXPECT_EQ(reason("GenericChipHam", "doRead",
+                   {{"address", "0"}, {"entrySize", "65536"}, {"entries", "65536"}}),
             "4294967296 bytes are more than a text should hold");
   EXPECT_EQ(
-      refusal("HardwareShadow", "readFromCacheHack", {{"address", "4096"}, {"size", "4294967292"}}),
+      reason("HardwareShadow", "readFromCacheHack", {{"address", "4096"}, {"size", "4294967292"}}),
       "4294967292 bytes are more than a text should hold");
 }
 
@@ -98,16 +115,17 @@ TEST_F(ReflectionUse, readFromCacheHack_makesItsOwnRoomAndSaysWhenItIsNotServed)
 // A region is needed where the operation would look into it.
 TEST_F(ReflectionUse, operations_onARegionRefuseNull) {
   const char* needed = "a region is needed";
-  EXPECT_EQ(refusal("HardwareShadow", "doFixBadRegister",
-                    {{"chipMemory", "null"}, {"entry", "0"}, {"data", ""}}),
+  EXPECT_EQ(reason("HardwareShadow", "doFixBadRegister",
+                   {{"chipMemory", "null"}, {"entry", "0"}, {"data", ""}}),
             needed);
-  EXPECT_EQ(refusal("HardwareShadow", "chipMemoryAuditEnabledIs",
-                    {{"chipMemory", "null"}, {"auditEnabled", "true"}}),
+  EXPECT_EQ(reason("HardwareShadow", "chipMemoryAuditEnabledIs",
+                   {{"chipMemory", "null"}, {"auditEnabled", "true"}}),
             needed);
   EXPECT_EQ(Fakes::exceptionText([&] {
               named("ChipReader").list("chipMemory").insert({{"chipMemory", "null"}});
             }),
-            needed);
+            "a region is needed deserializing attribute Hardware::ChipReader::chipMemoryIs from "
+            "\"chipMemory=null\"");
 }
 
 // No region: nothing is stored, and the caller writes the chip.
