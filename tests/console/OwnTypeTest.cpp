@@ -133,6 +133,20 @@ TEST_F(OwnTypeTest, itsChangesAreTold) {
   EXPECT_EQ(out_.str(), "/bed/watered: 0 -> 12.5\n");
 }
 
+TEST_F(OwnTypeTest, aWorldNeedsNeitherChipNorAuditNorTrace) {
+  const auto refusal = [&](const char* line) -> std::string {
+    try {
+      session_.run(line);
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_EQ(refusal("wait 1 pass"), "wait: no audit passes are counted here");
+  EXPECT_EQ(refusal("peek 0"), "peek: no register at 0x0; they are at multiples of 4 below 0x0");
+  EXPECT_EQ(refusal("trace 1"), "no trace handle ");
+}
+
 TEST_F(OwnTypeTest, itsNamesAreCompleted) {
   EXPECT_THAT(completion(session_, "call /bed/do").candidates, testing::ElementsAre("doHarvest "));
   EXPECT_THAT(completion(session_, "call bedFactory ").candidates,

@@ -39,6 +39,15 @@ TEST_F(PathTest, aMemberIsFoundByItsKeyAndByItsName) {
   EXPECT_EQ(printed("get /shadow/chipMemoryId/1"), "2\n");
 }
 
+TEST_F(PathTest, aMemberMayBeNull) {
+  session_.run("call /shadow/chipMemoryChunkArrayIs index=1 chipMemoryChunk=null");
+  EXPECT_EQ(printed("get /shadow/chipMemoryChunkArray/1"), "null\n");
+  EXPECT_EQ(refusal("cd /shadow/chipMemoryChunkArray/1"),
+            "/shadow/chipMemoryChunkArray/1 is null, nothing stands below it");
+  EXPECT_EQ(refusal("get /shadow/chipMemoryChunkArray/9"),
+            "/shadow/chipMemoryChunkArray has no member 9");
+}
+
 TEST_F(PathTest, aNameWithOtherCharactersIsQuoted) {
   session_.run(
       "let t = call chipMemoryFactory name='a table/1' address=0x9000 entries=1 "

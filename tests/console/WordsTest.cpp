@@ -97,6 +97,7 @@ TEST(SuggestTest, aUniqueBeginningIsUnderstood) {
 TEST(SuggestTest, whatIsFarAwayIsNotMeant) {
   EXPECT_EQ(nearest("mode", {"state", "stride"}), "");
   EXPECT_EQ(nearest("", {"state"}), "");
+  EXPECT_EQ(nearest("9", {"0"}), "");
   EXPECT_EQ(didYouMean("mode", {"state"}), "");
 }
 

@@ -35,6 +35,7 @@ Zint::Result memberOfCollection(const Place& place, const std::string& name) {
   }
   Zint::Result found;
   for (const Zint::ListItem& item : list.items()) {
+    if (item.key.bytes() == name) return item.value;  // there, and null
     if (!isNamed(item.value.text, name)) continue;
     if (found.object != nullptr) {
       throw Error(place.name() + " has several members named " + name + ": name its " +

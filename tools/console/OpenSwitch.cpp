@@ -2,6 +2,7 @@
 
 #include <Hardware/Umbra.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 #include "tools/console/TraceLines.h"
@@ -16,7 +17,9 @@ OpenSwitch::OpenSwitch(const Zint::Ptr<Zint::ActivityConfig>& activity,
       registers_(Zint::makePtr<Demo::AccountedRegisters>(std::move(registers), ledger)),
       switch_(activity, clock, registers_, ledger),
       directory_(Hardware::chipMemoryBogonFactory("directory")) {
-  const TraceLines quiet([](const std::string&) {});
+  // Of the bring-up only what the runtime has to say about exceptions in handlers.
+  const TraceLines quiet(
+      [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); });
   switch_.bringUp();
   const Hardware::HardwareShadow::Ptr shadow = switch_.shadow();
   shadow->stateIs(Hardware::HardwareShadow::auditing());

@@ -37,6 +37,7 @@ std::size_t distance(const std::string& a, const std::string& b) {
 }  // namespace
 
 std::string nearest(std::string_view name, const std::vector<std::string>& known) {
+  if (name.size() < 2) return "";  // everything is near
   const std::string wanted = lower(name);
   std::string best;
   std::size_t bestDistance = std::max<std::size_t>(1, wanted.size() / 3) + 1;
@@ -47,7 +48,7 @@ std::string nearest(std::string_view name, const std::vector<std::string>& known
       bestDistance = d;
     }
   }
-  if (!best.empty() || wanted.size() < 2) return best;
+  if (!best.empty()) return best;
   for (const std::string& each : known) {
     if (!lower(each).starts_with(wanted)) continue;
     if (!best.empty()) return "";

@@ -34,6 +34,7 @@ constexpr Zint::Seconds patience = 10;  // that a pass may take from the end of 
 
 void passesWaited(Session& session, U32 passes) {
   const World& world = session.world();
+  if (world.passes.empty()) throw Error("wait: no audit passes are counted here");
   const Place place = session.names().at(world.passes);
   Zint::ActivityConfig& activity = *world.activity;
   U32 ended = 0;

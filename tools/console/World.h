@@ -15,7 +15,7 @@ struct World {
   Zint::Ptr<Zint::ActivityConfig> activity;
   // The objects that stand in "/", in the order shown.
   std::vector<std::pair<std::string, Zint::Result>> objects;
-  // The path of the attribute that counts finished audit passes.
+  // The path of the attribute that counts finished audit passes; "" for none.
   std::string passes;
   // The trace handle that is meant when none is named.
   std::string traceHandle;
