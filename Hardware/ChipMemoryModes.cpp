@@ -31,8 +31,10 @@ Zint::String8 valueToStrep(const ChipMemory::ChipMemoryMode& mode) {
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      ChipMemory::ChipMemoryMode& mode) {
   Zint::String8 text;
-  Zint::sequenceToValue(pos, end, text);
+  auto p = pos;
+  Zint::sequenceToValue(p, end, text);
   mode = ChipMemory::ChipMemoryModeInstance(text);
+  pos = p;
 }
 
 std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode) {

@@ -30,8 +30,10 @@ Zint::String8 valueToStrep(const HardwareShadow::State& state) {
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      HardwareShadow::State& state) {
   Zint::String8 text;
-  Zint::sequenceToValue(pos, end, text);
+  auto p = pos;
+  Zint::sequenceToValue(p, end, text);
   state = HardwareShadow::StateInstance(text);
+  pos = p;
 }
 
 std::ostream& operator<<(std::ostream& out, const HardwareShadow::State& state) {

@@ -101,12 +101,13 @@ TEST(ChipMemoryModeText, instance_ofAnotherTextNamesTheShortType) {
   }
 }
 
-TEST(ChipMemoryModeText, sequence_ofAnotherTextLeavesTheValueUnchanged) {
+TEST(ChipMemoryModeText, sequence_ofAnotherTextLeavesValueAndPositionUnchanged) {
   const Zint::String8 text = "'Buffered'";
   auto value = static_cast<ChipMemoryMode>(1);
   auto pos = text.begin();
   EXPECT_THROW(sequenceToValue(pos, text.end(), value), Zint::RangeException);
   EXPECT_EQ(value, 1);
+  EXPECT_EQ(pos, text.begin());
 }
 
 TEST(ChipMemoryModeText, junk_namesTheColumnAndTheWholeText) {

@@ -102,12 +102,13 @@ TEST(HardwareShadowStateText, instance_ofAnotherTextNamesTheShortType) {
   }
 }
 
-TEST(HardwareShadowStateText, sequence_ofAnotherTextLeavesTheValueUnchanged) {
+TEST(HardwareShadowStateText, sequence_ofAnotherTextLeavesValueAndPositionUnchanged) {
   const Zint::String8 text = "'Auditing'";
   auto value = static_cast<State>(1);
   auto pos = text.begin();
   EXPECT_THROW(sequenceToValue(pos, text.end(), value), Zint::RangeException);
   EXPECT_EQ(value, 1);
+  EXPECT_EQ(pos, text.begin());
 }
 
 TEST(HardwareShadowStateText, junk_namesTheColumnAndTheWholeText) {
