@@ -20,13 +20,13 @@ class Stream {
     for (U32 i = 0; i < bytes; ++i) {
       bytes_[i] = (fill & 3) == 0 ? U8{0} : (fill & 3) == 1 ? U8{255} : input.byte();
     }
-    for (U32 bit = 0; bit < bits(); ++bit) bits_[bit] = ((bytes_[bit / 8] >> bit % 8) & 1) != 0;
+    for (U32 bit = 0; bit < bits(); ++bit) bits_[bit] = (bytes_[bit / 8] >> bit % 8) & 1;
   }
 
   U8* data() const { return bytes_.get(); }
   U32 size() const { return size_; }
   U32 bits() const { return size_ * 8; }
-  bool bit(U32 at) const { return bits_[at]; }
+  bool bit(U32 at) const { return bits_[at] != 0; }
   void bitIs(U32 at, bool value) { bits_[at] = value; }
   U32 byteAt(U32 at) const {
     U32 value = 0;
@@ -35,21 +35,21 @@ class Stream {
   }
   bool allSet(U32 from, U32 count) const {
     for (U32 i = 0; i < count; ++i) {
-      if (!bits_[from + i]) return false;
+      if (bits_[from + i] == 0) return false;
     }
     return true;
   }
   void check(const Fuzz::Story& story) const {
-    for (U32 bit = 0; bit < bits(); ++bit) {
-      if (bits_[bit] == (((bytes_[bit / 8] >> bit % 8) & 1) != 0)) continue;
-      Fuzz::failed(story.lines() + "bit " + std::to_string(bit) + " differs");
+    for (U32 i = 0; i < size_; ++i) {
+      if (byteAt(8 * i) == bytes_[i]) continue;
+      Fuzz::failed(story.lines() + "byte " + std::to_string(i) + " differs");
     }
   }
 
  private:
   const U32 size_;
   const std::unique_ptr<U8[]> bytes_;
-  std::vector<bool> bits_;
+  std::vector<U8> bits_;  // one each
 };
 
 U32 naiveFirstDifference(const U8* a, const U8* b, U32 bytes) {

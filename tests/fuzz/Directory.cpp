@@ -51,7 +51,9 @@ struct Walk {
 class Observer : public ChipMemoryBogon::NotifieeConst {
  public:
   Observer(const ChipMemoryBogon::Ptr& directory, std::vector<std::string>& told)
-      : NotifieeConst(nullptr, Zint::Ptr<const ChipMemoryBogon>(directory)), told_(told) {}
+      : NotifieeConst(nullptr, Zint::Ptr<const ChipMemoryBogon>(directory)), told_(told) {
+    isNonReferencingIs(true);  // so that the directory can end
+  }
   void onChipMemory(String8 name) override { told_.push_back(name.bytes()); }
 
  private:
