@@ -45,12 +45,18 @@ void regionNeeded(const ChipMemory::Ptr& cm) {
 
 // --- Bytes in texts: their number must be what the operation touches ---
 
+// No bytes have a place as well: an access of length 0 still wants one.
+U8* placeOf(Bytes& bytes) {
+  static U8 nothing;
+  return bytes.bytes.empty() ? &nothing : bytes.bytes.data();
+}
+
 U8* ofSize(Bytes& bytes, U64 size) {
   if (bytes.bytes.size() != size) {
     argumentsRefused(Zint::format("%zu bytes given where %llu are needed", bytes.bytes.size(),
                                   static_cast<unsigned long long>(size)));
   }
-  return bytes.bytes.data();
+  return placeOf(bytes);
 }
 
 // Room for an answer; what a client asks for by name is kept within reason.
@@ -70,20 +76,20 @@ Result answer(bool served, const Bytes& bytes) {
 
 Result hamRead(ChipHam& ham, ChipAddress address, U32 entrySize, U32 entries) {
   Bytes bytes = room(U64{entrySize} * entries);
-  ham.doRead(address, bytes.bytes.data(), entrySize, entries);
+  ham.doRead(address, placeOf(bytes), entrySize, entries);
   return {Zint::valueToStrep(bytes)};
 }
 void hamWrite(ChipHam& ham, ChipAddress address, Bytes buffer, U32 entrySize, U32 entries) {
   ham.doWrite(address, ofSize(buffer, U64{entrySize} * entries), entrySize, entries);
 }
 bool hamCompare(const ChipHam& ham, Bytes a, Bytes b) {
-  return ham.doCompare(a.bytes.data(), ofSize(b, a.bytes.size()), static_cast<U32>(b.bytes.size()));
+  return ham.doCompare(placeOf(a), ofSize(b, a.bytes.size()), static_cast<U32>(b.bytes.size()));
 }
 template <auto copy, class Ham>
 Result hamCopy(Ham& ham, Bytes source) {
   Bytes destination = room(source.bytes.size());
-  const bool done = (ham.*copy)(destination.bytes.data(), source.bytes.data(),
-                                static_cast<U32>(source.bytes.size()));
+  const bool done =
+      (ham.*copy)(placeOf(destination), placeOf(source), static_cast<U32>(source.bytes.size()));
   return answer(done, destination);
 }
 
@@ -92,7 +98,7 @@ U8* stream(Bytes& bytes, U64 bit, U64 bits) {
   if (bit + bits > bytes.bytes.size() * U64{8}) {
     argumentsRefused("the bits reach beyond the stream");
   }
-  return bytes.bytes.data();
+  return placeOf(bytes);
 }
 U8 streamByte(const ChipHam& ham, Bytes bytes, U32 bit) {
   return ham.byteFromBitStream(stream(bytes, bit, 8), bit);
