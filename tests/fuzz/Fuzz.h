@@ -51,7 +51,7 @@ class Story {
 };
 
 template <class T, class U>
-void same(const char* what, const T& expected, const U& actual, const Story& story = {}) {
+void same(const std::string& what, const T& expected, const U& actual, const Story& story = {}) {
   if (expected == actual) return;
   std::ostringstream text;
   text << story.lines() << what << ": expected " << expected << ", is " << actual;

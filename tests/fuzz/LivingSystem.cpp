@@ -21,8 +21,7 @@ void add(std::string& state, std::string_view name, std::string_view text) {
 
 LivingSystem::LivingSystem() {
   using Hardware::ChipAddress;
-  const Zint::Ptr<Fru::HamImpl> chip = Zint::makePtr<Registers>();
-  const Hardware::ChipHam::Ptr ham = Hardware::genericChipHamFactory("ham", chip);
+  const Hardware::ChipHam::Ptr ham = Hardware::genericChipHamFactory("ham", chip_);
   const Hardware::ChipHam::Ptr bare = Zint::makePtr<Hardware::ChipHam>("it's bare");
   const auto region = [&ham](const char* name, U64 address, U32 entrySize) {
     const auto cm =
@@ -61,7 +60,7 @@ LivingSystem::LivingSystem() {
               loop_.clock,
               otherLoop_.activity,
               otherLoop_.clock,
-              chip};
+              chip_};
 }
 
 void LivingSystem::joined(const Object& object) {

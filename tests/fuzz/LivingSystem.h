@@ -23,6 +23,8 @@ class LivingSystem {
   LivingSystem();
 
   const std::vector<Object>& objects() const { return objects_; }
+  const Zint::Ptr<Zint::ActivityConfig>& activity() const { return loop_.activity; }
+  Fru::HamImpl& chip() const { return *chip_; }
   // One made by name joins the others; only so many are kept.
   void joined(const Object& object);
   // Every attribute and every member of a collection of every object.
@@ -46,6 +48,7 @@ class LivingSystem {
 
   Fakes::ManualLoop loop_;
   Fakes::ManualLoop otherLoop_;
+  const Zint::Ptr<Fru::HamImpl> chip_ = Zint::makePtr<Registers>();
   std::vector<Object> objects_;
 };
 
