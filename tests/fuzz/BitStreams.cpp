@@ -59,7 +59,10 @@ U32 naiveFirstDifference(const U8* a, const U8* b, U32 bytes) {
 }
 
 // Any position in [0, end].
-U32 upTo(Fuzz::Input& input, U32 end) { return (input.byte() << 8 | input.byte()) % (end + 1); }
+U32 upTo(Fuzz::Input& input, U32 end) {
+  const U32 high = input.byte();
+  return (high << 8 | input.byte()) % (end + 1);
+}
 
 void entriesCompared(Fuzz::Input& input, const Stream& a, const Stream& b, Fuzz::Story& story) {
   const U32 entrySize = 1 + input.below(13);

@@ -101,7 +101,8 @@ class Input {
   }
   // A length byte and as many bytes, `most` of them and what is left of the input at the most.
   std::string text(U32 most) {
-    const std::size_t length = std::min<std::size_t>(byte() % (most + 1), left());
+    const std::size_t wanted = byte() % (most + 1);
+    const std::size_t length = std::min(wanted, left());
     std::string text(at_, at_ + length);
     at_ += length;
     return text;

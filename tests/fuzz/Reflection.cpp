@@ -114,7 +114,10 @@ class ByName {
       if (fault == 255 - place++) continue;
       arguments.emplace_back(name + optional, anyText());
     }
-    if (fault >= 8 && fault < 12) arguments.emplace_back(input_.text(8), anyText());
+    if (fault >= 8 && fault < 12) {
+      const String8 surplus = input_.text(8);
+      arguments.emplace_back(surplus, anyText());
+    }
     if (fault == 12 && !arguments.empty()) arguments.push_back(arguments.front());
     for (const auto& [name, text] : arguments) story_.add("  ", name, "=", text);
     return arguments;
