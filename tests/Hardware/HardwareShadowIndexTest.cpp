@@ -8,6 +8,8 @@ namespace {
 constexpr const char* findFunction =
     "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
     "Hardware::ChipAddress&, U32)";
+constexpr const char* indexedFunction =
+    "void Hardware::HardwareShadow::indexed(const Hardware::ChipMemory::Ptr&)";
 
 class HardwareShadowIndex : public Fakes::ShadowTest {
  protected:
@@ -239,7 +241,8 @@ TEST_F(HardwareShadowIndex, chunkHoldsUpTo65535Regions) {
 
 TEST_F(HardwareShadowIndex, region65536OfAChunkIsFatalAndNamed) {
   manyRegions(65536, 4);
-  EXPECT_REGION_ASSERTION(shadow->stateIs(HardwareShadow::configured()), "region65535");
+  EXPECT_ASSERTION_OF("region65535", shadow->stateIs(HardwareShadow::configured()), indexedFunction,
+                      "index != 65535");
 }
 
 TEST_F(HardwareShadowIndex, indexHoldsUpTo65535Chunks) {
@@ -252,7 +255,8 @@ TEST_F(HardwareShadowIndex, indexHoldsUpTo65535Chunks) {
 
 TEST_F(HardwareShadowIndex, chunk65536IsFatalAndItsRegionNamed) {
   manyRegions(65536, U64{1} << 32);
-  EXPECT_REGION_ASSERTION(shadow->stateIs(HardwareShadow::configured()), "region65535");
+  EXPECT_ASSERTION_OF("region65535", shadow->stateIs(HardwareShadow::configured()), indexedFunction,
+                      "nextIndex_ != 65535");
 }
 
 }  // namespace

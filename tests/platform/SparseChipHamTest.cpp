@@ -75,7 +75,7 @@ TEST_F(SparseChipHamTest, entrySizeThatIsNoMultipleOf4IsFatal) {
       "virtual void Platform::SparseChipHam::doWrite(const Hardware::ChipAddress&, U8*, U32, U32)";
   U32 words[4] = {};
   const auto pattern = [](const std::string& function) {
-    return Fakes::assertionPattern("platform/SparseChipHam", 0, function, "( entrySize % 4 ) == 0");
+    return Fakes::Assertion("platform/SparseChipHam", 0, function, "( entrySize % 4 ) == 0");
   };
   EXPECT_DEATH(ham(8)->doRead(ChipAddress(0, 0), bytes(words), 6, 1), pattern(read));
   EXPECT_DEATH(ham(8)->doWrite(ChipAddress(0, 0), bytes(words), 6, 1), pattern(write));

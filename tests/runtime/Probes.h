@@ -98,10 +98,4 @@ std::string rangeMessage(Statement statement) {
   return "";
 }
 
-// The report of a fatal assertion of the runtime, as a regular expression; in any function.
-inline std::string assertionOf(const std::string& source, const std::string& condition) {
-  std::string pattern = Fakes::assertionPattern(source, 0, "@", condition);
-  return pattern.replace(pattern.find('@'), 1, ".*");
-}
-
 }  // namespace Probes

@@ -211,7 +211,9 @@ TEST_F(ActivityTest, turn_insideATurnIsFatal) {
         a->reaction = [this] { loop.turn(); };
         loop.turn();
       },
-      Probes::assertionOf("Zint/Activity", "!activity_->turning_"));
+      Fakes::Assertion("Zint/Activity", 0,
+                       "Zint::ActivityConfig::Turn::Turn(Zint::ActivityConfig&)",
+                       "!activity_->turning_"));
 }
 
 TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
@@ -222,7 +224,8 @@ TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
         a->reaction = [&] { other->run(); };
         loop.turn();
       },
-      Probes::assertionOf("Zint/Activity", "clock_->turns_ == 0"));
+      Fakes::Assertion("Zint/Activity", 0, "void Zint::ActivityConfig::runUntil(Zint::Seconds)",
+                       "clock_->turns_ == 0"));
 }
 
 TEST_F(ActivityTest, wakeTime_isTheEarliestWakeUp) {

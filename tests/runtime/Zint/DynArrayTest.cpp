@@ -43,7 +43,6 @@ void operator delete(void* block, const std::nothrow_t&) noexcept { released(blo
 
 namespace {
 
-using Probes::assertionOf;
 using Zint::DynArray;
 using Zint::makePtr;
 using Zint::Ptr;
@@ -120,7 +119,8 @@ TEST(DynArray, releasesTheReferencesItHeld) {
 
 TEST(DynArray, growthTo2147483647EntriesFailsTheAssertion) {
   DynArray<U8, U32> array;
-  const std::string expected = assertionOf("Zint/DynArray", "newEntries<2147483647");
+  const Fakes::Assertion expected(
+      "Zint/DynArray", 0, "void Zint::DynArray<V, I>::atIs(I, const V&)", "newEntries<2147483647");
   EXPECT_DEATH(array.atIs(2147483646u, 1), expected);
   EXPECT_DEATH(array.atIs(0xffffffffu, 1), expected);
   EXPECT_EQ(array.at(0xffffffffu), 0) << "a read is no growth";
