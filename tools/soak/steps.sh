@@ -1,0 +1,201 @@
+# The steps of the soak: what each is called, what it proves and how it runs. A step writes what it
+# counted to build/soak/<step>.figure.
+
+readonly JOBS=${UMBRA_JOBS:-$(nproc)}
+STEPS=(
+  lockstep-x86 lockstep-x64 simulation-x86 simulation-x64 reentrancy-x86 reentrancy-x64
+  ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
+  memcheck-x86 helgrind-x86
+)
+# Programs that are quick enough for valgrind, which slows them down thirty times and more.
+VALGRIND_PROGRAMS=(Hardware-tests runtime-tests scenario-tests contract-tests platform-tests)
+# Left out there: death tests fork and abort by intent; the sizes of the limits are for real speed.
+VALGRIND_FILTER='-*Death*:*atal*:*Assertion*:*ssertion*:Limits.*:Million*:*aMillion*:*65535*:*65536*:*Ndebug*:*Wrapped*:*noMemory*'
+
+say() { printf 'soak: %s\n' "$*" >&2; }
+die() {
+  say "error: $*"
+  exit 1
+}
+bad_usage() {
+  say "$* (see ./dev soak --help)"
+  exit 2
+}
+
+what_is() {
+  case $1 in
+    lockstep-*) echo "library and independent model, compared after each operation" ;;
+    simulation-*) echo "whole systems of random clients, chips and faults" ;;
+    reentrancy-*) echo "every pair of operation and interfering observer" ;;
+    ndebug-*) echo "every assertion stays in a build with NDEBUG" ;;
+    asan-*) echo "tests, g++ with address and undefined sanitizers" ;;
+    clang-asan-*) echo "tests, clang with address and undefined sanitizers" ;;
+    tsan-*) echo "two activities under the thread sanitizer" ;;
+    unsigned-*) echo "no unsigned number wraps but those listed" ;;
+    memcheck-*) echo "tests under valgrind: no bad access, no leak" ;;
+    helgrind-*) echo "two activities under helgrind" ;;
+  esac
+}
+
+list_steps() {
+  local step
+  for step in "${STEPS[@]}"; do printf '%-20s %s\n' "$step" "$(what_is "$step")"; done
+}
+
+# needed_folder <step>: the folder of tests/ it runs; nothing when it runs several.
+needed_folder() {
+  case $1 in
+    lockstep-* | simulation-* | reentrancy-*) echo "${1%%-*}" ;;
+    tsan-* | helgrind-*) echo threads ;;
+  esac
+}
+
+is_there() {
+  local folder
+  folder=$(needed_folder "$1")
+  [[ -z $folder || -d tests/$folder ]]
+}
+
+set_figures() {
+  local operations=200000000 seeds=200000
+  chunk=2500000
+  if $1; then operations=2000000 seeds=200 chunk=500000; fi
+  operations=${UMBRA_LOCKSTEP_OPERATIONS:-$operations}
+  seeds=${UMBRA_SIMULATION_SEEDS:-$seeds}
+  first_seed=${UMBRA_LOCKSTEP_SEED:-1}
+  local name
+  for name in operations seeds first_seed; do
+    [[ ${!name} =~ ^[1-9][0-9]*$ ]] || bad_usage "'${!name}' is no number above 0"
+  done
+  OPERATIONS=$operations SEEDS=$seeds
+  is_quick=$1
+}
+
+figure() { echo "$*" >"build/soak/$step.figure"; }
+
+# built <preset> <target...>
+built() {
+  local preset=$1 target
+  shift
+  [[ -n $preset ]] || die "no preset"
+  cmake --preset "$preset" >"build/soak/$preset-configure.log" 2>&1 ||
+    { cat "build/soak/$preset-configure.log"; die "configuring $preset failed"; }
+  for target in "$@"; do
+    cmake --build "build/$preset" --target help | grep -q "^$target: " ||
+      die "there is no program $target: tests/${target%-tests} has not been written yet"
+  done
+  cmake --build "build/$preset" -j "$JOBS" --target "$@" || die "building $preset failed"
+}
+
+# The numbers of tests that the given outputs of test programs say have passed.
+passed() { sed -n 's/^\[  PASSED  \] \([0-9]*\) tests\{0,1\}\..*/\1/p' "$@" | awk '{ n += $1 } END { print n + 0 }'; }
+
+# all_programs <preset>: the names of its test programs, less the ones that take long.
+all_programs() {
+  cmake --preset "$1" >/dev/null 2>&1
+  ctest --test-dir "build/$1" -N | sed -n 's/^ *Test *#[0-9]*: //p'
+}
+
+# tests_pass <preset>: every test program of the preset, all of them even when one fails.
+tests_pass() {
+  local preset=$1 programs
+  mapfile -t programs < <(all_programs "$preset")
+  ((${#programs[@]})) || die "$preset has no tests: is GoogleTest installed?"
+  cmake --build "build/$preset" -j "$JOBS" || die "building $preset failed"
+  UMBRA_SIMULATION_SEEDS=200 UMBRA_LOCKSTEP_OPERATIONS=200000 \
+    ctest --test-dir "build/$preset" --output-on-failure -j "$JOBS" -V >"build/soak/$preset.out" 2>&1
+  local verdict=$?
+  figure "$(sed -n 's/^[0-9]*: \(\[  PASSED.*\)/\1/p' "build/soak/$preset.out" | passed -) tests"
+  if ((verdict)); then
+    grep -nE 'FAILED|ERROR: |runtime error|WARNING: Thread' "build/soak/$preset.out" | head -n 20
+    return 1
+  fi
+}
+
+# in_parallel <count> <command...>: runs the command with 0 .. count-1 as its last argument, as many
+# at a time as there are jobs.
+in_parallel() {
+  local count=$1
+  shift
+  seq 0 $((count - 1)) | xargs -P "$JOBS" -I{} "$@" {}
+}
+
+lockstep_chunk() {
+  local program=$1 operations=$2 seed=$3 log=$4 number=$5
+  UMBRA_LOCKSTEP_OPERATIONS=$operations UMBRA_LOCKSTEP_SEED=$((seed + number)) \
+    "$program" --gtest_brief=1 >"$log.$number" 2>&1 || {
+    cat "$log.$number"
+    echo "chunk $number (seed $((seed + number))) failed"
+    exit 255
+  }
+  rm -f "$log.$number"
+  printf 'soak: chunk %d done\n' "$number" >/dev/tty 2>/dev/null || true
+}
+export -f lockstep_chunk
+
+run_lockstep() {
+  local preset=$1 count operations=$chunk
+  built "$preset" lockstep-tests
+  ((OPERATIONS >= operations)) || operations=$OPERATIONS
+  count=$(((OPERATIONS + operations - 1) / operations))
+  figure "$((count * operations)) operations"
+  in_parallel "$count" bash -c 'lockstep_chunk "$@"' - "build/$preset/tests/lockstep-tests" \
+    "$operations" "$first_seed" "build/soak/$step.chunk"
+}
+
+run_simulation() {
+  built "$1" simulation-tests
+  figure "$SEEDS seeds"
+  UMBRA_SIMULATION_SEEDS=$SEEDS "build/$1/tests/simulation-tests"
+}
+
+run_reentrancy() {
+  built "$1" reentrancy-tests
+  UMBRA_REENTRANCY_PAIRS=1 "build/$1/tests/reentrancy-tests" | tee "build/soak/$step.out" &&
+    figure "$(passed "build/soak/$step.out") tests"
+}
+
+run_ndebug() {
+  built x86-ndebug Hardware-tests runtime-tests platform-tests
+  tools/check-assertions build/x86-ndebug | tee "build/soak/$step.out" &&
+    figure "$(sed -n 's/^check-assertions: \([0-9]* assertions\).*/\1/p' "build/soak/$step.out")"
+}
+
+run_tsan() {
+  built x64-tsan threads-tests
+  TSAN_OPTIONS=halt_on_error=0:exitcode=66 build/x64-tsan/tests/threads-tests \
+    | tee "build/soak/$step.out" && figure "$(passed "build/soak/$step.out") tests"
+}
+
+# A wrap that is not listed is printed and the program goes on; so the output is what counts.
+run_unsigned() {
+  local program programs=(Hardware-tests runtime-tests platform-tests scenario-tests contract-tests)
+  local reports=0
+  built x64-unsigned "${programs[@]}"
+  for program in "${programs[@]}"; do
+    "build/x64-unsigned/tests/$program" --gtest_brief=1 >"build/soak/$step-$program.out" 2>&1 ||
+      { tail -n 20 "build/soak/$step-$program.out"; return 1; }
+  done
+  reports=$(cat "build/soak/$step"-*.out | grep 'runtime error' | sort -u | tee /dev/stderr | wc -l)
+  figure "$reports wraps not listed"
+  ((reports == 0))
+}
+
+source tools/soak/valgrind.sh
+
+# run_step <step>: sets `step` for what it calls.
+run_step() {
+  step=$1
+  case $step in
+    lockstep-*) run_lockstep "${step##*-}" ;;
+    simulation-*) run_simulation "${step##*-}" ;;
+    reentrancy-*) run_reentrancy "${step##*-}" ;;
+    ndebug-*) run_ndebug ;;
+    asan-*) tests_pass "${step##*-}-asan" ;;
+    clang-asan-*) tests_pass "${step##*-}-clang-asan" ;;
+    tsan-*) run_tsan ;;
+    unsigned-*) run_unsigned ;;
+    memcheck-*) run_memcheck ;;
+    helgrind-*) run_helgrind ;;
+  esac
+}
