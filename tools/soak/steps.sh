@@ -171,6 +171,8 @@ run_tsan() {
 run_unsigned() {
   local program programs=(Hardware-tests runtime-tests platform-tests scenario-tests contract-tests)
   local reports=0
+  # A compiler cache does not know that the list is part of the command.
+  export CCACHE_EXTRAFILES_TO_HASH=$PWD/cmake/unsigned-wraps.txt
   built x64-unsigned "${programs[@]}"
   for program in "${programs[@]}"; do
     "build/x64-unsigned/tests/$program" --gtest_brief=1 >"build/soak/$step-$program.out" 2>&1 ||
