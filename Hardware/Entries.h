@@ -82,11 +82,12 @@ inline std::size_t firstDifference(const U8* a, const U8* b, std::size_t bytes) 
   return at;
 }
 
-// One entry, or a few bytes. A word, the common case, needs no call.
+// One entry, or a number of bytes. A word, the common case, needs no call; no bytes touch no
+// memory.
 inline void entryCopied(U8* to, const U8* from, U32 bytes) {
   if (bytes == sizeof(U32)) {
     std::memcpy(to, from, sizeof(U32));
-  } else {
+  } else if (bytes != 0) {
     std::memmove(to, from, bytes);
   }
 }

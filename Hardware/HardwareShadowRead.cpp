@@ -42,7 +42,7 @@ bool readFromCache(const HardwareShadow& shadow, const ChipMemory::Ptr& cm, U32 
   UMBRA_TRACE(7, __LINE__,
               "Read hit cache " << region->name() << " " << count << " entries starting at 0x"
                                 << std::hex << entry);
-  if (readsFromCachePlainly(*region->chipHam())) {
+  if (size != 0 && readsFromCachePlainly(*region->chipHam())) {
     std::memcpy(data, source, size);
     return true;
   }
@@ -63,7 +63,7 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
   if (cm == nullptr) return false;
   if (!cm->readFromCache() && !overrideHardware_) return false;
   if (cm->mode() == ChipMemory::override()) {
-    std::memset(data, 0, size);
+    if (size != 0) std::memset(data, 0, size);
     return true;
   }
   const Hal::BufBase::Ptr& shadowBuf = cm->shadow();

@@ -119,7 +119,8 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
   UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
 
-  if (umbraTrace().built(7) || cm->notifiees() != 0 || !writesToCachePlainly(*cm->chipHam())) {
+  if (count == 0 || umbraTrace().built(7) || cm->notifiees() != 0 ||
+      !writesToCachePlainly(*cm->chipHam())) {
     return Hardware::shadowWriteAndCompareWithCache(*this, cm, entry, count, data);
   }
   const U32 hits =

@@ -168,6 +168,16 @@ TEST_F(HardwareShadowRead, unconfiguredIsFatalWhateverIsRead) {
 
 // --- Rules --------------------------------------------------------------------------------------
 
+TEST_F(HardwareShadowRead, nothingIsServedToNowhere) {
+  const ChipMemory::Ptr cm = shadowed("r", 0x1000, 8);
+  configure({cm});
+  cm->readFromCacheIs(true);
+  EXPECT_TRUE(shadow->readFromCache(cm, 8, nullptr, 0));
+  shadow->overrideHardwareIs(true);
+  cm->modeIs(ChipMemory::override());
+  EXPECT_TRUE(shadow->readFromCache(cm, 8, nullptr, 0));
+}
+
 TEST_F(HardwareShadowRead, missNamesTheGroupThatFailed) {
   filled({6, 7, 9});
   trace.full.clear();

@@ -161,6 +161,12 @@ TEST_F(HardwareShadowWrite, bufferedWriteIsDirtyAndTheSameValueAgainOnlyCounts) 
   EXPECT_EQ(marked(mac->initialized()), Entries{3});
 }
 
+TEST_F(HardwareShadowWrite, nothingFromNowhereNeedsNoChip) {
+  const ChipMemory::Ptr cm = shadowed("r", 0x1000, 8);
+  EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(cm, 8, nullptr, 0));
+  EXPECT_TRUE(Fakes::marked(cm->dirty()).empty());
+}
+
 TEST_F(HardwareShadowWrite, entriesArePackedByTheirSizeNotByTheStride) {
   const ChipMemory::Ptr sparse = shadowed("sparse", 0x4000, 4, 4, 64);
   write(sparse, 3, 0x01020304);
