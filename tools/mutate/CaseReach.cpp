@@ -17,7 +17,8 @@ constexpr unsigned mutants = 16384;
 
 class CaseReach : public testing::EmptyTestEventListener {
  public:
-  explicit CaseReach(const char* file) : out_(std::fopen((std::string(file) + ".cases").c_str(), "w")) {}
+  explicit CaseReach(const char* file)
+      : out_(std::fopen((std::string(file) + ".cases").c_str(), "w")) {}
 
   void OnTestStart(const testing::TestInfo&) override {
     write("-", 0);

@@ -9,6 +9,13 @@ import lexical
 HERE = Path(__file__).resolve().parent
 COPIED = ["CMakeLists.txt", "cmake", "runtime", "Hardware", "platform", "demo", "tests"]
 
+# Every test program tells which of its tests reached what.
+CASE_REACH = """
+target_sources(gmock_main PRIVATE ${PROJECT_SOURCE_DIR}/CaseReach.cpp)
+target_link_options(gmock_main INTERFACE -Wl,-u,umbraCaseReach)
+target_link_libraries(gmock_main PUBLIC Umbra::Umbra)
+"""
+
 
 class Writer:
     """One file's rewritten text, and where in it each mutant's code stands."""
@@ -19,9 +26,9 @@ class Writer:
         self.places = []  # (start, end, mutant) in the rewritten text
         self.edits = []
         for order, edit in enumerate(sites.edits):
-            if any(m.id not in dropped for m, _ in edit.choices):
+            if edit.shape == "assertion" or any(m.id not in dropped for m, _ in edit.choices):
                 self.edits.append((edit.start, -edit.end, order, edit))
-        self.edits.sort(key=lambda e: e[:3])
+        self.edits.sort(key=lambda e: e[:2] + (e[3].shape != "assertion", e[2]))
         self.next = 0
         self.copy(0, len(sites.text))
         self.text = "".join(self.parts)
@@ -71,7 +78,7 @@ class Writer:
             first, condition = call.arguments
             self.put(f"{call.name}_MUTATED(")
             self.copy(*first)
-            self.put(f", {self.test(edit, alive[0][0])} || (")
+            self.put(f", {self.test(edit, alive[0][0])} || (" if alive else ", (")
             self.copy(*condition)
             text = self.sites.text[condition[0] : condition[1]]
             self.put(f"), {lexical.stringized(text)})")
@@ -81,7 +88,7 @@ class Writer:
             self.put("static_cast<bool>(")
             self.copy(edit.start, edit.end)
             self.put("))")
-        if edit.shape != "choice":
+        if edit.shape != "choice" and alive:
             self.places.append((begin, self.length, alive[0][0]))
 
     def mutants_at(self, line, column):
@@ -128,10 +135,7 @@ def copy_project(root, tree):
     put(tree / "Hardware/MutationSwitch.cpp", (HERE / "MutationSwitch.cpp").read_text())
     put(tree / "CaseReach.cpp", (HERE / "CaseReach.cpp").read_text())
     tests = (root / "tests/CMakeLists.txt").read_text()
-    tests = tests.replace("set(SHARED_FOLDERS", """target_sources(gmock_main PRIVATE ${PROJECT_SOURCE_DIR}/CaseReach.cpp)
-target_link_options(gmock_main INTERFACE -Wl,-u,umbraCaseReach)
-target_link_libraries(gmock_main PUBLIC Umbra::Umbra)
-set(SHARED_FOLDERS""", 1)
+    tests = tests.replace("set(SHARED_FOLDERS", CASE_REACH + "set(SHARED_FOLDERS", 1)
     put(tree / "tests/CMakeLists.txt", tests)
 
 

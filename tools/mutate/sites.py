@@ -52,6 +52,12 @@ class FileSites:
             self.edits.append(self.edit_of[key])
         return self.edit_of[key]
 
+    def keep_texts(self):
+        """The assertions that are no statement of their own here report their text as well."""
+        for call in self.calls:
+            if call.name in lexical.ASSERTIONS:
+                self.edit("assertion", call.start, call.end, False).call = call
+
 
 def kind_of(cursor):
     try:
@@ -359,6 +365,7 @@ def find(root):
                 finder.walk(cursor)
     number = 0
     for file_sites in all_sites.values():
+        file_sites.keep_texts()
         file_sites.mutants.sort(key=lambda m: (m.start, m.end, m.operator, m.mutated))
         for mutant in file_sites.mutants:
             number += 1
@@ -366,12 +373,12 @@ def find(root):
     return all_sites
 
 
-def digest(root, folders):
-    """Changes with any file the results depend on."""
+def digest(root, names):
+    """Changes with any of these files, or any C++ file below these folders."""
     value = hashlib.sha256()
-    for folder in folders:
-        for path in sorted((root / folder).rglob("*")):
-            if path.is_file() and path.suffix in (".h", ".cpp", ".py", ".txt") and (
-                    path.name != "explained.txt"):
-                value.update(str(path.relative_to(root)).encode() + path.read_bytes())
+    for name in names:
+        path = root / name
+        for file in [path] if path.is_file() else sorted(path.rglob("*")):
+            if path.is_file() or file.suffix in (".h", ".cpp") or file.name == "CMakeLists.txt":
+                value.update(str(file.relative_to(root)).encode() + file.read_bytes())
     return value.hexdigest()[:12]
