@@ -147,6 +147,13 @@ TEST_F(ChipMemoryModes, notifieesAreToldAfterTheReaction) {
               ElementsAre(Id::shadow, Id::dirty, Id::initialized, Id::shadowEnabled));
 }
 
+TEST_F(ChipMemoryModes, notifieesHearOfTheAuditWhenItsBufferIsThere) {
+  table->shadowEnabledIs(true);
+  const auto observer = Zint::makePtr<Observer>(table);
+  table->auditEnabledIs(true);
+  EXPECT_THAT(observer->told, ElementsAre(ChipMemory::Id::hardware, ChipMemory::Id::auditEnabled));
+}
+
 TEST_F(ChipMemoryModes, equalValuesDoNothing) {
   table->shadowEnabledIs(true);
   table->taken();

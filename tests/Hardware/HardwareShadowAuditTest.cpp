@@ -299,6 +299,12 @@ TEST_F(HardwareShadowAudit, hardwareBufferSmallerThanTheEntriesIsFatalAndNamesTh
   EXPECT_REGION_ASSERTION(shadow->doAuditChips(), "mac");
 }
 
+TEST_F(HardwareShadowAudit, aRegionWithoutAccessMethodIsFatalAndNamesTheRegion) {
+  ham = nullptr;
+  auditing({audited("bare", 0x2000, 4)});
+  EXPECT_REGION_ASSERTION(shadow->doAuditChips(), "bare");
+}
+
 // --- The end of a pass --------------------------------------------------------------------------
 
 TEST_F(HardwareShadowAudit, nextPassIsArmedFromTheStartOfTheLast) {

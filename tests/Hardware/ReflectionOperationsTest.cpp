@@ -102,6 +102,7 @@ const std::vector<Row>& rows() {
        {{"stream", "0000"}, {"bit", "4"}, {"value", "255"}},
        "f00f"},
       {"GenericChipHam", "bitFromBitStream", {{"stream", "0002"}, {"bit", "9"}}, "true"},
+      {"GenericChipHam", "bitFromBitStream", {{"stream", "0080"}, {"bit", "15"}}, "true"},
       {"GenericChipHam",
        "bitToBitStream",
        {{"stream", "0000"}, {"bit", "9"}, {"value", "true"}},

@@ -315,6 +315,25 @@ TEST_F(HashMapIterator, copiesWalkOnTheirOwn) {
   EXPECT_THAT(rest(second), ElementsAre(1, 3, 4));
 }
 
+TEST_F(HashMapIterator, oneAssignedToItselfStaysWhereItIs) {
+  auto it = map.iterator();
+  ++it;
+  const auto& same = it;
+  it = same;
+  del(2);
+  EXPECT_THAT(rest(it), ElementsAre(1, 3, 4));
+}
+
+TEST_F(HashMapIterator, oneThatWasAssignedNoLongerFollowsItsOldMember) {
+  auto first = map.iterator();
+  auto second = map.iterator();
+  ++second;
+  second = first;
+  del(0);
+  EXPECT_THAT(rest(second), ElementsAre(0, 1, 2, 3, 4));
+  EXPECT_THAT(rest(first), ElementsAre(0, 1, 2, 3, 4));
+}
+
 // Walks while members are removed at random: each one that is still there when its turn comes is
 // visited once, in order.
 TEST_F(HashMapIterator, visitsEveryRemainingMemberOnceWhateverIsRemoved) {

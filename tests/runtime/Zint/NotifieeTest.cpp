@@ -317,4 +317,13 @@ TEST_F(NotifieeTest, notifyEach_callsThoseOfTheTypeOnly) {
   EXPECT_THAT(called, ElementsAre(a.ptr(), c.ptr()));
 }
 
+TEST(NotifieeOfNothing, mayBeSwitchedToAndFromNonReferencing) {
+  const auto notifiee = Zint::makePtr<Zint::NotifieeConst>(nullptr, nullptr);
+  notifiee->isNonReferencingIs(true);
+  EXPECT_TRUE(notifiee->isNonReferencing());
+  notifiee->isNonReferencingIs(false);
+  EXPECT_FALSE(notifiee->isNonReferencing());
+  EXPECT_EQ(notifiee->notifier(), nullptr);
+}
+
 }  // namespace

@@ -182,6 +182,7 @@ TEST(StrepString, theQuotesAreRemoved) {
   EXPECT_EQ(strepToValue<String8>("'two words'"), "two words");
   EXPECT_EQ(strepToValue<String8>("'it\\'s'"), "it's");
   EXPECT_EQ(strepToValue<String8>("'\\x41'"), "A");
+  EXPECT_EQ(strepToValue<String8>("'\\x4A\\xAf\\xF4'"), "J\xaf\xf4") << "digits of both cases";
 }
 
 TEST(StrepString, aBareWordEndsAtASpace) {
@@ -196,6 +197,17 @@ TEST(StrepString, aBareWordEndsAtASpace) {
 TEST(StrepString, anUnclosedOneIsRefused) {
   for (const char* text : {"'", "'abc", "'abc\\", "'abc\\'", "", " abc", "'\\x4"}) {
     EXPECT_THROW(strepToValue<String8>(text), Zint::RangeException) << text;
+  }
+}
+
+// What lies behind the given end is not read.
+TEST(StrepString, oneThatEndsInAnEscapeIsRefused) {
+  const String8 text("'\\x41'");
+  for (const int length : {2, 3, 4, 5}) {
+    auto pos = text.begin();
+    String8 value;
+    EXPECT_THROW(Zint::sequenceToValue(pos, text.begin() + length, value), Zint::RangeException)
+        << length;
   }
 }
 
