@@ -345,34 +345,4 @@ TEST_F(HardwareShadowWrite, accessMethodMayDropTheLastReferenceToTheShadow) {
   EXPECT_EQ(shadow, nullptr);
 }
 
-// --- Entry sizes --------------------------------------------------------------------------------
-
-// Without a trace of single hits, whole groups of entries are compared at once.
-TEST_F(HardwareShadowWrite, hitsAreFoundEntryByEntryAtAnyEntrySize) {
-  Hardware::umbraTrace().levelUpToIs(0);
-  for (const U32 entrySize : {1u, 2u, 3u, 4u, 5u, 8u}) {
-    SCOPED_TRACE(entrySize);
-    constexpr U32 entries = 24;
-    const ChipMemory::Ptr table = shadowed("table", 0x4000, entries, entrySize);
-    table->skipWriteIfMatchesCacheIs(true);
-    std::vector<U8> data(entries * entrySize);
-    for (U32 i = 0; i < data.size(); ++i) data[i] = static_cast<U8>(i * 7 + 1);
-    const U32 size = static_cast<U32>(data.size());
-    shadow->shadowWriteAndCompareWithCache(table, 0, data.data(), size);
-    EXPECT_EQ(table->writeCacheHits(), 0u);
-    std::memset(table->dirty()->data(), 0, table->dirty()->size());
-
-    data[0] ^= 0x10;                        // first byte of the first entry
-    data[3 * entrySize] ^= 0x01;            // first byte of one in the middle
-    data[10 * entrySize - 1] ^= 0x80;       // last byte of another
-    data[entries * entrySize - 1] ^= 0x02;  // last byte of the last
-    EXPECT_FALSE(shadow->shadowWriteAndCompareWithCache(table, 0, data.data(), size));
-    EXPECT_EQ(table->writeCacheHits(), entries - 4);
-    EXPECT_EQ(marked(table->dirty()), (Entries{0, 3, 9, 23}));
-    EXPECT_EQ(std::memcmp(table->shadow()->data(), data.data(), size), 0);
-    EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(table, 0, data.data(), size));
-    EXPECT_EQ(table->writeCacheHits(), 2 * entries - 4);
-  }
-}
-
 }  // namespace
