@@ -148,7 +148,7 @@ TEST_F(ChipMemoryModes, notifieesAreToldAfterTheReaction) {
 }
 
 TEST_F(ChipMemoryModes, notifieesHearOfTheAuditWhenItsBufferIsThere) {
-  table->shadowEnabledIs(true);
+  table->hardwareIs(nullptr);
   const auto observer = Zint::makePtr<Observer>(table);
   table->auditEnabledIs(true);
   EXPECT_THAT(observer->told, ElementsAre(ChipMemory::Id::hardware, ChipMemory::Id::auditEnabled));
