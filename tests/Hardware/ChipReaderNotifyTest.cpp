@@ -40,4 +40,35 @@ TEST_F(ChipReaderNotify, anEqualValueIsNot) {
   EXPECT_THAT(observer->told, IsEmpty());
 }
 
+// --- Typed observers ----------------------------------------------------------------------------
+
+class TypedObserver : public Hardware::ChipReader::NotifieeConst {
+ public:
+  explicit TypedObserver(const Zint::Ptr<Hardware::ChipReader>& reader)
+      : NotifieeConst(nullptr, Zint::Ptr<const Hardware::ChipReader>(reader)) {}
+  void onCurrentChipMemory() override { told.push_back(Id::currentChipMemory); }
+  void onEntriesRead() override { told.push_back(Id::entriesRead); }
+  void onMaxEntriesPerRead() override { told.push_back(Id::maxEntriesPerRead); }
+  void onReadInterval() override { told.push_back(Id::readInterval); }
+  std::vector<Zint::AttributeId> told;
+};
+
+TEST_F(ChipReaderNotify, aTypedObserverIsToldAttributeByAttribute) {
+  const auto typed = Zint::makePtr<TypedObserver>(reader);
+  reader->maxEntriesPerReadIs(11);
+  reader->readIntervalIs(0.25);
+  EXPECT_THAT(typed->told, ElementsAre(Id::maxEntriesPerRead, Id::readInterval));
+}
+
+TEST_F(ChipReaderNotify, aTypedObserverIgnoresWhatItDoesNotHandle) {
+  const auto typed = Zint::makePtr<TypedObserver>(reader);
+  const auto bare = Zint::makePtr<Hardware::ChipReader::NotifieeConst>(
+      nullptr, Zint::Ptr<const Hardware::ChipReader>(reader));
+  reader->zintFwkActivityIs(nullptr);
+  reader->maxEntriesPerReadIs(11);
+  reader->readIntervalIs(0.25);
+  EXPECT_THAT(typed->told, ElementsAre(Id::maxEntriesPerRead, Id::readInterval));
+  EXPECT_EQ(reader->maxEntriesPerRead(), 11u);
+}
+
 }  // namespace

@@ -1,6 +1,7 @@
 """Builds the mutated copy, finds its test programs and runs them."""
 
 import json
+import math
 import os
 import re
 import signal
@@ -17,10 +18,13 @@ SHORTER = {"UMBRA_LOCKSTEP_OPERATIONS": "20000", "UMBRA_SIMULATION_SEEDS": "20",
 OPTIONS = ["-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_COMPILER=g++", "-DUMBRA_TESTS=ON",
            "-DUMBRA_DEMO=ON", "-DUMBRA_BENCH=OFF", "-DUMBRA_WERROR=OFF", "-GNinja"]
 FLAGS = "-m32 -msse2 -mfpmath=sse -O1 -w -Wno-narrowing -fno-diagnostics-show-caret"
+# Where a mutant falls off the end of a function, the compiler would take its leave to undo it.
+FLAGS += " -fsanitize=unreachable,return -fsanitize-undefined-trap-on-error"
 
 GROUP = 400  # of test names on one command line
 FEW = 8      # the tests tried first: those that pass the fewest mutants
-SLACK = 2.0  # seconds a program may take beyond three times its usual time
+SLACK = 2    # seconds of work a program may take beyond three times its usual time
+PATIENCE = 10  # how much longer that may last on a busy machine
 
 
 def say(text):
@@ -98,14 +102,16 @@ class Program:
         self.cases, self.always = [], set()
         self.seconds = 0.0
 
-    def run(self, arguments=(), timeout=None, **variables):
-        """Exit code; None when it took too long."""
+    def run(self, arguments=(), work=None, **variables):
+        """Exit code; None when it took too long. `work` is the limit, in seconds of the processor."""
         environment = {**os.environ, **SHORTER, **self.environment, **variables}
-        process = subprocess.Popen([*self.command, *arguments], env=environment,
+        limit = [] if work is None else ["prlimit", f"--cpu={math.ceil(work)}"]
+        process = subprocess.Popen([*limit, *self.command, *arguments], env=environment,
                                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL, start_new_session=True)
         try:
-            return process.wait(timeout)
+            code = process.wait(None if work is None else PATIENCE * work)
+            return None if code in (-signal.SIGXCPU, -signal.SIGKILL) else code
         except subprocess.TimeoutExpired:
             return None
         finally:  # also what it started and left behind
@@ -185,8 +191,8 @@ def judge(programs, mutant):
         if batch[0].name:
             arguments = ["--gtest_brief=1", "--gtest_fail_fast", "--gtest_catch_exceptions=0",
                          "--gtest_filter=" + ":".join(c.name for c in batch)]
-        timeout = 3 * sum(c.seconds for c in batch) + SLACK
-        code = program.run(arguments, timeout, UMBRA_MUTANT=str(mutant))
+        work = 3 * sum(c.seconds for c in batch) + SLACK
+        code = program.run(arguments, work, UMBRA_MUTANT=str(mutant))
         if code != 0:
             return "killed", program.name + (" (time)" if code is None else "")
     return "survived", ""

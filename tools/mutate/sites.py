@@ -14,12 +14,18 @@ ARGUMENTS = ["-x", "c++", "-std=c++20", "-m32", "-msse2", "-w", "-D_FILE_OFFSET_
 RELATIONAL = {"<": ["<=", ">"], "<=": ["<", ">="], ">": [">=", "<"], ">=": [">", "<="],
               "==": ["!="], "!=": ["=="]}
 
+# Calls whose whole effect is on the object or the memory they are given.
+CONTAINER_WRITES = {"push_back", "emplace_back", "pop_back", "resize", "reserve", "clear", "erase",
+                    "append", "swap"}
+MEMORY_WRITES = {"memset", "memcpy", "memmove"}
+
 
 class Mutant:
     """One planted mistake: `mutated` in place of text[start:end] of the file."""
 
     def __init__(self, operator, file, function, start, end, mutated):
         self.operator, self.file, self.function = operator, file, function
+        self.constant = False  # in code that may run while compiling
         self.start, self.end, self.mutated = start, end, mutated
         self.id = 0
 
@@ -73,8 +79,8 @@ def is_expression(cursor):
         return True
 
 
-FUNCTIONS = {"FUNCTION_DECL", "CXX_METHOD", "CONSTRUCTOR", "DESTRUCTOR", "CONVERSION_FUNCTION",
-             "FUNCTION_TEMPLATE"}
+FUNCTIONS = {"FUNCTION_DECL", "CXX_METHOD", "CONSTRUCTOR", "DESTRUCTOR", "FUNCTION_TEMPLATE",
+             "CONVERSION_FUNCTION"}
 SCOPES = {"NAMESPACE", "CLASS_DECL", "STRUCT_DECL", "CLASS_TEMPLATE", "UNION_DECL",
           "CLASS_TEMPLATE_PARTIAL_SPECIALIZATION"}
 # Fixed at compile time, or no code at all.
@@ -99,6 +105,7 @@ class Finder:
 
     def add(self, operator, start, end, mutated):
         mutant = Mutant(operator, self.sites.file, self.function, start, end, mutated)
+        mutant.constant = self.constant
         self.sites.mutants.append(mutant)
         return mutant
 
@@ -147,8 +154,8 @@ class Finder:
         head = self.source(cursor).split("{", 1)[0]
         if "consteval" in head:
             return
-        name = re.sub(r"<.*", "", cursor.spelling) if "operator" not in cursor.spelling else (
-            cursor.spelling)
+        name = cursor.spelling
+        name = name if "operator" in name else re.sub(r"<.*", "", name)
         self.function = "::".join(scope + (name,))
         self.constant = "constexpr" in head
         for child in cursor.get_children():
@@ -165,6 +172,8 @@ class Finder:
             return
         if kind == "CASE_STMT":
             children = children[1:]
+        if kind in ("CASE_STMT", "DEFAULT_STMT") and children:
+            self.statements(children[-1:])
         if kind == "INTEGER_LITERAL":
             self.literal(cursor)
         elif kind == "IF_STMT":
@@ -186,11 +195,9 @@ class Finder:
         text = self.source(cursor)
         if not re.fullmatch(r"[0-9][0-9a-fA-FxXuUlL']*", text):
             return
-        start, end = self.span(cursor)
-        texts = [f"{text} + 1"]
-        if not re.fullmatch(r"0[uUlL]*", text):
-            texts.append(f"{text} - 1")
-        self.choice("constant", start, end, texts)
+        is_zero = re.fullmatch(r"0[uUlL]*", text)
+        texts = [f"({text} + 1)"] + ([] if is_zero else [f"({text} - 1)"])
+        self.choice("constant", *self.span(cursor), texts)
 
     def relational(self, cursor, children):
         left, right = self.span(children[0]), self.span(children[-1])
@@ -205,10 +212,9 @@ class Finder:
 
     def returned(self, cursor):
         start, end = self.span(cursor)
-        text = self.text[start:end]
-        while kind_of(cursor) in ("UNEXPOSED_EXPR",) and len(list(cursor.get_children())) == 1:
-            cursor = next(iter(cursor.get_children()))
-        children = list(cursor.get_children())
+        text, children = self.text[start:end], list(cursor.get_children())
+        while kind_of(cursor) == "UNEXPOSED_EXPR" and len(children) == 1:
+            cursor, children = children[0], list(children[0].get_children())
         if kind_of(cursor) != "BINARY_OPERATOR" or len(children) != 2:
             return
         between = self.text[self.span(children[0])[1] : self.span(children[1])[0]].strip()
@@ -235,9 +241,8 @@ class Finder:
         if index is None:
             return children
         condition = children[index]
-        before = self.text[: self.span(condition)[0]].rstrip()
         head = self.text[self.span(cursor)[0] : self.span(condition)[0]]
-        if before[-1] not in "(;":
+        if head.rstrip()[-1] not in "(;":
             return children
         if re.match(r"if\s+constexpr", head):
             return children[index + 1 :]
@@ -303,22 +308,33 @@ class Finder:
         edit.call = call
         edit.choices.append((self.add("dropped assertion", call.start, call.end, ""), ""))
 
-    def names(self, cursor):
-        found, calls = set(), False
+    def effects(self, cursor):
+        """What a statement names, what of it it writes, and whether it calls what may do more."""
+        names, written, calls = set(), set(), False
         for child in cursor.walk_preorder():
-            kind = kind_of(child)
-            if kind in ("DECL_REF_EXPR", "MEMBER_REF_EXPR") and child.spelling:
-                found.add(child.spelling)
-            elif kind == "CALL_EXPR" and not re.match(r"operator|mem(set|cpy|move)$",
-                                                      child.spelling):
+            kind, parts = kind_of(child), list(child.get_children())
+            if kind in ("DECL_REF_EXPR", "MEMBER_REF_EXPR") and child.spelling[:8] != "operator":
+                names.add(child.spelling)
+            elif kind == "CALL_EXPR" and child.spelling in CONTAINER_WRITES:
+                written |= {c.spelling for p in parts[:1] for c in p.get_children()}
+            elif kind == "CALL_EXPR" and child.spelling in MEMORY_WRITES and len(parts) > 1:
+                written |= {c.spelling for c in parts[1].walk_preorder() if c.spelling}
+            elif kind == "CALL_EXPR" and not child.spelling.startswith("operator"):
                 calls = True
-        return found, calls
+        match = re.match(r"(?:\+\+|--)?\s*(.*?)\s*(?:[-+*/%&|^]|<<|>>)?=(?!=)|(?:\+\+|--)(.*)",
+                         self.source(cursor), re.S)
+        if match:
+            target = match.group(1) or match.group(2) or ""
+            written |= set(re.findall(r"\w+", target)[-1:]) | set(re.findall(r"\w+(?=\[)", target))
+        return names, written, calls
 
     def depend(self, first, second):
         """Whether the order of two statements can matter at all."""
-        names_of_first, first_calls = self.names(first)
-        names_of_second, second_calls = self.names(second)
-        return bool(names_of_first & names_of_second) or (first_calls and second_calls)
+        names_a, written_a, calls_a = self.effects(first)
+        names_b, written_b, calls_b = self.effects(second)
+        if calls_a or calls_b:
+            return (calls_a and calls_b) or bool(names_a & names_b)
+        return bool(written_a & names_b or written_b & names_a)
 
     def swap(self, first, second):
         a, b = self.span(first), self.span(second)
@@ -353,9 +369,9 @@ def find(root):
     index = cindex.Index.create()
     for unit in [together] + [f for f in all_sites if f.endswith(".cpp")]:
         tree = index.parse(unit, args=ARGUMENTS, unsaved_files=unsaved)
-        errors = [d for d in tree.diagnostics if d.severity >= cindex.Diagnostic.Error]
-        if errors:
-            raise SystemExit(f"mutate: {unit} is not understood: {errors[0]}")
+        error = next((d for d in tree.diagnostics if d.severity >= cindex.Diagnostic.Error), None)
+        if error:
+            raise SystemExit(f"mutate: {unit} is not understood: {error}")
         finders = {}
         for cursor in tree.cursor.get_children():
             place = cursor.location.file
@@ -364,7 +380,8 @@ def find(root):
                 finder = finders.setdefault(file, Finder(all_sites[file]))
                 finder.walk(cursor)
     number = 0
-    for file_sites in all_sites.values():
+    # Headers first: a change in a source leaves their numbers, and what includes them, as they are.
+    for file_sites in sorted(all_sites.values(), key=lambda s: (s.file.endswith(".cpp"), s.file)):
         file_sites.keep_texts()
         file_sites.mutants.sort(key=lambda m: (m.start, m.end, m.operator, m.mutated))
         for mutant in file_sites.mutants:
