@@ -144,7 +144,7 @@ const ChipMemory::Ptr& HardwareShadow::regionAt(const ChipAddress& address, U32 
       "Hardware::ChipAddress&, U32)";
   if (lastChipMemory_ && lastChipMemory_->inRange(address)) {
     if (size != lastChipMemory_->entrySize()) {  // one entry, the common case, needs no division
-      UMBRA_ASSERT_REGION(*lastChipMemory_, lastChipMemory_->entrySize() != 0);
+      UMBRA_ASSERT_IN(find, __LINE__, lastChipMemory_->entrySize() != 0, lastChipMemory_->name().c_str());
       UMBRA_ASSERT_IN(
           find, __LINE__,
           lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
@@ -173,7 +173,7 @@ const ChipMemory::Ptr& HardwareShadow::regionAt(const ChipAddress& address, U32 
   UMBRA_ASSERT_IN(find, __LINE__, cm);
   if (!cm->inRange(address)) return none;
   if (size != cm->entrySize()) {
-    UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
+    UMBRA_ASSERT_IN(find, __LINE__, cm->entrySize() != 0, cm->name().c_str());
     UMBRA_ASSERT_IN(find, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
   }
   lastChipMemory_ = cm;

@@ -169,13 +169,11 @@ TEST_F(HardwareShadowRead, unconfiguredIsFatalWhateverIsRead) {
 // --- Rules --------------------------------------------------------------------------------------
 
 TEST_F(HardwareShadowRead, nothingIsServedToNowhere) {
-  const ChipMemory::Ptr cm = shadowed("r", 0x1000, 8);
-  configure({cm});
-  cm->readFromCacheIs(true);
-  EXPECT_TRUE(shadow->readFromCache(cm, 8, nullptr, 0));
-  shadow->overrideHardwareIs(true);
-  cm->modeIs(ChipMemory::override());
-  EXPECT_TRUE(shadow->readFromCache(cm, 8, nullptr, 0));
+  EXPECT_TRUE(shadow->readFromCache(mac, 20, nullptr, 0));
+  Hardware::umbraTrace().levelUpToIs(0);
+  EXPECT_TRUE(shadow->readFromCache(mac, 20, nullptr, 0));
+  mac->modeIs(ChipMemory::override());
+  EXPECT_TRUE(shadow->readFromCache(mac, 20, nullptr, 0));
 }
 
 TEST_F(HardwareShadowRead, missNamesTheGroupThatFailed) {

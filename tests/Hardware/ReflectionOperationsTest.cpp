@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <set>
 
 #include "fakes/ReflectionTest.h"
 
@@ -352,11 +353,16 @@ TEST_P(ReflectionCall, isRefusedThroughAReadOnlyViewUnlessItIsConstant) {
 
 INSTANTIATE_TEST_SUITE_P(all, ReflectionCall, testing::ValuesIn(rows()),
                          [](const testing::TestParamInfo<Row>& tested) {
-                           return std::string(tested.param.type) + "_" + tested.param.operation;
+                           const Row& row = tested.param;
+                           const bool ofNothing =
+                               !row.arguments.empty() && row.arguments[0].second == "";
+                           return std::string(row.type) + "_" + row.operation +
+                                  (ofNothing ? "_ofNothing" : "");
                          });
 
 TEST(ReflectionOperations, everyOperationOfEveryTypeIsTested) {
-  std::vector<std::string> expected, tested;
+  std::vector<std::string> expected;
+  std::set<std::string> tested;
   for (const auto& [name, type] : Fakes::livingTypes()) {
     // The base access method's operations are called on the generic one.
     for (const Zint::Member& member : type->members) {
@@ -364,7 +370,7 @@ TEST(ReflectionOperations, everyOperationOfEveryTypeIsTested) {
       expected.push_back((name == "ChipHam" ? "GenericChipHam" : name) + "::" + member.name);
     }
   }
-  for (const Row& row : rows()) tested.push_back(std::string(row.type) + "::" + row.operation);
+  for (const Row& row : rows()) tested.insert(std::string(row.type) + "::" + row.operation);
   EXPECT_THAT(tested, testing::UnorderedElementsAreArray(expected));
 }
 

@@ -159,7 +159,7 @@ TEST_F(RegionAssertions, read_needsASizeAnAccessMethodAndWhatItReads) {
     shadow->readFromCache(cm, entry, data, 4);
   };
   EXPECT_ASSERTION_OF("hollow", read(withoutSize(), 0), readEntries, "cm->entrySize() != 0");
-  EXPECT_ASSERTION_OF("bare", read(withoutHam(), 0), readEntries, "region->chipHam()");
+  EXPECT_ASSERTION_OF("bare", read(withoutHam(), 0), readEntries, "cm->chipHam()");
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", read(mac, 15), readEntries,

@@ -14,7 +14,7 @@ TEST_F(ModelSelfTest, requestOrderIsThatOfReversedLowWords) {
   for (int region : {a, c, b, d, d, other}) model.requestChipMemoryIs(request, region);
   std::vector<int> order;
   for (const auto& member : model.request(request).members) order.push_back(member.region);
-  EXPECT_EQ(order, (std::vector<int>{d, c, other, a}));
+  EXPECT_EQ(order, (std::vector<int>{d, other, c, a}));
   EXPECT_EQ(model.notifications().size(), 5u);
   EXPECT_EQ(model.requestChipMemoryDel(request, 0x99), none);
   EXPECT_EQ(model.notifications().size(), 5u);
