@@ -28,8 +28,8 @@ struct Comparison {
   U32 entrySize;
 
   bool goesOn() const { return cm.shadow().ptr() == store && stateChanges == change; }
-  U8* shadowEntry(U32 e) const { return shadow + std::size_t{e} * entrySize; }
-  U8* hardwareEntry(U32 e) const { return hardware + std::size_t{e} * entrySize; }
+  U8* shadowEntry(U32 e) const { return &shadow[std::size_t{e} * entrySize]; }
+  U8* hardwareEntry(U32 e) const { return &hardware[std::size_t{e} * entrySize]; }
 };
 
 // Whether an entry from `e` on differs, and which. Equal entries are nobody's business.

@@ -147,34 +147,34 @@ const ChipMemory::Ptr& HardwareShadow::regionAt(const ChipAddress& address, U32 
       UMBRA_ASSERT_IN(find, __LINE__, lastChipMemory_->entrySize() != 0, lastChipMemory_->name().c_str());
       UMBRA_ASSERT_IN(
           find, __LINE__,
-          lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0);
+          lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0, "");
     }
     return lastChipMemory_;
   }
   if (nextIndex_ == 0) return none;
 
   // The chunk of exactly this memory id.
-  UMBRA_ASSERT_IN(find, __LINE__, nextIndex_ <= chipMemoryId_.size());
+  UMBRA_ASSERT_IN(find, __LINE__, nextIndex_ <= chipMemoryId_.size(), "");
   U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
   if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return none;
   const ChipMemoryChunk* cmc =
       mid < chipMemoryChunkArray_.size() ? chipMemoryChunkArray_.data()[mid].ptr() : nullptr;
-  UMBRA_ASSERT_IN(find, __LINE__, cmc);
+  UMBRA_ASSERT_IN(find, __LINE__, cmc, "");
 
   // The region with the greatest offset that is not above the address's.
   const U32 k = cmc->nextIndex();
-  UMBRA_ASSERT_IN(find, __LINE__, k <= cmc->offsets());
+  UMBRA_ASSERT_IN(find, __LINE__, k <= cmc->offsets(), "");
   mid = 0;
   if (k != 0) {
     mid = lastNotAbove(cmc->offsetData(), k, address.chipMemoryOffset());
     if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return none;
   }
   ChipMemory* cm = mid < cmc->chipMemorys() ? cmc->chipMemoryData()[mid].ptr() : nullptr;
-  UMBRA_ASSERT_IN(find, __LINE__, cm);
+  UMBRA_ASSERT_IN(find, __LINE__, cm, "");
   if (!cm->inRange(address)) return none;
   if (size != cm->entrySize()) {
     UMBRA_ASSERT_IN(find, __LINE__, cm->entrySize() != 0, cm->name().c_str());
-    UMBRA_ASSERT_IN(find, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0);
+    UMBRA_ASSERT_IN(find, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0, "");
   }
   lastChipMemory_ = cm;
   return lastChipMemory_;

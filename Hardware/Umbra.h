@@ -34,13 +34,12 @@ inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
       ::Zint::assertionFailed(#condition, "Hardware/Umbra", line, __PRETTY_FUNCTION__); \
   } while (0)
 
-// The same in a helper, on behalf of the operation that the report names; of a region, with its
-// name as well.
-#define UMBRA_ASSERT_IN(function, line, condition, ...)              \
-  do {                                                               \
-    if (!(condition)) [[unlikely]]                                   \
-      ::Zint::assertionFailed(#condition, "Hardware/Umbra", line,    \
-                              (function)__VA_OPT__(, ) __VA_ARGS__); \
+// The same in a helper, on behalf of the operation that the report names; `detail` as in
+// Zint::AssertionFailure.
+#define UMBRA_ASSERT_IN(function, line, condition, detail)                             \
+  do {                                                                                 \
+    if (!(condition)) [[unlikely]]                                                     \
+      ::Zint::assertionFailed(#condition, "Hardware/Umbra", line, (function), detail); \
   } while (0)
 
 // The same for an operation on one region: the report names it.

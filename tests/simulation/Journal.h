@@ -12,29 +12,25 @@
 
 namespace Simulation {
 
-#define SIMULATION_EVENTS(X)                                                                       \
-  /* traffic: what the shadow said of a write or a read */                                         \
-  X(writeNeeded)                                                                                   \
-  X(writeHit)                                                                                      \
-  X(writeBuffered)                                                                                 \
-  X(writeOverridden)                                                                               \
-  X(writeDropped)                                                                                  \
-  X(writeLazy)                                                                                     \
-  X(writeWithoutShadow)                                                                            \
-  X(readServed)                                                                                    \
-  X(readPartial)                                                                                   \
-  X(readUnknownServed)                                                                             \
-  X(readOfOverride)                                                                                \
-  X(readMissed)                                                                                    \
-  X(clear) X(clearRange) X(writebackKnown) X(writebackAll) /* faults */                            \
-      X(flip) X(flipDuringPass) X(flipOfIgnoredBit) X(bitStuck) X(bitsReleased) X(writeLost)       \
-          X(repairLost) X(faultRepaired) X(readGlitch) /* the audit */                             \
-      X(interruption) X(passStarted) X(passDone) X(passAbandoned) X(repair) X(learnt)              \
-          X(recentWriteLeftAlone) /* control */                                                    \
-      X(toIdle) X(toAuditing) X(nothingToAudit) X(toUnconfigured) X(toConfigured) X(regionRemoved) \
-          X(regionAdded) X(modeNormal) X(modeOverride) X(modeBuffered) X(auditOn) X(auditOff)      \
-              X(shadowOn) X(shadowOff) X(overrideHardwareOn) X(overrideHardwareOff)                \
-                  X(sliceChanged) X(intervalChanged) X(clockJump)
+// clang-format off
+#define SIMULATION_EVENTS(X)                                                           \
+  /* traffic: what the shadow said of a write or a read */                             \
+  X(writeNeeded) X(writeHit) X(writeBuffered) X(writeOverridden) X(writeDropped)       \
+  X(writeLazy) X(writeWithoutShadow) X(readServed) X(readPartial) X(readUnknownServed) \
+  X(readOfOverride) X(readMissed) X(clear) X(clearRange) X(writebackKnown)             \
+  X(writebackAll)                                                                      \
+  /* faults */                                                                         \
+  X(flip) X(flipDuringPass) X(flipOfIgnoredBit) X(bitStuck) X(bitsReleased)            \
+  X(writeLost) X(repairLost) X(faultRepaired) X(readGlitch)                            \
+  /* the audit */                                                                      \
+  X(interruption) X(passStarted) X(passDone) X(passAbandoned) X(repair) X(learnt)      \
+  X(recentWriteLeftAlone)                                                              \
+  /* control */                                                                        \
+  X(toIdle) X(toAuditing) X(nothingToAudit) X(toUnconfigured) X(toConfigured)          \
+  X(regionRemoved) X(regionAdded) X(modeNormal) X(modeOverride) X(modeBuffered)        \
+  X(auditOn) X(auditOff) X(shadowOn) X(shadowOff) X(overrideHardwareOn)                \
+  X(overrideHardwareOff) X(sliceChanged) X(intervalChanged) X(clockJump)
+// clang-format on
 
 enum class Event : U32 {
 #define X(name) name,
