@@ -1,4 +1,5 @@
 #include <Hardware/ChipMemory.h>
+#include <Hardware/Entries.h>
 #include <Hardware/Umbra.h>
 #include <cstring>
 

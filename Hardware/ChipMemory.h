@@ -25,7 +25,6 @@
 #include <Hal/Buf.h>
 #include <Hardware/ChipAddress.h>
 #include <Hardware/ChipHam.h>
-#include <Hardware/Entries.h>
 #include <Zint/HashMap.h>
 
 namespace Hardware {

@@ -1,6 +1,7 @@
 // A region's modes: their texts, what a change of mode, entries or flags does to the buffers, and
 // the write-back to the chip.
 #include <Hardware/ChipMemory.h>
+#include <Hardware/Entries.h>
 #include <Hardware/Umbra.h>
 #include <Zint/Enumeration.h>
 

@@ -1,6 +1,7 @@
 // The audit. One pass: doStartAudit clears the dirty bitmaps and starts the read request; the
 // reader fills the hardware buffers; doAuditChips compares, learns, reports and repairs, and arms
 // the clock.
+#include <Hardware/Entries.h>
 #include <Hardware/HardwareShadow.h>
 #include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>

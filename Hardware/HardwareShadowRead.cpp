@@ -1,4 +1,5 @@
 // The read path: served from the shadow when every entry asked for is known.
+#include <Hardware/Entries.h>
 #include <Hardware/HardwareShadow.h>
 #include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>

@@ -1,4 +1,5 @@
 // The write path: what a client writes is offered to the shadow first.
+#include <Hardware/Entries.h>
 #include <Hardware/HardwareShadow.h>
 #include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>

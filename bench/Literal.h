@@ -3,6 +3,7 @@
 #pragma once
 
 #include <Hardware/ChipMemory.h>
+#include <Hardware/Entries.h>
 #include <cstring>
 
 namespace Bench {

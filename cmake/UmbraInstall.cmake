@@ -10,7 +10,10 @@ foreach(folder IN ITEMS runtime Hardware platform)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/umbra
-            FILES_MATCHING PATTERN "*.h")
+            FILES_MATCHING PATTERN "*.h"
+            # How the library works inside; no public header includes them.
+            PATTERN "Entries.h" EXCLUDE
+            PATTERN "PlainHam.h" EXCLUDE)
   endif()
 endforeach()
 

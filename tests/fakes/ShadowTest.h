@@ -2,6 +2,7 @@
 // registers, and regions on it.
 #pragma once
 
+#include <Hardware/Entries.h>
 #include <Hardware/GenericChipHam.h>
 #include <Hardware/HardwareShadow.h>
 #include <Zint/Assert.h>

@@ -1,6 +1,7 @@
 // The steps that several scenarios share.
 #pragma once
 
+#include <Hardware/Entries.h>
 #include <gtest/gtest.h>
 
 #include "Scenario.h"
