@@ -120,8 +120,6 @@ void NotifieeConst::exceptionReported(AttributeId attribute) {
   exceptionTraced("a handler", notifier_ == nullptr ? fwkType() : notifier_->fwkType(), attribute);
   try {
     onNotificationException(attribute);
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (...) {
     exceptionTraced("onNotificationException", fwkType(), attribute);
   }
