@@ -266,4 +266,25 @@ TEST(Mirl, theProcessHasOneTraceFile) {
   Mirl::theTraceFile.clear();
 }
 
+TEST_F(MirlTest, aFullRecordTakesNoFurtherText) {
+  auto msg = RingBuf::startMsg(*file, desc, 1);
+  for (U32 i = 0; i < RingBuf::recordMax; ++i) msg << U8{7};
+  msg << "behind";
+  msg.endMsg();
+  const auto records = file->records(1);
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_TRUE(std::holds_alternative<Number>(records[0].arguments.back()));
+}
+
+TEST_F(MirlTest, aPercentSignWithoutAnArgumentStaysInTheText) {
+  const MsgDesc open{*file, "%u of %u, %", __LINE__};
+  auto msg = RingBuf::startMsg(*file, open, 1);
+  msg << U32{7};
+  msg.endMsg();
+  auto full = RingBuf::startMsg(*file, open, 1);
+  full << U32{7} << U32{8} << U32{9};
+  full.endMsg();
+  EXPECT_THAT(texts(1), ElementsAre("7 of %u, %", "7 of 8, %"));
+}
+
 }  // namespace
