@@ -116,6 +116,7 @@ void NotifieeConst::onNotificationException(AttributeId) {}
 
 const Type* NotifieeConst::fwkType() const { return &notifieeType; }
 
+// Called while the exception is being handled: the thread cannot be ended in here.
 void NotifieeConst::exceptionReported(AttributeId attribute) {
   exceptionTraced("a handler", notifier_ == nullptr ? fwkType() : notifier_->fwkType(), attribute);
   try {

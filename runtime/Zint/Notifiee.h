@@ -52,7 +52,6 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   virtual void zintDoZombieReactors(bool zombie);
   // Called by the runtime when `attribute()` has changed; typed notifiees dispatch from here.
   virtual void handleNotification(ActivityConfig* activity);
-  // Called while the exception is being handled: the thread must not be ended in here.
   virtual void onNotificationException(AttributeId attribute);
 
   const PtrInterface* notifier() const { return notifier_; }
