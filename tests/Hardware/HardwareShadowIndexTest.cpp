@@ -192,6 +192,37 @@ TEST_F(HardwareShadowIndex, buildingSortsBothLevels) {
   EXPECT_EQ(shadow->auditErrors(), 0u);
 }
 
+TEST_F(HardwareShadowIndex, auditErrors_countsEachBreachOfTheOrder) {
+  configure({region("a", 0x300000100, 1), region("b", 0x300000200, 1), region("c", 0x500000300, 1),
+             region("d", 0x700000400, 1)});
+  const auto first = shadow->chipMemoryChunkArray(0), last = shadow->chipMemoryChunkArray(2);
+  const auto errors = [&](const std::function<void()>& damage, const std::function<void()>& undo) {
+    damage();
+    const U32 counted = shadow->auditErrors();
+    undo();
+    EXPECT_EQ(shadow->auditErrors(), 0u);
+    return counted;
+  };
+  const auto idIs = [&](U16 i, U32 id) { return [=, this] { shadow->chipMemoryIdIs(i, id); }; };
+  EXPECT_EQ(errors(idIs(2, 8), idIs(2, 7)), 1u) << "not the chunk's";
+  EXPECT_EQ(errors(idIs(0, 2), idIs(0, 3)), 1u) << "not the chunk's, the first";
+  EXPECT_EQ(errors(idIs(1, 3), idIs(1, 5)), 2u) << "nor above the one before";
+  EXPECT_EQ(errors(idIs(2, 4), idIs(2, 7)), 2u) << "nor above the one before, the last";
+  EXPECT_EQ(errors([&] { shadow->chipMemoryChunkArrayIs(2, nullptr); },
+                   [&] { shadow->chipMemoryChunkArrayIs(2, last); }),
+            1u);
+
+  const auto offsetIs = [&](U16 i, U32 offset) { return [=] { first->offsetIs(i, offset); }; };
+  EXPECT_EQ(errors(offsetIs(1, 0x100), offsetIs(1, 0x200)), 1u) << "equal";
+  EXPECT_EQ(errors(offsetIs(1, 0x80), offsetIs(1, 0x200)), 1u) << "descending";
+  EXPECT_EQ(errors(offsetIs(0, 0), offsetIs(0, 0x100)), 0u) << "only the order is looked at";
+  const ChipMemory::Ptr a = first->chipMemory(0), b = first->chipMemory(1);
+  EXPECT_EQ(errors([&] { first->chipMemoryIs(0, nullptr); }, [&] { first->chipMemoryIs(0, a); }),
+            1u);
+  EXPECT_EQ(errors([&] { first->chipMemoryIs(1, nullptr); }, [&] { first->chipMemoryIs(1, b); }),
+            1u);
+}
+
 TEST_F(HardwareShadowIndex, readsOutsideTheArraysGiveDefaults) {
   configure({region("mac", 0x700000100, 1)});
   EXPECT_EQ(shadow->chipMemoryId(1), 0u);

@@ -57,9 +57,12 @@ struct Decision {
 std::ostream& operator<<(std::ostream& out, const Decision& row) { return out << row.name; }
 
 class HardwareShadowReadDecision : public HardwareShadowRead,
-                                   public testing::WithParamInterface<Decision> {};
+                                   public testing::WithParamInterface<Decision> {
+ protected:
+  void isTaken(const std::vector<U32>& lines);
+};
 
-TEST_P(HardwareShadowReadDecision, holds) {
+void HardwareShadowReadDecision::isTaken(const std::vector<U32>& lines) {
   const Decision& row = GetParam();
   mac->modeIs(row.mode);
   if (row.mode != ChipMemory::override()) filled(row.known);
@@ -79,8 +82,15 @@ TEST_P(HardwareShadowReadDecision, holds) {
   EXPECT_EQ(mac->readCacheHits(), row.hits);
   std::vector<U32> levels;
   for (const auto& line : trace.full) levels.push_back(line.level);
-  EXPECT_EQ(levels, row.levels);
+  EXPECT_EQ(levels, lines);
   EXPECT_TRUE(chip->log.empty());
+}
+
+TEST_P(HardwareShadowReadDecision, isTaken) { isTaken(GetParam().levels); }
+
+TEST_P(HardwareShadowReadDecision, isTakenAlsoWithoutATrace) {
+  Hardware::umbraTrace().levelUpToIs(0);
+  isTaken({});
 }
 
 constexpr auto normal = Hardware::ChipMemory::normal();

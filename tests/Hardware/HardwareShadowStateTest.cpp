@@ -233,6 +233,30 @@ TEST_F(HardwareShadowState, plainAttributesAreStoredWithoutReaction) {
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
 }
 
+TEST_F(HardwareShadowState, everyAttributeIsAnnouncedWhenItChangesAndOnlyThen) {
+  struct Announced : Zint::NotifieeConst {
+    using Zint::NotifieeConst::NotifieeConst;
+    void handleNotification(Zint::ActivityConfig*) override { attributes.push_back(attribute()); }
+    std::vector<Zint::AttributeId> attributes;
+  };
+  const auto announced = Zint::makePtr<Announced>(loop.activity, shadow);
+  const Zint::Ptr<Zint::ActivityConfig> other =
+      Zint::activityFactory("other", Zint::Ptr<const Zint::Clock>(loop.clock));
+  for (int i = 0; i < 2; ++i) {
+    shadow->overrideHardwareIs(true);
+    shadow->minIntervalBetweenAuditsIs(2.5);
+    shadow->auditsIs(7);
+    shadow->lastAuditStartTimeIs(1.5);
+    shadow->chipMemoryEntriesUnderAuditIs(99);
+    shadow->zintFwkActivityIs(other);
+  }
+  using Id = HardwareShadow::Id;
+  EXPECT_EQ(announced->attributes,
+            (std::vector<Zint::AttributeId>{Id::overrideHardware, Id::minIntervalBetweenAudits,
+                                            Id::audits, Id::lastAuditStartTime,
+                                            Id::chipMemoryEntriesUnderAudit, Id::zintFwkActivity}));
+}
+
 TEST_F(HardwareShadowState, newIntervalLeavesAPassThatIsArmed) {
   stateReached(auditing);
   shadow->minIntervalBetweenAuditsIs(60);

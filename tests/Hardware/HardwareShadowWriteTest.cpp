@@ -50,9 +50,12 @@ struct Decision {
 std::ostream& operator<<(std::ostream& out, const Decision& row) { return out << row.name; }
 
 class HardwareShadowWriteDecision : public HardwareShadowWrite,
-                                    public testing::WithParamInterface<Decision> {};
+                                    public testing::WithParamInterface<Decision> {
+ protected:
+  void isTaken(U32 lines);
+};
 
-TEST_P(HardwareShadowWriteDecision, holds) {
+void HardwareShadowWriteDecision::isTaken(U32 lines) {
   const Decision& row = GetParam();
   mac->modeIs(row.mode);
   if (row.mode != ChipMemory::override()) {
@@ -66,7 +69,7 @@ TEST_P(HardwareShadowWriteDecision, holds) {
 
   EXPECT_EQ(writeWords(row.entry, row.words), row.result);
 
-  EXPECT_EQ(trace.full.size(), row.lines);
+  EXPECT_EQ(trace.full.size(), lines);
   EXPECT_TRUE(chip->log.empty());
   if (row.null) return;
   EXPECT_EQ(mac->writeCacheHits(), row.hits);
@@ -76,6 +79,13 @@ TEST_P(HardwareShadowWriteDecision, holds) {
   for (U32 i = 0; i < row.words.size(); ++i) {
     EXPECT_EQ(word(mac->shadow(), row.entry + i), row.words[i]);
   }
+}
+
+TEST_P(HardwareShadowWriteDecision, isTaken) { isTaken(GetParam().lines); }
+
+TEST_P(HardwareShadowWriteDecision, isTakenAlsoWithoutATrace) {
+  Hardware::umbraTrace().levelUpToIs(0);
+  isTaken(0);
 }
 
 constexpr auto normal = Hardware::ChipMemory::normal();
