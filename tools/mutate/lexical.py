@@ -3,7 +3,9 @@ trace statements, which are left as they are."""
 
 import re
 
-ASSERTIONS = {"UMBRA_ASSERT": 2, "UMBRA_ASSERT_REGION": 2, "ZINT_ASSERT": 2}
+# Which argument is the condition.
+ASSERTIONS = {"UMBRA_ASSERT": 1, "UMBRA_ASSERT_REGION": 1, "UMBRA_ASSERT_IN": 2, "ZINT_ASSERT": 1}
+WITH_DETAIL = {"UMBRA_ASSERT_IN"}  # may have another argument behind it
 TRACES = {"UMBRA_TRACE", "ZINT_TRACE", "ZINT_TRACE_CONTEXT"}
 
 # What stands in for the assertions where the syntax tree is made: functions whose names are as
@@ -11,6 +13,7 @@ TRACES = {"UMBRA_TRACE", "ZINT_TRACE", "ZINT_TRACE_CONTEXT"}
 PRELUDE = """
 template <class C> constexpr void umbra_assert(int, const C&) {}
 template <class R, class C> constexpr void umbra_assert_region(const R&, const C&) {}
+template <class C> constexpr void umbra_assert_in(const char*, int, const C&, const char* = "") {}
 template <class C> constexpr void zint_assert(const char*, const C&) {}
 """
 
@@ -60,9 +63,9 @@ def macro_calls(text):
         if any(a <= m.start() < b for a, b in skipped):
             continue
         spans, end = arguments(text, m.end() - 1)
-        keep = ASSERTIONS.get(m.group(1))
-        if keep and len(spans) > keep:  # commas of the condition itself
-            spans = spans[: keep - 1] + [(spans[keep - 1][0], spans[-1][1])]
+        at = ASSERTIONS.get(m.group(1))
+        if at and m.group(1) not in WITH_DETAIL:  # further commas are the condition's own
+            spans = spans[:at] + [(spans[at][0], spans[-1][1])]
         calls.append(MacroCall(m.group(1), m.start(), end, spans))
     return calls
 
@@ -85,7 +88,7 @@ def with_text_macros(text):
 
     def doubled(m):
         body = m.group().replace("#condition", "conditionText", 1)
-        body = re.sub(r"\(([^)]*)\)", r"(\1, conditionText)", body, count=1)
+        body = re.sub(r"\bcondition\b", "condition, conditionText", body, count=1)
         name = m.group(1)
         return m.group() + "\n" + body.replace(name + "(", name + "_MUTATED(", 1)
 

@@ -7,7 +7,8 @@ from pathlib import Path
 import lexical
 
 HERE = Path(__file__).resolve().parent
-COPIED = ["CMakeLists.txt", "cmake", "runtime", "Hardware", "platform", "demo", "tests"]
+USERS = ["platform", "demo", "tools/console", "tests"]  # of the library
+COPIED = ["CMakeLists.txt", "cmake", "runtime", "Hardware", *USERS]
 
 # Every test program tells which of its tests reached what.
 CASE_REACH = """
@@ -75,13 +76,20 @@ class Writer:
             self.put("))")
         elif edit.shape == "assertion":
             call = edit.call
-            first, condition = call.arguments
+            at = lexical.ASSERTIONS[call.name]
+            condition = call.arguments[at]
             self.put(f"{call.name}_MUTATED(")
-            self.copy(*first)
-            self.put(f", {self.test(edit, alive[0][0])} || (" if alive else ", (")
+            for before in call.arguments[:at]:
+                self.copy(*before)
+                self.put(", ")
+            self.put(f"{self.test(edit, alive[0][0])} || (" if alive else "(")
             self.copy(*condition)
             text = self.sites.text[condition[0] : condition[1]]
-            self.put(f"), {lexical.stringized(text)})")
+            self.put(f"), {lexical.stringized(text)}")
+            for after in call.arguments[at + 1 :]:
+                self.put(", ")
+                self.copy(*after)
+            self.put(")")
         else:
             test = self.test(edit, alive[0][0])
             self.put(f"({test} != " if edit.shape == "negate" else f"(!{test} && ")

@@ -152,8 +152,8 @@ class Finder:
         if not scope and parent is not None and kind_of(parent) in SCOPES - {"NAMESPACE"}:
             scope = (parent.spelling,)
         head = self.source(cursor).split("{", 1)[0]
-        if "consteval" in head:
-            return
+        if "consteval" in head or re.search(r"=\s*(default|delete)\s*$", head):
+            return  # no code, or none of the file's own
         name = cursor.spelling
         name = name if "operator" in name else re.sub(r"<.*", "", name)
         self.function = "::".join(scope + (name,))
