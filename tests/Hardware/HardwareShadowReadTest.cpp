@@ -234,6 +234,7 @@ TEST_F(HardwareShadowRead, hitTracesTheCountAndTheEntryInHexadecimal) {
 }
 
 TEST_F(HardwareShadowRead, isServedExactlyWhenNoEntryOfTheRangeIsUnknown) {
+  Hardware::umbraTrace().levelUpToIs(0);
   for (U32 hole = 0; hole < 20; ++hole) {
     filled({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19});
     mac->entryInitializedDel(hole);
@@ -241,6 +242,11 @@ TEST_F(HardwareShadowRead, isServedExactlyWhenNoEntryOfTheRangeIsUnknown) {
       for (U32 count = 0; count <= std::min(16u, 20 - from); ++count) {
         const bool holed = from <= hole && hole < from + count;
         ASSERT_EQ(read(from, 4 * count), !holed) << hole << " " << from << " " << count;
+        ASSERT_EQ(mac->readCacheHits(), holed ? 0 : count);
+        mac->readCacheHitsIs(0);
+        if (!holed && count > 0) {
+          ASSERT_EQ(dataWord(count - 1), 0x10 + from + count - 1);
+        }
       }
     }
   }

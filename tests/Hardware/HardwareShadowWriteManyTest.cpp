@@ -1,5 +1,7 @@
 // Writes of many entries, without a trace of single hits: whole groups of entries are compared at
 // once.
+#include <random>
+
 #include "fakes/ShadowTest.h"
 
 namespace {
@@ -69,6 +71,55 @@ TEST_F(HardwareShadowWriteMany, anEntryThatIsNotInitializedIsNoHitWhereverItStan
   table->writeCacheHitsIs(0);
   write(8, 72);
   EXPECT_EQ(table->writeCacheHits(), 64u);
+}
+
+// The many at once against the loop that traces every hit, from the same state.
+TEST_F(HardwareShadowWriteMany, leavesWhatTheTracedLoopLeavesAndAnswersTheSame) {
+  struct State {
+    std::vector<U8> shadow, dirty, initialized;
+    U64 hits;
+    bool result;
+    bool operator==(const State&) const = default;
+  };
+  constexpr U32 entries = 40;
+  std::mt19937 random(11);
+  for (int round = 0; round < 3000; ++round) {
+    const U32 entrySize = 1 + static_cast<U32>(random() % 8);
+    const U32 entry = static_cast<U32>(random() % entries);
+    const U32 count = static_cast<U32>(random() % (entries - entry + 1));
+    const bool skips = random() % 4 != 0, buffered = random() % 4 == 0;
+    const U32 rarity = 1 + static_cast<U32>(random() % 32);  // of what is no hit
+    std::vector<U8> bytes(std::size_t{entries} * entrySize), dirty(entries / 8 + 1),
+        initialized(entries / 8 + 1);
+    for (U8& byte : bytes) byte = static_cast<U8>(random());
+    for (U8& byte : dirty) byte = static_cast<U8>(random());
+    for (U32 i = 0; i < entries; ++i) {
+      if (random() % rarity != 0) Hardware::bitmapBitIs(initialized.data(), i);
+    }
+    std::vector<U8> data(bytes.begin() + entry * entrySize, bytes.end());
+    for (U32 i = 0; i < count; ++i) {
+      if (random() % rarity == 0) data[i * entrySize + random() % entrySize] ^= 0x10;
+    }
+    const auto written = [&](U32 level) {
+      Hardware::umbraTrace().levelUpToIs(level);
+      const ChipMemory::Ptr table = shadowed("table", 0x4000, entries, entrySize);
+      if (buffered) table->modeIs(ChipMemory::buffered());
+      table->skipWriteIfMatchesCacheIs(skips);
+      std::copy(bytes.begin(), bytes.end(), table->shadow()->data());
+      std::copy(dirty.begin(), dirty.end(), table->dirty()->data());
+      std::copy(initialized.begin(), initialized.end(), table->initialized()->data());
+      const bool result =
+          shadow->shadowWriteAndCompareWithCache(table, entry, data.data(), count * entrySize);
+      const auto held = [](const Hal::BufBase::Ptr& buffer) {
+        return std::vector<U8>(buffer->data(), buffer->data() + buffer->size());
+      };
+      return State{held(table->shadow()), held(table->dirty()), held(table->initialized()),
+                   table->writeCacheHits(), result};
+    };
+    const State plain = written(0), traced = written(7);
+    ASSERT_TRUE(plain == traced) << "round " << round << ": " << count << " entries of "
+                                 << entrySize << " bytes from " << entry;
+  }
 }
 
 }  // namespace

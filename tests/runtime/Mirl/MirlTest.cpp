@@ -128,6 +128,31 @@ TEST_F(MirlTest, aLongTextIsCutAndTheRecordStaysWhole) {
   EXPECT_EQ(records[1].text, "n 9");
 }
 
+// An argument takes one byte for its tag, a text two more for its length; the rest is its bytes.
+TEST_F(MirlTest, aRecordIsFilledToItsLastByte) {
+  constexpr U32 room = RingBuf::recordMax - 16;  // behind size, descriptor and time
+  for (U32 left = 0; left < 12; ++left) {
+    SCOPED_TRACE(left);
+    const std::string text(room - 3 - left, 'x');
+    const auto added = [&](auto argument) {
+      auto msg = RingBuf::startMsg(*file, desc, 0);
+      msg << text << argument;
+      msg.endMsg();
+      auto arguments = file->records(0).back().arguments;
+      EXPECT_EQ(arguments.front(), Argument(String8(text)));
+      arguments.erase(arguments.begin());
+      return arguments;
+    };
+    using Arguments = std::vector<Argument>;
+    const std::string more = "more than there is room for";
+    EXPECT_EQ(added(std::string_view(more)),
+              left < 3 ? Arguments{} : Arguments{String8(more.substr(0, left - 3))});
+    EXPECT_EQ(added(U8{7}), left < 2 ? Arguments{} : Arguments{(Number{7, 1})});
+    EXPECT_EQ(added(U32{7}), left < 5 ? Arguments{} : Arguments{(Number{7, 4})});
+    EXPECT_EQ(added(U64{7}), left < 9 ? Arguments{} : Arguments{(Number{7, 8})});
+  }
+}
+
 TEST_F(MirlTest, argumentsWithoutRoomAreLeftOut) {
   auto msg = RingBuf::startMsg(*file, desc, 0);
   for (U32 i = 0; i < 1000; ++i) msg << U64{i};
