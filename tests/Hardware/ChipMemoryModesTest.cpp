@@ -154,6 +154,21 @@ TEST_F(ChipMemoryModes, notifieesHearOfTheAuditWhenItsBufferIsThere) {
   EXPECT_THAT(observer->told, ElementsAre(ChipMemory::Id::hardware, ChipMemory::Id::auditEnabled));
 }
 
+TEST_F(ChipMemoryModes, everyChangeIsAnnouncedBehindTheStoreItMade) {
+  const auto observer = Zint::makePtr<Observer>(table);
+  using Id = ChipMemory::Id;
+  table->shadowEnabledIs(true);
+  observer->told.clear();
+  table->entriesIs(12);
+  EXPECT_THAT(observer->told, ElementsAre(Id::shadow, Id::dirty, Id::initialized, Id::entries));
+  observer->told.clear();
+  table->modeIs(ChipMemory::override());
+  EXPECT_THAT(observer->told, ElementsAre(Id::shadow, Id::dirty, Id::initialized, Id::mode));
+  observer->told.clear();
+  table->modeIs(ChipMemory::buffered());
+  EXPECT_THAT(observer->told, ElementsAre(Id::shadow, Id::dirty, Id::initialized, Id::mode));
+}
+
 TEST_F(ChipMemoryModes, equalValuesDoNothing) {
   table->shadowEnabledIs(true);
   table->taken();

@@ -309,6 +309,16 @@ TEST_F(ChipMemoryTest, inRange_spanWrapsIn32Bits) {
   EXPECT_FALSE(some->inRange(some->address().plus(0x10000)));
 }
 
+TEST_F(ChipMemoryTest, entryIndexFromAddress_isTheWideDifferenceCutTo32BitsWhereverTheAddressLies) {
+  const ChipMemory::Ptr table = region(4, 4, 4, ChipAddress(2, 0x1000));
+  EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(3, 0x1000)), 0x40000000u);
+  EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(3, 0x0ffc)), 0x3fffffffu);
+  EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(2, 0xfffffffc)), 0x3ffffbffu);
+  EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(7, 0x1004)), 0x40000001u);
+  EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(2, 0x0ffc)), 0xffffffffu);
+  EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(1, 0x1000)), 0xc0000000u);
+}
+
 TEST_F(ChipMemoryTest, entryIndexFromAddress_isTheEntryAtOrBelow) {
   const ChipMemory::Ptr table = region(4, 4, 4, ChipAddress(0x1000));
   EXPECT_EQ(table->entryIndexFromAddress(ChipAddress(0x1000)), 0u);

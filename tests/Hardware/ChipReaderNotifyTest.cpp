@@ -71,4 +71,55 @@ TEST_F(ChipReaderNotify, aTypedObserverIgnoresWhatItDoesNotHandle) {
   EXPECT_EQ(reader->maxEntriesPerRead(), 11u);
 }
 
+TEST_F(ChipReaderNotify, theClockThatItHasAlreadyLeavesTheNextTickAsItIs) {
+  reader->request()->chipMemoryIs(region("table", 0x1000, 4));
+  reader->request()->stateIs(ChipReadRequest::start_);
+  reader->clockIs(loop.clock);
+  EXPECT_TRUE(chip->log.empty());
+  EXPECT_EQ(loop.activity->wakeTime(), 0.0);
+  loop.turn();
+  EXPECT_EQ(chip->log.size(), 4u);
+}
+
+// --- Observers that give commands ---------------------------------------------------------------
+
+// Stops and starts the request again, once, as soon as entriesRead is announced.
+class Restarter : public Hardware::ChipReader::NotifieeConst {
+ public:
+  Restarter(const Zint::Ptr<Hardware::ChipReader>& reader,
+            const Hardware::ChipReadRequest::Ptr& request)
+      : NotifieeConst(nullptr, Zint::Ptr<const Hardware::ChipReader>(reader)), request_(request) {}
+  void onEntriesRead() override {
+    if (std::exchange(restarted, true)) return;
+    request_->stateIs(Hardware::ChipReadRequest::stop_);
+    request_->stateIs(Hardware::ChipReadRequest::start_);
+  }
+  bool restarted = false;
+
+ private:
+  const Hardware::ChipReadRequest::Ptr request_;
+};
+
+TEST_F(ChipReaderNotify, aRestartThatAnObserverGivesInAStartReadsEveryRegionFromItsBeginning) {
+  const ChipMemory::Ptr first = region("first", 0x1000, 4), second = region("second", 0x2000, 4);
+  const ChipReadRequest::Ptr request = reader->request();
+  request->chipMemoryIs(first);
+  request->chipMemoryIs(second);
+  reader->maxEntriesPerReadIs(2);
+  request->stateIs(ChipReadRequest::start_);
+  const ChipMemory::Ptr current = reader->currentChipMemory();
+  loop.turnAt(1);
+  ASSERT_EQ(reader->entriesRead(), 2u);
+  request->stateIs(ChipReadRequest::stop_);
+
+  const auto restarter = Zint::makePtr<Restarter>(reader, request);
+  request->stateIs(ChipReadRequest::start_);
+  ASSERT_TRUE(restarter->restarted);
+  EXPECT_EQ(reader->currentChipMemory(), current);
+  chip->taken();
+  for (int tick = 2; tick < 10; ++tick) loop.turnAt(tick);
+  EXPECT_EQ(request->status(), ChipReadRequest::done_);
+  EXPECT_EQ(chip->taken().size(), 8u);
+}
+
 }  // namespace

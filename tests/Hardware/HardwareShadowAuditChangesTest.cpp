@@ -108,6 +108,41 @@ TEST_F(HardwareShadowAuditChanges, entriesAreCountedOnlyWhereTheMembershipReally
   EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 1u);
 }
 
+TEST_F(HardwareShadowAuditChanges, observerOfTheSwitchMayUnconfigureTheShadowAndNothingIsEnrolled) {
+  struct Watch : ChipMemory::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onAuditEnabled() override { then(); }
+    std::function<void()> then;
+  };
+  const ChipMemory::Ptr table = shadowed("table", 0x7000, 4);
+  configure({table});
+  const auto watch = Zint::makePtr<Watch>(loop.activity, table);
+  watch->then = [&] { shadow->stateIs(HardwareShadow::unconfigured()); };
+  shadow->chipMemoryAuditEnabledIs(table, true);
+  EXPECT_TRUE(table->auditEnabled());
+  EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 0u);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 0u);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 1u);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 4u);
+}
+
+TEST_F(HardwareShadowAuditChanges, entriesUnderAuditAreAnnouncedWhenTheMembershipHasChanged) {
+  struct Watch : HardwareShadow::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onChipMemoryEntriesUnderAudit() override {
+      members.push_back(notifier()->auditReadRequest()->chipMemorys());
+    }
+    std::vector<U32> members;
+  };
+  const ChipMemory::Ptr table = shadowed("table", 0x7000, 4);
+  configure({table});
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  shadow->chipMemoryAuditEnabledIs(table, true);
+  shadow->chipMemoryAuditEnabledIs(table, false);
+  EXPECT_EQ(watch->members, (std::vector<U32>{1, 0}));
+}
+
 TEST_F(HardwareShadowAuditChanges, observerOfTheSwitchMayDropTheLastReferenceToTheShadow) {
   class Watch : public ChipMemory::NotifieeConst {
    public:

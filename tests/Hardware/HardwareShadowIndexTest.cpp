@@ -156,11 +156,15 @@ TEST_F(HardwareShadowIndex, missingChunkIsFatal) {
   configure({region("mac", 0x1000, 4)});
   shadow->chipMemoryChunkArrayIs(0, nullptr);
   EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cmc");
+  shadow->chipMemoryChunkArrayDelAll();
+  EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cmc");
 }
 
 TEST_F(HardwareShadowIndex, missingRegionIsFatal) {
   configure({region("mac", 0x1000, 4)});
   shadow->chipMemoryChunkArray(0)->chipMemoryIs(0, nullptr);
+  EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cm");
+  shadow->chipMemoryChunkArray(0)->chipMemoryDelAll();
   EXPECT_ASSERTION(found(0x1000), 0, findFunction, "cm");
 }
 

@@ -252,6 +252,22 @@ TEST_F(HardwareShadowRead, isServedExactlyWhenNoEntryOfTheRangeIsUnknown) {
   }
 }
 
+TEST_F(HardwareShadowRead, anObserverIsToldOncePerReadWithOrWithoutATrace) {
+  struct Watch : ChipMemory::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void handleNotification(Zint::ActivityConfig*) override { told.push_back(attribute()); }
+    std::vector<Zint::AttributeId> told;
+  };
+  filled({3, 4, 5});
+  const auto watch = Zint::makePtr<Watch>(loop.activity, mac);
+  for (const U32 level : {0u, 9u}) {
+    Hardware::umbraTrace().levelUpToIs(level);
+    watch->told.clear();
+    EXPECT_TRUE(read(3, 12));
+    EXPECT_EQ(watch->told, (std::vector<Zint::AttributeId>{ChipMemory::Id::readCacheHits}));
+  }
+}
+
 TEST_F(HardwareShadowRead, noEntryIsAHitOfNothing) {
   trace.full.clear();
   EXPECT_TRUE(read(20, 0));

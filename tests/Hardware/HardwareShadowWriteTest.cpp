@@ -171,6 +171,28 @@ TEST_F(HardwareShadowWrite, bufferedWriteIsDirtyAndTheSameValueAgainOnlyCounts) 
   EXPECT_EQ(marked(mac->initialized()), Entries{3});
 }
 
+TEST_F(HardwareShadowWrite, anObserverIsToldOfEachHitWithOrWithoutATrace) {
+  struct Watch : ChipMemory::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void handleNotification(Zint::ActivityConfig*) override {
+      if (attribute() == ChipMemory::Id::writeCacheHits)
+        hits.push_back(notifier()->writeCacheHits());
+    }
+    std::vector<U64> hits;
+  };
+  mac->skipWriteIfMatchesCacheIs(true);
+  writeWords(4, {1, 2, 3});
+  const auto watch = Zint::makePtr<Watch>(loop.activity, mac);
+  for (const U32 level : {0u, 9u}) {
+    Hardware::umbraTrace().levelUpToIs(level);
+    mac->writeCacheHitsIs(0);
+    watch->hits.clear();
+    writeWords(4, {1, 7, 3});
+    EXPECT_EQ(watch->hits, (std::vector<U64>{1, 2})) << level;
+    writeWords(5, {2});
+  }
+}
+
 TEST_F(HardwareShadowWrite, nothingFromNowhereNeedsNoChip) {
   const ChipMemory::Ptr cm = shadowed("r", 0x1000, 8);
   EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(cm, 8, nullptr, 0));

@@ -91,6 +91,14 @@ TEST_F(ReflectionUse, bytes_aStreamMustReachToTheLastBit) {
             beyond);
   EXPECT_EQ(reason("GenericChipHam", "bitFromBitStream", {{"stream", "00"}, {"bit", "4294967295"}}),
             beyond);
+  EXPECT_EQ(reason("GenericChipHam", "bitFromBitStream", {{"stream", "00"}, {"bit", "7"}}), "");
+  EXPECT_EQ(reason("GenericChipHam", "byteFromBitStream", {{"stream", "0000"}, {"bit", "8"}}), "");
+  EXPECT_EQ(reason("GenericChipHam", "bitToBitStream",
+                   {{"stream", "00"}, {"bit", "7"}, {"value", "true"}}),
+            "");
+  EXPECT_EQ(reason("GenericChipHam", "byteToBitStream",
+                   {{"stream", "0000"}, {"bit", "8"}, {"value", "1"}}),
+            "");
 }
 
 TEST_F(ReflectionUse, bytes_anAnswerIsKeptWithinReason) {

@@ -133,7 +133,7 @@ def copy_project(root, tree):
                 target = tree / relative
                 if not target.exists() or target.read_bytes() != source.read_bytes():
                     target.parent.mkdir(parents=True, exist_ok=True)
-                    shutil.copy2(source, target)
+                    shutil.copy(source, target)  # as a new file, so that it is built again
     wanted |= {Path("Hardware/MutationSwitch.cpp"), Path("MutationSwitch.h"),
                Path("CaseReach.cpp")}
     for old in tree.rglob("*"):

@@ -188,6 +188,15 @@ TEST_F(MirlTest, aFullRingOverwritesTheOldestAndCountsTheLost) {
   EXPECT_EQ(file->ringBuf(3).lost(), 0u);
 }
 
+TEST_F(MirlTest, aFullRingHasNoGapsBetweenRecordsOfWholeUnits) {
+  for (U32 i = 0; i < 3000; ++i) {
+    auto msg = RingBuf::startMsg(*file, desc, 0);  // 16 bytes, and as many of arguments
+    for (U8 argument = 0; argument < 8; ++argument) msg << argument;
+    msg.endMsg();
+  }
+  EXPECT_EQ(file->records(0).size(), RingBuf::capacity / 32);
+}
+
 TEST_F(MirlTest, clear_forgetsTheRecordsAndTheCountsOfAllRings) {
   for (U32 i = 0; i < 5000; ++i) write(desc, 0, i);
   write(desc, 9, 1);

@@ -2,8 +2,13 @@
 #include <Zint/Activity.h>
 
 #include <fakes/ManualLoop.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <runtime/Probes.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 namespace {
 
@@ -34,6 +39,25 @@ TEST_F(ActivityDescriptorTest, isOneAndTheSame) {
   EXPECT_EQ(loop.activity->descriptor(), loop.activity->descriptor());
 }
 
+TEST_F(ActivityDescriptorTest, isClosedWithItsActivity) {
+  auto brief = Zint::activityFactory("brief", Ptr<const Zint::Clock>(loop.clock));
+  const int descriptor = brief->descriptor();
+  EXPECT_NE(fcntl(descriptor, F_GETFD), -1);
+  brief = loop.activity;
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
+}
+
+// In a process whose standard input is closed.
+TEST_F(ActivityDescriptorTest, mayBeNumber0) {
+  const auto serves = [this] {
+    close(0);
+    if (loop.activity->descriptor() != 0 || readable(*loop.activity)) return 1;
+    alarm->timeMinIs(0.0);
+    return becomesReadable(*loop.activity) && loop.activity->descriptor() == 0 ? 0 : 2;
+  };
+  EXPECT_EXIT(std::_Exit(serves()), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(ActivityDescriptorTest, isNotReadableWhenNothingIsArmed) {
   EXPECT_FALSE(readable(*loop.activity));
 }
@@ -47,6 +71,17 @@ TEST_F(ActivityDescriptorTest, isReadableForAWakeUpAtTheNextTurn) {
 TEST_F(ActivityDescriptorTest, isReadableForAWakeUpArmedBeforeItWasMade) {
   alarm->timeMinIs(0.0);
   EXPECT_TRUE(becomesReadable(*loop.activity));
+}
+
+// Real time has no say in a clock that is moved by hand.
+TEST_F(ActivityDescriptorTest, waitsForNoTimeWhileAManualClockHasNotReachedTheWakeUp) {
+  for (const double delay : {0.25, 1.0, 5.0}) {
+    alarm->timeMinIs(delay);
+    itimerspec left{};
+    ASSERT_EQ(timerfd_gettime(loop.activity->descriptor(), &left), 0);
+    EXPECT_EQ(left.it_value.tv_sec, 0) << delay;
+    EXPECT_EQ(left.it_value.tv_nsec, 0) << delay;
+  }
 }
 
 TEST_F(ActivityDescriptorTest, becomesReadableWhenAManualClockReachesTheWakeUp) {

@@ -162,6 +162,25 @@ TEST_F(ClockTest, anAlarmMadeInactiveWaitsUntilItIsSwitchedOn) {
   EXPECT_EQ(idle->fired.size(), 1u);
 }
 
+TEST_F(ClockTest, anAlarmSwitchedOnTwiceFiresOnce) {
+  alarm->timeMinIs(1.0);
+  alarm->hasNotificationActiveIs(true);
+  EXPECT_EQ(loop.turnAt(1.0), 1u);
+  EXPECT_THAT(alarm->fired, ElementsAre(1.0));
+}
+
+TEST_F(ClockTest, theActivityThatAnAlarmHasAlreadyLeavesItsPlaceAmongThoseOfOneTime) {
+  const Ptr<Alarm> other = makePtr<Alarm>(loop.activity, loop.clock);
+  std::vector<const Alarm*> order;
+  for (const Ptr<Alarm>& a : {alarm, other}) {
+    a->reaction = [&order, a = a.ptr()] { order.push_back(a); };
+    a->timeMinIs(1.0);
+  }
+  alarm->zintFwkActivityIs(loop.activity);
+  EXPECT_EQ(loop.turnAt(1.0), 2u);
+  EXPECT_THAT(order, ElementsAre(alarm.ptr(), other.ptr())) << "in the order of arming";
+}
+
 TEST_F(ClockTest, aZombieIsNotWoken) {
   alarm->timeMinIs(0.0);
   alarm->zintDoZombieReactors(true);

@@ -265,6 +265,21 @@ TEST_F(HashMapIterator, survivesTheRemovalOfItsMemberAndThoseBehind) {
   EXPECT_THAT(rest(it), ElementsAre(3, 4));
 }
 
+TEST_F(HashMapIterator, aCopyStandsWhereTheOriginalStood) {
+  auto it = map.iterator();
+  auto assigned = map.iterator();
+  ++it;
+  ++it;
+  del(2);
+  assigned = it;
+  const auto copied = it;
+  del(3);
+  EXPECT_EQ(assigned->fwkKey().id, 2u);
+  EXPECT_THAT(rest(assigned), ElementsAre(2, 4)) << "as the original";
+  EXPECT_THAT(rest(copied), ElementsAre(2, 4));
+  EXPECT_THAT(rest(it), ElementsAre(2, 4));
+}
+
 TEST_F(HashMapIterator, survivesTheRemovalOfOthers) {
   auto it = map.iterator();
   ++it;

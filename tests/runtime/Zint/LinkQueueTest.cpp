@@ -179,6 +179,17 @@ TEST_F(LinkQueueTest, metadataIs_refusesARangeThatDoesNotHoldTheMembers) {
   EXPECT_EQ(queue.metadata(), (Queue<U32>::Metadata{0, 3}));
 }
 
+TEST_F(LinkQueueTest, metadata_isReadAndWrittenAsHeadAndNext) {
+  using Metadata = Queue<U32>::Metadata;
+  EXPECT_EQ(Zint::valueToStrep(Metadata{7, 12}), "7:12");
+  EXPECT_EQ(Zint::strepToValue<Metadata>("7:12"), (Metadata{7, 12}));
+  for (const char* text : {"7", "7;12", "7 12", "7:"}) {
+    EXPECT_THROW(Zint::strepToValue<Metadata>(text), Zint::RangeException) << text;
+  }
+  EXPECT_EQ(rangeMessage([] { (void)Zint::strepToValue<Metadata>("7"); }),
+            "a queue's bookkeeping is written head:next");
+}
+
 TEST_F(LinkQueueTest, delAll_keepsCountingWhereItWas) {
   enq();
   enq();

@@ -174,6 +174,7 @@ TEST(StrepString, isWrittenInSingleQuotes) {
   EXPECT_EQ(valueToStrep(String8("it's")), "'it\\'s'");
   EXPECT_EQ(valueToStrep(String8("a\\b")), "'a\\\\b'");
   EXPECT_EQ(valueToStrep(String8("a\n\x7f")), "'a\\x0a\\x7f'");
+  EXPECT_EQ(valueToStrep(String8("\x1f ~\x80")), "'\\x1f ~\x80'") << "control characters alone";
 }
 
 TEST(StrepString, theQuotesAreRemoved) {
@@ -278,6 +279,16 @@ TEST(StrepBool, writtenAsWordsAndReadFromWordsOrDigits) {
 TEST(StrepBool, anythingElseIsRefused) {
   for (const char* text : {"", "t", "True", "yes", "2", "10", "tru"}) {
     EXPECT_THROW(strepToValue<bool>(text), Zint::RangeException) << text;
+  }
+}
+
+TEST(StrepBool, nothingBehindTheEndIsLookedAt) {
+  const String8 text("true");
+  for (std::ptrdiff_t length = 0; length < 4; ++length) {
+    auto pos = text.begin();
+    bool value = false;
+    EXPECT_THROW(Zint::sequenceToValue(pos, text.begin() + length, value), Zint::RangeException);
+    EXPECT_EQ(pos, text.begin());
   }
 }
 

@@ -90,6 +90,13 @@ TEST_F(TraceTest, level0CannotBeSwitchedOff) {
   EXPECT_NO_THROW(handle.levelIs(0, true));
 }
 
+TEST_F(TraceTest, aRefusalSaysWhichLevelAndWhy) {
+  EXPECT_EQ(Probes::rangeMessage([&] { handle.levelIs(0, false); }),
+            "trace level 0 cannot be switched off");
+  EXPECT_EQ(Probes::rangeMessage([&] { handle.levelIs(10, true); }), "trace level 10 is above 9");
+  EXPECT_EQ(Probes::rangeMessage([&] { handle.levelUpToIs(10); }), "trace level 10 is above 9");
+}
+
 TEST_F(TraceTest, aLevelAbove9IsRefused) {
   EXPECT_THROW(handle.levelIs(10, true), Zint::RangeException);
   EXPECT_THROW(handle.levelIs(10, false), Zint::RangeException);
