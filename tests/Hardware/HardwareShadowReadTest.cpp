@@ -268,6 +268,17 @@ TEST_F(HardwareShadowRead, anObserverIsToldOncePerReadWithOrWithoutATrace) {
   }
 }
 
+TEST_F(HardwareShadowRead, hitsAreTracedFromLevel7On) {
+  filled({3});
+  Hardware::umbraTrace().levelUpToIs(6);
+  trace.full.clear();
+  EXPECT_TRUE(read(3, 4));
+  EXPECT_TRUE(trace.full.empty());
+  Hardware::umbraTrace().levelUpToIs(7);
+  EXPECT_TRUE(read(3, 4));
+  EXPECT_EQ(trace.taken(), (Lines{{7, "Read hit cache mac 1 entries starting at 0x3"}}));
+}
+
 TEST_F(HardwareShadowRead, noEntryIsAHitOfNothing) {
   trace.full.clear();
   EXPECT_TRUE(read(20, 0));

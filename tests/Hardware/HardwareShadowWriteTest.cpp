@@ -251,6 +251,18 @@ TEST_F(HardwareShadowWrite, tracesTheWriteAndEachHit) {
   EXPECT_EQ(trace.taken(), expected);
 }
 
+TEST_F(HardwareShadowWrite, hitsAreTracedFromLevel7On) {
+  mac->skipWriteIfMatchesCacheIs(true);
+  writeWords(9, {1});
+  Hardware::umbraTrace().levelUpToIs(6);
+  trace.full.clear();
+  writeWords(9, {1});
+  EXPECT_TRUE(trace.full.empty());
+  Hardware::umbraTrace().levelUpToIs(7);
+  writeWords(9, {1});
+  EXPECT_EQ(trace.taken(), (Lines{{7, "Write hit cache mac entry 0x9"}}));
+}
+
 TEST_F(HardwareShadowWrite, missingBuffersAreFatalInTheirOrder) {
   const Hal::BufBase::Ptr store = mac->shadow(), dirty = mac->dirty();
   mac->shadowIs(nullptr);
