@@ -167,6 +167,10 @@ TEST_F(ClockTest, anAlarmSwitchedOnTwiceFiresOnce) {
   alarm->hasNotificationActiveIs(true);
   EXPECT_EQ(loop.turnAt(1.0), 1u);
   EXPECT_THAT(alarm->fired, ElementsAre(1.0));
+  alarm->timeMinIs(2.0);
+  alarm->hasNotificationActiveIs(true);
+  alarm->timeMinIs(never);
+  EXPECT_EQ(loop.turnAt(2.0), 0u) << "and not at all once it is disarmed";
 }
 
 TEST_F(ClockTest, theActivityThatAnAlarmHasAlreadyLeavesItsPlaceAmongThoseOfOneTime) {
@@ -193,6 +197,18 @@ TEST_F(ClockTest, aDestroyedAlarmLeavesNothingBehind) {
   alarm = nullptr;
   EXPECT_EQ(loop.activity->wakeTime(), never);
   EXPECT_EQ(loop.turn(), 0u);
+}
+
+TEST_F(ClockTest, anAlarmWhoseConstructorThrewAfterArmingLeavesNothingBehind) {
+  class Failing : public Alarm {
+   public:
+    explicit Failing(const Fakes::ManualLoop& loop) : Alarm(loop.activity, loop.clock) {
+      timeMinIs(1.0);
+      throw 1;
+    }
+  };
+  EXPECT_THROW(makePtr<Failing>(loop), int);
+  EXPECT_EQ(loop.activity->wakeTime(), never);
 }
 
 TEST_F(ClockTest, theWakeUpMovesAlongToAnotherActivity) {

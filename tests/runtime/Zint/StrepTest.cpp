@@ -53,6 +53,12 @@ TEST(StrepInteger, hexadecimal) {
   EXPECT_EQ(rangeMessage([] { strepToValue<S64>("0x"); }), "junk at column 1 deserializing S64");
 }
 
+TEST(StrepInteger, hexadecimalMayBeginWithAnyDigit) {
+  EXPECT_EQ(strepToValue<S64>("0x0"), 0);
+  EXPECT_EQ(strepToValue<S64>("0x0f"), 15);
+  EXPECT_EQ(strepToValue<S64>("0xf0"), 240);
+}
+
 TEST(StrepInteger, leadingZerosAreDecimal) { EXPECT_EQ(strepToValue<S64>("0010"), 10); }
 
 TEST(StrepInteger, textThatIsNoNumberIsRefused) {

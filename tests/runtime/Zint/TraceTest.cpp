@@ -121,6 +121,18 @@ TEST_F(TraceTest, find_givesTheHandleOfThatNameWhileItLives) {
   EXPECT_EQ(TraceHandle::find("TraceTest"), &handle);
 }
 
+TEST_F(TraceTest, handlesMayEndInAnyOrder) {
+  auto first = std::make_unique<Zint::TraceHandle>("first", false);
+  auto second = std::make_unique<Zint::TraceHandle>("second", false);
+  auto third = std::make_unique<Zint::TraceHandle>("third", false);
+  first = nullptr;
+  EXPECT_EQ(Zint::TraceHandle::find("first"), nullptr);
+  EXPECT_EQ(Zint::TraceHandle::find("second"), second.get());
+  third = nullptr;
+  EXPECT_EQ(Zint::TraceHandle::find("third"), nullptr);
+  EXPECT_EQ(Zint::TraceHandle::find("second"), second.get());
+}
+
 TEST_F(TraceTest, theRuntimesOwnHandleStartsAtLevel0) {
   EXPECT_STREQ(Zint::zintTrace().name(), "Zint");
   EXPECT_TRUE(Zint::zintTrace().level(0));
