@@ -1,6 +1,7 @@
 #include <Hardware/ChipMemory.h>
 #include <Hardware/Entries.h>
 #include <Hardware/Umbra.h>
+#include <bit>
 #include <cstring>
 
 namespace Hardware {
@@ -12,6 +13,7 @@ ChipMemory::ChipMemory(Zint::String8 name, const ChipAddress& address, U32 entri
       entrySize_(entrySize),
       stride_(stride),
       chipHam_(chipHam),
+      strideShift_(static_cast<U8>(std::has_single_bit(stride) ? std::countr_zero(stride) : 32)),
       name_(std::move(name)) {
   handleShadowStoreNeeded();
   handleAuditEnabled();
@@ -152,14 +154,20 @@ ChipMemory::NotifieeConst::~NotifieeConst() = default;
 
 // --- Entries ---
 
-U32 ChipMemory::entryIndexFromAddress(const ChipAddress& addr) const {
-  UMBRA_ASSERT_REGION(*this, stride_ != 0);
-  // Within one chip's memory in 32 bits: the narrow division is many times faster there.
-  if (addr.chipMemoryId() == address_.chipMemoryId() &&
-      addr.chipMemoryOffset() >= address_.chipMemoryOffset()) {
-    return (addr.chipMemoryOffset() - address_.chipMemoryOffset()) / stride_;
-  }
-  return static_cast<U32>((addr.value() - address_.value()) / stride_);
+// A span that ends beyond its chip's memory, or beyond all addresses, where the sum wraps.
+bool ChipMemory::inRangeAcross(const ChipAddress& addr) const {
+  const U64 base = address_.value();
+  const U64 end = base + U32{stride_ * entries_};
+  return base <= addr.value() && addr.value() < end;
+}
+
+U32 ChipMemory::entryIndexByDivision(const ChipAddress& addr) const {
+  UMBRA_ASSERT_IN(
+      "U32 Hardware::ChipMemory::entryIndexFromAddress(const Hardware::ChipAddress&) const",
+      __LINE__, stride_ != 0, name_.c_str());
+  const U64 distance = addr.value() - address_.value();
+  if (distance >> 32 == 0) return static_cast<U32>(distance) / stride_;  // many times faster
+  return static_cast<U32>(distance / stride_);
 }
 
 bool ChipMemory::entryInitialized(U32 entryIndex) const {

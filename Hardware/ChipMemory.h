@@ -167,14 +167,22 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   // --- Addresses ---------------------------------------------------------------------------------
   // address <= addr < address + span, where span = stride * entries wraps in 32 bits.
   bool inRange(const ChipAddress& addr) const {
-    const U64 base = address_.value();
-    const U64 end = base + U32{stride_ * entries_};
-    // One branch on the outcome: for random addresses, two would often be mispredicted.
-    return static_cast<bool>(static_cast<unsigned>(base <= addr.value()) &
-                             static_cast<unsigned>(addr.value() < end));
+    const U32 span = stride_ * entries_;
+    const U32 offset = address_.chipMemoryOffset();
+    if (offset + span < offset) [[unlikely]]
+      return inRangeAcross(addr);
+    // One comparison of the offsets: two, each as good as random, would often be mispredicted.
+    return addr.chipMemoryId() == address_.chipMemoryId() &&
+           addr.chipMemoryOffset() - offset < span;
   }
   // The entry at or below the address, truncated to 32 bits. REQUIRES: inRange(addr).
-  U32 entryIndexFromAddress(const ChipAddress& addr) const;
+  U32 entryIndexFromAddress(const ChipAddress& addr) const {
+    if (strideShift_ < 32 && addr.chipMemoryId() == address_.chipMemoryId() &&
+        addr.chipMemoryOffset() >= address_.chipMemoryOffset()) [[likely]] {
+      return (addr.chipMemoryOffset() - address_.chipMemoryOffset()) >> strideShift_;
+    }
+    return entryIndexByDivision(addr);
+  }
   ChipAddress entryAddress(U32 entry) const { return address_.plus(stride_ * entry); }
 
   // --- The initialized bitmap; in override mode every entry counts as initialized ---
@@ -205,6 +213,10 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   void handleMode();
 
  private:
+  friend class HardwareShadow;  // counts reads that nobody looks on
+
+  bool inRangeAcross(const ChipAddress& addr) const;
+  U32 entryIndexByDivision(const ChipAddress& addr) const;
   Zint::Ptr<Hal::Buf> newStore() const;
   Zint::Ptr<Hal::Buf> newBitmap() const;
 
@@ -223,6 +235,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   bool readFromCache_ = false;
   bool skipWriteIfMatchesCache_ = false;
   bool allowsLogicalViews_ = false;
+  const U8 strideShift_;  // the stride is 2 to this power; 32 when it is no power of 2
   mutable U64 readCacheHits_ = 0;
   U64 writeCacheHits_ = 0;
   Zint::Ptr<Hal::Buf> hardware_;
@@ -246,6 +259,11 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                ChipMemory::ChipMemoryMode& mode);
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode);
 
+// Whether one entry of that size lies inside a buffer, or inside a bitmap.
+inline bool entryFits(const Hal::BufBase& buffer, U32 entry, U32 entrySize) {
+  return U64{entry} * entrySize + entrySize <= buffer.size();
+}
+inline bool bitFits(const Hal::BufBase& bitmap, U32 entry) { return entry / 8 < bitmap.size(); }
 // Whether entries [0, end) of that size lie inside a buffer, or inside a bitmap.
 inline bool entriesFit(const Hal::BufBase& buffer, U64 end, U32 entrySize) {
   return end * entrySize <= buffer.size();

@@ -29,18 +29,26 @@ struct BitGroup {
   U32 mask;
 };
 
+// The number of bits that are set in a byte. (The machine's own instruction for it is younger than
+// the product's machines, and the compiler's replacement is a call.)
+inline U32 bitsOfByte(U32 byte) {
+  constexpr U8 bits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
+  return U32{bits[byte & 15]} + bits[byte >> 4];
+}
+
 inline bool bitmapRangeIsSet(const U8* bitmap, U32 entry, U32 count) {
   while (count > 0) {
-    if ((entry & 7) == 0 && count >= 64) {
-      U64 bits;
-      std::memcpy(&bits, bitmap + (entry >> 3), sizeof bits);
-      if (bits != ~U64{0}) return false;
-      entry += 64;
-      count -= 64;
+    const U8* at = bitmap + (entry >> 3);
+    if ((entry & 7) == 0 && count >= 8) {
+      // Whole bytes: the first is all ones, and each is like the one before.
+      const U32 bytes = count >> 3;
+      if (*at != 0xff || std::memcmp(at, at + 1, bytes - 1) != 0) return false;
+      entry += bytes * 8;
+      count -= bytes * 8;
       continue;
     }
     const BitGroup group(entry, count);
-    if ((bitmap[entry >> 3] & group.mask) != group.mask) return false;
+    if ((*at & group.mask) != group.mask) return false;
     entry += group.count;
     count -= group.count;
   }

@@ -201,11 +201,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // multiple of the region's entrySize unless it allowsLogicalViews; where the access ends is not
   // checked.
   ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size) {
-    if (lastChipMemory_ && lastChipMemory_->inRange(address) &&
-        size == lastChipMemory_->entrySize()) {
-      return lastChipMemory_;
-    }
-    return regionAt(address, size);
+    return isFound(address, size) ? lastChipMemory_ : nullptr;
   }
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
   void lastChipMemoryIs(const ChipMemory::Ptr& cm) { lastChipMemory_ = cm; }
@@ -265,7 +261,19 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void doAuditChips();
 
  private:
-  const ChipMemory::Ptr& regionAt(const ChipAddress& address, U32 size);
+  // Whether lastChipMemory_ is, now, what findChipMemory() answers with.
+  bool isFound(const ChipAddress& address, U32 size) {
+    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) {
+      return isFoundInIndex(address, size);
+    }
+    if (size != lastChipMemory_->entrySize()) [[unlikely]]
+      lastSizeChecked(size);
+    return true;
+  }
+  bool isFoundInIndex(const ChipAddress& address, U32 size);
+  void lastSizeChecked(U32 size) const;
+  bool takenPlainly(ChipMemory& cm, U32 entry, const U8* data, U32 size, bool& answer) const;
+  bool servedPlainly(const ChipMemory& cm, U32 entry, U8* data, U32 size) const;
   void indexBuilt();
   void indexCleared();
   void indexed(const ChipMemory::Ptr& cm);

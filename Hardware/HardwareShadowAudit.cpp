@@ -33,29 +33,25 @@ struct Comparison {
   U8* hardwareEntry(U32 e) const { return &hardware[std::size_t{e} * entrySize]; }
 };
 
-// Whether an entry from `e` on differs, and which. Equal entries are nobody's business.
-bool differsPlainly(const Comparison& c, U32& e) {
-  e += static_cast<U32>(firstDifference(c.shadowEntry(e), c.hardwareEntry(e),
-                                        std::size_t{c.entries - e} * c.entrySize) /
-                        c.entrySize);
-  return e < c.entries;
+// The first entry from `e` on that differs; `entries` when there is none, or the comparison ends.
+// Equal entries are nobody's business.
+U32 plainDifference(const Comparison& c, U32 e) {
+  return e + static_cast<U32>(firstDifference(c.shadowEntry(e), c.hardwareEntry(e),
+                                              std::size_t{c.entries - e} * c.entrySize) /
+                              c.entrySize);
 }
 
-// The same by asking the access method, entry by entry.
-[[gnu::noinline]] bool differs(const ChipHam& ham, const Comparison& c, U32& e) {
+// The same by asking the access method, entry by entry. What a call may have changed is read from
+// memory; the rest fits into the registers that calls preserve.
+[[gnu::noinline]] U32 difference(const ChipHam& ham, const Comparison& c, U32 e) {
   U8* shadow = c.shadowEntry(e);
   U8* hardware = c.hardwareEntry(e);
-  const U32 entrySize = c.entrySize;
-  const Comparison here = c;  // near, for a loop that costs little more than the calls
-  for (U32 left = c.entries - e; left > 0 && here.goesOn(); --left) {
-    if (!ham.doCompare(shadow, hardware, entrySize)) {
-      e = c.entries - left;
-      return true;
-    }
-    shadow += entrySize;
-    hardware += entrySize;
+  for (U32 left = c.entries - e; left > 0 && c.goesOn(); --left) {
+    if (!ham.doCompare(shadow, hardware, c.entrySize)) return c.entries - left;
+    shadow += c.entrySize;
+    hardware += c.entrySize;
   }
-  return false;
+  return c.entries;
 }
 
 Zint::String8 byteTexts(const U8* bytes, U32 size) {
@@ -190,7 +186,8 @@ void HardwareShadow::doAuditChips() {
                                 change,  shadowBuf->data(), hardwareBuf->data(),
                                 entries, entrySize};
     for (U32 e = 0; e < entries && comparison.goesOn(); ++e) {
-      if (!(plain ? differsPlainly(comparison, e) : differs(ham, comparison, e))) break;
+      e = plain ? plainDifference(comparison, e) : difference(ham, comparison, e);
+      if (e == entries) break;
       U8* shadowEntry = comparison.shadowEntry(e);
       U8* hardwareEntry = comparison.hardwareEntry(e);
       if (!bitmapBit(initializedBuf->data(), e)) {

@@ -5,14 +5,33 @@
 namespace Hardware {
 namespace {
 
+constexpr const char* findSignature =
+    "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
+    "Hardware::ChipAddress&, U32)";
+
+// A choice that is as good as random: to be made without a branch.
+inline const U32* chosen(bool second, const U32* first, const U32* otherwise) {
+  return __builtin_expect_with_probability(second, 1, 0.5) ? otherwise : first;
+}
+
 // The position of the greatest of `count` (more than 0) ascending numbers that is not above
-// `sought`; 0 when all are. A binary search without a branch to mispredict: each step halves what
-// is left.
+// `sought`; 0 when all are. A search without a branch to mispredict: each step leaves a quarter,
+// for which three numbers are read side by side, and the last steps a half.
 [[gnu::always_inline]] inline U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
   const U32* base = numbers;
+  while (count > 3) {
+    const U32 quarter = count / 4;
+    const U32* first = base + quarter;
+    const U32* second = first + quarter;
+    const U32* third = second + quarter;
+    base = chosen(*first <= sought, base, first);
+    base = chosen(*second <= sought, base, second);
+    base = chosen(*third <= sought, base, third);
+    count -= 3 * quarter;
+  }
   while (count > 1) {
     const U32 half = count / 2;
-    base += half & (0u - U32{base[half] <= sought});
+    base = chosen(base[half] <= sought, base, base + half);
     count -= half;
   }
   return static_cast<U32>(base - numbers);
@@ -136,48 +155,43 @@ void HardwareShadow::indexCleared() {
   lastChipMemory_ = nullptr;
 }
 
-// What findChipMemory() answers: the last region found, or null.
-const ChipMemory::Ptr& HardwareShadow::regionAt(const ChipAddress& address, U32 size) {
-  static const ChipMemory::Ptr none;
-  constexpr const char* find =
-      "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
-      "Hardware::ChipAddress&, U32)";
-  if (lastChipMemory_ && lastChipMemory_->inRange(address)) {
-    if (size != lastChipMemory_->entrySize()) {  // one entry, the common case, needs no division
-      UMBRA_ASSERT_IN(find, __LINE__, lastChipMemory_->entrySize() != 0, lastChipMemory_->name().c_str());
-      UMBRA_ASSERT_IN(
-          find, __LINE__,
-          lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0, "");
-    }
-    return lastChipMemory_;
-  }
-  if (nextIndex_ == 0) return none;
+// The size is a whole number of entries; one entry, the common case, has been ruled out.
+void HardwareShadow::lastSizeChecked(U32 size) const {
+  UMBRA_ASSERT_IN(findSignature, __LINE__, lastChipMemory_->entrySize() != 0,
+                  lastChipMemory_->fwkKey().c_str());
+  UMBRA_ASSERT_IN(
+      findSignature, __LINE__,
+      lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0, "");
+}
+
+bool HardwareShadow::isFoundInIndex(const ChipAddress& address, U32 size) {
+  if (nextIndex_ == 0) return false;
 
   // The chunk of exactly this memory id.
-  UMBRA_ASSERT_IN(find, __LINE__, nextIndex_ <= chipMemoryId_.size(), "");
+  UMBRA_ASSERT_IN(findSignature, __LINE__, nextIndex_ <= chipMemoryId_.size(), "");
   U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
-  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return none;
+  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return false;
   const ChipMemoryChunk* cmc =
       mid < chipMemoryChunkArray_.size() ? chipMemoryChunkArray_.data()[mid].ptr() : nullptr;
-  UMBRA_ASSERT_IN(find, __LINE__, cmc, "");
+  UMBRA_ASSERT_IN(findSignature, __LINE__, cmc, "");
 
   // The region with the greatest offset that is not above the address's.
   const U32 k = cmc->nextIndex();
-  UMBRA_ASSERT_IN(find, __LINE__, k <= cmc->offsets(), "");
+  UMBRA_ASSERT_IN(findSignature, __LINE__, k <= cmc->offsets(), "");
   mid = 0;
   if (k != 0) {
     mid = lastNotAbove(cmc->offsetData(), k, address.chipMemoryOffset());
-    if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return none;
+    if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return false;
   }
   ChipMemory* cm = mid < cmc->chipMemorys() ? cmc->chipMemoryData()[mid].ptr() : nullptr;
-  UMBRA_ASSERT_IN(find, __LINE__, cm, "");
-  if (!cm->inRange(address)) return none;
+  UMBRA_ASSERT_IN(findSignature, __LINE__, cm, "");
+  if (!cm->inRange(address)) return false;
   if (size != cm->entrySize()) {
-    UMBRA_ASSERT_IN(find, __LINE__, cm->entrySize() != 0, cm->name().c_str());
-    UMBRA_ASSERT_IN(find, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0, "");
+    UMBRA_ASSERT_IN(findSignature, __LINE__, cm->entrySize() != 0, cm->fwkKey().c_str());
+    UMBRA_ASSERT_IN(findSignature, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0, "");
   }
   lastChipMemory_ = cm;
-  return lastChipMemory_;
+  return true;
 }
 
 }  // namespace Hardware

@@ -3,7 +3,6 @@
 #include <Hardware/HardwareShadow.h>
 #include <Hardware/PlainHam.h>
 #include <Hardware/Umbra.h>
-#include <bit>
 #include <cstring>
 
 namespace Hardware {
@@ -18,19 +17,22 @@ struct PlainStore {
   bool skipsHits;
 };
 
-// What the loop over the entries does where an access method copies plainly, a byte of the bitmaps
-// at a time. Returns the number of hits. Where an entry is a hit, copying it changes nothing.
-U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
-  if (numEntries == 1) {
-    if (store.skipsHits && bitmapBit(store.initialized, entry) &&
-        entriesEqual(store.shadow, store.data, store.entrySize)) {
-      return 1;
-    }
-    bitmapBitIs(store.dirty, entry);
-    bitmapBitIs(store.initialized, entry);
-    entryCopied(store.shadow, store.data, store.entrySize);
-    return 0;
+// What the loop over the entries does where an access method copies plainly. Returns the number of
+// hits.
+[[gnu::always_inline]] inline U32 oneStoredPlainly(const PlainStore& store, U32 entry) {
+  if (store.skipsHits && bitmapBit(store.initialized, entry) &&
+      entriesEqual(store.shadow, store.data, store.entrySize)) {
+    return 1;
   }
+  bitmapBitIs(store.dirty, entry);
+  bitmapBitIs(store.initialized, entry);
+  entryCopied(store.shadow, store.data, store.entrySize);
+  return 0;
+}
+
+// The same for many, a byte of the bitmaps at a time. Where an entry is a hit, copying it changes
+// nothing.
+U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
   const std::size_t bytes = std::size_t{store.entrySize} * numEntries;
   if (!store.skipsHits) {
     std::memmove(store.shadow, store.data, bytes);
@@ -52,7 +54,7 @@ U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
     const U32 missed = group.mask & ~hit;
     store.dirty[e >> 3] = static_cast<U8>(store.dirty[e >> 3] | missed);
     store.initialized[e >> 3] = static_cast<U8>(store.initialized[e >> 3] | missed);
-    hits += static_cast<U32>(std::popcount(hit));
+    hits += bitsOfByte(hit);
     shadow += group.count * store.entrySize;
     data += group.count * store.entrySize;
     e += group.count;
@@ -62,21 +64,73 @@ U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
   return hits;
 }
 
-// The loop over the entries as such: where somebody looks on, or the access method has a say.
-bool shadowWriteAndCompareWithCache(HardwareShadow& shadow, const ChipMemory::Ptr& cm, U32 entry,
-                                    U32 count, U8* data) {
+}  // namespace
+
+// What the writing comes to where all is in order and nobody looks on, and the access method keeps
+// the base's copy; `answer` is then the answer.
+[[gnu::always_inline]] inline bool HardwareShadow::takenPlainly(ChipMemory& cm, U32 entry,
+                                                                const U8* data, U32 size,
+                                                                bool& answer) const {
+  if (cm.mode() == ChipMemory::override() || umbraTrace().builtFrom(7) || cm.notifiees() != 0 ||
+      cm.shadow() == nullptr || cm.dirty() == nullptr || cm.initialized() == nullptr ||
+      cm.chipHam() == nullptr || !writesToCachePlainly(*cm.chipHam())) {
+    return false;
+  }
+  const U32 entrySize = cm.entrySize();
+  U32 count = 1;
+  if (size != entrySize) {
+    if (size == 0 || entrySize == 0 || size % entrySize != 0) return false;
+    count = size / entrySize;
+  }
+  const U32 last = entry + (count - 1);
+  if (last < entry || last >= cm.entries() || !entryFits(*cm.shadow(), last, entrySize) ||
+      !bitFits(*cm.dirty(), last) || !bitFits(*cm.initialized(), last)) {
+    return false;
+  }
+  const PlainStore store{cm.shadow()->data() + std::size_t{entrySize} * entry,
+                         data,
+                         cm.dirty()->data(),
+                         cm.initialized()->data(),
+                         entrySize,
+                         cm.skipWriteIfMatchesCache()};
+  const U32 hits = count == 1 ? oneStoredPlainly(store, entry) : storedPlainly(store, entry, count);
+  answer = overrideHardware_ || hits == count || cm.mode() == ChipMemory::buffered();
+  if (hits > 0) cm.writeCacheHitsInc(hits);
+  return true;
+}
+
+bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U32 entry, U8* data,
+                                                    U32 size) {
+  if (cm == nullptr) return false;
+  bool result = true;
+  if (takenPlainly(*cm, entry, data, size, result)) return result;
+  if (cm->mode() == ChipMemory::override()) return true;
+  UMBRA_TRACE(9, __LINE__,
+              "HardwareShadow::shadowWrite " << cm->name() << " entry 0x" << std::hex << entry
+                                             << " size 0x" << size);
   // Held: an access method may replace the store, drop the region or this shadow.
-  const HardwareShadow::Ptr self(&shadow);
+  const Ptr self(this);
   const ChipMemory::Ptr region = cm;
   const Hal::BufBase::Ptr shadowBuf = cm->shadow(), dirtyBuf = cm->dirty(),
                           initializedBuf = cm->initialized();
+  UMBRA_ASSERT(__LINE__, shadowBuf);
+  UMBRA_ASSERT(__LINE__, dirtyBuf);
+  UMBRA_ASSERT(__LINE__, initializedBuf);
+  UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
+  const U32 entrySize = cm->entrySize();
+  const U64 numEntries = size / entrySize;
+  UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
+  UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
+  UMBRA_ASSERT_REGION(*cm, cm->chipHam());
+  const U32 end = entry + static_cast<U32>(numEntries);
+  UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
+  UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
+
   U8* dirty = dirtyBuf->data();
   U8* initialized = initializedBuf->data();
-  const U32 entrySize = cm->entrySize();
-  bool result = true;
   U8* src = data;
   U8* dst = shadowBuf->data() + std::size_t{entrySize} * entry;
-  for (U32 e = entry; e < entry + count; ++e, src += entrySize, dst += entrySize) {
+  for (U32 e = entry; e < end; ++e, src += entrySize, dst += entrySize) {
     if (region->skipWriteIfMatchesCache() && bitmapBit(initialized, e) &&
         std::memcmp(dst, src, entrySize) == 0) {
       UMBRA_TRACE(7, __LINE__,
@@ -90,53 +144,16 @@ bool shadowWriteAndCompareWithCache(HardwareShadow& shadow, const ChipMemory::Pt
     }
     result = region->mode() == ChipMemory::buffered();
   }
-  return shadow.overrideHardware() || result;
-}
-
-}  // namespace
-
-bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U32 entry, U8* data,
-                                                    U32 size) {
-  if (cm == nullptr) return false;
-  if (cm->mode() == ChipMemory::override()) return true;
-  UMBRA_TRACE(9, __LINE__,
-              "HardwareShadow::shadowWrite " << cm->name() << " entry 0x" << std::hex << entry
-                                             << " size 0x" << size);
-  const Hal::BufBase::Ptr& shadowBuf = cm->shadow();
-  const Hal::BufBase::Ptr& dirtyBuf = cm->dirty();
-  const Hal::BufBase::Ptr& initializedBuf = cm->initialized();
-  UMBRA_ASSERT(__LINE__, shadowBuf);
-  UMBRA_ASSERT(__LINE__, dirtyBuf);
-  UMBRA_ASSERT(__LINE__, initializedBuf);
-  UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);
-  const bool one = size == cm->entrySize();  // the common case needs no division
-  const U32 count = one ? 1 : size / cm->entrySize();
-  const U64 numEntries = count;
-  if (!one) UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
-  UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
-  UMBRA_ASSERT_REGION(*cm, cm->chipHam());
-  const U32 end = entry + count;
-  const U32 entrySize = cm->entrySize();
-  UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
-  UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
-
-  if (count == 0 || umbraTrace().built(7) || cm->notifiees() != 0 ||
-      !writesToCachePlainly(*cm->chipHam())) {
-    return Hardware::shadowWriteAndCompareWithCache(*this, cm, entry, count, data);
-  }
-  const U32 hits =
-      storedPlainly({shadowBuf->data() + std::size_t{entrySize} * entry, data, dirtyBuf->data(),
-                     initializedBuf->data(), entrySize, cm->skipWriteIfMatchesCache()},
-                    entry, count);
-  const bool result = overrideHardware_ || hits == count || cm->mode() == ChipMemory::buffered();
-  if (hits > 0) cm->writeCacheHitsInc(hits);
-  return result;
+  return overrideHardware_ || result;
 }
 
 void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
-  const ChipMemory::Ptr& cm = regionAt(address, size);
-  if (cm == nullptr) return;
-  shadowWriteAndCompareWithCache(cm, cm->entryIndexFromAddress(address), data, size);
+  if (!isFound(address, size)) return;
+  const ChipMemory::Ptr& cm = lastChipMemory_;
+  const U32 entry = cm->entryIndexFromAddress(address);
+  bool answer = true;
+  if (takenPlainly(*cm, entry, data, size, answer)) return;
+  shadowWriteAndCompareWithCache(cm, entry, data, size);
 }
 
 void HardwareShadow::shadowWriteU32(const ChipAddress& address, U32 value) {

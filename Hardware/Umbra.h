@@ -47,7 +47,7 @@ inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
   do {                                                                                     \
     if (!(condition)) [[unlikely]]                                                         \
       ::Zint::assertionFailed(#condition, "Hardware/Umbra", __LINE__, __PRETTY_FUNCTION__, \
-                              (region).name().c_str());                                    \
+                              (region).fwkKey().c_str());                                  \
   } while (0)
 
 // One line of trace; `text` is what stands to the right of `stream <<`.

@@ -59,6 +59,9 @@ class UMBRA_API TraceHandle {
   // Whether a text of this level is to be built.
   bool built(U32 level) const { return (built_.load(std::memory_order_relaxed) >> level) & 1; }
 
+  // Whether a text of this level or of one above it is.
+  bool builtFrom(U32 level) const { return built_.load(std::memory_order_relaxed) >> level != 0; }
+
   void registered();
   // The handle of that name, null when there is none yet.
   static TraceHandle* find(const String8& name);

@@ -12,7 +12,8 @@
 namespace {
 
 struct Named {
-  Zint::String8 name() const { return "mac"; }
+  const Zint::String8& fwkKey() const { return name; }
+  Zint::String8 name = "mac";
 };
 
 void regionRule(const Named& region, int entries) { UMBRA_ASSERT_REGION(region, entries > 0); }

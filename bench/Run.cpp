@@ -1,0 +1,41 @@
+// umbra-bench: measures the library against what a user would take instead, and against the limits
+// of the machine. Takes Google Benchmark's arguments; bench/run makes a table of what it prints.
+#include <Zint/Trace.h>
+
+#include "Bench.h"
+
+namespace {
+
+// Lines of level 0 are always built; where they go is not measured.
+class NoSink : public Zint::TraceSink {
+ public:
+  void traceLine(const Zint::TraceLine& line) override { Bench::opaque(line.text); }
+};
+
+}  // namespace
+
+namespace Bench {
+
+int run(int count, char** arguments) {
+  NoSink sink;
+  Zint::traceSinkIs(&sink);
+  Bench::registerAuditBenches();
+  Bench::registerIndexBenches();
+  Bench::registerDataPathBenches();
+  Bench::registerHamBenches();
+  Bench::registerRuntimeBenches();
+  Bench::registerTraceBenches();
+  Bench::registerConfigureBenches();
+  Bench::registerMemoryBenches();
+  Bench::registerTurnBenches();
+
+  benchmark::Initialize(&count, arguments);
+  if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::ClearRegisteredBenchmarks();  // and what they were made on, while all else still lives
+  benchmark::Shutdown();
+  Zint::traceSinkIs(nullptr);
+  return 0;
+}
+
+}  // namespace Bench
