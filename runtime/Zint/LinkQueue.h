@@ -71,25 +71,16 @@ class LinkQueue {
 
   // Appends. The range exception "linkqueue index space full" when the index behind the new member
   // would be that of the head.
-  void enq(const Ptr<V>& member) { insert(nextIndex(), member); }
+  void enq(const Ptr<V>& member) { append(nextIndex(), member); }
 
   // Appends a member with an index of its own choice; one that lies before nextIndex() raises the
   // range exception "linkqueue index out of range".
   void insert(I index, const Ptr<V>& member) {
-    if (head_ == nullptr) {
-      metadata_.head = index;
-    } else {
-      const I distance = static_cast<I>(index - metadata_.head);
-      if (distance < static_cast<I>(nextIndex() - metadata_.head)) {
-        throwRangeException("linkqueue index out of range");
-      }
-      if (static_cast<I>(distance + 1) == 0) throwRangeException("linkqueue index space full");
+    if (head_ != nullptr && static_cast<I>(index - metadata_.head) <
+                                static_cast<I>(nextIndex() - metadata_.head)) {
+      throwRangeException("linkqueue index out of range");
     }
-    link(*member).zint_index_ = index;
-    (head_ == nullptr ? head_ : link(*tail_).next_) = member;
-    tail_ = member.ptr();
-    metadata_.next = static_cast<I>(index + 1);
-    ++size_;
+    append(index, member);
   }
 
   // Removes and returns the first member; null when there is none.
@@ -130,6 +121,19 @@ class LinkQueue {
   }
 
  private:
+  void append(I index, const Ptr<V>& member) {
+    if (head_ == nullptr) {
+      metadata_.head = index;
+    } else if (static_cast<I>(index + 1 - metadata_.head) == 0) {
+      throwRangeException("linkqueue index space full");
+    }
+    link(*member).zint_index_ = index;
+    (head_ == nullptr ? head_ : link(*tail_).next_) = member;
+    tail_ = member.ptr();
+    metadata_.next = static_cast<I>(index + 1);
+    ++size_;
+  }
+
   static LinkQueueLink<V, I>& link(V& member) { return member; }
   static const LinkQueueLink<V, I>& link(const V& member) { return member; }
 
