@@ -1,3 +1,4 @@
+// The program around the module: a line, so that all that is measured lies in one place.
 namespace Bench {
 int run(int count, char** arguments);
 }

@@ -4,30 +4,29 @@
 
 #include "Bench.h"
 
+namespace Bench {
 namespace {
 
 // Lines of level 0 are always built; where they go is not measured.
 class NoSink : public Zint::TraceSink {
  public:
-  void traceLine(const Zint::TraceLine& line) override { Bench::opaque(line.text); }
+  void traceLine(const Zint::TraceLine& line) override { opaque(line.text); }
 };
 
 }  // namespace
 
-namespace Bench {
-
 int run(int count, char** arguments) {
   NoSink sink;
   Zint::traceSinkIs(&sink);
-  Bench::registerAuditBenches();
-  Bench::registerIndexBenches();
-  Bench::registerDataPathBenches();
-  Bench::registerHamBenches();
-  Bench::registerRuntimeBenches();
-  Bench::registerTraceBenches();
-  Bench::registerConfigureBenches();
-  Bench::registerMemoryBenches();
-  Bench::registerTurnBenches();
+  registerAuditBenches();
+  registerIndexBenches();
+  registerDataPathBenches();
+  registerHamBenches();
+  registerRuntimeBenches();
+  registerTraceBenches();
+  registerConfigureBenches();
+  registerMemoryBenches();
+  registerTurnBenches();
 
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;

@@ -8,9 +8,8 @@
 // Invariants:
 // 1. Members stand in ascending order of their key's reversed hash; those of equal hashes in
 //    ascending order of their keys. So the order of iteration depends on nothing but the keys.
-// 2. A member's bucket is the top bits of its reversed hash; a bucket's members are one chain,
-// whose
-//    last member is known: keys that come in ascending order cost the same however many of them
+// 2. A member's bucket is the top bits of its reversed hash; a bucket's members are one chain, the
+//    last of which is known: keys that come in ascending order cost the same however many of them
 //    share a hash.
 // 3. An iterator survives the removal of its own and of other members, and the end of the map.
 // 4. A member is in one map at a time.
