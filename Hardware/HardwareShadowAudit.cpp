@@ -33,8 +33,8 @@ struct Comparison {
   U8* hardwareEntry(U32 e) const { return &hardware[std::size_t{e} * entrySize]; }
 };
 
-// The first entry from `e` on that differs; `entries` when there is none, or the comparison ends.
-// Equal entries are nobody's business.
+// The first entry from `e` (less than `entries`) on that differs; `entries` when there is none, or
+// the comparison ends. Equal entries are nobody's business.
 U32 plainDifference(const Comparison& c, U32 e) {
   return e + static_cast<U32>(firstDifference(c.shadowEntry(e), c.hardwareEntry(e),
                                               std::size_t{c.entries - e} * c.entrySize) /
@@ -46,11 +46,12 @@ U32 plainDifference(const Comparison& c, U32 e) {
 [[gnu::noinline]] U32 difference(const ChipHam& ham, const Comparison& c, U32 e) {
   U8* shadow = c.shadowEntry(e);
   U8* hardware = c.hardwareEntry(e);
-  for (U32 left = c.entries - e; left > 0 && c.goesOn(); --left) {
+  U32 left = c.entries - e;
+  do {
     if (!ham.doCompare(shadow, hardware, c.entrySize)) return c.entries - left;
     shadow += c.entrySize;
     hardware += c.entrySize;
-  }
+  } while (--left > 0 && c.goesOn());
   return c.entries;
 }
 
