@@ -76,8 +76,8 @@ class LinkQueue {
   // Appends a member with an index of its own choice; one that lies before nextIndex() raises the
   // range exception "linkqueue index out of range".
   void insert(I index, const Ptr<V>& member) {
-    if (head_ != nullptr && static_cast<I>(index - metadata_.head) <
-                                static_cast<I>(nextIndex() - metadata_.head)) {
+    if (head_ != nullptr &&
+        static_cast<I>(index - metadata_.head) < static_cast<I>(nextIndex() - metadata_.head)) {
       throwRangeException("linkqueue index out of range");
     }
     append(index, member);

@@ -239,7 +239,9 @@ std::vector<Form> forms() {
   constexpr std::align_val_t wide{64};
   return {
       {"new", [] { return operator new(8); }, [](void* b) { operator delete(b); }},
+#ifdef __cpp_sized_deallocation
       {"sized delete", [] { return operator new(8); }, [](void* b) { operator delete(b, 8u); }},
+#endif
       {"new[]", [] { return operator new[](8); }, [](void* b) { operator delete[](b); }},
       {"nothrow", [] { return operator new(8, std::nothrow); },
        [](void* b) { operator delete(b, std::nothrow); }},
