@@ -28,7 +28,6 @@ const void* slotFunction(const Object& object, Operation operation) {
 // The base's functions; null until the library is loaded, when nothing counts as plain.
 struct PlainFunctions {
   const void* doCompare;
-  const void* doReadToCache;
   const void* doWriteToCache;
   const void* doReadFromCache;
   const void* readCacheHitsInc;
@@ -38,9 +37,6 @@ extern const PlainFunctions plainFunctions;
 
 inline bool comparesPlainly(const ChipHam& ham) {
   return slotFunction(ham, &ChipHam::doCompare) == plainFunctions.doCompare;
-}
-inline bool readsToCachePlainly(const ChipHam& ham) {
-  return slotFunction(ham, &ChipHam::doReadToCache) == plainFunctions.doReadToCache;
 }
 inline bool writesToCachePlainly(const ChipHam& ham) {
   return slotFunction(ham, &ChipHam::doWriteToCache) == plainFunctions.doWriteToCache;

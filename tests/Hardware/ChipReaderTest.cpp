@@ -384,4 +384,14 @@ TEST_F(ChipReader, stateAndShadowOfARegionDoNotMatter) {
   EXPECT_EQ(Fakes::word(cm->shadow(), 1), 0u);
 }
 
+TEST_F(ChipReader, theRequestThatIsThereAlreadyIsNotBegunAgain) {
+  regionsIs({8});
+  readerIs(4);
+  request->stateIs(start);
+  tick();
+  reader->requestIs(request);
+  EXPECT_EQ(tick(), (Reads{read(0x8010, 4)}));
+  EXPECT_EQ(request->status(), done);
+}
+
 }  // namespace

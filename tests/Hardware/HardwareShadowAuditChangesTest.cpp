@@ -1,6 +1,7 @@
 // What changes during an audit or around it: its members, its regions' stores, and what repairs,
 // access methods and observers do from inside of a pass.
 #include <Hardware/ChipReader.h>
+#include <Mirl/Mirl.h>
 
 #include <stdexcept>
 
@@ -342,6 +343,78 @@ TEST_F(HardwareShadowAuditChanges, readInProgressIsAbandonedByIdleAndNeverCompar
   EXPECT_EQ(loop.turnAt(100), 0u);
   EXPECT_TRUE(chip->log.empty());
   EXPECT_EQ(shadow->audits(), 0u);
+}
+
+// --- What is told when --------------------------------------------------------------------------
+
+TEST_F(HardwareShadowAuditChanges, aShadowThatIsSwitchedOffHearsOfNoAnswer) {
+  auditing({mac});
+  shadow->hasNotificationActiveIs(false);
+  answered();
+  EXPECT_EQ(shadow->audits(), 0u);
+}
+
+class Told : public Hardware::HardwareShadow::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onChipMemoryEntriesUnderAudit() override { ++times; }
+  void onChipMemory(const Hardware::ChipAddress&) override {
+    lastWasKnown = notifier()->lastChipMemory() != nullptr;
+  }
+  U32 times = 0;
+  bool lastWasKnown = true;
+};
+
+TEST_F(HardwareShadowAuditChanges, aMemberThatIsSwitchedOnAgainIsNotCountedAnew) {
+  configure({mac});
+  mac->auditEnabledIs(false);  // by the region itself: it stays a member
+  const auto told =
+      Zint::makePtr<Told>(loop.activity, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
+  shadow->chipMemoryAuditEnabledIs(mac, true);
+  EXPECT_EQ(told->times, 0u);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 16u);
+}
+
+TEST_F(HardwareShadowAuditChanges, aRemovedRegionIsForgottenBeforeItsRemovalIsTold) {
+  configure({mac});
+  ASSERT_EQ(found(0x1000), mac);
+  const auto told =
+      Zint::makePtr<Told>(loop.activity, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
+  shadow->overrideHardwareIs(true);
+  shadow->chipMemoryDel(mac->address());
+  EXPECT_FALSE(told->lastWasKnown);
+}
+
+struct Fixes : Hardware::ChipMemory::NotifieeConst {
+  using NotifieeConst::NotifieeConst;
+  void onRegistersFixed() override { timeWhenTold = notifier()->lastFixTime(); }
+  Zint::Seconds timeWhenTold = -1;
+};
+
+TEST_F(HardwareShadowAuditChanges, aRepairIsCountedThenTimed) {
+  auditing({mac});
+  loop.clock->timeIs(loop.clock->time() + 1);
+  differs(mac, 3);
+  const auto fixes =
+      Zint::makePtr<Fixes>(loop.activity, Zint::Ptr<const Hardware::ChipMemory>(mac));
+  answered();
+  EXPECT_EQ(fixes->timeWhenTold, 0.0);
+  EXPECT_EQ(mac->lastFixTime(), loop.clock->time());
+}
+
+TEST_F(HardwareShadowAuditChanges, aDifferenceIsRecordedInFullBeforeItsRepairIsTried) {
+  auditing({mac});
+  differs(mac, 3);
+  Mirl::theTraceFile.clear();
+  std::vector<Zint::String8> recorded;
+  repairing->instead = [&] {
+    for (const Mirl::Record& record : Mirl::theTraceFile.records(0)) {
+      recorded.push_back(record.text);
+    }
+  };
+  answered();
+  ASSERT_EQ(recorded.size(), 3u);
+  EXPECT_EQ(recorded.back(), "Expected: x01x00x00x00 Actual: x02x00x00x00");
 }
 
 }  // namespace

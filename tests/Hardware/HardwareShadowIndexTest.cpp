@@ -314,4 +314,14 @@ TEST_F(HardwareShadowIndex, chunk65536IsFatalAndItsRegionNamed) {
                       "nextIndex_ != 65535");
 }
 
+// Tampered with: a chunk that says it is empty is looked at from its first place on.
+TEST_F(HardwareShadowIndex, aChunkThatSaysItIsEmptyIsLookedAtFromItsBeginning) {
+  const ChipMemory::Ptr low = region("low", 0x100, 4);
+  const ChipMemory::Ptr first = region("first", 0x1'0000'0100, 4);
+  const ChipMemory::Ptr second = region("second", 0x1'0000'0200, 4);
+  configure({low, first, second});
+  shadow->chipMemoryChunk(1)->nextIndexIs(0);
+  EXPECT_EQ(found(0x1'0000'0104), first);
+}
+
 }  // namespace

@@ -57,4 +57,82 @@ TEST_F(PlainPath, marksOfWhatIsInitialisedMustFitAsThoseOfWhatIsDirty) {
   EXPECT_REGION_ASSERTION(shadow->auditReadRequest()->statusIs(ChipReadRequest::done_), "mac");
 }
 
+// The rules that keep undefined territory from being entered hold on the short way as on the long.
+TEST_F(PlainPath, whatDoesNotFitIsFatalAllTheSame) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
+  mac->readFromCacheIs(true);
+  configure({mac});
+  U32 value = 0;
+  const auto read = [&](U32 entry, U32 size) {
+    return shadow->readFromCache(mac, entry, reinterpret_cast<U8*>(&value), size);
+  };
+  for (U32 e = 0; e < 16; ++e) write(mac, e, e);
+  ASSERT_TRUE(read(15, 4));
+  EXPECT_EQ(Fakes::assertedCondition([&] { read(16, 4); }),
+            "( entry + numEntries ) <= cm->entries()");
+  EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 16, 0); }),
+            "entry + numEntries <= cm->entries()");
+  const Hal::BufBase::Ptr whole = mac->shadow();
+  mac->shadowIs(Zint::makePtr<Hal::Buf>(60u));
+  EXPECT_REGION_ASSERTION(read(15, 4), "mac");
+  EXPECT_REGION_ASSERTION(write(mac, 15, 0), "mac");
+  EXPECT_TRUE(read(14, 4));
+  mac->shadowIs(whole);
+  const Hal::BufBase::Ptr marks = mac->initialized();
+  mac->initializedIs(Zint::makePtr<Hal::Buf>(1u));
+  EXPECT_REGION_ASSERTION(read(15, 4), "mac");
+  EXPECT_REGION_ASSERTION(read(8, 4), "mac");
+  mac->initializedIs(marks);
+  mac->dirtyIs(Zint::makePtr<Hal::Buf>(1u));
+  EXPECT_REGION_ASSERTION(write(mac, 8, 0), "mac");
+  EXPECT_FALSE(write(mac, 7, 5));
+}
+
+TEST_F(PlainPath, entriesOfNoBytesAreFatalAllTheSame) {
+  const ChipMemory::Ptr hollow =
+      Hardware::chipMemoryFactory("hollow", ChipAddress(0x8000), 4, 0, 4, ham);
+  hollow->shadowEnabledIs(true);
+  hollow->readFromCacheIs(true);
+  configure({hollow});
+  U8 byte = 0;
+  EXPECT_REGION_ASSERTION(shadow->readFromCache(hollow, 0, &byte, 1), "hollow");
+  EXPECT_REGION_ASSERTION(shadow->shadowWriteAndCompareWithCache(hollow, 0, &byte, 1), "hollow");
+}
+
+TEST_F(PlainPath, aPartOfAnEntryIsReadWithoutBeingCounted) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
+  mac->readFromCacheIs(true);
+  configure({mac});
+  write(mac, 3, 0x04030201);
+  write(mac, 4, 0x08070605);
+  U8 bytes[8] = {};
+  EXPECT_TRUE(shadow->readFromCache(mac, 3, bytes, 6));
+  EXPECT_EQ(std::vector<U8>(bytes, bytes + 8), (std::vector<U8>{1, 2, 3, 4, 5, 6, 0, 0}));
+  EXPECT_EQ(mac->readCacheHits(), 1u);
+  EXPECT_TRUE(shadow->readFromCache(mac, 3, bytes, 8));
+  EXPECT_EQ(mac->readCacheHits(), 3u);
+  EXPECT_FALSE(shadow->readFromCache(mac, 4, bytes, 8)) << "entry 5 is not known";
+}
+
+struct CountingWrites : Hardware::ChipMemory {
+  using ChipMemory::ChipMemory;
+  void writeCacheHitsInc(const U64& n) override {
+    ++calls;
+    ChipMemory::writeCacheHitsInc(n);
+  }
+  U32 calls = 0;
+};
+
+TEST_F(PlainPath, aMissCountsNoHits) {
+  const auto cm = Zint::makePtr<CountingWrites>("cm", ChipAddress(0x1000), 8u, 4u, 4u, ham);
+  cm->shadowEnabledIs(true);
+  cm->skipWriteIfMatchesCacheIs(true);
+  configure({cm});
+  EXPECT_FALSE(write(cm, 2, 5));
+  EXPECT_EQ(cm->calls, 0u);
+  EXPECT_TRUE(write(cm, 2, 5));
+  EXPECT_EQ(cm->calls, 1u);
+  EXPECT_EQ(cm->writeCacheHits(), 1u);
+}
+
 }  // namespace

@@ -99,6 +99,12 @@ TEST_F(ReflectionUse, bytes_aStreamMustReachToTheLastBit) {
   EXPECT_EQ(reason("GenericChipHam", "byteToBitStream",
                    {{"stream", "0000"}, {"bit", "8"}, {"value", "1"}}),
             "");
+  EXPECT_EQ(
+      reason("GenericChipHam", "byteToBitStream", {{"stream", "00"}, {"bit", "1"}, {"value", "1"}}),
+      beyond);
+  EXPECT_EQ(reason("GenericChipHam", "bitToBitStream",
+                   {{"stream", "00"}, {"bit", "8"}, {"value", "true"}}),
+            beyond);
 }
 
 TEST_F(ReflectionUse, bytes_anAnswerIsKeptWithinReason) {

@@ -321,4 +321,15 @@ TEST_F(MirlTest, aPercentSignWithoutAnArgumentStaysInTheText) {
   EXPECT_THAT(texts(1), ElementsAre("7 of %u, %", "7 of 8, %"));
 }
 
+TEST_F(MirlTest, descriptorsLeaveInAnyOrder) {
+  auto older = std::make_unique<MsgDesc>(*file, "older %u", __LINE__);
+  const MsgDesc newer(*file, "newer %u", __LINE__);
+  write(*older, 0, 1);
+  write(newer, 0, 2);
+  older = nullptr;
+  EXPECT_THAT(texts(0), ElementsAre("unknown", "newer 2"));
+  write(desc, 0, 3);
+  EXPECT_THAT(texts(0), ElementsAre("unknown", "newer 2", "n 3"));
+}
+
 }  // namespace

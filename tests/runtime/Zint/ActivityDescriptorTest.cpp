@@ -182,4 +182,13 @@ TEST_F(SystemClockDescriptorTest, isReadableForAWakeUpInThePast) {
   EXPECT_TRUE(becomesReadable(*activity));
 }
 
+TEST(ActivityDescriptor, isNotReadableBeforeTheTime) {
+  const Ptr<Zint::MonotonicClock> clock = Zint::monotonicClockFactory("clock");
+  const auto activity = Zint::activityFactory("activity", Ptr<const Zint::Clock>(clock));
+  const auto alarm = makePtr<Alarm>(activity, Ptr<const Zint::Clock>(clock));
+  alarm->timeMinIs(Zint::now() + 0.9);
+  pollfd poll{activity->descriptor(), POLLIN, 0};
+  EXPECT_EQ(::poll(&poll, 1, 20), 0);
+}
+
 }  // namespace
