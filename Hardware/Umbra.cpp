@@ -10,7 +10,7 @@
 namespace Hardware {
 
 // NOLINTNEXTLINE(cert-err58-cpp): initialised as a constant
-constinit Zint::TraceHandle umbraTraceHandle("Umbra", false);
+constinit Zint::TraceHandle umbraTraceHandle(Zint::TraceHandle::constant, "Umbra", false);
 
 namespace {
 

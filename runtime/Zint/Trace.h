@@ -16,7 +16,6 @@
 #include <new>
 #include <ostream>
 #include <sstream>
-#include <type_traits>
 
 namespace Zint {
 
@@ -35,15 +34,17 @@ struct TraceLine {
 
 class UMBRA_API TraceHandle {
  public:
-  // Level 0 is on from the start, the others if `everyLevel`. `name` must outlive the handle. A
-  // handle that is initialised as a constant can be used at any time, and is found by name once it
-  // has been registered(); any other is at once.
-  constexpr TraceHandle(const char* name, bool everyLevel)
+  // Level 0 is on from the start, the others if `everyLevel`. `name` must outlive the handle.
+  TraceHandle(const char* name, bool everyLevel) : TraceHandle(constant, name, everyLevel) {
+    registered();
+  }
+  // One that is initialised as a constant, for use at any time: it is found by name once it has
+  // been registered().
+  enum Constant { constant };
+  constexpr TraceHandle(Constant, const char* name, bool everyLevel)
       : name_(name),
         recorded_(everyLevel ? everyLevelBits : 1u),
-        built_(everyLevel ? everyLevelBits : 1u) {
-    if (!std::is_constant_evaluated()) registered();
-  }
+        built_(everyLevel ? everyLevelBits : 1u) {}
   ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
   TraceHandle& operator=(const TraceHandle&) = delete;

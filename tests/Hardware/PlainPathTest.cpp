@@ -62,9 +62,9 @@ TEST_F(PlainPath, whatDoesNotFitIsFatalAllTheSame) {
   const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
   mac->readFromCacheIs(true);
   configure({mac});
-  U32 value = 0;
+  U8 bytes[8] = {};
   const auto read = [&](U32 entry, U32 size) {
-    return shadow->readFromCache(mac, entry, reinterpret_cast<U8*>(&value), size);
+    return shadow->readFromCache(mac, entry, bytes, size);
   };
   for (U32 e = 0; e < 16; ++e) write(mac, e, e);
   ASSERT_TRUE(read(15, 4));
@@ -73,6 +73,15 @@ TEST_F(PlainPath, whatDoesNotFitIsFatalAllTheSame) {
   EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 16, 0); }),
             "entry + numEntries <= cm->entries()");
   const Hal::BufBase::Ptr whole = mac->shadow();
+  mac->shadowIs(Zint::makePtr<Hal::Buf>(128u));  // room for more entries than there are
+  EXPECT_EQ(Fakes::assertedCondition([&] { read(16, 4); }),
+            "( entry + numEntries ) <= cm->entries()");
+  EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 16, 0); }),
+            "entry + numEntries <= cm->entries()");
+  mac->shadowIs(Zint::makePtr<Hal::Buf>(64u));  // no room behind the last
+  EXPECT_REGION_ASSERTION(read(15, 6), "mac");
+  mac->shadowIs(whole);
+  EXPECT_TRUE(read(15, 6));
   mac->shadowIs(Zint::makePtr<Hal::Buf>(60u));
   EXPECT_REGION_ASSERTION(read(15, 4), "mac");
   EXPECT_REGION_ASSERTION(write(mac, 15, 0), "mac");

@@ -28,6 +28,7 @@ TEST(Entity, hasNoParentUntilItIsGivenOne) {
   const Ptr<Thing> parent = makePtr<Thing>("parent");
   const Ptr<Thing> child = makePtr<Thing>("child");
   EXPECT_EQ(child->parent(), nullptr);
+  EXPECT_EQ(child->parentAttributeId(), 0u);
   child->parentIs(parent.ptr(), 258);
   EXPECT_EQ(child->parent(), parent.ptr());
   EXPECT_EQ(child->parentAttributeId(), 258u);

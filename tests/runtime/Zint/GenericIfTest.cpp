@@ -224,6 +224,7 @@ TEST(Bytes, strep_isTwoDigitsAByte) {
 TEST(Bytes, strep_readsBackInEitherCase) {
   EXPECT_EQ(Zint::strepToValue<Zint::Bytes>("001f80").bytes, (std::vector<U8>{0x00, 0x1f, 0x80}));
   EXPECT_EQ(Zint::strepToValue<Zint::Bytes>("Af").bytes, (std::vector<U8>{0xaf}));
+  EXPECT_EQ(Zint::strepToValue<Zint::Bytes>("09afAF").bytes, (std::vector<U8>{0x09, 0xaf, 0xaf}));
   EXPECT_TRUE(Zint::strepToValue<Zint::Bytes>("").bytes.empty());
 }
 
