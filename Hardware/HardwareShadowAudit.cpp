@@ -36,6 +36,8 @@ struct Comparison {
 // The first entry from `e` (less than `entries`) on that differs; `entries` when there is none, or
 // the comparison ends. Equal entries are nobody's business.
 U32 plainDifference(const Comparison& c, U32 e) {
+  // Differences come in runs.
+  if (!entriesEqual(c.shadowEntry(e), c.hardwareEntry(e), c.entrySize)) return e;
   return e + static_cast<U32>(firstDifference(c.shadowEntry(e), c.hardwareEntry(e),
                                               std::size_t{c.entries - e} * c.entrySize) /
                               c.entrySize);
