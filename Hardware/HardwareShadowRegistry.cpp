@@ -9,9 +9,9 @@ constexpr const char* findSignature =
     "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
     "Hardware::ChipAddress&, U32)";
 
-// A choice that is as good as random: to be made without a branch.
-inline const U32* chosen(bool second, const U32* first, const U32* otherwise) {
-  return __builtin_expect_with_probability(second, 1, 0.5) ? otherwise : first;
+// A move that is made half of the time: without a branch to mispredict.
+inline const U32* moved(bool moves, const U32* from, const U32* to) {
+  return __builtin_expect_with_probability(moves, 1, 0.5) ? to : from;
 }
 
 // The position of the greatest of `count` (more than 0) ascending numbers that is not above
@@ -24,14 +24,14 @@ inline const U32* chosen(bool second, const U32* first, const U32* otherwise) {
     const U32* first = base + quarter;
     const U32* second = first + quarter;
     const U32* third = second + quarter;
-    base = chosen(*first <= sought, base, first);
-    base = chosen(*second <= sought, base, second);
-    base = chosen(*third <= sought, base, third);
+    base = moved(*first <= sought, base, first);
+    base = moved(*second <= sought, base, second);
+    base = moved(*third <= sought, base, third);
     count -= 3 * quarter;
   }
   while (count > 1) {
     const U32 half = count / 2;
-    base = chosen(base[half] <= sought, base, base + half);
+    base = moved(base[half] <= sought, base, base + half);
     count -= half;
   }
   return static_cast<U32>(base - numbers);
