@@ -105,4 +105,9 @@ TEST(SuggestTest, didYouMean_isAPartOfAMessage) {
   EXPECT_EQ(didYouMean("sate", {"state"}), "; did you mean 'state'?");
 }
 
+// It would end the message that repeats it.
+TEST(WordsTest, aZeroByteIsRefused) {
+  EXPECT_EQ(refusal(std::string("let \0y = null", 13)), "a line cannot hold a zero byte");
+}
+
 }  // namespace

@@ -23,6 +23,7 @@ std::size_t wordEnd(std::string_view line, std::size_t at, bool& isClosed) {
 Words wordsOf(std::string_view line) {
   Words words;
   if (line.starts_with('#')) return words;
+  if (line.find('\0') != line.npos) throw Error("a line cannot hold a zero byte");
   for (std::size_t at = 0; at < line.size();) {
     if (isBlank(line[at])) {
       ++at;
