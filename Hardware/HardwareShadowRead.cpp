@@ -7,6 +7,7 @@
 #include <cstring>
 
 namespace Hardware {
+
 // What the reading comes to where all is in order and nobody looks on: the entries are known, and
 // the access method and the region keep the base's copy and count.
 [[gnu::always_inline]] inline bool HardwareShadow::servedPlainly(const ChipMemory& cm, U32 entry,
@@ -17,21 +18,14 @@ namespace Hardware {
       !countsReadsPlainly(cm) || !readsFromCachePlainly(*cm.chipHam())) {
     return false;
   }
-  const U32 entrySize = cm.entrySize();
-  U32 count = 1;
-  if (size != entrySize) {
-    if (size == 0 || entrySize == 0 || size % entrySize != 0) return false;
-    count = size / entrySize;
-  }
-  const U32 last = entry + (count - 1);
+  const U32 count = wholeEntries(cm, entry, size);
   const U8* initialized = cm.initialized()->data();
-  if (last < entry || last >= cm.entries() || !entryFits(*cm.shadow(), last, entrySize) ||
-      !bitFits(*cm.initialized(), last) ||
+  if (count == 0 ||
       !(count == 1 ? bitmapBit(initialized, entry) : bitmapRangeIsSet(initialized, entry, count))) {
     return false;
   }
   cm.readCacheHits_ += count;
-  entryCopied(data, cm.shadow()->data() + std::size_t{entrySize} * entry, size);
+  entryCopied(data, cm.shadow()->data() + std::size_t{cm.entrySize()} * entry, size);
   return true;
 }
 

@@ -76,17 +76,9 @@ U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
       cm.chipHam() == nullptr || !writesToCachePlainly(*cm.chipHam())) {
     return false;
   }
+  const U32 count = wholeEntries(cm, entry, size);
+  if (count == 0 || !bitFits(*cm.dirty(), entry + count - 1)) return false;
   const U32 entrySize = cm.entrySize();
-  U32 count = 1;
-  if (size != entrySize) {
-    if (size == 0 || entrySize == 0 || size % entrySize != 0) return false;
-    count = size / entrySize;
-  }
-  const U32 last = entry + (count - 1);
-  if (last < entry || last >= cm.entries() || !entryFits(*cm.shadow(), last, entrySize) ||
-      !bitFits(*cm.dirty(), last) || !bitFits(*cm.initialized(), last)) {
-    return false;
-  }
   const PlainStore store{cm.shadow()->data() + std::size_t{entrySize} * entry,
                          data,
                          cm.dirty()->data(),

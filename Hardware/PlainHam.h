@@ -49,4 +49,19 @@ inline bool countsReadsPlainly(const ChipMemory& region) {
          slotFunction(region, &ChipMemory::readCacheHitsIs) == plainFunctions.readCacheHitsIs;
 }
 
+// The number of entries of an access to whole entries that lie within the region, its shadow and
+// its initialized bitmap; 0 for any other. REQUIRES: the shadow and the bitmap.
+[[gnu::always_inline]] inline U32 wholeEntries(const ChipMemory& cm, U32 entry, U32 size) {
+  const U32 entrySize = cm.entrySize();
+  U32 count = 1;
+  if (size != entrySize) {
+    if (size == 0 || entrySize == 0 || size % entrySize != 0) return 0;
+    count = size / entrySize;
+  }
+  const U32 last = entry + (count - 1);
+  const bool fits = last >= entry && last < cm.entries() &&
+                    entryFits(*cm.shadow(), last, entrySize) && bitFits(*cm.initialized(), last);
+  return fits ? count : 0;
+}
+
 }  // namespace Hardware
