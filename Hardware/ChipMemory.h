@@ -259,11 +259,6 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                ChipMemory::ChipMemoryMode& mode);
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode);
 
-// Whether one entry of that size lies inside a buffer, or inside a bitmap.
-inline bool entryFits(const Hal::BufBase& buffer, U32 entry, U32 entrySize) {
-  return U64{entry} * entrySize + entrySize <= buffer.size();
-}
-inline bool bitFits(const Hal::BufBase& bitmap, U32 entry) { return entry / 8 < bitmap.size(); }
 // Whether entries [0, end) of that size lie inside a buffer, or inside a bitmap.
 inline bool entriesFit(const Hal::BufBase& buffer, U64 end, U32 entrySize) {
   return end * entrySize <= buffer.size();

@@ -104,13 +104,13 @@ void HardwareShadow::handleChipMemory() { UMBRA_ASSERT(__LINE__, false); }
 // The plain removal: no reaction, and the index and the last region stay.
 void HardwareShadow::chipMemoryDelAll() {
   const Ptr self(this);  // a region's end may drop this shadow
-  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) chipMemory_.del(reactor.key());
+  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) chipMemory_.del(reactor->fwkKey());
 }
 
 void HardwareShadow::removeOverrideOnlyChipMem() {
   const Ptr self(this);
   for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
-    if (reactor->chipMemory()->mode() == ChipMemory::override()) chipMemory_.del(reactor.key());
+    if (reactor->chipMemory()->mode() == ChipMemory::override()) chipMemory_.del(reactor->fwkKey());
   }
 }
 

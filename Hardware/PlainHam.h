@@ -49,6 +49,12 @@ inline bool countsReadsPlainly(const ChipMemory& region) {
          slotFunction(region, &ChipMemory::readCacheHitsIs) == plainFunctions.readCacheHitsIs;
 }
 
+// Whether one entry of that size lies inside a buffer, or inside a bitmap.
+inline bool entryFits(const Hal::BufBase& buffer, U32 entry, U32 entrySize) {
+  return U64{entry} * entrySize + entrySize <= buffer.size();
+}
+inline bool bitFits(const Hal::BufBase& bitmap, U32 entry) { return entry / 8 < bitmap.size(); }
+
 // The number of entries of an access to whole entries that lie within the region, its shadow and
 // its initialized bitmap; 0 for any other. REQUIRES: the shadow and the bitmap.
 [[gnu::always_inline]] inline U32 wholeEntries(const ChipMemory& cm, U32 entry, U32 size) {

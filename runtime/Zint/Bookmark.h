@@ -1,29 +1,29 @@
 // Positions in a collection that survive the removal of members, of the current one too.
 #pragma once
 
+#include <Zint/Ptr.h>
 #include <utility>
 
 namespace Zint {
 
-template <class Place>
+template <class V, class Place>
 class BookmarkList;
 
 // One position. When its member leaves the collection, the position moves to the member behind it
-// and remembers that it need not step.
-template <class Place>
+// and keeps the one that has left.
+template <class V, class Place>
 class Bookmark {
  public:
-  Bookmark(BookmarkList<Place>& list, Place place) : list_(&list), place_(place) { enter(); }
-  Bookmark(const Bookmark& other)
-      : list_(other.list_), place_(other.place_), stepped_(other.stepped_) {
+  Bookmark(BookmarkList<V, Place>& list, Place place) : list_(&list), place_(place) { enter(); }
+  Bookmark(const Bookmark& other) : list_(other.list_), place_(other.place_), left_(other.left_) {
     enter();
   }
   Bookmark& operator=(const Bookmark& other) {
     if (this == &other) return *this;
+    const Ptr<V> left = std::exchange(left_, other.left_);  // let go of when all else is done
     leave();
     list_ = other.list_;
     place_ = other.place_;
-    stepped_ = other.stepped_;
     enter();
     return *this;
   }
@@ -32,62 +32,60 @@ class Bookmark {
   const Place& place() const { return place_; }
   // The collection is gone.
   bool isOrphan() const { return list_ == nullptr; }
-  // Whether the member at which this stood has left; then it stands on the next one already.
-  bool isStepped() const { return stepped_; }
-  void placeIs(Place place) {
-    place_ = place;
-    stepped_ = false;
-  }
+  void placeIs(Place place) { place_ = place; }
+  // Hands over the member at which this stood and that has left; then this stands on the next one
+  // already. Null while it has not left.
+  Ptr<V> leftDel() { return std::move(left_); }
 
  private:
-  friend class BookmarkList<Place>;
+  friend class BookmarkList<V, Place>;
 
   void enter();
   void leave();
 
-  BookmarkList<Place>* list_;
+  BookmarkList<V, Place>* list_;
   Place place_;
-  bool stepped_ = false;
+  Ptr<V> left_;
   Bookmark* next_ = nullptr;
   Bookmark* previous_ = nullptr;
 };
 
 // The positions that are open in one collection. Costs the collection one pointer.
-template <class Place>
+template <class V, class Place>
 class BookmarkList {
  public:
   BookmarkList() = default;
   BookmarkList(const BookmarkList&) = delete;
   BookmarkList& operator=(const BookmarkList&) = delete;
   ~BookmarkList() {
-    for (Bookmark<Place>* mark = first_; mark != nullptr; mark = mark->next_) mark->list_ = nullptr;
+    for (auto* mark = first_; mark != nullptr; mark = mark->next_) mark->list_ = nullptr;
   }
 
   // The member at `place` is about to leave; `next` is the one behind it.
-  void leaving(const Place& place, const Place& next) {
-    for (Bookmark<Place>* mark = first_; mark != nullptr; mark = mark->next_) {
+  void leaving(const Ptr<V>& member, const Place& place, const Place& next) {
+    for (auto* mark = first_; mark != nullptr; mark = mark->next_) {
       if (mark->place_ != place) continue;
       mark->place_ = next;
-      mark->stepped_ = true;
+      if (mark->left_ == nullptr) mark->left_ = member;
     }
   }
 
  private:
-  friend class Bookmark<Place>;
+  friend class Bookmark<V, Place>;
 
-  Bookmark<Place>* first_ = nullptr;
+  Bookmark<V, Place>* first_ = nullptr;
 };
 
-template <class Place>
-void Bookmark<Place>::enter() {
+template <class V, class Place>
+void Bookmark<V, Place>::enter() {
   if (list_ == nullptr) return;
   previous_ = nullptr;
   next_ = std::exchange(list_->first_, this);
   if (next_ != nullptr) next_->previous_ = this;
 }
 
-template <class Place>
-void Bookmark<Place>::leave() {
+template <class V, class Place>
+void Bookmark<V, Place>::leave() {
   if (list_ == nullptr) return;
   (previous_ == nullptr ? list_->first_ : previous_->next_) = next_;
   if (next_ != nullptr) next_->previous_ = previous_;

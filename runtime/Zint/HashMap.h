@@ -53,18 +53,20 @@ class HashMapLink {
 template <class V, class K>
 class HashMap {
  public:
-  // A position; false at the end.
+  // A position; false at the end. A member that leaves the map is held until the next step.
   class Iterator {
    public:
     explicit operator bool() const { return current_ != nullptr; }
-    const Ptr<V>& operator*() const { return current_; }
-    V* operator->() const { return current_.ptr(); }
+    Ptr<V> operator*() const { return current_; }
+    V* operator->() const { return current_; }
     Iterator& operator++() {
+      // Let go of last: as it goes it may remove members, or the map itself.
+      const Ptr<V> left = mark_.leftDel();
       if (mark_.isOrphan()) {
         current_ = nullptr;
         return *this;
       }
-      mark_.placeIs(mark_.isStepped() ? mark_.place() : map_->after(*current_));
+      if (left == nullptr) mark_.placeIs(map_->after(*current_));
       current_ = mark_.place();
       return *this;
     }
@@ -75,8 +77,8 @@ class HashMap {
         : map_(&map), mark_(map.bookmarks_, map.first()), current_(mark_.place()) {}
 
     const HashMap* map_;
-    Bookmark<V*> mark_;
-    Ptr<V> current_;  // stays when it has left the map, until the next step
+    Bookmark<V, V*> mark_;
+    V* current_;  // null at the end
   };
 
   HashMap() = default;
@@ -174,7 +176,7 @@ class HashMap {
       before = place->ptr();
       place = &link(*before).fwkHmNext_;
     }
-    bookmarks_.leaving(&member, after(member));
+    bookmarks_.leaving(*place, &member, after(member));
     if (bucket.last == &member) bucket.last = before;
     Ptr<V> t = std::move(*place);
     *place = std::move(link(member).fwkHmNext_);
@@ -212,7 +214,7 @@ class HashMap {
   std::vector<Bucket> buckets_;
   U32 bits_ = 0;
   U32 size_ = 0;
-  mutable BookmarkList<V*> bookmarks_;
+  mutable BookmarkList<V, V*> bookmarks_;
 };
 
 }  // namespace Zint

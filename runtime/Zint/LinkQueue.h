@@ -25,7 +25,7 @@ class LinkQueueLink {
 };
 
 // A queue's bookkeeping: `head` is the index of the first member, `next` the index that the next
-// one receives. In texts "head:next".
+// one receives, always behind the last one's. In texts "head:next".
 template <std::unsigned_integral I>
 struct LinkQueueMetadata {
   I head = 0;
@@ -61,23 +61,15 @@ class LinkQueue {
   // The member behind `member`, null at the end.
   V* after(const V& member) const { return link(member).next_.ptr(); }
 
-  // The index that the next member receives: behind the last member, wherever the metadata stands.
-  I nextIndex() const {
-    if (head_ == nullptr) return metadata_.next;
-    const I byMetadata = static_cast<I>(metadata_.next - metadata_.head);
-    const I byTail = static_cast<I>(tail_->zint_index() + 1 - metadata_.head);
-    return static_cast<I>(metadata_.head + (byMetadata > byTail ? byMetadata : byTail));
-  }
-
   // Appends. The range exception "linkqueue index space full" when the index behind the new member
   // would be that of the head.
-  void enq(const Ptr<V>& member) { append(nextIndex(), member); }
+  void enq(const Ptr<V>& member) { append(metadata_.next, member); }
 
-  // Appends a member with an index of its own choice; one that lies before nextIndex() raises the
-  // range exception "linkqueue index out of range".
+  // Appends a member with an index of its own choice; one that lies before `next` raises the range
+  // exception "linkqueue index out of range".
   void insert(I index, const Ptr<V>& member) {
     if (head_ != nullptr &&
-        static_cast<I>(index - metadata_.head) < static_cast<I>(nextIndex() - metadata_.head)) {
+        static_cast<I>(index - metadata_.head) < static_cast<I>(metadata_.next - metadata_.head)) {
       throwRangeException("linkqueue index out of range");
     }
     append(index, member);

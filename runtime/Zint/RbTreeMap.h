@@ -4,7 +4,7 @@
 //
 //   RbTreeMap<Region, ChipAddress> regions;
 //   regions.insert(region);                      // under region->fwkKey()
-//   for (auto it = regions.iterator(); it; ++it) if (old(**it)) regions.del(it.key());
+//   for (auto it = regions.iterator(); it; ++it) if (old(**it)) regions.del(it->fwkKey());
 #pragma once
 
 #include <Zint/Assert.h>
@@ -21,40 +21,37 @@ class RbTreeMap {
   using Place = typename Tree::const_iterator;
 
  public:
-  // A position; false at the end.
+  // A position; false at the end. A member that leaves the map is held until the next step.
   class Iterator {
    public:
     explicit operator bool() const { return current_ != nullptr; }
-    const Ptr<V>& operator*() const { return current_; }
-    V* operator->() const { return current_.ptr(); }
-    const K& key() const { return key_; }
+    Ptr<V> operator*() const { return current_; }
+    V* operator->() const { return current_; }
     Iterator& operator++() {
+      // Let go of last: as it goes it may remove members, or the map itself.
+      const Ptr<V> left = mark_.leftDel();
       if (mark_.isOrphan()) {
         current_ = nullptr;
-      } else {
-        mark_.placeIs(mark_.isStepped() ? mark_.place() : std::next(mark_.place()));
-        read();
+        return *this;
       }
+      if (left == nullptr) mark_.placeIs(std::next(mark_.place()));
+      read();
       return *this;
     }
 
    private:
     friend class RbTreeMap;
-    explicit Iterator(const RbTreeMap& map)
-        : map_(&map), mark_(map.bookmarks_, map.tree_.begin()), key_() {
+    explicit Iterator(const RbTreeMap& map) : map_(&map), mark_(map.bookmarks_, map.tree_.begin()) {
       read();
     }
     void read() {
       const bool end = mark_.place() == map_->tree_.end();
-      if (!end) key_ = mark_.place()->first;
-      // Last: what is let go of may remove members, or the map itself, as it goes.
-      current_ = end ? nullptr : mark_.place()->second;
+      current_ = end ? nullptr : mark_.place()->second.ptr();
     }
 
     const RbTreeMap* map_;
-    Bookmark<Place> mark_;
-    Ptr<V> current_;  // stays when it has left the map, until the next step
-    K key_;
+    Bookmark<V, Place> mark_;
+    V* current_ = nullptr;  // null at the end
   };
 
   RbTreeMap() = default;
@@ -80,21 +77,24 @@ class RbTreeMap {
   // Removes and returns the member of that key; null when there is none.
   Ptr<V> del(const K& key) {
     const auto place = tree_.find(key);
-    if (place == tree_.end()) return nullptr;
-    bookmarks_.leaving(place, std::next(place));
+    return place == tree_.end() ? nullptr : unlinked(place);
+  }
+
+  // Removes every member, in ascending order.
+  void delAll() {
+    while (!tree_.empty()) unlinked(tree_.begin());
+  }
+
+ private:
+  Ptr<V> unlinked(typename Tree::iterator place) {
+    bookmarks_.leaving(place->second, place, std::next(place));
     Ptr<V> member = std::move(place->second);
     tree_.erase(place);
     return member;
   }
 
-  // Removes every member, in ascending order.
-  void delAll() {
-    while (!tree_.empty()) del(K(tree_.begin()->first));
-  }
-
- private:
   Tree tree_;
-  mutable BookmarkList<Place> bookmarks_;
+  mutable BookmarkList<V, Place> bookmarks_;
 };
 
 }  // namespace Zint

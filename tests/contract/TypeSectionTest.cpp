@@ -2,6 +2,7 @@
 // read the file without loading it.
 #include <Hardware/Umbra.h>
 #include <elf.h>
+#include <fakes/Sanitizers.h>
 #include <link.h>
 
 #include <gtest/gtest.h>
@@ -11,8 +12,6 @@
 #include <iterator>
 #include <string>
 #include <vector>
-
-extern "C" [[gnu::weak]] void __asan_init();  // there when the address sanitizer is
 
 namespace {
 
@@ -109,7 +108,7 @@ class TypeSection : public testing::Test {
     ASSERT_EQ(found.size(), 1u) << path;
     // Some sanitizers fence in each variable with zero bytes.
     std::string& bytes = found[0].bytes;
-    if (&__asan_init != nullptr) bytes.resize(bytes.find_last_not_of('\0') + 2);
+    if (Fakes::addressesAreSanitized()) bytes.resize(bytes.find_last_not_of('\0') + 2);
   }
 
   const std::string path = libraryPath();

@@ -375,7 +375,7 @@ bool Scenario::compareRegistry() {
   auto member = model_.shadow(shadow).registry.begin();
   for (auto actual = subject_.shadow().chipMemoryIterator(); actual; ++actual, ++member) {
     if (member == model_.shadow(shadow).registry.end() ||
-        !same("registered address", member->first, actual.key().value()) ||
+        !same("registered address", member->first, actual->fwkKey().value()) ||
         subject_.region(member->second) != actual->chipMemory()) {
       difference_ += " (registry)";
       return false;

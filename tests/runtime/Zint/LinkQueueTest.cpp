@@ -65,7 +65,7 @@ TEST_F(LinkQueueTest, firstInFirstOut) {
 TEST_F(LinkQueueTest, enq_countsTheIndexUpFrom0) {
   for (int i = 0; i < 3; ++i) enq();
   EXPECT_THAT(indices(), ElementsAre(0, 1, 2));
-  EXPECT_EQ(queue.nextIndex(), 3u);
+  EXPECT_EQ(queue.metadata().next, 3u);
 }
 
 TEST_F(LinkQueueTest, enq_goesOnCountingWhenTheQueueWasEmptied) {
