@@ -261,6 +261,7 @@ TEST_F(HashMapIterator, survivesTheRemovalOfItsMemberAndThoseBehind) {
   del(0);
   del(1);
   del(2);
+  EXPECT_EQ(it->fwkKey().id, 0u) << "not one of those behind it";
   ++it;
   EXPECT_THAT(rest(it), ElementsAre(3, 4));
 }

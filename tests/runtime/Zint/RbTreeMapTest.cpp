@@ -87,9 +87,11 @@ TEST_F(RbTreeMapTest, anIteratorSurvivesTheRemovalOfItsMember) {
   ++it;
   map.del(20);
   EXPECT_EQ(it->fwkKey(), 20u) << "held until the next step";
-  EXPECT_EQ(it->fwkKey(), 20u);
   map.del(30);
+  EXPECT_EQ(it->fwkKey(), 20u) << "not the one behind it";
+  EXPECT_EQ(Member::living, 4);
   ++it;
+  EXPECT_EQ(Member::living, 3);
   EXPECT_THAT(rest(it), ElementsAre(40, 50));
 }
 
