@@ -72,6 +72,13 @@ TEST_F(PlainPath, whatDoesNotFitIsFatalAllTheSame) {
             "( entry + numEntries ) <= cm->entries()");
   EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 16, 0); }),
             "entry + numEntries <= cm->entries()");
+  EXPECT_EQ(Fakes::assertedCondition([&] { read(0xffffffff, 8); }),
+            "( entry + numEntries ) <= cm->entries()")
+      << "nor does one that begins at the end of all numbers and ends within";
+  EXPECT_EQ(Fakes::assertedCondition([&] {
+              shadow->shadowWriteAndCompareWithCache(mac, 0xffffffff, bytes, 8);
+            }),
+            "entry + numEntries <= cm->entries()");
   const Hal::BufBase::Ptr whole = mac->shadow();
   mac->shadowIs(Zint::makePtr<Hal::Buf>(128u));  // room for more entries than there are
   EXPECT_EQ(Fakes::assertedCondition([&] { read(16, 4); }),

@@ -4,6 +4,7 @@
 #include <runtime/Probes.h>
 
 #include <memory>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -106,6 +107,25 @@ TEST_F(RbTreeMapTest, aCopyOfAnIteratorStandsWhereTheOriginalStood) {
   EXPECT_THAT(rest(assigned), ElementsAre(20, 30, 40, 50)) << "as the original";
   EXPECT_THAT(rest(copied), ElementsAre(20, 30, 40, 50));
   EXPECT_THAT(rest(it), ElementsAre(20, 30, 40, 50));
+}
+
+TEST_F(RbTreeMapTest, anAssignedIteratorStandsInTheMapOfTheOther) {
+  Map other;
+  for (U32 key : {1u, 2u, 3u}) other.insert(makePtr<Member>(key));
+  auto it = map.iterator();
+  it = other.iterator();
+  map.del(10);
+  other.del(1);
+  EXPECT_THAT(rest(it), ElementsAre(1, 2, 3)) << "held, and moved on";
+}
+
+TEST_F(RbTreeMapTest, anAssignedIteratorMayEndBeforeTheOneItCameFrom) {
+  std::optional<Map::Iterator> brief = map.iterator();
+  auto it = map.iterator();
+  *brief = it;
+  brief.reset();
+  map.del(10);
+  EXPECT_THAT(rest(it), ElementsAre(10, 20, 30, 40, 50));
 }
 
 TEST_F(RbTreeMapTest, anIteratorEndsWhenAllHaveGone) {
