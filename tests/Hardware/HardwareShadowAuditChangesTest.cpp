@@ -79,6 +79,24 @@ TEST_F(HardwareShadowAuditChanges, switchingOnAndOffMovesTheRegionAndItsEntries)
   EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 4u);
 }
 
+TEST_F(HardwareShadowAuditChanges, switchingGoesThroughTheRegionsVirtualOperation) {
+  struct Switched : ChipMemory {
+    using ChipMemory::ChipMemory;
+    void auditEnabledIs(bool enabled) override {
+      calls.push_back(enabled);
+      ChipMemory::auditEnabledIs(enabled);
+    }
+    std::vector<bool> calls;
+  };
+  const auto vlan = Zint::makePtr<Switched>("vlan", ChipAddress(0x2000), 4u, 4u, 4u, ham);
+  configure({vlan});
+  shadow->chipMemoryAuditEnabledIs(vlan, true);
+  EXPECT_EQ(vlan->calls, std::vector<bool>{true});
+  EXPECT_TRUE(vlan->auditEnabled());
+  shadow->chipMemoryAuditEnabledIs(vlan, false);
+  EXPECT_EQ(vlan->calls, (std::vector<bool>{true, false}));
+}
+
 TEST_F(HardwareShadowAuditChanges, switchingOffInOverrideChangesTheFlagAlone) {
   configure({mac});
   mac->modeIs(ChipMemory::override());

@@ -260,6 +260,30 @@ TEST_F(HardwareShadowAudit, accessMethodSaysWhatIsEqual) {
   EXPECT_TRUE(scripted->log.empty());
 }
 
+TEST_F(HardwareShadowAudit, accessMethodIsGivenTheShadowsEntryThenTheHardwaresAndTheEntrySize) {
+  struct Compared {
+    U8* a;
+    U8* b;
+    U32 bytes;
+    bool operator==(const Compared&) const = default;
+  };
+  struct ComparingHam : Fakes::RecordingHam {
+    bool doCompare(U8* a, U8* b, U32 bytes) const override {
+      compared.push_back({a, b, bytes});
+      return RecordingHam::doCompare(a, b, bytes);
+    }
+    mutable std::vector<Compared> compared;
+  };
+  const auto comparing = Zint::makePtr<ComparingHam>();
+  ham = comparing;
+  const ChipMemory::Ptr cm = audited("cm", 0x5000, 2);
+  auditing({cm});
+  pass();
+  EXPECT_EQ(comparing->compared,
+            (std::vector<Compared>{{cm->shadow()->data(), cm->hardware()->data(), 4},
+                                   {cm->shadow()->data() + 4, cm->hardware()->data() + 4, 4}}));
+}
+
 TEST_F(HardwareShadowAudit, memberIsSkippedWithoutShadowInOverrideOrWithoutAudit) {
   const ChipMemory::Ptr a = audited("a", 0x2000, 2), b = audited("b", 0x3000, 2),
                         c = audited("c", 0x4000, 2);

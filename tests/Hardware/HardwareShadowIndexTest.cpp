@@ -1,6 +1,7 @@
 // The address index: how it is built, and what findChipMemory makes of it.
 #include <map>
 
+#include "Allocations.h"
 #include "fakes/ShadowTest.h"
 
 namespace {
@@ -100,6 +101,23 @@ TEST_F(HardwareShadowIndex, hitSetsTheLastRegionAndAGapLeavesIt) {
   EXPECT_EQ(shadow->lastChipMemory(), mac);
   EXPECT_EQ(found(0x1800), nullptr);
   EXPECT_EQ(shadow->lastChipMemory(), mac);
+}
+
+TEST_F(HardwareShadowIndex, aLookupAllocatesNothing) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4), vlan = region("vlan", 0x2000, 4);
+  configure({mac, vlan});
+  ChipMemory::Ptr inIndex, inLast, missed = mac;
+  EXPECT_EQ(Fakes::allocationsOf([&] { inIndex = found(0x1004); }), 0u);
+  EXPECT_EQ(inIndex, mac);
+  EXPECT_EQ(Fakes::allocationsOf([&] { inLast = found(0x1008); }), 0u);
+  EXPECT_EQ(inLast, mac);
+  EXPECT_EQ(Fakes::allocationsOf([&] { inIndex = found(0x2000); }), 0u);
+  EXPECT_EQ(inIndex, vlan);
+  EXPECT_EQ(Fakes::allocationsOf([&] { missed = found(0x1800); }), 0u);
+  EXPECT_EQ(missed, nullptr);
+  EXPECT_EQ(Fakes::allocationsOf([&] { missed = found(0x500001000); }), 0u);
+  EXPECT_EQ(missed, nullptr);
+  EXPECT_GT(Fakes::allocationsOf([&] { missed = region("new", 0x3000, 4); }), 0u) << "it counts";
 }
 
 TEST_F(HardwareShadowIndex, lastRegionAnswersEvenWhenTheIndexHasBeenCleared) {
@@ -322,6 +340,67 @@ TEST_F(HardwareShadowIndex, aChunkThatSaysItIsEmptyIsLookedAtFromItsBeginning) {
   configure({low, first, second});
   shadow->chipMemoryChunk(1)->nextIndexIs(0);
   EXPECT_EQ(found(0x1'0000'0104), first);
+}
+
+// --- Removals by key touch no other part of the index -------------------------------------------
+
+class HardwareShadowIndexRemoval : public HardwareShadowIndex {
+ protected:
+  HardwareShadowIndexRemoval() { configure({low, high}); }
+
+  ChipMemory::Ptr low = region("low", 0x200000100, 4), high = region("high", 0x700000100, 4);
+};
+
+TEST_F(HardwareShadowIndexRemoval, chipMemoryChunkDel_leavesTheArraysAndTheLookup) {
+  const auto chunk = shadow->chipMemoryChunk(7);
+  EXPECT_EQ(shadow->chipMemoryChunkDel(7), chunk);
+  EXPECT_EQ(shadow->chipMemoryChunk(7), nullptr);
+  EXPECT_EQ(shadow->chipMemoryChunks(), 1u);
+  EXPECT_EQ(shadow->chipMemoryChunkArrays(), 2u);
+  EXPECT_EQ(shadow->chipMemoryChunkArray(1), chunk);
+  EXPECT_EQ(shadow->chipMemoryIds(), 2u);
+  EXPECT_EQ(shadow->chipMemoryId(1), 7u);
+  EXPECT_EQ(shadow->nextIndex(), 2);
+  EXPECT_EQ(chunk->nextIndex(), 1);
+  EXPECT_EQ(found(0x700000104), high);
+}
+
+TEST_F(HardwareShadowIndexRemoval, chipMemoryIdDel_leavesTheChunksAndTheCount) {
+  const auto chunk = shadow->chipMemoryChunk(7);
+  shadow->chipMemoryIdDel(1);
+  EXPECT_EQ(shadow->chipMemoryIds(), 1u);
+  EXPECT_EQ(shadow->chipMemoryChunkArrays(), 2u);
+  EXPECT_EQ(shadow->chipMemoryChunkArray(1), chunk);
+  EXPECT_EQ(shadow->chipMemoryChunk(7), chunk);
+  EXPECT_EQ(shadow->nextIndex(), 2);
+}
+
+TEST_F(HardwareShadowIndexRemoval, chipMemoryChunkArrayDel_leavesTheIdsTheChunksAndTheCount) {
+  const auto chunk = shadow->chipMemoryChunk(7);
+  shadow->chipMemoryChunkArrayDel(1);
+  EXPECT_EQ(shadow->chipMemoryChunkArrays(), 1u);
+  EXPECT_EQ(shadow->chipMemoryIds(), 2u);
+  EXPECT_EQ(shadow->chipMemoryId(1), 7u);
+  EXPECT_EQ(shadow->chipMemoryChunk(7), chunk);
+  EXPECT_EQ(shadow->nextIndex(), 2);
+}
+
+TEST_F(HardwareShadowIndexRemoval, offsetDel_leavesTheRegionsAndTheCountOfItsChunk) {
+  const auto chunk = shadow->chipMemoryChunk(7);
+  chunk->offsetDel(0);
+  EXPECT_EQ(chunk->offsets(), 0u);
+  EXPECT_EQ(chunk->chipMemorys(), 1u);
+  EXPECT_EQ(chunk->chipMemory(0), high);
+  EXPECT_EQ(chunk->nextIndex(), 1);
+}
+
+TEST_F(HardwareShadowIndexRemoval, chipMemoryDel_leavesTheOffsetsAndTheCountOfItsChunk) {
+  const auto chunk = shadow->chipMemoryChunk(7);
+  chunk->chipMemoryDel(0);
+  EXPECT_EQ(chunk->chipMemorys(), 0u);
+  EXPECT_EQ(chunk->offsets(), 1u);
+  EXPECT_EQ(chunk->offset(0), 0x100u);
+  EXPECT_EQ(chunk->nextIndex(), 1);
 }
 
 }  // namespace

@@ -71,6 +71,15 @@ TEST_F(HardwareShadowRegistry, chipMemoryIs_anotherRegionAtTheAddressRebindsAndT
                     "indirectAddress=0x0"}}));
 }
 
+TEST_F(HardwareShadowRegistry, chipMemoryIs_theReactorWatchesTheOtherRegionAndLetsGoOfTheFirst) {
+  const auto reactor = shadow->chipMemoryIs(mac);
+  EXPECT_EQ(reactor->notifier(), mac.ptr());
+  const ChipMemory::Ptr other = region("other", 0x1000, 2);
+  shadow->chipMemoryIs(other);
+  EXPECT_EQ(reactor->notifier(), other.ptr());
+  EXPECT_EQ(mac->references(), 1u) << "this test's";
+}
+
 TEST_F(HardwareShadowRegistry, newChipMemory_insertsWithoutAnyReaction) {
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
   EXPECT_EQ(shadow->newChipMemory(mac)->chipMemory(), mac);
@@ -169,6 +178,32 @@ TEST_F(HardwareShadowRegistry, changesNeedUnconfiguredOrOverrideHardware) {
   shadow->chipMemoryIs(vlan);
   shadow->chipMemoryDel(mac->address());
   EXPECT_EQ(shadow->chipMemorys(), 1u);
+}
+
+TEST_F(HardwareShadowRegistry, changesWhileConfiguredIsAnnouncedNeedOverrideHardwareToo) {
+  class StateWatch : public HardwareShadow::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onState() override {
+      if (notifier()->state() == HardwareShadow::configured()) then();
+    }
+    std::function<void()> then;
+  };
+  std::vector<std::string> conditions;
+  const auto asserted = [&](const std::function<void()>& change) {
+    conditions.push_back(Fakes::assertedCondition(change));
+  };
+  const auto watch = Zint::makePtr<StateWatch>(loop.activity, shadow);
+  watch->then = [&] {
+    asserted([&] { shadow->chipMemoryIs(vlan); });
+    asserted([&] { shadow->chipMemoryIs(region("other", 0x1000, 1)); });
+    asserted([&] { shadow->chipMemoryDel(mac->address()); });
+    shadow->overrideHardwareIs(true);
+    asserted([&] { shadow->chipMemoryIs(mac); });
+  };
+  configure({mac});
+  const std::string rule = "state_ == unconfigured_ || overrideHardware_";
+  EXPECT_EQ(conditions, (std::vector<std::string>{rule, rule, rule, ""}));
 }
 
 TEST_F(HardwareShadowRegistry, theRuleIsCheckedAfterTheCollectionHasChanged) {

@@ -31,8 +31,12 @@ class HardwareShadowState : public Fakes::ShadowTest {
   class Commands : public ChipReadRequest::NotifieeConst {
    public:
     using NotifieeConst::NotifieeConst;
-    void onState() override { given.push_back(notifier()->state()); }
+    void onState() override {
+      given.push_back(notifier()->state());
+      if (then) then();
+    }
     std::vector<S32> given;
+    std::function<void()> then;
   };
 
   void stateReached(State state) {
@@ -345,6 +349,15 @@ TEST_F(HardwareShadowState, configuredIsAnnouncedBeforeItIsActedOn) {
   EXPECT_EQ(watch->indexed, (std::vector<U32>{0, 1}));
 }
 
+TEST_F(HardwareShadowState, entriesUnderAuditAreCountedWhenIdleIsAnnounced) {
+  const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
+  std::vector<U32> counted;
+  watch->then = [&](State) { counted.push_back(shadow->chipMemoryEntriesUnderAudit()); };
+  configure({mac, plain, audited("vlan", 0x3000, 5)});
+  EXPECT_EQ(watch->seen, (States{configured, idle}));
+  EXPECT_EQ(counted, (std::vector<U32>{0, 16 + 5}));
+}
+
 // --- Auditing and idle --------------------------------------------------------------------------
 
 TEST_F(HardwareShadowState, auditingWithNothingToAuditGoesStraightBackToIdle) {
@@ -369,6 +382,17 @@ TEST_F(HardwareShadowState, idleKeepsTheRequestsRegionsTheCountsAndTheBuffers) {
   EXPECT_EQ(shadow->audits(), 1u);
   EXPECT_EQ(shadow->lastAuditStartTime(), 3.0);
   EXPECT_EQ(mac->shadow(), store);
+}
+
+TEST_F(HardwareShadowState, idleDisarmsTheClockBeforeTheRequestIsStopped) {
+  stateReached(auditing);
+  const auto commands = Zint::makePtr<Commands>(loop.activity, shadow->auditReadRequest());
+  Zint::Seconds wake = loop.activity->wakeTime();
+  EXPECT_EQ(wake, 0.0);
+  commands->then = [&] { wake = loop.activity->wakeTime(); };
+  shadow->stateIs(idle);
+  EXPECT_EQ(commands->given, std::vector<S32>{ChipReadRequest::stop_});
+  EXPECT_EQ(wake, Zint::never);
 }
 
 TEST_F(HardwareShadowState, firstPassBeginsInTheNextTurnNotInTheCall) {

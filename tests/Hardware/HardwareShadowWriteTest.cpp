@@ -1,4 +1,5 @@
 // The write path: what is stored, what is marked, and whether the chip still needs the write.
+#include "Allocations.h"
 #include "fakes/ShadowTest.h"
 
 namespace {
@@ -358,6 +359,28 @@ TEST_F(HardwareShadowWrite, shadowWriteHack_sizeIsCheckedByTheLookup) {
   mac->allowsLogicalViewsIs(true);
   EXPECT_ASSERTION(shadow->shadowWriteHack(ChipAddress(0x1000), bytes, 6), 0, writeFunction,
                    "size % cm->entrySize() == 0");
+}
+
+// With an observer on the region a write takes the long way.
+TEST_F(HardwareShadowWrite, theLongWayAllocatesNothingForAKnownEntry) {
+  struct Hits : ChipMemory::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void handleNotification(Zint::ActivityConfig*) override {
+      if (attribute() == ChipMemory::Id::writeCacheHits) ++told;
+    }
+    U32 told = 0;
+  };
+  Hardware::umbraTrace().levelUpToIs(6);
+  mac->skipWriteIfMatchesCacheIs(true);
+  const auto hits = Zint::makePtr<Hits>(loop.activity, mac);
+  EXPECT_FALSE(write(mac, 3, 7));
+  bool skipped = false;
+  EXPECT_EQ(Fakes::allocationsOf([&] { skipped = write(mac, 3, 7); }), 0u);
+  EXPECT_TRUE(skipped);
+  EXPECT_EQ(hits->told, 1u);
+  EXPECT_EQ(Fakes::allocationsOf([&] { skipped = write(mac, 3, 8); }), 0u) << "another value";
+  EXPECT_FALSE(skipped);
+  EXPECT_EQ(word(mac->shadow(), 3), 8u);
 }
 
 // --- What callbacks may do ----------------------------------------------------------------------

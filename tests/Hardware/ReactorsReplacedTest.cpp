@@ -72,6 +72,14 @@ TEST_F(ReaderReactors, withoutReactorsTheActivityIsStillReplaced) {
   EXPECT_EQ(reader->zintFwkActivity(), nullptr);
 }
 
+TEST_F(ReaderReactors, anotherActivityIsPassedOnToBothReactors) {
+  const auto next = Zint::activityFactory("next", Zint::Ptr<const Zint::Clock>(loop.clock));
+  const U32 before = loop.activity->references(), beforeOfNext = next->references();
+  reader->zintFwkActivityIs(next);
+  EXPECT_EQ(loop.activity->references(), before - 3) << "the reader's and its two reactors'";
+  EXPECT_EQ(next->references(), beforeOfNext + 3);
+}
+
 TEST_F(ReaderReactors, aReaderMarkedForDeletionDoesNotServeAnotherRequestOrClock) {
   other->chipMemoryIs(first);
   other->stateIs(ChipReadRequest::start_);
@@ -120,6 +128,15 @@ TEST_F(ShadowReactors, withoutReactorsTheActivityIsStillReplaced) {
   shadow->auditReadRequestIs(nullptr);
   shadow->zintFwkActivityIs(nullptr);
   EXPECT_EQ(shadow->zintFwkActivity(), nullptr);
+}
+
+TEST_F(ShadowReactors, anotherActivityIsPassedOnToBothReactors) {
+  configure({});
+  const auto next = Zint::activityFactory("next", Zint::Ptr<const Zint::Clock>(loop.clock));
+  const U32 before = loop.activity->references(), beforeOfNext = next->references();
+  shadow->zintFwkActivityIs(next);
+  EXPECT_EQ(loop.activity->references(), before - 3) << "the shadow's and its two reactors'";
+  EXPECT_EQ(next->references(), beforeOfNext + 3);
 }
 
 TEST_F(ShadowReactors, withoutARequestNoAnswerIsAwaited) {

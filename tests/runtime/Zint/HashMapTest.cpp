@@ -5,6 +5,7 @@
 #include <runtime/Probes.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <random>
@@ -375,6 +376,78 @@ TEST_F(HashMapIterator, visitsEveryRemainingMemberOnceWhateverIsRemoved) {
     }
     ASSERT_EQ(at, model.size()) << "seed " << seed;
   }
+}
+
+// Does something as it goes.
+class Ending : public Zint::PtrInterface, public HashMapLink<Ending> {
+ public:
+  Ending(U32 id, std::function<void()> atEnd) : key_{id << 28, id}, atEnd_(std::move(atEnd)) {}
+  const Placed& fwkKey() const { return key_; }
+
+ protected:
+  ~Ending() override {
+    if (atEnd_) atEnd_();
+  }
+
+ private:
+  Placed key_;
+  std::function<void()> atEnd_;
+};
+
+// Stands on the first of five members, which has left and goes with the next step.
+struct HashMapStep : testing::Test {
+  using EndingMap = HashMap<Ending, Placed>;
+
+  HashMapStep() {
+    insert(0, [this] { atFirstEnd(); });
+    insert(1, [this] { atSecondEnd(); });
+    for (U32 id = 2; id < 5; ++id) insert(id, nullptr);
+  }
+  void insert(U32 id, std::function<void()> atEnd) {
+    map->insert(makePtr<Ending>(id, std::move(atEnd)));
+  }
+  void del(U32 id) { map->del({id << 28, id}); }
+  std::vector<U32> walked() {
+    std::vector<U32> walked;
+    for (auto it = map->iterator(); it; ++it) {
+      walked.push_back(it->fwkKey().id);
+      if (walked.size() == 1) del(0);
+    }
+    return walked;
+  }
+
+  std::function<void()> atFirstEnd = [] {}, atSecondEnd = [] {};
+  std::unique_ptr<EndingMap> map = std::make_unique<EndingMap>();
+};
+
+TEST_F(HashMapStep, survivesTheRemovalOfTheNextMemberByTheEndOfTheLast) {
+  atFirstEnd = [&] { del(1); };
+  EXPECT_THAT(walked(), ElementsAre(0, 1, 2, 3, 4)) << "the next is held until the step after";
+  EXPECT_EQ(map->size(), 3u);
+}
+
+TEST_F(HashMapStep, survivesTheRemovalOfSeveralMembersByTheEndOfTheLast) {
+  atFirstEnd = [&] {
+    for (const U32 id : {2u, 1u, 4u}) del(id);
+  };
+  EXPECT_THAT(walked(), ElementsAre(0, 1, 3));
+  EXPECT_EQ(map->size(), 1u);
+}
+
+TEST_F(HashMapStep, survivesEndsThatBringAboutOneAnother) {
+  atFirstEnd = [&] { del(1); };
+  atSecondEnd = [&] {
+    del(2);
+    del(3);
+  };
+  EXPECT_THAT(walked(), ElementsAre(0, 1, 2, 4));
+  EXPECT_EQ(map->size(), 1u);
+}
+
+TEST_F(HashMapStep, endsWhenTheEndOfTheLastMemberDestroysTheMap) {
+  atFirstEnd = [&] { map = nullptr; };
+  EXPECT_THAT(walked(), ElementsAre(0, 1)) << "the next is held until the step after";
+  EXPECT_EQ(map, nullptr);
 }
 
 // Runs `body` on a thread with a stack of 128 KiB.
