@@ -10,10 +10,12 @@ namespace {
 PlainFunctions plainFunctionsRead() {
   const ChipHam::Ptr ham = Zint::makePtr<ChipHam>("plain");
   const ChipMemory::Ptr region = chipMemoryFactory("plain", ChipAddress(), 0, 0, 0, nullptr);
-  return {slotFunction(*ham, &ChipHam::doCompare), slotFunction(*ham, &ChipHam::doWriteToCache),
+  return {slotFunction(*ham, &ChipHam::doCompare),
+          slotFunction(*ham, &ChipHam::doWriteToCache),
           slotFunction(*ham, &ChipHam::doReadFromCache),
           slotFunction(*region, &ChipMemory::readCacheHitsInc),
-          slotFunction(*region, &ChipMemory::readCacheHitsIs)};
+          slotFunction(*region, &ChipMemory::readCacheHitsIs),
+          slotFunction(*region, &ChipMemory::writeCacheHitsInc)};
 }
 
 }  // namespace

@@ -40,6 +40,9 @@ class UMBRA_API ChipHam : public Zint::Entity {
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : Zint::NotifieeOf<NotifieeConst, ChipHam> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   explicit ChipHam(Zint::Name name) : Entity(std::move(name)) {}
 

@@ -100,6 +100,9 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : Zint::NotifieeOf<NotifieeConst, ChipMemory> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   ChipMemory(Zint::String8 name, const ChipAddress& address, U32 entries, U32 entrySize, U32 stride,
              const Zint::Ptr<ChipHam>& chipHam);

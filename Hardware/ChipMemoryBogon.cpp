@@ -94,10 +94,4 @@ ChipMemoryBogon::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConf
 
 ChipMemoryBogon::NotifieeConst::~NotifieeConst() = default;
 
-ChipMemoryBogon::Notifiee::Notifiee(const Zint::Ptr<Zint::ActivityConfig>& activity,
-                                    const Zint::Ptr<ChipMemoryBogon>& directory)
-    : NotifieeConst(activity, directory) {}
-
-ChipMemoryBogon::Notifiee::~Notifiee() = default;
-
 }  // namespace Hardware

@@ -35,17 +35,8 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
    protected:
     ~NotifieeConst() override;
   };
-  // The same for an observer that may change what it observes.
-  class UMBRA_API Notifiee : public NotifieeConst {
-   public:
-    Notifiee(const Zint::Ptr<Zint::ActivityConfig>& activity,
-             const Zint::Ptr<ChipMemoryBogon>& directory);
-    ChipMemoryBogon* notifier() const {
-      return const_cast<ChipMemoryBogon*>(NotifieeConst::notifier());
-    }
-
-   protected:
-    ~Notifiee() override;
+  struct Notifiee : Zint::NotifieeOf<NotifieeConst, ChipMemoryBogon> {
+    using NotifieeOf::NotifieeOf;
   };
 
   using Map = Zint::HashMap<ChipMemory, Zint::String8>;
@@ -53,10 +44,12 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
   // Walks the regions and can remove them.
   class ChipMemoryIterator : public Map::Iterator {
    public:
-    // Removes the region at which this stands, and announces it.
+    // Removes the region at which this stands, and announces it; one that has left is left alone.
     void del() {
+      if (hasLeft()) return;
       const ChipMemory::Ptr region = **this;
-      if (directory_->chipMemory_.del(region->fwkKey()) != nullptr) deleteNotify(region);
+      directory_->chipMemory_.del(region->fwkKey());
+      deleteNotify(region);
     }
     void deleteNotify(const ChipMemory::Ptr& region) {
       const ChipMemory::Ptr held = region;  // a notifiee may clear the pointer that was passed

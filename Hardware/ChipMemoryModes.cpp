@@ -88,9 +88,9 @@ void ChipMemory::writeback(bool initializedOnly) {
   // Held: an access may replace the store, which ends the write-back, or drop the region.
   const Ptr self(this);
   const Hal::BufBase::Ptr shadowBuf = shadow_;
-  UMBRA_ASSERT_REGION(*this, chipHam_);
-  UMBRA_ASSERT_REGION(*this, entriesFit(*shadowBuf, entries_, entrySize_));
   if (!initializedOnly) {
+    UMBRA_ASSERT_REGION(*this, chipHam_);
+    UMBRA_ASSERT_REGION(*this, entriesFit(*shadowBuf, entries_, entrySize_));
     chipHam_->doWrite(address_, shadowBuf->data(), entrySize_, entries_);
     return;
   }
@@ -98,6 +98,8 @@ void ChipMemory::writeback(bool initializedOnly) {
   for (U32 i = 0; i < entries_ && shadow_ == shadowBuf; ++i) {
     if (!entryInitialized(i)) continue;
     ++count;
+    UMBRA_ASSERT_REGION(*this, chipHam_);
+    UMBRA_ASSERT_REGION(*this, entriesFit(*shadowBuf, U64{i} + 1, entrySize_));
     chipHam_->doWrite(entryAddress(i), shadowBuf->data() + entrySize_ * i, entrySize_, 1);
   }
   UMBRA_TRACE(9, 220, name_ << ": wrote back " << count << " entries");

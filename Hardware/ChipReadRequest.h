@@ -35,6 +35,9 @@ class UMBRA_API ChipReadRequest : public Zint::Request {
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : Zint::NotifieeOf<NotifieeConst, ChipReadRequest> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   // A member of the set: its own link, so that a region of a directory can be in a request as well.
   class ZintChipMemory : public Zint::PtrInterface, public Zint::HashMapLink<ZintChipMemory> {

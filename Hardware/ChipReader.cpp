@@ -62,13 +62,21 @@ ChipReadRequest::Ptr ChipReader::request() const {
 
 void ChipReader::requestIs(const ChipReadRequest::Ptr& request) {
   if (request == this->request()) return;
-  if (request == nullptr) return requestDel();
-  if (request_ == nullptr) return newRequest(request);
-  request_->requestIs(request);
-  if (!request_->zintMarkedForDeletion()) handleReadRequest();
+  const Ptr self(this);  // the end of the old one may drop this reader
+  if (request == nullptr) {
+    requestDel();
+  } else if (request_ == nullptr) {
+    newRequest(request);
+  } else {
+    const Zint::Ptr<ZintRequest> reactor = request_;
+    reactor->requestIs(request);
+    if (!reactor->zintMarkedForDeletion()) handleReadRequest();
+  }
+  notify(Id::request);
 }
 
 void ChipReader::newRequest(const ChipReadRequest::Ptr& request) {
+  const Ptr self(this);
   Zint::Ptr<ZintRequest> made = Zint::makePtr<ZintRequest>(this, request);
   requestDel();
   request_ = std::move(made);
@@ -87,14 +95,22 @@ Zint::Ptr<const Zint::Clock> ChipReader::clock() const {
 
 void ChipReader::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   if (clock == this->clock()) return;
-  if (clock == nullptr) return clockDel();
-  if (clock_ == nullptr) return newClock(clock);
-  clock_->timeMinIs(Zint::never);
-  clock_->notifierIs(clock);
-  if (!clock_->zintMarkedForDeletion()) handleTimeout();
+  const Ptr self(this);
+  if (clock == nullptr) {
+    clockDel();
+  } else if (clock_ == nullptr) {
+    newClock(clock);
+  } else {
+    const Zint::Ptr<ZintClock> reactor = clock_;
+    reactor->timeMinIs(Zint::never);
+    reactor->notifierIs(clock);
+    if (!reactor->zintMarkedForDeletion()) handleTimeout();
+  }
+  notify(Id::clock);
 }
 
 void ChipReader::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
+  const Ptr self(this);
   Zint::Ptr<ZintClock> made = Zint::makePtr<ZintClock>(this, clock);
   clockDel();
   clock_ = std::move(made);
@@ -146,6 +162,7 @@ void ChipReader::readIntervalIs(const double& readInterval) {
 }
 
 void ChipReader::currentChipMemoryIs(const ChipMemory::Ptr& chipMemory) {
+  const Ptr self(this);
   if (Zint::updated(currentChipMemory_, chipMemory)) notify(Id::currentChipMemory);
 }
 
@@ -169,14 +186,19 @@ ChipMemory::Ptr ChipReader::chipMemoryDel(U32 index) {
   return member == nullptr ? nullptr : member->chipMemory();
 }
 
-void ChipReader::chipMemoryDelAll() { chipMemory_.delAll(); }
+void ChipReader::chipMemoryDelAll() {
+  const Ptr self(this);  // a region's end may drop this reader
+  chipMemory_.delAll();
+}
 
 void ChipReader::newChipMemory(U32 index, const ChipMemory::Ptr& chipMemory) {
   chipMemory_.insert(index, Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 
 void ChipReader::chipMemoryMetadataIs(const ChipMemoryMetadata& metadata) {
+  if (metadata == chipMemory_.metadata()) return;
   chipMemory_.metadataIs(metadata);
+  notify(Id::chipMemoryMetadata);
 }
 
 ChipReader::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,

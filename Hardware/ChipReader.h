@@ -53,6 +53,9 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : Zint::NotifieeOf<NotifieeConst, ChipReader> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   // Starts and stops the reading.
   class UMBRA_API ZintRequest : public ChipReadRequest::NotifieeConst {

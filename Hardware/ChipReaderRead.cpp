@@ -50,7 +50,8 @@ void ChipReader::handleTimeout() {
   doRead();
   if (command != commands_) return;  // stopped or restarted by an access: that command rules
   if (currentChipMemory_ != nullptr) {
-    if (clock_ != nullptr) clock_->timeMinIs(Zint::now() + readInterval_);
+    // From the end of this slice: the time of the turn is that of its beginning.
+    if (clock_ != nullptr) clock_->timeMinIs(clock_->notifier()->timeRead() + readInterval_);
   } else {
     request->statusIs(ChipReadRequest::done_);
   }

@@ -77,6 +77,15 @@ void HardwareShadow::lastAuditStartTimeIs(const Zint::Seconds& time) {
   if (Zint::updated(lastAuditStartTime_, time)) notify(Id::lastAuditStartTime);
 }
 
+void HardwareShadow::lastChipMemoryIs(const ChipMemory::Ptr& cm) {
+  const Ptr self(this);
+  if (Zint::updated(lastChipMemory_, cm)) notify(Id::lastChipMemory);
+}
+
+void HardwareShadow::nextIndexIs(ChipMemoryArrayIndex nextIndex) {
+  if (Zint::updated(nextIndex_, nextIndex)) notify(Id::nextIndex);
+}
+
 void HardwareShadow::chipMemoryEntriesUnderAuditIs(U32 entries) {
   if (Zint::updated(chipMemoryEntriesUnderAudit_, entries)) notify(Id::chipMemoryEntriesUnderAudit);
 }
@@ -89,10 +98,13 @@ Zint::Ptr<const Zint::Clock> HardwareShadow::clock() const {
 
 void HardwareShadow::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   if (clock == this->clock()) return;
+  const Ptr self(this);  // the end of the old one may drop this shadow
   clock == nullptr ? clockDel() : newClock(clock);
+  notify(Id::clock);
 }
 
 void HardwareShadow::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
+  const Ptr self(this);
   Zint::Ptr<ZintClock> made = Zint::makePtr<ZintClock>(this, clock);
   clockDel();
   clock_ = std::move(made);
@@ -112,10 +124,13 @@ ChipReadRequest::Ptr HardwareShadow::auditReadRequest() const {
 
 void HardwareShadow::auditReadRequestIs(const ChipReadRequest::Ptr& request) {
   if (request == auditReadRequest()) return;
+  const Ptr self(this);
   request == nullptr ? auditReadRequestDel() : newAuditReadRequest(request);
+  notify(Id::auditReadRequest);
 }
 
 void HardwareShadow::newAuditReadRequest(const ChipReadRequest::Ptr& request) {
+  const Ptr self(this);
   Zint::Ptr<ZintAuditReadRequest> made = Zint::makePtr<ZintAuditReadRequest>(this, request);
   auditReadRequestDel();
   auditReadRequest_ = std::move(made);

@@ -85,6 +85,9 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : Zint::NotifieeOf<NotifieeConst, HardwareShadow> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   // Binds one registered region; owned by the registry. It hears of nothing.
   class UMBRA_API ZintChipMemory : public ChipMemory::NotifieeConst {
@@ -201,10 +204,10 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // multiple of the region's entrySize unless it allowsLogicalViews; where the access ends is not
   // checked.
   ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size) {
-    return isFound(address, size) ? lastChipMemory_ : nullptr;
+    return isInLast(address, size) ? lastChipMemory_ : foundInIndex(address, size);
   }
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
-  void lastChipMemoryIs(const ChipMemory::Ptr& cm) { lastChipMemory_ = cm; }
+  void lastChipMemoryIs(const ChipMemory::Ptr& cm);
 
   ChipMemoryChunk::Ptr chipMemoryChunk(U32 key) const { return chipMemoryChunk_.find(key); }
   U32 chipMemoryChunks() const { return chipMemoryChunk_.size(); }
@@ -212,9 +215,9 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   ChipMemoryChunk::Ptr chipMemoryChunkIs(U32 key);
   ChipMemoryChunk::Ptr newChipMemoryChunk(U32 key);
   ChipMemoryChunk::Ptr chipMemoryChunkDel(U32 key) { return chipMemoryChunk_.del(key); }
-  void chipMemoryChunkDelAll() { chipMemoryChunk_.delAll(); }
+  void chipMemoryChunkDelAll();
   ChipMemoryArrayIndex nextIndex() const { return nextIndex_; }
-  void nextIndexIs(ChipMemoryArrayIndex nextIndex) { nextIndex_ = nextIndex; }
+  void nextIndexIs(ChipMemoryArrayIndex nextIndex);
   U32 chipMemoryId(ChipMemoryArrayIndex index) const { return chipMemoryId_.at(index); }
   U32 chipMemoryIds() const { return chipMemoryId_.size(); }
   void chipMemoryIdIs(ChipMemoryArrayIndex index, U32 id) { chipMemoryId_.atIs(index, id); }
@@ -261,16 +264,14 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void doAuditChips();
 
  private:
-  // Whether lastChipMemory_ is, now, what findChipMemory() answers with.
-  bool isFound(const ChipAddress& address, U32 size) {
-    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) {
-      return isFoundInIndex(address, size);
-    }
+  // Whether lastChipMemory_ is what findChipMemory() answers with.
+  bool isInLast(const ChipAddress& address, U32 size) const {
+    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) return false;
     if (size != lastChipMemory_->entrySize()) [[unlikely]]
       lastSizeChecked(size);
     return true;
   }
-  bool isFoundInIndex(const ChipAddress& address, U32 size);
+  ChipMemory::Ptr foundInIndex(const ChipAddress& address, U32 size);
   void lastSizeChecked(U32 size) const;
   bool takenPlainly(ChipMemory& cm, U32 entry, const U8* data, U32 size, bool& answer) const;
   bool servedPlainly(const ChipMemory& cm, U32 entry, U8* data, U32 size) const;

@@ -20,7 +20,7 @@ namespace Hardware {
   }
   const U32 count = wholeEntries(cm, entry, size);
   const U8* initialized = cm.initialized()->data();
-  if (count == 0 ||
+  if (count == 0 || (count > 1 && overlap(cm.shadow()->data(), cm.shadow()->size(), data, size)) ||
       !(count == 1 ? bitmapBit(initialized, entry) : bitmapRangeIsSet(initialized, entry, count))) {
     return false;
   }
@@ -88,8 +88,14 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
 }
 
 bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
-  if (!isFound(address, size)) return false;
-  const ChipMemory::Ptr& cm = lastChipMemory_;
+  Ptr self;  // held, as is the region, where the look-up may have ended another
+  ChipMemory::Ptr found;
+  if (!isInLast(address, size)) {
+    self = this;
+    found = foundInIndex(address, size);
+    if (found == nullptr) return false;
+  }
+  const ChipMemory::Ptr& cm = found == nullptr ? lastChipMemory_ : found;
   const U32 entry = cm->entryIndexFromAddress(address);
   return servedPlainly(*cm, entry, data, size) || readFromCache(cm, entry, data, size);
 }

@@ -50,6 +50,7 @@ Zint::Ptr<HardwareShadow::ZintChipMemory> HardwareShadow::chipMemoryIs(const Chi
         "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
         "allowed\"");
   }
+  const Ptr self(this);  // a replaced region's end may drop this shadow
   const ChipAddress address = cm->address();
   Zint::Ptr<ZintChipMemory> reactor = chipMemory_.find(address);
   if (reactor == nullptr) {
@@ -104,12 +105,14 @@ void HardwareShadow::handleChipMemory() { UMBRA_ASSERT(__LINE__, false); }
 // The plain removal: no reaction, and the index and the last region stay.
 void HardwareShadow::chipMemoryDelAll() {
   const Ptr self(this);  // a region's end may drop this shadow
-  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) chipMemory_.del(reactor->fwkKey());
+  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor)
+    chipMemory_.del(reactor->fwkKey());
 }
 
 void HardwareShadow::removeOverrideOnlyChipMem() {
   const Ptr self(this);
   for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
+    if (reactor.hasLeft()) continue;  // another may have taken its place
     if (reactor->chipMemory()->mode() == ChipMemory::override()) chipMemory_.del(reactor->fwkKey());
   }
 }
@@ -145,6 +148,11 @@ void HardwareShadow::indexed(const ChipMemory::Ptr& cm) {
   chunk->nextIndexIs(static_cast<U16>(index + 1));
 }
 
+void HardwareShadow::chipMemoryChunkDelAll() {
+  const Ptr self(this);  // a chunk's end may drop this shadow
+  chipMemoryChunk_.delAll();
+}
+
 void HardwareShadow::indexCleared() {
   // The chunks, and regions that only they hold, end when all is cleared: their end may look here.
   decltype(chipMemoryChunkArray_) released;
@@ -164,13 +172,13 @@ void HardwareShadow::lastSizeChecked(U32 size) const {
       lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0, "");
 }
 
-bool HardwareShadow::isFoundInIndex(const ChipAddress& address, U32 size) {
-  if (nextIndex_ == 0) return false;
+ChipMemory::Ptr HardwareShadow::foundInIndex(const ChipAddress& address, U32 size) {
+  if (nextIndex_ == 0) return nullptr;
 
   // The chunk of exactly this memory id.
   UMBRA_ASSERT_IN(findSignature, __LINE__, nextIndex_ <= chipMemoryId_.size(), "");
   U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
-  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return false;
+  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
   const ChipMemoryChunk* cmc =
       mid < chipMemoryChunkArray_.size() ? chipMemoryChunkArray_.data()[mid].ptr() : nullptr;
   UMBRA_ASSERT_IN(findSignature, __LINE__, cmc, "");
@@ -178,20 +186,22 @@ bool HardwareShadow::isFoundInIndex(const ChipAddress& address, U32 size) {
   // The region with the greatest offset that is not above the address's.
   const U32 k = cmc->nextIndex();
   UMBRA_ASSERT_IN(findSignature, __LINE__, k <= cmc->offsets(), "");
-  mid = 0;
-  if (k != 0) {
-    mid = lastNotAbove(cmc->offsetData(), k, address.chipMemoryOffset());
-    if (cmc->offsetData()[mid] > address.chipMemoryOffset()) return false;
-  }
+  mid = k == 0 ? 0 : lastNotAbove(cmc->offsetData(), k, address.chipMemoryOffset());
+  if (mid < cmc->offsets() && cmc->offsetData()[mid] > address.chipMemoryOffset()) return nullptr;
   ChipMemory* cm = mid < cmc->chipMemorys() ? cmc->chipMemoryData()[mid].ptr() : nullptr;
   UMBRA_ASSERT_IN(findSignature, __LINE__, cm, "");
-  if (!cm->inRange(address)) return false;
+  if (!cm->inRange(address)) return nullptr;
   if (size != cm->entrySize()) {
     UMBRA_ASSERT_IN(findSignature, __LINE__, cm->entrySize() != 0, cm->fwkKey().c_str());
     UMBRA_ASSERT_IN(findSignature, __LINE__, cm->allowsLogicalViews() || ( size % cm->entrySize() ) == 0, "");
   }
-  lastChipMemory_ = cm;
-  return true;
+  ChipMemory::Ptr answer(cm);
+  ChipMemory::Ptr previous = std::exchange(lastChipMemory_, answer);
+  if (previous != nullptr && previous->references() == 1) [[unlikely]] {
+    const Ptr self(this);  // its end may look up another region, or drop this shadow
+    previous = nullptr;
+  }
+  return answer;
 }
 
 }  // namespace Hardware

@@ -78,6 +78,12 @@ U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
   }
   const U32 count = wholeEntries(cm, entry, size);
   if (count == 0 || !bitFits(*cm.dirty(), entry + count - 1)) return false;
+  // One entry after the other, where later ones see what earlier ones have changed, or each is
+  // counted by a derived region.
+  if (count > 1 &&
+      (overlap(cm.shadow()->data(), cm.shadow()->size(), data, size) || !countsWritesPlainly(cm))) {
+    return false;
+  }
   const U32 entrySize = cm.entrySize();
   const PlainStore store{cm.shadow()->data() + std::size_t{entrySize} * entry,
                          data,
@@ -113,10 +119,11 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   const U64 numEntries = size / entrySize;
   UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
   UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
-  UMBRA_ASSERT_REGION(*cm, cm->chipHam());
   const U32 end = entry + static_cast<U32>(numEntries);
-  UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
-  UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
+  if (numEntries != 0) {
+    UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
+    UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
+  }
 
   U8* dirty = dirtyBuf->data();
   U8* initialized = initializedBuf->data();
@@ -130,6 +137,7 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
       region->writeCacheHitsInc(1);
       continue;
     }
+    UMBRA_ASSERT_REGION(*region, region->chipHam());
     if (region->chipHam()->doWriteToCache(dst, src, entrySize)) {
       bitmapBitIs(dirty, e);
       bitmapBitIs(initialized, e);
@@ -140,8 +148,14 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
 }
 
 void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
-  if (!isFound(address, size)) return;
-  const ChipMemory::Ptr& cm = lastChipMemory_;
+  Ptr self;  // held, as is the region, where the look-up may have ended another
+  ChipMemory::Ptr found;
+  if (!isInLast(address, size)) {
+    self = this;
+    found = foundInIndex(address, size);
+    if (found == nullptr) return;
+  }
+  const ChipMemory::Ptr& cm = found == nullptr ? lastChipMemory_ : found;
   const U32 entry = cm->entryIndexFromAddress(address);
   bool answer = true;
   if (takenPlainly(*cm, entry, data, size, answer)) return;

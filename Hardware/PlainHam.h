@@ -1,7 +1,7 @@
 // Whether an access method keeps the base behaviour of an operation: a plain comparison or copy of
 // bytes, which may then be done for many entries at once. An access method that overrides the
 // operation, in whatever derived class, is asked entry by entry. The same for a region's counting
-// of reads, which may then be done without a care for what it does besides.
+// of hits, which may then be done without a care for what it does besides.
 //
 // Found out by comparing the object's virtual table with the base's, slot by slot: in the C++ ABI
 // of x86 a pointer to a virtual member holds 1 + the slot's offset in the table.
@@ -32,6 +32,7 @@ struct PlainFunctions {
   const void* doReadFromCache;
   const void* readCacheHitsInc;
   const void* readCacheHitsIs;
+  const void* writeCacheHitsInc;
 };
 extern const PlainFunctions plainFunctions;
 
@@ -47,6 +48,16 @@ inline bool readsFromCachePlainly(const ChipHam& ham) {
 inline bool countsReadsPlainly(const ChipMemory& region) {
   return slotFunction(region, &ChipMemory::readCacheHitsInc) == plainFunctions.readCacheHitsInc &&
          slotFunction(region, &ChipMemory::readCacheHitsIs) == plainFunctions.readCacheHitsIs;
+}
+
+inline bool countsWritesPlainly(const ChipMemory& region) {
+  return slotFunction(region, &ChipMemory::writeCacheHitsInc) == plainFunctions.writeCacheHitsInc;
+}
+
+// Whether two blocks have a byte in common.
+inline bool overlap(const U8* a, U32 bytesOfA, const U8* b, U32 bytesOfB) {
+  const auto at = [](const U8* p) { return reinterpret_cast<std::uintptr_t>(p); };
+  return at(a) < at(b) + bytesOfB && at(b) < at(a) + bytesOfA;
 }
 
 // Whether one entry of that size lies inside a buffer, or inside a bitmap.

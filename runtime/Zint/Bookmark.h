@@ -32,9 +32,10 @@ class Bookmark {
   const Place& place() const { return place_; }
   // The collection is gone.
   bool isOrphan() const { return list_ == nullptr; }
+  // Whether the member at which this stood has left; then this stands on the next one already.
+  bool hasLeft() const { return left_ != nullptr; }
   void placeIs(Place place) { place_ = place; }
-  // Hands over the member at which this stood and that has left; then this stands on the next one
-  // already. Null while it has not left.
+  // Hands that member over; null while it has not left.
   Ptr<V> leftDel() { return std::move(left_); }
 
  private:

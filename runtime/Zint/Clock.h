@@ -59,6 +59,9 @@ class UMBRA_API Clock : public Entity {
     U64 order_ = 0;                  // of arming
     bool due_ = false;               // in the current turn
   };
+  struct Notifiee : NotifieeOf<NotifieeConst, Clock> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   explicit Clock(Name name) : Entity(std::move(name)) {}
 
@@ -71,9 +74,10 @@ class UMBRA_API Clock : public Entity {
   // The time now; in a turn, the time at which the turn began.
   Seconds time() const { return turns_ == 0 ? timeRead() : turnTime_; }
 
- protected:
-  // The source itself.
+  // The source itself, which goes on in a turn too.
   virtual Seconds timeRead() const = 0;
+
+ protected:
   // Whether the source stands still until it is moved by hand, and the moving of such a one to a
   // later time.
   virtual bool isManual() const { return false; }
@@ -93,8 +97,6 @@ class UMBRA_API Clock : public Entity {
 class UMBRA_API MonotonicClock : public Clock {
  public:
   using Clock::Clock;
-
- protected:
   Seconds timeRead() const override;
 };
 
@@ -106,9 +108,9 @@ class UMBRA_API ManualClock : public Clock {
   using Clock::Clock;
   // Time never goes back: an earlier time raises a range exception.
   void timeIs(Seconds time);
+  Seconds timeRead() const override { return time_; }
 
  protected:
-  Seconds timeRead() const override { return time_; }
   bool isManual() const override { return true; }
   void timeAdvancedTo(Seconds time) const override;
 

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace Zint {
@@ -40,13 +41,15 @@ class DynArray {
       ZINT_ASSERT("Zint/DynArray", newEntries<2147483647);
       elements_.resize(static_cast<std::size_t>(newEntries));
     }
-    elements_[static_cast<std::size_t>(index)] = value;
+    [[maybe_unused]] const V gone =
+        std::exchange(elements_[static_cast<std::size_t>(index)], value);
   }
 
   // Back to the default; the last element is taken off.
   void del(I index) {
     if (index >= elements_.size()) return;
-    elements_[static_cast<std::size_t>(index)] = V();
+    // Let go of last: its end may look at this very array, or end it.
+    [[maybe_unused]] const V gone = std::exchange(elements_[static_cast<std::size_t>(index)], V());
     if (index + 1u == elements_.size()) elements_.pop_back();
   }
 

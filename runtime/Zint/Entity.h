@@ -23,6 +23,9 @@ class UMBRA_API Entity : public PtrInterface {
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : NotifieeOf<NotifieeConst, Entity> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   explicit Entity(Name name) : name_(std::move(name)) {}
 

@@ -98,6 +98,19 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   bool nonReferencing_ = false;
 };
 
+// The same as the observer `Const` of an `Object`, for one that may change what it observes.
+template <class Const, class Object>
+class NotifieeOf : public Const {
+ public:
+  template <class... More>
+  NotifieeOf(const Ptr<ActivityConfig>& activity, const Ptr<Object>& object, More... more)
+      : Const(activity, object, more...) {}
+  Object* notifier() const { return const_cast<Object*>(Const::notifier()); }
+
+ protected:
+  ~NotifieeOf() override = default;
+};
+
 // One walk over the notifiees of an object (invariants 2 and 3). The place to put a loop body:
 //
 //   for (NotifieeWalk walk(*this); NotifieeConst* notifiee = walk.next();) ...

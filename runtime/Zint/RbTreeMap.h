@@ -25,6 +25,8 @@ class RbTreeMap {
   class Iterator {
    public:
     explicit operator bool() const { return current_ != nullptr; }
+    // Whether the member has left the map, and another may have taken its key.
+    bool hasLeft() const { return mark_.hasLeft(); }
     Ptr<V> operator*() const { return current_; }
     V* operator->() const { return current_; }
     Iterator& operator++() {

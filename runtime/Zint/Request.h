@@ -28,6 +28,9 @@ class UMBRA_API Request : public Entity {
    protected:
     ~NotifieeConst() override;
   };
+  struct Notifiee : NotifieeOf<NotifieeConst, Request> {
+    using NotifieeOf::NotifieeOf;
+  };
 
   explicit Request(Name name) : Entity(std::move(name)) {}
 

@@ -229,6 +229,8 @@ TEST_F(ChipMemoryWriteback, wrappedSize_isFatalBeforeAnyAccessAndNamesTheRegion)
   table->shadowEnabledIs(true);
   ham->onAccess = [](const HamAccess&, U8*) { FAIL() << "an access"; };
   EXPECT_REGION_ASSERTION(table->writeback(false), "wrapped");
+  table->writeback(true);
+  table->entryInitializedIs(3);
   EXPECT_REGION_ASSERTION(table->writeback(true), "wrapped");
   EXPECT_REGION_ASSERTION(
       {
@@ -249,9 +251,25 @@ TEST_F(ChipMemoryWriteback, noAccessMethod_isFatalAndNamesTheRegion) {
   table = chipMemoryFactory("bare", ChipAddress(), 4, 4, 4, nullptr);
   table->shadowEnabledIs(true);
   EXPECT_REGION_ASSERTION(table->writeback(false), "bare");
+  table->writeback(true);
+  EXPECT_EQ(trace.full.back().text, "bare: wrote back 0 entries");
+  table->entryInitializedIs(2);
   EXPECT_REGION_ASSERTION(table->writeback(true), "bare");
   EXPECT_REGION_ASSERTION(table->doClearRange(0, 1, true), "bare");
   table->doClearRange(0, 1, false);
+}
+
+// The size of the store wraps: what lies in it is written back, what does not is fatal.
+TEST_F(ChipMemoryWriteback, ofEntriesWithinAStoreWhoseSizeWraps) {
+  const auto recording = Zint::makePtr<Fakes::RecordingHam>();
+  table = chipMemoryFactory("wide", ChipAddress(0x1000), 0x10001, 0x10000, 4, recording);
+  table->shadowEnabledIs(true);
+  table->entryInitializedIs(0);
+  table->writeback(true);
+  EXPECT_THAT(recording->taken(),
+              ElementsAre(Fakes::HamAccess{Fakes::HamAccess::write, 0x1000, 0x10000, 1}));
+  table->entryInitializedIs(1);
+  EXPECT_REGION_ASSERTION(table->writeback(true), "wide");
 }
 
 // --- What an access may do meanwhile -----------------------------------------------------------

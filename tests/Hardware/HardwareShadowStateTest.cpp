@@ -244,6 +244,7 @@ TEST_F(HardwareShadowState, everyAttributeIsAnnouncedWhenItChangesAndOnlyThen) {
     std::vector<Zint::AttributeId> attributes;
   };
   const auto announced = Zint::makePtr<Announced>(loop.activity, shadow);
+  const ChipReadRequest::Ptr request = Hardware::chipReadRequestFactory("own");
   const Zint::Ptr<Zint::ActivityConfig> other =
       Zint::activityFactory("other", Zint::Ptr<const Zint::Clock>(loop.clock));
   for (int i = 0; i < 2; ++i) {
@@ -252,13 +253,20 @@ TEST_F(HardwareShadowState, everyAttributeIsAnnouncedWhenItChangesAndOnlyThen) {
     shadow->auditsIs(7);
     shadow->lastAuditStartTimeIs(1.5);
     shadow->chipMemoryEntriesUnderAuditIs(99);
+    shadow->lastChipMemoryIs(mac);
+    shadow->nextIndexIs(5);
+    shadow->auditReadRequestIs(request);
+    shadow->clockIs(nullptr);
     shadow->zintFwkActivityIs(other);
   }
+  shadow->nextIndexIs(0);
   using Id = HardwareShadow::Id;
-  EXPECT_EQ(announced->attributes,
-            (std::vector<Zint::AttributeId>{Id::overrideHardware, Id::minIntervalBetweenAudits,
-                                            Id::audits, Id::lastAuditStartTime,
-                                            Id::chipMemoryEntriesUnderAudit, Id::zintFwkActivity}));
+  EXPECT_EQ(
+      announced->attributes,
+      (std::vector<Zint::AttributeId>{
+          Id::overrideHardware, Id::minIntervalBetweenAudits, Id::audits, Id::lastAuditStartTime,
+          Id::chipMemoryEntriesUnderAudit, Id::lastChipMemory, Id::nextIndex, Id::auditReadRequest,
+          Id::clock, Id::zintFwkActivity, Id::nextIndex}));
 }
 
 TEST_F(HardwareShadowState, newIntervalLeavesAPassThatIsArmed) {

@@ -75,9 +75,8 @@ TEST_F(PlainPath, whatDoesNotFitIsFatalAllTheSame) {
   EXPECT_EQ(Fakes::assertedCondition([&] { read(0xffffffff, 8); }),
             "( entry + numEntries ) <= cm->entries()")
       << "nor does one that begins at the end of all numbers and ends within";
-  EXPECT_EQ(Fakes::assertedCondition([&] {
-              shadow->shadowWriteAndCompareWithCache(mac, 0xffffffff, bytes, 8);
-            }),
+  EXPECT_EQ(Fakes::assertedCondition(
+                [&] { shadow->shadowWriteAndCompareWithCache(mac, 0xffffffff, bytes, 8); }),
             "entry + numEntries <= cm->entries()");
   const Hal::BufBase::Ptr whole = mac->shadow();
   mac->shadowIs(Zint::makePtr<Hal::Buf>(128u));  // room for more entries than there are
@@ -102,6 +101,47 @@ TEST_F(PlainPath, whatDoesNotFitIsFatalAllTheSame) {
   mac->dirtyIs(Zint::makePtr<Hal::Buf>(1u));
   EXPECT_REGION_ASSERTION(write(mac, 8, 0), "mac");
   EXPECT_FALSE(write(mac, 7, 5));
+}
+
+TEST_F(PlainPath, aBufferThatIsMissingIsFatalAllTheSame) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
+  mac->readFromCacheIs(true);
+  configure({mac});
+  U8 bytes[4] = {};
+  const auto conditions = [&] {
+    return std::vector<std::string>{
+        Fakes::assertedCondition([&] { shadow->readFromCache(mac, 1, bytes, 4); }),
+        Fakes::assertedCondition([&] { write(mac, 1, 0); })};
+  };
+  const Hal::BufBase::Ptr store = mac->shadow(), dirty = mac->dirty(), known = mac->initialized();
+  mac->dirtyIs(nullptr);
+  EXPECT_EQ(conditions(), (std::vector<std::string>{"", "dirtyBuf"}));
+  mac->dirtyIs(dirty);
+  mac->initializedIs(nullptr);
+  EXPECT_EQ(conditions(), (std::vector<std::string>{"initializedBuf", "initializedBuf"}));
+  mac->initializedIs(known);
+  mac->shadowIs(nullptr);
+  EXPECT_EQ(conditions(), (std::vector<std::string>{"shadowBuf", "shadowBuf"}));
+  mac->shadowIs(store);
+  EXPECT_EQ(conditions(), (std::vector<std::string>{"", ""}));
+}
+
+// A store that somebody else has put there is not used.
+TEST_F(PlainPath, anOverriddenRegionStoresNothingAndReadsAsZeros) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
+  mac->readFromCacheIs(true);
+  configure({mac});
+  write(mac, 1, 0x1234);
+  const Hal::BufBase::Ptr store = mac->shadow(), dirty = mac->dirty(), known = mac->initialized();
+  mac->modeIs(ChipMemory::override());
+  mac->shadowIs(store);
+  mac->dirtyIs(dirty);
+  mac->initializedIs(known);
+  EXPECT_TRUE(write(mac, 1, 5));
+  EXPECT_EQ(Fakes::word(store, 1), 0x1234u);
+  U8 bytes[4] = {1, 2, 3, 4};
+  EXPECT_TRUE(shadow->readFromCache(mac, 1, bytes, 4));
+  EXPECT_EQ(std::vector<U8>(bytes, bytes + 4), std::vector<U8>(4));
 }
 
 TEST_F(PlainPath, entriesOfNoBytesAreFatalAllTheSame) {
@@ -138,6 +178,51 @@ struct CountingWrites : Hardware::ChipMemory {
   }
   U32 calls = 0;
 };
+
+// Later entries see what earlier ones have changed, whether somebody looks on or not.
+TEST_F(PlainPath, whatIsCopiedFromTheStoreToItselfGoesEntryByEntry) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 8);
+  mac->readFromCacheIs(true);
+  configure({mac});
+  U8* const store = mac->shadow()->data();
+  for (const int level : {0, 9}) {
+    Hardware::umbraTrace().levelUpToIs(level);
+    for (U32 e = 0; e < 8; ++e) write(mac, e, e + 1);
+    shadow->shadowWriteAndCompareWithCache(mac, 1, store, 12);
+    for (U32 e = 0; e < 4; ++e) EXPECT_EQ(Fakes::word(mac->shadow(), e), 1u) << level;
+    EXPECT_TRUE(shadow->readFromCache(mac, 3, store + 16, 16));
+    for (U32 e = 3; e < 8; ++e) EXPECT_EQ(Fakes::word(mac->shadow(), e), 1u) << level;
+  }
+}
+
+TEST_F(PlainPath, aRegionThatCountsItsSkippedWritesItselfIsAskedForEach) {
+  const auto cm = Zint::makePtr<CountingWrites>("cm", ChipAddress(0x1000), 8u, 4u, 4u, ham);
+  cm->shadowEnabledIs(true);
+  cm->skipWriteIfMatchesCacheIs(true);
+  configure({cm});
+  U8 bytes[32] = {};
+  EXPECT_FALSE(shadow->shadowWriteAndCompareWithCache(cm, 0, bytes, sizeof bytes));
+  EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(cm, 0, bytes, sizeof bytes));
+  EXPECT_EQ(cm->calls, 8u);
+  EXPECT_EQ(cm->writeCacheHits(), 8u);
+}
+
+// No access method and no room are needed for what is not copied.
+TEST_F(PlainPath, noBytesAndWritesThatAreSkippedNeedNoAccessMethod) {
+  const ChipMemory::Ptr bare =
+      Hardware::chipMemoryFactory("bare", ChipAddress(0x1000), 16, 4, 4, nullptr);
+  bare->shadowEnabledIs(true);
+  configure({bare});
+  U8 bytes[4] = {};
+  EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(bare, 3, bytes, 0));
+  EXPECT_REGION_ASSERTION(write(bare, 3, 0), "bare");
+  bare->skipWriteIfMatchesCacheIs(true);
+  bare->entryInitializedIs(3);
+  EXPECT_TRUE(write(bare, 3, 0));
+  EXPECT_REGION_ASSERTION(write(bare, 3, 1), "bare");
+  bare->shadowIs(Zint::makePtr<Hal::Buf>(8u));
+  EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(bare, 5, bytes, 0));
+}
 
 TEST_F(PlainPath, aMissCountsNoHits) {
   const auto cm = Zint::makePtr<CountingWrites>("cm", ChipAddress(0x1000), 8u, 4u, 4u, ham);

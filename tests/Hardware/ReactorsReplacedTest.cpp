@@ -74,7 +74,7 @@ TEST_F(ReaderReactors, withoutReactorsTheActivityIsStillReplaced) {
 
 TEST_F(ReaderReactors, anotherActivityIsPassedOnToBothReactors) {
   const auto next = Zint::activityFactory("next", Zint::Ptr<const Zint::Clock>(loop.clock));
-  const U32 before = loop.activity->references(), beforeOfNext = next->references();
+  const std::size_t before = loop.activity->references(), beforeOfNext = next->references();
   reader->zintFwkActivityIs(next);
   EXPECT_EQ(loop.activity->references(), before - 3) << "the reader's and its two reactors'";
   EXPECT_EQ(next->references(), beforeOfNext + 3);
@@ -133,7 +133,7 @@ TEST_F(ShadowReactors, withoutReactorsTheActivityIsStillReplaced) {
 TEST_F(ShadowReactors, anotherActivityIsPassedOnToBothReactors) {
   configure({});
   const auto next = Zint::activityFactory("next", Zint::Ptr<const Zint::Clock>(loop.clock));
-  const U32 before = loop.activity->references(), beforeOfNext = next->references();
+  const std::size_t before = loop.activity->references(), beforeOfNext = next->references();
   shadow->zintFwkActivityIs(next);
   EXPECT_EQ(loop.activity->references(), before - 3) << "the shadow's and its two reactors'";
   EXPECT_EQ(next->references(), beforeOfNext + 3);

@@ -95,7 +95,7 @@ TEST_F(RegionAssertions, region_clearingStaysInsideTheBuffers) {
 }
 
 TEST_F(RegionAssertions, region_writebackNeedsAnAccessMethodAndAWholeStore) {
-  EXPECT_ASSERTION_OF("bare", withoutHam()->writeback(true), writeback, "chipHam_");
+  EXPECT_ASSERTION_OF("bare", withoutHam()->writeback(false), writeback, "chipHam_");
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", mac->writeback(false), writeback,
                       "entriesFit(*shadowBuf, entries_, entrySize_)");
@@ -141,7 +141,7 @@ TEST_F(RegionAssertions, write_needsASizeAnAccessMethodAndRoom) {
     shadow->shadowWriteAndCompareWithCache(cm, entry, data, 4);
   };
   EXPECT_ASSERTION_OF("hollow", write(withoutSize(), 0), writeEntries, "cm->entrySize() != 0");
-  EXPECT_ASSERTION_OF("bare", write(withoutHam(), 0), writeEntries, "cm->chipHam()");
+  EXPECT_ASSERTION_OF("bare", write(withoutHam(), 0), writeEntries, "region->chipHam()");
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", write(mac, 15), writeEntries,

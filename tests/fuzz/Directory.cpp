@@ -250,7 +250,7 @@ class Beside {
     const std::string name = walk->shown->name().bytes();
     story_.add("remove at the walk ", name);
     walk->iterator.del();
-    if (members_.contains(name)) gone(name);
+    if (!walk->stepped) gone(name);  // one that has left is left alone, and so is its successor
   }
 
   void compare() {

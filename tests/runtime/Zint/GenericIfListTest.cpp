@@ -104,6 +104,7 @@ TEST_F(GenericIfList, delAllRemovesEverything) {
               named.call("shelfDelAll", {{"x", "1"}});
             }),
             "Lamps::Lamp::shelfDelAll: surplus argument x=1");
+  EXPECT_NE(rangeMessage([&] { named.call("shelfForget", {}); }), "") << "as long, but another";
   named.call("shelfDelAll", {});
   EXPECT_TRUE(lamp->shelf.empty());
 }

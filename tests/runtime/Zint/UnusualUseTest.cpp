@@ -282,6 +282,16 @@ TEST(UnusualClock, withoutFilesThereIsNoDescriptor) {
 
 // --- Trace --------------------------------------------------------------------------------------
 
+TEST(UnusualTrace, aHandleBuildsFromTheStartWhatItRecords) {
+  const Zint::TraceHandle all("all", true), none("none", false);
+  for (const U32 level : {0u, 1u, 5u, 9u}) {
+    EXPECT_TRUE(all.built(level)) << level;
+    EXPECT_TRUE(all.level(level)) << level;
+    EXPECT_EQ(none.built(level), level == 0) << level;
+    EXPECT_EQ(none.level(level), level == 0) << level;
+  }
+}
+
 TEST(UnusualTrace, handlesLeaveTheListInAnyOrder) {
   {
     const Zint::TraceHandle older("older", false);
