@@ -340,6 +340,9 @@ TEST_F(HardwareShadowIndex, aChunkThatSaysItIsEmptyIsLookedAtFromItsBeginning) {
   configure({low, first, second});
   shadow->chipMemoryChunk(1)->nextIndexIs(0);
   EXPECT_EQ(found(0x1'0000'0104), first);
+  shadow->lastChipMemoryIs(nullptr);
+  shadow->chipMemoryChunk(1)->chipMemoryDelAll();
+  EXPECT_EQ(found(0x1'0000'0080), nullptr) << "below the first offset, which is still there";
 }
 
 // --- Removals by key touch no other part of the index -------------------------------------------

@@ -155,6 +155,21 @@ TEST_F(PlainPath, entriesOfNoBytesAreFatalAllTheSame) {
   EXPECT_REGION_ASSERTION(shadow->shadowWriteAndCompareWithCache(hollow, 0, &byte, 1), "hollow");
 }
 
+TEST_F(PlainPath, entriesOfNoBytesAreAuditedAsEqual) {
+  const ChipMemory::Ptr hollow =
+      Hardware::chipMemoryFactory("hollow", ChipAddress(0x8000), 4, 0, 4, ham);
+  hollow->shadowEnabledIs(true);
+  hollow->auditEnabledIs(true);
+  configure({hollow});
+  hollow->entryInitializedIs(1);
+  shadow->stateIs(HardwareShadow::auditing());
+  shadow->auditReadRequest()->stateIs(ChipReadRequest::start_);
+  shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
+  EXPECT_EQ(shadow->audits(), 1u);
+  EXPECT_EQ(hollow->registersFixed(), 0u);
+  EXPECT_EQ(Fakes::marked(hollow->initialized()), std::vector<U32>{1});
+}
+
 TEST_F(PlainPath, aPartOfAnEntryIsReadWithoutBeingCounted) {
   const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
   mac->readFromCacheIs(true);

@@ -101,6 +101,16 @@ TEST_F(RegionAssertions, region_writebackNeedsAnAccessMethodAndAWholeStore) {
                       "entriesFit(*shadowBuf, entries_, entrySize_)");
 }
 
+TEST_F(RegionAssertions, region_eachEntryThatIsWrittenBackNeedsAnAccessMethodAndRoom) {
+  const ChipMemory::Ptr bare = withoutHam();
+  bare->entryInitializedIs(0);
+  EXPECT_ASSERTION_OF("bare", bare->writeback(true), writeback, "chipHam_");
+  mac->shadowIs(buffer(63));
+  mac->entryInitializedIs(15);
+  EXPECT_ASSERTION_OF("mac", mac->writeback(true), writeback,
+                      "entriesFit(*shadowBuf, U64{i} + 1, entrySize_)");
+}
+
 // --- Access methods -----------------------------------------------------------------------------
 
 TEST_F(RegionAssertions, genericAccessNeedsRegistersForAnyWord) {

@@ -5,6 +5,7 @@
 #include <Zint/LinkQueue.h>
 #include <Zint/ObjectText.h>
 #include <Zint/Reflect.h>
+#include <Zint/Request.h>
 #include <Zint/Trace.h>
 #include <fakes/ManualLoop.h>
 #include <fakes/Sanitizers.h>
@@ -278,6 +279,44 @@ TEST(UnusualClock, withoutFilesThereIsNoDescriptor) {
   EXPECT_THROW(loop.activity->descriptor(), std::system_error);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
   EXPECT_GE(loop.activity->descriptor(), 0);
+}
+
+TEST(UnusualObserver, switchedOnTwiceAWakeUpComesOnce) {
+  Fakes::ManualLoop loop;
+  const auto alarm = makePtr<Alarm>(loop.activity, Ptr<const Zint::Clock>(loop.clock));
+  alarm->timeMinIs(1.0);
+  alarm->hasNotificationActiveIs(true);
+  loop.turnAt(2.0);
+  loop.turnAt(3.0);
+  EXPECT_THAT(alarm->fired, ElementsAre(2.0));
+}
+
+TEST(UnusualObserver, toldTwiceToCountItsNotifierCountsItOnce) {
+  const Ptr<Zint::Request> request = makePtr<Zint::Request>("request");
+  const auto watch = makePtr<Watch>(nullptr, request);
+  const std::size_t counted = request->references();
+  watch->isNonReferencingIs(false);
+  EXPECT_EQ(request->references(), counted);
+  watch->isNonReferencingIs(true);
+  watch->isNonReferencingIs(true);
+  EXPECT_EQ(request->references(), counted - 1);
+}
+
+// It has left the list before its destructor runs.
+TEST(UnusualObserver, whatItsDestructorChangesIsNotToldToIt) {
+  struct Last : Zint::NotifieeConst {
+    Last(const Ptr<Zint::Request>& watched, int& calls)
+        : NotifieeConst(nullptr, watched), request(watched), told(calls) {}
+    ~Last() override { request->statusIs(Zint::Request::done_); }
+    void handleNotification(Zint::ActivityConfig*) override { ++told; }
+    const Ptr<Zint::Request> request;
+    int& told;
+  };
+  const Ptr<Zint::Request> request = makePtr<Zint::Request>("request");
+  int told = 0;
+  makePtr<Last>(request, told);
+  EXPECT_EQ(request->status(), Zint::Request::done_);
+  EXPECT_EQ(told, 0);
 }
 
 // --- Trace --------------------------------------------------------------------------------------
