@@ -39,9 +39,9 @@ run_memcheck() {
   built x86 "${VALGRIND_PROGRAMS[@]}"
   for program in "${VALGRIND_PROGRAMS[@]}"; do
     outputs+=("build/soak/$step-$program.out")
-    # The tests of the runtime count through an operator new of their own, of which valgrind sees
-    # only the other half, delete.
-    [[ $program == runtime-tests ]] && mismatches=no || mismatches=yes
+    # Two programs count through an operator new of their own, of which valgrind sees only the
+    # other half, delete.
+    [[ $program =~ ^(runtime|Hardware)-tests$ ]] && mismatches=no || mismatches=yes
     under_valgrind "${outputs[-1]}" --leak-check=full --errors-for-leak-kinds=definite \
       --show-mismatched-frees="$mismatches" -- \
       "build/x86/tests/$program" --gtest_filter="$VALGRIND_FILTER" || verdict=1
