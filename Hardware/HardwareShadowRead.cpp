@@ -88,14 +88,12 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
 }
 
 bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
-  Ptr self;  // held, as is the region, where the look-up may have ended another
-  ChipMemory::Ptr found;
   if (!isInLast(address, size)) {
-    self = this;
-    found = foundInIndex(address, size);
-    if (found == nullptr) return false;
+    const Ptr self(this);  // held, as is the region: the look-up may have ended another
+    const ChipMemory::Ptr cm = foundInIndex(address, size);
+    return cm != nullptr && readFromCache(cm, cm->entryIndexFromAddress(address), data, size);
   }
-  const ChipMemory::Ptr& cm = found == nullptr ? lastChipMemory_ : found;
+  const ChipMemory::Ptr& cm = lastChipMemory_;
   const U32 entry = cm->entryIndexFromAddress(address);
   return servedPlainly(*cm, entry, data, size) || readFromCache(cm, entry, data, size);
 }

@@ -148,14 +148,15 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
 }
 
 void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
-  Ptr self;  // held, as is the region, where the look-up may have ended another
-  ChipMemory::Ptr found;
   if (!isInLast(address, size)) {
-    self = this;
-    found = foundInIndex(address, size);
-    if (found == nullptr) return;
+    const Ptr self(this);  // held, as is the region: the look-up may have ended another
+    const ChipMemory::Ptr cm = foundInIndex(address, size);
+    if (cm != nullptr) {
+      shadowWriteAndCompareWithCache(cm, cm->entryIndexFromAddress(address), data, size);
+    }
+    return;
   }
-  const ChipMemory::Ptr& cm = found == nullptr ? lastChipMemory_ : found;
+  const ChipMemory::Ptr& cm = lastChipMemory_;
   const U32 entry = cm->entryIndexFromAddress(address);
   bool answer = true;
   if (takenPlainly(*cm, entry, data, size, answer)) return;
