@@ -2,6 +2,7 @@
 #include <Hardware/ChipReader.h>
 
 #include "fakes/ShadowTest.h"
+#include "runtime/Probes.h"
 
 namespace {
 
@@ -59,6 +60,22 @@ TEST_F(ChipReader, factoryGivesTheInitialValuesAndRunsNoHandler) {
   EXPECT_TRUE(reader->hasNotificationActive());
   EXPECT_TRUE(trace.full.empty());
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
+}
+
+TEST_F(ChipReader, replacedPartsAreAnnounced) {
+  readerIs(10);
+  const auto announced = Zint::makePtr<Probes::Watch>(loop.activity, reader);
+  const Zint::Ptr<const Zint::Clock> clock = reader->clock();
+  for (int i = 0; i < 2; ++i) {
+    reader->chipMemoryMetadataIs({5, 5});
+    reader->requestIs(nullptr);
+    reader->clockIs(nullptr);
+  }
+  reader->requestIs(request);
+  reader->clockIs(clock);
+  using Id = Hardware::ChipReader::Id;
+  EXPECT_EQ(announced->told, (std::vector<Zint::AttributeId>{Id::chipMemoryMetadata, Id::request,
+                                                             Id::clock, Id::request, Id::clock}));
 }
 
 TEST_F(ChipReader, requestAndClockMayBeAbsent) {
@@ -321,75 +338,6 @@ TEST_F(ChipReader, thePauseBeginsWhenTheSliceEnds) {
   request->stateIs(start);
   loop.turnAt(7);
   EXPECT_EQ(loop.activity->wakeTime(), 7.75);
-}
-
-TEST_F(ChipReader, replacedPartsAreAnnounced) {
-  struct Announced : Zint::NotifieeConst {
-    using Zint::NotifieeConst::NotifieeConst;
-    void handleNotification(Zint::ActivityConfig*) override { attributes.push_back(attribute()); }
-    std::vector<Zint::AttributeId> attributes;
-  };
-  readerIs(10);
-  const auto announced = Zint::makePtr<Announced>(loop.activity, reader);
-  const Zint::Ptr<const Zint::Clock> clock = reader->clock();
-  for (int i = 0; i < 2; ++i) {
-    reader->chipMemoryMetadataIs({5, 5});
-    reader->requestIs(nullptr);
-    reader->clockIs(nullptr);
-  }
-  reader->requestIs(request);
-  reader->clockIs(clock);
-  using Id = Hardware::ChipReader::Id;
-  EXPECT_EQ(announced->attributes,
-            (std::vector<Zint::AttributeId>{Id::chipMemoryMetadata, Id::request, Id::clock,
-                                            Id::request, Id::clock}));
-}
-
-// --- Observers that may change what they observe ------------------------------------------------
-
-TEST_F(ChipReader, observersThatAreNotConstantMayChangeWhatTheyObserve) {
-  struct OfReader : Hardware::ChipReader::Notifiee {
-    using Notifiee::Notifiee;
-    void onReadInterval() override { notifier()->maxEntriesPerReadIs(3); }
-  };
-  struct OfRequest : ChipReadRequest::Notifiee {
-    using Notifiee::Notifiee;
-    void onStatus() override { notifier()->stateIs(stop); }
-  };
-  struct OfShadow : HardwareShadow::Notifiee {
-    using Notifiee::Notifiee;
-    void onOverrideHardware() override { notifier()->auditsIs(9); }
-  };
-  struct OfRegion : ChipMemory::Notifiee {
-    using Notifiee::Notifiee;
-    void onShadowEnabled() override { notifier()->entriesIs(9); }
-  };
-  struct OfAccessMethod : Hardware::ChipHam::Notifiee {
-    using Notifiee::Notifiee;
-    void onIsNondestructing() override { last = notifier(); }
-    Hardware::ChipHam* last = nullptr;
-  };
-  readerIs(10);
-  const auto ofReader = Zint::makePtr<OfReader>(loop.activity, reader);
-  reader->readIntervalIs(7);
-  EXPECT_EQ(reader->maxEntriesPerRead(), 3u);
-  const auto ofRequest = Zint::makePtr<OfRequest>(loop.activity, request);
-  request->statusIs(done);
-  EXPECT_EQ(request->state(), stop);
-  const auto ofShadow = Zint::makePtr<OfShadow>(loop.activity, shadow);
-  shadow->overrideHardwareIs(true);
-  EXPECT_EQ(shadow->audits(), 9u);
-  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
-  const auto ofRegion = Zint::makePtr<OfRegion>(loop.activity, mac);
-  mac->shadowEnabledIs(true);
-  EXPECT_EQ(mac->entries(), 9u);
-  auto own = Zint::makePtr<Fakes::RecordingHam>("own");
-  Hardware::ChipHam* const address = own.ptr();
-  const auto ofAccessMethod =
-      Zint::makePtr<OfAccessMethod>(loop.activity, Hardware::ChipHam::Ptr(own));
-  ofAccessMethod->isNonReferencingIs(true);
-  Hardware::ChipHam::Ptr(std::move(own)) = nullptr;
-  EXPECT_EQ(ofAccessMethod->last, address);
 }
 
 TEST_F(ChipReader, tickAndSlicesAreTraced) {

@@ -269,26 +269,6 @@ TEST_F(HardwareShadowIndex, unconfiguredClearsTheIndexAndKeepsTheRegistry) {
   EXPECT_EQ(found(0x1000), mac);
 }
 
-// The end of a region may look up another: it meets no half-cleared index.
-TEST_F(HardwareShadowIndex, theRegionThatEndsWithTheLastLookupFindsNothingMore) {
-  struct EndingHam : Hardware::ChipHam {
-    explicit EndingHam(std::function<void()> atEnd) : ChipHam("ending"), atEnd_(std::move(atEnd)) {}
-    ~EndingHam() override { atEnd_(); }
-    std::function<void()> atEnd_;
-  };
-  configure({region("mac", 0x1000, 4)});
-  U32 ends = 0;
-  ham = Zint::makePtr<EndingHam>([&] {
-    EXPECT_EQ(found(0x1000), nullptr);
-    ++ends;
-  });
-  shadow->lastChipMemoryIs(region("brief", 0x8000, 4));
-  ham = nullptr;
-  EXPECT_EQ(ends, 0u);
-  shadow->stateIs(HardwareShadow::unconfigured());
-  EXPECT_EQ(ends, 1u);
-}
-
 TEST_F(HardwareShadowIndex, configuredOverABuiltIndexClearsItFirst) {
   const ChipMemory::Ptr mac = region("mac", 0x1000, 4), vlan = region("vlan", 0x2000, 4);
   configure({mac});

@@ -1,5 +1,6 @@
 // The shadow's attributes, its states and what entering each one does.
 #include "fakes/ShadowTest.h"
+#include "runtime/Probes.h"
 
 namespace {
 
@@ -238,12 +239,7 @@ TEST_F(HardwareShadowState, plainAttributesAreStoredWithoutReaction) {
 }
 
 TEST_F(HardwareShadowState, everyAttributeIsAnnouncedWhenItChangesAndOnlyThen) {
-  struct Announced : Zint::NotifieeConst {
-    using Zint::NotifieeConst::NotifieeConst;
-    void handleNotification(Zint::ActivityConfig*) override { attributes.push_back(attribute()); }
-    std::vector<Zint::AttributeId> attributes;
-  };
-  const auto announced = Zint::makePtr<Announced>(loop.activity, shadow);
+  const auto announced = Zint::makePtr<Probes::Watch>(loop.activity, shadow);
   const ChipReadRequest::Ptr request = Hardware::chipReadRequestFactory("own");
   const Zint::Ptr<Zint::ActivityConfig> other =
       Zint::activityFactory("other", Zint::Ptr<const Zint::Clock>(loop.clock));
@@ -261,12 +257,11 @@ TEST_F(HardwareShadowState, everyAttributeIsAnnouncedWhenItChangesAndOnlyThen) {
   }
   shadow->nextIndexIs(0);
   using Id = HardwareShadow::Id;
-  EXPECT_EQ(
-      announced->attributes,
-      (std::vector<Zint::AttributeId>{
-          Id::overrideHardware, Id::minIntervalBetweenAudits, Id::audits, Id::lastAuditStartTime,
-          Id::chipMemoryEntriesUnderAudit, Id::lastChipMemory, Id::nextIndex, Id::auditReadRequest,
-          Id::clock, Id::zintFwkActivity, Id::nextIndex}));
+  EXPECT_EQ(announced->told, (std::vector<Zint::AttributeId>{
+                                 Id::overrideHardware, Id::minIntervalBetweenAudits, Id::audits,
+                                 Id::lastAuditStartTime, Id::chipMemoryEntriesUnderAudit,
+                                 Id::lastChipMemory, Id::nextIndex, Id::auditReadRequest, Id::clock,
+                                 Id::zintFwkActivity, Id::nextIndex}));
 }
 
 TEST_F(HardwareShadowState, newIntervalLeavesAPassThatIsArmed) {

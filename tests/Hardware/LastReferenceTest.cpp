@@ -99,6 +99,13 @@ TEST_F(LookUpThatEndsTheLast, survivesTheEndOfTheIndexAndOfTheShadow) {
   }
 }
 
+// The last region goes when the index is cleared: its end meets no half-cleared one.
+TEST_F(LookUpThatEndsTheLast, findsNothingMoreOnceTheIndexIsCleared) {
+  lastIs([this] { EXPECT_EQ(found(0x1000), nullptr); });
+  shadow->stateIs(HardwareShadow::unconfigured());
+  EXPECT_EQ(ends, 1);
+}
+
 // --- Registry and index -------------------------------------------------------------------------
 
 TEST_F(LastReference, aReplacedRegionMayDropTheShadow) {
