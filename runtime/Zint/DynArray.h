@@ -41,8 +41,7 @@ class DynArray {
       ZINT_ASSERT("Zint/DynArray", newEntries<2147483647);
       elements_.resize(static_cast<std::size_t>(newEntries));
     }
-    [[maybe_unused]] const V gone =
-        std::exchange(elements_[static_cast<std::size_t>(index)], value);
+    elements_[static_cast<std::size_t>(index)] = value;
   }
 
   // Back to the default; the last element is taken off.
