@@ -204,7 +204,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // multiple of the region's entrySize unless it allowsLogicalViews; where the access ends is not
   // checked.
   ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size) {
-    return isInLast(address, size) ? lastChipMemory_ : foundInIndex(address, size);
+    if (isInLast(address, size)) return lastChipMemory_;
+    return ChipMemory::Ptr::adopt(heldFromIndex(address, size));
   }
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
   void lastChipMemoryIs(const ChipMemory::Ptr& cm);
@@ -271,7 +272,9 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
       lastSizeChecked(size);
     return true;
   }
-  ChipMemory::Ptr foundInIndex(const ChipAddress& address, U32 size);
+  // The region found, counted once for the caller, who adopts it. A plain pointer stays in a
+  // register where findChipMemory() is inlined.
+  ChipMemory* heldFromIndex(const ChipAddress& address, U32 size);
   void lastSizeChecked(U32 size) const;
   bool takenPlainly(ChipMemory& cm, U32 entry, const U8* data, U32 size, bool& answer) const;
   bool servedPlainly(const ChipMemory& cm, U32 entry, U8* data, U32 size) const;

@@ -7,6 +7,22 @@
 #include <cstring>
 
 namespace Hardware {
+namespace {
+
+// What the reading of several entries comes to where servedPlainly() says so: their number, 0 when
+// they cannot be copied at once.
+[[gnu::noinline]] U32 severalCopied(const ChipMemory& cm, U32 entry, U8* data, U32 size) {
+  const U32 count = wholeEntries(cm, entry, size);
+  const U8* shadow = cm.shadow()->data();
+  if (count == 0 || overlap(shadow, cm.shadow()->size(), data, size) ||
+      !bitmapRangeIsSet(cm.initialized()->data(), entry, count)) {
+    return 0;
+  }
+  std::memcpy(data, shadow + std::size_t{cm.entrySize()} * entry, size);
+  return count;
+}
+
+}  // namespace
 
 // What the reading comes to where all is in order and nobody looks on: the entries are known, and
 // the access method and the region keep the base's copy and count.
@@ -18,15 +34,15 @@ namespace Hardware {
       !countsReadsPlainly(cm) || !readsFromCachePlainly(*cm.chipHam())) {
     return false;
   }
-  const U32 count = wholeEntries(cm, entry, size);
-  const U8* initialized = cm.initialized()->data();
-  if (count == 0 || (count > 1 && overlap(cm.shadow()->data(), cm.shadow()->size(), data, size)) ||
-      !(count == 1 ? bitmapBit(initialized, entry) : bitmapRangeIsSet(initialized, entry, count))) {
-    return false;
+  U32 count = 1;
+  if (size == cm.entrySize()) [[likely]] {
+    if (!holdsEntry(cm, entry) || !bitmapBit(cm.initialized()->data(), entry)) return false;
+    entryCopied(data, cm.shadow()->data() + std::size_t{size} * entry, size);
+  } else {
+    count = severalCopied(cm, entry, data, size);
   }
   cm.readCacheHits_ += count;
-  entryCopied(data, cm.shadow()->data() + std::size_t{cm.entrySize()} * entry, size);
-  return true;
+  return count != 0;
 }
 
 bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size) {
@@ -87,18 +103,27 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
   return true;
 }
 
-bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
-  if (!isInLast(address, size)) {
-    const Ptr self(this);  // held, as is the region: the look-up may have ended another
-    const ChipMemory::Ptr cm = foundInIndex(address, size);
-    return cm != nullptr && readFromCache(cm, cm->entryIndexFromAddress(address), data, size);
-  }
-  const ChipMemory::Ptr& cm = lastChipMemory_;
-  const U32 entry = cm->entryIndexFromAddress(address);
-  return servedPlainly(*cm, entry, data, size) || readFromCache(cm, entry, data, size);
+namespace {
+
+// What the short cut leaves over; apart from it, whose registers it would take.
+[[gnu::noinline]] bool readFound(HardwareShadow& shadow, const ChipAddress& address, U8* data,
+                                 U32 size) {
+  const HardwareShadow::Ptr held(&shadow);  // as is the region: the look-up may end another
+  const ChipMemory::Ptr cm = shadow.findChipMemory(address, size);
+  return cm != nullptr && shadow.readFromCache(cm, cm->entryIndexFromAddress(address), data, size);
 }
 
-U32 HardwareShadow::readFromCacheU32(const ChipAddress& address) {
+}  // namespace
+
+bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
+  const ChipMemory* last = lastChipMemory_.ptr();
+  U32 entry;
+  return (last != nullptr && last->isEntry(address, size, entry) &&
+          servedPlainly(*last, entry, data, size)) ||
+         readFound(*this, address, data, size);
+}
+
+[[gnu::flatten]] U32 HardwareShadow::readFromCacheU32(const ChipAddress& address) {
   U32 value = 0;
   return readFromCacheHack(address, reinterpret_cast<U8*>(&value), sizeof value) ? value : 0;
 }

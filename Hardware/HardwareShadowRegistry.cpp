@@ -172,7 +172,7 @@ void HardwareShadow::lastSizeChecked(U32 size) const {
       lastChipMemory_->allowsLogicalViews() || ( size % lastChipMemory_->entrySize() ) == 0, "");
 }
 
-ChipMemory::Ptr HardwareShadow::foundInIndex(const ChipAddress& address, U32 size) {
+ChipMemory* HardwareShadow::heldFromIndex(const ChipAddress& address, U32 size) {
   if (nextIndex_ == 0) return nullptr;
 
   // The chunk of exactly this memory id.
@@ -201,7 +201,7 @@ ChipMemory::Ptr HardwareShadow::foundInIndex(const ChipAddress& address, U32 siz
     const Ptr self(this);  // its end may look up another region, or drop this shadow
     previous = nullptr;
   }
-  return answer;
+  return answer.release();
 }
 
 }  // namespace Hardware

@@ -8,60 +8,67 @@
 namespace Hardware {
 namespace {
 
-struct PlainStore {
-  U8* shadow;  // of the first entry
-  const U8* data;
-  U8* dirty;
-  U8* initialized;
-  U32 entrySize;
-  bool skipsHits;
-};
-
 // What the loop over the entries does where an access method copies plainly. Returns the number of
 // hits.
-[[gnu::always_inline]] inline U32 oneStoredPlainly(const PlainStore& store, U32 entry) {
-  if (store.skipsHits && bitmapBit(store.initialized, entry) &&
-      entriesEqual(store.shadow, store.data, store.entrySize)) {
+[[gnu::always_inline]] inline U32 oneStored(const ChipMemory& cm, U32 entry, const U8* data) {
+  const U32 entrySize = cm.entrySize();
+  U8* shadow = cm.shadow()->data() + std::size_t{entrySize} * entry;
+  if (cm.skipWriteIfMatchesCache() && bitmapBit(cm.initialized()->data(), entry) &&
+      entriesEqual(shadow, data, entrySize)) {
     return 1;
   }
-  bitmapBitIs(store.dirty, entry);
-  bitmapBitIs(store.initialized, entry);
-  entryCopied(store.shadow, store.data, store.entrySize);
+  bitmapBitIs(cm.dirty()->data(), entry);
+  bitmapBitIs(cm.initialized()->data(), entry);
+  entryCopied(shadow, data, entrySize);
   return 0;
 }
 
 // The same for many, a byte of the bitmaps at a time. Where an entry is a hit, copying it changes
 // nothing.
-U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
-  const std::size_t bytes = std::size_t{store.entrySize} * numEntries;
-  if (!store.skipsHits) {
-    std::memmove(store.shadow, store.data, bytes);
-    bitmapRangeIs(store.dirty, entry, numEntries);
-    bitmapRangeIs(store.initialized, entry, numEntries);
+[[gnu::noinline]] U32 severalStored(const ChipMemory& cm, U32 entry, const U8* data, U32 count) {
+  const U32 entrySize = cm.entrySize();
+  const std::size_t bytes = std::size_t{entrySize} * count;
+  U8* const firstShadow = cm.shadow()->data() + std::size_t{entrySize} * entry;
+  U8* const dirty = cm.dirty()->data();
+  U8* const initialized = cm.initialized()->data();
+  if (!cm.skipWriteIfMatchesCache()) {
+    std::memmove(firstShadow, data, bytes);
+    bitmapRangeIs(dirty, entry, count);
+    bitmapRangeIs(initialized, entry, count);
     return 0;
   }
-  if (numEntries > 8 && bitmapRangeIsSet(store.initialized, entry, numEntries) &&
-      std::memcmp(store.shadow, store.data, bytes) == 0) {
-    return numEntries;
+  if (count > 8 && bitmapRangeIsSet(initialized, entry, count) &&
+      std::memcmp(firstShadow, data, bytes) == 0) {
+    return count;
   }
   U32 hits = 0;
-  const U8* shadow = store.shadow;
-  const U8* data = store.data;
-  for (U32 e = entry, left = numEntries; left > 0;) {
+  const U8* shadow = firstShadow;
+  const U8* offered = data;
+  for (U32 e = entry, left = count; left > 0;) {
     const BitGroup group(e, left);
-    const U32 equal = equalEntries(shadow, data, store.entrySize, group.count) << (e & 7);
-    const U32 hit = equal & store.initialized[e >> 3] & group.mask;
+    const U32 equal = equalEntries(shadow, offered, entrySize, group.count) << (e & 7);
+    const U32 hit = equal & initialized[e >> 3] & group.mask;
     const U32 missed = group.mask & ~hit;
-    store.dirty[e >> 3] = static_cast<U8>(store.dirty[e >> 3] | missed);
-    store.initialized[e >> 3] = static_cast<U8>(store.initialized[e >> 3] | missed);
+    dirty[e >> 3] = static_cast<U8>(dirty[e >> 3] | missed);
+    initialized[e >> 3] = static_cast<U8>(initialized[e >> 3] | missed);
     hits += bitsOfByte(hit);
-    shadow += group.count * store.entrySize;
-    data += group.count * store.entrySize;
+    shadow += group.count * entrySize;
+    offered += group.count * entrySize;
     e += group.count;
     left -= group.count;
   }
-  std::memmove(store.shadow, store.data, bytes);
+  std::memmove(firstShadow, data, bytes);
   return hits;
+}
+
+// The number of several entries that can be stored at once; 0 where one must come after the other,
+// because later ones see what earlier ones have changed, or each is counted by a derived region.
+[[gnu::noinline]] U32 storedAtOnce(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
+  const U32 count = wholeEntries(cm, entry, size);
+  const bool plain = count != 0 && bitFits(*cm.dirty(), entry + count - 1) &&
+                     !overlap(cm.shadow()->data(), cm.shadow()->size(), data, size) &&
+                     countsWritesPlainly(cm);
+  return plain ? count : 0;
 }
 
 }  // namespace
@@ -76,22 +83,16 @@ U32 storedPlainly(const PlainStore& store, U32 entry, U32 numEntries) {
       cm.chipHam() == nullptr || !writesToCachePlainly(*cm.chipHam())) {
     return false;
   }
-  const U32 count = wholeEntries(cm, entry, size);
-  if (count == 0 || !bitFits(*cm.dirty(), entry + count - 1)) return false;
-  // One entry after the other, where later ones see what earlier ones have changed, or each is
-  // counted by a derived region.
-  if (count > 1 &&
-      (overlap(cm.shadow()->data(), cm.shadow()->size(), data, size) || !countsWritesPlainly(cm))) {
-    return false;
+  U32 count = 1;
+  U32 hits = 0;
+  if (size == cm.entrySize()) [[likely]] {
+    if (!holdsEntry(cm, entry) || !bitFits(*cm.dirty(), entry)) return false;
+    hits = oneStored(cm, entry, data);
+  } else {
+    count = storedAtOnce(cm, entry, data, size);
+    if (count == 0) return false;
+    hits = severalStored(cm, entry, data, count);
   }
-  const U32 entrySize = cm.entrySize();
-  const PlainStore store{cm.shadow()->data() + std::size_t{entrySize} * entry,
-                         data,
-                         cm.dirty()->data(),
-                         cm.initialized()->data(),
-                         entrySize,
-                         cm.skipWriteIfMatchesCache()};
-  const U32 hits = count == 1 ? oneStoredPlainly(store, entry) : storedPlainly(store, entry, count);
   answer = overrideHardware_ || hits == count || cm.mode() == ChipMemory::buffered();
   if (hits > 0) cm.writeCacheHitsInc(hits);
   return true;
@@ -147,23 +148,30 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   return overrideHardware_ || result;
 }
 
-void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
-  if (!isInLast(address, size)) {
-    const Ptr self(this);  // held, as is the region: the look-up may have ended another
-    const ChipMemory::Ptr cm = foundInIndex(address, size);
-    if (cm != nullptr) {
-      shadowWriteAndCompareWithCache(cm, cm->entryIndexFromAddress(address), data, size);
-    }
-    return;
-  }
-  const ChipMemory::Ptr& cm = lastChipMemory_;
-  const U32 entry = cm->entryIndexFromAddress(address);
-  bool answer = true;
-  if (takenPlainly(*cm, entry, data, size, answer)) return;
-  shadowWriteAndCompareWithCache(cm, entry, data, size);
+namespace {
+
+// What the short cut leaves over; apart from it, whose registers it would take.
+[[gnu::noinline]] void writeFound(HardwareShadow& shadow, const ChipAddress& address, U8* data,
+                                  U32 size) {
+  const HardwareShadow::Ptr held(&shadow);  // as is the region: the look-up may end another
+  const ChipMemory::Ptr cm = shadow.findChipMemory(address, size);
+  if (cm == nullptr) return;
+  shadow.shadowWriteAndCompareWithCache(cm, cm->entryIndexFromAddress(address), data, size);
 }
 
-void HardwareShadow::shadowWriteU32(const ChipAddress& address, U32 value) {
+}  // namespace
+
+void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
+  ChipMemory* last = lastChipMemory_.ptr();
+  U32 entry;
+  bool answer;
+  if (last == nullptr || !last->isEntry(address, size, entry) ||
+      !takenPlainly(*last, entry, data, size, answer)) {
+    writeFound(*this, address, data, size);
+  }
+}
+
+[[gnu::flatten]] void HardwareShadow::shadowWriteU32(const ChipAddress& address, U32 value) {
   shadowWriteHack(address, reinterpret_cast<U8*>(&value), sizeof value);
 }
 

@@ -60,25 +60,25 @@ inline bool overlap(const U8* a, U32 bytesOfA, const U8* b, U32 bytesOfB) {
   return at(a) < at(b) + bytesOfB && at(b) < at(a) + bytesOfA;
 }
 
-// Whether one entry of that size lies inside a buffer, or inside a bitmap.
-inline bool entryFits(const Hal::BufBase& buffer, U32 entry, U32 entrySize) {
-  return U64{entry} * entrySize + entrySize <= buffer.size();
-}
+// Whether an entry lies inside a bitmap.
 inline bool bitFits(const Hal::BufBase& bitmap, U32 entry) { return entry / 8 < bitmap.size(); }
 
-// The number of entries of an access to whole entries that lie within the region, its shadow and
-// its initialized bitmap; 0 for any other. REQUIRES: the shadow and the bitmap.
-[[gnu::always_inline]] inline U32 wholeEntries(const ChipMemory& cm, U32 entry, U32 size) {
+// Whether the region has that entry, and its shadow and its initialized bitmap hold it.
+// REQUIRES: the shadow and the bitmap.
+[[gnu::always_inline]] inline bool holdsEntry(const ChipMemory& cm, U32 entry) {
+  U32 end;  // in bytes; in 64 bits a 32-bit compiler would take it through memory
+  return entry < cm.entries() && !__builtin_mul_overflow(entry + 1, cm.entrySize(), &end) &&
+         end - 1 < cm.shadow()->size() && bitFits(*cm.initialized(), entry);
+}
+
+// The number of entries of an access to whole entries that the region holds; 0 for any other.
+// REQUIRES: the shadow and the bitmap.
+inline U32 wholeEntries(const ChipMemory& cm, U32 entry, U32 size) {
   const U32 entrySize = cm.entrySize();
-  U32 count = 1;
-  if (size != entrySize) {
-    if (size == 0 || entrySize == 0 || size % entrySize != 0) return 0;
-    count = size / entrySize;
-  }
+  if (size == 0 || entrySize == 0 || size % entrySize != 0) return 0;
+  const U32 count = size / entrySize;
   const U32 last = entry + (count - 1);
-  const bool fits = last >= entry && last < cm.entries() &&
-                    entryFits(*cm.shadow(), last, entrySize) && bitFits(*cm.initialized(), last);
-  return fits ? count : 0;
+  return last >= entry && holdsEntry(cm, last) ? count : 0;
 }
 
 }  // namespace Hardware
