@@ -153,6 +153,96 @@ TEST_F(PlainPath, entriesOfNoBytesAreFatalAllTheSame) {
   U8 byte = 0;
   EXPECT_REGION_ASSERTION(shadow->readFromCache(hollow, 0, &byte, 1), "hollow");
   EXPECT_REGION_ASSERTION(shadow->shadowWriteAndCompareWithCache(hollow, 0, &byte, 1), "hollow");
+  EXPECT_REGION_ASSERTION(shadow->readFromCache(hollow, 0, &byte, 0), "hollow");
+  EXPECT_REGION_ASSERTION(shadow->shadowWriteAndCompareWithCache(hollow, 0, &byte, 0), "hollow");
+}
+
+TEST_F(PlainPath, anEntryBehindTheLastIsFatalThoughTheBuffersHoldIt) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 12);
+  mac->readFromCacheIs(true);
+  configure({mac});
+  mac->shadowIs(Zint::makePtr<Hal::Buf>(64u));
+  mac->initializedIs(Zint::makePtr<Hal::Buf>(2u));
+  mac->initialized()->data()[1] = 0xff;
+  U8 bytes[4] = {};
+  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->readFromCache(mac, 12, bytes, 4); }),
+            "( entry + numEntries ) <= cm->entries()");
+  EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 12, 0); }),
+            "entry + numEntries <= cm->entries()");
+  mac->shadowIs(Zint::makePtr<Hal::Buf>(47u));  // the last entry lacks its last byte
+  EXPECT_REGION_ASSERTION(shadow->readFromCache(mac, 11, bytes, 4), "mac");
+  EXPECT_REGION_ASSERTION(write(mac, 11, 0), "mac");
+}
+
+// The region found last takes an access without a look-up, but none that is not its own.
+struct LastRegion : PlainPath {
+  bool known(const ChipAddress& address, U32 size = 4) {
+    U8 bytes[8] = {};
+    return shadow->readFromCacheHack(address, bytes, size);
+  }
+};
+
+TEST_F(LastRegion, takesNothingBeforeOrBehindIt) {
+  const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
+  const ChipMemory::Ptr other =
+      Hardware::chipMemoryFactory("other", ChipAddress(1, 0x1000), 16, 4, 4, ham);
+  other->shadowEnabledIs(true);
+  for (const ChipMemory::Ptr& cm : {mac, other}) cm->readFromCacheIs(true);
+  configure({mac, other});
+  for (U32 e = 0; e < 16; ++e) shadow->shadowWriteU32(ChipAddress(0x1000 + 4 * e), e);
+  EXPECT_EQ(shadow->lastChipMemory(), mac);
+  EXPECT_TRUE(known(ChipAddress(0x1000)));
+  EXPECT_TRUE(known(ChipAddress(0x103c)));
+  EXPECT_FALSE(known(ChipAddress(0x1040)));
+  EXPECT_FALSE(known(ChipAddress(0xffc)));
+  EXPECT_FALSE(known(ChipAddress(2, 0x1000)));
+  EXPECT_FALSE(known(ChipAddress(1, 0x1000)));
+  EXPECT_EQ(shadow->lastChipMemory(), other);
+  shadow->shadowWriteU32(ChipAddress(0x1004), 0x55);
+  EXPECT_EQ(shadow->lastChipMemory(), mac);
+  shadow->shadowWriteU32(ChipAddress(1, 0x1004), 0x66);
+  EXPECT_EQ(Fakes::word(mac->shadow(), 1), 0x55u);
+  EXPECT_EQ(Fakes::word(other->shadow(), 1), 0x66u);
+}
+
+TEST_F(LastRegion, mayLieAcrossTheEndOfTheOffsets) {
+  const ChipMemory::Ptr edge =
+      Hardware::chipMemoryFactory("edge", ChipAddress(0, 0xfffffff0), 16, 4, 4, ham);
+  edge->shadowEnabledIs(true);
+  edge->readFromCacheIs(true);
+  configure({edge});
+  for (U32 e = 0; e < 16; ++e) write(edge, e, e);
+  shadow->lastChipMemoryIs(edge);
+  EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0, 0xfffffffc)), 3u);
+  EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(1, 4)), 5u);
+  EXPECT_FALSE(known(ChipAddress(0, 4))) << "as far from its beginning, were 2^32 nothing";
+  EXPECT_FALSE(known(ChipAddress(1, 0x30)));
+}
+
+TEST_F(LastRegion, endsWhereItsSpanOf32BitsEnds) {
+  const ChipMemory::Ptr wide =
+      Hardware::chipMemoryFactory("wide", ChipAddress(0), 0x10001, 1, 0x10000, ham);
+  wide->shadowEnabledIs(true);
+  wide->readFromCacheIs(true);
+  configure({wide});
+  U8 bytes[2] = {1, 2};
+  shadow->shadowWriteAndCompareWithCache(wide, 0, bytes, 2);
+  shadow->lastChipMemoryIs(wide);
+  EXPECT_TRUE(known(ChipAddress(0xffff), 1));
+  EXPECT_FALSE(known(ChipAddress(0x10000), 1));
+}
+
+TEST_F(LastRegion, mayHaveAStrideThatIsNoPowerOfTwo) {
+  const ChipMemory::Ptr odd = Hardware::chipMemoryFactory("odd", ChipAddress(0x100), 8, 4, 12, ham);
+  odd->shadowEnabledIs(true);
+  odd->readFromCacheIs(true);
+  configure({odd});
+  for (U32 e = 0; e < 8; ++e) shadow->shadowWriteU32(ChipAddress(0x100 + 12 * e), 0x70 + e);
+  EXPECT_EQ(shadow->lastChipMemory(), odd);
+  for (U32 e = 0; e < 8; ++e) {
+    EXPECT_EQ(Fakes::word(odd->shadow(), e), 0x70 + e);
+    EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0x104 + 12 * e)), 0x70 + e);
+  }
 }
 
 TEST_F(PlainPath, entriesOfNoBytesAreAuditedAsEqual) {
