@@ -130,7 +130,7 @@ lockstep_chunk() {
     exit 255
   }
   rm -f "$log.$number"
-  printf 'soak: chunk %d done\n' "$number" >/dev/tty 2>/dev/null || true
+  { printf 'soak: chunk %d done\n' "$number" >/dev/tty; } 2>/dev/null || true
 }
 export -f lockstep_chunk
 
