@@ -164,11 +164,16 @@ TEST_F(PlainPath, anEntryBehindTheLastIsFatalThoughTheBuffersHoldIt) {
   mac->shadowIs(Zint::makePtr<Hal::Buf>(64u));
   mac->initializedIs(Zint::makePtr<Hal::Buf>(2u));
   mac->initialized()->data()[1] = 0xff;
-  U8 bytes[4] = {};
+  U8 bytes[8] = {};
   EXPECT_EQ(Fakes::assertedCondition([&] { shadow->readFromCache(mac, 12, bytes, 4); }),
             "( entry + numEntries ) <= cm->entries()");
   EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 12, 0); }),
             "entry + numEntries <= cm->entries()");
+  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->readFromCache(mac, 11, bytes, 8); }),
+            "( entry + numEntries ) <= cm->entries()");
+  EXPECT_EQ(
+      Fakes::assertedCondition([&] { shadow->shadowWriteAndCompareWithCache(mac, 11, bytes, 8); }),
+      "entry + numEntries <= cm->entries()");
   mac->shadowIs(Zint::makePtr<Hal::Buf>(47u));  // the last entry lacks its last byte
   EXPECT_REGION_ASSERTION(shadow->readFromCache(mac, 11, bytes, 4), "mac");
   EXPECT_REGION_ASSERTION(write(mac, 11, 0), "mac");
@@ -225,11 +230,12 @@ TEST_F(LastRegion, endsWhereItsSpanOf32BitsEnds) {
   wide->shadowEnabledIs(true);
   wide->readFromCacheIs(true);
   configure({wide});
-  U8 bytes[2] = {1, 2};
-  shadow->shadowWriteAndCompareWithCache(wide, 0, bytes, 2);
+  U8 bytes[3] = {1, 2, 3};
+  shadow->shadowWriteAndCompareWithCache(wide, 0, bytes, 3);
   shadow->lastChipMemoryIs(wide);
   EXPECT_TRUE(known(ChipAddress(0xffff), 1));
   EXPECT_FALSE(known(ChipAddress(0x10000), 1));
+  EXPECT_FALSE(known(ChipAddress(0x20000), 1));
 }
 
 TEST_F(LastRegion, mayHaveAStrideThatIsNoPowerOfTwo) {
