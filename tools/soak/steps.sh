@@ -174,6 +174,11 @@ run_unsigned() {
   local reports=0
   # A compiler cache does not know that the list is part of the command.
   export CCACHE_EXTRAFILES_TO_HASH=$PWD/cmake/unsigned-wraps.txt
+  # Nor does the build that what it has made depends on it.
+  if ! cmp -s cmake/unsigned-wraps.txt build/soak/unsigned-wraps.txt; then
+    rm -rf build/x64-unsigned
+    cp cmake/unsigned-wraps.txt build/soak/
+  fi
   built x64-unsigned "${programs[@]}"
   for program in "${programs[@]}"; do
     "build/x64-unsigned/tests/$program" --gtest_brief=1 >"build/soak/$step-$program.out" 2>&1 ||
