@@ -216,17 +216,8 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   void handleMode();
 
  private:
-  friend class HardwareShadow;  // takes short cuts where nobody looks on
+  friend class HardwareShadow;  // counts reads that nobody looks on
 
-  // Whether an access is to one entry in range; `entry` is then its index. A short cut: no, where
-  // finding out takes a division or leads across 2^32.
-  bool isEntry(const ChipAddress& addr, U32 size, U32& entry) const {
-    if (size != entrySize_ || addr.chipMemoryId() != address_.chipMemoryId()) return false;
-    if (addr.chipMemoryOffset() < address_.chipMemoryOffset() || strideShift_ >= 32) return false;
-    const U32 offset = addr.chipMemoryOffset() - address_.chipMemoryOffset();
-    entry = offset >> strideShift_;
-    return offset < stride_ * entries_;
-  }
   bool inRangeAcross(const ChipAddress& addr) const;
   U32 entryIndexByDivision(const ChipAddress& addr) const;
   Zint::Ptr<Hal::Buf> newStore() const;

@@ -9,8 +9,9 @@
 namespace Hardware {
 namespace {
 
-// What the reading of several entries comes to where servedPlainly() says so: their number, 0 when
-// they cannot be copied at once.
+// Several entries read at once. Returns their number, 0 where they cannot be: one is not known or
+// does not fit, or the bytes read are the ones written to. Out of line: one entry is the common
+// case.
 [[gnu::noinline]] U32 severalCopied(const ChipMemory& cm, U32 entry, U8* data, U32 size) {
   const U32 count = wholeEntries(cm, entry, size);
   const U8* shadow = cm.shadow()->data();
@@ -105,7 +106,8 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
 
 namespace {
 
-// What the short cut leaves over; apart from it, whose registers it would take.
+// What the last region does not take at once. Out of line: inlined, it would take the registers of
+// the common case.
 [[gnu::noinline]] bool readFound(HardwareShadow& shadow, const ChipAddress& address, U8* data,
                                  U32 size) {
   const HardwareShadow::Ptr held(&shadow);  // as is the region: the look-up may end another
@@ -117,12 +119,12 @@ namespace {
 
 bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
   const ChipMemory* last = lastChipMemory_.ptr();
-  U32 entry;
-  return (last != nullptr && last->isEntry(address, size, entry) &&
-          servedPlainly(*last, entry, data, size)) ||
+  return (last != nullptr && size == last->entrySize() && last->inRange(address) &&
+          servedPlainly(*last, last->entryIndexFromAddress(address), data, size)) ||
          readFound(*this, address, data, size);
 }
 
+// Flattened: with the size known, the common case is shorter.
 [[gnu::flatten]] U32 HardwareShadow::readFromCacheU32(const ChipAddress& address) {
   U32 value = 0;
   return readFromCacheHack(address, reinterpret_cast<U8*>(&value), sizeof value) ? value : 0;

@@ -23,8 +23,8 @@ namespace {
   return 0;
 }
 
-// The same for many, a byte of the bitmaps at a time. Where an entry is a hit, copying it changes
-// nothing.
+// The same for several, a byte of the bitmaps at a time. Where an entry is a hit, copying it
+// changes nothing.
 [[gnu::noinline]] U32 severalStored(const ChipMemory& cm, U32 entry, const U8* data, U32 count) {
   const U32 entrySize = cm.entrySize();
   const std::size_t bytes = std::size_t{entrySize} * count;
@@ -63,7 +63,7 @@ namespace {
 
 // The number of several entries that can be stored at once; 0 where one must come after the other,
 // because later ones see what earlier ones have changed, or each is counted by a derived region.
-[[gnu::noinline]] U32 storedAtOnce(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
+[[gnu::noinline]] U32 storableAtOnce(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
   const U32 count = wholeEntries(cm, entry, size);
   const bool plain = count != 0 && bitFits(*cm.dirty(), entry + count - 1) &&
                      !overlap(cm.shadow()->data(), cm.shadow()->size(), data, size) &&
@@ -89,7 +89,7 @@ namespace {
     if (!holdsEntry(cm, entry) || !bitFits(*cm.dirty(), entry)) return false;
     hits = oneStored(cm, entry, data);
   } else {
-    count = storedAtOnce(cm, entry, data, size);
+    count = storableAtOnce(cm, entry, data, size);
     if (count == 0) return false;
     hits = severalStored(cm, entry, data, count);
   }
@@ -150,7 +150,8 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
 
 namespace {
 
-// What the short cut leaves over; apart from it, whose registers it would take.
+// What the last region does not take at once. Out of line: inlined, it would take the registers of
+// the common case.
 [[gnu::noinline]] void writeFound(HardwareShadow& shadow, const ChipAddress& address, U8* data,
                                   U32 size) {
   const HardwareShadow::Ptr held(&shadow);  // as is the region: the look-up may end another
@@ -163,14 +164,14 @@ namespace {
 
 void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
   ChipMemory* last = lastChipMemory_.ptr();
-  U32 entry;
   bool answer;
-  if (last == nullptr || !last->isEntry(address, size, entry) ||
-      !takenPlainly(*last, entry, data, size, answer)) {
+  if (last == nullptr || size != last->entrySize() || !last->inRange(address) ||
+      !takenPlainly(*last, last->entryIndexFromAddress(address), data, size, answer)) {
     writeFound(*this, address, data, size);
   }
 }
 
+// Flattened: with the size known, the common case is shorter.
 [[gnu::flatten]] void HardwareShadow::shadowWriteU32(const ChipAddress& address, U32 value) {
   shadowWriteHack(address, reinterpret_cast<U8*>(&value), sizeof value);
 }

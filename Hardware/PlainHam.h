@@ -66,7 +66,8 @@ inline bool bitFits(const Hal::BufBase& bitmap, U32 entry) { return entry / 8 < 
 // Whether the region has that entry, and its shadow and its initialized bitmap hold it.
 // REQUIRES: the shadow and the bitmap.
 [[gnu::always_inline]] inline bool holdsEntry(const ChipMemory& cm, U32 entry) {
-  U32 end;  // in bytes; in 64 bits a 32-bit compiler would take it through memory
+  U32 end;  // in bytes; 0 for entries of none, which no buffer holds. A 32-bit compiler would take
+            // a sum of 64 bits through memory.
   return entry < cm.entries() && !__builtin_mul_overflow(entry + 1, cm.entrySize(), &end) &&
          end - 1 < cm.shadow()->size() && bitFits(*cm.initialized(), entry);
 }

@@ -6,6 +6,15 @@ namespace {
 
 struct PlainPath : Fakes::ShadowTest {
   PlainPath() { Hardware::umbraTrace().levelUpToIs(0); }
+
+  // A region that is read from its store.
+  ChipMemory::Ptr readable(const char* name, U64 address, U32 entries, U32 entrySize = 4,
+                           U32 stride = 0) {
+    const ChipMemory::Ptr cm = region(name, address, entries, entrySize, stride);
+    cm->shadowEnabledIs(true);
+    cm->readFromCacheIs(true);
+    return cm;
+  }
 };
 
 struct CountingInc : Hardware::ChipMemory {
@@ -145,10 +154,7 @@ TEST_F(PlainPath, anOverriddenRegionStoresNothingAndReadsAsZeros) {
 }
 
 TEST_F(PlainPath, entriesOfNoBytesAreFatalAllTheSame) {
-  const ChipMemory::Ptr hollow =
-      Hardware::chipMemoryFactory("hollow", ChipAddress(0x8000), 4, 0, 4, ham);
-  hollow->shadowEnabledIs(true);
-  hollow->readFromCacheIs(true);
+  const ChipMemory::Ptr hollow = readable("hollow", 0x8000, 4, 0, 4);
   configure({hollow});
   U8 byte = 0;
   EXPECT_REGION_ASSERTION(shadow->readFromCache(hollow, 0, &byte, 1), "hollow");
@@ -158,8 +164,7 @@ TEST_F(PlainPath, entriesOfNoBytesAreFatalAllTheSame) {
 }
 
 TEST_F(PlainPath, anEntryBehindTheLastIsFatalThoughTheBuffersHoldIt) {
-  const ChipMemory::Ptr mac = audited("mac", 0x1000, 12);
-  mac->readFromCacheIs(true);
+  const ChipMemory::Ptr mac = readable("mac", 0x1000, 12);
   configure({mac});
   mac->shadowIs(Zint::makePtr<Hal::Buf>(64u));
   mac->initializedIs(Zint::makePtr<Hal::Buf>(2u));
@@ -177,78 +182,6 @@ TEST_F(PlainPath, anEntryBehindTheLastIsFatalThoughTheBuffersHoldIt) {
   mac->shadowIs(Zint::makePtr<Hal::Buf>(47u));  // the last entry lacks its last byte
   EXPECT_REGION_ASSERTION(shadow->readFromCache(mac, 11, bytes, 4), "mac");
   EXPECT_REGION_ASSERTION(write(mac, 11, 0), "mac");
-}
-
-// The region found last takes an access without a look-up, but none that is not its own.
-struct LastRegion : PlainPath {
-  bool known(const ChipAddress& address, U32 size = 4) {
-    U8 bytes[8] = {};
-    return shadow->readFromCacheHack(address, bytes, size);
-  }
-};
-
-TEST_F(LastRegion, takesNothingBeforeOrBehindIt) {
-  const ChipMemory::Ptr mac = audited("mac", 0x1000, 16);
-  const ChipMemory::Ptr other =
-      Hardware::chipMemoryFactory("other", ChipAddress(1, 0x1000), 16, 4, 4, ham);
-  other->shadowEnabledIs(true);
-  for (const ChipMemory::Ptr& cm : {mac, other}) cm->readFromCacheIs(true);
-  configure({mac, other});
-  for (U32 e = 0; e < 16; ++e) shadow->shadowWriteU32(ChipAddress(0x1000 + 4 * e), e);
-  EXPECT_EQ(shadow->lastChipMemory(), mac);
-  EXPECT_TRUE(known(ChipAddress(0x1000)));
-  EXPECT_TRUE(known(ChipAddress(0x103c)));
-  EXPECT_FALSE(known(ChipAddress(0x1040)));
-  EXPECT_FALSE(known(ChipAddress(0xffc)));
-  EXPECT_FALSE(known(ChipAddress(2, 0x1000)));
-  EXPECT_FALSE(known(ChipAddress(1, 0x1000)));
-  EXPECT_EQ(shadow->lastChipMemory(), other);
-  shadow->shadowWriteU32(ChipAddress(0x1004), 0x55);
-  EXPECT_EQ(shadow->lastChipMemory(), mac);
-  shadow->shadowWriteU32(ChipAddress(1, 0x1004), 0x66);
-  EXPECT_EQ(Fakes::word(mac->shadow(), 1), 0x55u);
-  EXPECT_EQ(Fakes::word(other->shadow(), 1), 0x66u);
-}
-
-TEST_F(LastRegion, mayLieAcrossTheEndOfTheOffsets) {
-  const ChipMemory::Ptr edge =
-      Hardware::chipMemoryFactory("edge", ChipAddress(0, 0xfffffff0), 16, 4, 4, ham);
-  edge->shadowEnabledIs(true);
-  edge->readFromCacheIs(true);
-  configure({edge});
-  for (U32 e = 0; e < 16; ++e) write(edge, e, e);
-  shadow->lastChipMemoryIs(edge);
-  EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0, 0xfffffffc)), 3u);
-  EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(1, 4)), 5u);
-  EXPECT_FALSE(known(ChipAddress(0, 4))) << "as far from its beginning, were 2^32 nothing";
-  EXPECT_FALSE(known(ChipAddress(1, 0x30)));
-}
-
-TEST_F(LastRegion, endsWhereItsSpanOf32BitsEnds) {
-  const ChipMemory::Ptr wide =
-      Hardware::chipMemoryFactory("wide", ChipAddress(0), 0x10001, 1, 0x10000, ham);
-  wide->shadowEnabledIs(true);
-  wide->readFromCacheIs(true);
-  configure({wide});
-  U8 bytes[3] = {1, 2, 3};
-  shadow->shadowWriteAndCompareWithCache(wide, 0, bytes, 3);
-  shadow->lastChipMemoryIs(wide);
-  EXPECT_TRUE(known(ChipAddress(0xffff), 1));
-  EXPECT_FALSE(known(ChipAddress(0x10000), 1));
-  EXPECT_FALSE(known(ChipAddress(0x20000), 1));
-}
-
-TEST_F(LastRegion, mayHaveAStrideThatIsNoPowerOfTwo) {
-  const ChipMemory::Ptr odd = Hardware::chipMemoryFactory("odd", ChipAddress(0x100), 8, 4, 12, ham);
-  odd->shadowEnabledIs(true);
-  odd->readFromCacheIs(true);
-  configure({odd});
-  for (U32 e = 0; e < 8; ++e) shadow->shadowWriteU32(ChipAddress(0x100 + 12 * e), 0x70 + e);
-  EXPECT_EQ(shadow->lastChipMemory(), odd);
-  for (U32 e = 0; e < 8; ++e) {
-    EXPECT_EQ(Fakes::word(odd->shadow(), e), 0x70 + e);
-    EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0x104 + 12 * e)), 0x70 + e);
-  }
 }
 
 TEST_F(PlainPath, entriesOfNoBytesAreAuditedAsEqual) {
@@ -345,6 +278,67 @@ TEST_F(PlainPath, aMissCountsNoHits) {
   EXPECT_TRUE(write(cm, 2, 5));
   EXPECT_EQ(cm->calls, 1u);
   EXPECT_EQ(cm->writeCacheHits(), 1u);
+}
+
+// The region found last takes an access without a look-up, but none that is not its own.
+struct LastRegion : PlainPath {
+  bool known(const ChipAddress& address, U32 size = 4) {
+    U8 bytes[8] = {};
+    return shadow->readFromCacheHack(address, bytes, size);
+  }
+};
+
+TEST_F(LastRegion, takesNothingBeforeOrBehindIt) {
+  const ChipMemory::Ptr mac = readable("mac", 0x1000, 16);
+  const ChipMemory::Ptr other = readable("other", 0x1'00001000, 16);
+  configure({mac, other});
+  for (U32 e = 0; e < 16; ++e) shadow->shadowWriteU32(ChipAddress(0x1000 + 4 * e), e);
+  EXPECT_EQ(shadow->lastChipMemory(), mac);
+  EXPECT_TRUE(known(ChipAddress(0x1000)));
+  EXPECT_TRUE(known(ChipAddress(0x103c)));
+  EXPECT_FALSE(known(ChipAddress(0x1040)));
+  EXPECT_FALSE(known(ChipAddress(0xffc)));
+  EXPECT_FALSE(known(ChipAddress(2, 0x1000)));
+  EXPECT_FALSE(known(ChipAddress(1, 0x1000)));
+  EXPECT_EQ(shadow->lastChipMemory(), other);
+  shadow->shadowWriteU32(ChipAddress(0x1004), 0x55);
+  EXPECT_EQ(shadow->lastChipMemory(), mac);
+  shadow->shadowWriteU32(ChipAddress(1, 0x1004), 0x66);
+  EXPECT_EQ(Fakes::word(mac->shadow(), 1), 0x55u);
+  EXPECT_EQ(Fakes::word(other->shadow(), 1), 0x66u);
+}
+
+TEST_F(LastRegion, mayLieAcrossTheEndOfTheOffsets) {
+  const ChipMemory::Ptr edge = readable("edge", 0xfffffff0, 16);
+  configure({edge});
+  for (U32 e = 0; e < 16; ++e) write(edge, e, e);
+  shadow->lastChipMemoryIs(edge);
+  EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0, 0xfffffffc)), 3u);
+  EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(1, 4)), 5u);
+  EXPECT_FALSE(known(ChipAddress(0, 4))) << "as far from its beginning, were 2^32 nothing";
+  EXPECT_FALSE(known(ChipAddress(1, 0x30)));
+}
+
+TEST_F(LastRegion, endsWhereItsSpanOf32BitsEnds) {
+  const ChipMemory::Ptr wide = readable("wide", 0, 0x10001, 1, 0x10000);
+  configure({wide});
+  U8 bytes[3] = {1, 2, 3};
+  shadow->shadowWriteAndCompareWithCache(wide, 0, bytes, 3);
+  shadow->lastChipMemoryIs(wide);
+  EXPECT_TRUE(known(ChipAddress(0xffff), 1));
+  EXPECT_FALSE(known(ChipAddress(0x10000), 1));
+  EXPECT_FALSE(known(ChipAddress(0x20000), 1));
+}
+
+TEST_F(LastRegion, mayHaveAStrideThatIsNoPowerOfTwo) {
+  const ChipMemory::Ptr odd = readable("odd", 0x100, 8, 4, 12);
+  configure({odd});
+  for (U32 e = 0; e < 8; ++e) shadow->shadowWriteU32(ChipAddress(0x100 + 12 * e), 0x70 + e);
+  EXPECT_EQ(shadow->lastChipMemory(), odd);
+  for (U32 e = 0; e < 8; ++e) {
+    EXPECT_EQ(Fakes::word(odd->shadow(), e), 0x70 + e);
+    EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0x104 + 12 * e)), 0x70 + e);
+  }
 }
 
 }  // namespace
