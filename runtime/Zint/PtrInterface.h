@@ -3,6 +3,10 @@
 //
 // THE COUNT IS NOT ATOMIC: an object belongs to the thread of its activity, and only that thread
 // may touch it or any pointer to it.
+//
+// RE-ENTRANCY, the one rule: whoever calls out (a virtual operation, a notification, an access
+// method) holds itself and copies its `const Ptr&` arguments first; after that only the copy is
+// used. What may be changed by the call is compared with a mark (<Zint/Epoch.h>).
 #pragma once
 
 #include <Zint/Api.h>
