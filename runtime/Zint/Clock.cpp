@@ -54,6 +54,8 @@ Seconds now() {
   return clock == nullptr ? monotonicTime() : clock->time();
 }
 
+Seconds turnTime() { return now(); }
+
 Clock::NotifieeConst::NotifieeConst(const Ptr<ActivityConfig>& activity,
                                     const Ptr<const Clock>& clock, bool active)
     : Entity::NotifieeConst(activity, clock, active) {}

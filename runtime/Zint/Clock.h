@@ -125,6 +125,10 @@ UMBRA_API ValidPtr<ManualClock> manualClockFactory(Name name);
 // activity made last on this thread, and of the system's monotonic clock when there is none.
 UMBRA_API Seconds now();
 
+// The same at the time at which the turn began, within a turn: for records, which need no exact
+// time.
+UMBRA_API Seconds turnTime();
+
 // The name under which reflection shows it.
 constexpr const char* zintTypeName(const Clock*) { return "Zint::Clock"; }
 
