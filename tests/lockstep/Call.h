@@ -35,6 +35,7 @@ struct Call {
   int method = 0;
   bool on = false;
   double seconds = 0;
+  U32 turns = 1;  // run one after the other by Operation::turn
   std::string name;
   Bytes data;
 };

@@ -224,7 +224,7 @@ void onTheWhole(Side& side, const Call& call, Answer& answer) {
       return readerSet(side, call, answer);
     case Operation::turn:
       side.timeIs(call.seconds);
-      answer.value = static_cast<U64>(side.runTurn());
+      for (U32 i = 0; i < call.turns; ++i) answer.value += static_cast<U64>(side.runTurn());
       return;
     default:  // traceLevel
       return side.traceLevelIs(static_cast<int>(call.value));

@@ -54,7 +54,7 @@ Outcome Scenario::run(const Step& step, const Takes& takes, Coverage* coverage) 
     if (!subject_.failure() && requestNew_) {
       const int adopted = subject_.adoptedRequest();
       if (adopted != model_.shadow(shadow).request) {
-        difference_ = "the model has a new request, the library none";
+        comparison_.differenceIs("the model has a new request, the library none");
         lastCall_ = text(call_);
         return Outcome::diverged;
       }
@@ -67,7 +67,7 @@ Outcome Scenario::run(const Step& step, const Takes& takes, Coverage* coverage) 
   if (fatal || subject_.failure()) {
     lastCall_ = text(call_);
     if (!fatal) fatal_ = {};
-    return compareFatal() && fatal ? Outcome::ended : Outcome::diverged;
+    return comparison_.compareFatal(fatal_) && fatal ? Outcome::ended : Outcome::diverged;
   }
   if (call_.operation == Operation::reader && call_.variant == 2) {
     reader_ = static_cast<int>(expected_.value);
@@ -75,13 +75,14 @@ Outcome Scenario::run(const Step& step, const Takes& takes, Coverage* coverage) 
   }
   passFollowed();
   ++steps_;
-  bool equal =
-      compareAnswers() && compareLogs() && compareShadow() && compareRequest() && compareReader();
+  bool equal = comparison_.compareAnswers(expected_, actual_) &&
+               comparison_.compareLogs(call_, requestNew_) && comparison_.compareShadow() &&
+               comparison_.compareRequest() && comparison_.compareReader(reader_);
   if (equal) {
     if (depth_ == Depth::full || steps_ % 16 == 0) {
-      equal = compareAll();
+      equal = comparison_.compareAll();
     } else if (call_.region != none) {
-      equal = compareRegion(call_.region);
+      equal = comparison_.compareRegion(call_.region);
     }
   }
   if (equal) return Outcome::done;

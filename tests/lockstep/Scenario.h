@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "lockstep/Call.h"
+#include "lockstep/Comparison.h"
 #include "lockstep/Coverage.h"
 
 namespace Lockstep {
@@ -37,10 +37,10 @@ class Scenario {
   // Coverage may be null.
   Outcome run(const Step& step, const Takes& takes, Coverage* coverage = nullptr);
   // Compares everything; false when the sides differ.
-  bool compareAll();
+  bool compareAll() { return comparison_.compareAll(); }
 
   // What differs, and after which call.
-  const std::string& difference() const { return difference_; }
+  const std::string& difference() const { return comparison_.difference(); }
   const std::string& lastCall() const { return lastCall_; }
   // How the last step that ended the process did.
   const Model::Fatal& fatal() const { return fatal_; }
@@ -59,34 +59,16 @@ class Scenario {
   void passFollowed();
   void counted(Coverage& coverage) const;
 
-  bool compareFatal();
-  bool compareAnswers();
-  bool compareLogs();
-  bool compareTrace();
-  bool compareRecords();
-  bool compareNotifications();
-  bool compareRegion(int handle);
-  bool compareBuffer(const char* name, int region, const std::optional<Bytes>& expected,
-                     const Hal::BufBase* actual);
-  bool compareShadow();
-  bool compareRequest();
-  bool compareReader();
-  bool compareRegistry();
-  bool compareIndex();
-  bool compareRegisters();
-  template <class T, class U>
-  bool same(const char* what, const T& expected, const U& actual);
-
   const Depth depth_;
   Model::System model_;
   Model::System before_;  // of the last step
   Subject subject_;
+  Comparison comparison_{model_, subject_};
   int reader_ = 0;
   Call call_;
   Answer expected_;
   Answer actual_;
   Model::Fatal fatal_;
-  std::string difference_;
   std::string lastCall_;
   U32 steps_ = 0;
   bool requestNew_ = false;  // made by the library in this step: not observed from its start

@@ -1,12 +1,11 @@
-// What a scenario compares after each step.
+#include "lockstep/Comparison.h"
+
 #include <Mirl/Mirl.h>
 
 #include <algorithm>
 #include <cstring>
 #include <iomanip>
 #include <sstream>
-
-#include "lockstep/Scenario.h"
 
 namespace Lockstep {
 namespace {
@@ -80,7 +79,7 @@ std::string spelled(const std::string& function) {
 }  // namespace
 
 template <class T, class U>
-bool Scenario::same(const char* what, const T& expected, const U& actual) {
+bool Comparison::same(const char* what, const T& expected, const U& actual) {
   if (expected == static_cast<T>(actual)) [[likely]]
     return true;
   difference_ = std::string(what) + ": the model has " + shown(expected) + ", the library " +
@@ -88,39 +87,38 @@ bool Scenario::same(const char* what, const T& expected, const U& actual) {
   return false;
 }
 
-bool Scenario::compareAll() {
+bool Comparison::compareAll() {
   for (int region = 0; region < model_.regions(); ++region) {
     if (!compareRegion(region)) return false;
   }
   return compareRegistry() && compareIndex() && compareRegisters();
 }
 
-bool Scenario::compareFatal() {
+bool Comparison::compareFatal(const Model::Fatal& expected) {
   const auto& failure = subject_.failure();
   if (!failure) {
-    difference_ = "the model ends the process: " + fatal_.condition + " in " + fatal_.function +
+    difference_ = "the model ends the process: " + expected.condition + " in " + expected.function +
                   "; the library goes on";
     return false;
   }
-  if (fatal_.condition.empty()) {
+  if (expected.condition.empty()) {
     difference_ = "the library ends the process: " + failure->condition + " in " +
                   failure->function + "; the model goes on";
     return false;
   }
-  if (fatal_.textOpen) return true;
-  return same("condition", fatal_.condition, failure->condition) &&
-         same("function", spelled(fatal_.function), spelled(failure->function)) &&
+  if (expected.textOpen) return true;
+  return same("condition", expected.condition, failure->condition) &&
+         same("function", spelled(expected.function), spelled(failure->function)) &&
          same("source", std::string("Hardware/Umbra"), failure->source) &&
-         (fatal_.line == 0 || same("line", fatal_.line, failure->line));
+         (expected.line == 0 || same("line", expected.line, failure->line));
 }
 
-bool Scenario::compareAnswers() {
-  return same("exception", expected_.error, actual_.error) &&
-         same("answer", expected_.value, actual_.value) &&
-         same("data", expected_.data, actual_.data);
+bool Comparison::compareAnswers(const Answer& expected, const Answer& actual) {
+  return same("exception", expected.error, actual.error) &&
+         same("answer", expected.value, actual.value) && same("data", expected.data, actual.data);
 }
 
-bool Scenario::compareLogs() {
+bool Comparison::compareLogs(const Call& call, bool requestNew) {
   auto& expected = model_.accesses();
   auto& actual = subject_.accesses();
   if (expected != actual) [[unlikely]] {
@@ -136,10 +134,10 @@ bool Scenario::compareLogs() {
   actual.clear();
   return same("exceptions in handlers", static_cast<U32>(model_.guarded().size()),
               subject_.guarded()) &&
-         compareTrace() && compareRecords() && compareNotifications();
+         compareTrace() && compareRecords() && compareNotifications(call, requestNew);
 }
 
-bool Scenario::compareTrace() {
+bool Comparison::compareTrace() {
   auto& expected = model_.trace();
   auto& actual = subject_.trace();
   for (std::size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
@@ -165,7 +163,7 @@ bool Scenario::compareTrace() {
   return true;
 }
 
-bool Scenario::compareRecords() {
+bool Comparison::compareRecords() {
   auto& expected = model_.records();
   bool any = false;
   for (U32 level : {0u, 8u}) {
@@ -212,11 +210,11 @@ bool Scenario::compareRecords() {
   return true;
 }
 
-bool Scenario::compareNotifications() {
+bool Comparison::compareNotifications(const Call& call, bool requestNew) {
   using Kind = Model::Notification::Kind;
   auto& expected = model_.notifications();
   auto& actual = subject_.notifications();
-  if (requestNew_) {
+  if (requestNew) {
     // What a request tells while the library makes it, nobody hears.
     const auto ofRequest = [](const Model::Notification& n) {
       return n.kind == Kind::requestState || n.kind == Kind::requestStatus ||
@@ -225,7 +223,7 @@ bool Scenario::compareNotifications() {
     std::erase_if(expected, ofRequest);
     std::erase_if(actual, ofRequest);
   }
-  if (call_.operation == Operation::directory && call_.variant == 2) {
+  if (call.operation == Operation::directory && call.variant == 2) {
     // The order in which a directory is emptied hangs on a hash.
     const auto byName = [](const auto& a, const auto& b) { return a.name < b.name; };
     std::sort(expected.begin(), expected.end(), byName);
@@ -243,8 +241,8 @@ bool Scenario::compareNotifications() {
   return true;
 }
 
-bool Scenario::compareBuffer(const char* name, int region, const std::optional<Bytes>& expected,
-                             const Hal::BufBase* actual) {
+bool Comparison::compareBuffer(const char* name, int region, const std::optional<Bytes>& expected,
+                               const Hal::BufBase* actual) {
   if (expected.has_value() == (actual != nullptr)) {
     if (!expected) return true;
     if (expected->size() == actual->size() &&
@@ -262,7 +260,7 @@ bool Scenario::compareBuffer(const char* name, int region, const std::optional<B
   return false;
 }
 
-bool Scenario::compareRegion(int handle) {
+bool Comparison::compareRegion(int handle) {
   const Model::Region& expected = model_.region(handle);
   const Hardware::ChipMemory& actual = *subject_.region(handle);
   if (same("entries", expected.entries, actual.entries()) &&
@@ -292,7 +290,7 @@ bool Scenario::compareRegion(int handle) {
   return false;
 }
 
-bool Scenario::compareShadow() {
+bool Comparison::compareShadow() {
   const Model::Shadow& expected = model_.shadow(shadow);
   const Hardware::HardwareShadow& actual = subject_.shadow();
   const auto handle = [this](int region) {
@@ -316,7 +314,7 @@ bool Scenario::compareShadow() {
               subject_.directory().chipMemorys());
 }
 
-bool Scenario::compareRequest() {
+bool Comparison::compareRequest() {
   const int handle = model_.shadow(shadow).request;
   const Hardware::ChipReadRequest::Ptr audit = subject_.shadow().auditReadRequest();
   if (!same("auditReadRequest exists", handle != none, audit != nullptr)) return false;
@@ -345,8 +343,8 @@ bool Scenario::compareRequest() {
   return true;
 }
 
-bool Scenario::compareReader() {
-  const Model::Reader& expected = model_.reader(reader_);
+bool Comparison::compareReader(int handle) {
+  const Model::Reader& expected = model_.reader(handle);
   const Hardware::ChipReader& actual = subject_.reader();
   const auto* current =
       expected.current == none ? nullptr : subject_.region(expected.current).ptr();
@@ -371,7 +369,7 @@ bool Scenario::compareReader() {
   return true;
 }
 
-bool Scenario::compareRegistry() {
+bool Comparison::compareRegistry() {
   auto member = model_.shadow(shadow).registry.begin();
   for (auto actual = subject_.shadow().chipMemoryIterator(); actual; ++actual, ++member) {
     if (member == model_.shadow(shadow).registry.end() ||
@@ -390,7 +388,7 @@ bool Scenario::compareRegistry() {
   return true;
 }
 
-bool Scenario::compareIndex() {
+bool Comparison::compareIndex() {
   const auto& expected = model_.shadow(shadow).index;
   const Hardware::HardwareShadow& actual = subject_.shadow();
   if (!same("nextIndex", expected.size(), U16{actual.nextIndex()}) ||
@@ -420,7 +418,7 @@ bool Scenario::compareIndex() {
   return true;
 }
 
-bool Scenario::compareRegisters() {
+bool Comparison::compareRegisters() {
   for (const auto& [address, value] : subject_.registers()) {
     if (!same("register", model_.chipPeek(chip, address), value)) return false;
   }
