@@ -136,6 +136,7 @@ class System {
   std::vector<double> pendingDueTimes() const;  // ascending
 
   // --- Observation.
+  const Chip& chip(int handle) const { return chips_.at(handle); }
   const Region& region(int handle) const { return regions_.at(handle); }
   const Shadow& shadow(int handle) const { return shadows_.at(handle); }
   const Request& request(int handle) const { return requests_.at(handle); }

@@ -3,7 +3,7 @@
 
 readonly JOBS=${UMBRA_JOBS:-$(nproc)}
 STEPS=(
-  lockstep-x86 lockstep-x64 simulation-x86 simulation-x64 reentrancy-x86 reentrancy-x64
+  scopes-x86 scopes-x64 lockstep-x86 lockstep-x64 simulation-x86 simulation-x64 reentrancy-x86 reentrancy-x64
   ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   memcheck-x86 helgrind-x86
 )
@@ -25,6 +25,7 @@ bad_usage() {
 
 what_is() {
   case $1 in
+    scopes-*) echo "every sequence of five operations on a small world, and of six merged by state" ;;
     lockstep-*) echo "library and independent model, compared after each operation" ;;
     simulation-*) echo "whole systems of random clients, chips and faults" ;;
     reentrancy-*) echo "every pair of operation and interfering observer" ;;
@@ -46,7 +47,7 @@ list_steps() {
 # needed_folder <step>: the folder of tests/ it runs; nothing when it runs several.
 needed_folder() {
   case $1 in
-    lockstep-* | simulation-* | reentrancy-*) echo "${1%%-*}" ;;
+    scopes-* | lockstep-* | simulation-* | reentrancy-*) echo "${1%%-*}" ;;
     tsan-* | helgrind-*) echo threads ;;
   esac
 }
@@ -144,6 +145,27 @@ run_lockstep() {
     "$operations" "$first_seed" "build/soak/$step.chunk"
 }
 
+# One process per start, as many at a time as there are jobs.
+run_scopes() {
+  local depth=5 merged=6 entries=20 program=build/$1/tests/scopes/scopes-tests
+  if $is_quick; then depth=3 merged=4 entries=14; fi
+  built "$1" scopes-tests
+  export UMBRA_SCOPES_DEPTH=$depth UMBRA_SCOPES_MERGED_DEPTH=$merged UMBRA_SCOPES_ENTRIES=$entries
+  rm -f "build/soak/$step".out.*
+  "$program" --gtest_list_tests --gtest_filter='*Scopes*' \
+    | sed -n 's/^  \([^ ]*\).*/\1/p' | cat - <(echo '*ernels*') \
+    | xargs -P "$JOBS" -I{} bash -c 'scopes_of "$@"' - "$program" "build/soak/$step.out" {} || return 1
+  figure "$(sed -n 's/.*: \([0-9]*\) sequences.*/\1/p' "build/soak/$step".out.* | awk '{ n += $1 } END { print n + 0 }') sequences"
+}
+
+# scopes_of <program> <log> <test>
+scopes_of() {
+  local log=$2.${3//[^a-zA-Z]/}
+  "$1" --gtest_filter="*$3" >"$log" 2>&1 || { cat "$log"; exit 255; }
+  grep '^scopes:' "$log" || true
+}
+export -f scopes_of
+
 run_simulation() {
   built "$1" simulation-tests
   figure "$SEEDS seeds"
@@ -195,6 +217,7 @@ source tools/soak/valgrind.sh
 run_step() {
   step=$1
   case $step in
+    scopes-*) run_scopes "${step##*-}" ;;
     lockstep-*) run_lockstep "${step##*-}" ;;
     simulation-*) run_simulation "${step##*-}" ;;
     reentrancy-*) run_reentrancy "${step##*-}" ;;
