@@ -1,9 +1,15 @@
 # Installation: the library, its headers under include/umbra, the CMake package and umbra.pc.
 # A 32-bit and a 64-bit build may share a prefix when they differ in CMAKE_INSTALL_LIBDIR.
+include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+
+target_include_directories(Umbra PUBLIC
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/umbra>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/umbra/runtime>)
 
 install(TARGETS Umbra EXPORT UmbraTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 foreach(folder IN ITEMS runtime Hardware platform)
@@ -47,5 +53,15 @@ else()
   set(UMBRA_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 endif()
 math(EXPR UMBRA_PC_BITS "${CMAKE_SIZEOF_VOID_P} * 8")
+# The machine's flags of the 32-bit library, so that one line compiles and links a program.
+set(UMBRA_PC_CFLAGS)
+set(UMBRA_PC_LIBS)
+if(UMBRA_TARGET_IS_I386)
+  set(UMBRA_PC_CFLAGS -m32 ${UMBRA_MACHINE_FLAGS} "")
+  set(UMBRA_PC_LIBS -m32)
+endif()
+list(APPEND UMBRA_PC_LIBS ${UMBRA_LINK_ALWAYS} "")
+string(REPLACE ";" " " UMBRA_PC_CFLAGS "${UMBRA_PC_CFLAGS}")
+string(REPLACE ";" " " UMBRA_PC_LIBS "${UMBRA_PC_LIBS}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/umbra.pc.in ${PROJECT_BINARY_DIR}/umbra.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/umbra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,20 +1,15 @@
 #include <Hardware/ChipReader.h>
 #include <Hardware/GenericChipHam.h>
 #include <Hardware/HardwareShadow.h>
+#include <platform/MemoryRegisters.h>
 
 #include <iostream>
-#include <map>
-
-struct Registers : Fru::HamImpl {  // stands in for a chip; see platform/ for real ones
-  void read(U32 address, U32* value) override { *value = held[address]; }
-  void write(U32 address, U32 value) override { held[address] = value; }
-  std::map<U32, U32> held;
-};
 
 int main() {
   auto clock = Zint::monotonicClockFactory("clock");
   auto activity = Zint::activityFactory("main", clock);
-  auto chip = Zint::makePtr<Registers>();
+  // 4,096 bytes of registers in memory stand in for a chip; see platform/ for real ones.
+  auto chip = Platform::memoryRegistersFactory(0x1000, 4096);
   auto ham = Hardware::genericChipHamFactory("chip0", chip);
   // Register a region: 1,024 entries of 4 bytes, 4 apart, from address 0x1000 on.
   auto table =
@@ -23,6 +18,7 @@ int main() {
   table->readFromCacheIs(true);
   table->auditEnabledIs(true);
   auto shadow = Hardware::hardwareShadowFactory(activity, clock);
+  shadow->minIntervalBetweenAuditsIs(1.0);  // a pass begins at most once a second
   shadow->chipMemoryIs(table);
   shadow->stateIs(Hardware::HardwareShadow::configured());
   // Reads 256 entries of the audited regions every millisecond.
@@ -36,8 +32,8 @@ int main() {
   }
   std::cout << std::hex << shadow->readFromCacheU32(table->entryAddress(7)) << "\n";
   // Audit: the next pass finds the damage and repairs it.
-  chip->held[0x101c] = 0xbad;
+  chip->registerAt(0x101c) = 0xbad;
   shadow->stateIs(Hardware::HardwareShadow::auditing());
-  activity->runUntil(Zint::now() + 0.1);
-  std::cout << chip->held[0x101c] << " after " << table->registersFixed() << " repair\n";
+  while (table->registersFixed() == 0) activity->runUntil(Zint::now() + 0.01);
+  std::cout << chip->registerAt(0x101c) << " after " << table->registersFixed() << " repair\n";
 }

@@ -1,6 +1,8 @@
 // The fixed-width integers and the small value types that everything is written in.
 #pragma once
 
+#include <Zint/Api.h>
+
 #include <cstddef>
 #include <cstdint>
 
