@@ -123,7 +123,7 @@ TEST_F(CommandsTest, let_namesAnObjectAndKeepsItAlive) {
   session_.run("let again = /mine/chipMemory/t");
   session_.run("let mine = null");
   EXPECT_EQ(refusal("get /mine"), "no object /mine");
-  EXPECT_EQ(printed("get /again/address"), "36864\n");
+  EXPECT_EQ(printed("get /again/address"), "0x0:00009000\n");
   EXPECT_EQ(printed("get /again"), printed("get /table"));
 }
 
@@ -145,7 +145,7 @@ TEST_F(CommandsTest, let_refuses) {
   EXPECT_EQ(refusal("let shadow = null"), "/shadow is part of the system and keeps its name");
   EXPECT_EQ(refusal("let a/b = /reader"), "a/b is no name: letters, digits, - and _");
   EXPECT_EQ(refusal("let x = call"), "let: call what?");
-  EXPECT_EQ(refusal("let x = /reader /shadow"), "let: too much behind /reader");
+  EXPECT_EQ(refusal("let x = /reader /shadow"), "let: too much after /reader");
   EXPECT_EQ(refusal("let x = /shadow/chipMemory"), "/shadow/chipMemory is no object");
   EXPECT_EQ(refusal("let x = /shadow/state"), "let: no object: 'auditing'");
   EXPECT_EQ(refusal("let x = /shadow/lastChipMemory"), "let: no object: null");
@@ -193,7 +193,7 @@ TEST_F(CommandsTest, describe_anUnknownTypeIsRefused) {
 TEST_F(CommandsTest, help_tellsOfEachCommandAndOfOne) {
   const std::string all = printed("help");
   for (const char* name : {"ls", "cd", "get", "set", "call", "let", "watch", "unwatch", "types",
-                           "describe", "trace", "peek", "poke", "wait", "help", "quit"}) {
+                           "describe", "trace", "peek", "poke", "wait", "help", "quit", "show"}) {
     const std::string one = printed(std::string("help ") + name);
     EXPECT_THAT(one, StartsWith(std::string("  ") + name));
     EXPECT_THAT(all, HasSubstr(one));

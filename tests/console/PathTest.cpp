@@ -36,6 +36,8 @@ TEST_F(PathTest, aMemberIsFoundByItsKeyAndByItsName) {
   EXPECT_EQ(printed("get /shadow/chipMemory/'mac'"), mac);
   EXPECT_EQ(printed("get /shadow/chipMemory/4294967296"), mac);
   EXPECT_EQ(printed("get /shadow/chipMemory/0x100000000"), mac);
+  EXPECT_EQ(printed("get /shadow/chipMemory/0x1:00000000"), mac);
+  EXPECT_EQ(printed("get /shadow/chipMemory/0x1:0"), mac);
   EXPECT_EQ(printed("get /shadow/chipMemoryId/1"), "2\n");
 }
 
@@ -53,7 +55,7 @@ TEST_F(PathTest, aNameWithOtherCharactersIsQuoted) {
       "let t = call chipMemoryFactory name='a table/1' address=0x9000 entries=1 "
       "entrySize=4 stride=4 chipHam=/shadow/chipMemory/mac/chipHam");
   session_.run("call /reader/chipMemoryIs chipMemory=/t");
-  EXPECT_EQ(printed("get /reader/chipMemory/'a table/1'/address"), "36864\n");
+  EXPECT_EQ(printed("get /reader/chipMemory/'a table/1'/address"), "0x0:00009000\n");
 }
 
 TEST_F(PathTest, twoMembersOfOneNameAreNotMistaken) {
@@ -68,7 +70,7 @@ TEST_F(PathTest, twoMembersOfOneNameAreNotMistaken) {
   session_.run("call /shadow/chipMemoryIs chipMemory=/ta000");
   EXPECT_EQ(refusal("get /shadow/chipMemory/twin"),
             "/shadow/chipMemory has several members named twin: name its address");
-  EXPECT_EQ(printed("get /shadow/chipMemory/0xa000/address"), "40960\n");
+  EXPECT_EQ(printed("get /shadow/chipMemory/0xa000/address"), "0x0:0000a000\n");
 }
 
 TEST_F(PathTest, whatIsNotThereIsSaid) {
@@ -120,7 +122,7 @@ TEST_F(PathTest, ls_anObjectHasItsAttributesCollectionsAndOperations) {
 
 TEST_F(PathTest, ls_aCollectionHasItsMembers) {
   const std::string text = printed("ls shadow/chipMemory");
-  EXPECT_THAT(text, testing::MatchesRegex("(-?[0-9]+ +'[a-z]+'#[0-9]+\n){6}"));
+  EXPECT_THAT(text, testing::MatchesRegex("(0x[0-9]:[0-9a-f]{8} +'[a-z]+'#[0-9]+\n){6}"));
   EXPECT_EQ(printed("ls directory/chipMemory"), "");
   EXPECT_EQ(printed("ls shadow/state"), "'auditing'\n");
 }

@@ -22,6 +22,11 @@ const std::vector<Command>& commands() {
        Takes::place, 0, 1, doCd},
       {"get", "PATH", "the text of an attribute, an object or a member of a collection",
        Takes::place, 1, 1, doGet},
+      {"show", "PATH [FIRST | FIRST..LAST | FIRST+COUNT]",
+       "shows a buffer (hardware, shadow, initialized or dirty of a region) as rows of entries, "
+       "the\n"
+       "first ones unless a range of entries is given",
+       Takes::place, 1, 2, doShow},
       {"set", "PATH VALUE",
        "sets an attribute. A value that is ., .. or begins with /, ./ or ../ is a path and stands\n"
        "for what get prints there; strings may be given 'in quotes'",

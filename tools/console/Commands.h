@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/console/Names.h"
 #include "tools/console/Words.h"
 
 namespace Console {
@@ -27,10 +28,14 @@ const std::vector<Command>& commands();
 // Error with a near miss.
 const Command& commandNamed(const std::string& name);
 
+// Error unless an attribute of the registry stands there.
+void requireAttribute(const Place& place);
+
 // What the commands do; one source per group.
 void doLs(Session&, const Words&);
 void doCd(Session&, const Words&);
 void doGet(Session&, const Words&);
+void doShow(Session&, const Words&);
 void doSet(Session&, const Words&);
 void doCall(Session&, const Words&);
 void doLet(Session&, const Words&);

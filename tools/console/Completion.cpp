@@ -7,6 +7,7 @@
 #include "tools/console/Commands.h"
 #include "tools/console/Session.h"
 #include "tools/console/Show.h"
+#include "tools/console/Values.h"
 
 namespace Console {
 namespace {
@@ -36,7 +37,10 @@ Candidates below(const Place& place, const Names& names, Takes takes) {
           candidates.push_back(name + " ");
         }
       }
-      if (!operations) break;
+      if (!operations) {
+        for (const Computed& each : computedOf(place.result)) candidates.push_back(each.name + " ");
+        break;
+      }
       for (const Operation& each : operationsOf(place.view().type())) {
         candidates.push_back(each.name + " ");
       }
@@ -45,7 +49,8 @@ Candidates below(const Place& place, const Names& names, Takes takes) {
       for (const Zint::ListItem& item : place.list().items()) {
         const std::string name = nameIn(item.value.text);
         const char* const end = item.value.object == nullptr ? " " : "/";
-        candidates.push_back((name.empty() ? item.key.bytes() : name) + end);
+        const std::string key = keyText(*place.member->list, item.key.bytes());
+        candidates.push_back((name.empty() ? key : name) + end);
       }
       break;
     case Place::value:

@@ -5,9 +5,11 @@
 
 #include "tools/console/Commands.h"
 #include "tools/console/Error.h"
+#include "tools/console/Rules.h"
 #include "tools/console/Session.h"
 #include "tools/console/Show.h"
 #include "tools/console/Suggest.h"
+#include "tools/console/Values.h"
 
 namespace Console {
 namespace {
@@ -29,11 +31,18 @@ Zint::String8 textAt(const Place& place) {
                                          : place.result.text;
 }
 
+// Of the value at a place; "?" where there is no value of a known type.
+std::string typeNameAt(const Place& place) {
+  return place.kind == Place::value && place.member != nullptr ? place.member->typeName : "?";
+}
+
 Zint::String8 valueOf(const Session& session, const std::string& word) {
   return isReference(word) ? textAt(session.names().at(word)) : Zint::String8(word);
 }
 
-void lsObject(Session& session, const Zint::GenericIf_& view) {
+void listObject(Session& session, const Place& place) {
+  const Zint::GenericIf_ view = place.view();
+  const std::vector<Computed> computed = computedOf(place.result);
   Rows rows;
   for (const Zint::Member* member : membersOf(view.type())) {
     const std::string name = member->name;
@@ -41,8 +50,11 @@ void lsObject(Session& session, const Zint::GenericIf_& view) {
       rows.push_back({name + "/", view.attribute(name).bytes() + " by " + member->list->keyName,
                       member->list->valueType});
     } else if (member->get != nullptr) {
-      rows.push_back({name + (member->target != nullptr ? "/" : ""), view.attribute(name).bytes(),
-                      member->typeName});
+      rows.push_back({name + (member->target != nullptr ? "/" : ""),
+                      shortText(member->typeName, view.attribute(name).bytes()), member->typeName});
+    }
+    for (const Computed& each : computed) {
+      if (each.after == name) rows.push_back({each.name, each.text, each.typeName + ", computed"});
     }
   }
   session.out() << table(rows, "");
@@ -51,7 +63,7 @@ void lsObject(Session& session, const Zint::GenericIf_& view) {
   }
 }
 
-void lsRoot(Session& session) {
+void listRoot(Session& session) {
   Rows rows;
   for (const std::string& name : session.names().objects()) {
     const Place place = session.names().at(Path{name});
@@ -71,7 +83,13 @@ const Operation& operationNamed(const std::vector<Operation>& operations, const 
   throw Error(place + " has no operation " + name + didYouMean(name, known));
 }
 
-Zint::Result called(const Session& session, const Words& words, std::size_t first) {
+// A result, and the name of its type; "" where the registry does not know it.
+struct Called {
+  Zint::Result result;
+  std::string typeName;
+};
+
+Called callOperation(const Session& session, const Words& words, std::size_t first) {
   const auto [place, name] = session.names().above(words[first]);
   const bool isRoot = place.kind == Place::root;
   const std::vector<Operation> operations =
@@ -87,27 +105,40 @@ Zint::Result called(const Session& session, const Words& words, std::size_t firs
       throw Error(signature(operation) + " has no argument " + argument +
                   didYouMean(argument, known));
     }
-    arguments.emplace_back(argument, valueOf(session, value));
+    const Zint::String8 text = valueOf(session, value);
+    arguments.emplace_back(argument, isAddressName(argument) ? integerText(text.bytes()) : text);
   }
-  return isRoot ? Zint::GenericIf_::made(name, arguments) : place.view().call(name, arguments);
+  if (isRoot) return {Zint::GenericIf_::made(name, arguments), ""};
+  const Zint::Member* member = place.view().type().find(name);
+  const bool isConstant =
+      member != nullptr && member->flags.has(Zint::ZintAttrIntrospectionFlags::constant);
+  // What may only be read is refused by the library.
+  if (session.world().checksRules && (isConstant || !place.result.isConst)) {
+    checkCall(session.names(), place.result, name, arguments);
+  }
+  return {place.view().call(name, arguments), member == nullptr ? "" : member->typeName};
 }
 
 }  // namespace
+
+void requireAttribute(const Place& place) {
+  if (place.isComputed) throw Error(place.name() + " is computed: it can only be read");
+  if (place.member == nullptr) throw Error(place.name() + " is no attribute");
+}
 
 void doLs(Session& session, const Words& arguments) {
   const Place place = session.names().at(arguments.empty() ? "." : arguments[0]);
   switch (place.kind) {
     case Place::root:
-      return lsRoot(session);
+      return listRoot(session);
     case Place::object:
-      return lsObject(session, place.view());
+      return listObject(session, place);
     case Place::value:
-      session.out() << place.result.text << "\n";
-      return;
+      return printValue(session.out(), typeNameAt(place), place.result.text.bytes());
     case Place::collection: {
       Rows rows;
       for (const Zint::ListItem& item : place.list().items()) {
-        rows.push_back({item.key.bytes(), item.value.text.bytes()});
+        rows.push_back({keyText(*place.member->list, item.key.bytes()), item.value.text.bytes()});
       }
       session.out() << table(rows, "");
     }
@@ -119,13 +150,20 @@ void doCd(Session& session, const Words& arguments) {
 }
 
 void doGet(Session& session, const Words& arguments) {
-  session.out() << textAt(session.names().at(arguments[0])) << "\n";
+  const Place place = session.names().at(arguments[0]);
+  printValue(session.out(), typeNameAt(place), textAt(place).bytes());
 }
 
 void doSet(Session& session, const Words& arguments) {
   const Place place = session.names().at(arguments[0]);
-  if (place.member == nullptr) throw Error(place.name() + " is no attribute");
-  const Zint::String8 value = valueOf(session, arguments[1]);
+  requireAttribute(place);
+  Zint::String8 value = valueOf(session, arguments[1]);
+  if (std::string_view(place.member->typeName) == "Hardware::ChipAddress") {
+    value = integerText(value.bytes());
+  }
+  if (session.world().checksRules && !place.owner.isConst) {
+    checkSet(session.names(), place.owner, place.member->name, value);
+  }
   try {
     Zint::GenericIf_::of(place.owner).attributeIs(place.member->name, value);
   } catch (const Zint::RangeException& cause) {
@@ -138,8 +176,9 @@ void doSet(Session& session, const Words& arguments) {
 }
 
 void doCall(Session& session, const Words& arguments) {
-  const Zint::Result result = called(session, arguments, 0);
-  if (!result.text.empty()) session.out() << result.text << "\n";
+  const Called called = callOperation(session, arguments, 0);
+  const std::string& text = called.result.text.bytes();
+  if (!text.empty()) printValue(session.out(), called.typeName, text);
 }
 
 void doLet(Session& session, const Words& arguments) {
@@ -148,9 +187,9 @@ void doLet(Session& session, const Words& arguments) {
   Zint::Result result;
   if (what == "call") {
     if (arguments.size() < 4) throw Error("let: call what?");
-    result = called(session, arguments, 3);
+    result = callOperation(session, arguments, 3).result;
   } else if (arguments.size() > 3) {
-    throw Error("let: too much behind " + what);
+    throw Error("let: too much after " + what);
   } else if (what != "null") {
     const Place place = session.names().at(what);
     if (place.kind == Place::collection) throw Error(place.name() + " is no object");

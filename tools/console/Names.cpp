@@ -1,5 +1,6 @@
 #include "tools/console/Names.h"
 
+#include <Hardware/ChipMemory.h>
 #include <Zint/ObjectText.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 
 #include "tools/console/Error.h"
 #include "tools/console/Suggest.h"
+#include "tools/console/Values.h"
 #include "tools/console/Words.h"
 
 namespace Console {
@@ -16,9 +18,10 @@ std::vector<std::string> namesBelow(const Place& place) {
   std::vector<std::string> names;
   if (place.kind == Place::object) {
     for (const Zint::Member* member : membersOf(place.view().type())) names.push_back(member->name);
+    for (const Computed& each : computedOf(place.result)) names.push_back(each.name);
   } else if (place.kind == Place::collection) {
     for (const Zint::ListItem& item : place.list().items()) {
-      names.push_back(item.key.bytes());
+      names.push_back(keyText(*place.member->list, item.key.bytes()));
       if (const std::string name = nameIn(item.value.text); !name.empty()) names.push_back(name);
     }
   }
@@ -28,7 +31,7 @@ std::vector<std::string> namesBelow(const Place& place) {
 Zint::Result memberOfCollection(const Place& place, const std::string& name) {
   const Zint::GenericIf::List_ list = place.list();
   try {
-    const Zint::Result byKey = list.find(name);
+    const Zint::Result byKey = list.find(isAddressName(list.keyName()) ? integerText(name) : name);
     if (byKey.text != "null") return byKey;
   } catch (const Zint::RangeException&) {
     // No key at all: it may be a name yet.
@@ -63,6 +66,12 @@ std::vector<const Zint::Member*> membersOf(const Zint::Type& type) {
   if (type.base != nullptr) members = membersOf(*type.base);
   for (const Zint::Member& member : type.members) members.push_back(&member);
   return members;
+}
+
+std::vector<Computed> computedOf(const Zint::Result& object) {
+  const auto* region = dynamic_cast<const Hardware::ChipMemory*>(object.object.ptr());
+  if (region == nullptr || region->fwkType()->find("entries") != nullptr) return {};
+  return {{"entries", Zint::valueToStrep(region->entries()).bytes(), "U32", "entrySize"}};
 }
 
 std::string nameIn(const Zint::String8& text) {
@@ -151,6 +160,13 @@ Place Names::below(const Place& place, const std::string& name) const {
       const Zint::GenericIf_ view = place.view();
       const Zint::Member* member = view.type().find(name);
       if (member == nullptr) {
+        for (const Computed& each : computedOf(place.result)) {
+          if (each.name != name) continue;
+          next.kind = Place::value;
+          next.result = Zint::Result{each.text};
+          next.isComputed = true;
+          return next;
+        }
         throw Error(place.name() + " (" + view.typeName() + ") has no member " + name +
                     didYouMean(name, namesBelow(place)));
       }
@@ -198,6 +214,12 @@ std::vector<std::string> Names::objects() const {
   std::vector<std::string> names;
   for (const auto& [name, object] : objects_) names.push_back(name);
   return names;
+}
+
+std::vector<Zint::Result> Names::results() const {
+  std::vector<Zint::Result> results;
+  for (const auto& [name, object] : objects_) results.push_back(object);
+  return results;
 }
 
 }  // namespace Console

@@ -28,9 +28,11 @@ struct Place {
   Kind kind = root;
   // The object; of a collection the one whose it is; of a value nothing but its text.
   Zint::Result result;
-  // The attribute that led here and whose it is; null for a member of a collection and in "/".
+  // The attribute that led here and its object; null for a member of a collection, for a computed
+  // value and in "/".
   const Zint::Member* member = nullptr;
   Zint::Result owner;
+  bool isComputed = false;
 
   std::string name() const { return textOf(path); }
   // REQUIRES: an object or a collection.
@@ -61,6 +63,8 @@ class Names {
   // for what is no name.
   void objectIs(const std::string& name, const Zint::Result& object);
   std::vector<std::string> objects() const;
+  // The objects themselves, in the same order.
+  std::vector<Zint::Result> results() const;
 
  private:
   Place below(const Place& place, const std::string& name) const;
@@ -69,6 +73,16 @@ class Names {
   std::size_t fixed_;  // that many belong to the world
   Path here_;
 };
+
+// Values that the console computes and shows beside the attributes of an object: a region's
+// `entries`, which the type registry does not list.
+struct Computed {
+  std::string name;
+  std::string text;
+  std::string typeName;
+  std::string after;  // the attribute that it is shown after
+};
+std::vector<Computed> computedOf(const Zint::Result& object);
 
 // The members of a type, those of its base types first.
 std::vector<const Zint::Member*> membersOf(const Zint::Type& type);

@@ -5,6 +5,7 @@
 #include "tools/console/Error.h"
 #include "tools/console/Session.h"
 #include "tools/console/Suggest.h"
+#include "tools/console/Values.h"
 
 namespace Console {
 namespace {
@@ -20,7 +21,10 @@ T number(const std::string& what, const std::string& word) {
 }
 
 U32 registerAddress(const Session& session, const std::string& command, const std::string& word) {
-  const U32 address = number<U32>(command, word);
+  // Of an address with a chip memory id only the offset is a register's.
+  const auto address = static_cast<U32>(word.find(':') == std::string::npos
+                                            ? number<U32>(command, word)
+                                            : number<U64>(command, integerText(word)));
   const U32 size = session.world().chipSize;
   if (address % 4 != 0 || address >= size) {
     throw Error(Zint::format("%s: no register at 0x%x; they are at multiples of 4 below 0x%x",
@@ -63,7 +67,7 @@ void doWatch(Session& session, const Words& arguments) {
     return;
   }
   const Place place = session.names().at(arguments[0]);
-  if (place.member == nullptr) throw Error(place.name() + " is no attribute");
+  requireAttribute(place);
   const Zint::GenericIf_ owner = Zint::GenericIf_::of(place.owner);
   if (!session.watches().watched(place.name(), owner, place.member->name)) {
     throw Error(place.name() + " is watched already");

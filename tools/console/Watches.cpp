@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/console/Values.h"
+
 namespace Console {
 namespace {
 
@@ -43,13 +45,15 @@ class Watches::Watch : public Announcements {
         tell_(watches.tell_),
         object_(object),
         name_(name),
+        typeName_(object.type().find(name.c_str())->typeName),
         last_(object.attribute(name)) {}
 
   void looked() {
     const Zint::String8 text = object_.attribute(name_);
     if (text == last_) return;
     const Zint::String8 before = std::exchange(last_, text);
-    tell_(path + ": " + before.bytes() + " -> " + text.bytes());
+    tell_(path + ": " + shortText(typeName_, before.bytes()) + " -> " +
+          shortText(typeName_, text.bytes()));
   }
 
   const std::string path;
@@ -58,6 +62,7 @@ class Watches::Watch : public Announcements {
   const Tell& tell_;
   const Zint::GenericIf_ object_;
   const Zint::String8 name_;
+  const std::string typeName_;
   Zint::String8 last_;
 };
 

@@ -17,6 +17,9 @@ struct World {
   std::vector<std::pair<std::string, Zint::Result>> objects;
   // The path of the attribute that counts finished audit passes; "" for none.
   std::string passes;
+  // Whether lines that break a rule of the library are refused where that is known beforehand. When
+  // false, such a rule is as fatal as in C++.
+  bool checksRules = true;
   // The trace handle that is meant when none is named.
   std::string traceHandle;
   // The chip's registers, past the library: byte addresses, multiples of 4 below `chipSize`.
