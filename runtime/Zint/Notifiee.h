@@ -1,5 +1,5 @@
-// Observers. A notifiee (reactor) watches one object, its notifier, and is told which attribute has
-// changed:
+// Observers. A notifiee (reactor) observes one object, its notifier, and is notified of the
+// attribute that has changed:
 //
 //   class Watch : public Hardware::HardwareShadow::NotifieeConst {
 //    public:
@@ -9,15 +9,17 @@
 //   auto watch = Zint::makePtr<Watch>(activity, shadow);
 //
 // Invariants:
-// 1. A notification is delivered synchronously, on the thread of the activity, in the order of
-//    registration.
-// 2. A walk tells those that were registered when it began: one that unregisters meanwhile is not
-//    told, one that registers waits for the next change.
-// 3. The notifier and the notifiee that is being told outlive the call, whatever it drops.
+// 1. A notification is delivered synchronously, on the thread of the activity, in the order of the
+//    notifiees' places: the order in which they registered. A notifiee that is switched off and on
+//    (hasNotificationActiveIs) keeps its place, one that registers anew takes the last one.
+// 2. A walk is a snapshot. It notifies those that were registered and switched on when it began and
+//    are so again, or still, at their turn: one that unregisters before is not notified, one that
+//    is switched off and on is, and one that registers or is switched on waits for the next change.
+// 3. The notifier and the notifiee that is being notified outlive the call, whatever it drops.
 // 4. An exception never leaves a handler: it is traced at level 0 by the runtime's handle "Zint"
 //    and reported to the notifiee.
 // 5. A notifiee holds a counted reference to its notifier (until isNonReferencingIs(true)); a
-//    notifier holds none to its notifiees.
+//    notifier holds none to its notifiees. Both kinds are notified alike.
 #pragma once
 
 #include <Zint/Api.h>
@@ -32,8 +34,8 @@ class ActivityConfig;
 
 class UMBRA_API NotifieeConst : public PtrInterface {
  public:
-  // `notifier` may be null. One that is not `active` is only bound: it takes no place in the
-  // notifier's list until it is switched on.
+  // `notifier` may be null. A notifiee that is not `active` takes no place in the notifier's list
+  // until it is switched on.
   NotifieeConst(const Ptr<ActivityConfig>& activity, const Ptr<const PtrInterface>& notifier,
                 bool active = true);
 
@@ -45,10 +47,10 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   ~NotifieeConst() override;
 
  public:
-  // Replaces what is watched; null for nothing.
+  // Replaces the notifier; null for none. The old place is given up.
   virtual void notifierIs(const Ptr<const PtrInterface>& notifier);
   virtual void zintFwkActivityIs(const Ptr<ActivityConfig>& activity);
-  // Marks this reactor (un)fit to be told anything: its owner is being destroyed.
+  // True: the owner is being destroyed, so this is not notified any more. The mark can be removed.
   virtual void zintDoZombieReactors(bool zombie);
   // Called by the runtime when `attribute()` has changed; typed notifiees dispatch from here.
   virtual void handleNotification(ActivityConfig* activity);
@@ -56,31 +58,32 @@ class UMBRA_API NotifieeConst : public PtrInterface {
 
   const PtrInterface* notifier() const { return notifier_; }
   const Ptr<ActivityConfig>& zintFwkActivity() const { return activity_; }
-  // The attribute that is being announced.
+  // The attribute whose change this is being notified of.
   AttributeId attribute() const { return attribute_; }
 
   bool isRegisteredNotifiee() const { return registered_; }
-  // In or out of the notifier's list. Out of it, a counted notifier is kept, another forgotten.
+  // Enters or leaves the notifier's list. After leaving, a counted notifier is kept, another one is
+  // forgotten.
   void isRegisteredNotifieeIs(bool registered);
 
   bool isNonReferencing() const { return nonReferencing_; }
-  // True watches without keeping the notifier alive; the notifier is null once it has gone.
+  // True: does not keep the notifier alive, and the notifier is null once it is destroyed.
   void isNonReferencingIs(bool nonReferencing);
 
   // Whether a notification may be delivered now.
-  bool isTold() const { return hasNotificationActive() && !zintMarkedForDeletion(); }
+  bool isNotifiable() const { return hasNotificationActive() && !zintMarkedForDeletion(); }
 
-  // Runs `handler` as the reaction to `attribute`: only if this may be told, and under the guard.
+  // Runs `handler` as the reaction to `attribute`: only if this is notifiable, and under the guard.
   template <class Handler>
   void guarded(AttributeId attribute, Handler handler) {
-    if (!isTold()) return;
+    if (!isNotifiable()) return;
     const AttributeId outer = std::exchange(attribute_, attribute);
     try {
       handler();
-    } catch (abi::__forced_unwind&) {
+    } catch (abi::__forced_unwind&) {  // the thread is being cancelled: it must go on
       throw;
     } catch (...) {
-      exceptionReported(attribute);
+      reportException(attribute);
     }
     attribute_ = outer;
   }
@@ -88,17 +91,20 @@ class UMBRA_API NotifieeConst : public PtrInterface {
  private:
   friend class PtrInterface;
 
+  void enterList();
+  void leaveList();
   // Call it from a catch clause only.
-  [[gnu::cold, gnu::noinline]] void exceptionReported(AttributeId attribute);
+  [[gnu::cold, gnu::noinline]] void reportException(AttributeId attribute);
 
   const PtrInterface* notifier_ = nullptr;
   Ptr<ActivityConfig> activity_;
   AttributeId attribute_ = 0;
-  bool registered_ = false;
+  bool hasPlace_ = false;    // in the notifier's list
+  bool registered_ = false;  // implies a place; one with a place may be switched off
   bool nonReferencing_ = false;
 };
 
-// The same as the observer `Const` of an `Object`, for one that may change what it observes.
+// The same as the notifiee `Const` of an `Object`, for one that may change its notifier.
 template <class Const, class Object>
 class NotifieeOf : public Const {
  public:
@@ -111,7 +117,7 @@ class NotifieeOf : public Const {
   ~NotifieeOf() override = default;
 };
 
-// One walk over the notifiees of an object (invariants 2 and 3). The place to put a loop body:
+// One walk over the notifiees of an object (invariants 2 and 3), on the stack:
 //
 //   for (NotifieeWalk walk(*this); NotifieeConst* notifiee = walk.next();) ...
 class UMBRA_API NotifieeWalk {
@@ -127,18 +133,20 @@ class UMBRA_API NotifieeWalk {
  private:
   Ptr<const PtrInterface> notifier_;
   NotifieeList* list_;
-  std::size_t next_ = 0;
+  std::size_t next_ = 0;  // places
   std::size_t end_ = 0;
+  std::size_t start_ = 0;  // see NotifieeList::beginWalk
+  std::size_t outerStart_ = 0;
   Ptr<NotifieeConst> current_;
 };
 
-template <class N, class Tell>
-void PtrInterface::notifyEach(AttributeId attribute, Tell tell) const {
+template <class N, class Handler>
+void PtrInterface::notifyEach(AttributeId attribute, Handler handler) const {
   if (notifiees_ == nullptr) return;
   NotifieeWalk walk(*this);
   while (NotifieeConst* notifiee = walk.next()) {
     if (auto* typed = dynamic_cast<N*>(notifiee)) {
-      typed->guarded(attribute, [&] { tell(*typed); });
+      typed->guarded(attribute, [&] { handler(*typed); });
     }
   }
 }

@@ -1,34 +1,60 @@
 #include <Zint/ObjectText.h>
+
 #include <Zint/Type.h>
-#include <unordered_map>
+
+#include <map>
+#include <mutex>
+#include <utility>
 
 namespace Zint {
 namespace {
 
+// The numbers of all objects, for all threads: objects outlive the threads that numbered them, and
+// are destroyed in static destructors and exit handlers. An entry lives as long as its object.
 struct Numbers {
-  std::unordered_map<const PtrInterface*, U32> numbers;
-  std::unordered_map<U32, const PtrInterface*> objects;
-  U32 last = 0;
+  std::mutex mutex;
+  U64 lastThread = 0;
+  std::map<std::pair<const PtrInterface*, U64>, U32> numbers;  // by object and thread
+  std::map<std::pair<U64, U32>, const PtrInterface*> objects;  // by thread and number
 };
 
-// Objects may go after the thread's table has: at the end of the process.
-thread_local bool numbersGone = false;
-struct NumbersHolder : Numbers {
-  ~NumbersHolder() { numbersGone = true; }
+// Leaked on purpose: it is used until the process is gone.
+Numbers& allNumbers() {
+  static Numbers* const all = new Numbers;
+  return *all;
+}
+
+// Trivially destructible, so that it serves until the thread is gone.
+struct ThreadNumbers {
+  U64 thread;  // 0 until the first number is given
+  U32 last;
 };
-thread_local NumbersHolder table;
+constinit thread_local ThreadNumbers threadNumbers{0, 0};
 
 U32 numberOf(const PtrInterface* object) {
-  const auto [place, isNew] = table.numbers.try_emplace(object, table.last + 1);
+  Numbers& all = allNumbers();
+  const std::lock_guard guard(all.mutex);
+  if (threadNumbers.thread == 0) threadNumbers.thread = ++all.lastThread;
+  const U64 thread = threadNumbers.thread;
+  const auto [place, isNew] = all.numbers.try_emplace({object, thread}, threadNumbers.last + 1);
   if (isNew) {
     try {
-      table.objects.emplace(table.last + 1, object);
+      all.objects.emplace(std::pair(thread, place->second), object);
     } catch (...) {
-      table.numbers.erase(place);
+      all.numbers.erase(place);
       throw;
     }
-    ++table.last;
+    ++threadNumbers.last;
   }
+  return place->second;
+}
+
+// Null when no living object has the number on this thread.
+const PtrInterface* findObject(U32 number) {
+  Numbers& all = allNumbers();
+  const std::lock_guard guard(all.mutex);
+  const auto place = all.objects.find({threadNumbers.thread, number});
+  if (place == all.objects.end() || place->second->isUnderDestruction()) return nullptr;
   return place->second;
 }
 
@@ -47,7 +73,7 @@ String8 labelOf(const PtrInterface& object) {
 String8 objectText(const PtrInterface* object) {
   if (object == nullptr) return "null";
   const U32 number = numberOf(object);
-  object->textNumberGiven();
+  object->recordTextNumber();
   return labelOf(*object) + "#" + std::to_string(number);
 }
 
@@ -68,20 +94,22 @@ Ptr<PtrInterface> objectFromText(String8::IteratorConst& pos, const String8::Ite
   U32 number = 0;
   if (p == end || *p != '#') throwRangeException(String8("an object expected at \"") + text + "\"");
   sequenceToValue(++p, end, number);
-  const auto place = table.objects.find(number);
-  if (place == table.objects.end() || labelOf(*place->second) != String8(std::string(pos, hash))) {
+  Ptr<PtrInterface> object(const_cast<PtrInterface*>(findObject(number)));
+  if (object == nullptr || labelOf(*object) != String8(std::string(pos, hash))) {
     throwRangeException(String8(std::string(pos, p)) + " is no living object");
   }
   pos = p;
-  return Ptr<PtrInterface>(const_cast<PtrInterface*>(place->second));
+  return object;
 }
 
-void objectTextForgotten(const PtrInterface* object) {
-  if (numbersGone) return;
-  const auto place = table.numbers.find(object);
-  if (place == table.numbers.end()) return;
-  table.objects.erase(place->second);
-  table.numbers.erase(place);
+void forgetObjectText(const PtrInterface* object) {
+  Numbers& all = allNumbers();
+  const std::lock_guard guard(all.mutex);
+  auto place = all.numbers.lower_bound({object, 0});
+  while (place != all.numbers.end() && place->first.first == object) {
+    all.objects.erase({place->first.second, place->second});
+    place = all.numbers.erase(place);
+  }
 }
 
 }  // namespace Zint

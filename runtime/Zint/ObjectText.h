@@ -1,8 +1,12 @@
 // The text form of a pointer to a counted object: its name (its type when it has none) and a number
 // that tells it from all others: 'ham0'#2, ChipReader#3; null for none.
 //
-// The number is given when the text is first made, in that order, and is kept until the object
-// goes; a text reads back as the same object while that lives. Each thread has numbers of its own.
+// The number is given when the text is first made, in that order, and is kept until the object is
+// destroyed; a text reads back as the same object while that lives. An object whose destructor
+// runs has a text, but is not found by it. Each thread has numbers of its own.
+//
+// Works at any time, static destructors and exit handlers included, and for objects that outlive
+// the thread they were numbered on.
 #pragma once
 
 #include <Zint/Ptr.h>
@@ -12,12 +16,12 @@
 namespace Zint {
 
 UMBRA_API String8 objectText(const PtrInterface* object);
-// Reads one such text and leaves `pos` behind it. A text of no living object: a range exception.
+// Reads one such text and leaves `pos` after it. A text of no living object: a range exception.
 UMBRA_API Ptr<PtrInterface> objectFromText(String8::IteratorConst& pos,
                                            const String8::IteratorConst& end);
 
-// Called when an object that has a number goes.
-void objectTextForgotten(const PtrInterface* object);
+// Called by the destructor of an object that has a number.
+void forgetObjectText(const PtrInterface* object);
 
 template <class T>
 String8 valueToStrep(const Ptr<T>& ptr) {

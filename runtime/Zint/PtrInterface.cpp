@@ -1,5 +1,9 @@
-#include <Zint/Assert.h>
 #include <Zint/PtrInterface.h>
+
+#include <Zint/Assert.h>
+#include <Zint/Notifiee.h>
+#include <Zint/NotifieeList.h>
+#include <Zint/ObjectText.h>
 #include <Zint/Type.h>
 
 namespace Zint {
@@ -20,6 +24,35 @@ void PtrInterface::zeroReferencesIs(bool zero) {
 }
 
 const Type* PtrInterface::fwkType() const { return &ptrInterfaceType; }
+
+// The text number goes last: a notifiee that is notified here may still ask for the text.
+PtrInterface::~PtrInterface() {
+  // One that threw in its constructor still holds its first reference.
+  ZINT_ASSERT("Zint/PtrInterface", references_ == underDestruction || references_ == 1);
+  if (notifiees_ != nullptr) {
+    references_ = underDestruction;
+    notifieeDelAll();
+    delete notifiees_;
+  }
+  if (hasTextNumber_) forgetObjectText(this);
+}
+
+void PtrInterface::notifieeAdd(NotifieeConst* notifiee) const {
+  if (notifiees_ == nullptr) notifiees_ = new NotifieeList;
+  notifiees_->add(notifiee);
+}
+
+// Those that are switched off have a place, too.
+void PtrInterface::notifieeDelAll() const {
+  if (notifiees_ == nullptr) return;
+  NotifieeWalk walk(*this);  // places do not move
+  for (std::size_t place = 0, end = notifiees_->size(); place < end; ++place) {
+    const Ptr<NotifieeConst> notifiee((*notifiees_)[place]);
+    if (notifiee != nullptr) notifiee->notifierIs(nullptr);
+  }
+}
+
+U32 PtrInterface::countNotifiees() const { return notifiees_->registered(); }
 
 void PtrInterface::lastReferenceDel() const {
   references_ = underDestruction;

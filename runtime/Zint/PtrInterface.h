@@ -1,4 +1,4 @@
-// The base of every counted object: a reference count, the list of who observes it, and the hooks
+// The base of every counted object: a reference count, the list of its notifiees, and the hooks
 // that its classes override.
 //
 // THE COUNT IS NOT ATOMIC: an object belongs to the thread of its activity, and only that thread
@@ -32,7 +32,7 @@ class UMBRA_API PtrInterface {
   virtual U32 auditErrors() const;
   // False announces that the object is being deleted.
   virtual void isNondestructingIs(bool nondestructing);
-  // Called with true when the last counted reference has gone; ends in the destructor.
+  // Called with true when the last counted reference is gone; destroys the object.
   virtual void zeroReferencesIs(bool zero);
   virtual const Type* fwkType() const;
 
@@ -46,30 +46,32 @@ class UMBRA_API PtrInterface {
   bool zintMarkedForDeletion() const { return markedForDeletion_; }
   void zintMarkedForDeletionIs(bool marked) { markedForDeletion_ = marked; }
 
-  // The count is 1 at birth (Zint::makePtr takes that reference over).
+  // A new object has the count 1 (Zint::makePtr takes that reference over).
   std::size_t references() const { return references_; }
+  // Whether the last reference is gone: pointers that are made from now on do not keep the object.
+  bool isUnderDestruction() const { return references_ >= underDestruction; }
   void referencesInc() const { ++references_; }
   void referencesDec() const {
     if (--references_ == 0) [[unlikely]]
       lastReferenceDel();
   }
 
-  // Tells every notifiee, in the order of registration, that the attribute has changed.
+  // Notifies all notifiees, in the order of their places, that the attribute has changed.
   void notify(AttributeId attribute) const {
     if (notifiees_ != nullptr) [[unlikely]]
       notifyAll(attribute);
   }
 
-  // Calls `tell` for every active notifiee of type N, in the order of registration and under the
+  // Calls `handler` for every active notifiee of type N, in the order of their places and under the
   // exception guard: for changes that carry a key. Defined in <Zint/Notifiee.h>.
-  template <class N, class Tell>
-  void notifyEach(AttributeId attribute, Tell tell) const;
+  template <class N, class Handler>
+  void notifyEach(AttributeId attribute, Handler handler) const;
 
-  // A number in texts was given to this object: it must be taken back when the object goes.
-  void textNumberGiven() const { hasTextNumber_ = true; }
+  // The text form of this object has a number, which the destructor gives back.
+  void recordTextNumber() const { hasTextNumber_ = true; }
 
-  // The number of registered notifiees.
-  U32 notifiees() const { return notifiees_ == nullptr ? 0 : notifieesCounted(); }
+  // The number of registered notifiees; one that is switched off does not count.
+  U32 notifiees() const { return notifiees_ == nullptr ? 0 : countNotifiees(); }
 
  protected:
   // Unregisters every notifiee; they forget this object.
@@ -79,15 +81,14 @@ class UMBRA_API PtrInterface {
   friend class NotifieeConst;
   friend class NotifieeWalk;
 
-  // From the moment the last reference goes, the count stands this high, so that pointers made and
-  // dropped while the object is being destroyed never reach zero a second time.
+  // While the destructor runs, the count is this value, so that temporary pointers cannot reach
+  // zero again.
   static constexpr std::size_t underDestruction = ~(~std::size_t{0} >> 1);
 
   [[gnu::cold, gnu::noinline]] void lastReferenceDel() const;
   void notifyAll(AttributeId attribute) const;
-  U32 notifieesCounted() const;
+  U32 countNotifiees() const;
   void notifieeAdd(NotifieeConst* notifiee) const;
-  void notifieeDel(NotifieeConst* notifiee) const;
 
   mutable std::size_t references_ = 1;
   mutable NotifieeList* notifiees_ = nullptr;  // owned; null until the first registration

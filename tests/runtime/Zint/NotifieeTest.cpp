@@ -37,10 +37,10 @@ struct NotifieeTest : testing::Test {
   Ptr<Watch> c = watch("c", thing);
 };
 
-TEST_F(NotifieeTest, areToldAtOnceInTheOrderOfRegistration) {
+TEST_F(NotifieeTest, areNotifiedAtOnceInTheOrderOfRegistration) {
   EXPECT_EQ(told(), "abc");
-  a->hasNotificationActiveIs(false);
-  a->hasNotificationActiveIs(true);
+  a->isRegisteredNotifieeIs(false);
+  a->isRegisteredNotifieeIs(true);
   EXPECT_EQ(told(), "bca");
 }
 
@@ -114,6 +114,206 @@ TEST_F(NotifieeTest, oneRegisteredAnewDuringAWalkWaitsForTheNextChange) {
   EXPECT_EQ(told(), "ac");
   a->reaction = logging("a");
   EXPECT_EQ(told(), "acb");
+}
+
+TEST_F(NotifieeTest, oneSwitchedOffAndOnDuringAWalkIsNotified) {
+  a->reaction = [this] {
+    log += "a";
+    b->hasNotificationActiveIs(false);
+    b->hasNotificationActiveIs(true);
+  };
+  EXPECT_EQ(told(), "abc");
+  a->reaction = logging("a");
+  EXPECT_EQ(told(), "abc") << "the order stays";
+}
+
+TEST_F(NotifieeTest, oneSwitchedOffByOneAndOnByAnotherIsNotifiedAtItsPlace) {
+  a->reaction = [this] {
+    log += "a";
+    c->hasNotificationActiveIs(false);
+  };
+  b->reaction = [this] {
+    log += "b";
+    c->hasNotificationActiveIs(true);
+  };
+  EXPECT_EQ(told(), "abc");
+  EXPECT_EQ(told(), "abc");
+}
+
+TEST_F(NotifieeTest, oneSwitchedOffBeforeItsTurnAndOnAfterItMissesTheChange) {
+  a->reaction = [this] {
+    log += "a";
+    b->hasNotificationActiveIs(false);
+  };
+  c->reaction = [this] {
+    log += "c";
+    b->hasNotificationActiveIs(true);
+  };
+  EXPECT_EQ(told(), "ac");
+  a->reaction = logging("a");
+  EXPECT_EQ(told(), "abc");
+}
+
+TEST_F(NotifieeTest, oneThatSwitchesItselfOffAndOnIsNotifiedOnce) {
+  b->reaction = [this] {
+    log += "b";
+    b->hasNotificationActiveIs(false);
+    b->hasNotificationActiveIs(true);
+  };
+  EXPECT_EQ(told(), "abc");
+  EXPECT_EQ(told(), "abc");
+}
+
+// The snapshot: one that was off when the walk began is not part of it. The same for a notifiee
+// that holds its notifier and for one that does not.
+TEST_F(NotifieeTest, oneSwitchedOnDuringAWalkWaitsForTheNextChange) {
+  for (bool nonReferencing : {false, true}) {
+    SCOPED_TRACE(nonReferencing);
+    b->isNonReferencingIs(nonReferencing);
+    b->hasNotificationActiveIs(false);
+    a->reaction = [this] {
+      log += "a";
+      b->hasNotificationActiveIs(true);
+    };
+    EXPECT_EQ(told(), "ac");
+    EXPECT_EQ(told(), "abc");
+  }
+}
+
+TEST_F(NotifieeTest, oneSwitchedOnAndOffAndOnDuringAWalkWaitsForTheNextChange) {
+  b->hasNotificationActiveIs(false);
+  a->reaction = [this] {
+    log += "a";
+    if (b->hasNotificationActive()) return;
+    b->hasNotificationActiveIs(true);
+    b->hasNotificationActiveIs(false);
+    b->hasNotificationActiveIs(true);
+  };
+  EXPECT_EQ(told(), "ac");
+  EXPECT_EQ(told(), "abc");
+}
+
+TEST_F(NotifieeTest, switchingOutsideAWalkKeepsThePlace) {
+  for (bool nonReferencing : {false, true}) {
+    SCOPED_TRACE(nonReferencing);
+    a->isNonReferencingIs(nonReferencing);
+    a->hasNotificationActiveIs(false);
+    EXPECT_EQ(told(), "bc");
+    a->hasNotificationActiveIs(true);
+    EXPECT_EQ(told(), "abc");
+  }
+}
+
+// The outer change finds c on, as it began; the inner one began while it was off.
+TEST_F(NotifieeTest, eachOfTwoNestedWalksHasItsOwnSnapshot) {
+  a->reaction = [this] {
+    log += a->attribute() == 300 ? "a" : "A";
+    if (a->attribute() != 300) return;
+    c->hasNotificationActiveIs(false);
+    thing->notify(301);
+  };
+  b->reaction = [this] {
+    log += b->attribute() == 300 ? "b" : "B";
+    c->hasNotificationActiveIs(true);
+  };
+  c->reaction = [this] { log += c->attribute() == 300 ? "c" : "C"; };
+  EXPECT_EQ(told(), "aABbc");
+  a->reaction = logging("a");
+  b->reaction = logging("b");
+  EXPECT_EQ(told(), "abc");
+}
+
+// In the outer snapshot c is off, in the second inner one on.
+TEST_F(NotifieeTest, aNestedWalkNotifiesOneThatWasSwitchedOnBeforeIt) {
+  c->hasNotificationActiveIs(false);
+  const auto nested = [this](Watch& watch, const char* outer, const char* inner, auto reaction) {
+    watch.reaction = [this, &watch, outer, inner, reaction] {
+      log += watch.attribute() == 300 ? outer : inner;
+      if (watch.attribute() == 300) reaction();
+    };
+  };
+  nested(*a, "a", "A", [this] {
+    thing->notify(301);
+    c->hasNotificationActiveIs(true);
+    thing->notify(302);
+  });
+  nested(*b, "b", "B", [] {});
+  nested(*c, "c", "C", [] {});
+  EXPECT_EQ(told(), "aABABCb");
+}
+
+// Many switches in many nested walks: each is forgotten with the walk that it does not matter to.
+TEST_F(NotifieeTest, switchesInNestedWalksLeaveTheOuterSnapshotAlone) {
+  bool nesting = false;
+  a->reaction = [&] {
+    log += nesting ? "" : "a";
+    if (nesting) {
+      b->hasNotificationActiveIs(!b->hasNotificationActive());
+      c->hasNotificationActiveIs(!c->hasNotificationActive());
+      return;
+    }
+    nesting = true;
+    for (int i = 0; i < 100; ++i) thing->notify(301);
+    nesting = false;
+    log += "|";
+  };
+  const auto quiet = [&](const char* letter) {
+    return [&, letter] { log += nesting ? "" : letter; };
+  };
+  b->reaction = quiet("b");
+  c->reaction = quiet("c");
+  EXPECT_EQ(told(), "a|bc");
+  b->hasNotificationActiveIs(false);
+  EXPECT_EQ(told(), "a|c");
+}
+
+TEST_F(NotifieeTest, oneSwitchedOffAndDestroyedDuringAWalkIsNotNotified) {
+  a->reaction = [this] {
+    log += "a";
+    if (b == nullptr) return;
+    b->hasNotificationActiveIs(false);
+    b = nullptr;
+    c->hasNotificationActiveIs(false);
+    c->hasNotificationActiveIs(true);
+  };
+  EXPECT_EQ(told(), "ac");
+  EXPECT_EQ(told(), "ac");
+  EXPECT_EQ(thing->notifiees(), 2u);
+}
+
+// It gave its place up: to the walk it is a new one.
+TEST_F(NotifieeTest, oneThatMovedToAnotherNotifierAndBackWaitsForTheNextChange) {
+  const Ptr<Thing> other = makePtr<Thing>("other");
+  a->reaction = [&] {
+    log += "a";
+    b->notifierIs(other);
+    b->notifierIs(thing);
+  };
+  EXPECT_EQ(told(), "ac");
+  a->reaction = logging("a");
+  EXPECT_EQ(told(), "acb");
+}
+
+TEST_F(NotifieeTest, oneSwitchedOffThatIsDestroyedLeavesNoTrace) {
+  b->hasNotificationActiveIs(false);
+  b = nullptr;
+  EXPECT_EQ(thing->notifiees(), 2u);
+  EXPECT_EQ(told(), "ac");
+  c->hasNotificationActiveIs(false);
+  c->notifierIs(nullptr);
+  EXPECT_EQ(thing->notifiees(), 1u);
+  EXPECT_EQ(told(), "a");
+}
+
+TEST_F(NotifieeTest, nonReferencing_thatIsSwitchedOffForgetsADestroyedNotifier) {
+  b = c = nullptr;
+  a->isNonReferencingIs(true);
+  a->hasNotificationActiveIs(false);
+  thing = nullptr;
+  EXPECT_FALSE(alive);
+  EXPECT_EQ(a->notifier(), nullptr);
+  a->hasNotificationActiveIs(true);
+  EXPECT_EQ(a->notifier(), nullptr);
 }
 
 TEST_F(NotifieeTest, aHandlerMayDropTheLastReferenceToItself) {

@@ -151,27 +151,56 @@ TEST(ObjectText, reading_whatFollowsIsJunk) {
   EXPECT_EQ(rangeMessage([] { read("nullish"); }), "junk at column 4 deserializing nullish");
 }
 
-// Its text is asked for while it goes: the number is taken back all the same, nothing is
-// resurrected.
-TEST(ObjectText, object_underDestructionHasATextAndIsForgotten) {
+// Its text is asked for while the destructor runs: it has one, but is not found by it.
+TEST(ObjectText, object_underDestructionHasATextAndIsNotFound) {
   class Announcer : public Zint::Entity {
    public:
-    explicit Announcer(std::string& last) : Entity("last"), last_(last) {}
+    explicit Announcer(std::string& last, std::string& refusal)
+        : Entity("last"), last_(last), refusal_(refusal) {}
 
    protected:
     ~Announcer() override {
       last_ = objectText(this).bytes();
-      const Ptr<PtrInterface> self = read(last_);
-      EXPECT_EQ(self.ptr(), this);
+      refusal_ = rangeMessage([&] { read(last_); });
     }
 
    private:
     std::string& last_;
+    std::string& refusal_;
   };
-  std::string last;
-  Zint::makePtr<Announcer>(last);
+  std::string last, refusal;
+  Zint::makePtr<Announcer>(last, refusal);
   EXPECT_EQ(last.substr(0, 7), "'last'#");
+  EXPECT_EQ(refusal, last + " is no living object");
   EXPECT_EQ(rangeMessage([&] { read(last); }), last + " is no living object");
+}
+
+// The very last moment: a notifiee is disconnected by the base's destructor.
+TEST(ObjectText, object_numberedByItsLastNotifieeIsForgotten) {
+  class Asking : public Zint::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void notifierIs(const Ptr<const PtrInterface>& notifier) override {
+      if (notifier == nullptr && this->notifier() != nullptr)
+        text = objectText(this->notifier()).bytes();
+      NotifieeConst::notifierIs(notifier);
+    }
+    std::string text;
+  };
+  Ptr<Thing> thing = Zint::makePtr<Thing>("watched");
+  const Ptr<Asking> asking = Zint::makePtr<Asking>(nullptr, thing);
+  asking->isNonReferencingIs(true);
+  thing = nullptr;
+  ASSERT_NE(asking->text, "");
+  EXPECT_EQ(rangeMessage([&] { read(asking->text); }), asking->text + " is no living object");
+}
+
+// Handed over to a thread and destroyed there: the first thread's number goes with it.
+TEST(ObjectText, object_destroyedOnAnotherThreadIsForgotten) {
+  Ptr<Thing> thing = Zint::makePtr<Thing>("handed");
+  const std::string text = objectText(thing.ptr()).bytes();
+  std::thread([&] { thing = nullptr; }).join();
+  EXPECT_EQ(rangeMessage([&] { read(text); }), text + " is no living object");
 }
 
 TEST(ObjectText, threads_haveNumbersOfTheirOwn) {
