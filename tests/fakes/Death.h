@@ -1,7 +1,7 @@
 // Fatal assertions, observed from outside the process.
 //
 // With UMBRA_ASSERTIONS=<file> in the environment, every report that was demanded with its full
-// text and seen is appended to that file: tools/check-assertions reads there what the tests prove.
+// text and seen is appended to that file: tools/check/assertions reads there what the tests prove.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -180,7 +180,7 @@ run_reentrancy() {
 
 run_ndebug() {
   built x86-ndebug Hardware-tests runtime-tests platform-tests
-  tools/check-assertions build/x86-ndebug | tee "build/soak/$step.out" &&
+  tools/check/assertions build/x86-ndebug | tee "build/soak/$step.out" &&
     figure "$(sed -n 's/^check-assertions: \([0-9]* assertions\).*/\1/p' "build/soak/$step.out")"
 }
 
