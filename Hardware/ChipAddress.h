@@ -14,8 +14,8 @@ class UMBRA_API ChipAddress {
   constexpr explicit ChipAddress(U64 value)
       : low_(static_cast<U32>(value)), high_(static_cast<U32>(value >> 32)) {}
   constexpr ChipAddress(U32 memId, U32 offset) : low_(offset), high_(memId) {}
-  // Reads one 64-bit integer and leaves `pos` behind it. Unreadable: a range exception that names
-  // the attribute "value".
+  // Reads one 64-bit integer and leaves `pos` after it. Any other text raises a range exception
+  // that names the attribute "value".
   ChipAddress(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end);
 
   constexpr U64 value() const { return U64{high_} << 32 | low_; }
@@ -24,12 +24,12 @@ class UMBRA_API ChipAddress {
   constexpr U32 chipMemoryOffset() const { return low_; }
   void chipAddressIs(U32 memId, U32 offset) { *this = ChipAddress(memId, offset); }
 
-  // The low word with its bits reversed; the high word does not enter.
+  // The low word with its bits reversed; does not depend on the high word.
   constexpr U32 hash() const { return Zint::reversedBits(low_); }
   // "0x2:00001f00"
   Zint::String8 stringValue() const;
 
-  // The address `distance` units further on, with the carry into the high word.
+  // The address plus `distance`, with the carry into the high word.
   constexpr ChipAddress plus(U32 distance) const { return ChipAddress(value() + distance); }
 
   // As one unsigned number: the high word first.
@@ -44,7 +44,7 @@ class UMBRA_API ChipAddress {
   U32 high_ = 0;
 };
 
-// The hash is reversed already.
+// For maps: the hash has its bits reversed already.
 inline U32 reversedHash(const ChipAddress& address) { return address.hash(); }
 
 // The value as one unsigned integer.
@@ -53,6 +53,10 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                const Zint::String8::IteratorConst& end, ChipAddress& address);
 // Writes what valueToStrep gives, not stringValue().
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipAddress& address);
+
+// Reads the number of a value type whose only attribute is "value", as the constructor from text
+// does.
+U64 readValueAttribute(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end);
 
 // The name under which reflection shows it.
 constexpr const char* zintTypeName(const ChipAddress*) { return "Hardware::ChipAddress"; }

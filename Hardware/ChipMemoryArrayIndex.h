@@ -11,9 +11,9 @@ class UMBRA_API ChipMemoryArrayIndex {
  public:
   constexpr ChipMemoryArrayIndex() = default;
   constexpr ChipMemoryArrayIndex(U16 value) : value_(value) {}
-  // Reads one 64-bit integer, leaves `pos` behind it and keeps the low 16 bits (deliberate: a
-  // larger number is truncated, not refused). Unreadable: a range exception that names the
-  // attribute "value".
+  // Reads one 64-bit integer, leaves `pos` after it and keeps the low 16 bits (deliberate: a larger
+  // number is truncated, not refused, because clients rely on it). Any other text raises a range
+  // exception that names the attribute "value".
   ChipMemoryArrayIndex(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end);
 
   constexpr U16 value() const { return value_; }
