@@ -22,9 +22,21 @@ namespace Hardware {
 class UMBRA_API ChipHam : public Zint::Entity {
  public:
   using Ptr = Zint::Ptr<ChipHam>;
-  // Behind the entity's own: the six operations and the five of the bit streams.
   struct Id : Entity::Id {
-    enum : Zint::AttributeId { lastMember = isNondestructing + 11 };
+    enum : Zint::AttributeId {
+      doRead = isNondestructing + 1,
+      doWrite,
+      doCompare,
+      doReadToCache,
+      doWriteToCache,
+      doReadFromCache,
+      byteFromBitStream,
+      byteToBitStream,
+      bitFromBitStream,
+      bitToBitStream,
+      copyBits,
+      lastMember = copyBits  // ids of derived types follow it
+    };
   };
 
   // Told of the access method's end.

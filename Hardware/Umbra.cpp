@@ -1,11 +1,13 @@
 // The descriptions of the library's types: one table per type, rows in the order shown to users.
-// Compiled for size.
-#include <Hardware/ChipMemoryBogon.h>
-#include <Hardware/ChipReader.h>
-#include <Hardware/GenericChipHam.h>
-#include <Hardware/HardwareShadow.h>
+// Adapters are in ByName. Compiled for size.
 #include <Hardware/Umbra.h>
-#include <Zint/Reflect.h>
+
+#include <Hardware/ByName.h>
+#include <Hardware/Descriptions.h>
+#include <Hardware/GenericChipHam.h>
+#include <Zint/Collections.h>
+
+#include <algorithm>
 
 namespace Hardware {
 
@@ -14,351 +16,19 @@ constinit Zint::TraceHandle umbraTraceHandle(Zint::TraceHandle::constant, "Umbra
 
 namespace {
 
+using Zint::arrayList;
 using Zint::attribute;
-using Zint::Bytes;
 using Zint::collection;
 using Zint::constructorParameter;
 using Zint::enumerator;
 using Zint::factory;
 using Zint::ListAccess;
-using Zint::ListItem;
+using Zint::mapList;
 using Zint::Member;
 using Zint::operation;
+using Zint::queueList;
 using Zint::readOnly;
-using Zint::Result;
-using Zint::String8;
 using Zint::Type;
-using Zint::Detail::object;
-using Zint::Detail::read;
-using Zint::Detail::result;
-using Texts = std::span<const String8* const>;
-
-// Arguments that can be read but do not fit the operation: reported, like those that cannot be
-// read, with the type, the member and the texts. REQUIRES: nothing has changed yet.
-[[noreturn]] void argumentsRefused(const String8& why) {
-  throw Zint::Detail::Unreadable(Zint::RangeException(why));
-}
-
-void regionNeeded(const ChipMemory::Ptr& cm) {
-  if (cm == nullptr) argumentsRefused("a region is needed");
-}
-
-// --- Bytes in texts: their number must be what the operation touches ---
-
-// No bytes have a place as well: an access of length 0 still wants one.
-U8* placeOf(Bytes& bytes) {
-  static U8 nothing;
-  return bytes.bytes.empty() ? &nothing : bytes.bytes.data();
-}
-
-U8* ofSize(Bytes& bytes, U64 size) {
-  if (bytes.bytes.size() != size) {
-    argumentsRefused(Zint::format("%zu bytes given where %llu are needed", bytes.bytes.size(),
-                                  static_cast<unsigned long long>(size)));
-  }
-  return placeOf(bytes);
-}
-
-// Room for an answer; what a client asks for by name is kept within reason.
-Bytes room(U64 size) {
-  if (size > 1u << 24) {
-    argumentsRefused(Zint::format("%llu bytes are more than a text should hold",
-                                  static_cast<unsigned long long>(size)));
-  }
-  return {std::vector<U8>(static_cast<std::size_t>(size))};
-}
-
-// "true 001f80"
-Result answer(bool served, const Bytes& bytes) {
-  return {Zint::valueToStrep(served) + (served ? " " : "") +
-          (served ? Zint::valueToStrep(bytes) : String8())};
-}
-
-Result hamRead(ChipHam& ham, ChipAddress address, U32 entrySize, U32 entries) {
-  Bytes bytes = room(U64{entrySize} * entries);
-  ham.doRead(address, placeOf(bytes), entrySize, entries);
-  return {Zint::valueToStrep(bytes)};
-}
-void hamWrite(ChipHam& ham, ChipAddress address, Bytes buffer, U32 entrySize, U32 entries) {
-  ham.doWrite(address, ofSize(buffer, U64{entrySize} * entries), entrySize, entries);
-}
-bool hamCompare(const ChipHam& ham, Bytes a, Bytes b) {
-  return ham.doCompare(placeOf(a), ofSize(b, a.bytes.size()), static_cast<U32>(b.bytes.size()));
-}
-template <auto copy, class Ham>
-Result hamCopy(Ham& ham, Bytes source) {
-  Bytes destination = room(source.bytes.size());
-  const bool done =
-      (ham.*copy)(placeOf(destination), placeOf(source), static_cast<U32>(source.bytes.size()));
-  return answer(done, destination);
-}
-
-// A stream must reach from the first bit to the last.
-U8* stream(Bytes& bytes, U64 bit, U64 bits) {
-  if (bit + bits > bytes.bytes.size() * U64{8}) {
-    argumentsRefused("the bits reach beyond the stream");
-  }
-  return placeOf(bytes);
-}
-U8 streamByte(const ChipHam& ham, Bytes bytes, U32 bit) {
-  return ham.byteFromBitStream(stream(bytes, bit, 8), bit);
-}
-Bytes streamByteIs(const ChipHam& ham, Bytes bytes, U32 bit, U8 value) {
-  ham.byteToBitStream(stream(bytes, bit, 8), bit, value);
-  return bytes;
-}
-bool streamBit(const ChipHam& ham, Bytes bytes, U32 bit) {
-  return ham.bitFromBitStream(stream(bytes, bit, 1), bit);
-}
-Bytes streamBitIs(const ChipHam& ham, Bytes bytes, U32 bit, bool value) {
-  ham.bitToBitStream(stream(bytes, bit, 1), bit, value);
-  return bytes;
-}
-Bytes streamCopied(const ChipHam& ham, Bytes destination, U32 destinationBit, Bytes source,
-                   U32 sourceBit, U32 bits) {
-  ham.copyBits(stream(destination, destinationBit, bits), destinationBit,
-               stream(source, sourceBit, bits), sourceBit, bits);
-  return destination;
-}
-
-void regionCleared(ChipMemory& cm, U32 startIndex, U32 endIndex) {
-  cm.doClearRange(startIndex, endIndex, false);
-}
-
-bool shadowWrite(HardwareShadow& shadow, ChipMemory::Ptr cm, U32 entry, Bytes data, U32 size) {
-  return shadow.shadowWriteAndCompareWithCache(cm, entry, ofSize(data, size), size);
-}
-void shadowWriteAt(HardwareShadow& shadow, ChipAddress address, Bytes data, U32 size) {
-  shadow.shadowWriteHack(address, ofSize(data, size), size);
-}
-Result shadowReadAt(HardwareShadow& shadow, ChipAddress address, Bytes data, U32 size) {
-  if (data.bytes.empty()) data = room(size);
-  const bool served = shadow.readFromCacheHack(address, ofSize(data, size), size);
-  return answer(served, data);
-}
-void registerFixed(HardwareShadow& shadow, ChipMemory::Ptr cm, U32 entry, Bytes data) {
-  regionNeeded(cm);
-  shadow.doFixBadRegister(cm, entry, ofSize(data, cm->entrySize()));
-}
-void auditSwitched(HardwareShadow& shadow, ChipMemory::Ptr cm, bool auditEnabled) {
-  regionNeeded(cm);
-  shadow.chipMemoryAuditEnabledIs(cm, auditEnabled);
-}
-void chipMemoryHandled(HardwareShadow& shadow, ChipAddress address) {
-  shadow.handleChipMemory(address);
-}
-
-// --- Collections ---
-
-template <class V>
-Result found(const V& value, bool exists) {
-  return exists ? result(value) : Result{"null"};
-}
-
-// A dense array by its index.
-template <class C, auto at, auto size, auto is, auto del, auto delAll>
-constexpr ListAccess arrayList(const char* valueType, const char* valueName) {
-  ListAccess list{};
-  list.keyName = "index";
-  list.valueType = valueType;
-  list.size = [](const void* o) { return (object<C>(o).*size)(); };
-  list.items = [](const void* o) {
-    std::vector<ListItem> items;
-    const C& c = object<C>(o);
-    for (U32 i = 0; i < (c.*size)(); ++i) {
-      items.push_back({Zint::valueToStrep(i), result((c.*at)(static_cast<U16>(i)))});
-    }
-    return items;
-  };
-  list.find = [](const void* o, const String8& key) {
-    const U16 index = read<U16>(key);
-    const C& c = object<C>(o);
-    return found((c.*at)(index), index < (c.*size)());
-  };
-  list.del = [](void* o, const String8& key) { (object<C>(o).*del)(read<U16>(key)); };
-  list.delAll = [](void* o) { (object<C>(o).*delAll)(); };
-  list.arguments = {"index", valueName};
-  list.insert = [](void* o, Texts texts) {
-    using V = std::remove_cvref_t<decltype((std::declval<C&>().*at)(U16{}))>;
-    const U16 index = read<U16>(*texts[0]);
-    const V value = read<V>(*texts[1]);
-    (object<C>(o).*is)(index, value);
-    return Result{};
-  };
-  return list;
-}
-
-// Regions by their address or another key: `regionOf` gives the region of a member of the walk.
-template <class C, class K, auto iterator, auto regionOf, auto keyOf>
-std::vector<ListItem> regionItems(const void* o) {
-  std::vector<ListItem> items;
-  for (auto member = (object<C>(o).*iterator)(); member; ++member) {
-    items.push_back({result(K(keyOf(**member))).text, result(regionOf(**member))});
-  }
-  return items;
-}
-
-ChipMemory::Ptr boundRegion(const HardwareShadow::ZintChipMemory& member) {
-  return member.chipMemory();
-}
-ChipAddress boundKey(const HardwareShadow::ZintChipMemory& member) { return member.fwkKey(); }
-ChipMemory::Ptr requestedRegion(const ChipReadRequest::ZintChipMemory& member) {
-  return member.chipMemory();
-}
-ChipAddress requestedKey(const ChipReadRequest::ZintChipMemory& member) { return member.fwkKey(); }
-ChipMemory::Ptr directoryRegion(const ChipMemory& member) {
-  return ChipMemory::Ptr(const_cast<ChipMemory*>(&member));
-}
-String8 directoryKey(const ChipMemory& member) { return member.name(); }
-ChipMemoryChunk::Ptr itself(const ChipMemoryChunk& chunk) {
-  return ChipMemoryChunk::Ptr(const_cast<ChipMemoryChunk*>(&chunk));
-}
-U32 chunkKey(const ChipMemoryChunk& chunk) { return chunk.fwkKey(); }
-
-template <class C>
-constexpr ListAccess regionsByAddress() {
-  ListAccess list{};
-  list.keyName = "address";
-  list.valueType = "Hardware::ChipMemory";
-  list.size = [](const void* o) { return object<C>(o).chipMemorys(); };
-  list.find = [](const void* o, const String8& key) {
-    const ChipMemory::Ptr region = object<C>(o).chipMemory(read<ChipAddress>(key));
-    return found(region, region != nullptr);
-  };
-  list.del = [](void* o, const String8& key) {
-    object<C>(o).chipMemoryDel(read<ChipAddress>(key));
-  };
-  list.delAll = [](void* o) { object<C>(o).chipMemoryDelAll(); };
-  list.arguments = {"chipMemory"};
-  list.insert = [](void* o, Texts texts) {
-    const auto region = read<ChipMemory::Ptr>(*texts[0]);
-    object<C>(o).chipMemoryIs(region);
-    return result(region);
-  };
-  return list;
-}
-
-constexpr ListAccess requestRegions = [] {
-  ListAccess list = regionsByAddress<ChipReadRequest>();
-  list.items = regionItems<ChipReadRequest, ChipAddress, &ChipReadRequest::chipMemoryIterator,
-                           requestedRegion, requestedKey>;
-  return list;
-}();
-
-constexpr ListAccess shadowRegions = [] {
-  ListAccess list = regionsByAddress<HardwareShadow>();
-  list.items = regionItems<HardwareShadow, ChipAddress, &HardwareShadow::chipMemoryIterator,
-                           boundRegion, boundKey>;
-  return list;
-}();
-
-constexpr ListAccess shadowChunks = [] {
-  ListAccess list{};
-  list.keyName = "fwkKey";
-  list.valueType = "Hardware::ChipMemoryChunk";
-  list.size = [](const void* o) { return object<HardwareShadow>(o).chipMemoryChunks(); };
-  list.items =
-      regionItems<HardwareShadow, U32, &HardwareShadow::chipMemoryChunkIterator, itself, chunkKey>;
-  list.find = [](const void* o, const String8& key) {
-    const auto chunk = object<HardwareShadow>(o).chipMemoryChunk(read<U32>(key));
-    return found(chunk, chunk != nullptr);
-  };
-  list.del = [](void* o, const String8& key) {
-    object<HardwareShadow>(o).chipMemoryChunkDel(read<U32>(key));
-  };
-  list.delAll = [](void* o) { object<HardwareShadow>(o).chipMemoryChunkDelAll(); };
-  list.arguments = {"fwkKey"};
-  list.insert = [](void* o, Texts texts) {
-    return result(object<HardwareShadow>(o).chipMemoryChunkIs(read<U32>(*texts[0])));
-  };
-  return list;
-}();
-
-constexpr ListAccess readerQueue = [] {
-  ListAccess list{};
-  list.keyName = "index";
-  list.valueType = "Hardware::ChipMemory";
-  list.size = [](const void* o) { return object<ChipReader>(o).chipMemorys(); };
-  list.items = [](const void* o) {
-    std::vector<ListItem> items;
-    const ChipReader::Queue& queue = object<ChipReader>(o).chipMemory();
-    for (auto* member = queue.head(); member != nullptr; member = queue.after(*member)) {
-      items.push_back({Zint::valueToStrep(member->zint_index()), result(member->chipMemory())});
-    }
-    return items;
-  };
-  list.find = [](const void* o, const String8& key) {
-    const U32 index = read<U32>(key);
-    const ChipReader::Queue& queue = object<ChipReader>(o).chipMemory();
-    auto* member = queue.head();
-    while (member != nullptr && member->zint_index() != index) member = queue.after(*member);
-    return member == nullptr ? Result{"null"} : result(member->chipMemory());
-  };
-  list.del = [](void* o, const String8& key) {
-    object<ChipReader>(o).chipMemoryDel(read<U32>(key));
-  };
-  list.delAll = [](void* o) { object<ChipReader>(o).chipMemoryDelAll(); };
-  list.arguments = {"chipMemory"};
-  list.insert = [](void* o, Texts texts) {
-    const auto region = read<ChipMemory::Ptr>(*texts[0]);
-    regionNeeded(region);
-    object<ChipReader>(o).chipMemoryEnq(region);
-    return result(region);
-  };
-  return list;
-}();
-
-constexpr ListAccess directoryRegions = [] {
-  using C = ChipMemoryBogon;
-  ListAccess list{};
-  list.keyName = "name";
-  list.valueType = "Hardware::ChipMemory";
-  list.size = [](const void* o) { return object<C>(o).chipMemorys(); };
-  list.items = regionItems<C, String8, &C::chipMemoryIteratorConst, directoryRegion, directoryKey>;
-  list.find = [](const void* o, const String8& key) {
-    const ChipMemory::Ptr region = object<C>(o).chipMemory(read<String8>(key));
-    return found(region, region != nullptr);
-  };
-  list.del = [](void* o, const String8& key) { object<C>(o).chipMemoryDel(read<String8>(key)); };
-  list.delAll = [](void* o) { object<C>(o).chipMemoryDelAll(); };
-  // A region's constructor parameters, and the number of its entries, which may change later: asked
-  // for again without it, a region keeps the one that it has.
-  list.arguments = {"name", "address", "entrySize", "stride", "chipHam", "?entries"};
-  list.insert = [](void* o, Texts texts) {
-    C& directory = object<C>(o);
-    const auto name = read<String8>(*texts[0]);
-    const auto address = read<ChipAddress>(*texts[1]);
-    const auto entrySize = read<U32>(*texts[2]);
-    const auto stride = read<U32>(*texts[3]);
-    const auto chipHam = read<Zint::Ptr<ChipHam>>(*texts[4]);
-    const ChipMemory::Ptr existing = directory.chipMemory(name);
-    const U32 held = existing == nullptr ? 0 : existing->entries();
-    const U32 entries = texts[5] == nullptr ? held : read<U32>(*texts[5]);
-    return result(directory.chipMemoryIs(name, address, entries, entrySize, stride, chipHam));
-  };
-  return list;
-}();
-
-constexpr ListAccess shadowIds =
-    arrayList<HardwareShadow, &HardwareShadow::chipMemoryId, &HardwareShadow::chipMemoryIds,
-              &HardwareShadow::chipMemoryIdIs, &HardwareShadow::chipMemoryIdDel,
-              &HardwareShadow::chipMemoryIdDelAll>("U32", "chipMemoryId");
-constexpr ListAccess shadowChunkArray =
-    arrayList<HardwareShadow, &HardwareShadow::chipMemoryChunkArray,
-              &HardwareShadow::chipMemoryChunkArrays, &HardwareShadow::chipMemoryChunkArrayIs,
-              &HardwareShadow::chipMemoryChunkArrayDel,
-              &HardwareShadow::chipMemoryChunkArrayDelAll>("Hardware::ChipMemoryChunk",
-                                                           "chipMemoryChunk");
-constexpr ListAccess chunkOffsets =
-    arrayList<ChipMemoryChunk, &ChipMemoryChunk::offset, &ChipMemoryChunk::offsets,
-              &ChipMemoryChunk::offsetIs, &ChipMemoryChunk::offsetDel,
-              &ChipMemoryChunk::offsetDelAll>("U32", "offset");
-constexpr ListAccess chunkRegions =
-    arrayList<ChipMemoryChunk, &ChipMemoryChunk::chipMemory, &ChipMemoryChunk::chipMemorys,
-              &ChipMemoryChunk::chipMemoryIs, &ChipMemoryChunk::chipMemoryDel,
-              &ChipMemoryChunk::chipMemoryDelAll>("Hardware::ChipMemory", "chipMemory");
-
-// --- The tables ---
 
 constexpr Member modeMembers[] = {
     enumerator("normal", ChipMemory::normal_),
@@ -385,23 +55,27 @@ constexpr Member chipAddressMembers[] = {
 constexpr Member chipHamMembers[] = {
     constructorParameter<&ChipHam::name>("name"),
     attribute<&ChipHam::isNondestructing, &ChipHam::isNondestructingIs>("isNondestructing"),
-    operation<&hamRead>("doRead", "address", "entrySize", "entries"),
-    operation<&hamWrite>("doWrite", "address", "buffer", "entrySize", "entries"),
-    operation<&hamCompare>("doCompare", "a", "b"),
-    operation<&hamCopy<&ChipHam::doReadToCache, const ChipHam>>("doReadToCache", "source"),
-    operation<&hamCopy<&ChipHam::doWriteToCache, ChipHam>>("doWriteToCache", "source"),
-    operation<&hamCopy<&ChipHam::doReadFromCache, const ChipHam>>("doReadFromCache", "source"),
-    operation<&streamByte>("byteFromBitStream", "stream", "bit"),
-    operation<&streamByteIs>("byteToBitStream", "stream", "bit", "value"),
-    operation<&streamBit>("bitFromBitStream", "stream", "bit"),
-    operation<&streamBitIs>("bitToBitStream", "stream", "bit", "value"),
-    operation<&streamCopied>("copyBits", "destination", "destinationBit", "source", "sourceBit",
-                             "bits"),
+    operation<&ByName::doRead>("doRead", "address", "entrySize", "entries"),
+    operation<&ByName::doWrite>("doWrite", "address", "buffer", "entrySize", "entries"),
+    operation<&ByName::doCompare>("doCompare", "a", "b"),
+    operation<&ByName::doReadToCache>("doReadToCache", "source"),
+    operation<&ByName::doWriteToCache>("doWriteToCache", "source"),
+    operation<&ByName::doReadFromCache>("doReadFromCache", "source"),
+    operation<&ByName::byteFromBitStream>("byteFromBitStream", "stream", "bit"),
+    operation<&ByName::byteToBitStream>("byteToBitStream", "stream", "bit", "value"),
+    operation<&ByName::bitFromBitStream>("bitFromBitStream", "stream", "bit"),
+    operation<&ByName::bitToBitStream>("bitToBitStream", "stream", "bit", "value"),
+    operation<&ByName::copyBits>("copyBits", "destination", "destinationBit", "source", "sourceBit",
+                                 "bits"),
 };
+ZINT_CHECK_IDS(ChipHam, chipHamMembers, Zint::firstAttributeId, name, isNondestructing, doRead,
+               doWrite, doCompare, doReadToCache, doWriteToCache, doReadFromCache,
+               byteFromBitStream, byteToBitStream, bitFromBitStream, bitToBitStream, copyBits);
 
 constexpr Member genericChipHamMembers[] = {
     constructorParameter<&GenericChipHam::hamImpl>("hamImpl"),
 };
+ZINT_CHECK_IDS(GenericChipHam, genericChipHamMembers, ChipHam::Id::lastMember + 1, hamImpl);
 
 using M = ChipMemory;
 constexpr Member chipMemoryMembers[] = {
@@ -421,7 +95,7 @@ constexpr Member chipMemoryMembers[] = {
     operation<&M::handleShadowStoreNeeded>("handleShadowStoreNeeded"),
     operation<&M::entryIndexFromAddress>("entryIndexFromAddress", "addr"),
     operation<&M::doClear>("doClear"),
-    operation<&regionCleared>("doClearRange", "startIndex", "endIndex"),
+    operation<&ByName::doClearRange>("doClearRange", "startIndex", "endIndex"),
     operation<&M::writeback>("writeback", "initializedOnly"),
     attribute<&M::readFromCache, &M::readFromCacheIs>("readFromCache"),
     attribute<&M::skipWriteIfMatchesCache, &M::skipWriteIfMatchesCacheIs>(
@@ -440,13 +114,30 @@ constexpr Member chipMemoryMembers[] = {
     attribute<&M::allowsLogicalViews, &M::allowsLogicalViewsIs>("allowsLogicalViews"),
     readOnly<&M::fwkKey>("fwkKey"),
 };
+ZINT_CHECK_IDS(ChipMemory, chipMemoryMembers, Zint::firstAttributeId, name, address, entrySize,
+               stride, chipHam, indirectCmdRegAddr, inRange, shadowEnabled, auditEnabled,
+               handleAuditEnabled, mode, handleMode, shadowStoreNeeded, handleShadowStoreNeeded,
+               entryIndexFromAddress, doClear, doClearRange, writeback, readFromCache,
+               skipWriteIfMatchesCache, readCacheHits, writeCacheHits, registersFixed, lastFixTime,
+               hardware, shadow, initialized, entryInitialized, entryInitializedIs,
+               entryInitializedDel, dirty, allowsLogicalViews, fwkKey);
 
+constexpr ListAccess requestRegions =
+    mapList<&ChipReadRequest::chipMemory, &ChipReadRequest::chipMemorys,
+            &ChipReadRequest::chipMemoryIterator, &ChipReadRequest::chipMemoryDel,
+            &ChipReadRequest::chipMemoryDelAll, &ByName::insertIntoRequest>("address",
+                                                                            "chipMemory");
 constexpr Member chipReadRequestMembers[] = {
     operation<&ChipReadRequest::handleState>("handleState"),
     collection("chipMemory", requestRegions),
 };
+ZINT_CHECK_IDS(ChipReadRequest, chipReadRequestMembers, Zint::Request::Id::generation + 1,
+               handleState, chipMemory);
 
 using R = ChipReader;
+constexpr ListAccess readerQueue =
+    queueList<&R::chipMemory, &R::ZintChipMemory::chipMemory, &R::chipMemoryDel,
+              &R::chipMemoryDelAll, &ByName::appendToReader>("chipMemory");
 constexpr Member chipReaderMembers[] = {
     attribute<&R::zintFwkActivity, &R::zintFwkActivityIs>("zintFwkActivity"),
     attribute<&R::request, &R::requestIs>("request"),
@@ -462,11 +153,22 @@ constexpr Member chipReaderMembers[] = {
     operation<&R::hasNotificationActiveIs>("hasNotificationActiveIs", "hasNotificationActive"),
     operation<&R::zintDoZombieReactors>("zintDoZombieReactors", "zombie"),
 };
+ZINT_CHECK_IDS(ChipReader, chipReaderMembers, Zint::firstAttributeId, zintFwkActivity, request,
+               clock, maxEntriesPerRead, readInterval, doRead, handleReadRequest, currentChipMemory,
+               entriesRead, chipMemory, chipMemoryMetadata, hasNotificationActiveIs,
+               zintDoZombieReactors);
 
 constexpr Member chipMemoryArrayIndexMembers[] = {
     attribute<&ChipMemoryArrayIndex::value, &ChipMemoryArrayIndex::valueIs>("value"),
 };
 
+using Chunk = ChipMemoryChunk;
+constexpr ListAccess chunkOffsets =
+    arrayList<U16, &Chunk::offset, &Chunk::offsets, &Chunk::offsetIs, &Chunk::offsetDel,
+              &Chunk::offsetDelAll>("offset");
+constexpr ListAccess chunkRegions =
+    arrayList<U16, &Chunk::chipMemory, &Chunk::chipMemorys, &Chunk::chipMemoryIs,
+              &Chunk::chipMemoryDel, &Chunk::chipMemoryDelAll>("chipMemory");
 constexpr Member chipMemoryChunkMembers[] = {
     constructorParameter<&ChipMemoryChunk::fwkKey>("fwkKey"),
     attribute<&ChipMemoryChunk::nextIndex, &ChipMemoryChunk::nextIndexIs>("nextIndex"),
@@ -475,6 +177,19 @@ constexpr Member chipMemoryChunkMembers[] = {
 };
 
 using S = HardwareShadow;
+constexpr ListAccess shadowRegions =
+    mapList<&S::chipMemory, &S::chipMemorys, &S::chipMemoryIterator, &S::chipMemoryDel,
+            &S::chipMemoryDelAll, &ByName::insertIntoShadow>("address", "chipMemory");
+constexpr ListAccess shadowChunks =
+    mapList<&S::chipMemoryChunk, &S::chipMemoryChunks, &S::chipMemoryChunkIterator,
+            &S::chipMemoryChunkDel, &S::chipMemoryChunkDelAll, &S::chipMemoryChunkIs>("fwkKey",
+                                                                                      "fwkKey");
+constexpr ListAccess shadowIds =
+    arrayList<U16, &S::chipMemoryId, &S::chipMemoryIds, &S::chipMemoryIdIs, &S::chipMemoryIdDel,
+              &S::chipMemoryIdDelAll>("chipMemoryId");
+constexpr ListAccess shadowChunkArray =
+    arrayList<U16, &S::chipMemoryChunkArray, &S::chipMemoryChunkArrays, &S::chipMemoryChunkArrayIs,
+              &S::chipMemoryChunkArrayDel, &S::chipMemoryChunkArrayDelAll>("chipMemoryChunk");
 constexpr Member hardwareShadowMembers[] = {
     attribute<&S::zintFwkActivity, &S::zintFwkActivityIs>("zintFwkActivity"),
     attribute<&S::state, &S::stateIs>("state"),
@@ -486,10 +201,10 @@ constexpr Member hardwareShadowMembers[] = {
     collection("chipMemory", shadowRegions),
     attribute<&S::lastChipMemory, &S::lastChipMemoryIs>("lastChipMemory"),
     operation<&S::findChipMemory>("findChipMemory", "address", "size"),
-    operation<&shadowWrite>("shadowWriteAndCompareWithCache", "chipMemory", "entry", "data",
-                            "size"),
-    operation<&shadowWriteAt>("shadowWriteHack", "address", "dataPtr", "size"),
-    operation<&shadowReadAt>("readFromCacheHack", "address", "?dataPtr", "size"),
+    operation<&ByName::shadowWriteAndCompareWithCache>("shadowWriteAndCompareWithCache",
+                                                       "chipMemory", "entry", "data", "size"),
+    operation<&ByName::shadowWriteHack>("shadowWriteHack", "address", "dataPtr", "size"),
+    operation<&ByName::readFromCacheHack>("readFromCacheHack", "address", "?dataPtr", "size"),
     operation<&S::shadowWriteU32>("shadowWriteU32", "address", "value"),
     operation<&S::readFromCacheU32>("readFromCacheU32", "address"),
     attribute<&S::audits, &S::auditsIs>("audits"),
@@ -500,94 +215,116 @@ constexpr Member hardwareShadowMembers[] = {
     collection("chipMemoryChunkArray", shadowChunkArray),
     operation<&S::handleState>("handleState"),
     attribute<&S::lastAuditStartTime, &S::lastAuditStartTimeIs>("lastAuditStartTime"),
-    operation<&chipMemoryHandled>("handleChipMemory", "address"),
+    operation<&ByName::handleChipMemory>("handleChipMemory", "address"),
     operation<&S::handleAuditReadRequestStatus>("handleAuditReadRequestStatus"),
-    operation<&registerFixed>("doFixBadRegister", "chipMemory", "entry", "data"),
-    operation<&auditSwitched>("chipMemoryAuditEnabledIs", "chipMemory", "auditEnabled"),
+    operation<&ByName::doFixBadRegister>("doFixBadRegister", "chipMemory", "entry", "data"),
+    operation<&ByName::chipMemoryAuditEnabledIs>("chipMemoryAuditEnabledIs", "chipMemory",
+                                                 "auditEnabled"),
     attribute<&S::chipMemoryEntriesUnderAudit, &S::chipMemoryEntriesUnderAuditIs>(
         "chipMemoryEntriesUnderAudit"),
     operation<&S::hasNotificationActiveIs>("hasNotificationActiveIs", "hasNotificationActive"),
     operation<&S::zintDoZombieReactors>("zintDoZombieReactors", "zombie"),
 };
+ZINT_CHECK_IDS(HardwareShadow, hardwareShadowMembers, Zint::firstAttributeId, zintFwkActivity,
+               state, overrideHardware, removeOverrideOnlyChipMem, clock, minIntervalBetweenAudits,
+               chipMemory, lastChipMemory, findChipMemory, shadowWriteAndCompareWithCache,
+               shadowWriteHack, readFromCacheHack, shadowWriteU32, readFromCacheU32, audits,
+               auditReadRequest, chipMemoryChunk, nextIndex, chipMemoryId, chipMemoryChunkArray,
+               handleState, lastAuditStartTime, handleChipMemory, handleAuditReadRequestStatus,
+               doFixBadRegister, chipMemoryAuditEnabledIs, chipMemoryEntriesUnderAudit,
+               hasNotificationActiveIs, zintDoZombieReactors);
 
+using D = ChipMemoryBogon;
+constexpr ListAccess directoryRegions =
+    mapList<&D::chipMemory, &D::chipMemorys, &D::chipMemoryIteratorConst, &D::chipMemoryDel,
+            &D::chipMemoryDelAll, &ByName::findOrMake>("name", "name", "address", "entrySize",
+                                                       "stride", "chipHam", "?entries");
 constexpr Member chipMemoryBogonMembers[] = {
     constructorParameter<&ChipMemoryBogon::name>("name"),
     attribute<&ChipMemoryBogon::isNondestructing, &ChipMemoryBogon::isNondestructingIs>(
         "isNondestructing"),
     collection("chipMemory", directoryRegions),
 };
+ZINT_CHECK_IDS(ChipMemoryBogon, chipMemoryBogonMembers, Zint::firstAttributeId, name,
+               isNondestructing, chipMemory);
 
 constexpr Member factories[] = {
-    factory<&chipMemoryFactory>("chipMemoryFactory", "Hardware::ChipMemory", "name", "address",
-                                "entries", "entrySize", "stride", "chipHam"),
-    factory<&chipMemoryBogonFactory>("chipMemoryBogonFactory", "Hardware::ChipMemoryBogon", "name"),
-    factory<&genericChipHamFactory>("genericChipHamFactory", "Hardware::GenericChipHam", "name",
-                                    "hamImpl"),
-    factory<&chipReadRequestFactory>("chipReadRequestFactory", "Hardware::ChipReadRequest", "name"),
-    factory<&chipReaderFactory>("chipReaderFactory", "Hardware::ChipReader", "activity", "request",
-                                "clock", "maxEntriesPerRead", "readInterval"),
-    factory<&hardwareShadowFactory>("hardwareShadowFactory", "Hardware::HardwareShadow", "activity",
-                                    "clock"),
+    factory<&chipMemoryFactory>("chipMemoryFactory", "name", "address", "entries", "entrySize",
+                                "stride", "chipHam"),
+    factory<&chipMemoryBogonFactory>("chipMemoryBogonFactory", "name"),
+    factory<&genericChipHamFactory>("genericChipHamFactory", "name", "hamImpl"),
+    factory<&chipReadRequestFactory>("chipReadRequestFactory", "name"),
+    factory<&chipReaderFactory>("chipReaderFactory", "activity", "request", "clock",
+                                "maxEntriesPerRead", "readInterval"),
+    factory<&hardwareShadowFactory>("hardwareShadowFactory", "activity", "clock"),
 };
 
-constexpr char object_[] = "reference-counted object";
+template <class T>
+constexpr Type describe(const char* kind, const Type* base, std::span<const Member> members) {
+  return {Zint::typeNameOf<T>(), kind, base, members};
+}
+
+constexpr const char* countedObject = "reference-counted object";
 
 }  // namespace
 
-constinit const Type chipMemoryModeType{"Hardware::ChipMemory::ChipMemoryMode", "enumeration",
-                                        nullptr, modeMembers};
-constinit const Type hardwareShadowStateType{"Hardware::HardwareShadow::State", "enumeration",
-                                             nullptr, stateMembers};
-constinit const Type chipAddressType{"Hardware::ChipAddress", "value", nullptr, chipAddressMembers};
-constinit const Type chipHamType{"Hardware::ChipHam", "entity", nullptr, chipHamMembers};
-constinit const Type genericChipHamType{"Hardware::GenericChipHam", "entity", &chipHamType,
-                                        genericChipHamMembers};
-constinit const Type chipMemoryType{"Hardware::ChipMemory", object_, nullptr, chipMemoryMembers};
-constinit const Type chipReadRequestType{"Hardware::ChipReadRequest", "request entity",
-                                         &Zint::requestType, chipReadRequestMembers};
-constinit const Type chipReaderType{"Hardware::ChipReader", object_, nullptr, chipReaderMembers};
-constinit const Type chipMemoryArrayIndexType{"Hardware::ChipMemoryArrayIndex", "value", nullptr,
-                                              chipMemoryArrayIndexMembers};
-constinit const Type chipMemoryChunkType{"Hardware::ChipMemoryChunk", "entity", &Zint::entityType,
-                                         chipMemoryChunkMembers};
-constinit const Type hardwareShadowType{"Hardware::HardwareShadow", object_, nullptr,
-                                        hardwareShadowMembers};
-constinit const Type chipMemoryBogonType{"Hardware::ChipMemoryBogon", "entity", nullptr,
-                                         chipMemoryBogonMembers};
+constexpr Type chipMemoryModeType =
+    describe<ChipMemory::ChipMemoryMode>("enumeration", nullptr, modeMembers);
+constexpr Type hardwareShadowStateType =
+    describe<HardwareShadow::State>("enumeration", nullptr, stateMembers);
+constexpr Type chipAddressType = describe<ChipAddress>("value", nullptr, chipAddressMembers);
+constexpr Type chipHamType = describe<ChipHam>("entity", nullptr, chipHamMembers);
+constexpr Type genericChipHamType =
+    describe<GenericChipHam>("entity", &chipHamType, genericChipHamMembers);
+constexpr Type chipMemoryType = describe<ChipMemory>(countedObject, nullptr, chipMemoryMembers);
+constexpr Type chipReadRequestType =
+    describe<ChipReadRequest>("request entity", &Zint::requestType, chipReadRequestMembers);
+constexpr Type chipReaderType = describe<ChipReader>(countedObject, nullptr, chipReaderMembers);
+constexpr Type chipMemoryArrayIndexType =
+    describe<ChipMemoryArrayIndex>("value", nullptr, chipMemoryArrayIndexMembers);
+constexpr Type chipMemoryChunkType =
+    describe<ChipMemoryChunk>("entity", &Zint::entityType, chipMemoryChunkMembers);
+constexpr Type hardwareShadowType =
+    describe<HardwareShadow>(countedObject, nullptr, hardwareShadowMembers);
+constexpr Type chipMemoryBogonType =
+    describe<ChipMemoryBogon>("entity", nullptr, chipMemoryBogonMembers);
 
 namespace {
 
+// In the order of registration.
 constexpr const Type* types[] = {
     &chipMemoryModeType,       &hardwareShadowStateType, &chipAddressType,     &chipHamType,
     &genericChipHamType,       &chipMemoryType,          &chipReadRequestType, &chipReaderType,
     &chipMemoryArrayIndexType, &chipMemoryChunkType,     &hardwareShadowType,  &chipMemoryBogonType,
 };
 
-// The same names in a section of their own, each ended by a zero byte, for tools that read the
-// file.
-[[gnu::section(".zint.type"), gnu::used, gnu::retain]] const char typeNames[] =
-    "Hardware::ChipMemory::ChipMemoryMode\0"
-    "Hardware::HardwareShadow::State\0"
-    "Hardware::ChipAddress\0"
-    "Hardware::ChipHam\0"
-    "Hardware::GenericChipHam\0"
-    "Hardware::ChipMemory\0"
-    "Hardware::ChipReadRequest\0"
-    "Hardware::ChipReader\0"
-    "Hardware::ChipMemoryArrayIndex\0"
-    "Hardware::ChipMemoryChunk\0"
-    "Hardware::HardwareShadow\0"
-    "Hardware::ChipMemoryBogon";
+constexpr std::size_t typeNamesSize = [] {
+  std::size_t size = 0;
+  for (const Type* type : types) size += std::string_view(type->name).size() + 1;
+  return size;
+}();
 
-[[gnu::constructor]] void registered() {
+// The same names in a section of their own, each terminated by a zero byte, for tools that read the
+// file.
+[[gnu::section(".zint.type"), gnu::used, gnu::retain]] constexpr auto typeNames = [] {
+  std::array<char, typeNamesSize> names{};
+  auto end = names.begin();
+  for (const Type* type : types) {
+    const std::string_view name = type->name;
+    end = std::copy(name.begin(), name.end(), end) + 1;
+  }
+  return names;
+}();
+
+[[gnu::constructor]] void registerTypes() {
   umbraTraceHandle.registered();
   for (const Type* type : types) Zint::TypeRegistry::typeIs(*type);
-  for (const Member& made : factories) Zint::TypeRegistry::factoryIs(made);
+  for (const Member& row : factories) Zint::TypeRegistry::factoryIs(row);
 }
 
-[[gnu::destructor]] void unregistered() {
+[[gnu::destructor]] void unregisterTypes() {
   for (const Type* type : types) Zint::TypeRegistry::typeDel(*type);
-  for (const Member& made : factories) Zint::TypeRegistry::factoryDel(made);
+  for (const Member& row : factories) Zint::TypeRegistry::factoryDel(row);
 }
 
 }  // namespace

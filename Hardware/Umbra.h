@@ -1,25 +1,12 @@
-// What all classes of this library share: the type descriptions, the assertions and the trace
-// handle.
+// What the library's sources share: the assertions, the trace handle, the type descriptions. No
+// public header includes this one.
 #pragma once
 
+#include <Hardware/Descriptions.h>
 #include <Zint/Assert.h>
 #include <Zint/Trace.h>
-#include <Zint/Type.h>
 
 namespace Hardware {
-
-UMBRA_API extern const Zint::Type chipMemoryModeType;
-UMBRA_API extern const Zint::Type hardwareShadowStateType;
-UMBRA_API extern const Zint::Type chipAddressType;
-UMBRA_API extern const Zint::Type chipHamType;
-UMBRA_API extern const Zint::Type genericChipHamType;
-UMBRA_API extern const Zint::Type chipMemoryType;
-UMBRA_API extern const Zint::Type chipReadRequestType;
-UMBRA_API extern const Zint::Type chipReaderType;
-UMBRA_API extern const Zint::Type chipMemoryArrayIndexType;
-UMBRA_API extern const Zint::Type chipMemoryChunkType;
-UMBRA_API extern const Zint::Type hardwareShadowType;
-UMBRA_API extern const Zint::Type chipMemoryBogonType;
 
 // The library's trace handle, "Umbra".
 UMBRA_API extern Zint::TraceHandle umbraTraceHandle;
@@ -27,14 +14,15 @@ inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
 
 }  // namespace Hardware
 
-// A broken internal rule ends the process. Where no line is fixed, it is __LINE__.
+// A broken internal rule ends the process. `line` is the number that the report shows; clients rely
+// on some of these numbers, which are not lines of this project. All others are __LINE__.
 #define UMBRA_ASSERT(line, condition)                                                   \
   do {                                                                                  \
     if (!(condition)) [[unlikely]]                                                      \
       ::Zint::assertionFailed(#condition, "Hardware/Umbra", line, __PRETTY_FUNCTION__); \
   } while (0)
 
-// The same in a helper, on behalf of the operation that the report names; `detail` as in
+// The same in a helper: the report names `function`, the operation that called it; `detail` as in
 // Zint::AssertionFailure.
 #define UMBRA_ASSERT_IN(function, line, condition, detail)                             \
   do {                                                                                 \
@@ -50,6 +38,6 @@ inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
                               (region).fwkKey().c_str());                                  \
   } while (0)
 
-// One line of trace; `text` is what stands to the right of `stream <<`.
+// One line of trace; `text` is what follows `stream <<`.
 #define UMBRA_TRACE(level, line, text) \
   ZINT_TRACE_CONTEXT(::Hardware::umbraTrace(), level, "", "Hardware/Umbra", line, text)

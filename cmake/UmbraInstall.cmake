@@ -19,7 +19,9 @@ foreach(folder IN ITEMS runtime Hardware platform)
             FILES_MATCHING PATTERN "*.h"
             # How the library works inside; no public header includes them.
             PATTERN "Entries.h" EXCLUDE
-            PATTERN "PlainHam.h" EXCLUDE)
+            PATTERN "PlainHam.h" EXCLUDE
+            PATTERN "ByName.h" EXCLUDE
+            PATTERN "Umbra.h" EXCLUDE)
   endif()
 endforeach()
 

@@ -1,7 +1,7 @@
 #include "demo/driver/TraceOutput.h"
 
-#include <Hardware/Umbra.h>
 #include <Zint/Clock.h>
+#include <Zint/Trace.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +9,11 @@
 #include <system_error>
 
 namespace Demo {
+namespace {
+
+Zint::TraceHandle& libraryTrace() { return *Zint::TraceHandle::find("Umbra"); }
+
+}  // namespace
 
 TraceOutput::TraceOutput(const Options& options)
     : isOn_(options.traceLevel.has_value()), file_(stderr) {
@@ -18,18 +23,18 @@ TraceOutput::TraceOutput(const Options& options)
       throw std::system_error(errno, std::generic_category(), "open " + options.traceFile);
     }
   }
-  if (isOn_) Hardware::umbraTrace().levelUpToIs(*options.traceLevel);
+  if (isOn_) libraryTrace().levelUpToIs(*options.traceLevel);
   before_ = Zint::traceSinkIs(this);
 }
 
 TraceOutput::~TraceOutput() {
   Zint::traceSinkIs(before_);
-  Hardware::umbraTrace().levelUpToIs(0);
+  libraryTrace().levelUpToIs(0);
   if (file_ != stderr) std::fclose(file_);
 }
 
 void TraceOutput::traceLine(const Zint::TraceLine& line) {
-  const bool isLibrary = std::strcmp(line.handle, Hardware::umbraTrace().name()) == 0;
+  const bool isLibrary = std::strcmp(line.handle, libraryTrace().name()) == 0;
   if (isLibrary && !isOn_) return;
   std::fprintf(file_, "%.6f %s %u %s:%d %s\n", Zint::now(), line.handle, line.level, line.source,
                line.line, line.text);

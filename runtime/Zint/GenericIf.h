@@ -1,4 +1,4 @@
-// Objects by name: reads and sets attributes as text, walks collections, calls operations.
+// Objects by name: reads and sets attributes as text, iterates over collections, calls operations.
 //
 //   Zint::GenericIf_ shadow(shadowPtr);
 //   shadow.attributeIs("state", "'auditing'");
@@ -31,9 +31,9 @@ class UMBRA_API List_ {
   const char* keyName() const { return member_->list->keyName; }
   const char* valueType() const { return member_->list->valueType; }
   U32 size() const { return member_->list->size(address_); }
-  // As it stands now.
+  // A copy of the keys and values.
   std::vector<ListItem> items() const;
-  // The text "null" when there is none.
+  // The text "null" if there is none.
   Result find(const String8& key) const;
   void del(const String8& key);
   void delAll();
@@ -42,7 +42,7 @@ class UMBRA_API List_ {
 
  private:
   friend class Zint::GenericIf_;
-  List_(Ptr<const PtrInterface> holder, bool isConst, const void* address, const Type& type,
+  List_(Ptr<const PtrInterface> holder, bool isConst, ConstObjectAddress address, const Type& type,
         const Member& member)
       : holder_(std::move(holder)),
         isConst_(isConst),
@@ -50,11 +50,12 @@ class UMBRA_API List_ {
         type_(&type),
         member_(&member) {}
 
-  void* changed(const void* operation) const;
+  // Raises a range exception unless the collection offers the operation and may be changed.
+  ObjectAddress mutableAddress(bool isOffered) const;
 
   Ptr<const PtrInterface> holder_;  // null for a value's
   bool isConst_;
-  const void* address_;
+  ConstObjectAddress address_;
   const Type* type_;
   const Member* member_;
 };
@@ -66,9 +67,9 @@ class UMBRA_API GenericIf_ {
   // REQUIRES: not null (range exception "null ValidPtr").
   explicit GenericIf_(const ValidPtr<PtrInterface>& object);
   static GenericIf_ readOnlyView(const ValidPtr<const PtrInterface>& object);
-  // The object of a result; a range exception when it has none.
+  // The object of a result; a range exception if it has none.
   static GenericIf_ of(const Result& result);
-  // A value, which must outlive this.
+  // A value, which must outlive this. REQUIRES: `value` points to an object of that type.
   static GenericIf_ ofValue(void* value, const Type& type) {
     return GenericIf_(nullptr, false, value, type);
   }
@@ -89,18 +90,20 @@ class UMBRA_API GenericIf_ {
   // xxxDelAll.
   Result call(const String8& name, const Arguments& arguments);
   // Calls a registered factory.
-  static Result made(const String8& factory, const Arguments& arguments);
+  static Result make(const String8& factory, const Arguments& arguments);
 
  private:
-  GenericIf_(Ptr<const PtrInterface> holder, bool isConst, const void* address, const Type& type)
+  GenericIf_(Ptr<const PtrInterface> holder, bool isConst, ConstObjectAddress address,
+             const Type& type)
       : holder_(std::move(holder)), isConst_(isConst), address_(address), type_(&type) {}
 
   const Member& member(const String8& name) const;
-  void* changed() const;
+  // Raises a range exception if the object may not be changed.
+  ObjectAddress mutableAddress() const;
 
   Ptr<const PtrInterface> holder_;  // null for a value
   bool isConst_;
-  const void* address_;
+  ConstObjectAddress address_;
   const Type* type_;
 };
 

@@ -25,13 +25,6 @@ String8 charsOf(T value) {
   return String8(std::string_view(text, static_cast<std::size_t>(result.ptr - text)));
 }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n'; }
 
 bool consumed(String8::IteratorConst& pos, const String8::IteratorConst& end,

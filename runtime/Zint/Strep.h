@@ -45,6 +45,14 @@ UMBRA_API void sequenceToValue(String8::IteratorConst& pos, const String8::Itera
 UMBRA_API void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,
                                String8& value);
 
+// The value of a hexadecimal digit of either case, -1 for any other character.
+constexpr int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
 // The text that printf would write, of any length.
 [[gnu::format(printf, 1, 2)]] UMBRA_API String8 format(const char* pattern, ...);
 

@@ -29,18 +29,24 @@ class UMBRA_API ZintAttrIntrospectionFlags {
   constexpr ZintAttrIntrospectionFlags() = default;
   // More than six bits: a range exception.
   constexpr ZintAttrIntrospectionFlags(U32 value) : value_(value) {
-    if (value > 0x3f) refused();
+    if (value > 0x3f) refuse();
   }
   constexpr U32 value() const { return value_; }
   constexpr bool has(U32 bits) const { return (value_ & bits) == bits; }
 
  private:
-  [[noreturn]] static void refused();
+  [[noreturn]] static void refuse();
 
   U32 value_ = 0;
 };
 
-// What an operation gives back: its text, and the object when it is one.
+// The object that a row works on. Of a counted object it is the address of its PtrInterface,
+// whatever its class; of a value the value's own address. Rows convert it back
+// (<Zint/Accessors.h>), so that clients never see it.
+using ObjectAddress = void*;
+using ConstObjectAddress = const void*;
+
+// What an operation returns: its text, and the object if it is one.
 struct Result {
   String8 text;
   Ptr<const PtrInterface> object = nullptr;
@@ -53,60 +59,63 @@ struct ListItem {
   Result value;
 };
 
-// How a collection is reached; what it does not offer is null. Keys and values as text.
+// Names of arguments, null-terminated; one that begins with '?' may be left out.
+using ArgumentNames = std::array<const char*, 8>;
+// The texts of arguments in the order of their names; null for one that was left out.
+using ArgumentTexts = std::span<const String8* const>;
+
+// How a collection is reached; null for what it does not offer. Keys and values are texts. Made by
+// the functions of <Zint/Collections.h>.
 struct ListAccess {
   const char* keyName;    // "address"
   const char* valueType;  // "Hardware::ChipMemory"
-  U32 (*size)(const void* object);
-  std::vector<ListItem> (*items)(const void* object);
-  Result (*find)(const void* object, const String8& key);  // text "null" when there is none
-  void (*del)(void* object, const String8& key);
-  void (*delAll)(void* object);
-  // The arguments from which a member is made or by which it is inserted; null-terminated.
-  std::array<const char*, 8> arguments;
-  Result (*insert)(void* object, std::span<const String8* const> arguments);
+  U32 (*size)(ConstObjectAddress object);
+  std::vector<ListItem> (*items)(ConstObjectAddress object);
+  Result (*find)(ConstObjectAddress object, const String8& key);  // text "null" if there is none
+  void (*del)(ObjectAddress object, const String8& key);
+  void (*delAll)(ObjectAddress object);
+  ArgumentNames arguments;  // of `insert`
+  Result (*insert)(ObjectAddress object, ArgumentTexts arguments);
 };
 
-// A row of a type's description. Made by the functions of <Zint/Reflect.h>.
+// A row of a type's description. Made by the functions of <Zint/Reflect.h>, which derive the flags
+// from the functions that the row has.
 struct Member {
   const char* name;
   const char* typeName;  // of the attribute, of the operation's result, "" for nothing
-  ZintAttrIntrospectionFlags flags;
-  // Names of an operation's arguments, null-terminated; one that begins with '?' may be left out.
-  std::array<const char*, 8> arguments{};
-  String8 (*get)(const void* object) = nullptr;
-  void (*set)(void* object, const String8& text) = nullptr;
-  Result (*target)(const void* object) = nullptr;  // of an attribute that is a pointer
-  // The arguments in their order; null for one that was left out. The object is null for a factory.
-  Result (*call)(void* object, std::span<const String8* const> arguments) = nullptr;
+  ZintAttrIntrospectionFlags flags = {};
+  ArgumentNames arguments{};  // of an operation
+  String8 (*get)(ConstObjectAddress object) = nullptr;
+  void (*set)(ObjectAddress object, const String8& text) = nullptr;
+  Result (*target)(ConstObjectAddress object) = nullptr;  // of an attribute that is a pointer
+  Result (*call)(ObjectAddress object, ArgumentTexts arguments) = nullptr;  // factory: null object
   const ListAccess* list = nullptr;
   S32 value = 0;  // of an enumerator
 };
 
-// `object` above is a value's address, and a counted object's PtrInterface.
 struct UMBRA_API Type {
   const char* name;  // qualified, "Hardware::ChipMemory"
   const char* kind = "reference-counted object";
   const Type* base = nullptr;  // whose members are this type's as well
   std::span<const Member> members = {};
 
-  // The members of the base types count first.
+  // Includes the members of the base types.
   U32 memberCount() const;
-  // Null when there is none.
+  // Null if there is none.
   const Member* find(std::string_view memberName) const;
-  // The name of the member with that id, "unknown" when there is none.
+  // The name of the member with that id, "unknown" if there is none.
   String8 attributeString(AttributeId attribute) const;
 };
 
-// The types and factories that can be found by name, in the order of their registration. Filled
-// when a library is loaded; reading and registering may happen on several threads.
+// The types and factories that can be found by name, in the order of their registration. A library
+// registers its own when it is loaded. Thread-safe.
 class UMBRA_API TypeRegistry {
  public:
   // A second type of the same name: the name-in-use exception.
   static void typeIs(const Type& type);
   static void typeDel(const Type& type);
   static std::vector<const Type*> types();
-  // Null when there is none.
+  // Null if there is none.
   static const Type* find(std::string_view name);
 
   static void factoryIs(const Member& factory);

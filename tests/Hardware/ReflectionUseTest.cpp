@@ -156,7 +156,7 @@ TEST_F(ReflectionUse, shadowWriteAndCompareWithCache_ofNullIsFalse) {
 TEST_F(ReflectionUse, chipReaderFactory_makesAReaderThatReads) {
   const auto read = Hardware::chipReadRequestFactory("read");
   const Zint::Result made =
-      GenericIf_::made("chipReaderFactory", {{"readInterval", "0.25"},
+      GenericIf_::make("chipReaderFactory", {{"readInterval", "0.25"},
                                              {"clock", resolved("$clock")},
                                              {"maxEntriesPerRead", "3"},
                                              {"request", Zint::objectText(read.ptr())},
@@ -175,8 +175,8 @@ TEST_F(ReflectionUse, chipReaderFactory_makesAReaderThatReads) {
 
 TEST_F(ReflectionUse, factories_makeEveryObjectByName) {
   const Zint::Result made =
-      GenericIf_::made("genericChipHamFactory", {{"hamImpl", resolved("$chip")}, {"name", "'h'"}});
-  const Zint::Result region = GenericIf_::made("chipMemoryFactory", {{"name", "'r'"},
+      GenericIf_::make("genericChipHamFactory", {{"hamImpl", resolved("$chip")}, {"name", "'h'"}});
+  const Zint::Result region = GenericIf_::make("chipMemoryFactory", {{"name", "'r'"},
                                                                      {"stride", "8"},
                                                                      {"entrySize", "4"},
                                                                      {"entries", "2"},
@@ -184,13 +184,13 @@ TEST_F(ReflectionUse, factories_makeEveryObjectByName) {
                                                                      {"address", "0x100"}});
   EXPECT_EQ(GenericIf_::of(region).attribute("stride"), "8");
   EXPECT_EQ(GenericIf_::of(region).target("chipHam").object, made.object);
-  const Zint::Result bare = GenericIf_::made(
+  const Zint::Result bare = GenericIf_::make(
       "hardwareShadowFactory", {{"clock", "null"}, {"activity", resolved("$activity")}});
   EXPECT_EQ(GenericIf_::of(bare).attribute("clock"), "null");
   EXPECT_EQ(
-      GenericIf_::of(GenericIf_::made("chipReadRequestFactory", {{"name", "q"}})).attribute("name"),
+      GenericIf_::of(GenericIf_::make("chipReadRequestFactory", {{"name", "q"}})).attribute("name"),
       "'q'");
-  EXPECT_EQ(GenericIf_::of(GenericIf_::made("chipMemoryBogonFactory", {{"name", "d"}}))
+  EXPECT_EQ(GenericIf_::of(GenericIf_::make("chipMemoryBogonFactory", {{"name", "d"}}))
                 .list("chipMemory")
                 .size(),
             0u);
@@ -198,7 +198,7 @@ TEST_F(ReflectionUse, factories_makeEveryObjectByName) {
 
 TEST_F(ReflectionUse, factories_refuseWrongArguments) {
   const auto made = [&](const char* factory, const Zint::Arguments& arguments) {
-    return Fakes::exceptionText([&] { GenericIf_::made(factory, arguments); });
+    return Fakes::exceptionText([&] { GenericIf_::make(factory, arguments); });
   };
   EXPECT_EQ(made("chipReadFactory", {}), "factories: unknown member chipReadFactory");
   EXPECT_EQ(made("chipReadRequestFactory", {}), "chipReadRequestFactory: missing argument name");

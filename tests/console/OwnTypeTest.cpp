@@ -49,7 +49,7 @@ constexpr Zint::Member bedMembers[] = {
 };
 constinit const Zint::Type bedType{"Garden::Bed", "entity", &Zint::entityType, bedMembers};
 constexpr Zint::Member bedMaker =
-    Zint::factory<&bedFactory>("bedFactory", "Garden::Bed", "name", "plants");
+    Zint::factory<&bedFactory>("bedFactory", "name", "plants");
 
 const Zint::Type* Bed::fwkType() const { return &bedType; }
 

@@ -3,7 +3,7 @@
 #include <Hardware/ChipReader.h>
 #include <Hardware/GenericChipHam.h>
 #include <Hardware/HardwareShadow.h>
-#include <Hardware/Umbra.h>
+#include <Hardware/Descriptions.h>
 #include <Zint/Type.h>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The names of the library's types stand in its file, in a section of their own, for tools that
 // read the file without loading it.
-#include <Hardware/Umbra.h>
+#include <Hardware/Descriptions.h>
 #include <elf.h>
 #include <fakes/Sanitizers.h>
 #include <link.h>

@@ -4,6 +4,7 @@
 
 #include <Hardware/ChipMemoryBogon.h>
 #include <Hardware/ChipReader.h>
+#include <Hardware/Descriptions.h>
 #include <Hardware/GenericChipHam.h>
 #include <Zint/GenericIf.h>
 #include <Zint/ObjectText.h>

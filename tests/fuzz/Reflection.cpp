@@ -221,7 +221,7 @@ class ByName {
     const Arguments arguments =
         anyArguments(factory == nullptr ? std::array<const char*, 8>{} : factory->arguments);
     if (isLarge(arguments)) return;
-    const Zint::Result result = GenericIf_::made(name, arguments);
+    const Zint::Result result = GenericIf_::make(name, arguments);
     if (result.object == nullptr) Fuzz::failed(story_.lines() + "a factory made nothing");
     done(result);
   }

@@ -1,9 +1,9 @@
 // A type with every kind of member, described by the tests of reflection themselves.
 #pragma once
 
+#include <Zint/Collections.h>
 #include <Zint/Entity.h>
 #include <Zint/GenericIf.h>
-#include <Zint/Reflect.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -58,45 +58,23 @@ inline Zint::Ptr<Lamp> lampFactory(Zint::Name name, U8 level) {
   return Zint::makePtr<Lamp>(std::move(name), level);
 }
 
-inline std::map<U32, Zint::Ptr<Lamp>>& shelfOf(const void* lamp) {
-  return Zint::Detail::object<Lamp>(const_cast<void*>(lamp)).shelf;
+inline Zint::Ptr<Lamp> lampOnShelf(const Lamp& lamp, U32 place) {
+  const auto found = lamp.shelf.find(place);
+  return found == lamp.shelf.end() ? nullptr : found->second;
+}
+inline U32 lampsOnShelf(const Lamp& lamp) { return static_cast<U32>(lamp.shelf.size()); }
+inline const std::map<U32, Zint::Ptr<Lamp>>& shelfOf(const Lamp& lamp) { return lamp.shelf; }
+inline void takeFromShelf(Lamp& lamp, U32 place) { lamp.shelf.erase(place); }
+inline void clearShelf(Lamp& lamp) { lamp.shelf.clear(); }
+inline Zint::Ptr<Lamp> putOnShelf(Lamp& lamp, U32 place, Zint::Ptr<Lamp> other) {
+  return lamp.shelf[place] = other;
 }
 
-inline constexpr Zint::ListAccess fixedShelf = [] {
-  Zint::ListAccess list{};
-  list.keyName = "place";
-  list.valueType = "Lamps::Lamp";
-  list.size = [](const void* lamp) { return static_cast<U32>(shelfOf(lamp).size()); };
-  list.items = [](const void* lamp) {
-    std::vector<Zint::ListItem> items;
-    for (const auto& [place, other] : shelfOf(lamp)) {
-      items.push_back({Zint::valueToStrep(place), Zint::Detail::result(other)});
-    }
-    return items;
-  };
-  list.find = [](const void* lamp, const String8& key) {
-    const auto found = shelfOf(lamp).find(Zint::Detail::read<U32>(key));
-    return found == shelfOf(lamp).end() ? Zint::Result{"null"}
-                                        : Zint::Detail::result(found->second);
-  };
-  return list;
-}();
-
-inline constexpr Zint::ListAccess openShelf = [] {
-  Zint::ListAccess list = fixedShelf;
-  list.del = [](void* lamp, const String8& key) {
-    shelfOf(lamp).erase(Zint::Detail::read<U32>(key));
-  };
-  list.delAll = [](void* lamp) { shelfOf(lamp).clear(); };
-  list.arguments = {"place", "lamp"};
-  list.insert = [](void* lamp, std::span<const String8* const> texts) {
-    const U32 place = Zint::Detail::read<U32>(*texts[0]);
-    const auto other = Zint::Detail::read<Zint::Ptr<Lamp>>(*texts[1]);
-    shelfOf(lamp)[place] = other;
-    return Zint::Detail::result(other);
-  };
-  return list;
-}();
+inline constexpr Zint::ListAccess openShelf =
+    Zint::mapList<&lampOnShelf, &lampsOnShelf, &shelfOf, &takeFromShelf, &clearShelf, &putOnShelf>(
+        "place", "place", "lamp");
+inline constexpr Zint::ListAccess fixedShelf =
+    Zint::mapList<&lampOnShelf, &lampsOnShelf, &shelfOf>("place");
 
 inline constexpr Zint::Member lampMembers[] = {
     Zint::constructorParameter<&Lamp::name>("name"),
@@ -116,8 +94,7 @@ inline constexpr Zint::Type lampType{"Lamps::Lamp", "entity", nullptr, lampMembe
 
 inline const Zint::Type* Lamp::fwkType() const { return &lampType; }
 
-inline constexpr Zint::Member factory =
-    Zint::factory<&lampFactory>("lampFactory", "Lamps::Lamp", "name", "level");
+inline constexpr Zint::Member factory = Zint::factory<&lampFactory>("lampFactory", "name", "level");
 
 // A lamp that has another one for its partner and both on its shelf, by name.
 class LampTest : public testing::Test {

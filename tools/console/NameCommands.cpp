@@ -108,7 +108,7 @@ Called callOperation(const Session& session, const Words& words, std::size_t fir
     const Zint::String8 text = valueOf(session, value);
     arguments.emplace_back(argument, isAddressName(argument) ? integerText(text.bytes()) : text);
   }
-  if (isRoot) return {Zint::GenericIf_::made(name, arguments), ""};
+  if (isRoot) return {Zint::GenericIf_::make(name, arguments), ""};
   const Zint::Member* member = place.view().type().find(name);
   const bool isConstant =
       member != nullptr && member->flags.has(Zint::ZintAttrIntrospectionFlags::constant);

@@ -1,7 +1,5 @@
 #include "tools/console/OpenSwitch.h"
 
-#include <Hardware/Umbra.h>
-
 #include <cstdio>
 #include <stdexcept>
 
@@ -43,7 +41,7 @@ World OpenSwitch::world() {
       {"clock", objectOf(clock_)},
   };
   world.passes = "/shadow/audits";
-  world.traceHandle = Hardware::umbraTrace().name();
+  world.traceHandle = "Umbra";
   world.chipSize = Demo::registerFileSize;
   world.peek = [this](U32 address) {
     U32 value = 0;

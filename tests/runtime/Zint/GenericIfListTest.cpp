@@ -163,21 +163,21 @@ class GenericIfFactory : public testing::Test {
 };
 
 TEST_F(GenericIfFactory, made_callsItWithNamedArguments) {
-  const Zint::Result made = GenericIf_::made("lampFactory", {{"level", "9"}, {"name", "'new'"}});
+  const Zint::Result made = GenericIf_::make("lampFactory", {{"level", "9"}, {"name", "'new'"}});
   EXPECT_EQ(GenericIf_::of(made).attribute("name"), "'new'");
   EXPECT_EQ(GenericIf_::of(made).attribute("level"), "9");
   EXPECT_FALSE(made.isConst);
 }
 
 TEST_F(GenericIfFactory, made_refusesWrongArguments) {
-  EXPECT_EQ(rangeMessage([] { GenericIf_::made("lampfactory", {}); }),
+  EXPECT_EQ(rangeMessage([] { GenericIf_::make("lampfactory", {}); }),
             "factories: unknown member lampfactory");
   EXPECT_EQ(rangeMessage([] {
-              GenericIf_::made("lampFactory", {{"name", "x"}});
+              GenericIf_::make("lampFactory", {{"name", "x"}});
             }),
             "lampFactory: missing argument level");
   EXPECT_EQ(rangeMessage([] {
-              GenericIf_::made("lampFactory", {{"name", "x"}, {"level", "-1"}});
+              GenericIf_::make("lampFactory", {{"name", "x"}, {"level", "-1"}});
             }),
             "-1 is out of range deserializing attribute lampFactory from \"name=x level=-1\"");
 }

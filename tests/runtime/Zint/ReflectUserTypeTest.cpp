@@ -1,6 +1,6 @@
 // A client's own type, described and registered with the public headers alone: an access method.
 #include <Hardware/ChipMemory.h>
-#include <Hardware/Umbra.h>
+#include <Hardware/Descriptions.h>
 #include <Zint/Activity.h>
 #include <Zint/GenericIf.h>
 #include <Zint/Reflect.h>
@@ -70,7 +70,7 @@ constexpr Zint::Member tcamHamMembers[] = {
 };
 const Zint::Type tcamHamType{"Chips::TcamHam", "entity", &Hardware::chipHamType, tcamHamMembers};
 constexpr Zint::Member tcamHamMaker =
-    Zint::factory<&tcamHamFactory>("tcamHamFactory", "Chips::TcamHam", "name", "banks");
+    Zint::factory<&tcamHamFactory>("tcamHamFactory", "name", "banks");
 
 const Zint::Type* TcamHam::fwkType() const { return &tcamHamType; }
 
@@ -181,8 +181,8 @@ TEST_F(ReflectUserType, aReadOnlyViewRefuses) {
 }
 
 TEST_F(ReflectUserType, servesARegionThatIsMadeByName) {
-  const Zint::Result made = GenericIf_::made("tcamHamFactory", {{"banks", "2"}, {"name", "t2"}});
-  const Zint::Result region = GenericIf_::made("chipMemoryFactory", {{"chipHam", made.text},
+  const Zint::Result made = GenericIf_::make("tcamHamFactory", {{"banks", "2"}, {"name", "t2"}});
+  const Zint::Result region = GenericIf_::make("chipMemoryFactory", {{"chipHam", made.text},
                                                                      {"name", "acl"},
                                                                      {"address", "4096"},
                                                                      {"entries", "2"},
