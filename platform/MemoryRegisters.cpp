@@ -19,7 +19,7 @@ std::size_t registerCount(U32 baseAddress, U32 size) {
 }  // namespace
 
 MemoryRegisters::MemoryRegisters(U32 baseAddress, U32 size)
-    : baseAddress_(baseAddress), registers_(registerCount(baseAddress, size)) {}
+    : baseAddress_(baseAddress), size_(size), registers_(registerCount(baseAddress, size)) {}
 
 MemoryRegisters::~MemoryRegisters() = default;
 

@@ -36,13 +36,14 @@ class UMBRA_API MemoryRegisters : public Fru::HamImpl {
 
   U32 baseAddress() const { return baseAddress_; }
   // Bytes.
-  U32 size() const { return static_cast<U32>(registers_.size() * sizeof(U32)); }
+  U32 size() const { return size_; }
   // The accesses since construction; the counts go on at 0.
   U32 reads() const { return reads_; }
   U32 writes() const { return writes_; }
 
  private:
   const U32 baseAddress_;
+  const U32 size_;
   std::vector<U32> registers_;
   U32 reads_ = 0;
   U32 writes_ = 0;

@@ -154,9 +154,7 @@ class HashMap {
     return its < hash || (its == hash && static_cast<const K&>(member.fwkKey()) < key);
   }
 
-  std::size_t bucketOf(U32 hash) const {
-    return static_cast<std::size_t>((U64{hash} << bits_) >> 32);
-  }
+  std::size_t bucketOf(U32 hash) const { return static_cast<U32>((U64{hash} << bits_) >> 32); }
 
   V* first() const { return firstFrom(0); }
   V* firstFrom(std::size_t bucket) const {

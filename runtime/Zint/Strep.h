@@ -88,7 +88,7 @@ String8 junkName(const String8& text) {
   else if constexpr (std::floating_point<T>)
     return "double";
   else if constexpr (std::integral<T>)
-    return format("%c%u", std::is_signed_v<T> ? 'S' : 'U', static_cast<unsigned>(8 * sizeof(T)));
+    return format("%c%u", std::is_signed_v<T> ? 'S' : 'U', U32{8 * sizeof(T)});
   else if constexpr (std::same_as<T, String8>)
     return "String8";
   else

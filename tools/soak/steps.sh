@@ -7,6 +7,9 @@ STEPS=(
   ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   memcheck-x86 helgrind-x86
 )
+# shellcheck source=tools/soak/builds.sh
+source tools/soak/builds.sh
+STEPS+=("${BUILDS[@]}")
 # Programs that are quick enough for valgrind, which slows them down thirty times and more.
 VALGRIND_PROGRAMS=(Hardware-tests runtime-tests scenario-tests contract-tests platform-tests)
 # Left out there: death tests fork and abort by intent; the sizes of the limits are for real speed;
@@ -35,13 +38,14 @@ what_is() {
     tsan-*) echo "two activities under the thread sanitizer" ;;
     unsigned-*) echo "no unsigned number wraps but those listed" ;;
     memcheck-*) echo "tests under valgrind: no bad access, no leak" ;;
+    builds-*) echo "contract, data path and audit in this build" ;;
     helgrind-*) echo "two activities under helgrind" ;;
   esac
 }
 
 list_steps() {
   local step
-  for step in "${STEPS[@]}"; do printf '%-20s %s\n' "$step" "$(what_is "$step")"; done
+  for step in "${STEPS[@]}"; do printf '%-32s %s\n' "$step" "$(what_is "$step")"; done
 }
 
 # needed_folder <step>: the folder of tests/ it runs; nothing when it runs several.
@@ -228,5 +232,6 @@ run_step() {
     unsigned-*) run_unsigned ;;
     memcheck-*) run_memcheck ;;
     helgrind-*) run_helgrind ;;
+    builds-*) run_build "$step" ;;
   esac
 }
