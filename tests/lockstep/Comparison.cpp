@@ -13,7 +13,7 @@ namespace {
 using Model::none;
 
 template <class T>
-std::string shown(const T& value) {
+std::string describe(const T& value) {
   std::ostringstream out;
   if constexpr (std::is_enum_v<T>) {
     out << static_cast<S64>(value);
@@ -24,29 +24,29 @@ std::string shown(const T& value) {
   }
   return out.str();
 }
-std::string shown(const std::string& value) { return "\"" + value + "\""; }
+std::string describe(const std::string& value) { return "\"" + value + "\""; }
 
-std::string shown(const Bytes& bytes) {
+std::string describe(const Bytes& bytes) {
   std::ostringstream out;
   out << std::hex << std::setfill('0');
   for (U8 byte : bytes) out << std::setw(2) << U32{byte};
   return out.str();
 }
 
-std::string shown(const Model::Access& access) {
+std::string describe(const Model::Access& access) {
   std::ostringstream out;
   out << (access.write ? "write 0x" : "read 0x") << std::hex << access.address << " 0x"
       << access.value;
   return out.str();
 }
 
-std::string shown(const Model::Notification& notification) {
+std::string describe(const Model::Notification& notification) {
   return "notification " + std::to_string(static_cast<int>(notification.kind)) + " of " +
          std::to_string(notification.owner) + " key " + std::to_string(notification.key) + " '" +
          notification.name + "'";
 }
 
-// Whether the parts stand in the text in this order: the fixed texts of a record are its format's.
+// Whether the text contains the parts in this order. The fixed texts belong to the record's format.
 bool occursIn(const std::string& text, const std::vector<std::string>& parts) {
   std::size_t from = 0;
   for (const std::string& part : parts) {
@@ -57,7 +57,7 @@ bool occursIn(const std::string& text, const std::vector<std::string>& parts) {
   return true;
 }
 
-std::string shown(const Model::Record& record) {
+std::string describe(const Model::Record& record) {
   std::string text = "values";
   for (U32 value : record.values) text += " " + std::to_string(value);
   text += " texts";
@@ -66,7 +66,7 @@ std::string shown(const Model::Record& record) {
 }
 
 // The model quotes functions as g++ spells them. Other compilers differ in all but the name.
-std::string spelled(const std::string& function) {
+std::string spellFunction(const std::string& function) {
 #ifdef __clang__
   const std::size_t end = function.find('(');
   const std::size_t begin = function.rfind(' ', end) + 1;
@@ -82,8 +82,8 @@ template <class T, class U>
 bool Comparison::same(const char* what, const T& expected, const U& actual) {
   if (expected == static_cast<T>(actual)) [[likely]]
     return true;
-  difference_ = std::string(what) + ": the model has " + shown(expected) + ", the library " +
-                shown(static_cast<T>(actual));
+  difference_ = std::string(what) + ": the model has " + describe(expected) + ", the library " +
+                describe(static_cast<T>(actual));
   return false;
 }
 
@@ -108,7 +108,7 @@ bool Comparison::compareFatal(const Model::Fatal& expected) {
   }
   if (expected.textOpen) return true;
   return same("condition", expected.condition, failure->condition) &&
-         same("function", spelled(expected.function), spelled(failure->function)) &&
+         same("function", spellFunction(expected.function), spellFunction(failure->function)) &&
          same("source", std::string("Hardware/Umbra"), failure->source) &&
          (expected.line == 0 || same("line", expected.line, failure->line));
 }
@@ -126,8 +126,8 @@ bool Comparison::compareLogs(const Call& call, bool requestNew) {
     std::size_t i = 0;
     while (i < common && expected[i] == actual[i]) ++i;
     difference_ = "access " + std::to_string(i) + ": the model has " +
-                  (i < expected.size() ? shown(expected[i]) : "none") + ", the library " +
-                  (i < actual.size() ? shown(actual[i]) : "none");
+                  (i < expected.size() ? describe(expected[i]) : "none") + ", the library " +
+                  (i < actual.size() ? describe(actual[i]) : "none");
     return false;
   }
   expected.clear();
@@ -143,8 +143,8 @@ bool Comparison::compareTrace() {
   for (std::size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
     if (i >= expected.size() || i >= actual.size()) {
       difference_ = "trace line " + std::to_string(i) + ": the model has " +
-                    (i < expected.size() ? shown(expected[i].text) : "none") + ", the library " +
-                    (i < actual.size() ? shown(actual[i].text) : "none");
+                    (i < expected.size() ? describe(expected[i].text) : "none") + ", the library " +
+                    (i < actual.size() ? describe(actual[i].text) : "none");
       return false;
     }
     const Model::TraceLine& line = expected[i];
@@ -186,21 +186,21 @@ bool Comparison::compareRecords() {
       }
       while (next < expected.size() && expected[next].level != actual.level) ++next;
       if (next == expected.size()) {
-        difference_ = "record: the model has none, the library " + shown(actual);
+        difference_ = "record: the model has none, the library " + describe(actual);
         return false;
       }
       if (expected[next].values != actual.values ||
           !(actual.texts.empty() ? occursIn(record.text.bytes(), expected[next].texts)
                                  : expected[next].texts == actual.texts)) {
-        difference_ =
-            "record: the model has " + shown(expected[next]) + ", the library " + shown(actual);
+        difference_ = "record: the model has " + describe(expected[next]) + ", the library " +
+                      describe(actual);
         return false;
       }
       ++next;
     }
     for (; next < expected.size(); ++next) {
       if (expected[next].level == static_cast<int>(level)) {
-        difference_ = "record: the model has " + shown(expected[next]) + ", the library none";
+        difference_ = "record: the model has " + describe(expected[next]) + ", the library none";
         return false;
       }
     }
@@ -215,7 +215,7 @@ bool Comparison::compareNotifications(const Call& call, bool requestNew) {
   auto& expected = model_.notifications();
   auto& actual = subject_.notifications();
   if (requestNew) {
-    // What a request tells while the library makes it, nobody hears.
+    // Nothing is notified of a request while the library makes it.
     const auto ofRequest = [](const Model::Notification& n) {
       return n.kind == Kind::requestState || n.kind == Kind::requestStatus ||
              n.kind == Kind::requestMember;
@@ -224,16 +224,16 @@ bool Comparison::compareNotifications(const Call& call, bool requestNew) {
     std::erase_if(actual, ofRequest);
   }
   if (call.operation == Operation::directory && call.variant == 2) {
-    // The order in which a directory is emptied hangs on a hash.
+    // The order in which a directory is emptied depends on a hash.
     const auto byName = [](const auto& a, const auto& b) { return a.name < b.name; };
     std::sort(expected.begin(), expected.end(), byName);
     std::sort(actual.begin(), actual.end(), byName);
   }
   for (std::size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
     if (i < expected.size() && i < actual.size() && expected[i] == actual[i]) continue;
-    difference_ = "told " + std::to_string(i) + ": the model has " +
-                  (i < expected.size() ? shown(expected[i]) : "none") + ", the library " +
-                  (i < actual.size() ? shown(actual[i]) : "none");
+    difference_ = "notification " + std::to_string(i) + ": the model has " +
+                  (i < expected.size() ? describe(expected[i]) : "none") + ", the library " +
+                  (i < actual.size() ? describe(actual[i]) : "none");
     return false;
   }
   expected.clear();
@@ -251,7 +251,7 @@ bool Comparison::compareBuffer(const char* name, int region, const std::optional
       return true;
   }
   const auto contents = [](const U8* data, std::size_t size) {
-    return shown(Bytes(data, data + size));
+    return describe(Bytes(data, data + size));
   };
   difference_ = std::string(name) + " of r" + std::to_string(region) + ": the model has " +
                 (expected ? contents(expected->data(), expected->size()) : "none") +

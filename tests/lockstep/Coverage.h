@@ -1,6 +1,6 @@
 // Which situations the runs of this program have met: for each operation, the mode of the region
 // that it names, the shadow's state and the phase of the audit's pass before it. An operation that
-// names no region counts for each mode among the registered regions, which stand by.
+// names no region counts for each mode among the registered regions.
 #pragma once
 
 #include <array>
@@ -34,7 +34,7 @@ class Coverage {
   // Null, or why no run can reach the cell.
   static const char* excluded(const Cell& cell);
 
-  void stepDone() { ++steps_; }
+  void countStep() { ++steps_; }
   U64 steps() const { return steps_; }
   U32 minimum() const;
   U32 cells() const;  // that can be reached

@@ -54,7 +54,7 @@ std::optional<Divergence> Driver::runBytes(const U8* bytes, std::size_t size) {
 }
 
 std::optional<Divergence> Driver::runScenario(U64 lastStep) {
-  auto divergence = scenarioRun(lastStep);
+  auto divergence = runSteps(lastStep);
   const Model::System& model = scenario_->model();
   for (int region = 0; region < model.regions(); ++region) {
     happened_["entries repaired"] += model.region(region).registersFixed;
@@ -67,7 +67,7 @@ std::optional<Divergence> Driver::runScenario(U64 lastStep) {
   return divergence;
 }
 
-std::optional<Divergence> Driver::scenarioRun(U64 lastStep) {
+std::optional<Divergence> Driver::runSteps(U64 lastStep) {
   scenario_ = std::make_unique<Scenario>(Depth::quick, plant_);
   ++scenarios_;
   steps_.clear();
@@ -92,11 +92,11 @@ std::optional<Divergence> Driver::scenarioRun(U64 lastStep) {
       step.a[5] = static_cast<U8>(random_.oneIn(8) ? step.a[5] : i % 3);
     } else if (i == regions) {
       // A trace that is on takes other ways through the library than one that is off.
-      step = made(Operation::traceLevel, 0, {random_.below(10)});
+      step = makeStep(Operation::traceLevel, 0, {random_.below(10)});
     } else if (live_) {
       step = liveStep();
     } else if (patience_ == 0) {
-      goalChosen();
+      chooseGoal();
       step = atGoal() ? emptiest() : towardsGoal();
     } else if (random_.oneIn(8)) {
       step = randomStep();
@@ -128,7 +128,7 @@ Outcome Driver::take(const Step& step) {
   if (outcome == Outcome::nothing || outcome == Outcome::refused) {
     steps_.pop_back();
   } else {
-    coverage_.stepDone();
+    coverage_.countStep();
     if (!scenario_->expected().error.empty()) ++happened_["exceptions to the caller"];
   }
   return outcome;
@@ -144,7 +144,7 @@ bool Driver::takes(const Model::Fatal& fatal) {
   return true;
 }
 
-Step Driver::made(Operation operation, U32 region, std::initializer_list<U32> arguments) {
+Step Driver::makeStep(Operation operation, U32 region, std::initializer_list<U32> arguments) {
   Step step;
   step.operation = operation;
   step.region = static_cast<U8>(region);
@@ -165,25 +165,25 @@ Step Driver::randomStep() {
 // Passes that run on their own while the regions are used and damaged.
 Step Driver::liveStep() {
   goal_ = {auditing, Phase::reading};
-  if (stuck_ > 3) return made(Operation::state, 0, {random_.oneIn(2) ? unconfigured : idle});
+  if (stuck_ > 3) return makeStep(Operation::state, 0, {random_.oneIn(2) ? unconfigured : idle});
   if (scenario_->state() != auditing) return towardsGoal();
-  if (shadowState().overrideHardware) return made(Operation::overrideHardware, 0, {0});
+  if (shadowState().overrideHardware) return makeStep(Operation::overrideHardware, 0, {0});
   if (shadowState().alarm.due == Model::never && scenario_->phase() != Phase::reading &&
       scenario_->phase() != Phase::between) {
-    return made(Operation::state, 0, {idle});
+    return makeStep(Operation::state, 0, {idle});
   }
   Step step = randomStep();
   constexpr Operation usual[] = {
       Operation::write, Operation::writeByAddress, Operation::write, Operation::read,
       Operation::poke,  Operation::readByAddress,  Operation::poke,  Operation::chipAccess};
   const U32 choice = random_.below(20);
-  if (choice < 9) return made(Operation::turn, 0, {1});
+  if (choice < 9) return makeStep(Operation::turn, 0, {1});
   if (choice < 18) step.operation = usual[random_.below(std::size(usual))];
   return step;
 }
 
 // The state and phase whose cells are emptiest on the whole.
-void Driver::goalChosen() {
+void Driver::chooseGoal() {
   U64 least = std::numeric_limits<U64>::max();
   const U64 enough = coverage_.steps() / 1500 + 10;
   for (U32 state : {unconfigured, idle, auditing}) {
@@ -210,7 +210,7 @@ bool Driver::atGoal() const {
   return scenario_->state() == goal_.state && scenario_->phase() == goal_.phase;
 }
 
-bool Driver::requestEmpty() const {
+bool Driver::isRequestEmpty() const {
   const int request = shadowState().request;
   return request == none || scenario_->model().request(request).members.empty();
 }
@@ -239,21 +239,21 @@ U32 Driver::waiting() const {
 
 Step Driver::towardsGoal() {
   const U32 state = scenario_->state();
-  if (state == configured) return made(Operation::state, 0, {unconfigured});
+  if (state == configured) return makeStep(Operation::state, 0, {unconfigured});
   if (state != goal_.state) {
-    if (goal_.state == unconfigured) return made(Operation::state, 0, {unconfigured});
+    if (goal_.state == unconfigured) return makeStep(Operation::state, 0, {unconfigured});
     if (state == unconfigured) {
-      if (!requestEmpty()) return made(Operation::requestMember, 0, {230});
-      return made(Operation::state, 0, {configured});
+      if (!isRequestEmpty()) return makeStep(Operation::requestMember, 0, {230});
+      return makeStep(Operation::state, 0, {configured});
     }
-    if (goal_.state == idle) return made(Operation::state, 0, {idle});
-    if (requestEmpty()) return towardsReading();
-    return made(Operation::state, 0, {auditing});
+    if (goal_.state == idle) return makeStep(Operation::state, 0, {idle});
+    if (isRequestEmpty()) return towardsReading();
+    return makeStep(Operation::state, 0, {auditing});
   }
   const Phase phase = scenario_->phase();
   switch (goal_.phase) {
     case Phase::none:
-      return made(Operation::request, 0, {1});
+      return makeStep(Operation::request, 0, {1});
     case Phase::reading:
       return towardsReading();
     case Phase::between: {
@@ -261,19 +261,20 @@ Step Driver::towardsGoal() {
       const U32 limit = scenario_->model().reader(scenario_->reader()).maxEntriesPerRead;
       if (limit == 0 || limit >= waiting()) {
         if (waiting() < 2) return towardsReading();
-        return made(Operation::reader, 0, {0, 0});  // one entry at a time
+        return makeStep(Operation::reader, 0, {0, 0});  // one entry at a time
       }
-      return random_.oneIn(3) ? made(Operation::auditCall, 0, {3}) : made(Operation::turn, 0, {1});
+      return random_.oneIn(3) ? makeStep(Operation::auditCall, 0, {3})
+                              : makeStep(Operation::turn, 0, {1});
     }
     default:
       if (goal_.state != auditing || random_.oneIn(6)) {
         // By hand; what is being read is given up first.
-        return phase == Phase::none ? made(Operation::auditCall, 0, {4})
-                                    : made(Operation::request, 0, {1});
+        return phase == Phase::none ? makeStep(Operation::auditCall, 0, {4})
+                                    : makeStep(Operation::request, 0, {1});
       }
       if (phase == Phase::none) return towardsReading();
-      if (random_.oneIn(4)) return made(Operation::reader, 0, {0, 6});
-      return made(Operation::turn, 0, {1});
+      if (random_.oneIn(4)) return makeStep(Operation::reader, 0, {0, 6});
+      return makeStep(Operation::turn, 0, {1});
   }
 }
 
@@ -281,24 +282,24 @@ Step Driver::towardsGoal() {
 Step Driver::towardsReading() {
   const Model::System& model = scenario_->model();
   if (scenario_->phase() == Phase::between && random_.oneIn(2)) {
-    return made(Operation::request, 0, {1});
+    return makeStep(Operation::request, 0, {1});
   }
-  if (requestEmpty() || random_.oneIn(4)) {
+  if (isRequestEmpty() || random_.oneIn(4)) {
     const int region = regionIn(random_.oneIn(3) ? 2 : 0);
     if (region == none)
-      return made(Operation::mode, random_.below(12), {random_.oneIn(2) ? 2u : 0u});
+      return makeStep(Operation::mode, random_.below(12), {random_.oneIn(2) ? 2u : 0u});
     const Model::Region& joining = model.region(region);
     if (scenario_->state() == idle && !joining.auditEnabled) {
-      return made(Operation::auditEnabled, static_cast<U32>(region), {1});
+      return makeStep(Operation::auditEnabled, static_cast<U32>(region), {1});
     }
-    return made(Operation::requestMember, static_cast<U32>(region), {1});
+    return makeStep(Operation::requestMember, static_cast<U32>(region), {1});
   }
   if (scenario_->state() == auditing && random_.oneIn(2)) {
-    if (shadowState().overrideHardware) return made(Operation::overrideHardware, 0, {0});
-    if (shadowState().alarm.due != Model::never) return made(Operation::turn, 0, {1});
-    return made(Operation::auditCall, 0, {0});
+    if (shadowState().overrideHardware) return makeStep(Operation::overrideHardware, 0, {0});
+    if (shadowState().alarm.due != Model::never) return makeStep(Operation::turn, 0, {1});
+    return makeStep(Operation::auditCall, 0, {0});
   }
-  return made(Operation::request, 0, {0});
+  return makeStep(Operation::request, 0, {0});
 }
 
 // What has to come before a step in that cell, if anything.
@@ -306,7 +307,7 @@ std::optional<Step> Driver::preparation(const Cell& cell) {
   const bool locked = scenario_->state() != unconfigured && !shadowState().overrideHardware;
   if (locked &&
       (cell.operation == Operation::registryAdd || cell.operation == Operation::registryDel)) {
-    return made(Operation::overrideHardware, 0, {1});
+    return makeStep(Operation::overrideHardware, 0, {1});
   }
   return std::nullopt;
 }
@@ -318,7 +319,7 @@ Step Driver::emptiest() {
   bool standsBy[modes];
   bool exists[modes];
   for (U32 mode = 0; mode < modes; ++mode) {
-    standsBy[mode] = scenario_->modeStandsBy(mode);
+    standsBy[mode] = scenario_->isModeRegistered(mode);
     exists[mode] = regionIn(mode) != none;
   }
   Cell cell = best;
@@ -342,13 +343,13 @@ Step Driver::emptiest() {
   if (refused < 255) ++refused;
   for (U32 mode = 0; mode < modes; ++mode) {
     if (!exists[mode] && random_.oneIn(6)) {
-      return made(Operation::mode, random_.below(12), {mode});
+      return makeStep(Operation::mode, random_.below(12), {mode});
     }
     if (!standsBy[mode] && exists[mode] && random_.oneIn(6)) {
       if (auto first = preparation(Cell{Operation::registryAdd, mode, 0, Phase::none})) {
         return *first;
       }
-      return made(Operation::registryAdd, static_cast<U32>(regionIn(mode)));
+      return makeStep(Operation::registryAdd, static_cast<U32>(regionIn(mode)));
     }
   }
   if (auto first = preparation(best)) return *first;
@@ -360,7 +361,8 @@ Step Driver::emptiest() {
     // A region that lacks its shadow serves few operations: give it one now and then.
     const Model::Region& named = scenario_->model().region(region);
     if (best.mode != 1 && !(named.shadow && named.dirty && named.initialized) && random_.oneIn(3)) {
-      return made(Operation::flag, static_cast<U32>(region), {0, named.shadowEnabled ? 0u : 1u});
+      return makeStep(Operation::flag, static_cast<U32>(region),
+                      {0, named.shadowEnabled ? 0u : 1u});
     }
   }
   return step;

@@ -9,25 +9,11 @@
 
 #include "lockstep/Coverage.h"
 #include "lockstep/Scenario.h"
+#include "support/Random.h"
 
 namespace Lockstep {
 
-// splitmix64
-class Random {
- public:
-  explicit Random(U64 seed) : state_(seed) {}
-  U64 next() {
-    U64 z = (state_ += 0x9e3779b97f4a7c15u);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
-    return z ^ (z >> 31);
-  }
-  U32 below(U32 bound) { return static_cast<U32>((next() >> 32) * bound >> 32); }
-  bool oneIn(U32 n) { return below(n) == 0; }
-
- private:
-  U64 state_;
-};
+using Support::Random;
 
 // A difference between the two sides, with the steps that led to it.
 struct Divergence {
@@ -43,7 +29,7 @@ class Driver {
 
   // Runs at least that many steps; null when the sides agreed in all of them.
   std::optional<Divergence> run(U64 steps);
-  // Runs the steps that the bytes stand for, in a scenario after the other.
+  // Decodes the bytes into steps and runs them, one scenario after the other.
   static std::optional<Divergence> runBytes(const U8* bytes, std::size_t size);
 
   const Coverage& coverage() const { return coverage_; }
@@ -60,11 +46,11 @@ class Driver {
   };
 
   std::optional<Divergence> runScenario(U64 lastStep);
-  std::optional<Divergence> scenarioRun(U64 lastStep);
+  std::optional<Divergence> runSteps(U64 lastStep);
   Outcome take(const Step& step);
   bool takes(const Model::Fatal& fatal);
 
-  void goalChosen();
+  void chooseGoal();
   bool atGoal() const;
   Step towardsGoal();
   Step towardsReading();
@@ -73,10 +59,10 @@ class Driver {
   Step liveStep();
   std::optional<Step> preparation(const Cell& cell);
 
-  Step made(Operation operation, U32 region = 0, std::initializer_list<U32> arguments = {});
+  Step makeStep(Operation operation, U32 region = 0, std::initializer_list<U32> arguments = {});
   int regionIn(U32 mode);
   const Model::Shadow& shadowState() const { return scenario_->model().shadow(shadow); }
-  bool requestEmpty() const;
+  bool isRequestEmpty() const;
   U32 waiting() const;
 
   Random random_;
@@ -97,11 +83,11 @@ class Driver {
   U8 refused_[operations][modes] = {};  // of late
 };
 
-// The shortest steps found that still end in a difference, with their arguments made plain.
-Divergence shrunk(const Divergence& divergence, Plant plant = Plant::none);
+// The shortest steps found that still end in a difference, with their arguments simplified.
+Divergence shrink(const Divergence& divergence, Plant plant = Plant::none);
 
 // Runs the steps with everything compared after each one. Steps that would end the process are left
 // out, but for the last.
-std::optional<Divergence> replayed(const Steps& steps, Plant plant = Plant::none);
+std::optional<Divergence> replay(const Steps& steps, Plant plant = Plant::none);
 
 }  // namespace Lockstep

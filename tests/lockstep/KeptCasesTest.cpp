@@ -1,4 +1,4 @@
-// Cases that once told the two sides apart, shrunk, and the tools that find and shrink them.
+// Shrunk cases in which the two sides once differed, and the tools that find and shrink them.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -135,12 +135,12 @@ TEST_P(LockstepPlanted, isFoundAndShrunkToAtMostTwelveSteps) {
     Driver driver(seed, plant);
     const std::optional<Divergence> divergence = driver.run(100'000);
     ASSERT_TRUE(divergence);
-    const Divergence small = shrunk(*divergence, plant);
+    const Divergence small = shrink(*divergence, plant);
     EXPECT_LE(small.steps.size(), 12u) << report(small);
     const std::optional<Steps> pasted = stepsFromText(text(small.steps));
     ASSERT_TRUE(pasted);
-    EXPECT_TRUE(replayed(*pasted, plant)) << "the pasted text does not show it:\n" << report(small);
-    EXPECT_FALSE(replayed(*pasted)) << "shown without the fault as well:\n" << report(small);
+    EXPECT_TRUE(replay(*pasted, plant)) << "the pasted text does not show it:\n" << report(small);
+    EXPECT_FALSE(replay(*pasted)) << "shown without the fault as well:\n" << report(small);
   }
 }
 

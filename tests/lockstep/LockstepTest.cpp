@@ -35,7 +35,7 @@ TEST(Lockstep, libraryAndModelAgreeAndEverySituationIsMet) {
     }
   }
   if (divergence) {
-    FAIL() << report(*divergence) << "shrunk to\n" << report(shrunk(*divergence));
+    FAIL() << report(*divergence) << "shrunk to\n" << report(shrink(*divergence));
   }
   if (steps >= usual) {
     EXPECT_GE(driver.coverage().minimum(), 1000u);

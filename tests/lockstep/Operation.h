@@ -39,7 +39,7 @@ enum class Operation : U8 {
   registryDel,
   auditEnabled,
   requestMember,
-  // On the whole; regions only stand by.
+  // On the system; no region is named.
   regionCreate,
   directory,
   registryBulk,

@@ -22,7 +22,7 @@ enum Flag : U32 {
 U64 handleValue(int handle) { return static_cast<U64>(static_cast<S64>(handle)); }
 
 template <class Side>
-void regionMade(Side& side, const Call& call, Answer& answer) {
+void makeRegion(Side& side, const Call& call, Answer& answer) {
   const int region = side.regionCreate(call.name, call.address, call.entries, call.entrySize,
                                        call.stride, call.method);
   answer.value = handleValue(region);
@@ -36,7 +36,7 @@ void regionMade(Side& side, const Call& call, Answer& answer) {
 }
 
 template <class Side>
-void flagSet(Side& side, const Call& call) {
+void setFlag(Side& side, const Call& call) {
   switch (call.variant) {
     case 0:
       return side.shadowEnabledIs(call.region, call.on);
@@ -54,7 +54,7 @@ void flagSet(Side& side, const Call& call) {
 }
 
 template <class Side>
-void bufferDropped(Side& side, const Call& call) {
+void dropBuffer(Side& side, const Call& call) {
   switch (call.variant) {
     case 0:
       return side.hardwareDel(call.region);
@@ -68,17 +68,17 @@ void bufferDropped(Side& side, const Call& call) {
 }
 
 template <class Side>
-void onRegion(Side& side, const Call& call, Answer& answer) {
+void performOnRegion(Side& side, const Call& call, Answer& answer) {
   const int r = call.region;
   switch (call.operation) {
     case Operation::flag:
-      return flagSet(side, call);
+      return setFlag(side, call);
     case Operation::mode:
       return side.modeIs(r, static_cast<Model::Mode>(call.variant));
     case Operation::entries:
       return side.entriesIs(r, call.entries);
     case Operation::bufferDrop:
-      return bufferDropped(side, call);
+      return dropBuffer(side, call);
     case Operation::methodRefusal:
       if (call.variant == 0) return side.refuseWriteToCacheIs(refusing, call.on);
       if (call.variant == 1) return side.refuseReadFromCacheIs(refusing, call.on);
@@ -156,7 +156,7 @@ void onRegion(Side& side, const Call& call, Answer& answer) {
 }
 
 template <class Side>
-void requestCommanded(Side& side, const Call& call) {
+void commandRequest(Side& side, const Call& call) {
   switch (call.variant) {
     case 0:
       return side.requestStateIs(call.request, 1);
@@ -178,7 +178,7 @@ void requestCommanded(Side& side, const Call& call) {
 }
 
 template <class Side>
-void readerSet(Side& side, const Call& call, Answer& answer) {
+void setReader(Side& side, const Call& call, Answer& answer) {
   if (call.variant == 0) return side.maxEntriesPerReadIs(call.reader, call.value);
   if (call.variant == 1) return side.readIntervalIs(call.reader, call.seconds);
   side.readerDestroy(call.reader);
@@ -186,10 +186,10 @@ void readerSet(Side& side, const Call& call, Answer& answer) {
 }
 
 template <class Side>
-void onTheWhole(Side& side, const Call& call, Answer& answer) {
+void performOnSystem(Side& side, const Call& call, Answer& answer) {
   switch (call.operation) {
     case Operation::regionCreate:
-      return regionMade(side, call, answer);
+      return makeRegion(side, call, answer);
     case Operation::directory:
       if (call.variant == 0) {
         answer.value =
@@ -213,7 +213,7 @@ void onTheWhole(Side& side, const Call& call, Answer& answer) {
     case Operation::auditInterval:
       return side.minIntervalBetweenAuditsIs(shadow, call.seconds);
     case Operation::request:
-      return requestCommanded(side, call);
+      return commandRequest(side, call);
     case Operation::auditCall:
       if (call.variant == 0) return side.doStartAudit(shadow);
       if (call.variant == 1) return side.handleAuditReadRequestStatus(shadow);
@@ -221,7 +221,7 @@ void onTheWhole(Side& side, const Call& call, Answer& answer) {
       if (call.variant == 3) return side.readerDoRead(call.reader);
       return side.doAuditChips(shadow);
     case Operation::reader:
-      return readerSet(side, call, answer);
+      return setReader(side, call, answer);
     case Operation::turn:
       side.timeIs(call.seconds);
       for (U32 i = 0; i < call.turns; ++i) answer.value += static_cast<U64>(side.runTurn());
@@ -240,9 +240,9 @@ void perform(Side& side, const Call& call, Answer& answer) {
   answer.error.clear();
   try {
     if (namesRegion(call.operation)) {
-      onRegion(side, call, answer);
+      performOnRegion(side, call, answer);
     } else {
-      onTheWhole(side, call, answer);
+      performOnSystem(side, call, answer);
     }
   } catch (const Model::AccessFailed&) {
     answer.error = "access failed";

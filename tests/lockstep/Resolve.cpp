@@ -71,20 +71,20 @@ void accessSize(const Region& region, U32 selector, Call& call) {
 void writeData(const Step& step, const Region& region, Call& call) {
   call.data.assign(call.size, step.a[4]);
   const std::size_t from = std::size_t{call.entry} * region.entrySize;
-  const auto copied = [&](const std::optional<Bytes>& buffer) {
+  const auto copyBytes = [&](const std::optional<Bytes>& buffer) {
     if (!buffer || from >= buffer->size() || call.data.empty()) return;
     const std::size_t bytes = std::min<std::size_t>(call.size, buffer->size() - from);
     std::memcpy(call.data.data(), buffer->data() + from, bytes);
   };
   switch (step.a[3] % 4) {
     case 0:
-      copied(region.shadow);
+      copyBytes(region.shadow);
       break;
     case 1:
-      copied(region.hardware);
+      copyBytes(region.hardware);
       break;
     case 2:  // one byte differs
-      copied(region.shadow);
+      copyBytes(region.shadow);
       if (!call.data.empty()) {
         U8& byte = call.data[step.a[4] % call.data.size()];
         byte = static_cast<U8>(byte ^ (1u << (step.a[4] & 7)));

@@ -48,11 +48,11 @@ Outcome Scenario::run(const Step& step, const Takes& takes, Coverage* coverage) 
     std::swap(model_, before_);
     return Outcome::refused;
   }
-  if (coverage != nullptr) counted(*coverage);
+  if (coverage != nullptr) countCells(*coverage);
   try {
     perform(subject_, call_, actual_);
     if (!subject_.failure() && requestNew_) {
-      const int adopted = subject_.adoptedRequest();
+      const int adopted = subject_.adoptRequest();
       if (adopted != model_.shadow(shadow).request) {
         comparison_.differenceIs("the model has a new request, the library none");
         lastCall_ = text(call_);
@@ -73,7 +73,7 @@ Outcome Scenario::run(const Step& step, const Takes& takes, Coverage* coverage) 
     reader_ = static_cast<int>(expected_.value);
     actual_.value = expected_.value;  // the subject has one reader at a time
   }
-  passFollowed();
+  followPass();
   ++steps_;
   bool equal = comparison_.compareAnswers(expected_, actual_) &&
                comparison_.compareLogs(call_, requestNew_) && comparison_.compareShadow() &&
@@ -98,7 +98,7 @@ void Scenario::adopt() {
   model_.readerRequestIs(reader_, request);
 }
 
-bool Scenario::modeStandsBy(U32 mode) const {
+bool Scenario::isModeRegistered(U32 mode) const {
   for (const auto& [address, region] : model_.shadow(shadow).registry) {
     if (static_cast<U32>(model_.region(region).mode) == mode) return true;
   }
@@ -106,7 +106,7 @@ bool Scenario::modeStandsBy(U32 mode) const {
 }
 
 // Called between the two sides: what the model was is still there in before_.
-void Scenario::counted(Coverage& coverage) const {
+void Scenario::countCells(Coverage& coverage) const {
   Cell cell{call_.operation, 0, static_cast<U32>(before_.shadow(shadow).state), phase()};
   if (namesRegion(call_.operation)) {
     if (call_.region == none) return;
@@ -125,7 +125,7 @@ void Scenario::counted(Coverage& coverage) const {
 
 // --- The phase of the pass.
 
-void Scenario::passFollowed() {
+void Scenario::followPass() {
   const Model::Reader& reader = model_.reader(reader_);
   const Model::Shadow& state = model_.shadow(shadow);
   if (state.audits != audits_) {

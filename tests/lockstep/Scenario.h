@@ -50,14 +50,14 @@ class Scenario {
   int reader() const { return reader_; }
   Phase phase() const { return phase_; }
   U32 state() const { return static_cast<U32>(model_.shadow(shadow).state); }
-  bool modeStandsBy(U32 mode) const;
+  bool isModeRegistered(U32 mode) const;
   // Compared in a turn, as against one that was asked for by hand.
   U32 passesOfTurns() const { return passesOfTurns_; }
 
  private:
   void adopt();
-  void passFollowed();
-  void counted(Coverage& coverage) const;
+  void followPass();
+  void countCells(Coverage& coverage) const;
 
   const Depth depth_;
   Model::System model_;

@@ -37,13 +37,13 @@ class Shrinking {
     tried(best_.steps);  // drops what comes after the difference, and steps without effect
     do {
       fewerSteps();
-    } while (argumentsMadePlain() || detourTaken());
+    } while (simplifyArguments() || takeDetour());
     return best_;
   }
 
  private:
   bool tried(const Steps& steps) {
-    auto divergence = replayed(steps, plant_);
+    auto divergence = replay(steps, plant_);
     if (!divergence) return false;
     best_ = std::move(*divergence);
     return true;
@@ -67,9 +67,9 @@ class Shrinking {
     }
   }
 
-  // Where no single step can go, a step that does much may stand for several: a turn at the next
+  // Where no single step can be removed, one step may replace several: a turn at the next
   // wake-up, a large slice, a command or a part of the audit by hand.
-  bool detourTaken() {
+  bool takeDetour() {
     constexpr std::size_t fewEnough = 40;
     if (best_.steps.size() > fewEnough) return false;
     const Divergence held = best_;
@@ -98,7 +98,7 @@ class Shrinking {
     return false;
   }
 
-  bool argumentsMadePlain() {
+  bool simplifyArguments() {
     bool plainer = false;
     for (std::size_t i = 0; i < best_.steps.size(); ++i) {
       for (U32 argument = 0; argument <= Step::arguments; ++argument) {
@@ -127,7 +127,7 @@ class Shrinking {
 
 }  // namespace
 
-std::optional<Divergence> replayed(const Steps& steps, Plant plant) {
+std::optional<Divergence> replay(const Steps& steps, Plant plant) {
   Scenario scenario(Depth::full, plant);
   Steps taken;
   for (std::size_t i = 0; i < steps.size(); ++i) {
@@ -143,7 +143,7 @@ std::optional<Divergence> replayed(const Steps& steps, Plant plant) {
   return std::nullopt;
 }
 
-Divergence shrunk(const Divergence& divergence, Plant plant) {
+Divergence shrink(const Divergence& divergence, Plant plant) {
   return Shrinking(divergence, plant).run();
 }
 

@@ -20,13 +20,13 @@ class Registers : public Fru::HamImpl {
   explicit Registers(Plant plant) : losesWrites_(plant == Plant::registerWriteLost) {}
 
   void read(U32 address, U32* value) override {
-    counted();
+    countAccess();
     const auto held = values.find(address);
     *value = held == values.end() ? 0 : held->second;
     log.push_back({0, false, address, *value});
   }
   void write(U32 address, U32 value) override {
-    counted();
+    countAccess();
     if (!losesWrites_ || (value & 0xff) != 0x77) values[address] = value;
     log.push_back({0, true, address, value});
   }
@@ -36,7 +36,7 @@ class Registers : public Fru::HamImpl {
   U64 failIn = 0;
 
  private:
-  void counted() {
+  void countAccess() {
     if (failIn != 0 && --failIn == 0) throw Model::AccessFailed{0};
   }
 
@@ -86,20 +86,22 @@ class CopyingHam : public Hardware::GenericChipHam {
  public:
   CopyingHam(Zint::Name name, const Zint::Ptr<Fru::HamImpl>& registers, Plant plant)
       : GenericChipHam(std::move(name), registers), losesByte_(plant == Plant::cacheByteLost) {}
-  bool doReadToCache(U8* to, U8* from, U32 bytes) const override { return copied(to, from, bytes); }
+  bool doReadToCache(U8* to, U8* from, U32 bytes) const override {
+    return copyBytes(to, from, bytes);
+  }
   bool doWriteToCache(U8* to, U8* from, U32 bytes) override {
-    copied(to, from, bytes);
+    copyBytes(to, from, bytes);
     for (U32 i = 0; losesByte_ && i < bytes; ++i) {
       if (to[i] == 0x5a) to[i] = 0x5b;
     }
     return true;
   }
   bool doReadFromCache(U8* to, U8* from, U32 bytes) const override {
-    return copied(to, from, bytes);
+    return copyBytes(to, from, bytes);
   }
 
  private:
-  static bool copied(U8* to, const U8* from, U32 bytes) {
+  static bool copyBytes(U8* to, const U8* from, U32 bytes) {
     for (U32 i = 0; i < bytes; ++i) to[i] = from[i];
     return true;
   }
@@ -310,7 +312,7 @@ void Subject::auditReadRequestIs(int, int request) {
   }
 }
 
-int Subject::adoptedRequest() {
+int Subject::adoptRequest() {
   const Hardware::ChipReadRequest::Ptr request = shadow_->auditReadRequest();
   if (request == nullptr) return Model::none;
   for (const Hardware::ChipReadRequest::Ptr& known : requests_) {

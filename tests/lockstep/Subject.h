@@ -157,7 +157,7 @@ class Subject : private Zint::TraceSink {
 
   // The request that the shadow uses is given a handle, and an observer, when the shadow has made
   // it; the handle, or none when nothing is new.
-  int adoptedRequest();
+  int adoptRequest();
 
   // --- Observation.
   const Hardware::ChipMemory::Ptr& region(int handle) const { return regions_[index(handle)]; }

@@ -104,7 +104,7 @@ int System::runTurn() {
   int fired = 0;
   for (const Due& next : due) {
     Alarm& alarm = alarmOf(next.owner);
-    // Disarmed or armed anew by an earlier handler of this turn.
+    // Disarmed or armed again by an earlier handler of this turn.
     if (alarm.due == never || alarm.order != next.order) continue;
     alarm.due = never;
     fired++;
@@ -147,8 +147,8 @@ void System::runGuarded(Actor actor, int handle, const char* name, Handler handl
   }
 }
 
-// --- Observers of a request. Each is told by its own handler: a reader of the state, a shadow
-// of the status. An observer that has left meanwhile is not told.
+// --- Notifiees of a request: a reader is notified of the state, a shadow of the status. One that
+// was unregistered during the walk is not notified.
 
 void System::notifyObservers(int request, bool status) {
   const std::vector<Observer> snapshot = requests_.at(request).observers;

@@ -10,7 +10,7 @@ void System::stateIs(int handle, State state) {
   Shadow& shadow = shadows_.at(handle);
   if (shadow.state == state) return;
   shadow.state = state;
-  // Announced before it is acted on, so that observers see a value that is passed through.
+  // Announced before it is acted on, so that notifiees see a value that is passed through.
   notify(Notification::Kind::shadowState, handle, static_cast<u64>(state));
   handleState(handle);
 }

@@ -75,7 +75,7 @@ struct Access {
   bool operator==(const Access&) const = default;
 };
 
-// What an observer registered before the change would have been told.
+// What a notifiee registered before the change is notified of.
 struct Notification {
   enum class Kind { shadowState, requestState, requestStatus, requestMember, directoryMember };
   Kind kind = Kind::shadowState;
@@ -136,8 +136,8 @@ struct Region {
   u64 writeCacheHits = 0;
   u32 registersFixed = 0;
   double lastFixTime = 0.0;
-  // Absent buffers are empty optionals. The shadow has one entry of zeros behind its reported
-  // bytes; nothing can ever make it anything but zeros, so it is not stored.
+  // Absent buffers are empty optionals. What a call may touch after the last entry reads as 0 and
+  // is not written, so it is not stored.
   std::optional<Bytes> hardware;
   std::optional<Bytes> shadow;
   std::optional<Bytes> initialized;

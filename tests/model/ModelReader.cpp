@@ -35,12 +35,12 @@ void System::requestChipMemoryIs(int handle, int region) {
     if (present->region == region) return;
     present->region = region;
   } else {
-    // Members of the same order stand in the order of their addresses.
+    // Members of the same order are sorted by their addresses.
     u32 order = reversedBits(static_cast<u32>(address));
-    auto behind = std::find_if(members.begin(), members.end(), [&](const RequestMember& m) {
+    auto after = std::find_if(members.begin(), members.end(), [&](const RequestMember& m) {
       return std::tie(m.order, m.address) > std::tie(order, address);
     });
-    members.insert(behind, {order, address, region});
+    members.insert(after, {order, address, region});
   }
   notify(Notification::Kind::requestMember, handle, address);
 }
@@ -62,7 +62,7 @@ void System::requestChipMemoryDelAll(int handle) {
   }
 }
 
-// Commands: also a value that is already held is stored and announced.
+// Commands: a value that is already held is stored and announced, too.
 
 void System::requestStateIs(int handle, u32 state) {
   Request& request = requests_.at(handle);
@@ -137,7 +137,7 @@ void System::readerHandleReadRequest(int handle) {
     case 0:
       return;
     case 1:
-      // What is still queued stays in front.
+      // What is still queued stays first.
       for (const RequestMember& member : request.members) reader.queue.push_back(member.region);
       reader.entriesRead = 0;
       reader.current = readerDeq(reader);

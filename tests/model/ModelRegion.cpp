@@ -131,7 +131,7 @@ void System::doClearRange(int handle, u32 startIndex, u32 endIndex, bool writeTh
   for (u64 entry = startIndex; entry <= endIndex; entry++) {
     u32 index = static_cast<u32>(entry);
     setBit(*region.dirty, index);
-    // The last index may be one past the shadow; those bytes are zeros already.
+    // The last index may be one past the shadow; those bytes are not written.
     for (u64 byte = entry * region.entrySize; byte < (entry + 1) * region.entrySize; byte++) {
       if (byte < region.shadow->size()) (*region.shadow)[static_cast<std::size_t>(byte)] = 0;
     }

@@ -206,7 +206,7 @@ bool System::readFromCache(int handle, int regionHandle, u32 entry, u8* data, u3
   u32 numEntries = size / region.entrySize;
   require(u64{entry} + numEntries <= region.entries, "( entry + numEntries ) <= cm->entries()",
           function);
-  // A part of an entry may begin behind the last entry; there the shadow reads as zeros.
+  // A partial entry may begin after the last entry; there the shadow reads as zeros.
   guard((u64{entry} + numEntries) * region.entrySize <= region.shadow->size() || size == 0,
         "shadow smaller than the range");
   // Groups end where a byte of the bitmap ends.

@@ -1,5 +1,5 @@
-// What user code does at a place where it was called. An action whose object has gone already (an
-// earlier action of the same call took it) does nothing.
+// What user code does at a place where it was called. An action whose object is already destroyed
+// (by an earlier action of the same call) does nothing.
 #include <Zint/Exception.h>
 #include <Zint/GenericIf.h>
 
@@ -18,7 +18,7 @@ void unregister(const NotifieePtr& notifiee) {
   notifiee->isRegisteredNotifieeIs(false);
 }
 
-// The notifiees let go of what they watch.
+// The notifiees release what they observe.
 void unbind(World& world) {
   for (const NotifieePtr& notifiee : {world.earlier, world.self, world.later, world.added}) {
     if (notifiee != nullptr) notifiee->notifierIs(nullptr);
@@ -203,14 +203,15 @@ void perform(World& world, Action action) {
       return unregister(world.later);
     case Action::RegisterNew:
       if (world.callback == Callback::EntityEnd && world.directory == nullptr) {
-        // What is ending can still be watched, without a reference.
+        // What is being destroyed can still be observed, without a reference.
         const Zint::PtrInterface* ending = world.self == nullptr ? nullptr : world.self->notifier();
         world.added = Zint::makePtr<Zint::NotifieeConst>(nullptr, nullptr);
         world.added->isNonReferencingIs(true);
         if (ending != nullptr) world.added->notifierIs(ending);
         return;
       }
-      if (world.shadow != nullptr && world.target != nullptr) world.added = world.newEar("new");
+      if (world.shadow != nullptr && world.target != nullptr)
+        world.added = world.newNotifiee("new");
       return;
     case Action::DestroySelf:
       return destroySelf(world);

@@ -10,15 +10,15 @@ std::string failedCondition;  // the first
 
 // Records assertions while it lives; the operation that fails is abandoned by an exception, which
 // the guard of the notifiees may well catch.
-class Recorded {
+class FailureRecorder {
  public:
-  Recorded() : before_(Zint::assertionHookIs(failed)) { failedCondition.clear(); }
-  ~Recorded() { Zint::assertionHookIs(before_); }
-  Recorded(const Recorded&) = delete;
-  Recorded& operator=(const Recorded&) = delete;
+  FailureRecorder() : before_(Zint::assertionHookIs(recordFailure)) { failedCondition.clear(); }
+  ~FailureRecorder() { Zint::assertionHookIs(before_); }
+  FailureRecorder(const FailureRecorder&) = delete;
+  FailureRecorder& operator=(const FailureRecorder&) = delete;
 
  private:
-  static void failed(const Zint::AssertionFailure& failure) {
+  static void recordFailure(const Zint::AssertionFailure& failure) {
     if (failedCondition.empty()) failedCondition = failure.condition;
     throw std::string(failure.condition);
   }
@@ -26,7 +26,7 @@ class Recorded {
 };
 
 // The message of the first exception that the runtime caught.
-std::string reported(const World& world) {
+std::string firstReport(const World& world) {
   for (const auto& line : world.trace.full) {
     if (line.handle != "Zint") continue;
     return line.text.substr(line.text.find(": ") + 2);
@@ -40,7 +40,7 @@ Outcome outcomeOf(Callback callback, const Actions& actions, const Action* only)
   World world(callback);
   std::string refused;
   {
-    const Recorded recorded;
+    const FailureRecorder recorded;
     try {
       world.run(actions);
     } catch (const Zint::RangeException& exception) {
@@ -52,14 +52,14 @@ Outcome outcomeOf(Callback callback, const Actions& actions, const Action* only)
     } catch (const std::string&) {
     }
   }
-  Outcome outcome{"allowed", world.acted()};
+  Outcome outcome{"allowed", world.hasActed()};
   if (!failedCondition.empty()) {
     outcome.text = "fatal: " + failedCondition;
     return outcome;
   }
   if (!refused.empty()) {
     outcome.text = "refused: " + refused;
-  } else if (const std::string message = reported(world); !message.empty()) {
+  } else if (const std::string message = firstReport(world); !message.empty()) {
     outcome.text = "reported: " + message;
   }
   expectSound(world);

@@ -22,25 +22,25 @@ void expectSound(const ChipMemory& region) {
   EXPECT_EQ(region.initialized()->size(), (region.entries() >> 3) + 1);
 }
 
-bool heardAfterTheActions(const World& world, const char* name) {
+bool wasNotifiedAfterTheActions(const World& world, const char* name) {
   const auto acted = std::find(world.log.begin(), world.log.end(), "!");
   return std::find(acted, world.log.end(), name) != world.log.end();
 }
 
-// Who hears of one more change.
-std::vector<std::string> audience(World& world) {
+// Who is notified of one more change.
+std::vector<std::string> notifiedByAnotherChange(World& world) {
   world.log.clear();
   world.probe();
   return world.log;
 }
 
-void expectAudience(World& world, std::vector<std::string> expected) {
+void expectNotified(World& world, std::vector<std::string> expected) {
   if (world.callback == Callback::EntityEnd) expected.clear();
-  // What the notifiees watch is held by them alone, or is out of the prober's reach.
+  // What the notifiees observe is held by them alone, or cannot be reached here.
   const bool unreachable = (world.callback == Callback::ShadowState && world.shadow == nullptr) ||
                            (world.callback == Callback::RequestRegions && world.shadow == nullptr);
   if (unreachable) expected.clear();
-  EXPECT_EQ(audience(world), expected);
+  EXPECT_EQ(notifiedByAnotherChange(world), expected);
 }
 
 void expectRegion(const World& world, ChipMemory::ChipMemoryMode mode, U32 entries) {
@@ -121,7 +121,7 @@ void expectMemberGone(const World& world) {
   }
 }
 
-// An exception leaves what it interrupts half way, as each operation says.
+// An exception leaves what it interrupts half done, as each operation documents.
 void expectAbandoned(const World& world) {
   switch (world.callback) {
     case Callback::HamRead:
@@ -170,7 +170,7 @@ void expectAbandoned(const World& world) {
       return;
     case Callback::ClockTime:
     case Callback::EntityEnd:
-      EXPECT_TRUE(heardAfterTheActions(world, "later"));
+      EXPECT_TRUE(wasNotifiedAfterTheActions(world, "later"));
       return;
   }
 }
@@ -207,7 +207,7 @@ void expectSetTwice(const World& world) {
       EXPECT_EQ(std::count(world.log.begin(), world.log.end(), "self"), 3);
       return;
     case Callback::HamStore: {
-      // The outer write goes on behind the inner one.
+      // The outer write continues after the inner one.
       U32 values[8];
       world.target->readFromCacheIs(true);
       ASSERT_TRUE(world.shadow->readFromCache(world.target, 0, reinterpret_cast<U8*>(values), 32));
@@ -249,14 +249,14 @@ void expectResult(World& world, Action action) {
   const bool notified = isNotifiee(world.callback);
   switch (action) {
     case Action::UnregisterSelf:
-      EXPECT_FALSE(heardAfterTheActions(world, "self"));
-      return expectAudience(world, {"earlier", "later"});
+      EXPECT_FALSE(wasNotifiedAfterTheActions(world, "self"));
+      return expectNotified(world, {"earlier", "later"});
     case Action::UnregisterEarlier:
-      EXPECT_FALSE(heardAfterTheActions(world, "earlier"));
-      return expectAudience(world, {"self", "later"});
+      EXPECT_FALSE(wasNotifiedAfterTheActions(world, "earlier"));
+      return expectNotified(world, {"self", "later"});
     case Action::UnregisterLater:
-      EXPECT_FALSE(heardAfterTheActions(world, "later"));
-      return expectAudience(world, {"earlier", "self"});
+      EXPECT_FALSE(wasNotifiedAfterTheActions(world, "later"));
+      return expectNotified(world, {"earlier", "self"});
     case Action::RegisterNew: {
       // The walk under way goes on to those that were there before it.
       const auto acted = std::find(world.log.begin(), world.log.end(), "!");
@@ -264,13 +264,13 @@ void expectResult(World& world, Action action) {
         ASSERT_GT(world.log.end() - acted, 1);
         EXPECT_EQ(acted[1], "later");
       }
-      return expectAudience(world, {"earlier", "self", "later", "new"});
+      return expectNotified(world, {"earlier", "self", "later", "new"});
     }
     case Action::DestroySelf:
       if (notified) {
-        EXPECT_EQ(Ear::living, 2);
-        EXPECT_FALSE(heardAfterTheActions(world, "self"));
-        return expectAudience(world, {"earlier", "later"});
+        EXPECT_EQ(ActingNotifiee::living, 2);
+        EXPECT_FALSE(wasNotifiedAfterTheActions(world, "self"));
+        return expectNotified(world, {"earlier", "later"});
       }
       if (world.callback == Callback::Repair) {
         EXPECT_EQ(ActingShadow::living, 0);
@@ -278,16 +278,16 @@ void expectResult(World& world, Action action) {
       if (world.callback == Callback::IteratorBody) {
         EXPECT_EQ(world.visited, 1u);
       }
-      return expectAudience(world, {"earlier", "self", "later"});
+      return expectNotified(world, {"earlier", "self", "later"});
     case Action::DestroyNotifier:
       if (notified) {
-        EXPECT_FALSE(heardAfterTheActions(world, "later"));
+        EXPECT_FALSE(wasNotifiedAfterTheActions(world, "later"));
       }
       expectNotifierGone(world);
-      return expectAudience(world, Names());
+      return expectNotified(world, Names());
     case Action::DestroyOwner:
       EXPECT_EQ(ActingShadow::living, 0);
-      return expectAudience(world, {"earlier", "self", "later"});
+      return expectNotified(world, {"earlier", "self", "later"});
     case Action::ChangeState:
       return expectState(world);
     case Action::ChangeMode:
@@ -304,7 +304,7 @@ void expectResult(World& world, Action action) {
       return;
     case Action::Throw:
       expectAbandoned(world);
-      return expectAudience(world, {"earlier", "self", "later"});
+      return expectNotified(world, {"earlier", "self", "later"});
     case Action::SetAgain:
       return expectSetTwice(world);
   }

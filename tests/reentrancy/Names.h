@@ -12,7 +12,7 @@ namespace Reentrancy {
 enum class Callback {
   RegionAttribute,  // a notifiee of the region, of `mode`: inside modeIs
   ShadowState,      // a notifiee of the shadow, of `state`: before the state is acted on
-  RequestRegions,   // a notifiee of the audit's request, told of a region: while the index is built
+  RequestRegions,   // a notifiee of the audit's request, of a region: while the index is built
   ReaderProgress,   // a notifiee of the reader: inside a slice
   DirectoryMember,  // a notifiee of the directory: a region was made
   ClockTime,        // a wake-up: inside a turn
@@ -32,7 +32,7 @@ constexpr std::array callbackNames = {
 constexpr int callbackCount = static_cast<int>(callbackNames.size());
 
 // "Self", "earlier" and "later" are three notifiees in the order of registration, of the object
-// that calls; the middle one is the user code. Where no notifiee is called, they watch the region.
+// that calls; the middle one is the user code. Where none is called, they observe the region.
 enum class Action {
   UnregisterSelf,
   UnregisterEarlier,

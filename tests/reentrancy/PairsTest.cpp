@@ -50,7 +50,9 @@ class ReentrancyPairs : public testing::TestWithParam<int> {
     if (outcome.fatal()) {
       EXPECT_TRUE(isKnownEnd(outcome.text)) << outcome.text;
     } else {
-      EXPECT_EQ(Ear::living + ActingHam::living + ActingShadow::living + ActingReader::living, 0);
+      EXPECT_EQ(
+          ActingNotifiee::living + ActingHam::living + ActingShadow::living + ActingReader::living,
+          0);
     }
   }
   void TearDown() override {

@@ -45,7 +45,7 @@ TEST_P(ReentrancyMatrix, cell) {
     EXPECT_DEATH(runToTheEnd(callback, {action}),
                  testing::HasSubstr("assertion \"" + condition + "\" failed"));
   } else {
-    EXPECT_EQ(Ear::living, 0);
+    EXPECT_EQ(ActingNotifiee::living, 0);
     EXPECT_EQ(ActingHam::living, 0);
     EXPECT_EQ(ActingShadow::living, 0);
     EXPECT_EQ(ActingReader::living, 0);

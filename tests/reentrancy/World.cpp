@@ -1,4 +1,4 @@
-// The world: its set-up, what brings each callback about, and the proof that it works.
+// The world: its set-up, what causes each callback, and the proof that it works.
 #include "reentrancy/World.h"
 
 #include <Zint/GenericIf.h>
@@ -16,117 +16,117 @@ constexpr U64 targetAddress = 0x1000;
 
 // --- User code ---
 
-void ActingHam::called(Callback place) const {
-  if (name() == "target") world_.reached(place);
+void ActingHam::report(Callback place) const {
+  if (name() == "target") world_.actAt(place);
 }
 
 void ActingHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 count) {
-  called(Callback::HamRead);
+  report(Callback::HamRead);
   for (U32 i = 0; i < entrySize * count; ++i) buffer[i] = world_.chip[address.value() + i];
   ++calls_;
 }
 
 void ActingHam::doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 count) {
-  called(Callback::HamWrite);
+  report(Callback::HamWrite);
   for (U32 i = 0; i < entrySize * count; ++i) world_.chip[address.value() + i] = buffer[i];
   ++calls_;
 }
 
 bool ActingHam::doCompare(U8* a, U8* b, U32 bytes) const {
-  called(Callback::HamCompare);
+  report(Callback::HamCompare);
   ++calls_;
   return ChipHam::doCompare(a, b, bytes);
 }
 
 bool ActingHam::doWriteToCache(U8* to, U8* from, U32 bytes) {
-  called(Callback::HamStore);
+  report(Callback::HamStore);
   ++calls_;
   return ChipHam::doWriteToCache(to, from, bytes);
 }
 
 void ActingShadow::doFixBadRegister(const ChipMemory::Ptr& region, U32 entry, U8* data) {
-  world_.reached(Callback::Repair);
+  world_.actAt(Callback::Repair);
   HardwareShadow::doFixBadRegister(region, entry, data);
 }
 
-void Ear::heard(Callback callback) {
+void ActingNotifiee::recordNotification(Callback callback) {
   world_.log.push_back(name_);
-  if (name_ == "self") world_.reached(callback);
-  ++heard_;
+  if (name_ == "self") world_.actAt(callback);
+  ++notifications_;
 }
 
-void Ear::heard() {
+void ActingNotifiee::recordNotification() {
   world_.log.push_back(name_);
-  ++heard_;
+  ++notifications_;
 }
 
 namespace {
 
-class RegionEar : public ChipMemory::NotifieeConst, public Ear {
+class RegionNotifiee : public ChipMemory::NotifieeConst, public ActingNotifiee {
  public:
-  RegionEar(World& world, const std::string& name)
-      : NotifieeConst(world.loop.activity, world.target), Ear(world, name) {}
+  RegionNotifiee(World& world, const std::string& name)
+      : NotifieeConst(world.loop.activity, world.target), ActingNotifiee(world, name) {}
   void handleNotification(Zint::ActivityConfig*) override {
-    if (attribute() == ChipMemory::Id::mode) return heard(Callback::RegionAttribute);
-    if (attribute() == ChipMemory::Id::shadowEnabled) return heard(Callback::ByName);
-    if (attribute() == ChipMemory::Id::indirectCmdRegAddr) heard();
+    if (attribute() == ChipMemory::Id::mode) return recordNotification(Callback::RegionAttribute);
+    if (attribute() == ChipMemory::Id::shadowEnabled) return recordNotification(Callback::ByName);
+    if (attribute() == ChipMemory::Id::indirectCmdRegAddr) recordNotification();
   }
 };
 
-class ShadowEar : public HardwareShadow::NotifieeConst, public Ear {
+class ShadowNotifiee : public HardwareShadow::NotifieeConst, public ActingNotifiee {
  public:
-  ShadowEar(World& world, const std::string& name)
+  ShadowNotifiee(World& world, const std::string& name)
       : NotifieeConst(world.loop.activity, Zint::Ptr<const HardwareShadow>(world.shadow)),
-        Ear(world, name) {}
-  void onState() override { heard(Callback::ShadowState); }
-  void onMinIntervalBetweenAudits() override { heard(); }
+        ActingNotifiee(world, name) {}
+  void onState() override { recordNotification(Callback::ShadowState); }
+  void onMinIntervalBetweenAudits() override { recordNotification(); }
 };
 
-class RequestEar : public ChipReadRequest::NotifieeConst, public Ear {
+class RequestNotifiee : public ChipReadRequest::NotifieeConst, public ActingNotifiee {
  public:
-  RequestEar(World& world, const std::string& name)
+  RequestNotifiee(World& world, const std::string& name)
       : NotifieeConst(world.loop.activity,
                       Zint::Ptr<const ChipReadRequest>(world.shadow->auditReadRequest())),
-        Ear(world, name) {}
-  void onChipMemory(const ChipAddress&) override { heard(Callback::RequestRegions); }
-  void onGeneration() override { heard(); }
+        ActingNotifiee(world, name) {}
+  void onChipMemory(const ChipAddress&) override { recordNotification(Callback::RequestRegions); }
+  void onGeneration() override { recordNotification(); }
 };
 
-class ReaderEar : public Hardware::ChipReader::NotifieeConst, public Ear {
+class ReaderNotifiee : public Hardware::ChipReader::NotifieeConst, public ActingNotifiee {
  public:
-  ReaderEar(World& world, const std::string& name)
+  ReaderNotifiee(World& world, const std::string& name)
       : NotifieeConst(world.loop.activity, Zint::Ptr<const Hardware::ChipReader>(world.reader)),
-        Ear(world, name) {}
-  void onEntriesRead() override { heard(Callback::ReaderProgress); }
-  void onReadInterval() override { heard(); }
+        ActingNotifiee(world, name) {}
+  void onEntriesRead() override { recordNotification(Callback::ReaderProgress); }
+  void onReadInterval() override { recordNotification(); }
 };
 
-class DirectoryEar : public ChipMemoryBogon::NotifieeConst, public Ear {
+class DirectoryNotifiee : public ChipMemoryBogon::NotifieeConst, public ActingNotifiee {
  public:
-  DirectoryEar(World& world, const std::string& name)
+  DirectoryNotifiee(World& world, const std::string& name)
       : NotifieeConst(world.loop.activity, Zint::Ptr<const ChipMemoryBogon>(world.directory)),
-        Ear(world, name) {}
-  void onChipMemory(Zint::String8) override { heard(Callback::DirectoryMember); }
+        ActingNotifiee(world, name) {}
+  void onChipMemory(Zint::String8) override { recordNotification(Callback::DirectoryMember); }
 };
 
-class TimeEar : public Zint::Clock::NotifieeConst, public Ear {
+class TimeNotifiee : public Zint::Clock::NotifieeConst, public ActingNotifiee {
  public:
-  TimeEar(World& world, const std::string& name)
+  TimeNotifiee(World& world, const std::string& name)
       : NotifieeConst(world.loop.activity, Zint::Ptr<const Zint::Clock>(world.loop.clock)),
-        Ear(world, name) {
+        ActingNotifiee(world, name) {
     timeMinIs(0.0);
   }
-  void onTime() override { heard(Callback::ClockTime); }
+  void onTime() override { recordNotification(Callback::ClockTime); }
 };
 
-class EndEar : public ChipMemoryBogon::NotifieeConst, public Ear {
+class EndNotifiee : public ChipMemoryBogon::NotifieeConst, public ActingNotifiee {
  public:
-  EndEar(World& world, const std::string& name)
+  EndNotifiee(World& world, const std::string& name)
       : NotifieeConst(world.loop.activity, Zint::Ptr<const ChipMemoryBogon>(world.directory)),
-        Ear(world, name) {
+        ActingNotifiee(world, name) {
     isNonReferencingIs(true);
   }
-  void onIsNondestructing() override { heard(Callback::EntityEnd); }
+  void onIsNondestructing() override { recordNotification(Callback::EntityEnd); }
 };
 
 }  // namespace
@@ -135,17 +135,17 @@ class EndEar : public ChipMemoryBogon::NotifieeConst, public Ear {
 
 World::World(Callback called) : callback(called) {
   directory = Hardware::chipMemoryBogonFactory("switch");
-  target = made("target", targetAddress);
+  target = makeRegion("target", targetAddress);
   ham = Zint::ptrCast<ActingHam>(target->chipHam());
-  second = made("second", 0x2000);
-  third = made("third", 0x100003000);
+  second = makeRegion("second", 0x2000);
+  third = makeRegion("third", 0x100003000);
   third->auditEnabledIs(false);
   shadow = Zint::makePtr<ActingShadow>(*this, loop);
-  configured();
-  prepared();
-  earlier = newEar("earlier");
-  self = newEar("self");
-  later = newEar("later");
+  configure();
+  prepare();
+  earlier = newNotifiee("earlier");
+  self = newNotifiee("self");
+  later = newNotifiee("later");
   log.clear();
 }
 
@@ -154,7 +154,7 @@ World::~World() {
   iterator.reset();
 }
 
-ChipMemory::Ptr World::made(const char* name, U64 address) {
+ChipMemory::Ptr World::makeRegion(const char* name, U64 address) {
   Hardware::ChipHam::Ptr access;
   if (const ChipMemory::Ptr held = directory->chipMemory(name); held != nullptr) {
     access = held->chipHam();
@@ -170,7 +170,7 @@ ChipMemory::Ptr World::made(const char* name, U64 address) {
 }
 
 // Registers the three regions, and gives the audit a reader.
-void World::configured() {
+void World::configure() {
   for (const ChipMemory::Ptr& region : {target, second, third}) shadow->chipMemoryIs(region);
   shadow->stateIs(HardwareShadow::configured());
   if (reader == nullptr) {
@@ -182,29 +182,29 @@ void World::configured() {
   for (U32 e = 0; e < entries; ++e) write(e, 0xa0 + e);
 }
 
-Zint::Ptr<Zint::NotifieeConst> World::newEar(const std::string& name) {
+Zint::Ptr<Zint::NotifieeConst> World::newNotifiee(const std::string& name) {
   switch (callback) {
     case Callback::ShadowState:
-      return Zint::makePtr<ShadowEar>(*this, name);
+      return Zint::makePtr<ShadowNotifiee>(*this, name);
     case Callback::RequestRegions:
-      return Zint::makePtr<RequestEar>(*this, name);
+      return Zint::makePtr<RequestNotifiee>(*this, name);
     case Callback::ReaderProgress:
-      return Zint::makePtr<ReaderEar>(*this, name);
+      return Zint::makePtr<ReaderNotifiee>(*this, name);
     case Callback::DirectoryMember:
-      return Zint::makePtr<DirectoryEar>(*this, name);
+      return Zint::makePtr<DirectoryNotifiee>(*this, name);
     case Callback::ClockTime:
-      return Zint::makePtr<TimeEar>(*this, name);
+      return Zint::makePtr<TimeNotifiee>(*this, name);
     case Callback::EntityEnd:
-      return Zint::makePtr<EndEar>(*this, name);
+      return Zint::makePtr<EndNotifiee>(*this, name);
     default:
-      return Zint::makePtr<RegionEar>(*this, name);
+      return Zint::makePtr<RegionNotifiee>(*this, name);
   }
 }
 
 // --- The callbacks ---
 
-// What must be so before the callback can be brought about.
-void World::prepared() {
+// What must be so before the callback can be caused.
+void World::prepare() {
   switch (callback) {
     case Callback::RequestRegions:
       return shadow->stateIs(HardwareShadow::unconfigured());
@@ -214,7 +214,7 @@ void World::prepared() {
       return shadow->stateIs(HardwareShadow::auditing());
     case Callback::Repair:
       shadow->stateIs(HardwareShadow::auditing());
-      turn();  // the pass has begun: what it finds from now on was not written meanwhile
+      turn();  // the pass has begun: what it finds from now on was not written during it
       onChipIs(2, 0);
       return onChipIs(5, 0);
     case Callback::HamWrite:
@@ -226,7 +226,7 @@ void World::prepared() {
   }
 }
 
-void World::triggered() {
+void World::trigger() {
   switch (callback) {
     case Callback::RegionAttribute:
       return target->modeIs(ChipMemory::buffered());
@@ -251,7 +251,7 @@ void World::triggered() {
       iterator.emplace(directory->chipMemoryIterator());
       while (iterator && *iterator) {
         ++visited;
-        reached(Callback::IteratorBody);
+        actAt(Callback::IteratorBody);
         if (iterator) ++*iterator;
       }
       return;
@@ -267,11 +267,11 @@ void World::run(const Actions& actions) {
   trace.full.clear();
   acted_ = false;
   pending_ = actions;
-  triggered();
+  trigger();
   turn(8);
 }
 
-void World::reached(Callback place) {
+void World::actAt(Callback place) {
   if (place != callback || pending_.empty()) return;
   log.emplace_back("!");
   acted_ = true;
@@ -311,7 +311,7 @@ void World::probe() {
       }
       return turn();
     case Callback::EntityEnd:
-      return;  // it has ended
+      return;  // it is destroyed
     default:
       if (target != nullptr) target->indirectCmdRegAddrIs(static_cast<U32>(probes_));
   }
@@ -347,10 +347,10 @@ void World::expectWorking() {
   shadow->clockIs(Zint::Ptr<const Zint::Clock>(loop.clock));
   // A region that the client itself put into the audit's request.
   if (shadow->auditReadRequest() != nullptr) shadow->auditReadRequest()->chipMemoryDelAll();
-  target = made("target", targetAddress);
-  second = made("second", 0x2000);
-  third = made("third", 0x100003000);
-  configured();
+  target = makeRegion("target", targetAddress);
+  second = makeRegion("second", 0x2000);
+  third = makeRegion("third", 0x100003000);
+  configure();
   ASSERT_EQ(shadow->state(), HardwareShadow::idle());
   ASSERT_EQ(shadow->chipMemoryEntriesUnderAudit(), 24u);
   ASSERT_EQ(shadow->findChipMemory(ChipAddress(targetAddress + 12), 4), target);

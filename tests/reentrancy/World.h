@@ -1,4 +1,4 @@
-// A whole system of which every call into user code can be made to misbehave, once.
+// A whole system. Each call into user code can be made to misbehave, once.
 #pragma once
 
 #include <Hardware/ChipMemoryBogon.h>
@@ -13,6 +13,7 @@
 #include "fakes/ManualLoop.h"
 #include "fakes/TraceCapture.h"
 #include "reentrancy/Names.h"
+#include "support/Counted.h"
 
 namespace Reentrancy {
 
@@ -24,15 +25,7 @@ using Hardware::HardwareShadow;
 
 class World;
 
-// How many objects of a kind live.
-template <class T>
-struct Counted {
-  Counted() { ++living; }
-  Counted(const Counted&) = delete;
-  Counted& operator=(const Counted&) = delete;
-  ~Counted() { --living; }
-  static inline int living = 0;
-};
+using Support::Counted;
 
 // An access method on the world's chip; its own comparison and copies, so that each is called.
 class ActingHam : public Hardware::ChipHam, Counted<ActingHam> {
@@ -45,7 +38,7 @@ class ActingHam : public Hardware::ChipHam, Counted<ActingHam> {
   bool doWriteToCache(U8* to, U8* from, U32 bytes) override;
 
  private:
-  void called(Callback place) const;  // only the target's access method misbehaves
+  void report(Callback place) const;  // only the target's access method misbehaves
 
   World& world_;
   mutable U32 calls_ = 0;  // written after each call: the object must outlive it
@@ -74,16 +67,16 @@ class ActingReader : public Hardware::ChipReader, Counted<ActingReader> {
 };
 
 // What the notifiees of every type share.
-struct Ear : Counted<Ear> {
-  Ear(World& world, std::string name) : world_(world), name_(std::move(name)) {}
-  virtual ~Ear() = default;
-  void heard(Callback callback);  // an event of the kind that this callback is
-  void heard();                   // another event
+struct ActingNotifiee : Counted<ActingNotifiee> {
+  ActingNotifiee(World& world, std::string name) : world_(world), name_(std::move(name)) {}
+  virtual ~ActingNotifiee() = default;
+  void recordNotification(Callback callback);  // an event of the kind that this callback is
+  void recordNotification();                   // another event
 
  private:
   World& world_;
   const std::string name_;
-  U32 heard_ = 0;  // written after each call: the notifiee must outlive it
+  U32 notifications_ = 0;  // written after each call: the notifiee must outlive it
 };
 
 class World {
@@ -93,16 +86,16 @@ class World {
   World(const World&) = delete;
   World& operator=(const World&) = delete;
 
-  // Brings about the callback, which performs `actions`; then turns until nothing is pending.
+  // Causes the callback, which performs `actions`; then runs turns until nothing is pending.
   void run(const Actions& actions);
   // Called by the user code at each place.
-  void reached(Callback place);
+  void actAt(Callback place);
   // Whether the actions were performed.
-  bool acted() const { return acted_; }
+  bool hasActed() const { return acted_; }
 
-  // One more change that the notifiees of the caller are told of.
+  // One more change of the caller, of which its notifiees are notified.
   void probe();
-  // Mends what the actions have taken away, and lets the audit repair a damaged entry.
+  // Restores what the actions have removed, and lets the audit repair a damaged entry.
   void expectWorking();
 
   void turn(int times = 1);
@@ -110,7 +103,7 @@ class World {
   U32 onChip(U32 entry);
   void onChipIs(U32 entry, U32 value);
 
-  Zint::Ptr<Zint::NotifieeConst> newEar(const std::string& name);
+  Zint::Ptr<Zint::NotifieeConst> newNotifiee(const std::string& name);
 
   const Callback callback;
   std::map<U64, U8> chip;  // by address
@@ -122,7 +115,7 @@ class World {
   Zint::Ptr<ActingShadow> shadow;
   Zint::Ptr<ActingReader> reader;
   Zint::Ptr<Zint::NotifieeConst> earlier, self, later, added;
-  std::vector<std::string> log;  // who heard, and "!" for the actions
+  std::vector<std::string> log;  // who was notified, and "!" for the actions
   std::optional<HardwareShadow::State> stateAsked;
   U32 visited = 0;       // by the loop over the directory
   U32 auditsBefore = 0;  // passes that were completed when the actions began
@@ -131,10 +124,10 @@ class World {
  private:
   friend void perform(World& world, Action action);
 
-  ChipMemory::Ptr made(const char* name, U64 address);
-  void prepared();
-  void triggered();
-  void configured();
+  ChipMemory::Ptr makeRegion(const char* name, U64 address);
+  void prepare();
+  void trigger();
+  void configure();
 
   Actions pending_;
   bool acted_ = false;

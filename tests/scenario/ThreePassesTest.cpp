@@ -1,5 +1,5 @@
-// Three whole passes of the audit over two regions, told by every register access and every line of
-// the trace. The first pass finds a sound chip and learns an entry that nobody wrote; before the
+// Three whole passes of the audit over two regions, checked by every register access and every line
+// of the trace. The first pass finds a sound chip and learns an entry that nobody wrote; before the
 // second the chip is damaged in two places, one of which a client overwrites while the pass reads;
 // before the third the learned entry is damaged.
 #include <Hardware/ChipReader.h>

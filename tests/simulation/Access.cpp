@@ -16,7 +16,7 @@ void ChipAccess::doRead(const Hardware::ChipAddress& address, U8* buffer, U32 en
   U32 offset = memoryOffset(address);
   for (U32 i = 0; i < entries; ++i, offset += stride_, buffer += entrySize) {
     chip_.read(offset, buffer, entrySize);
-    interruption_.entryRead();
+    interruption_.countEntry();
   }
 }
 

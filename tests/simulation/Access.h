@@ -1,5 +1,5 @@
-// How the library reaches the simulated chips, and how it is led astray to prove that a run would
-// notice.
+// How the library reaches the simulated chips, and how access is broken on purpose to prove that a
+// run detects it.
 #pragma once
 
 #include <Fru/HamImpl.h>
@@ -15,7 +15,7 @@ namespace Simulation {
 // A deliberately broken access method: it errs from some matching operation on.
 struct Sabotage {
   enum Kind {
-    none,             // the plain access methods
+    none,             // the access methods as they are
     harmless,         // the broken one, which does no harm
     dropsRepair,      // a write that the audit makes does not reach the chip
     writesElsewhere,  // a write goes to the next entry
@@ -42,7 +42,7 @@ struct Interruption {
   U32 after = 0;  // entries that are read before it
   std::function<void()> work;
 
-  void entryRead() {
+  void countEntry() {
     if (!work || after-- > 0) return;
     std::exchange(work, nullptr)();
   }

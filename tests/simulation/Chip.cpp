@@ -14,7 +14,7 @@ U8 maskOf(U32 bit) { return static_cast<U8>(1u << bit); }
 
 bool Chip::holds(U32 offset, U32 size) {
   if (U64{offset} + size <= memory_.size()) return true;
-  watcher_.chipMissed(number_, offset, size);
+  watcher_.onChipMiss(number_, offset, size);
   return false;
 }
 
@@ -26,13 +26,13 @@ void Chip::read(U32 offset, U8* data, U32 size) {
     data[glitch_ - offset] = static_cast<U8>(data[glitch_ - offset] ^ glitchMask_);
     glitch_ = none;
   }
-  watcher_.chipRead(number_, offset, data, size, glitched);
+  watcher_.onChipRead(number_, offset, data, size, glitched);
 }
 
 void Chip::write(U32 offset, const U8* data, U32 size) {
   if (!holds(offset, size)) return;
   const bool lost = lost_ != none && touches(offset, size, lost_);
-  watcher_.chipWritten(number_, offset, data, size, lost);
+  watcher_.onChipWrite(number_, offset, data, size, lost);
   if (lost) {
     lost_ = none;
     return;
@@ -62,12 +62,12 @@ bool Chip::isStuck(U32 offset, U32 size) const {
                      [&](const Stuck& stuck) { return touches(offset, size, stuck.offset); });
 }
 
-void Chip::readGlitched(U32 offset, U32 bit) {
+void Chip::glitchNextRead(U32 offset, U32 bit) {
   glitch_ = offset;
   glitchMask_ = maskOf(bit);
 }
 
-void Chip::faultsEnd() {
+void Chip::endFaults() {
   stuck_.clear();
   lost_ = none;
   glitch_ = none;

@@ -1,4 +1,4 @@
-// One simulated chip: a flat memory with faults, which tells a watcher of every access.
+// One simulated chip: a flat memory with faults. It notifies a watcher of every access.
 #pragma once
 
 #include <Zint/Types.h>
@@ -12,10 +12,10 @@ class Chip {
   // Sees what really reaches the chip, before the memory changes, and what the chip answers.
   class Watcher {
    public:
-    virtual void chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) = 0;
-    virtual void chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lost) = 0;
+    virtual void onChipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) = 0;
+    virtual void onChipWrite(U32 chip, U32 offset, const U8* data, U32 size, bool lost) = 0;
     // An access that leaves the chip's memory; it has no effect.
-    virtual void chipMissed(U32 chip, U32 offset, U32 size) = 0;
+    virtual void onChipMiss(U32 chip, U32 offset, U32 size) = 0;
 
    protected:
     ~Watcher() = default;
@@ -35,14 +35,14 @@ class Chip {
   void stick(U32 offset, U32 bit);  // at the value that it does not have now
   bool isStuck(U32 offset, U32 size) const;
   // The next write that touches the offset has no effect.
-  void writeLost(U32 offset) { lost_ = offset; }
+  void loseNextWrite(U32 offset) { lost_ = offset; }
   // The next read that touches the offset answers with that bit changed.
-  void readGlitched(U32 offset, U32 bit);
+  void glitchNextRead(U32 offset, U32 bit);
   // Frees the stuck bits, which keep their values until they are written.
-  void stuckReleased() { stuck_.clear(); }
+  void releaseStuckBits() { stuck_.clear(); }
   bool hasStuck() const { return !stuck_.empty(); }
-  // No fault waits any longer, and no bit is stuck.
-  void faultsEnd();
+  // No fault is pending any more, and no bit is stuck.
+  void endFaults();
 
  private:
   static constexpr U32 none = ~U32{0};

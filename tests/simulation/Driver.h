@@ -14,11 +14,11 @@ class Driver {
       : system_(system), ledger_(system.ledger), random_(random), journal_(journal) {}
 
   // Configures the shadow and begins to audit.
-  void begins();
+  void begin();
   // A burst of traffic, faults and changes, in part within an audit pass, and a long quiet stretch.
   void round();
   // The faults end; two passes later the chips must hold what the shadow does.
-  void ends();
+  void end();
 
  private:
   struct Action {
@@ -26,56 +26,56 @@ class Driver {
     void (Driver::*perform)();
   };
   template <std::size_t n>
-  void performed(const Action (&actions)[n]);
-  void acted();
+  void performOne(const Action (&actions)[n]);
+  void act();
 
   // Traffic: the write and read paths.
-  void writeOne() { written(1); }
-  void writeSome() { written(random_.between(2, 12)); }
-  void written(U32 count);
-  void writtenAt(U32 region, U32 entry, U32 count);
-  void writtenDirectly(U32 region, U32 entry, U32 count);
+  void writeOne() { writeEntries(1); }
+  void writeSome() { writeEntries(random_.between(2, 12)); }
+  void writeEntries(U32 count);
+  void writeAt(U32 region, U32 entry, U32 count);
+  void writeDirectly(U32 region, U32 entry, U32 count);
   void writeLazily();
   void readSome();
-  void readChecked(U32 region, U32 entry, U32 size);
-  void cleared();
-  void writtenBack();
+  void checkRead(U32 region, U32 entry, U32 size);
+  void clearEntries();
+  void writeBack();
 
   // Faults.
-  void flipped();
-  void ignoredBitFlipped();
-  void stuck();
-  void released();
-  void writeLost();
-  void readGlitched();
+  void flipBit();
+  void flipIgnoredBit();
+  void stickBit();
+  void releaseBits();
+  void loseNextWrite();
+  void glitchNextRead();
 
   // Time.
-  void turned();
-  void interrupted();
-  void interruption();
-  void waited();
-  void quiet();
+  void turnOnce();
+  void interruptPass();
+  void actWithinPass();
+  void waitAWhile();
+  void stayQuiet();
 
   // Control.
-  void paceChanged();
-  void auditPaused();
-  void auditResumed();
-  void auditRestarted();
-  void overrideToggled();
-  void changedWhileIdle();
-  void modeChanged(U32 region, Mode mode);
-  void auditChanged(U32 region, bool on);
-  void shadowChanged(U32 region, bool on);
-  void settingsChanged(U32 region);
-  void reconfigured();
+  void changePace();
+  void pauseAudit();
+  void resumeAudit();
+  void restartAudit();
+  void toggleOverride();
+  void changeWhileIdle();
+  void changeMode(U32 region, Mode mode);
+  void changeAudit(U32 region, bool on);
+  void changeShadow(U32 region, bool on);
+  void changeSettings(U32 region);
+  void reconfigure();
 
   U32 anyRegion() { return random_.below(ledger_.regions()); }
   U32 anyEntry(U32 region) { return random_.below(ledger_.book(region).layout.entries); }
   bool isFound(U32 region, U32 entry, U32 size);
-  void expected(Rule rule, bool holds, const char* text) {
+  void check(Rule rule, bool holds, const char* text) {
     if (!holds) journal_.broken(rule, text);
   }
-  void dataDrawn(U32 region, U32 entry, U32 count);
+  void drawData(U32 region, U32 entry, U32 count);
 
   System& system_;
   Ledger& ledger_;

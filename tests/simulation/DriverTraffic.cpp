@@ -7,7 +7,7 @@
 namespace Simulation {
 
 // Often what is there already, or few different values.
-void Driver::dataDrawn(U32 region, U32 entry, U32 count) {
+void Driver::drawData(U32 region, U32 entry, U32 count) {
   const Book& book = ledger_.book(region);
   const U32 size = book.layout.entrySize;
   data_.resize(std::size_t{count} * size);
@@ -28,46 +28,46 @@ bool Driver::isFound(U32 region, U32 entry, U32 size) {
   const Hardware::ChipAddress address = system_.address(region, entry);
   const Hardware::ChipMemory::Ptr found = system_.shadow->findChipMemory(address, size);
   const bool inIndex = ledger_.book(region).registered && ledger_.state() != State::unconfigured_;
-  expected(Rule::answered, found == (inIndex ? system_.region(region) : nullptr),
-           "another region was found");
+  check(Rule::answered, found == (inIndex ? system_.region(region) : nullptr),
+        "another region was found");
   return found != nullptr;
 }
 
-void Driver::written(U32 count) {
+void Driver::writeEntries(U32 count) {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
-  writtenAt(region, entry, std::min(count, ledger_.book(region).layout.entries - entry));
+  writeAt(region, entry, std::min(count, ledger_.book(region).layout.entries - entry));
 }
 
-void Driver::writtenAt(U32 region, U32 entry, U32 count) {
+void Driver::writeAt(U32 region, U32 entry, U32 count) {
   const Book& book = ledger_.book(region);
-  dataDrawn(region, entry, count);
+  drawData(region, entry, count);
   const U32 size = count * book.layout.entrySize;
   if (!book.shadowEnabled && book.mode != Mode::override_) {
-    return writtenDirectly(region, entry, count);
+    return writeDirectly(region, entry, count);
   }
   isFound(region, entry, size);
-  const bool wanted = ledger_.writeOffered(region, entry, data_.data(), count);
+  const bool wanted = ledger_.offerWrite(region, entry, data_.data(), count);
   const bool answer = system_.shadow->shadowWriteAndCompareWithCache(system_.region(region), entry,
                                                                      data_.data(), size);
-  journal_.happened(!answer                        ? Event::writeNeeded
-                    : book.mode == Mode::override_ ? Event::writeDropped
-                    : ledger_.overrideHardware()   ? Event::writeOverridden
-                    : book.mode == Mode::buffered_ ? Event::writeBuffered
-                                                   : Event::writeHit,
-                    region, entry, count);
-  journal_.answered(answer, data_.data(), size);
-  expected(Rule::answered, answer == wanted, "a write got the wrong answer");
-  if (!answer) writtenDirectly(region, entry, count);
+  journal_.record(!answer                        ? Event::writeNeeded
+                  : book.mode == Mode::override_ ? Event::writeDropped
+                  : ledger_.overrideHardware()   ? Event::writeOverridden
+                  : book.mode == Mode::buffered_ ? Event::writeBuffered
+                                                 : Event::writeHit,
+                  region, entry, count);
+  journal_.recordAnswer(answer, data_.data(), size);
+  check(Rule::answered, answer == wanted, "a write got the wrong answer");
+  if (!answer) writeDirectly(region, entry, count);
 }
 
-void Driver::writtenDirectly(U32 region, U32 entry, U32 count) {
+void Driver::writeDirectly(U32 region, U32 entry, U32 count) {
   const Book& book = ledger_.book(region);
-  if (!book.shadowEnabled) journal_.happened(Event::writeWithoutShadow, region, entry, count);
+  if (!book.shadowEnabled) journal_.record(Event::writeWithoutShadow, region, entry, count);
   const Hardware::ChipMemory::Ptr& cm = system_.region(region);
-  ledger_.writeDue(region, entry, data_.data(), count);
+  ledger_.expectWrite(region, entry, data_.data(), count);
   cm->chipHam()->doWrite(cm->entryAddress(entry), data_.data(), book.layout.entrySize, count);
-  ledger_.dueSettled();
+  ledger_.checkNothingDue();
 }
 
 // A client that leaves it to the audit to write the chip.
@@ -76,10 +76,10 @@ void Driver::writeLazily() {
   const U32 entry = anyEntry(region);
   Book& book = ledger_.book(region);
   if (!book.hasShadow()) return;
-  dataDrawn(region, entry, 1);
+  drawData(region, entry, 1);
   if (!isFound(region, entry, book.layout.entrySize)) return;
-  journal_.happened(Event::writeLazy, region, entry);
-  ledger_.writeOffered(region, entry, data_.data(), 1);
+  journal_.record(Event::writeLazy, region, entry);
+  ledger_.offerWrite(region, entry, data_.data(), 1);
   system_.shadow->shadowWriteHack(system_.address(region, entry), data_.data(),
                                   book.layout.entrySize);
 }
@@ -99,38 +99,38 @@ void Driver::readSome() {
   }
   if (!book.hasShadow() && book.mode != Mode::override_) return;
   isFound(region, entry, size);
-  readChecked(region, entry, size);
+  checkRead(region, entry, size);
 }
 
-void Driver::readChecked(U32 region, U32 entry, U32 size) {
+void Driver::checkRead(U32 region, U32 entry, U32 size) {
   const Book& book = ledger_.book(region);
-  const bool wanted = ledger_.readAsked(region, entry, size, wanted_);
+  const bool wanted = ledger_.answerRead(region, entry, size, wanted_);
   answer_.assign(size, 0xa5);
   const bool answer =
       system_.shadow->readFromCache(system_.region(region), entry, answer_.data(), size);
-  expected(Rule::answered, answer == wanted, "a read was answered when it should not, or not");
+  check(Rule::answered, answer == wanted, "a read was answered when it should not, or not");
   if (answer && wanted) {
-    expected(Rule::answered, answer_ == wanted_, "a read was served wrong bytes");
+    check(Rule::answered, answer_ == wanted_, "a read was served wrong bytes");
     const U32 whole = size / book.layout.entrySize;
     bool known = true;
     for (U32 e = entry; e < entry + whole; ++e) known = known && book.known[e] != 0;
-    journal_.happened(book.mode == Mode::override_            ? Event::readOfOverride
-                      : !known                                ? Event::readUnknownServed
-                      : size != whole * book.layout.entrySize ? Event::readPartial
-                                                              : Event::readServed,
-                      region, entry, size);
+    journal_.record(book.mode == Mode::override_            ? Event::readOfOverride
+                    : !known                                ? Event::readUnknownServed
+                    : size != whole * book.layout.entrySize ? Event::readPartial
+                                                            : Event::readServed,
+                    region, entry, size);
   } else {
-    journal_.happened(Event::readMissed, region, entry, size);
+    journal_.record(Event::readMissed, region, entry, size);
     // From the chip, in whole entries.
     const Hardware::ChipMemory::Ptr& cm = system_.region(region);
     const U32 count = (size + book.layout.entrySize - 1) / book.layout.entrySize;
     answer_.resize(std::size_t{count} * book.layout.entrySize);
     cm->chipHam()->doRead(cm->entryAddress(entry), answer_.data(), book.layout.entrySize, count);
   }
-  journal_.answered(answer, answer_.data(), static_cast<U32>(answer_.size()));
+  journal_.recordAnswer(answer, answer_.data(), static_cast<U32>(answer_.size()));
 }
 
-void Driver::cleared() {
+void Driver::clearEntries() {
   const U32 region = anyRegion();
   const Book& book = ledger_.book(region);
   const U32 first = anyEntry(region);
@@ -140,34 +140,34 @@ void Driver::cleared() {
   if (!book.hasShadow()) return;
   Hardware::ChipMemory& cm = *system_.region(region);
   if (whole) {
-    journal_.happened(Event::clear, region);
-    ledger_.cleared(region, 0, book.layout.entries - 1);
+    journal_.record(Event::clear, region);
+    ledger_.clearEntries(region, 0, book.layout.entries - 1);
     cm.doClear();
     return;
   }
-  journal_.happened(Event::clearRange, region, first, last);
-  ledger_.cleared(region, first, last);
+  journal_.record(Event::clearRange, region, first, last);
+  ledger_.clearEntries(region, first, last);
   if (writeThrough) {
-    ledger_.writeDue(region, first, book.value.data() + first * book.layout.entrySize,
-                     last - first + 1);
+    ledger_.expectWrite(region, first, book.value.data() + first * book.layout.entrySize,
+                        last - first + 1);
   }
   cm.doClearRange(first, last, writeThrough);
-  ledger_.dueSettled();
+  ledger_.checkNothingDue();
 }
 
-void Driver::writtenBack() {
+void Driver::writeBack() {
   const U32 region = anyRegion();
   const bool knownOnly = random_.chance(70);
-  journal_.happened(knownOnly ? Event::writebackKnown : Event::writebackAll, region);
-  ledger_.writeBackDue(region, knownOnly);
+  journal_.record(knownOnly ? Event::writebackKnown : Event::writebackAll, region);
+  ledger_.expectWriteBack(region, knownOnly);
   system_.region(region)->writeback(knownOnly);
-  ledger_.dueSettled();
+  ledger_.checkNothingDue();
 }
 
 // --- Faults ---
 
 // A soft error. An ignored bit is not one: the chip changes it by itself.
-void Driver::flipped() {
+void Driver::flipBit() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
@@ -175,63 +175,63 @@ void Driver::flipped() {
   const U32 bit = random_.below(8);
   const bool isIgnored =
       byte + 1 == book.layout.entrySize && ((book.layout.ignored >> bit) & 1) != 0;
-  journal_.happened(isIgnored            ? Event::flipOfIgnoredBit
-                    : ledger_.passRuns() ? Event::flipDuringPass
-                                         : Event::flip,
-                    region, entry, byte * 8 + bit);
-  if (!isIgnored) ledger_.damaged(region, entry);
+  journal_.record(isIgnored                 ? Event::flipOfIgnoredBit
+                  : ledger_.isPassRunning() ? Event::flipDuringPass
+                                            : Event::flip,
+                  region, entry, byte * 8 + bit);
+  if (!isIgnored) ledger_.damage(region, entry);
   system_.chip(book.layout.chip).flip(book.chipOffset(entry) + byte, bit);
 }
 
-void Driver::ignoredBitFlipped() {
+void Driver::flipIgnoredBit() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
   if (book.layout.ignored == 0) return;
   U32 bit = 0;
   while (((book.layout.ignored >> bit) & 1) == 0) ++bit;
-  journal_.happened(Event::flipOfIgnoredBit, region, entry, bit);
+  journal_.record(Event::flipOfIgnoredBit, region, entry, bit);
   system_.chip(book.layout.chip).flip(book.chipOffset(entry) + book.layout.entrySize - 1, bit);
 }
 
-void Driver::stuck() {
+void Driver::stickBit() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
   const U32 byte = random_.below(book.layout.entrySize);
   const U32 bit = random_.below(8);
-  journal_.happened(Event::bitStuck, region, entry, byte * 8 + bit);
-  ledger_.disturbed(region, entry);
+  journal_.record(Event::bitStuck, region, entry, byte * 8 + bit);
+  ledger_.disturb(region, entry);
   system_.chip(book.layout.chip).stick(book.chipOffset(entry) + byte, bit);
 }
 
-void Driver::released() {
+void Driver::releaseBits() {
   const U32 number = random_.below(system_.chips());
   if (!system_.chip(number).hasStuck()) return;
-  journal_.happened(Event::bitsReleased, Journal::nowhere, 0, number);
-  system_.chip(number).stuckReleased();
+  journal_.record(Event::bitsReleased, Journal::nowhere, 0, number);
+  system_.chip(number).releaseStuckBits();
 }
 
-// It strikes at a later access; the ledger hears of it then.
-void Driver::writeLost() {
+// It takes effect at a later access; the ledger is notified then.
+void Driver::loseNextWrite() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
-  system_.chip(book.layout.chip).writeLost(book.chipOffset(entry));
+  system_.chip(book.layout.chip).loseNextWrite(book.chipOffset(entry));
   // A fault that calls for the write, or the client's own write.
   if (random_.chance(50)) {
     system_.chip(book.layout.chip).flip(book.chipOffset(entry), 0);
-    ledger_.damaged(region, entry);
-    journal_.happened(Event::flip, region, entry);
+    ledger_.damage(region, entry);
+    journal_.record(Event::flip, region, entry);
   }
 }
 
-void Driver::readGlitched() {
+void Driver::glitchNextRead() {
   const U32 region = anyRegion();
   const U32 entry = anyEntry(region);
   const Book& book = ledger_.book(region);
   const U32 bit = random_.below(8);
-  system_.chip(book.layout.chip).readGlitched(book.chipOffset(entry), bit);
+  system_.chip(book.layout.chip).glitchNextRead(book.chipOffset(entry), bit);
 }
 
 }  // namespace Simulation

@@ -62,10 +62,10 @@ class Journal {
   void timeIs(Zint::Seconds time);
   Zint::Seconds time() const { return time_; }
 
-  void happened(Event event, U32 region = nowhere, U32 entry = 0, U64 value = 0);
-  void accessed(const char* kind, U32 chip, U32 offset, const U8* data, U32 size);
-  void answered(bool answer, const U8* data, U32 size);
-  void traced(U32 level, const char* text);
+  void record(Event event, U32 region = nowhere, U32 entry = 0, U64 value = 0);
+  void recordAccess(const char* kind, U32 chip, U32 offset, const U8* data, U32 size);
+  void recordAnswer(bool answer, const U8* data, U32 size);
+  void recordTrace(U32 level, const char* text);
   void broken(Rule rule, const std::string& text);
 
   U64 hash() const { return hash_; }
@@ -79,11 +79,11 @@ class Journal {
   bool isOver() const { return broken_ != 0 && !goesOn_; }
 
  private:
-  void mixed(U64 value) {
+  void mix(U64 value) {
     hash_ = (hash_ ^ value) * 0x9e3779b97f4a7c15u;
     hash_ ^= hash_ >> 29;
   }
-  void mixed(const U8* data, std::size_t size);
+  void mix(const U8* data, std::size_t size);
   void line(const std::string& text);
 
   const std::size_t keptLines_;
@@ -99,7 +99,7 @@ class Journal {
 };
 
 // As printf.
-[[gnu::format(printf, 1, 2)]] std::string formatted(const char* pattern, ...);
+[[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);
 std::string hexadecimal(const U8* data, std::size_t size);
 
 }  // namespace Simulation

@@ -22,23 +22,23 @@ bool Book::same(const U8* a, const U8* b) const {
   return std::memcmp(a, b, last) == 0 && ((a[last] ^ b[last]) & ~layout.ignored & 0xff) == 0;
 }
 
-void Book::storeMadeAfresh() {
+void Book::resetStore() {
   std::fill(value.begin(), value.end(), U8{0});
   std::fill(known.begin(), known.end(), U8{0});
   std::fill(dirty.begin(), dirty.end(), U8{0});
   std::fill(bad.begin(), bad.end(), U8{0});
 }
 
-void Ledger::damaged(U32 region, U32 entry) {
+void Ledger::damage(U32 region, U32 entry) {
   Book& b = books_[region];
-  disturbed(region, entry);
+  disturb(region, entry);
   if (state_ == State::auditing_ && b.member && b.hasShadow() && b.known[entry] &&
       !b.dirty[entry]) {
     b.damaged[entry] = 1;
   }
 }
 
-bool Ledger::writeOffered(U32 region, U32 entry, const U8* data, U32 count) {
+bool Ledger::offerWrite(U32 region, U32 entry, const U8* data, U32 count) {
   Book& b = books_[region];
   if (b.mode == Mode::override_) return true;
   const U32 size = b.layout.entrySize;
@@ -56,26 +56,27 @@ bool Ledger::writeOffered(U32 region, U32 entry, const U8* data, U32 count) {
   return hit || overrideHardware_ || b.mode == Mode::buffered_;
 }
 
-void Ledger::entryDue(Book& b, U32 entry, const U8* data) {
+void Ledger::expectEntryWrite(Book& b, U32 entry, const U8* data) {
   std::memcpy(b.due.data() + entry * b.layout.entrySize, data, b.layout.entrySize);
   b.dueLeft[entry] = b.layout.entrySize;
   ++dueEntries_;
 }
 
-void Ledger::writeDue(U32 region, U32 entry, const U8* data, U32 count) {
+void Ledger::expectWrite(U32 region, U32 entry, const U8* data, U32 count) {
   Book& b = books_[region];
-  for (U32 e = entry; e < entry + count; ++e, data += b.layout.entrySize) entryDue(b, e, data);
+  for (U32 e = entry; e < entry + count; ++e, data += b.layout.entrySize)
+    expectEntryWrite(b, e, data);
 }
 
-void Ledger::writeBackDue(U32 region, bool knownOnly) {
+void Ledger::expectWriteBack(U32 region, bool knownOnly) {
   Book& b = books_[region];
   if (!b.hasShadow()) return;
   for (U32 e = 0; e < b.layout.entries; ++e) {
-    if (!knownOnly || b.known[e]) entryDue(b, e, b.value.data() + e * b.layout.entrySize);
+    if (!knownOnly || b.known[e]) expectEntryWrite(b, e, b.value.data() + e * b.layout.entrySize);
   }
 }
 
-void Ledger::cleared(U32 region, U32 first, U32 last) {
+void Ledger::clearEntries(U32 region, U32 first, U32 last) {
   Book& b = books_[region];
   if (!b.hasShadow()) return;
   for (U32 e = first; e <= last; ++e) {
@@ -84,7 +85,7 @@ void Ledger::cleared(U32 region, U32 first, U32 last) {
   }
 }
 
-bool Ledger::readAsked(U32 region, U32 entry, U32 size, std::vector<U8>& answer) {
+bool Ledger::answerRead(U32 region, U32 entry, U32 size, std::vector<U8>& answer) {
   Book& b = books_[region];
   if (!b.readFromCache && !overrideHardware_) return false;
   answer.assign(size, 0);
@@ -98,21 +99,21 @@ bool Ledger::readAsked(U32 region, U32 entry, U32 size, std::vector<U8>& answer)
   return true;
 }
 
-void Ledger::dueSettled() {
+void Ledger::checkNothingDue() {
   if (dueEntries_ == 0) return;
   for (Book& b : books_) {
     for (U32 e = 0; e < b.layout.entries; ++e) {
       if (b.dueLeft[e] == 0) continue;
       journal_.broken(Rule::attributed,
-                      formatted("entry %u of %s was to be written to the chip, and was not", e,
-                                b.layout.name.c_str()));
+                      format("entry %u of %s was to be written to the chip, and was not", e,
+                             b.layout.name.c_str()));
       b.dueLeft[e] = 0;
     }
   }
   dueEntries_ = 0;
 }
 
-bool Ledger::located(U32 chip, U32 offset, U32 size, Place& place) {
+bool Ledger::locate(U32 chip, U32 offset, U32 size, Place& place) {
   const auto inside = [&](U32 region) {
     const Book& b = books_[region];
     if (b.layout.chip != chip || offset < b.layout.offset) return false;
@@ -129,20 +130,20 @@ bool Ledger::located(U32 chip, U32 offset, U32 size, Place& place) {
   return false;
 }
 
-void Ledger::chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) {
-  journal_.accessed("read", chip, offset, data, size);
+void Ledger::onChipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) {
+  journal_.recordAccess("read", chip, offset, data, size);
   Place place{};
-  if (!located(chip, offset, size, place)) {
+  if (!locate(chip, offset, size, place)) {
     return journal_.broken(Rule::attributed, "a read that meets no region's entry");
   }
   Book& b = books_[place.region];
   if (glitched) {
-    journal_.happened(Event::readGlitch, place.region, place.entry);
-    disturbed(place.region, place.entry);
+    journal_.record(Event::readGlitch, place.region, place.entry);
+    disturb(place.region, place.entry);
   }
   if (!inTurn_) return;  // the driver's own
   const U32 packed = place.entry * b.layout.entrySize + place.byte;
-  if (stateSetInTurn_) return;  // the rest of a slice that nobody waits for
+  if (stateSetInTurn_) return;  // the rest of a slice whose pass was stopped
   if (!passRuns_ || !b.member || packed != b.seenBytes) {
     return journal_.broken(Rule::paced, "the audit reads out of its turn");
   }
@@ -153,36 +154,36 @@ void Ledger::chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitc
   b.seenBytes += size;
 }
 
-void Ledger::chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lost) {
-  journal_.accessed("write", chip, offset, data, size);
+void Ledger::onChipWrite(U32 chip, U32 offset, const U8* data, U32 size, bool lost) {
+  journal_.recordAccess("write", chip, offset, data, size);
   Place place{};
-  if (!located(chip, offset, size, place)) {
+  if (!locate(chip, offset, size, place)) {
     return journal_.broken(Rule::attributed, "a write that meets no region's entry");
   }
   Book& b = books_[place.region];
   U32& left = b.dueLeft[place.entry];
   if (left != b.layout.entrySize - place.byte || left < size) {
-    return journal_.broken(Rule::attributed, formatted("a write to entry %u of %s without a cause",
-                                                       place.entry, b.layout.name.c_str()));
+    return journal_.broken(Rule::attributed, format("a write to entry %u of %s without a cause",
+                                                    place.entry, b.layout.name.c_str()));
   }
   if (std::memcmp(b.due.data() + place.entry * b.layout.entrySize + place.byte, data, size) != 0) {
-    journal_.broken(Rule::attributed, formatted("a wrong value for entry %u of %s", place.entry,
-                                                b.layout.name.c_str()));
+    journal_.broken(Rule::attributed,
+                    format("a wrong value for entry %u of %s", place.entry, b.layout.name.c_str()));
   }
   left -= size;
   if (left == 0) --dueEntries_;
   if (lost) {
-    journal_.happened(inTurn_ ? Event::repairLost : Event::writeLost, place.region, place.entry);
-    disturbed(place.region, place.entry);
+    journal_.record(inTurn_ ? Event::repairLost : Event::writeLost, place.region, place.entry);
+    disturb(place.region, place.entry);
   } else if (left == 0 && b.damaged[place.entry]) {
     b.damaged[place.entry] = 0;
-    if (inTurn_) journal_.happened(Event::faultRepaired, place.region, place.entry);
+    if (inTurn_) journal_.record(Event::faultRepaired, place.region, place.entry);
   }
 }
 
-void Ledger::chipMissed(U32 chip, U32 offset, U32 size) {
+void Ledger::onChipMiss(U32 chip, U32 offset, U32 size) {
   journal_.broken(Rule::attributed,
-                  formatted("an access of %u bytes outside chip %u at 0x%x", size, chip, offset));
+                  format("an access of %u bytes outside chip %u at 0x%x", size, chip, offset));
 }
 
 }  // namespace Simulation

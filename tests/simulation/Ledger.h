@@ -69,7 +69,7 @@ struct Book {
   U32 bytes() const { return layout.entries * layout.entrySize; }
   U32 chipOffset(U32 entry) const { return layout.offset + entry * layout.stride; }
   bool same(const U8* a, const U8* b) const;  // one entry
-  void storeMadeAfresh();
+  void resetStore();
 };
 
 class Ledger : public Chip::Watcher {
@@ -78,27 +78,27 @@ class Ledger : public Chip::Watcher {
 
   explicit Ledger(Journal& journal) : journal_(journal) {}
   // Before anything else happens.
-  void regionAdded(const Layout& layout) { books_.emplace_back(layout); }
-  void chipAdded(const Chip* chip) { chips_.push_back(chip); }
+  void addRegion(const Layout& layout) { books_.emplace_back(layout); }
+  void addChip(const Chip* chip) { chips_.push_back(chip); }
 
   U32 regions() const { return static_cast<U32>(books_.size()); }
   Book& book(U32 region) { return books_[region]; }
 
   // --- What the driver is about to do, and the answer it must get ---
-  bool writeOffered(U32 region, U32 entry, const U8* data, U32 count);
+  bool offerWrite(U32 region, U32 entry, const U8* data, U32 count);
   // The driver will write these entries to the chip.
-  void writeDue(U32 region, U32 entry, const U8* data, U32 count);
-  void writeBackDue(U32 region, bool knownOnly);
-  void cleared(U32 region, U32 first, U32 last);
-  bool readAsked(U32 region, U32 entry, U32 size, std::vector<U8>& answer);
+  void expectWrite(U32 region, U32 entry, const U8* data, U32 count);
+  void expectWriteBack(U32 region, bool knownOnly);
+  void clearEntries(U32 region, U32 first, U32 last);
+  bool answerRead(U32 region, U32 entry, U32 size, std::vector<U8>& answer);
   // Every write that was due has been made.
-  void dueSettled();
+  void checkNothingDue();
 
   // --- What the driver did to the chips ---
   // An entry's fault counts from now on.
-  void disturbed(U32 region, U32 entry) { books_[region].bad[entry] = 0; }
+  void disturb(U32 region, U32 entry) { books_[region].bad[entry] = 0; }
   // The same, for a fault that the audit must mend if it is at work on a known, clean entry.
-  void damaged(U32 region, U32 entry);
+  void damage(U32 region, U32 entry);
 
   // --- Control ---
   void stateIs(State state, Zint::Seconds now);
@@ -112,26 +112,26 @@ class Ledger : public Chip::Watcher {
   }
 
   // --- The audit ---
-  void turnBegins();
-  void turnEnds(Zint::Seconds now);
+  void beginTurn();
+  void endTurn(Zint::Seconds now);
   // Within a turn the driver is at work.
-  void interruptionBegins() { inTurn_ = false; }
-  void interruptionEnds() { inTurn_ = true; }
-  void passStarted(Zint::Seconds now);
-  void compared();
-  void differenceReported() { ++reported_; }
-  bool passEnded() const { return passEnded_; }
-  bool passRuns() const { return passRuns_; }
+  void beginInterruption() { inTurn_ = false; }
+  void endInterruption() { inTurn_ = true; }
+  void startPass(Zint::Seconds now);
+  void comparePass();
+  void countDifference() { ++reported_; }
+  bool hasPassEnded() const { return passEnded_; }
+  bool isPassRunning() const { return passRuns_; }
   U32 passes() const { return passes_; }
   // No pass begins any more by itself, though the state is auditing.
   bool isStalled() const { return state_ == State::auditing_ && !passRuns_ && passDue_ == never; }
 
   // Every audited entry of the chips holds its value.
-  void settledRequired();
+  void checkSettled();
 
-  void chipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) override;
-  void chipWritten(U32 chip, U32 offset, const U8* data, U32 size, bool lost) override;
-  void chipMissed(U32 chip, U32 offset, U32 size) override;
+  void onChipRead(U32 chip, U32 offset, const U8* data, U32 size, bool glitched) override;
+  void onChipWrite(U32 chip, U32 offset, const U8* data, U32 size, bool lost) override;
+  void onChipMiss(U32 chip, U32 offset, U32 size) override;
 
  private:
   struct Place {
@@ -139,10 +139,10 @@ class Ledger : public Chip::Watcher {
     U32 entry;
     U32 byte;
   };
-  bool located(U32 chip, U32 offset, U32 size, Place& place);
-  void entryDue(Book& book, U32 entry, const U8* data);
-  void regionCompared(U32 region);
-  void regionChecked(U32 region);
+  bool locate(U32 chip, U32 offset, U32 size, Place& place);
+  void expectEntryWrite(Book& book, U32 entry, const U8* data);
+  void compareRegion(U32 region);
+  void checkRegion(U32 region);
   const U8* onChip(const Book& book, U32 entry) const {
     return chips_[book.layout.chip]->memory() + book.chipOffset(entry);
   }

@@ -11,7 +11,7 @@ namespace Simulation {
 void Ledger::stateIs(State state, Zint::Seconds now) {
   if (state == state_) return;
   stateSetInTurn_ = turnRuns_;
-  if (passRuns_) journal_.happened(Event::passAbandoned);
+  if (passRuns_) journal_.record(Event::passAbandoned);
   passRuns_ = false;
   passDue_ = never;
   state_ = state;
@@ -27,7 +27,7 @@ void Ledger::stateIs(State state, Zint::Seconds now) {
       break;
     case State::auditing_:
       if (std::none_of(books_.begin(), books_.end(), [](const Book& b) { return b.member; })) {
-        journal_.happened(Event::nothingToAudit);
+        journal_.record(Event::nothingToAudit);
         state_ = State::idle_;
       } else {
         passDue_ = now;
@@ -38,11 +38,11 @@ void Ledger::stateIs(State state, Zint::Seconds now) {
   }
 }
 
-void Ledger::passStarted(Zint::Seconds now) {
+void Ledger::startPass(Zint::Seconds now) {
   if (state_ != State::auditing_ || overrideHardware_ || passRuns_ || now < passDue_) {
     journal_.broken(Rule::paced, "a pass that is not due");
   }
-  journal_.happened(Event::passStarted);
+  journal_.record(Event::passStarted);
   passRuns_ = true;
   passStart_ = now;
   passDue_ = never;
@@ -53,20 +53,20 @@ void Ledger::passStarted(Zint::Seconds now) {
   }
 }
 
-void Ledger::compared() {
+void Ledger::comparePass() {
   if (!passRuns_) return journal_.broken(Rule::paced, "a comparison outside a pass");
   passRuns_ = false;
   passEnded_ = true;
   predicted_ = reported_ = 0;
   ++passes_;
-  journal_.happened(Event::passDone, Journal::nowhere, 0, passes_);
+  journal_.record(Event::passDone, Journal::nowhere, 0, passes_);
   passDue_ = std::max(passStart_ + interval_, journal_.time());
   for (U32 region = 0; region < regions(); ++region) {
-    if (books_[region].member) regionCompared(region);
+    if (books_[region].member) compareRegion(region);
   }
 }
 
-void Ledger::regionCompared(U32 region) {
+void Ledger::compareRegion(U32 region) {
   Book& b = books_[region];
   if (b.seenBytes != b.bytes()) {
     journal_.broken(Rule::paced, b.layout.name + " was compared before it had been read wholly");
@@ -77,36 +77,36 @@ void Ledger::regionCompared(U32 region) {
     const U8* seen = b.seen.data() + e * b.layout.entrySize;
     if (b.same(value, seen)) continue;
     if (!b.known[e]) {
-      journal_.happened(Event::learnt, region, e);
+      journal_.record(Event::learnt, region, e);
       std::memcpy(value, seen, b.layout.entrySize);
       b.known[e] = 1;
     } else if (b.dirty[e]) {
-      journal_.happened(Event::recentWriteLeftAlone, region, e);
+      journal_.record(Event::recentWriteLeftAlone, region, e);
     } else {
-      journal_.happened(Event::repair, region, e);
-      entryDue(b, e, value);
+      journal_.record(Event::repair, region, e);
+      expectEntryWrite(b, e, value);
       ++b.repairs;
       ++predicted_;
     }
   }
 }
 
-void Ledger::turnBegins() {
+void Ledger::beginTurn() {
   turnRuns_ = inTurn_ = true;
   passEnded_ = stateSetInTurn_ = false;
   entriesReadInTurn_ = 0;
   sliceOfTurn_ = slice_;
 }
 
-void Ledger::turnEnds(Zint::Seconds now) {
+void Ledger::endTurn(Zint::Seconds now) {
   turnRuns_ = inTurn_ = false;
-  dueSettled();
+  checkNothingDue();
   if (passEnded_) {
     if (predicted_ != reported_) {
       journal_.broken(Rule::attributed,
-                      formatted("%u differences reported instead of %u", reported_, predicted_));
+                      format("%u differences reported instead of %u", reported_, predicted_));
     }
-    for (U32 region = 0; region < regions(); ++region) regionChecked(region);
+    for (U32 region = 0; region < regions(); ++region) checkRegion(region);
   }
   // A wake-up that finds the hardware overridden is not repeated.
   if (state_ == State::auditing_ && !passRuns_ && passDue_ <= now && !passEnded_ &&
@@ -116,8 +116,8 @@ void Ledger::turnEnds(Zint::Seconds now) {
   }
 }
 
-// An entry that one pass leaves wrong was damaged behind the reader; the next one must mend it.
-void Ledger::regionChecked(U32 region) {
+// An entry that one pass leaves wrong was damaged after it was read; the next one must repair it.
+void Ledger::checkRegion(U32 region) {
   Book& b = books_[region];
   const bool audited = b.member && b.hasShadow();
   for (U32 e = 0; e < b.layout.entries; ++e) {
@@ -128,21 +128,21 @@ void Ledger::regionChecked(U32 region) {
     } else if (++b.bad[e] > 1) {
       journal_.broken(
           Rule::repaired,
-          formatted("entry %u of %s is wrong after two passes: it holds %s, not %s", e,
-                    b.layout.name.c_str(), hexadecimal(onChip(b, e), b.layout.entrySize).c_str(),
-                    hexadecimal(&b.value[e * b.layout.entrySize], b.layout.entrySize).c_str()));
+          format("entry %u of %s is wrong after two passes: it holds %s, not %s", e,
+                 b.layout.name.c_str(), hexadecimal(onChip(b, e), b.layout.entrySize).c_str(),
+                 hexadecimal(&b.value[e * b.layout.entrySize], b.layout.entrySize).c_str()));
     }
   }
 }
 
-void Ledger::settledRequired() {
+void Ledger::checkSettled() {
   for (const Book& b : books_) {
     if (!b.member || !b.hasShadow()) continue;
     for (U32 e = 0; e < b.layout.entries; ++e) {
       if (b.same(b.value.data() + e * b.layout.entrySize, onChip(b, e))) continue;
       journal_.broken(Rule::settled,
-                      formatted("entry %u of %s differs on the chip after the faults have ended", e,
-                                b.layout.name.c_str()));
+                      format("entry %u of %s differs on the chip after the faults have ended", e,
+                             b.layout.name.c_str()));
     }
   }
 }

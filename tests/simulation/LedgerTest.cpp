@@ -9,8 +9,8 @@ namespace {
 class LedgerTest : public testing::Test {
  protected:
   LedgerTest() {
-    ledger.regionAdded({"region", 0, 8, 4, 2, 4, Way::chipAccess, 0});
-    ledger.chipAdded(&chip);
+    ledger.addRegion({"region", 0, 8, 4, 2, 4, Way::chipAccess, 0});
+    ledger.addChip(&chip);
     Book& book = ledger.book(0);
     book.shadowEnabled = book.auditEnabled = true;
     ledger.sliceIs(4);
@@ -24,14 +24,14 @@ class LedgerTest : public testing::Test {
   // Every entry is written through the shadow, and by the driver.
   void programmed() {
     for (U32 entry = 0; entry < 4; ++entry) {
-      EXPECT_FALSE(ledger.writeOffered(0, entry, data, 1));
-      ledger.writeDue(0, entry, data, 1);
+      EXPECT_FALSE(ledger.offerWrite(0, entry, data, 1));
+      ledger.expectWrite(0, entry, data, 1);
       chip.write(8 + 4 * entry, data, 2);
     }
-    ledger.dueSettled();
+    ledger.checkNothingDue();
   }
   void passStarts(Zint::Seconds time) {
-    turn(time, [this, time] { ledger.passStarted(time); });
+    turn(time, [this, time] { ledger.startPass(time); });
   }
   void chipIsRead(Zint::Seconds time) {
     turn(time, [this] {
@@ -41,9 +41,9 @@ class LedgerTest : public testing::Test {
   template <class Work>
   void turn(Zint::Seconds time, Work work) {
     journal.timeIs(time);
-    ledger.turnBegins();
+    ledger.beginTurn();
     work();
-    ledger.turnEnds(time);
+    ledger.endTurn(time);
   }
 
   Journal journal;
@@ -64,15 +64,15 @@ TEST_F(LedgerTest, aWriteThatNobodyAskedForHasNone) {
 }
 
 TEST_F(LedgerTest, aWriteOfAnotherValueIsWrong) {
-  ledger.writeDue(0, 1, data, 1);
+  ledger.expectWrite(0, 1, data, 1);
   const U8 other[2] = {0x12, 0x35};
   chip.write(12, other, 2);
   EXPECT_TRUE(isBroken(Rule::attributed));
 }
 
 TEST_F(LedgerTest, aWriteThatWasDueMustCome) {
-  ledger.writeDue(0, 1, data, 1);
-  ledger.dueSettled();
+  ledger.expectWrite(0, 1, data, 1);
+  ledger.checkNothingDue();
   EXPECT_TRUE(isBroken(Rule::attributed));
 }
 
@@ -92,8 +92,8 @@ TEST_F(LedgerTest, aDifferenceMustBeReportedAndRepaired) {
   passStarts(0);
   chipIsRead(1);
   turn(2, [this] {
-    ledger.compared();
-    ledger.differenceReported();
+    ledger.comparePass();
+    ledger.countDifference();
     chip.write(12, data, 2);
   });
   EXPECT_TRUE(isFaultless());
@@ -106,8 +106,8 @@ TEST_F(LedgerTest, aPassThatRepairsNothingIsSeen) {
   passStarts(0);
   chipIsRead(1);
   turn(2, [this] {
-    ledger.compared();
-    ledger.differenceReported();
+    ledger.comparePass();
+    ledger.countDifference();
   });
   EXPECT_TRUE(isBroken(Rule::attributed));
 }
@@ -117,7 +117,7 @@ TEST_F(LedgerTest, aFaultBehindTheReaderMayWaitForTheNextPass) {
   passStarts(0);
   chipIsRead(1);
   chip.flip(12, 0);
-  turn(2, [this] { ledger.compared(); });
+  turn(2, [this] { ledger.comparePass(); });
   EXPECT_TRUE(isFaultless());
 }
 
@@ -128,7 +128,7 @@ TEST_F(LedgerTest, aFaultThatOutlivesTwoPassesIsSeen) {
     passStarts(start);
     chipIsRead(start + 1);
     chip.flip(12, 0);
-    turn(start + 2, [this] { ledger.compared(); });
+    turn(start + 2, [this] { ledger.comparePass(); });
     chip.flip(12, 0);
     EXPECT_EQ(isBroken(Rule::repaired), start == 10.0);
   }
@@ -136,17 +136,17 @@ TEST_F(LedgerTest, aFaultThatOutlivesTwoPassesIsSeen) {
 
 TEST_F(LedgerTest, theSettledChipHoldsEveryValue) {
   programmed();
-  ledger.settledRequired();
+  ledger.checkSettled();
   EXPECT_TRUE(isFaultless());
   chip.flip(12, 0);
-  ledger.settledRequired();
+  ledger.checkSettled();
   EXPECT_TRUE(isBroken(Rule::settled));
 }
 
 TEST_F(LedgerTest, aPassMustNotComeTooEarly) {
   passStarts(0);
   chipIsRead(1);
-  turn(2, [this] { ledger.compared(); });
+  turn(2, [this] { ledger.comparePass(); });
   EXPECT_TRUE(isFaultless());
   passStarts(9.5);
   EXPECT_TRUE(isBroken(Rule::paced));
@@ -172,7 +172,7 @@ TEST_F(LedgerTest, aSliceHasItsLimit) {
 
 TEST_F(LedgerTest, aComparisonNeedsTheWholeRegion) {
   passStarts(0);
-  turn(1, [this] { ledger.compared(); });
+  turn(1, [this] { ledger.comparePass(); });
   EXPECT_TRUE(isBroken(Rule::paced));
 }
 

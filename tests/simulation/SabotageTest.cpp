@@ -20,7 +20,7 @@ Breaches breaches(Sabotage::Kind kind, bool goesOn = false) {
     options.sabotage.kind = kind;
     options.sabotage.after = 3;
     options.goesOn = goesOn;
-    const Outcome outcome = simulated(seed, options);
+    const Outcome outcome = simulate(seed, options);
     found.attributed += outcome.isBroken(Rule::attributed);
     found.repaired += outcome.isBroken(Rule::repaired);
     found.settled += outcome.isBroken(Rule::settled);
@@ -65,7 +65,7 @@ TEST(Sabotage, theReportNamesTheSeedTheRuleAndTheLastEvents) {
   Options options;
   options.sabotage.kind = Sabotage::dropsRepair;
   U64 seed = 1;
-  while (simulated(seed, options).failure.empty()) ++seed;
+  while (simulate(seed, options).failure.empty()) ++seed;
   const std::string text = report(seed, options);
   EXPECT_NE(text.find("seed " + std::to_string(seed) + ": rule \"attributed\" broken at "),
             std::string::npos)

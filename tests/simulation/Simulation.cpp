@@ -33,10 +33,10 @@ void run(Random& random, Journal& journal, Sabotage& sabotage, Outcome& outcome)
   Driver driver(system, random, journal);
   try {
     const AssertionsCaught caught;
-    driver.begins();
+    driver.begin();
     for (U32 round = random.between(12, 20); round > 0 && !journal.isOver(); --round)
       driver.round();
-    if (!journal.isOver()) driver.ends();
+    if (!journal.isOver()) driver.end();
   } catch (const LibraryAsserted& asserted) {
     journal.broken(Rule::paced, "the library asserts " + asserted.condition);
   } catch (const std::exception& exception) {
@@ -49,7 +49,7 @@ void run(Random& random, Journal& journal, Sabotage& sabotage, Outcome& outcome)
 
 }  // namespace
 
-Outcome simulated(U64 seed, const Options& options) {
+Outcome simulate(U64 seed, const Options& options) {
   Random random(seed);
   Journal journal(options.keptLines, options.echo, options.goesOn);
   Sabotage sabotage = options.sabotage;
@@ -66,9 +66,9 @@ Outcome simulated(U64 seed, const Options& options) {
 std::string report(U64 seed, const Options& options) {
   Options again = options;
   again.keptLines = 20;
-  const Outcome outcome = simulated(seed, again);
+  const Outcome outcome = simulate(seed, again);
   std::string text =
-      formatted("seed %llu: ", static_cast<unsigned long long>(seed)) + outcome.failure + "\n";
+      format("seed %llu: ", static_cast<unsigned long long>(seed)) + outcome.failure + "\n";
   for (const std::string& line : outcome.lines) text += line + "\n";
   return text + "Again, with every event: UMBRA_SIMULATION_SEED=" + std::to_string(seed) +
          " simulation-tests\n";

@@ -31,7 +31,7 @@ struct Outcome {
 };
 
 // The same seed and options give the same outcome, whatever the width and the compiler.
-Outcome simulated(U64 seed, const Options& options = {});
+Outcome simulate(U64 seed, const Options& options = {});
 
 // What failed in the run of that seed, with its last events; for a run that failed.
 std::string report(U64 seed, const Options& options = {});

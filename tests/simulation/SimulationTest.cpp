@@ -30,7 +30,7 @@ void printed(const std::array<U64, eventKinds>& counts) {
 TEST(Simulation, everyRuleHoldsAndEveryEventIsMet) {
   if (std::getenv("UMBRA_SIMULATION_SEED") != nullptr) {
     const U64 seed = number("UMBRA_SIMULATION_SEED", 0);
-    const Outcome outcome = simulated(seed, {&std::cout, 1, {}});
+    const Outcome outcome = simulate(seed, {&std::cout, 1, {}});
     std::printf("seed %llu: hash 0x%016llx, %.0f simulated seconds\n",
                 static_cast<unsigned long long>(seed),
                 static_cast<unsigned long long>(outcome.hash), outcome.time);
@@ -42,7 +42,7 @@ TEST(Simulation, everyRuleHoldsAndEveryEventIsMet) {
   U64 passes = 0;
   std::array<U64, eventKinds> counts{};
   for (U64 seed = 1; seed <= seeds; ++seed) {
-    const Outcome outcome = simulated(seed);
+    const Outcome outcome = simulate(seed);
     if (!outcome.failure.empty()) FAIL() << report(seed);
     time += outcome.time;
     jumped += outcome.jumped;
@@ -74,11 +74,10 @@ TEST(Simulation, theSameSeedGivesTheSameEventsEverywhere) {
   };
   U64 seed = 0;
   for (const U64 wanted : golden) {
-    const U64 hash = simulated(++seed).hash;
-    EXPECT_EQ(hash, wanted) << formatted("seed %llu: 0x%016llx",
-                                         static_cast<unsigned long long>(seed),
-                                         static_cast<unsigned long long>(hash));
-    EXPECT_EQ(simulated(seed).hash, hash) << "in the second run of seed " << seed;
+    const U64 hash = simulate(++seed).hash;
+    EXPECT_EQ(hash, wanted) << format("seed %llu: 0x%016llx", static_cast<unsigned long long>(seed),
+                                      static_cast<unsigned long long>(hash));
+    EXPECT_EQ(simulate(seed).hash, hash) << "in the second run of seed " << seed;
   }
 }
 

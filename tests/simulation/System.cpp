@@ -11,7 +11,7 @@ namespace {
 constexpr U32 entrySizes[] = {1, 2, 4, 8, 4, 3, 6, 12, 16, 4, 32};
 constexpr U32 chipIds[] = {0, 3, 4, 0xffffffff};
 
-U32 strideDrawn(Random& random, U32 entrySize) {
+U32 drawStride(Random& random, U32 entrySize) {
   switch (random.below(6)) {
     case 0:
       return entrySize + random.between(1, 5);
@@ -24,7 +24,7 @@ U32 strideDrawn(Random& random, U32 entrySize) {
   }
 }
 
-U32 entriesDrawn(Random& random) {
+U32 drawEntries(Random& random) {
   const U32 kind = random.below(20);
   return kind < 4    ? random.between(1, 3)
          : kind < 19 ? random.between(4, 40)
@@ -46,8 +46,8 @@ System::System(Random& random, Journal& journal, Sabotage& sabotage)
   Hardware::umbraTrace().levelUpToIs(random.chance(12) ? 9 : 0);
   shadow = Hardware::hardwareShadowFactory(loop_.activity, loop_.clock);
   const U32 chips = random.between(2, 4);
-  for (U32 i = 0; i < chips; ++i) chipMade(random);
-  for (U32 i = 0; i < ledger.regions(); ++i) settingsDrawn(random, i);
+  for (U32 i = 0; i < chips; ++i) makeChip(random);
+  for (U32 i = 0; i < ledger.regions(); ++i) drawSettings(random, i);
 }
 
 System::~System() {
@@ -57,17 +57,17 @@ System::~System() {
   Zint::traceSinkIs(sinkBefore_);
 }
 
-void System::chipMade(Random& random) {
+void System::makeChip(Random& random) {
   const U32 number = chips();
   const U32 regions = random.between(1, 4);
   std::vector<Layout> layouts;
   U32 offset = 4 * random.below(8);
   for (U32 i = 0; i < regions; ++i) {
     Layout layout{
-        formatted("chip%u.region%u", number, i), number, offset, 0, 0, 0, Way::chipAccess, 0};
-    layout.entries = entriesDrawn(random);
+        format("chip%u.region%u", number, i), number, offset, 0, 0, 0, Way::chipAccess, 0};
+    layout.entries = drawEntries(random);
     layout.entrySize = random.oneOf(entrySizes);
-    layout.stride = strideDrawn(random, layout.entrySize);
+    layout.stride = drawStride(random, layout.entrySize);
     const U32 way = random.below(3);
     if (way == 1) {
       layout.way = Way::statusAccess;
@@ -80,15 +80,15 @@ void System::chipMade(Random& random) {
     layouts.push_back(layout);
   }
   chips_.push_back(std::make_unique<Chip>(number, offset + 0x100, ledger));
-  ledger.chipAdded(chips_.back().get());
+  ledger.addChip(chips_.back().get());
   if (random.chance(50)) {
     for (U32 i = 0; i < offset; ++i) chips_.back()->memory()[i] = random.byte();
   }
   registers_.push_back(Zint::makePtr<ChipRegisters>(*chips_.back()));
-  for (const Layout& layout : layouts) regionMade(random, layout);
+  for (const Layout& layout : layouts) makeRegion(random, layout);
 }
 
-void System::regionMade(Random& random, const Layout& drawn) {
+void System::makeRegion(Random& random, const Layout& drawn) {
   Layout layout = drawn;
   Chip& onChip = chip(layout.chip);
   Hardware::ChipHam::Ptr ham;
@@ -105,7 +105,7 @@ void System::regionMade(Random& random, const Layout& drawn) {
   } else {
     ham = Zint::makePtr<ChipAccess>(layout.name, onChip, layout.stride, interruption_);
   }
-  ledger.regionAdded(layout);
+  ledger.addRegion(layout);
   const Hardware::ChipMemory::Ptr made =
       Hardware::chipMemoryFactory(layout.name, address(ledger.regions() - 1, 0), layout.entries,
                                   layout.entrySize, layout.stride, ham);
@@ -114,7 +114,7 @@ void System::regionMade(Random& random, const Layout& drawn) {
   made->indirectCmdRegAddrIs(random.below(0x1000));
 }
 
-void System::settingsDrawn(Random& random, U32 number) {
+void System::drawSettings(Random& random, U32 number) {
   Book& book = ledger.book(number);
   Hardware::ChipMemory& cm = *regions_[number];
   book.readFromCache = random.chance(80);
@@ -158,27 +158,27 @@ void System::sliceIs(U32 entries, Zint::Seconds pause) {
   reader_->readIntervalIs(pause);
 }
 
-void System::interruptedBy(std::function<void()> work, U32 after) {
+void System::interruptAfter(std::function<void()> work, U32 after) {
   interruption_.after = after;
   interruption_.work = [this, work = std::move(work)] {
     // A client reads the chip by itself: no work for it.
     if (!sabotage_.inTurn) return;
     sabotage_.inTurn = false;
-    ledger.interruptionBegins();
+    ledger.beginInterruption();
     work();
-    ledger.interruptionEnds();
+    ledger.endInterruption();
     sabotage_.inTurn = true;
   };
 }
 
 void System::turnAt(Zint::Seconds time) {
   journal_.timeIs(time);
-  ledger.turnBegins();
+  ledger.beginTurn();
   sabotage_.inTurn = true;
   loop_.turnAt(time);
   sabotage_.inTurn = false;
-  ledger.turnEnds(time);
-  if (ledger.passEnded()) compared();
+  ledger.endTurn(time);
+  if (ledger.hasPassEnded()) compared();
 }
 
 bool System::turnBefore(Zint::Seconds until) {
@@ -225,14 +225,14 @@ void System::compared() {
 }
 
 void System::traceLine(const Zint::TraceLine& line) {
-  journal_.traced(line.level, line.text);
+  journal_.recordTrace(line.level, line.text);
   if (line.level != 0) return;
   if (startsWith(line.text, "HardwareShadow::doStartAudit")) {
-    ledger.passStarted(now());
+    ledger.startPass(now());
   } else if (startsWith(line.text, "HardwareShadow::doAuditChips")) {
-    ledger.compared();
+    ledger.comparePass();
   } else if (startsWith(line.text, "Difference found in entry ")) {
-    ledger.differenceReported();
+    ledger.countDifference();
   }
 }
 

@@ -12,9 +12,11 @@
 #include "fakes/ManualLoop.h"
 #include "simulation/Access.h"
 #include "simulation/Ledger.h"
-#include "simulation/Random.h"
+#include "support/Random.h"
 
 namespace Simulation {
+
+using Support::Random;
 
 class System : public Zint::TraceSink {
  public:
@@ -32,7 +34,7 @@ class System : public Zint::TraceSink {
   U32 totalEntries() const { return totalEntries_; }
 
   Zint::Seconds now() const { return loop_.clock->time(); }
-  // Runs the next wake-up that comes before `until`; false when there is none.
+  // Runs the next wake-up that is due before `until`; false when there is none.
   bool turnBefore(Zint::Seconds until);
   void runFor(Zint::Seconds duration);
   // Moves the clock on past every wake-up on the way.
@@ -41,8 +43,8 @@ class System : public Zint::TraceSink {
   void stateIs(State state);
   void sliceIs(U32 entries, Zint::Seconds pause);
   // In the middle of the audit's reading, after so many further entries.
-  void interruptedBy(std::function<void()> work, U32 after);
-  // One that still waits does not come any more.
+  void interruptAfter(std::function<void()> work, U32 after);
+  // One that is still pending is dropped.
   void interruptionDel() { interruption_.work = nullptr; }
   // Compares the library's buffers and counters with the ledger.
   void compared();
@@ -50,9 +52,9 @@ class System : public Zint::TraceSink {
   void traceLine(const Zint::TraceLine& line) override;
 
  private:
-  void chipMade(Random& random);
-  void regionMade(Random& random, const Layout& layout);
-  void settingsDrawn(Random& random, U32 number);
+  void makeChip(Random& random);
+  void makeRegion(Random& random, const Layout& layout);
+  void drawSettings(Random& random, U32 number);
   void turnAt(Zint::Seconds time);
 
   Journal& journal_;

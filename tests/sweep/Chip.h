@@ -23,16 +23,16 @@ class Chip : public Fru::HamImpl {
   static constexpr U32 registers = 512;
 
   void read(U32 address, U32* value) override {
-    accessed();
+    countAccess();
     *value = word(address);
   }
   void write(U32 address, U32 value) override {
-    accessed();
+    countAccess();
     word(address) = value;
   }
 
   // Counts one access, and throws before it has any effect when it is the one that is to fail.
-  void accessed() {
+  void countAccess() {
     if (++accesses != failing) return;
     failed = true;
     switch (thrown) {
@@ -79,21 +79,23 @@ class SevenBitHam : public Hardware::ChipHam {
     }
   }
   bool doCompare(U8* a, U8* b, U32 bytes) const override {
-    chip_->accessed();
+    chip_->countAccess();
     for (U32 i = 0; i < bytes; ++i) {
       if (((a[i] ^ b[i]) & 0x7f) != 0) return false;
     }
     return true;
   }
-  bool doReadToCache(U8* to, U8* from, U32 bytes) const override { return copied(to, from, bytes); }
-  bool doWriteToCache(U8* to, U8* from, U32 bytes) override { return copied(to, from, bytes); }
+  bool doReadToCache(U8* to, U8* from, U32 bytes) const override {
+    return copyBytes(to, from, bytes);
+  }
+  bool doWriteToCache(U8* to, U8* from, U32 bytes) override { return copyBytes(to, from, bytes); }
   bool doReadFromCache(U8* to, U8* from, U32 bytes) const override {
-    return copied(to, from, bytes);
+    return copyBytes(to, from, bytes);
   }
 
  private:
-  bool copied(U8* to, const U8* from, U32 bytes) const {
-    chip_->accessed();
+  bool copyBytes(U8* to, const U8* from, U32 bytes) const {
+    chip_->countAccess();
     for (U32 i = 0; i < bytes; ++i) to[i] = from[i] & 0x7f;
     return true;
   }

@@ -1,4 +1,4 @@
-// The allocator's functions stand in the program itself, so that they are found before those of the
+// The allocator's functions are defined in the program, so that they are found before those of the
 // C and C++ libraries. A sanitizer's, where there is one, do the work.
 #include "Memory.h"
 
@@ -21,7 +21,7 @@ void __interceptor_free(void* block) __attribute__((weak));
 namespace Sweep::Memory {
 namespace {
 
-// Open addressing: a block stands at its own slot or behind it, without a gap.
+// Open addressing: a block is at its own slot or after it, without a gap.
 struct Entry {
   void* block;
   U64 number;
@@ -39,33 +39,33 @@ constinit bool anyRefused = false;
 std::size_t slotOf(const void* block) {
   return (reinterpret_cast<std::uintptr_t>(block) >> 3) * 2654435761u % slots;
 }
-std::size_t behind(std::size_t slot) { return (slot + 1) % slots; }
+std::size_t slotAfter(std::size_t slot) { return (slot + 1) % slots; }
 
-void entered(void* block, U64 number) {
+void enterBlock(void* block, U64 number) {
   if (live > slots / 2) {
     std::fputs("the account of the sweep's blocks is full\n", stderr);
     std::abort();
   }
   std::size_t slot = slotOf(block);
-  while (account[slot].block != nullptr) slot = behind(slot);
+  while (account[slot].block != nullptr) slot = slotAfter(slot);
   account[slot] = {block, number};
   ++live;
 }
 
-void left(const void* block) {
+void removeBlock(const void* block) {
   std::size_t slot = slotOf(block);
   while (account[slot].block != block) {
     if (account[slot].block == nullptr) return;
-    slot = behind(slot);
+    slot = slotAfter(slot);
   }
   account[slot] = {};
   --live;
-  // What stands behind the gap is entered again.
-  for (slot = behind(slot); account[slot].block != nullptr; slot = behind(slot)) {
+  // What follows the gap is entered again.
+  for (slot = slotAfter(slot); account[slot].block != nullptr; slot = slotAfter(slot)) {
     const Entry moved = account[slot];
     account[slot] = {};
     --live;
-    entered(moved.block, moved.number);
+    enterBlock(moved.block, moved.number);
   }
 }
 
@@ -80,7 +80,7 @@ bool refuses() {
 }
 
 void* counted(void* block) {
-  if (isCounting && block != nullptr) entered(block, asked);
+  if (isCounting && block != nullptr) enterBlock(block, asked);
   return block;
 }
 
@@ -113,7 +113,7 @@ void begin(Refusal refusal, U64 number) {
   asked = 0;
   anyRefused = false;
 }
-void refusalEnds() { plan = Refusal::none; }
+void endRefusal() { plan = Refusal::none; }
 U64 blocksAsked() { return asked; }
 bool refused() { return anyRefused; }
 std::size_t blocksLive() { return live; }
@@ -151,7 +151,7 @@ void* calloc(std::size_t count, std::size_t size) {
 
 void free(void* block) {
   if (block == nullptr) return;
-  if (Sweep::Memory::live != 0) Sweep::Memory::left(block);
+  if (Sweep::Memory::live != 0) Sweep::Memory::removeBlock(block);
   __interceptor_free != nullptr ? __interceptor_free(block) : __libc_free(block);
 }
 

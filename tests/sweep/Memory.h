@@ -14,10 +14,10 @@ namespace Sweep::Memory {
 enum class Refusal { none, once, fromThenOn };
 
 // A new count: numbers begin at 1, and the account is empty. Block `number` is refused, or that one
-// and all behind it.
+// and all after it.
 void begin(Refusal refusal, U64 number);
 // Memory is back; counting goes on.
-void refusalEnds();
+void endRefusal();
 
 U64 blocksAsked();  // since begin()
 bool refused();     // whether any was

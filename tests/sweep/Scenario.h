@@ -1,4 +1,4 @@
-// A story told in steps, each of which can fail and be taken up again.
+// A sequence of steps, each of which can fail and be repeated.
 #pragma once
 
 #include <ostream>
@@ -15,14 +15,14 @@ enum class Reach { caller, handler };
 
 struct Step {
   const char* name;
-  // True when all is done that the step stands for.
+  // True when the step is completely done.
   bool (*run)(World&);
   // What the owner does after the step has failed or was left undone; null: the step once more.
-  bool (*recovered)(World&) = nullptr;
+  bool (*recover)(World&) = nullptr;
   Reach reach = Reach::caller;
   // Checks what is laid down for the moment after an access has failed; `access` is its number in
   // the step, from 1 on.
-  void (*documented)(World&, U32 access) = nullptr;
+  void (*checkFailure)(World&, U32 access) = nullptr;
 };
 
 struct Scenario {

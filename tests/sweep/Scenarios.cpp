@@ -1,5 +1,5 @@
 // The scenarios of writes, reads, passes and regions; those of the collections and of the exchange
-// of parts stand in ScenariosOfParts.cpp.
+// of parts are in ScenariosOfParts.cpp.
 #include "ScenariosOfParts.h"
 #include "Steps.h"
 
@@ -19,7 +19,7 @@ bool read(World& w) {
   return w.read(w.*region, entry, w.answer);
 }
 template <Region region, U32 entry>
-void stillUnknown(World& w, U32) {
+void expectStillUnknown(World& w, U32) {
   EXPECT_FALSE((w.*region)->entryInitialized(entry));
 }
 
@@ -27,7 +27,7 @@ void stillUnknown(World& w, U32) {
 
 // The access of number 1 is the copy into the cached form, the second the chip's.
 template <U32 entry>
-void derivedWriteFailed(World& w, U32 access) {
+void expectDerivedWriteFailed(World& w, U32 access) {
   EXPECT_EQ(w.c->entryInitialized(entry), access > 1);
   EXPECT_EQ(w.chip->word(0x200 + 4 * entry), 0u);
 }
@@ -35,7 +35,7 @@ void derivedWriteFailed(World& w, U32 access) {
 // --- The chip's own life ---
 
 template <U32 address, U32 value>
-bool chipChanges(World& w) {
+bool changeChip(World& w) {
   w.chip->word(address) = value;
   return true;
 }
@@ -48,7 +48,7 @@ bool clearRange(World& w) {
   return true;
 }
 // Entries are cleared one after the other; the one whose access failed is cleared in the shadow.
-void clearedUpTo(World& w, U32 access) {
+void expectClearedUpTo(World& w, U32 access) {
   const U32 failed = clearedFrom + access - 1;
   for (U32 e = clearedFrom; e <= clearedTo; ++e) {
     U32 held = 0;
@@ -78,7 +78,7 @@ bool unconfigured(World& w) {
 bool configured(World& w) { return w.configured(); }
 
 template <Region region, U32 entries>
-bool entriesAre(World& w) {
+bool setEntries(World& w) {
   const ChipMemory::Ptr cm = w.*region;
   w.staleStore = true;  // the attribute keeps its value when there is no memory for the store
   cm->entriesIs(entries);
@@ -86,7 +86,7 @@ bool entriesAre(World& w) {
   return true;
 }
 template <Region region, U32 entries>
-bool entriesCompleted(World& w) {
+bool completeEntries(World& w) {
   (w.*region)->entriesIs(entries);
   (w.*region)->handleShadowStoreNeeded();
   w.staleStore = false;
@@ -102,29 +102,29 @@ bool auditEnabled(World& w) {
 }
 // The attribute is set, the membership is not: asked for from the start.
 template <Region region, bool audited>
-bool auditEnabledAgain(World& w) {
+bool enableAuditAgain(World& w) {
   w.shadow->chipMemoryAuditEnabledIs(w.*region, !audited);
   return auditEnabled<region, audited>(w);
 }
 
 // --- An observer that touches the chip ---
 
-bool modeObserved(World& w) {
+bool observeMode(World& w) {
   return made(w.modeObserver, [&] { return Zint::makePtr<ModeObserver>(w.activity, w.a); });
 }
 template <ChipMemory::ChipMemoryMode mode>
-bool observedModeIs(World& w) {
+bool setObservedMode(World& w) {
   const U32 before = w.modeObserver->told;
   modeIs<a, mode>(w);
   return w.modeObserver->told == before + 1;
 }
 template <ChipMemory::ChipMemoryMode mode>
-bool observerRepeats(World& w) {
-  modeCompleted<a, mode>(w);
+bool repeatForObserver(World& w) {
+  completeMode<a, mode>(w);
   w.modeObserver->onMode();
   return true;
 }
-void observerWasTold(World& w, U32) { EXPECT_EQ(w.modeObserver->reported, 1u); }
+void expectObserverReported(World& w, U32) { EXPECT_EQ(w.modeObserver->reported, 1u); }
 
 }  // namespace
 
@@ -142,22 +142,22 @@ const std::vector<Scenario>& scenarios() {
          onWorld({{"write", write<a, 5, 77>, writeAudited<a, 5, 77>},
                   {"bulk", write<b, 3, 90, 8>, writeAudited<b, 3, 90, 8>}})},
         {"derived access method", onWorld({{"write", write<c, 1, 0x11>, rewrite<c, 1, 0x11>,
-                                            Reach::caller, derivedWriteFailed<1>},
+                                            Reach::caller, expectDerivedWriteFailed<1>},
                                            {"hit", write<c, 1, 0x11>, rewrite<c, 1, 0x11>},
                                            {"bulk", write<c, 2, 0x21, 3>, rewrite<c, 2, 0x21, 3>},
                                            {"read", read<c, 3>},
-                                           {"the chip differs", chipChanges<0x204, 0x55>},
-                                           {"the chip has more", chipChanges<0x214, 0x66>},
+                                           {"the chip differs", changeChip<0x204, 0x55>},
+                                           {"the chip has more", changeChip<0x214, 0x66>},
                                            audits("pass"),
                                            {"idle", idle},
                                            {"read what was learnt", read<c, 5>}})},
         {"reads",
-         onWorld({{"the chip holds", chipChanges<0x1c, 0x77>},
-                  {"from the chip", read<a, 7>, nullptr, Reach::caller, stillUnknown<a, 7>},
+         onWorld({{"the chip holds", changeChip<0x1c, 0x77>},
+                  {"from the chip", read<a, 7>, nullptr, Reach::caller, expectStillUnknown<a, 7>},
                   {"from the shadow", read<a, 7>},
-                  {"an empty one", read<a, 8>, nullptr, Reach::caller, stillUnknown<a, 8>}})},
-        {"learning", onWorld({{"the chip holds", chipChanges<0x08, 0x88>},
-                              {"the chip holds", chipChanges<0x10c, 0x99>},
+                  {"an empty one", read<a, 8>, nullptr, Reach::caller, expectStillUnknown<a, 8>}})},
+        {"learning", onWorld({{"the chip holds", changeChip<0x08, 0x88>},
+                              {"the chip holds", changeChip<0x10c, 0x99>},
                               audits("pass"),
                               {"idle", idle},
                               {"read", read<a, 2>}})},
@@ -165,29 +165,29 @@ const std::vector<Scenario>& scenarios() {
                             writes<b, 0, 41, 6>("wide write"),
                             audits("pass"),
                             {"idle", idle},
-                            {"damage", chipChanges<0x08, 0xbad>},
-                            {"damage", chipChanges<0x10, 0xbad>},
-                            {"damage", chipChanges<0x10c, 0xbad>},
+                            {"damage", changeChip<0x08, 0xbad>},
+                            {"damage", changeChip<0x10, 0xbad>},
+                            {"damage", changeChip<0x10c, 0xbad>},
                             audits("repairing pass"),
                             {"idle", idle},
                             audits("last pass"),
                             {"idle", idle}})},
         {"write-back", onWorld({writes<a, 3, 51, 2>("write"),
                                 writes<a, 9, 53>("write"),
-                                {"the chip forgets", chipChanges<0x0c, 0>},
+                                {"the chip forgets", changeChip<0x0c, 0>},
                                 {"initialized only", writeback<a, true>},
                                 {"whole", writeback<b, false>},
                                 {"whole, derived", writeback<c, false>}})},
         {"clear range with write-through",
          onWorld({writes<a, 0, 61, 12>("write"),
-                  {"clear range", clearRange, nullptr, Reach::caller, clearedUpTo},
+                  {"clear range", clearRange, nullptr, Reach::caller, expectClearedUpTo},
                   {"clear", clear}})},
         {"modes", onWorld({{"buffered", modeIs<a, ChipMemory::buffered_>,
-                            modeCompleted<a, ChipMemory::buffered_>},
+                            completeMode<a, ChipMemory::buffered_>},
                            {"buffered write", write<a, 6, 71, 3>},
                            changesMode<a, ChipMemory::normal_>("normal"),
                            {"override", modeIs<b, ChipMemory::override_>,
-                            modeCompleted<b, ChipMemory::override_>},
+                            completeMode<b, ChipMemory::override_>},
                            {"overridden write", write<b, 1, 73, 2>},
                            {"overridden read", read<b, 1>},
                            changesMode<b, ChipMemory::buffered_>("buffered from override"),
@@ -197,29 +197,30 @@ const std::vector<Scenario>& scenarios() {
                            {"idle", idle}})},
         {"entries", onWorld({writes<b, 7, 81, 2>("write"),
                              {"unconfigured", unconfigured},
-                             {"fewer", entriesAre<b, 5>, entriesCompleted<b, 5>},
+                             {"fewer", setEntries<b, 5>, completeEntries<b, 5>},
                              {"configured", configured},
                              writes<b, 4, 83, 2>("write"),
                              audits("pass"),
                              {"idle", idle},
                              {"unconfigured", unconfigured},
-                             {"as many as before", entriesAre<b, 9>, entriesCompleted<b, 9>},
+                             {"as many as before", setEntries<b, 9>, completeEntries<b, 9>},
                              {"configured", configured},
                              audits("pass"),
                              {"idle", idle}})},
         {"audit of single regions",
-         onWorld({{"off", auditEnabled<a, false>, auditEnabledAgain<a, false>},
+         onWorld({{"off", auditEnabled<a, false>, enableAuditAgain<a, false>},
                   audits("pass"),
                   {"idle", idle},
-                  {"on", auditEnabled<a, true>, auditEnabledAgain<a, true>},
+                  {"on", auditEnabled<a, true>, enableAuditAgain<a, true>},
                   audits("pass"),
                   {"idle", idle}})},
         {"an observer that touches the chip",
-         onWorld({{"observer", modeObserved},
-                  {"buffered", observedModeIs<ChipMemory::buffered_>,
-                   observerRepeats<ChipMemory::buffered_>, Reach::handler, observerWasTold},
-                  {"override", observedModeIs<ChipMemory::override_>,
-                   observerRepeats<ChipMemory::override_>, Reach::handler, observerWasTold}})},
+         onWorld(
+             {{"observer", observeMode},
+              {"buffered", setObservedMode<ChipMemory::buffered_>,
+               repeatForObserver<ChipMemory::buffered_>, Reach::handler, expectObserverReported},
+              {"override", setObservedMode<ChipMemory::override_>,
+               repeatForObserver<ChipMemory::override_>, Reach::handler, expectObserverReported}})},
     };
     scenariosOfParts(list);
     return list;

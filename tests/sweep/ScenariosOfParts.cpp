@@ -21,48 +21,48 @@ bool configured(World& w) { return w.configured(); }
 
 const ChipAddress spareAddress(1, 0x300);
 
-bool spareMade(World& w) {
+bool makeSpare(World& w) {
   made(w.spare, [&] {
     return Hardware::chipMemoryFactory("the spare region, of another memory", spareAddress, 4, 4, 4,
                                        w.ham);
   });
   return w.shadowed(w.spare);
 }
-bool spareRegistered(World& w) {
+bool registerSpare(World& w) {
   w.shadow->chipMemoryIs(w.spare);
   return true;
 }
-bool spareWritten(World& w) {
+bool writeSpare(World& w) {
   const ChipAddress address = spareAddress.plus(8);
   const ChipMemory::Ptr found = w.shadow->findChipMemory(address, 4);
   if (found == nullptr) return false;
   return w.written(found, found->entryIndexFromAddress(address), 0x5a5a);
 }
-bool spareRemoved(World& w) {
+bool removeSpare(World& w) {
   w.shadow->overrideHardwareIs(true);
   w.shadow->chipMemoryDel(spareAddress);
   w.shadow->overrideHardwareIs(false);
   return w.shadow->chipMemory(spareAddress) == nullptr;
 }
-bool spareOverridden(World& w) {
+bool overrideSpare(World& w) {
   w.spare->modeIs(ChipMemory::override());
   return true;
 }
-bool overrideOnlyRemoved(World& w) {
+bool removeOverrideOnly(World& w) {
   w.shadow->removeOverrideOnlyChipMem();
   return w.shadow->chipMemory(spareAddress) == nullptr;
 }
 // Another region at the first one's address takes its place, and gives it back.
-bool replaced(World& w) {
+bool replaceRegion(World& w) {
   const ChipMemory::Ptr twin =
       Hardware::chipMemoryFactory("a twin of the first region", w.a->address(), 20, 4, 4, w.ham);
   w.shadow->chipMemoryIs(twin);
   w.shadow->chipMemoryIs(w.a);
   return w.shadow->chipMemory(w.a->address()) == w.a;
 }
-bool replacedAgain(World& w) {
+bool replaceRegionAgain(World& w) {
   w.shadow->chipMemoryIs(w.a);
-  return replaced(w);
+  return replaceRegion(w);
 }
 
 // --- Directory ---
@@ -70,11 +70,11 @@ bool replacedAgain(World& w) {
 constexpr const char* tableName = "a table that is known by its long name";
 constexpr const char* otherName = "another table with a name as long as that";
 
-bool directoryMade(World& w) {
+bool makeDirectory(World& w) {
   return made(w.directory,
               [] { return Hardware::chipMemoryBogonFactory("the directory of the sweep"); });
 }
-bool directoryObserved(World& w) {
+bool observeDirectory(World& w) {
   return made(w.directoryObserver,
               [&] { return Zint::makePtr<DirectoryObserver>(w.activity, w.directory); });
 }
@@ -98,22 +98,22 @@ bool tableIs(World& w, const char* name, U64 address, U32 entries, U32 stride) {
   return changing(
       w, [&] { w.directory->chipMemoryIs(name, ChipAddress(address), entries, 4, stride, w.ham); });
 }
-bool tablesMade(World& w) {
+bool makeTables(World& w) {
   tableIs(w, tableName, 0x400, 12, 4);
   return tableIs(w, otherName, 0x500, 6, 4);
 }
-bool tableShadowed(World& w) { return w.shadowed(w.directory->chipMemory(tableName)); }
-bool tableGrown(World& w) {
+bool shadowTable(World& w) { return w.shadowed(w.directory->chipMemory(tableName)); }
+bool growTable(World& w) {
   w.staleStore = true;
   tableIs(w, tableName, 0x400, 14, 4);
   w.staleStore = false;
   return true;
 }
-bool tableGrownAgain(World& w) {
+bool growTableAgain(World& w) {
   w.directory->chipMemory(tableName)->handleShadowStoreNeeded();
-  return tableGrown(w);
+  return growTable(w);
 }
-bool tableRefused(World& w) {
+bool refuseTable(World& w) {
   try {
     tableIs(w, tableName, 0x400, 14, 8);
   } catch (const Zint::NameInUseException&) {
@@ -121,48 +121,48 @@ bool tableRefused(World& w) {
   }
   return false;
 }
-bool tableCleared(World& w) {
+bool clearTable(World& w) {
   const ChipMemory::Ptr table = w.directory->chipMemory(tableName);
   table->doClear();
   std::memset(table->shadow()->data(), 0x31, 8);
   table->writeback(false);
   return true;
 }
-bool otherDeleted(World& w) {
+bool deleteOther(World& w) {
   return changing(w, [&] { w.directory->chipMemoryDel(otherName); });
 }
-bool allDeleted(World& w) {
+bool deleteAll(World& w) {
   return changing(w, [&] { w.directory->chipMemoryDelAll(); });
 }
 
 // --- An own request and its reader ---
 
-bool requestMade(World& w) {
+bool makeRequest(World& w) {
   return made(w.ownRequest,
               [] { return Hardware::chipReadRequestFactory("a request of one's own"); });
 }
-bool requestFilled(World& w) {
+bool fillRequest(World& w) {
   w.chip->word(0x10) = 0x1111;
   for (const ChipMemory::Ptr& cm : {w.a, w.b}) w.ownRequest->chipMemoryIs(cm);
   return w.ownRequest->chipMemorys() == 2;
 }
-bool ownReaderMade(World& w) {
+bool makeOwnReader(World& w) {
   return made(w.ownReader, [&] {
     return Hardware::chipReaderFactory(w.activity, w.ownRequest, w.clock, 11, 0.5);
   });
 }
-bool requestRead(World& w) {
+bool readRequest(World& w) {
   w.ownRequest->statusIs(ChipReadRequest::none_);
   w.ownRequest->stateIs(ChipReadRequest::start_);
   w.run([&] { return w.ownRequest->status() == ChipReadRequest::done_; });
   std::memcpy(&w.answer, w.a->hardware()->data() + 0x10, 4);
   return w.ownRequest->status() == ChipReadRequest::done_;
 }
-bool requestReadAgain(World& w) {
+bool readRequestAgain(World& w) {
   w.ownRequest->stateIs(ChipReadRequest::stop_);
-  return requestRead(w);
+  return readRequest(w);
 }
-void readingStandsStill(World& w, U32 access) {
+void expectReadingStopped(World& w, U32 access) {
   EXPECT_EQ(w.ownRequest->status(), ChipReadRequest::none_);
   EXPECT_EQ(w.activity->wakeTime(), Zint::never);
   ASSERT_NE(w.ownReader->currentChipMemory(), nullptr);
@@ -171,7 +171,7 @@ void readingStandsStill(World& w, U32 access) {
   EXPECT_LT(entries, w.ownReader->currentChipMemory()->entries());
   EXPECT_LT(entries, access);
 }
-bool requestEmptied(World& w) {
+bool emptyRequest(World& w) {
   w.ownRequest->stateIs(ChipReadRequest::stop_);
   w.ownRequest->chipMemoryDelAll();
   return w.ownRequest->chipMemorys() == 0;
@@ -179,26 +179,26 @@ bool requestEmptied(World& w) {
 
 // --- Exchange of parts ---
 
-bool otherClockMade(World& w) {
+bool makeOtherClock(World& w) {
   made(w.otherClock, [] { return Zint::manualClockFactory("another clock of the sweep"); });
   w.keepsClock = true;
   return true;
 }
-bool clocksReplaced(World& w) {
+bool replaceClocks(World& w) {
   w.shadow->clockIs(w.otherClock);
   w.reader->clockIs(w.otherClock);
   w.shadow->clockIs(w.clock);
   w.reader->clockIs(w.clock);
   return true;
 }
-bool requestsReplaced(World& w) {
+bool replaceRequests(World& w) {
   w.keepsRequest = true;
-  requestMade(w);
+  makeRequest(w);
   w.shadow->auditReadRequestIs(w.ownRequest);
   w.reader->requestIs(w.ownRequest);
   return true;
 }
-bool clocksDropped(World& w) {
+bool dropClocks(World& w) {
   w.keepsClock = false;
   w.shadow->clockDel();
   w.shadow->clockIs(w.clock);
@@ -209,18 +209,18 @@ bool clocksDropped(World& w) {
 
 // --- By name ---
 
-bool attributesByName(World& w) {
+bool setAttributesByName(World& w) {
   Zint::GenericIf_ region{Zint::Ptr<Zint::PtrInterface>(w.a)};
   region.attributeIs("readFromCache", "false");
   region.attributeIs("indirectCmdRegAddr", "4711");
   return region.attribute("indirectCmdRegAddr") == "4711" && !region.attribute("chipHam").empty();
 }
-bool operationByName(World& w) {
+bool callOperationByName(World& w) {
   Zint::GenericIf_ region{Zint::Ptr<Zint::PtrInterface>(w.a)};
   region.call("writeback", {{"initializedOnly", "true"}});
   return true;
 }
-bool collectionByName(World& w) {
+bool changeCollectionByName(World& w) {
   Zint::GenericIf_ shadow{Zint::Ptr<Zint::PtrInterface>(w.shadow)};
   return shadow.list("chipMemory").items().size() == 3;
 }
@@ -229,66 +229,66 @@ bool collectionByName(World& w) {
 
 void scenariosOfParts(std::vector<Scenario>& scenarios) {
   const std::vector<Scenario> parts = {
-      {"register and unregister", onWorld({{"spare region", spareMade},
+      {"register and unregister", onWorld({{"spare region", makeSpare},
                                            {"unconfigured", unconfigured},
-                                           {"register", spareRegistered},
-                                           {"replace", replaced, replacedAgain},
+                                           {"register", registerSpare},
+                                           {"replace", replaceRegion, replaceRegionAgain},
                                            {"configured", configured},
-                                           {"write by address", spareWritten,
+                                           {"write by address", writeSpare,
                                             [](World& w) {
-                                              spareWritten(w);
+                                              writeSpare(w);
                                               return rewrite<&World::spare, 2, 0x5a5a>(w);
                                             }},
                                            audits("pass"),
                                            {"idle", idle},
-                                           {"unregister", spareRemoved},
+                                           {"unregister", removeSpare},
                                            {"unconfigured", unconfigured},
                                            {"configured", configured},
                                            {"unconfigured", unconfigured},
-                                           {"register again", spareRegistered},
-                                           {"override", spareOverridden},
+                                           {"register again", registerSpare},
+                                           {"override", overrideSpare},
                                            {"configured", configured},
-                                           {"remove", overrideOnlyRemoved},
+                                           {"remove", removeOverrideOnly},
                                            audits("pass"),
                                            {"idle", idle}})},
-      {"directory", onWorld({{"directory", directoryMade},
-                             {"observer", directoryObserved},
-                             {"tables", tablesMade},
-                             {"shadow", tableShadowed},
-                             {"re-instantiate", tableGrown, tableGrownAgain},
-                             {"refusal", tableRefused},
-                             {"clear", tableCleared},
-                             {"delete", otherDeleted}})},
-      {"directory, emptied", onWorld({{"directory", directoryMade},
-                                      {"observer", directoryObserved},
-                                      {"tables", tablesMade},
-                                      {"shadow", tableShadowed},
-                                      {"clear", tableCleared},
-                                      {"delete all", allDeleted},
-                                      {"tables again", tablesMade}})},
+      {"directory", onWorld({{"directory", makeDirectory},
+                             {"observer", observeDirectory},
+                             {"tables", makeTables},
+                             {"shadow", shadowTable},
+                             {"re-instantiate", growTable, growTableAgain},
+                             {"refusal", refuseTable},
+                             {"clear", clearTable},
+                             {"delete", deleteOther}})},
+      {"directory, emptied", onWorld({{"directory", makeDirectory},
+                                      {"observer", observeDirectory},
+                                      {"tables", makeTables},
+                                      {"shadow", shadowTable},
+                                      {"clear", clearTable},
+                                      {"delete all", deleteAll},
+                                      {"tables again", makeTables}})},
       {"request and reader",
        onWorld(
-           {{"request", requestMade},
-            {"members", requestFilled},
-            {"reader", ownReaderMade},
-            {"read", requestRead, requestReadAgain, Reach::handler, readingStandsStill},
-            {"empty", requestEmptied},
-            {"members", requestFilled},
-            {"read again", requestRead, requestReadAgain, Reach::handler, readingStandsStill}})},
-      {"exchange of parts", onWorld({{"other clock", otherClockMade},
-                                     {"replace clocks", clocksReplaced},
+           {{"request", makeRequest},
+            {"members", fillRequest},
+            {"reader", makeOwnReader},
+            {"read", readRequest, readRequestAgain, Reach::handler, expectReadingStopped},
+            {"empty", emptyRequest},
+            {"members", fillRequest},
+            {"read again", readRequest, readRequestAgain, Reach::handler, expectReadingStopped}})},
+      {"exchange of parts", onWorld({{"other clock", makeOtherClock},
+                                     {"replace clocks", replaceClocks},
                                      {"unconfigured", unconfigured},
-                                     {"replace requests", requestsReplaced},
+                                     {"replace requests", replaceRequests},
                                      {"configured", configured},
                                      audits("pass"),
                                      {"idle", idle},
-                                     {"drop clocks", clocksDropped},
+                                     {"drop clocks", dropClocks},
                                      audits("pass"),
                                      {"idle", idle}})},
       {"by name", onWorld({writes<a, 2, 91, 2>("write"),
-                           {"attributes", attributesByName},
-                           {"operation", operationByName},
-                           {"collection", collectionByName}})},
+                           {"attributes", setAttributesByName},
+                           {"operation", callOperationByName},
+                           {"collection", changeCollectionByName}})},
       {"teardown in the middle of a pass",
        onWorld({writes<a, 2, 95, 2>("write"),
                 {"a slice",
@@ -307,7 +307,7 @@ void scenariosOfParts(std::vector<Scenario>& scenarios) {
                    w.activity->turn();
                    return w.reader->currentChipMemory() != nullptr;
                  },
-                 Reach::handler, auditStandsStill}})},
+                 Reach::handler, expectAuditStopped}})},
   };
   scenarios.insert(scenarios.end(), parts.begin(), parts.end());
 }

@@ -33,17 +33,17 @@ Plan accessFails(Thrown thrown) {
 
 // Plays the scenario with nothing failing and with its first access failing.
 std::string wrongWhenAccessFails(const Scenario& scenario, Thrown thrown = Thrown::range) {
-  EXPECT_EQ(Sweep::played(scenario, {}).wrong, "");
-  return Sweep::played(scenario, accessFails(thrown)).wrong;
+  EXPECT_EQ(Sweep::play(scenario, {}).wrong, "");
+  return Sweep::play(scenario, accessFails(thrown)).wrong;
 }
 
 // What the first wrong refusal of a block leads to; "" when none does.
 std::string wrongWhenRefused(const Scenario& scenario, Memory::Refusal refusal) {
   Plan plan;
-  const std::string clean = Sweep::played(scenario, plan).image;
+  const std::string clean = Sweep::play(scenario, plan).image;
   plan.refusal = refusal;
   for (plan.block = 1;; ++plan.block) {
-    const Outcome outcome = Sweep::played(scenario, plan);
+    const Outcome outcome = Sweep::play(scenario, plan);
     if (!outcome.wrong.empty()) return outcome.wrong;
     if (!outcome.failed) return "";
     if (outcome.image != clean) return "another end";
@@ -208,8 +208,8 @@ TEST(SweepSelf, anotherEndIsSeen) {
                                   written(w, 1);
                                   return true;
                                 }});
-  const Outcome clean = Sweep::played(counts, {});
-  const Outcome failed = Sweep::played(counts, accessFails(Thrown::number));
+  const Outcome clean = Sweep::play(counts, {});
+  const Outcome failed = Sweep::play(counts, accessFails(Thrown::number));
   EXPECT_EQ(failed.wrong, "");
   EXPECT_NE(failed.image, clean.image);
 }
@@ -217,12 +217,12 @@ TEST(SweepSelf, anotherEndIsSeen) {
 TEST(SweepSelf, failureThatIsNeverMetIsSaid) {
   Plan plan = accessFails(Thrown::range);
   plan.access = 2;
-  const Outcome outcome = Sweep::played(with({"one access",
-                                              [](World& w) {
-                                                written(w, 1);
-                                                return true;
-                                              }}),
-                                        plan);
+  const Outcome outcome = Sweep::play(with({"one access",
+                                            [](World& w) {
+                                              written(w, 1);
+                                              return true;
+                                            }}),
+                                      plan);
   EXPECT_FALSE(outcome.failed);
   EXPECT_EQ(outcome.accesses, 1u);
 }
@@ -297,7 +297,7 @@ TEST(SweepSelf, everyFormOfAllocationIsRefused) {
     Memory::begin(Memory::Refusal::fromThenOn, 1);
     EXPECT_EQ(obtained(form), nullptr) << form.name;
     EXPECT_EQ(obtained(form), nullptr) << form.name;
-    Memory::refusalEnds();
+    Memory::endRefusal();
     void* last = obtained(form);
     EXPECT_NE(last, nullptr) << form.name;
     form.freed(last);

@@ -92,12 +92,12 @@ bool audit(World& w) {
   return w.shadow->audits() == before + 1;
 }
 
-bool auditedAgain(World& w) {
+bool auditAgain(World& w) {
   w.shadow->stateIs(HardwareShadow::idle());
   return audit(w);
 }
 
-void auditStandsStill(World& w, U32) {
+void expectAuditStopped(World& w, U32) {
   EXPECT_EQ(w.shadow->state(), HardwareShadow::auditing());
   EXPECT_EQ(w.activity->wakeTime(), Zint::never);
   if (const ChipMemory::Ptr current = w.reader->currentChipMemory(); current != nullptr) {

@@ -45,7 +45,7 @@ bool writeAudited(World& w) {
 // The shadow has the value, and the audit will not take it for old; the chip lacks it from the word
 // on whose access failed.
 template <Region region, U32 entry, U32 value, U32 words = 1>
-void writtenInShadowOnly(World& w, U32 access) {
+void expectWrittenInShadowOnly(World& w, U32 access) {
   const ChipMemory& cm = *(w.*region);
   const U32 entries = words * 4 / cm.entrySize();
   for (U32 e = entry; e < entry + entries; ++e) {
@@ -63,18 +63,18 @@ void writtenInShadowOnly(World& w, U32 access) {
 template <Region region, U32 entry, U32 value, U32 words = 1>
 Step writes(const char* name) {
   return {name, write<region, entry, value, words>, rewrite<region, entry, value, words>,
-          Reach::caller, writtenInShadowOnly<region, entry, value, words>};
+          Reach::caller, expectWrittenInShadowOnly<region, entry, value, words>};
 }
 
 // --- Passes ---
 
 // The owner starts the audit; what it does runs in handlers.
 bool audit(World& w);
-bool auditedAgain(World& w);
-// The audit stands still where it was; nothing is counted or armed.
-void auditStandsStill(World& w, U32 access);
+bool auditAgain(World& w);
+// The audit stops where it was; nothing is counted or armed.
+void expectAuditStopped(World& w, U32 access);
 inline Step audits(const char* name) {
-  return {name, audit, auditedAgain, Reach::handler, auditStandsStill};
+  return {name, audit, auditAgain, Reach::handler, expectAuditStopped};
 }
 bool idle(World& w);
 
@@ -92,7 +92,7 @@ bool modeIs(World& w) {
 }
 // The mode is set: what is left are the reactions.
 template <Region region, ChipMemory::ChipMemoryMode mode>
-bool modeCompleted(World& w) {
+bool completeMode(World& w) {
   const ChipMemory::Ptr cm = w.*region;
   for (Hal::BufBase::Ptr& store : w.stores) store = nullptr;
   if (cm->mode() != mode) return modeIs<region, mode>(w);
@@ -101,7 +101,7 @@ bool modeCompleted(World& w) {
   return true;
 }
 template <Region region>
-void storeIsKept(World& w, U32) {
+void expectStoreKept(World& w, U32) {
   const ChipMemory& cm = *(w.*region);
   EXPECT_EQ(cm.mode(), ChipMemory::normal());
   EXPECT_EQ(cm.shadow(), w.stores[0]);
@@ -110,8 +110,8 @@ void storeIsKept(World& w, U32) {
 }
 template <Region region, ChipMemory::ChipMemoryMode mode>
 Step changesMode(const char* name) {
-  return {name, modeIs<region, mode>, modeCompleted<region, mode>, Reach::caller,
-          storeIsKept<region>};
+  return {name, modeIs<region, mode>, completeMode<region, mode>, Reach::caller,
+          expectStoreKept<region>};
 }
 
 }  // namespace Sweep::Steps

@@ -7,7 +7,7 @@ namespace {
 
 enum class End { done, undone, threw, threwAnother };
 
-// What comes out of an operation of a step. `thrown`: what an access has been told to throw.
+// How an operation of a step ended. `thrown`: what the failing access throws.
 End run(bool (*operation)(World&), World& w, Thrown thrown) {
   const Memory::Counting counting;
   try {
@@ -34,7 +34,7 @@ class Player {
     world_->chip->thrown = plan_.thrown;
     Memory::begin(plan_.refusal, plan_.block);
     for (const Step& step : scenario_.steps) {
-      if (!played(step)) break;
+      if (!play(step)) break;
     }
     outcome_.failed = world_->chip->failed || Memory::refused();
     if (outcome_.wrong.empty()) outcome_.image = world_->image();
@@ -46,7 +46,7 @@ class Player {
 
  private:
   // False: no further step.
-  bool played(const Step& step) {
+  bool play(const Step& step) {
     World& w = *world_;
     const bool failedBefore = w.chip->failed || Memory::refused();
     const U32 accessesBefore = w.chip->accesses;
@@ -63,13 +63,13 @@ class Player {
     wrongIf(step, !w.chip->failed && !Memory::refused(), "stopped without a failure");
     if (plan_.refusal == Memory::Refusal::fromThenOn) {
       // Once more without memory: no further damage.
-      end = run(step.recovered != nullptr ? step.recovered : step.run, w, plan_.thrown);
+      end = run(step.recover != nullptr ? step.recover : step.run, w, plan_.thrown);
       wrongIf(step, end == End::threwAnother, "another exception at the second attempt");
       checked(step, " without memory");
       if (plan_.givenUp) return false;
-      Memory::refusalEnds();
+      Memory::endRefusal();
     }
-    end = run(step.recovered != nullptr ? step.recovered : step.run, w, Thrown::nothing);
+    end = run(step.recover != nullptr ? step.recover : step.run, w, Thrown::nothing);
     wrongIf(step, end != End::done, "could not be taken up again");
     checked(step, " taken up again");
     return outcome_.wrong.empty();
@@ -81,7 +81,7 @@ class Player {
     wrongIf(step, handled && traced != 1, "the exception in a handler was not traced once");
     wrongIf(step, !handled && end != End::threw, "the exception did not reach the caller");
     wrongIf(step, !handled && traced != 0, "an exception outside of handlers was traced");
-    if (step.documented != nullptr && outcome_.wrong.empty()) step.documented(*world_, access);
+    if (step.checkFailure != nullptr && outcome_.wrong.empty()) step.checkFailure(*world_, access);
   }
 
   void tornDown() {
@@ -113,6 +113,6 @@ class Player {
 
 }  // namespace
 
-Outcome played(const Scenario& scenario, const Plan& plan) { return Player(scenario, plan).play(); }
+Outcome play(const Scenario& scenario, const Plan& plan) { return Player(scenario, plan).play(); }
 
 }  // namespace Sweep

@@ -1,4 +1,4 @@
-// Runs scenarios with one failure each, and checks what it leaves behind.
+// Runs scenarios with one failure each, and checks the state that it leaves.
 #pragma once
 
 #include <string>
@@ -28,6 +28,6 @@ struct Outcome {
   bool failed = false;  // the planned failure was met
 };
 
-Outcome played(const Scenario& scenario, const Plan& plan);
+Outcome play(const Scenario& scenario, const Plan& plan);
 
 }  // namespace Sweep

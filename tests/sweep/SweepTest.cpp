@@ -19,12 +19,12 @@ constexpr U32 quiet = 0, everything = 9;  // trace levels
 Outcome cleanRun(const Scenario& scenario, U32 level) {
   Plan plan;
   plan.traceLevel = level;
-  Sweep::played(scenario, plan);
+  Sweep::play(scenario, plan);
   plan.access = 1;
   plan.thrown = Thrown::number;
-  Sweep::played(scenario, plan);
+  Sweep::play(scenario, plan);
   plan.access = 0;
-  Outcome clean = Sweep::played(scenario, plan);
+  Outcome clean = Sweep::play(scenario, plan);
   EXPECT_EQ(clean.wrong, "");
   return clean;
 }
@@ -37,7 +37,7 @@ class Sweeps : public testing::TestWithParam<Scenario> {
     U64 met = 0;
     for (;;) {
       plan.*number = static_cast<Number>(met + 1);
-      const Outcome outcome = Sweep::played(GetParam(), plan);
+      const Outcome outcome = Sweep::play(GetParam(), plan);
       if (outcome.wrong != "" || HasFailure()) {
         ADD_FAILURE() << outcome.wrong << "\n  at " << what << " " << met + 1 << ", trace level "
                       << plan.traceLevel << ", thrown " << static_cast<int>(plan.thrown);

@@ -88,7 +88,7 @@ struct World {
   bool shadowed(const ChipMemory::Ptr& cm);
   // Idle, configured from the start; also after an attempt that stopped midway.
   bool configured();
-  // One audit pass, and idle again; false when it did not come to its end.
+  // One audit pass, and idle again; false when it was not completed.
   bool pass();
   // Runs until nothing is armed or `end` says so.
   template <class End>
@@ -121,11 +121,11 @@ struct World {
   Hardware::ChipMemoryBogon::Ptr directory;
   Zint::Ptr<ModeObserver> modeObserver;
   Zint::Ptr<DirectoryObserver> directoryObserver;
-  U32 changes = 0;              // of the directory, that its observer is to be told of
+  U32 changes = 0;              // of the directory, of which its observer is to be notified
   U32 answer = 0;               // of the last read
   Hal::BufBase::Ptr stores[3];  // that a failed write-back has to leave in place
   bool staleStore = false;      // entries have changed, the store not yet
-  bool keepsClock = false;      // the shadow's and the reader's clock are only ever replaced
+  bool keepsClock = false;      // the shadow's and the reader's clock are only ever replaceRegion
   bool keepsRequest = false;    // the same for the requests that they hold
   U32 fixedBefore = 0;          // repairs, before the pass
 };

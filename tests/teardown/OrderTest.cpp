@@ -54,7 +54,7 @@ TEST_F(TeardownOrder, aRegionReleasesItsBuffersThenItsAccessMethod) {
   EXPECT_THAT(ended, ElementsAre("dirty", "initialized", "shadow", "hardware", "chipHam"));
 }
 
-// What is chained behind a region goes first, though others may hold it.
+// What follows a region in the chain is destroyed first, even if others hold it.
 TEST_F(TeardownOrder, aRegionOutlivesItsChainOnlyWhereItIsHeld) {
   ChipMemoryBogon::Ptr directory = Hardware::chipMemoryBogonFactory("switch");
   ChipMemory::Ptr held = directory->chipMemoryIs("a", ChipAddress(0), 4, 4, 4, ham);
@@ -87,15 +87,15 @@ TEST_F(TeardownOrder, aShadowReleasesTheAuditsRequestTheLastRegionTheRegistryAnd
 
 // A directory announces every removal while it and the region are still whole.
 TEST_F(TeardownOrder, aDirectoryAnnouncesEachRemovalBeforeTheRegionGoes) {
-  class Ear : public ChipMemoryBogon::NotifieeConst {
+  class CountingNotifiee : public ChipMemoryBogon::NotifieeConst {
    public:
-    Ear(const ChipMemoryBogon::Ptr& directory, const Hardware::ChipHam::Ptr& ham)
+    CountingNotifiee(const ChipMemoryBogon::Ptr& directory, const Hardware::ChipHam::Ptr& ham)
         : NotifieeConst(nullptr, Zint::Ptr<const ChipMemoryBogon>(directory)), ham_(ham) {
       isNonReferencingIs(true);
     }
     void onChipMemory(Zint::String8) override { hams.push_back(ham_->references()); }
     void onIsNondestructing() override { hams.push_back(0); }
-    std::vector<std::size_t> hams;  // who held the access method when a removal was told
+    std::vector<std::size_t> hams;  // who held the access method when a removal was notified
 
    private:
     const Hardware::ChipHam::Ptr ham_;
@@ -103,7 +103,7 @@ TEST_F(TeardownOrder, aDirectoryAnnouncesEachRemovalBeforeTheRegionGoes) {
   ChipMemoryBogon::Ptr directory = Hardware::chipMemoryBogonFactory("switch");
   directory->chipMemoryIs("one", ChipAddress(0), 4, 4, 4, ham);
   directory->chipMemoryIs("two", ChipAddress(0), 4, 4, 4, ham);
-  const auto ear = Zint::makePtr<Ear>(directory, ham);
+  const auto ear = Zint::makePtr<CountingNotifiee>(directory, ham);
   directory = nullptr;
   EXPECT_THAT(ear->hams, ElementsAre(0u, 4u, 3u));
   EXPECT_EQ(ear->notifier(), nullptr);

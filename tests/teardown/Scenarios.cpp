@@ -21,10 +21,10 @@ Step inside(const char* name, Place place, const Act& act) {
           }};
 }
 
-const Step made = step("made", [](Scene& s) { s.made(); });
-const Step registered = step("registered", [](Scene& s) { s.registered(); });
-const Step configured = step("configured", [](Scene& s) { s.configured(); });
-const Step watched = step("watched", [](Scene& s) { s.watched(); });
+const Step made = step("made", [](Scene& s) { s.makeAll(); });
+const Step registered = step("registered", [](Scene& s) { s.registerRegions(); });
+const Step configured = step("configured", [](Scene& s) { s.configure(); });
+const Step watched = step("watched", [](Scene& s) { s.addNotifiees(); });
 const Step auditing =
     step("auditing", [](Scene& s) { s.shadow->stateIs(HardwareShadow::auditing()); });
 const Step idle = step("idle", [](Scene& s) { s.shadow->stateIs(HardwareShadow::idle()); });

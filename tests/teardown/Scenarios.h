@@ -1,4 +1,4 @@
-// What clients do, as lists of steps. Something can be let go at every step.
+// What clients do, as lists of steps. Something can be dropped at every step.
 #pragma once
 
 #include "teardown/Scene.h"
@@ -9,7 +9,7 @@ using Here = std::function<void()>;
 
 struct Step {
   const char* name;
-  // Calls `here` once, where the step lets something go: behind what it does, or inside a handler.
+  // Calls `here` once, where the step drops something: after what it does, or inside a handler.
   std::function<void(Scene&, const Here&)> run;
 };
 

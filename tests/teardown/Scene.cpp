@@ -6,57 +6,68 @@ namespace {
 using ClockPtr = Zint::Ptr<const Zint::Clock>;
 
 template <class Base>
-class LooseEar : public Base, public Ear {
+class LooseEar : public Base, public CountingNotifiee {
  public:
   template <class Object>
   LooseEar(Scene& scene, const Object& object)
-      : Base(scene.activity, Zint::Ptr<const typename Object::Element>(object)), Ear(scene) {
+      : Base(scene.activity, Zint::Ptr<const typename Object::Element>(object)),
+        CountingNotifiee(scene) {
     this->isNonReferencingIs(true);
   }
-  void handleNotification(Zint::ActivityConfig*) override { heard(*this, Place::Notifiee); }
+  void handleNotification(Zint::ActivityConfig*) override {
+    countNotification(*this, Place::Notifiee);
+  }
 };
 
-class RegionEar : public LooseEar<ChipMemory::NotifieeConst> {
+class RegionNotifiee : public LooseEar<ChipMemory::NotifieeConst> {
  public:
   using LooseEar::LooseEar;
 };
 
-class ShadowEar : public LooseEar<HardwareShadow::NotifieeConst> {
+class ShadowNotifiee : public LooseEar<HardwareShadow::NotifieeConst> {
  public:
   using LooseEar::LooseEar;
-  void onChipMemory(const ChipAddress&) override { Ear::heard(*this, Place::Notifiee); }
+  void onChipMemory(const ChipAddress&) override {
+    CountingNotifiee::countNotification(*this, Place::Notifiee);
+  }
 };
 
-class ReaderEar : public LooseEar<Hardware::ChipReader::NotifieeConst> {
+class ReaderNotifiee : public LooseEar<Hardware::ChipReader::NotifieeConst> {
  public:
   using LooseEar::LooseEar;
 };
 
-class RequestEar : public LooseEar<ChipReadRequest::NotifieeConst> {
+class RequestNotifiee : public LooseEar<ChipReadRequest::NotifieeConst> {
  public:
   using LooseEar::LooseEar;
-  void onChipMemory(const ChipAddress&) override { Ear::heard(*this, Place::Notifiee); }
+  void onChipMemory(const ChipAddress&) override {
+    CountingNotifiee::countNotification(*this, Place::Notifiee);
+  }
 };
 
-class DirectoryEar : public LooseEar<ChipMemoryBogon::NotifieeConst> {
+class DirectoryNotifiee : public LooseEar<ChipMemoryBogon::NotifieeConst> {
  public:
   using LooseEar::LooseEar;
-  void handleNotification(Zint::ActivityConfig*) override { Ear::heard(*this, Place::End); }
-  void onChipMemory(Zint::String8) override { Ear::heard(*this, Place::Notifiee); }
+  void handleNotification(Zint::ActivityConfig*) override {
+    CountingNotifiee::countNotification(*this, Place::End);
+  }
+  void onChipMemory(Zint::String8) override {
+    CountingNotifiee::countNotification(*this, Place::Notifiee);
+  }
 };
 
-class TimeEar : public LooseEar<Zint::Clock::NotifieeConst> {
+class TimeNotifiee : public LooseEar<Zint::Clock::NotifieeConst> {
  public:
   using LooseEar::LooseEar;
-  void onTime() override { Ear::heard(*this, Place::Time); }
+  void onTime() override { CountingNotifiee::countNotification(*this, Place::Time); }
 };
 
 }  // namespace
 
 // Counts the ends of chunks.
-class ChunkEar : public Zint::Entity::NotifieeConst {
+class ChunkNotifiee : public Zint::Entity::NotifieeConst {
  public:
-  ChunkEar(Scene& scene, const Hardware::ChipMemoryChunk::Ptr& chunk)
+  ChunkNotifiee(Scene& scene, const Hardware::ChipMemoryChunk::Ptr& chunk)
       : NotifieeConst(nullptr, Zint::Ptr<const Zint::PtrInterface>(chunk)), scene_(scene) {
     isNonReferencingIs(true);
   }
@@ -66,35 +77,35 @@ class ChunkEar : public Zint::Entity::NotifieeConst {
   Scene& scene_;
 };
 
-void Ham::called(Place place) const {
-  if (name() == "low") scene_.reached(place);
+void Ham::report(Place place) const {
+  if (name() == "low") scene_.actAt(place);
 }
 
 void Ham::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
-  called(Place::Read);
+  report(Place::Read);
   for (U32 i = 0; i < entrySize * entries; ++i) buffer[i] = scene_.chip[address.value() + i];
 }
 
 void Ham::doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
-  called(Place::Write);
+  report(Place::Write);
   for (U32 i = 0; i < entrySize * entries; ++i) scene_.chip[address.value() + i] = buffer[i];
 }
 
 bool Ham::doCompare(U8* a, U8* b, U32 bytes) const {
-  called(Place::Compare);
+  report(Place::Compare);
   return ChipHam::doCompare(a, b, bytes);
 }
 
 void Shadow::doFixBadRegister(const ChipMemory::Ptr& region, U32 entry, U8* data) {
-  scene_.reached(Place::Repair);
+  scene_.actAt(Place::Repair);
   HardwareShadow::doFixBadRegister(region, entry, data);
 }
 
-void Ear::heard(const Zint::NotifieeConst& self, Place place) {
-  ++scene_.heard;
+void CountingNotifiee::countNotification(const Zint::NotifieeConst& self, Place place) {
+  ++scene_.notifications;
   if (scene_.notifieesGone_ || self.notifier() == nullptr) ++scene_.stray;
-  scene_.reached(place);
-  ++heard_;
+  scene_.actAt(place);
+  ++notifications_;
 }
 
 Scene::~Scene() {
@@ -111,7 +122,7 @@ ChipMemory::Ptr Scene::region(const char* name, U64 address) {
   return made;
 }
 
-void Scene::made() {
+void Scene::makeAll() {
   clock = Zint::makePtr<Clock>("clock");
   activity = Zint::makePtr<Activity>("activity", Zint::ValidPtr<const Zint::Clock>(clock));
   regions = {region("low", 0x1000), region("high", 0x100002000), region("over", 0x200003000)};
@@ -127,37 +138,37 @@ void Scene::made() {
   }
 }
 
-void Scene::registered() {
+void Scene::registerRegions() {
   for (const ChipMemory::Ptr& each : regions) shadow->chipMemoryIs(each);
 }
 
-void Scene::configured() {
+void Scene::configure() {
   shadow->stateIs(HardwareShadow::configured());
   if (reader == nullptr) {
     reader = Zint::makePtr<Reader>(activity, request, ClockPtr(clock), 4u, 0.5);
     reader->hasNotificationActiveIs(true);
   }
-  chunksWatched();
+  watchChunks();
   for (U32 e = 0; e < 8; ++e) write(regions[0], e, 0xa0 + e);
 }
 
-void Scene::chunksWatched() {
+void Scene::watchChunks() {
   for (U16 i = 0; i < shadow->nextIndex(); ++i) {
-    chunkEars_.push_back(Zint::makePtr<ChunkEar>(*this, shadow->chipMemoryChunkArray(i)));
+    chunkEars_.push_back(Zint::makePtr<ChunkNotifiee>(*this, shadow->chipMemoryChunkArray(i)));
     ++chunksMade;
   }
 }
 
-void Scene::watched() {
+void Scene::addNotifiees() {
   const auto watch = [this](Zint::Ptr<Zint::NotifieeConst> ear) {
     notifiees.push_back(std::move(ear));
   };
-  for (const ChipMemory::Ptr& each : regions) watch(Zint::makePtr<RegionEar>(*this, each));
-  if (shadow != nullptr) watch(Zint::makePtr<ShadowEar>(*this, shadow));
-  if (reader != nullptr) watch(Zint::makePtr<ReaderEar>(*this, reader));
-  if (request != nullptr) watch(Zint::makePtr<RequestEar>(*this, request));
-  if (directory != nullptr) watch(Zint::makePtr<DirectoryEar>(*this, directory));
-  const auto time = Zint::makePtr<TimeEar>(*this, clock);
+  for (const ChipMemory::Ptr& each : regions) watch(Zint::makePtr<RegionNotifiee>(*this, each));
+  if (shadow != nullptr) watch(Zint::makePtr<ShadowNotifiee>(*this, shadow));
+  if (reader != nullptr) watch(Zint::makePtr<ReaderNotifiee>(*this, reader));
+  if (request != nullptr) watch(Zint::makePtr<RequestNotifiee>(*this, request));
+  if (directory != nullptr) watch(Zint::makePtr<DirectoryNotifiee>(*this, directory));
+  const auto time = Zint::makePtr<TimeNotifiee>(*this, clock);
   time->timeMinIs(clock->time() + 3);
   watch(time);
 }
@@ -180,7 +191,7 @@ void Scene::write(const ChipMemory::Ptr& to, U32 entry, U32 value) {
   }
 }
 
-void Scene::reached(Place place) {
+void Scene::actAt(Place place) {
   if (place != place_ || !act_) return;
   place_ = Place::None;
   std::exchange(act_, nullptr)();
@@ -288,7 +299,7 @@ void Scene::drop(Kind kind) {
 int Scene::living() {
   return Counted<Ham>::living + Counted<Shadow>::living + Region::living + Request::living +
          Reader::living + Directory::living + Clock::living + Activity::living +
-         Counted<Ear>::living;
+         Counted<CountingNotifiee>::living;
 }
 
 std::string Scene::livingByClass() {
@@ -304,7 +315,7 @@ std::string Scene::livingByClass() {
   add("Directory", Directory::living);
   add("Clock", Clock::living);
   add("Activity", Activity::living);
-  add("Ear", Counted<Ear>::living);
+  add("Ear", Counted<CountingNotifiee>::living);
   return text;
 }
 

@@ -1,4 +1,4 @@
-// The objects of a client, of every kind, in one place; each kind can be let go at any time.
+// The objects of a client, of every kind, in one place; each kind can be dropped at any time.
 #pragma once
 
 #include <Hardware/ChipMemoryBogon.h>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "fakes/TraceCapture.h"
+#include "support/Counted.h"
 
 namespace Teardown {
 
@@ -23,8 +24,8 @@ using Hardware::ChipMemoryBogon;
 using Hardware::ChipReadRequest;
 using Hardware::HardwareShadow;
 
-// What a client can let go. A region that is removed is also taken out of every collection; of all
-// other kinds, the client's own references go.
+// What a client can drop. A region that is removed also leaves every collection; of all other
+// kinds, the client's own references are dropped.
 enum class Kind {
   Shadow,
   Region,
@@ -54,15 +55,7 @@ enum class Place { None, Read, Write, Compare, Repair, Notifiee, End, Time };
 
 class Scene;
 
-// How many objects of a kind live, and that none is destroyed twice.
-template <class T>
-struct Counted {
-  Counted() { ++living; }
-  Counted(const Counted&) = delete;
-  Counted& operator=(const Counted&) = delete;
-  ~Counted() { --living; }
-  static inline int living = 0;
-};
+using Support::Counted;
 
 // A class of the library, counted.
 template <class Base>
@@ -79,7 +72,7 @@ class Ham : public Hardware::ChipHam, public Counted<Ham> {
   bool doCompare(U8* a, U8* b, U32 bytes) const override;
 
  private:
-  void called(Place place) const;  // the place is that of the first region alone
+  void report(Place place) const;  // the place is that of the first region alone
 
   Scene& scene_;
 };
@@ -104,15 +97,15 @@ using Directory = Watched<ChipMemoryBogon>;
 using Clock = Watched<Zint::ManualClock>;
 using Activity = Watched<Zint::ActivityConfig>;
 
-// What the notifiees of every type share. They watch without keeping what they watch.
-struct Ear : Counted<Ear> {
-  explicit Ear(Scene& scene) : scene_(scene) {}
-  virtual ~Ear() = default;
-  void heard(const Zint::NotifieeConst& self, Place place);
+// What the notifiees of every type share. They observe without holding what they observe.
+struct CountingNotifiee : Counted<CountingNotifiee> {
+  explicit CountingNotifiee(Scene& scene) : scene_(scene) {}
+  virtual ~CountingNotifiee() = default;
+  void countNotification(const Zint::NotifieeConst& self, Place place);
 
  private:
   Scene& scene_;
-  U32 heard_ = 0;  // written after each call: the notifiee must outlive it
+  U32 notifications_ = 0;  // written after each call: the notifiee must outlive it
 };
 
 class Scene {
@@ -122,20 +115,20 @@ class Scene {
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
 
-  void made();        // the clock, the activity, the shadow, three regions, a directory
-  void registered();  // the regions with the shadow
-  void configured();  // and a reader of the audit
-  void watched();     // notifiees of everything
+  void makeAll();          // the clock, the activity, the shadow, three regions, a directory
+  void registerRegions();  // the regions with the shadow
+  void configure();        // and a reader of the audit
+  void addNotifiees();     // notifiees of everything
   void turn(int times = 1);
   void write(const ChipMemory::Ptr& region, U32 entry, U32 value);
   ChipMemory::Ptr region(const char* name, U64 address);
 
-  // Whether there is anything of that kind to let go.
+  // Whether there is anything of that kind to drop.
   bool holds(Kind kind) const;
-  // Lets one kind go.
+  // Drops one kind.
   void drop(Kind kind);
   // Calls of the library arrive here.
-  void reached(Place place);
+  void actAt(Place place);
   // Runs `act` the next time that the place is reached.
   void at(Place place, std::function<void()> act) {
     place_ = place;
@@ -168,14 +161,14 @@ class Scene {
 
   int chunksMade = 0;
   int chunksEnded = 0;
-  int stray = 0;  // calls of notifiees that had been let go, or whose notifier had gone
-  int heard = 0;
+  int stray = 0;  // calls of notifiees that were dropped, or whose notifier was destroyed
+  int notifications = 0;
 
  private:
-  friend struct Ear;
-  friend class ChunkEar;
+  friend struct CountingNotifiee;
+  friend class ChunkNotifiee;
 
-  void chunksWatched();
+  void watchChunks();
 
   Place place_ = Place::None;
   std::function<void()> act_;

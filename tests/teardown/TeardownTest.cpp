@@ -1,5 +1,5 @@
-// Every scenario, let run to every step, where one kind of object is let go; then the loop runs on,
-// and the rest goes in an order of its own. Nothing crashes, nobody is told who should not be, and
+// Runs every scenario to every step and drops one kind of object there; then the loop runs on, and
+// the rest is dropped in another order. Nothing crashes, no unregistered notifiee is notified, and
 // nothing is left.
 #include <gtest/gtest.h>
 
@@ -69,7 +69,7 @@ TEST_P(TeardownScenario, everyKindAtEveryStep) {
         scene.turn(8);
         for (int i = 1; i <= kindCount; ++i) {
           scene.drop(static_cast<Kind>((kind + i) % kindCount));
-          // Without a shadow, the answer to its request reaches nobody.
+          // Without a shadow, nothing is notified of the answer to its request.
           if (Counted<Shadow>::living == 0) {
             scene.trace.full.clear();
             if (scene.request != nullptr) scene.request->statusIs(Request::done_);
@@ -86,7 +86,7 @@ TEST_P(TeardownScenario, everyKindAtEveryStep) {
   }
 }
 
-// Each kind is there to be let go at some step.
+// Each kind can be dropped at some step.
 TEST(TeardownKinds, eachIsLetGoSomewhere) {
   std::array<int, kindCount> held{};
   for (const Scenario& scenario : scenarios()) {

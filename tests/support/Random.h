@@ -6,7 +6,9 @@
 
 #include <Zint/Types.h>
 
-namespace Simulation {
+#include <cstddef>
+
+namespace Support {
 
 class Random {
  public:
@@ -25,6 +27,7 @@ class Random {
   U32 below(U32 n) { return static_cast<U32>(((next() >> 32) * n) >> 32); }
   // In [low, high].
   U32 between(U32 low, U32 high) { return low + below(high - low + 1); }
+  bool oneIn(U32 n) { return below(n) == 0; }
   bool chance(U32 percent) { return below(100) < percent; }
   U8 byte() { return static_cast<U8>(next() >> 56); }
   // Whole milliseconds, in seconds.
@@ -41,4 +44,4 @@ class Random {
   U64 state_;
 };
 
-}  // namespace Simulation
+}  // namespace Support
