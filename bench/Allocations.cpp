@@ -1,4 +1,4 @@
-// The allocator's functions stand in the program itself, so that they are found before the C
+// The allocator's functions are in the program itself, so that they are found before the C
 // library's, to which they pass everything on.
 #include "Allocations.h"
 

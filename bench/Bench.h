@@ -1,6 +1,6 @@
-// What the benchmarks share: how a comparison is registered, and what it is made on.
+// What the benchmarks share: the registration of comparisons, and the objects that they use.
 //
-// A comparison is a group of sides with one name, `group/what`. The side "ours" is held against
+// A comparison is a group of sides with one name, `group/what`. The side "ours" is compared with
 // every other one; bench/run pairs them by their names:
 //
 //   row05/look-up in the last region/ours
@@ -29,7 +29,7 @@ benchmark::internal::Benchmark* side(const std::string& comparison, const std::s
                                      Body body);
 // Registers a number that is counted, not timed; `unit` is shown with it.
 void figure(const std::string& name, const std::string& unit, std::function<double()> count);
-// What is shown is the time of one of `units` equal parts of an iteration.
+// Shows the time of one of `units` equal parts of an iteration.
 inline void partsOfIteration(benchmark::State& state, std::size_t units) {
   state.counters["units"] = static_cast<double>(units);
 }
@@ -48,7 +48,7 @@ void registerTurnBenches();
 // Ends the program unless a benchmark has computed what it should have.
 void require(bool holds, const char* what);
 
-// A source of the one object that all sides of a comparison use; made by the first that asks.
+// A source of the one object that all sides of a comparison use; the first call makes it.
 template <class T, class... Arguments>
 auto shared(Arguments... arguments) {
   return [held = std::make_shared<std::unique_ptr<T>>(), arguments...]() -> T& {
@@ -57,8 +57,8 @@ auto shared(Arguments... arguments) {
   };
 }
 
-// As many random addresses or keys are prepared; they are used in blocks, over and over again, so
-// that the loop around them costs next to nothing.
+// The number of random addresses or keys that are prepared. They are used in blocks, again and
+// again, so that the loop around them costs almost nothing.
 constexpr std::size_t randoms = 1 << 16;
 constexpr std::size_t blockSize = 1 << 10;
 
@@ -80,13 +80,13 @@ inline std::mt19937 randomNumbers() { return std::mt19937(12345); }
 // Distinct values 0 ... count-1 in random order.
 std::vector<U32> shuffled(U32 count);
 
-// Access methods without a chip, and registers that are memory. Made out of the compiler's sight,
-// so that calls of them stay virtual ones.
+// Access methods without a chip, and registers that are memory. Made in another source, so that the
+// compiler cannot turn their virtual calls into direct ones.
 Hardware::ChipHam::Ptr plainHam();      // keeps the base's cache side
 Hardware::ChipHam::Ptr comparingHam();  // overrides doCompare, with the same answer
 Zint::Ptr<Fru::HamImpl> memoryRegisters();
 
-// Hides a value from the optimiser, which must take it for used and for changed. (The benchmark
+// Hides a value from the optimiser, which must assume that it is used and changed. (The benchmark
 // library's own form lets the compiler choose between register and memory, which g++ 12 gets wrong
 // in 32 bits.)
 template <class T>
@@ -100,13 +100,13 @@ inline void opaque(T& value) {
     asm volatile("" : "+m"(value) : : "memory");
   }
 }
-// Of a value that cannot be changed: only taken for used.
+// For a value that cannot be changed: the optimiser must assume that it is used.
 template <class T>
 inline void opaque(const T& value) {
   asm volatile("" : : "m"(value) : "memory");
 }
 
-// A shadow on a clock that stands still.
+// A shadow on a manual clock that is never moved.
 struct Stand {
   Stand();
   // Registers a region. REQUIRES: not yet configured.
@@ -119,8 +119,8 @@ struct Stand {
   Hardware::HardwareShadow::Ptr shadow;
 };
 
-// A stand with one region at offset 0 whose shadow is on and holds known random bytes; its hardware
-// buffer holds the same.
+// A stand with one region at offset 0. Its shadow and its hardware buffer hold the same known
+// random bytes.
 struct RegionStand : Stand {
   RegionStand(U32 entries, U32 entrySize, const Hardware::ChipHam::Ptr& ham);
 

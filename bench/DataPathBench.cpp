@@ -44,7 +44,7 @@ Body hits(Source stand, Write write) {
   };
 }
 
-// Each time the other version, so that every entry is a miss.
+// Writes the other version each time, so that every entry is a miss.
 template <class Source, class Write>
 Body misses(Source stand, Write write) {
   return [stand, write](benchmark::State& state) {
@@ -75,7 +75,7 @@ bool memcmpOfAll(DataStand& s, U8* data) {
   opaque(data);
   return std::memcmp(s.shadowBytes(), data, s.bytes) == 0;
 }
-// Both passes over all bytes: the comparison is one that does not end early.
+// Both comparison and copy read all bytes: the comparison does not end early.
 bool memcmpAndMemcpy(DataStand& s, U8* data) {
   opaque(data);
   const bool compared = std::memcmp(s.hardwareBytes(), s.same.data(), s.bytes) == 0;

@@ -51,7 +51,7 @@ const ChipMemory* found(const Map& map, const ChipAddress& address) {
   return cm->inRange(address) ? cm : nullptr;
 }
 
-// Looks one address after the other up, each once with its answer checked.
+// Looks up one address after the other, and checks each answer once.
 template <class Find>
 void lookedUp(benchmark::State& state, const IndexStand& stand, Find find) {
   for (const ChipAddress& address : stand.addresses) {

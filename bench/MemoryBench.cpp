@@ -64,7 +64,7 @@ class Watch : public ChipMemory::NotifieeConst {
   U64 told = 0;
 };
 
-// Blocks taken by one `operation`, over many of them; the first may still set things up.
+// Blocks taken by one `operation`, averaged over many; the first one may allocate more.
 template <class Operation>
 double allocationsOf(Operation operation) {
   constexpr U32 times = 100;

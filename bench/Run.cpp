@@ -1,4 +1,4 @@
-// umbra-bench: measures the library against what a user would take instead, and against the limits
+// umbra-bench: measures the library against what a user would use instead, and against the limits
 // of the machine. Takes Google Benchmark's arguments; bench/run makes a table of what it prints.
 #include <Zint/Trace.h>
 
@@ -7,7 +7,7 @@
 namespace Bench {
 namespace {
 
-// Lines of level 0 are always built; where they go is not measured.
+// Lines of level 0 are always built; writing them is not measured.
 class NoSink : public Zint::TraceSink {
  public:
   void traceLine(const Zint::TraceLine& line) override { opaque(line.text); }

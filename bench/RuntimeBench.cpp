@@ -39,7 +39,7 @@ struct WatchedStand : Stand {
   std::vector<Zint::Ptr<Watch>> watches;
 };
 
-// What a user would write with a signal library: a value that is announced when it changes.
+// What a user would write with a signal library: a value that notifies of its changes.
 template <class Signal>
 struct Announced {
   void valueIs(U32 newValue) {
@@ -94,12 +94,12 @@ void registerNotification(const std::string& comparison, U32 notifiees) {
 
 // --- Counted pointers ----------------------------------------------------------------------------
 
-// As many objects as are walked over in one iteration.
+// The number of objects of one walk.
 constexpr U32 pointed = 64;
 
 class Counted : public Zint::PtrInterface {};
 
-// The same shape with a count of its own.
+// An object of the same size that contains its own reference count.
 struct PeerCounted {
   virtual ~PeerCounted() = default;
   mutable std::size_t references = 0;
@@ -151,7 +151,7 @@ class Member : public Zint::PtrInterface,
 
 using MemberPtr = Zint::Ptr<Member>;
 
-// Members with distinct random keys, in the order of their making.
+// Members with distinct random keys, in the order in which they were made.
 struct MemberStand {
   explicit MemberStand(U32 count) {
     // An odd factor maps the numbers to distinct ones all over the range.
@@ -213,7 +213,7 @@ void registerFind(const std::string& comparison, Source stand) {
   });
 }
 
-// Small collections are filled many at a time, so that what is not measured does not count.
+// Many small collections are filled per iteration, so that the cost of stopping the time is small.
 template <class Map, class Insert>
 void inserted(benchmark::State& state, const MemberStand& stand, Insert insert) {
   const U32 maps = 1 + 4096 / stand.size();
@@ -268,7 +268,7 @@ void registerTree(const std::string& many, Source stand) {
   });
 }
 
-// All members in, then all of them out.
+// Inserts all members, then removes them.
 template <class Source>
 void registerQueue(const std::string& comparison, Source stand) {
   side(comparison, "ours", [stand](benchmark::State& state) {

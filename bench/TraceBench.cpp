@@ -38,7 +38,7 @@ void mirlRecord(U32 entry, const std::string& name) {
   msg.endMsg();
 }
 
-// Runs a benchmark's loop as the handler of a wake-up, where the time stands still.
+// Runs a benchmark's loop as the handler of a wake-up, where the turn's time does not change.
 class InTurn : public Zint::Clock::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
@@ -47,7 +47,7 @@ class InTurn : public Zint::Clock::NotifieeConst {
   std::function<void()> body;
 };
 
-// An activity on the system's time; the thread's clock while it lives.
+// An activity on the system's time. Its clock is the thread's as long as it exists.
 struct MonotonicStand {
   Zint::Ptr<Zint::MonotonicClock> clock = Zint::monotonicClockFactory("clock");
   Zint::Ptr<Zint::ActivityConfig> activity =

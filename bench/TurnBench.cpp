@@ -34,7 +34,7 @@ struct PassStand : Stand {
 
 double seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
 
-// What the thread has used of its processor; too slow to read for the short turns.
+// The processor time of the thread; too slow to read for the short turns.
 double processorTime() {
   timespec time;
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);

@@ -18,7 +18,7 @@ constexpr U64 addressSpace = U64{1} << 32;
   throw std::system_error(errno, std::generic_category(), std::string(call) + " " + path.c_str());
 }
 
-// Closes the file when the mapping stands, or when it could not be made.
+// Closes the file after the mapping has been made, or has failed.
 class OpenFile {
  public:
   OpenFile(const Zint::String8& path, bool created)

@@ -3,9 +3,9 @@
 //   auto registers = Platform::mappedRegistersFactory("/sys/bus/pci/devices/.../resource0");
 //   auto ham = Hardware::genericChipHamFactory("asic", registers);
 //
-// A register file in tmpfs and the `resourceN` of a PCI device are the same to it. The whole file
-// is mapped, shared and for writing; a file that shrinks afterwards takes the process with it
-// (SIGBUS), as a device that is unplugged does.
+// It treats a register file in tmpfs and the `resourceN` of a PCI device alike. The whole file is
+// mapped, shared and for writing. If the file shrinks afterwards, or the device is unplugged, the
+// next access ends the process (SIGBUS).
 #pragma once
 
 #include <Fru/HamImpl.h>
@@ -21,8 +21,8 @@ class UMBRA_API MappedRegisters : public Fru::HamImpl {
   using Ptr = Zint::Ptr<MappedRegisters>;
 
   // `baseAddress` is the byte address of the file's first register. With `createdSize` the file is
-  // made, or cut, to that many bytes first; bytes that it did not have before are 0.
-  // A call of the operating system that fails: std::system_error with the path. A base address that
+  // first made with that size, or resized to it; new bytes are 0.
+  // A system call that fails: std::system_error with the path. A base address that
   // is no multiple of 4, a file without a whole register, or one that does not fit between the base
   // address and 4 GiB: a range exception.
   explicit MappedRegisters(Zint::String8 path, U32 baseAddress = 0,
@@ -37,7 +37,7 @@ class UMBRA_API MappedRegisters : public Fru::HamImpl {
   void read(U32 address, U32* value) override;
   void write(U32 address, U32 value) override;
 
-  // The register itself, with the same checks: for accesses that are neither a load nor a store.
+  // The register itself, with the same checks: for atomic accesses.
   // Valid as long as this object.
   volatile U32& registerAt(U32 address) const;
 

@@ -1,11 +1,10 @@
-// The access method for regions whose entries do not stand side by side on the chip: entry e is at
+// The access method for regions whose entries are not adjacent on the chip: entry e is at
 // the low address word + e * stride. Within an entry its registers are packed.
 //
 //   auto ham = Platform::sparseChipHamFactory("ports", registers, 0x100);
 //   auto ports = chipMemoryFactory("ports", address, 64, 12, 0x100, ham);   // the same stride
 //
-// The generic access method reads and writes the same chip wrongly as soon as an access takes in
-// more than one entry.
+// The generic access method is wrong for such a chip as soon as an access has more than one entry.
 #pragma once
 
 #include <Fru/HamImpl.h>
@@ -28,7 +27,8 @@ class UMBRA_API SparseChipHam : public Hardware::ChipHam {
  public:
   // In ascending order of the entries, and of the registers in each. Entry sizes that are no
   // multiple of 4: a fatal assertion, before any access, also for no entries. Register addresses
-  // wrap in 32 bits. What the register access throws passes through; what came before it is done.
+  // wrap in 32 bits. An exception of the register access passes through; the accesses before it
+  // have been made.
   void doRead(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
               U32 entries) override;
   void doWrite(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,

@@ -1,5 +1,5 @@
 // The chip process: holds the registers in shared memory and damages them at the rate that the
-// driver sets, until the driver stops it or is gone.
+// driver sets, until the driver stops it or has ended.
 //
 //   umbra-chip FOLDER        FOLDER holds the shared files; the driver makes it and starts this.
 #include <signal.h>
@@ -18,7 +18,7 @@
 namespace {
 
 constexpr double tick = 0.002;    // seconds
-constexpr double longTick = 0.1;  // a process that stood still does not catch up on more
+constexpr double longTick = 0.1;  // after a longer stop, flips are not caught up on
 
 double time() {
   timespec now;
@@ -30,7 +30,7 @@ void run(const char* folder) {
   const Demo::SharedMemory registers(Demo::SharedFolder::registersPath(folder));
   const Demo::SharedMemory controlFile(Demo::SharedFolder::controlPath(folder));
   auto& control = *static_cast<Demo::ControlBlock*>(controlFile.data());
-  if (getppid() != control.driver) return;  // it has gone already
+  if (getppid() != control.driver) return;  // the driver has ended already
   Demo::Injector injector(static_cast<U32*>(registers.data()), control.flips, control.seed);
   control.isReady = 1;
   double due = 0;  // flips that should have happened by now and have not
@@ -51,7 +51,7 @@ int main(int argc, char* argv[]) {
     std::fputs("usage: umbra-chip FOLDER\nIt is started by umbra-driver.\n", stderr);
     return 2;
   }
-  // These reach the driver too, and the driver decides when this process ends. Without a driver it
+  // The driver receives these signals too, and decides when this process ends. Without a driver it
   // ends at once.
   for (const int ignored : {SIGINT, SIGTERM, SIGHUP}) signal(ignored, SIG_IGN);
   prctl(PR_SET_PDEATHSIG, SIGKILL);

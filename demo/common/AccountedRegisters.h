@@ -14,14 +14,14 @@ class AccountedRegisters : public Fru::HamImpl {
       : registers_(std::move(registers)), ledger_(ledger) {}
 
   void read(U32 address, U32* value) override { registers_->read(address, value); }
-  // A write of the mapped registers that also tells what it replaced, in one step: what the ledger
-  // rests on.
+  // Writes a register and reads what it replaced in one atomic step: the ledger depends on it.
   void write(U32 address, U32 value) override;
-  // Changes a register behind the library's back; the ledger takes it for an error of the chip.
+  // Changes a register without the library's knowledge; the ledger records it as an error of the
+  // chip.
   void damage(U32 address, U32 value);
 
  private:
-  U32 exchanged(U32 address, U32 value);
+  U32 exchange(U32 address, U32 value);
 
   const Platform::MappedRegisters::Ptr registers_;
   Ledger& ledger_;

@@ -50,12 +50,12 @@ ChipProcess::ChipProcess(U32 seed, std::string program)
 
 bool ChipProcess::isRunning() {
   int status = 0;
-  if (!isEnded_ && waitpid(id_, &status, WNOHANG) == id_) reaped(status);
+  if (!isEnded_ && waitpid(id_, &status, WNOHANG) == id_) reap(status);
   return !isEnded_;
 }
 
 bool ChipProcess::end() {
-  // One that ended before it was told to cannot have been in order.
+  // A process that ended without a stop was not in order.
   if (!isRunning()) return isOrderly_;
   control().isStopped = 1;
   for (int waited = 0; isRunning(); ++waited) {
@@ -64,7 +64,7 @@ bool ChipProcess::end() {
       int status = 0;
       while (waitpid(id_, &status, 0) < 0 && errno == EINTR) {
       }
-      reaped(status);
+      reap(status);
       break;
     }
     pause();
@@ -72,7 +72,7 @@ bool ChipProcess::end() {
   return isOrderly_;
 }
 
-void ChipProcess::reaped(int status) {
+void ChipProcess::reap(int status) {
   isEnded_ = true;
   isOrderly_ = control().isStopped != 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }

@@ -44,7 +44,7 @@ class ChipProcess {
   bool end();
 
  private:
-  void reaped(int status);
+  void reap(int status);
 
   SharedFolder folder_;
   SharedMemory registers_;

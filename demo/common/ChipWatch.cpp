@@ -2,12 +2,12 @@
 
 namespace Demo {
 
-void ChipWatch::flipsTaken() {
-  for (Flip flip; chip_.control().flips.take(flip);) ledger_.flipped(flip);
+void ChipWatch::takeFlips() {
+  for (Flip flip; chip_.control().flips.take(flip);) ledger_.recordFlip(flip);
 }
 
 void ChipWatch::onTime() {
-  flipsTaken();
+  takeFlips();
   if (chip_.isRunning()) {
     timeMinIs(Zint::now() + interval);
   } else {
@@ -15,10 +15,10 @@ void ChipWatch::onTime() {
   }
 }
 
-bool ChipWatch::chipEnded() {
+bool ChipWatch::endChip() {
   timeMinIs(Zint::never);
   const bool orderly = chip_.end();
-  flipsTaken();
+  takeFlips();
   return orderly;
 }
 

@@ -1,4 +1,4 @@
-// Keeps the ledger up to date with the chip's log, and notices when the chip process has gone.
+// Enters the chip's log into the ledger, and stops the activity when the chip process has ended.
 #pragma once
 
 #include <Zint/Activity.h>
@@ -19,13 +19,13 @@ class ChipWatch : public Zint::Clock::NotifieeConst {
     timeMinIs(0.0);
   }
 
-  // Stops the activity when the process is no longer there.
+  // Stops the activity when the process has ended.
   void onTime() override;
   // Ends the chip process, after which the ledger knows of every flip. As ChipProcess::end().
-  bool chipEnded();
+  bool endChip();
 
  private:
-  void flipsTaken();
+  void takeFlips();
 
   ChipProcess& chip_;
   Ledger& ledger_;

@@ -1,4 +1,4 @@
-// What the two processes tell each other, in shared memory.
+// What the two processes share.
 #pragma once
 
 #include <Zint/Types.h>

@@ -12,7 +12,7 @@ void Ledger::eachBit(U32 address, U32 bits, Visit visit) {
   }
 }
 
-void Ledger::written(U32 address, U32 before, U32 value) {
+void Ledger::recordWrite(U32 address, U32 before, U32 value) {
   U32& last = lastWritten_.at(address / 4);
   const U32 met = before ^ last;
   last = value;
@@ -28,24 +28,24 @@ void Ledger::written(U32 address, U32 before, U32 value) {
   }
 }
 
-void Ledger::repairBegun(U32 address, U32 size) {
+void Ledger::beginRepair(U32 address, U32 size) {
   isRepairing_ = true;
   hasMetDamage_ = false;
   repaired_ = {address, size};
 }
 
-void Ledger::repairEnded() {
+void Ledger::endRepair() {
   isRepairing_ = false;
   if (!hasMetDamage_) repairsOfNoDamage_.push_back(repaired_);
 }
 
-void Ledger::flipped(const Flip& flip) {
+void Ledger::recordFlip(const Flip& flip) {
   lostFlips_ += flip.sequence - nextSequence_;
   nextSequence_ = flip.sequence + 1;
-  damaged(flip.address, flip.before, flip.after);
+  recordDamage(flip.address, flip.before, flip.after);
 }
 
-void Ledger::damaged(U32 address, U32 before, U32 after) {
+void Ledger::recordDamage(U32 address, U32 before, U32 after) {
   const U32 flippedBits = before ^ after;
   soFar_.injected += static_cast<U32>(std::popcount(flippedBits));
   eachBit(address, flippedBits, [](Bit& bit) { ++bit.flips; });
@@ -55,13 +55,13 @@ U32 Ledger::remainingBits(const volatile U32* registers, U32 address) const {
   return registers[address / 4] ^ lastWritten_.at(address / 4);
 }
 
-Account Ledger::settled(const volatile U32* registers) const {
-  Account account = settled(registers, 0, static_cast<U32>(lastWritten_.size() * 4));
-  account.unexplained += lostFlips_;
-  return account;
+Account Ledger::account(const volatile U32* registers) const {
+  Account sum = account(registers, 0, static_cast<U32>(lastWritten_.size() * 4));
+  sum.unexplained += lostFlips_;
+  return sum;
 }
 
-Account Ledger::settled(const volatile U32* registers, U32 begin, U32 end) const {
+Account Ledger::account(const volatile U32* registers, U32 begin, U32 end) const {
   Account account;
   for (U32 address = begin; address < end; address += 4) {
     U32 bits = remainingBits(registers, address);

@@ -1,25 +1,25 @@
-// The account of all soft errors: what became of each bit that the chip process flipped.
+// The account of all soft errors: what happened to each bit that the chip process flipped.
 //
-// Why it is right although the chip process flips bits at any moment, between any two steps of this
-// process: whoever changes a register does it in one atomic step that also tells what was there,
-// the chip process by an exclusive-or, this one by an exchange. So the changes of one register have
-// one order, every flip falls into exactly one interval between two writes, and no flip can fall
-// between a write and what the write met. The ledger remembers what was last written to each
-// register. What a write meets differs from that in just those bits that were flipped an odd number
-// of times in the interval that it ends: one flip of each such bit was still in the register and is
-// repaired or overwritten by this write; the others had undone each other, in pairs.
+// The account is exact although the chip process flips bits at any moment. Both processes change a
+// register in one atomic step that also returns the old value: the chip process by an exclusive-or,
+// this one by an exchange. So the changes of one register have one order, and every flip is in
+// exactly one interval between two writes. The ledger keeps the value last written to each
+// register. The value that a write replaces differs from it in those bits that were flipped an odd
+// number of times in the interval. One flip of each such bit is repaired or overwritten by this
+// write; the others have undone each other, in pairs.
 //
-// The log of flips says how often each bit was flipped, in which interval does not matter. When the
-// chip process has ended the log is complete, and for each bit
+// The log of flips says how often each bit was flipped, in whatever interval. When the chip process
+// has ended the log is complete, and for each bit
 //
 //   flips = repaired + overwritten + remaining + undone,   undone >= 0 and even
 //
-// where `remaining` is what its register and the last write differ in. A bit that breaks this was
-// changed by neither side: it is reported as unexplained.
+// where `remaining` is 1 if the register and the last write differ in the bit. A bit that breaks
+// this was changed by neither side: it is reported as unexplained.
 //
-// A repair is without damage when it met none. Damage that the audit has seen can vanish before the
-// repair, when a second flip undoes it; so each undone pair in the entry excuses one such repair
-// (one only: a write ends the interval, and the next pass sees another one).
+// A repair is without damage when it replaces no flipped bit. Damage that the audit has found can
+// disappear before the repair, when a second flip undoes it. So each undone pair in the entry
+// excuses one such repair (only one: a write ends the interval, and the next pass finds another
+// one).
 //
 // Belongs to one thread.
 #pragma once
@@ -53,24 +53,24 @@ class Ledger {
   explicit Ledger(U32 size) : lastWritten_(size / 4) {}
 
   // --- This process
-  // This wrote `value` to a register and met `before`.
-  void written(U32 address, U32 before, U32 value);
-  // The writes until repairEnded() rewrite the entry of `size` bytes at `address`.
-  void repairBegun(U32 address, U32 size);
-  void repairEnded();
+  // This process wrote `value` to a register and replaced `before`.
+  void recordWrite(U32 address, U32 before, U32 value);
+  // The writes until endRepair() rewrite the entry of `size` bytes at `address`.
+  void beginRepair(U32 address, U32 size);
+  void endRepair();
 
   // --- The other process
-  // A flip from the log, whatever has happened to its register since.
-  void flipped(const Flip& flip);
-  // A flip that someone else made, with no place in the log's sequence.
-  void damaged(U32 address, U32 before, U32 after);
+  // A flip from the log. Its register may have changed since.
+  void recordFlip(const Flip& flip);
+  // A flip that is not in the log.
+  void recordDamage(U32 address, U32 before, U32 after);
 
-  // What has been seen so far: injected, repaired and overwritten.
+  // The counts so far: injected, repaired and overwritten.
   const Account& soFar() const { return soFar_; }
   // The account of the registers at addresses from `begin` to before `end`. `registers` are the
-  // chip's, all of them. REQUIRES: no flip happens any more and all are entered.
-  Account settled(const volatile U32* registers, U32 begin, U32 end) const;
-  Account settled(const volatile U32* registers) const;
+  // chip's, all of them. REQUIRES: the chip process has ended, and all its flips are recorded.
+  Account account(const volatile U32* registers, U32 begin, U32 end) const;
+  Account account(const volatile U32* registers) const;
 
  private:
   struct Bit {
@@ -96,7 +96,7 @@ class Ledger {
   U32 nextSequence_ = 0;
   U64 lostFlips_ = 0;  // gaps in the log
   bool isRepairing_ = false;
-  bool hasMetDamage_ = false;  // since repairBegun()
+  bool hasMetDamage_ = false;  // since beginRepair()
   Entry repaired_{};
 };
 

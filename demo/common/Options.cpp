@@ -63,7 +63,7 @@ Exit status: 0 every error is accounted for, none remains, and nothing was repai
 damaged; 1 otherwise; 2 wrong options.
 )";
 
-Options optionsParsed(int argc, char* const argv[]) {
+Options parseOptions(int argc, char* const argv[]) {
   Options options;
   optind = 0;  // start afresh, also when the options of another command line were read before
   opterr = 0;

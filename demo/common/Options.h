@@ -27,7 +27,7 @@ class UsageError : public std::runtime_error {
 };
 
 // Raises UsageError.
-Options optionsParsed(int argc, char* const argv[]);
+Options parseOptions(int argc, char* const argv[]);
 extern const char* const optionsHelp;
 
 }  // namespace Demo

@@ -9,7 +9,7 @@ namespace Demo {
 // Failing calls raise std::system_error with the path.
 class SharedMemory {
  public:
-  // With a size, makes the file; else maps it as it stands.
+  // With a size, makes the file; else maps it with the size that it has.
   explicit SharedMemory(const std::string& path, std::size_t createdSize = 0);
   ~SharedMemory();
   SharedMemory(const SharedMemory&) = delete;
@@ -38,7 +38,7 @@ class SharedFolder {
   static std::string controlPath(const std::string& folder) { return folder + "/control"; }
 
   // What is mapped stays mapped. Once everyone has mapped the files nothing needs them any more,
-  // and nothing is left behind however the processes end.
+  // and no file remains however the processes end.
   void remove();
 
  private:

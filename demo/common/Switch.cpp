@@ -14,9 +14,9 @@ using Hardware::HardwareShadow;
 void AuditedShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
   ++regionDifferences_[chipMemory.ptr()];
   ++differences_;
-  ledger_.repairBegun(chipMemory->entryAddress(entry).chipMemoryOffset(), chipMemory->entrySize());
+  ledger_.beginRepair(chipMemory->entryAddress(entry).chipMemoryOffset(), chipMemory->entrySize());
   HardwareShadow::doFixBadRegister(chipMemory, entry, data);
-  ledger_.repairEnded();
+  ledger_.endRepair();
 }
 
 U32 AuditedShadow::differences(const ChipMemory& region) const {
@@ -62,7 +62,7 @@ void Switch::bringUp() {
   for (Table& table : tables_) {
     constexpr U32 run = 64;
     for (U32 entry = 0; entry < table.layout->entries; entry += run) {
-      entriesConfigured(table, entry, std::min(run, table.layout->entries - entry));
+      configureEntries(table, entry, std::min(run, table.layout->entries - entry));
     }
     if (table.region->mode() == ChipMemory::buffered()) {
       table.region->modeIs(ChipMemory::normal());
@@ -87,7 +87,7 @@ void Switch::read(Table& table, U32 entry, U8* data, U32 entries) {
   region->chipHam()->doRead(region->entryAddress(entry), data, region->entrySize(), entries);
 }
 
-void Switch::entriesConfigured(Table& table, U32 entry, U32 entries) {
+void Switch::configureEntries(Table& table, U32 entry, U32 entries) {
   buffer_.resize(entries * table.layout->entrySize);
   U8* to = buffer_.data();
   for (U32 e = entry; e < entry + entries; ++e) {

@@ -24,11 +24,10 @@ struct Table {
   Hardware::ChipMemory::Ptr region;
   U64 entriesRead = 0;
   U64 entriesWritten = 0;
-  std::vector<U8> versions;  // of each entry's configuration, see Switch::entriesConfigured()
+  std::vector<U8> versions;  // of each entry's configuration, see Switch::configureEntries()
 };
 
-// The shadow, which counts what the audit finds and announces each repair to the ledger: the one
-// kind of write that no client orders.
+// A shadow that counts what the audit finds, and marks for the ledger which writes are repairs.
 class AuditedShadow : public Hardware::HardwareShadow {
  public:
   // The ledger must outlive this.
@@ -72,12 +71,12 @@ class Switch {
   void read(Table& table, U32 entry, U8* data, U32 entries);
   // Writes the configurations that the entries have at these versions; the same version makes the
   // same bytes, and no register is ever 0 in them.
-  void entriesConfigured(Table& table, U32 entry, U32 entries);
+  void configureEntries(Table& table, U32 entry, U32 entries);
 
   // How much of the running pass has been read, 0 to 1; between two passes 1, before the first 0.
   double passProgress() const;
   // Registers of the table whose value on the chip is not the one in the shadow; 0 for one without
-  // registers. The chip is looked at directly, with no help from the library.
+  // registers. The chip is read directly, not through the library.
   static U32 registersDiffering(const Table& table, const volatile U32* registers);
 
  private:
@@ -89,7 +88,7 @@ class Switch {
   std::vector<Table> tables_;
   const Zint::Ptr<AuditedShadow> shadow_;
   Hardware::ChipReader::Ptr reader_;
-  std::vector<U8> buffer_;  // of entriesConfigured()
+  std::vector<U8> buffer_;  // of configureEntries()
 };
 
 }  // namespace Demo

@@ -24,7 +24,7 @@ void Traffic::slice() {
     const bool isChange = below(2) == 0;
     for (U32 e = 0; isChange && e < written.entries; ++e)
       ++written.table.versions[written.entry + e];
-    switch_.entriesConfigured(written.table, written.entry, written.entries);
+    switch_.configureEntries(written.table, written.entry, written.entries);
   }
   for (U32 i = 0; i < readsPerSlice; ++i) {
     const Run seen = run();

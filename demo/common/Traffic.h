@@ -13,7 +13,7 @@ class Traffic : public Zint::Clock::NotifieeConst {
   static constexpr U32 readsPerSlice = 16;
   static constexpr U32 writesPerSlice = 2;
 
-  // Begins when it is told to: trafficIs(true). The switch must outlive it or its last wake-up.
+  // Begins with trafficIs(true). The switch must outlive it or its last wake-up.
   Traffic(const Zint::Ptr<Zint::ActivityConfig>& activity,
           const Zint::Ptr<const Zint::Clock>& clock, Switch& theSwitch, U32 seed)
       : NotifieeConst(activity, clock), switch_(theSwitch), random_(seed) {}

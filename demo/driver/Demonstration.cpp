@@ -36,7 +36,7 @@ Report Demonstration::run() {
   status_ = Zint::makePtr<Status>(activity_, clock_, isPicture_, [this] { return view(); });
 
   // The first pass learns what the buffered table wrote to the chip: no errors before its end.
-  bool isSettled = mayGoOn() && settled(1);
+  bool isSettled = mayGoOn() && settle(1);
   if (options_.freezeAudit) shadow->stateIs(HardwareShadow::idle());
   shadow->minIntervalBetweenAuditsIs(options_.auditInterval);
 
@@ -53,15 +53,15 @@ Report Demonstration::run() {
 
   phase_ = "settling";
   const int interrupts = Interrupts::count();
-  const bool isChipOrderly = chipWatch_->chipEnded();
-  if (!options_.freezeAudit && interrupts < 2) isSettled = settled(2);
+  const bool isChipOrderly = chipWatch_->endChip();
+  if (!options_.freezeAudit && interrupts < 2) isSettled = settle(2);
   shadow->stateIs(HardwareShadow::idle());
   phase_ = "ended";
-  status_->shownLast();
+  status_->showLast();
   return report(isChipOrderly, isSettled);
 }
 
-bool Demonstration::settled(U32 cleanPasses) {
+bool Demonstration::settle(U32 cleanPasses) {
   constexpr U32 passes = 20;          // at most
   constexpr Zint::Seconds time = 20;  // at most, for all of them
   const HardwareShadow::Ptr shadow = switch_.shadow();
@@ -112,10 +112,10 @@ Report Demonstration::report(bool isChipOrderly, bool isSettled) {
     if (!table.layout->isOnChip()) continue;
     const U32 begin = table.layout->address.chipMemoryOffset();
     report.rows.push_back({table.layout->name,
-                           ledger_.settled(registers, begin, table.layout->end()),
+                           ledger_.account(registers, begin, table.layout->end()),
                            Switch::registersDiffering(table, registers)});
   }
-  report.all = ledger_.settled(registers);
+  report.all = ledger_.account(registers);
   report.passes = switch_.shadow()->audits();
   report.isChipOrderly = isChipOrderly;
   report.isSettled = isSettled;

@@ -40,7 +40,7 @@ class Demonstration {
 
   // Audits from now on until that many passes in a row have found nothing; false when that does not
   // come about.
-  bool settled(U32 cleanPasses);
+  bool settle(U32 cleanPasses);
   bool mayGoOn() { return Interrupts::count() == 0 && chip_.isRunning(); }
   StatusView view() const;
   Report report(bool isChipOrderly, bool isSettled);

@@ -13,7 +13,7 @@ constexpr int endingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 std::atomic<Zint::ActivityConfig*> stopped{nullptr};
 std::atomic<int> interrupts{0};
 
-void interrupted(int) {
+void onSignal(int) {
   ++interrupts;
   if (Zint::ActivityConfig* activity = stopped; activity != nullptr) activity->stop();
 }
@@ -29,7 +29,7 @@ void handlerIs(void (*handler)(int)) {
 
 Interrupts::Interrupts(Zint::ActivityConfig& activity) {
   stopped = &activity;
-  handlerIs(interrupted);
+  handlerIs(onSignal);
 }
 
 Interrupts::~Interrupts() {

@@ -1,4 +1,4 @@
-// Ctrl-C, and the other signals that ask for an end, as a request to the activity.
+// Ctrl-C, and the other signals that ask a program to end, stop the activity.
 #pragma once
 
 #include <Zint/Activity.h>

@@ -28,7 +28,7 @@ void Status::onTime() {
   timeMinIs(Zint::now() + (isPicture_ ? 0.1 : 1.0));
 }
 
-void Status::shownLast() {
+void Status::showLast() {
   timeMinIs(Zint::never);
   show();
 }

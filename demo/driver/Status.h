@@ -13,7 +13,7 @@ class Status : public Zint::Clock::NotifieeConst {
  public:
   using Source = std::function<StatusView()>;
 
-  // Begins at once. What `source` looks at must outlive it or its last wake-up.
+  // Begins at once. What `source` reads must outlive it or its last wake-up.
   Status(const Zint::Ptr<Zint::ActivityConfig>& activity, const Zint::Ptr<const Zint::Clock>& clock,
          bool isPicture, Source source);
 
@@ -22,7 +22,7 @@ class Status : public Zint::Clock::NotifieeConst {
 
   void onTime() override;
   // Shows the last state and no more.
-  void shownLast();
+  void showLast();
 
  private:
   void show();

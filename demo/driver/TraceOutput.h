@@ -11,7 +11,7 @@
 namespace Demo {
 
 // While it lives, the library's lines go to the file or stream that the options name, and nowhere
-// without --trace. Lines of the runtime are never dropped: they tell of exceptions in handlers.
+// without --trace. Lines of the runtime are never dropped: they report exceptions in handlers.
 class TraceOutput : public Zint::TraceSink {
  public:
   // A file that cannot be opened: std::system_error.

@@ -22,7 +22,7 @@ int run(const Demo::Options& options) {
 
 int main(int argc, char* argv[]) {
   try {
-    const Demo::Options options = Demo::optionsParsed(argc, argv);
+    const Demo::Options options = Demo::parseOptions(argc, argv);
     if (options.help) {
       std::fputs(Demo::optionsHelp, stdout);
       return 0;

@@ -13,14 +13,19 @@ using testing::StartsWith;
 using CommandsTest = Fakes::SessionTest;
 
 TEST_F(CommandsTest, nothingIsNoCommand) {
-  EXPECT_EQ(printed(""), "");
-  EXPECT_EQ(printed("   "), "");
-  EXPECT_EQ(printed("# a remark"), "");
+  EXPECT_EQ(outputOf(""), "");
+  EXPECT_EQ(outputOf("   "), "");
+  EXPECT_EQ(outputOf("# a remark"), "");
 }
 
 TEST_F(CommandsTest, anUnknownCommandIsRefused) {
   EXPECT_EQ(refusal("descirbe x"), "unknown command descirbe; did you mean 'describe'?");
-  EXPECT_EQ(refusal("xyzzy"), "unknown command xyzzy");
+  EXPECT_EQ(refusal("xyzzy"), "unknown command xyzzy; help lists the commands");
+  EXPECT_EQ(refusal("exit"), "unknown command exit; did you mean 'quit'?");
+  EXPECT_EQ(refusal("?"), "unknown command ?; did you mean 'help'?");
+  EXPECT_EQ(refusal("SET state idle"), "unknown command SET; did you mean 'set'?");
+  EXPECT_EQ(refusal("/shadow/state"),
+            "unknown command /shadow/state; to read it: get /shadow/state");
 }
 
 TEST_F(CommandsTest, tooManyOrTooFewWordsShowTheUsage) {
@@ -30,7 +35,7 @@ TEST_F(CommandsTest, tooManyOrTooFewWordsShowTheUsage) {
   EXPECT_EQ(refusal("call"), "usage: call PATH [NAME=VALUE...]");
   EXPECT_EQ(refusal("let a"),
             "usage: let NAME = PATH | NAME = call PATH [NAME=VALUE...] | NAME = null");
-  EXPECT_EQ(refusal("types x"), "usage: types ");
+  EXPECT_EQ(refusal("types x"), "usage: types");
   EXPECT_EQ(refusal("poke 4"), "usage: poke ADDRESS VALUE");
   EXPECT_EQ(refusal("wait"), "usage: wait SECONDS | N passes");
 }
@@ -40,19 +45,19 @@ TEST_F(CommandsTest, set_changesAnAttribute) {
   EXPECT_FALSE(opened_.theSwitch().tables()[0].region->readFromCache());
   session_.run("cd /shadow");
   session_.run("set minIntervalBetweenAudits .25");
-  EXPECT_EQ(printed("get minIntervalBetweenAudits"), "0.25\n");
+  EXPECT_EQ(outputOf("get minIntervalBetweenAudits"), "0.25\n");
 }
 
 TEST_F(CommandsTest, set_aPathStandsForWhatIsThere) {
   session_.run("set /shadow/lastChipMemory /shadow/chipMemory/vlan");
-  EXPECT_EQ(printed("get /shadow/lastChipMemory/name"), "'vlan'\n");
+  EXPECT_EQ(outputOf("get /shadow/lastChipMemory/name"), "'vlan'\n");
   session_.run("cd /shadow/chipMemory/mac");
   session_.run("set /shadow/lastChipMemory .");
-  EXPECT_EQ(printed("get /shadow/lastChipMemory/name"), "'mac'\n");
+  EXPECT_EQ(outputOf("get /shadow/lastChipMemory/name"), "'mac'\n");
   session_.run("set /reader/maxEntriesPerRead ./entrySize");
-  EXPECT_EQ(printed("get /reader/maxEntriesPerRead"), "8\n");
+  EXPECT_EQ(outputOf("get /reader/maxEntriesPerRead"), "8\n");
   session_.run("set /reader/maxEntriesPerRead ../vlan/hardware/../stride");
-  EXPECT_EQ(printed("get /reader/maxEntriesPerRead"), "8\n");
+  EXPECT_EQ(outputOf("get /reader/maxEntriesPerRead"), "8\n");
 }
 
 TEST_F(CommandsTest, set_refuses) {
@@ -71,23 +76,23 @@ TEST_F(CommandsTest, set_refuses) {
 }
 
 TEST_F(CommandsTest, get_aCollectionsTextIsItsSize) {
-  EXPECT_EQ(printed("get /shadow/chipMemory"), "6\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemory"), "6\n");
 }
 
 TEST_F(CommandsTest, call_printsTheResult) {
   session_.run("cd /shadow");
-  EXPECT_THAT(printed("call findChipMemory size=8 address=0x100080010"), StartsWith("'vlan'#"));
-  EXPECT_EQ(printed("call findChipMemory address=0x500000000 size=8"), "null\n");
-  EXPECT_EQ(printed("call chipMemory/mac/handleMode"), "");
+  EXPECT_THAT(outputOf("call findChipMemory size=8 address=0x100080010"), StartsWith("'vlan'#"));
+  EXPECT_EQ(outputOf("call findChipMemory address=0x500000000 size=8"), "null\n");
+  EXPECT_EQ(outputOf("call chipMemory/mac/handleMode"), "");
 }
 
 TEST_F(CommandsTest, call_reachesTheOperationsOfCollections) {
   session_.run("call /shadow/chipMemoryIdDel index=2");
-  EXPECT_EQ(printed("get /shadow/chipMemoryId"), "2\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemoryId"), "2\n");
   session_.run("call /shadow/chipMemoryIdDelAll");
-  EXPECT_EQ(printed("get /shadow/chipMemoryId"), "0\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemoryId"), "0\n");
   session_.run("call /shadow/chipMemoryIdIs index=0 chipMemoryId=7");
-  EXPECT_EQ(printed("get /shadow/chipMemoryId/0"), "7\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemoryId/0"), "7\n");
 }
 
 TEST_F(CommandsTest, call_refuses) {
@@ -115,22 +120,22 @@ TEST_F(CommandsTest, call_refuses) {
 
 TEST_F(CommandsTest, let_namesAnObjectAndKeepsItAlive) {
   session_.run("let mine = call chipMemoryBogonFactory name='my tables'");
-  EXPECT_THAT(printed("ls /"), HasSubstr("mine/ "));
-  EXPECT_EQ(printed("get /mine/name"), "'my tables'\n");
+  EXPECT_THAT(outputOf("ls /"), HasSubstr("mine/ "));
+  EXPECT_EQ(outputOf("get /mine/name"), "'my tables'\n");
   session_.run(
       "let table = call /mine/chipMemoryIs name=t address=0x9000 entries=2 entrySize=4 "
       "stride=4 chipHam=/shadow/chipMemory/mac/chipHam");
   session_.run("let again = /mine/chipMemory/t");
   session_.run("let mine = null");
   EXPECT_EQ(refusal("get /mine"), "no object /mine");
-  EXPECT_EQ(printed("get /again/address"), "0x0:00009000\n");
-  EXPECT_EQ(printed("get /again"), printed("get /table"));
+  EXPECT_EQ(outputOf("get /again/address"), "0x0:00009000\n");
+  EXPECT_EQ(outputOf("get /again"), outputOf("get /table"));
 }
 
 TEST_F(CommandsTest, let_aNameCanBeGivenAnew) {
   session_.run("let x = /shadow/chipMemory/mac");
   session_.run("let x = /shadow/chipMemory/vlan");
-  EXPECT_EQ(printed("get /x/name"), "'vlan'\n");
+  EXPECT_EQ(outputOf("get /x/name"), "'vlan'\n");
 }
 
 TEST_F(CommandsTest, let_whatMayOnlyBeReadStaysSo) {
@@ -154,47 +159,47 @@ TEST_F(CommandsTest, let_refuses) {
 }
 
 TEST_F(CommandsTest, types_listsTheRegistry) {
-  const std::string text = printed("types");
+  const std::string text = outputOf("types");
   for (const Zint::Type* type : Zint::TypeRegistry::types()) {
     EXPECT_THAT(text, HasSubstr(std::string(type->name) + " "));
   }
 }
 
-TEST_F(CommandsTest, describe_tellsAllOfAType) {
-  const std::string text = printed("describe Hardware::ChipMemoryChunk");
+TEST_F(CommandsTest, describe_showsAllOfAType) {
+  const std::string text = outputOf("describe Hardware::ChipMemoryChunk");
   EXPECT_THAT(text, StartsWith("Hardware::ChipMemoryChunk: entity, derived from Zint::Entity\n"
                                "  name "));
   EXPECT_THAT(text, testing::ContainsRegex("\n  fwkKey +U32 +set once, when it is made\n"));
   EXPECT_THAT(text,
               testing::ContainsRegex("\n  offset +Zint::GenericIf::List_ +of U32 by index, made "
                                      "from \\(index, offset\\)\n"));
-  EXPECT_THAT(printed("describe Hardware::ChipMemory"),
+  EXPECT_THAT(outputOf("describe Hardware::ChipMemory"),
               testing::ContainsRegex("\n  inRange\\(addr\\) +bool +changes nothing\n"));
 }
 
 TEST_F(CommandsTest, describe_theLastPartOfANameWillDo) {
-  EXPECT_EQ(printed("describe ChipMemory"), printed("describe Hardware::ChipMemory"));
-  EXPECT_EQ(printed("describe State"),
+  EXPECT_EQ(outputOf("describe ChipMemory"), outputOf("describe Hardware::ChipMemory"));
+  EXPECT_EQ(outputOf("describe State"),
             "Hardware::HardwareShadow::State: enumeration\n"
             "  unconfigured    = 0\n  configured      = 1\n  idle            = 2\n"
             "  auditing        = 3\n");
 }
 
-TEST_F(CommandsTest, describe_withoutANameTellsWhatIsHere) {
+TEST_F(CommandsTest, describe_withoutANameShowsTheTypeOfWhatIsHere) {
   EXPECT_EQ(refusal("describe"), "no object here: name a type, or cd to an object");
   session_.run("cd /shadow/chipMemory/mac");
-  EXPECT_EQ(printed("describe"), printed("describe ChipMemory"));
+  EXPECT_EQ(outputOf("describe"), outputOf("describe ChipMemory"));
 }
 
 TEST_F(CommandsTest, describe_anUnknownTypeIsRefused) {
   EXPECT_EQ(refusal("describe ChipMemroy"), "no type ChipMemroy; did you mean 'ChipMemory'?");
 }
 
-TEST_F(CommandsTest, help_tellsOfEachCommandAndOfOne) {
-  const std::string all = printed("help");
+TEST_F(CommandsTest, help_explainsEachCommandAndOne) {
+  const std::string all = outputOf("help");
   for (const char* name : {"ls", "cd", "get", "set", "call", "let", "watch", "unwatch", "types",
                            "describe", "trace", "peek", "poke", "wait", "help", "quit", "show"}) {
-    const std::string one = printed(std::string("help ") + name);
+    const std::string one = outputOf(std::string("help ") + name);
     EXPECT_THAT(one, StartsWith(std::string("  ") + name));
     EXPECT_THAT(all, HasSubstr(one));
   }
@@ -209,10 +214,10 @@ TEST_F(CommandsTest, quit_ends) {
 
 TEST_F(CommandsTest, peekAndPoke_goPastTheLibrary) {
   const U32 before = onChip(0x80000);
-  EXPECT_EQ(printed("peek 0x80000"), Zint::format("0x%08x\n", before).bytes());
+  EXPECT_EQ(outputOf("peek 0x80000"), Zint::format("0x%08x\n", before).bytes());
   session_.run("poke 0x80000 0x17");
   EXPECT_EQ(onChip(0x80000), 0x17u);
-  EXPECT_EQ(printed("peek 524288"), "0x00000017\n");
+  EXPECT_EQ(outputOf("peek 524288"), "0x00000017\n");
   EXPECT_EQ(ledger_.soFar().injected, static_cast<U64>(std::popcount(before ^ 0x17)));
   session_.run("wait 2 passes");
   EXPECT_EQ(onChip(0x80000), before);
@@ -271,7 +276,7 @@ TEST_F(CommandsTest, wait_anInterruptEndsIt) {
   EXPECT_EQ(refusal("wait 1"), "");
 }
 
-TEST_F(CommandsTest, watch_tellsEachChangeAsItHappens) {
+TEST_F(CommandsTest, watch_printsEachChangeAsItHappens) {
   session_.run("watch /shadow/state");
   session_.run("set /shadow/state 'idle'");
   session_.run("set /shadow/state 'unconfigured'");
@@ -284,16 +289,16 @@ TEST_F(CommandsTest, watch_tellsEachChangeAsItHappens) {
 
 TEST_F(CommandsTest, watch_seesWhatIsNotAnnounced) {
   session_.run("watch /shadow/chipMemoryId");
-  EXPECT_EQ(printed("call /shadow/chipMemoryIdDelAll"), "/shadow/chipMemoryId: 3 -> 0\n");
+  EXPECT_EQ(outputOf("call /shadow/chipMemoryIdDelAll"), "/shadow/chipMemoryId: 3 -> 0\n");
   opened_.theSwitch().shadow()->chipMemoryIdIs(0, 9);
-  EXPECT_EQ(printed("wait 0.2"), "/shadow/chipMemoryId: 0 -> 1\n");
+  EXPECT_EQ(outputOf("wait 0.2"), "/shadow/chipMemoryId: 0 -> 1\n");
 }
 
-TEST_F(CommandsTest, watch_tellsWhatTheAuditDoes) {
+TEST_F(CommandsTest, watch_printsWhatTheAuditDoes) {
   session_.run("watch /shadow/chipMemory/vlan/registersFixed");
   session_.run("watch /shadow/audits");
   session_.run("poke 0x80008 1");
-  EXPECT_EQ(printed("wait 2 passes"),
+  EXPECT_EQ(outputOf("wait 2 passes"),
             "/shadow/chipMemory/vlan/registersFixed: 0 -> 1\n"
             "/shadow/audits: 1 -> 2\n/shadow/audits: 2 -> 3\n");
 }
@@ -303,12 +308,12 @@ TEST_F(CommandsTest, unwatch_endsIt) {
   session_.run("watch state");
   session_.run("watch overrideHardware");
   session_.run("watch audits");
-  EXPECT_EQ(printed("watch"), "/shadow/state\n/shadow/overrideHardware\n/shadow/audits\n");
+  EXPECT_EQ(outputOf("watch"), "/shadow/state\n/shadow/overrideHardware\n/shadow/audits\n");
   session_.run("unwatch state");
-  EXPECT_EQ(printed("set state 'idle'"), "");
+  EXPECT_EQ(outputOf("set state 'idle'"), "");
   session_.run("unwatch");
-  EXPECT_EQ(printed("set overrideHardware true"), "");
-  EXPECT_EQ(printed("watch"), "");
+  EXPECT_EQ(outputOf("set overrideHardware true"), "");
+  EXPECT_EQ(outputOf("watch"), "");
 }
 
 TEST_F(CommandsTest, watchAndUnwatch_refuse) {
@@ -322,16 +327,16 @@ TEST_F(CommandsTest, watchAndUnwatch_refuse) {
 }
 
 TEST_F(CommandsTest, trace_isShownWhenAskedFor) {
-  EXPECT_EQ(printed("set /shadow/overrideHardware false"), "");
+  EXPECT_EQ(outputOf("set /shadow/overrideHardware false"), "");
   session_.run("trace 0");
-  EXPECT_EQ(printed("set /shadow/state 'idle'"),
+  EXPECT_EQ(outputOf("set /shadow/state 'idle'"),
             "Umbra 0: HardwareShadow::handleState( idle )\n"
             "Umbra 0: handleReadRequest 2\n");
   session_.run("trace 9 Umbra");
   EXPECT_TRUE(Hardware::umbraTrace().level(9));
   session_.run("trace off");
   EXPECT_FALSE(Hardware::umbraTrace().level(1));
-  EXPECT_EQ(printed("set /shadow/state 'unconfigured'"), "");
+  EXPECT_EQ(outputOf("set /shadow/state 'unconfigured'"), "");
 }
 
 TEST_F(CommandsTest, trace_refuses) {

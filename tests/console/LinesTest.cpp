@@ -16,13 +16,13 @@ struct Pipe {
     if (pipe(ends) != 0) throw std::runtime_error("pipe");
   }
   ~Pipe() {
-    closed();
+    closeInput();
     close(ends[0]);
   }
-  void written(const std::string& text) {
-    ASSERT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  void write(const std::string& text) {
+    ASSERT_EQ(::write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
-  void closed() {
+  void closeInput() {
     if (ends[1] >= 0) close(std::exchange(ends[1], -1));
   }
   int ends[2];
@@ -30,7 +30,7 @@ struct Pipe {
 
 class PlainLinesTest : public testing::Test {
  protected:
-  std::vector<std::string> all() {
+  std::vector<std::string> readAll() {
     std::vector<std::string> read;
     for (std::string line; lines_.next("> ", line);) read.push_back(line);
     return read;
@@ -44,28 +44,28 @@ class PlainLinesTest : public testing::Test {
 using Read = std::vector<std::string>;
 
 TEST_F(PlainLinesTest, linesComeInTheirOrder) {
-  pipe_.written("ls\n\nget x\n");
-  pipe_.closed();
-  EXPECT_EQ(all(), (Read{"ls", "", "get x"}));
+  pipe_.write("ls\n\nget x\n");
+  pipe_.closeInput();
+  EXPECT_EQ(readAll(), (Read{"ls", "", "get x"}));
 }
 
 TEST_F(PlainLinesTest, theLastLineNeedsNoNewline) {
-  pipe_.written("ls\nquit");
-  pipe_.closed();
-  EXPECT_EQ(all(), (Read{"ls", "quit"}));
+  pipe_.write("ls\nquit");
+  pipe_.closeInput();
+  EXPECT_EQ(readAll(), (Read{"ls", "quit"}));
 }
 
 TEST_F(PlainLinesTest, nothingIsNoLine) {
-  pipe_.closed();
-  EXPECT_EQ(all(), Read{});
+  pipe_.closeInput();
+  EXPECT_EQ(readAll(), Read{});
 }
 
 TEST_F(PlainLinesTest, aLineMayCome_inParts) {
   const std::string word(5000, 'x');
-  pipe_.written("get ");
-  pipe_.written(word + "\nls\n");
-  pipe_.closed();
-  EXPECT_EQ(all(), (Read{"get " + word, "ls"}));
+  pipe_.write("get ");
+  pipe_.write(word + "\nls\n");
+  pipe_.closeInput();
+  EXPECT_EQ(readAll(), (Read{"get " + word, "ls"}));
 }
 
 TEST_F(PlainLinesTest, whileALineIsAwaitedTheSystemWorks) {
@@ -73,7 +73,7 @@ TEST_F(PlainLinesTest, whileALineIsAwaitedTheSystemWorks) {
    public:
     Alarm(const Fakes::ManualLoop& loop, Pipe& pipe)
         : NotifieeConst(loop.activity, Zint::Ptr<const Zint::Clock>(loop.clock)), pipe_(pipe) {}
-    void onTime() override { pipe_.written("from the loop\n"); }
+    void onTime() override { pipe_.write("from the loop\n"); }
 
    private:
     Pipe& pipe_;
@@ -87,7 +87,7 @@ TEST_F(PlainLinesTest, whileALineIsAwaitedTheSystemWorks) {
 
 TEST_F(PlainLinesTest, thePromptIsShownWhenAskedFor) {
   Console::PlainLines asking(pipe_.ends[0], loop_.activity, true);
-  pipe_.written("ls\n");
+  pipe_.write("ls\n");
   std::string line;
   testing::internal::CaptureStdout();
   ASSERT_TRUE(asking.next("/shadow> ", line));

@@ -75,7 +75,7 @@ class OwnTypeTest : public testing::Test {
     Zint::TypeRegistry::factoryDel(Garden::bedMaker);
     Zint::TypeRegistry::typeDel(Garden::bedType);
   }
-  std::string printed(const std::string& line) {
+  std::string outputOf(const std::string& line) {
     out_.str("");
     session_.run(line);
     return out_.str();
@@ -94,8 +94,8 @@ class OwnTypeTest : public testing::Test {
 };
 
 TEST_F(OwnTypeTest, isListedAndDescribed) {
-  EXPECT_THAT(printed("types"), testing::ContainsRegex("\nGarden::Bed +entity\n"));
-  EXPECT_EQ(printed("describe Bed"),
+  EXPECT_THAT(outputOf("types"), testing::ContainsRegex("\nGarden::Bed +entity\n"));
+  EXPECT_EQ(outputOf("describe Bed"),
             "Garden::Bed: entity, derived from Zint::Entity\n"
             "  name               Zint::String8  set once, when it is made\n"
             "  isNondestructing   bool\n"
@@ -107,7 +107,7 @@ TEST_F(OwnTypeTest, isListedAndDescribed) {
 
 TEST_F(OwnTypeTest, itsMembersStandBelowIt) {
   session_.run("cd /bed");
-  EXPECT_EQ(printed("ls"),
+  EXPECT_EQ(outputOf("ls"),
             "name              'roses'  Zint::String8\n"
             "isNondestructing  true     bool\n"
             "plants            9        U32\n"
@@ -120,8 +120,8 @@ TEST_F(OwnTypeTest, isMadeSetAndCalled) {
   session_.run("let tulips = call bedFactory name=tulips plants=5");
   session_.run("set bed/neighbour /tulips");
   session_.run("cd bed/neighbour");
-  EXPECT_EQ(printed("call doHarvest plants=2"), "3\n");
-  EXPECT_EQ(printed("get /bed/neighbour/plants"), "3\n");
+  EXPECT_EQ(outputOf("call doHarvest plants=2"), "3\n");
+  EXPECT_EQ(outputOf("get /bed/neighbour/plants"), "3\n");
   EXPECT_EQ(bed_->neighbour()->plants(), 3u);
   EXPECT_THROW(session_.run("call doHarvest plants=4"), Zint::RangeException);
 }

@@ -31,21 +31,21 @@ TEST_F(PathTest, cd_goesAlongAttributesAndCollections) {
 }
 
 TEST_F(PathTest, aMemberIsFoundByItsKeyAndByItsName) {
-  const std::string mac = printed("get /shadow/chipMemory/mac");
+  const std::string mac = outputOf("get /shadow/chipMemory/mac");
   EXPECT_THAT(mac, StartsWith("'mac'#"));
-  EXPECT_EQ(printed("get /shadow/chipMemory/'mac'"), mac);
-  EXPECT_EQ(printed("get /shadow/chipMemory/4294967296"), mac);
-  EXPECT_EQ(printed("get /shadow/chipMemory/0x100000000"), mac);
-  EXPECT_EQ(printed("get /shadow/chipMemory/0x1:00000000"), mac);
-  EXPECT_EQ(printed("get /shadow/chipMemory/0x1:0"), mac);
-  EXPECT_EQ(printed("get /shadow/chipMemoryId/1"), "2\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemory/'mac'"), mac);
+  EXPECT_EQ(outputOf("get /shadow/chipMemory/4294967296"), mac);
+  EXPECT_EQ(outputOf("get /shadow/chipMemory/0x100000000"), mac);
+  EXPECT_EQ(outputOf("get /shadow/chipMemory/0x1:00000000"), mac);
+  EXPECT_EQ(outputOf("get /shadow/chipMemory/0x1:0"), mac);
+  EXPECT_EQ(outputOf("get /shadow/chipMemoryId/1"), "2\n");
 }
 
 TEST_F(PathTest, aMemberMayBeNull) {
   session_.run("call /shadow/chipMemoryChunkArrayIs index=1 chipMemoryChunk=null");
-  EXPECT_EQ(printed("get /shadow/chipMemoryChunkArray/1"), "null\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemoryChunkArray/1"), "null\n");
   EXPECT_EQ(refusal("cd /shadow/chipMemoryChunkArray/1"),
-            "/shadow/chipMemoryChunkArray/1 is null, nothing stands below it");
+            "/shadow/chipMemoryChunkArray/1 is null, nothing is below it");
   EXPECT_EQ(refusal("get /shadow/chipMemoryChunkArray/9"),
             "/shadow/chipMemoryChunkArray has no member 9");
 }
@@ -55,7 +55,7 @@ TEST_F(PathTest, aNameWithOtherCharactersIsQuoted) {
       "let t = call chipMemoryFactory name='a table/1' address=0x9000 entries=1 "
       "entrySize=4 stride=4 chipHam=/shadow/chipMemory/mac/chipHam");
   session_.run("call /reader/chipMemoryIs chipMemory=/t");
-  EXPECT_EQ(printed("get /reader/chipMemory/'a table/1'/address"), "0x0:00009000\n");
+  EXPECT_EQ(outputOf("get /reader/chipMemory/'a table/1'/address"), "0x0:00009000\n");
 }
 
 TEST_F(PathTest, twoMembersOfOneNameAreNotMistaken) {
@@ -70,10 +70,10 @@ TEST_F(PathTest, twoMembersOfOneNameAreNotMistaken) {
   session_.run("call /shadow/chipMemoryIs chipMemory=/ta000");
   EXPECT_EQ(refusal("get /shadow/chipMemory/twin"),
             "/shadow/chipMemory has several members named twin: name its address");
-  EXPECT_EQ(printed("get /shadow/chipMemory/0xa000/address"), "0x0:0000a000\n");
+  EXPECT_EQ(outputOf("get /shadow/chipMemory/0xa000/address"), "0x0:0000a000\n");
 }
 
-TEST_F(PathTest, whatIsNotThereIsSaid) {
+TEST_F(PathTest, aWrongPathIsRefused) {
   EXPECT_EQ(refusal("cd shadwo"), "no object /shadwo; did you mean 'shadow'?");
   EXPECT_EQ(refusal("cd /nothing/at/all"), "no object /nothing");
   EXPECT_EQ(refusal("get /shadow/sate"),
@@ -83,11 +83,10 @@ TEST_F(PathTest, whatIsNotThereIsSaid) {
   EXPECT_EQ(refusal("get /shadow/chipMemory/17"), "/shadow/chipMemory has no member 17");
   EXPECT_EQ(refusal("get /shadow/findChipMemory"),
             "/shadow/findChipMemory is an operation: use call");
-  EXPECT_EQ(refusal("get /shadow/state/more"),
-            "/shadow/state is 'auditing', nothing stands below it");
-  EXPECT_EQ(refusal("cd /shadow/state"), "/shadow/state is 'auditing', nothing stands below it");
+  EXPECT_EQ(refusal("get /shadow/state/more"), "/shadow/state is 'auditing', nothing is below it");
+  EXPECT_EQ(refusal("cd /shadow/state"), "/shadow/state is 'auditing', nothing is below it");
   EXPECT_EQ(refusal("cd /shadow/lastChipMemory/name"),
-            "/shadow/lastChipMemory is null, nothing stands below it");
+            "/shadow/lastChipMemory is null, nothing is below it");
   EXPECT_EQ(refusal("get /"), "/ is no object");
   EXPECT_EQ(textOf(session_.names().here()), "/");
 }
@@ -103,7 +102,7 @@ TEST_F(PathTest, hereIsNotHeldOnTo) {
 }
 
 TEST_F(PathTest, ls_theTopHasTheObjectsAndWhatMakesNewOnes) {
-  const std::string text = printed("ls");
+  const std::string text = outputOf("ls");
   for (const char* name : {"shadow/ ", "reader/ ", "directory/ ", "Hardware::HardwareShadow\n",
                            "\nchipMemoryBogonFactory(name)\n"}) {
     EXPECT_THAT(text, HasSubstr(name));
@@ -111,7 +110,7 @@ TEST_F(PathTest, ls_theTopHasTheObjectsAndWhatMakesNewOnes) {
 }
 
 TEST_F(PathTest, ls_anObjectHasItsAttributesCollectionsAndOperations) {
-  const std::string text = printed("ls shadow");
+  const std::string text = outputOf("ls shadow");
   EXPECT_THAT(text,
               testing::ContainsRegex("\nstate +'auditing' +Hardware::HardwareShadow::State\n"));
   EXPECT_THAT(text, testing::ContainsRegex("\nchipMemory/ +6 by address +Hardware::ChipMemory\n"));
@@ -121,10 +120,10 @@ TEST_F(PathTest, ls_anObjectHasItsAttributesCollectionsAndOperations) {
 }
 
 TEST_F(PathTest, ls_aCollectionHasItsMembers) {
-  const std::string text = printed("ls shadow/chipMemory");
+  const std::string text = outputOf("ls shadow/chipMemory");
   EXPECT_THAT(text, testing::MatchesRegex("(0x[0-9]:[0-9a-f]{8} +'[a-z]+'#[0-9]+\n){6}"));
-  EXPECT_EQ(printed("ls directory/chipMemory"), "");
-  EXPECT_EQ(printed("ls shadow/state"), "'auditing'\n");
+  EXPECT_EQ(outputOf("ls directory/chipMemory"), "");
+  EXPECT_EQ(outputOf("ls shadow/state"), "'auditing'\n");
 }
 
 }  // namespace

@@ -23,12 +23,15 @@ struct Outcome {
   std::string errors;
 };
 
-Outcome outcome(const std::string& arguments, const std::string& script = "") {
+// `arguments` may go on with the rest of a shell's line.
+Outcome outcome(const std::string& arguments, const std::string& script = "",
+                const std::string& shell = "sh") {
   const std::string stem = testing::TempDir() + "console-" +
                            testing::UnitTest::GetInstance()->current_test_info()->name();
   std::ofstream(stem + ".in") << script;
-  const std::string command = std::string("'") + UMBRA_CONSOLE_PLAIN + "' " + arguments + " <'" +
-                              stem + ".in' 2>'" + stem + ".err'";
+  std::ofstream(stem + ".sh") << "exec <'" << stem << ".in' 2>'" << stem << ".err'\n'"
+                              << UMBRA_CONSOLE_PLAIN << "' " << arguments << "\n";
+  const std::string command = shell + " '" + stem + ".sh'";
   Outcome outcome{-1, "", ""};
   std::FILE* pipe = popen(command.c_str(), "re");
   if (pipe == nullptr) return outcome;
@@ -41,6 +44,7 @@ Outcome outcome(const std::string& arguments, const std::string& script = "") {
   std::ifstream errors(stem + ".err");
   outcome.errors.assign(std::istreambuf_iterator<char>(errors), {});
   std::filesystem::remove(stem + ".in");
+  std::filesystem::remove(stem + ".sh");
   std::filesystem::remove(stem + ".err");
   return outcome;
 }
@@ -63,6 +67,29 @@ TEST(ConsoleProgramTest, errorsGoToStandardErrorWithTheirLine_exit1) {
             "line 1: /shadow (Hardware::HardwareShadow) has no member sate; did you mean "
             "'state'?\n"
             "line 3: unknown command watsh; did you mean 'watch'?\n");
+}
+
+TEST(ConsoleProgramTest, aReaderThatEndsEarlyEndsItQuietly_exit0) {
+  std::string script;
+  for (int i = 0; i < 2000; ++i) script += "ls /shadow\n";
+  const Outcome run = outcome("| head -n 1; echo ${PIPESTATUS[0]} #", script, "bash");
+  EXPECT_THAT(run.output, testing::MatchesRegex("zintFwkActivity/ [^\n]+\n0\n"));
+  EXPECT_THAT(run.errors, IsEmpty());
+}
+
+TEST(ConsoleProgramTest, aCommandsOutputCanBeFiltered) {
+  const Outcome run = outcome("",
+                              "ls /shadow/chipMemory | grep -c 0x\n"
+                              "ls /shadow | head -n 1 | cut -c 1-4\n"
+                              "show /shadow/chipMemory/mac/shadow 0..65535 | head -n 1\n"
+                              "types | no-such-program 2>/dev/null\n"
+                              "gte | cat\n"
+                              "types |\nquit\n");
+  EXPECT_EQ(run.output, "6\nzint\n65536 entries of 8 bytes, 524288 bytes\n");
+  EXPECT_EQ(run.errors,
+            "line 4: cannot run no-such-program 2>/dev/null \n"
+            "line 5: unknown command gte; did you mean 'get'?\n"
+            "line 6: usage: COMMAND | SHELL COMMAND\n");
 }
 
 TEST(ConsoleProgramTest, theChipDamagesItselfWhenAskedTo) {

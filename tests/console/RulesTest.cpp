@@ -349,18 +349,18 @@ class RulesTest : public Fakes::SessionTest, public testing::WithParamInterface<
 
 TEST_P(RulesTest, aBrokenRuleIsRefused_andNothingChanges) {
   for (const char* line : GetParam().before) session_.run(line);
-  const std::string before = printed("ls /shadow") + printed("ls /reader");
+  const std::string before = outputOf("ls /shadow") + outputOf("ls /reader");
   const std::string refused = refusal(GetParam().line);
   EXPECT_THAT(refused, testing::StartsWith("refused: "));
   EXPECT_THAT(refused, testing::HasSubstr(GetParam().rule));
-  EXPECT_EQ(printed("ls /shadow") + printed("ls /reader"), before);
+  EXPECT_EQ(outputOf("ls /shadow") + outputOf("ls /reader"), before);
   for (const char* line : GetParam().after) session_.run(line);
   session_.run("wait 0.7");
 }
 
 using RulesDeathTest = RulesTest;
 
-// Some only when the system goes on.
+// Some do so only after the line, as the system runs on.
 TEST_P(RulesDeathTest, withoutTheCheckItEndsTheProcess) {
   const auto broken = [&] {
     Console::World world = opened_.world();
@@ -380,8 +380,8 @@ INSTANTIATE_TEST_SUITE_P(Rules, RulesDeathTest, testing::ValuesIn(breaks), nameO
 
 using RuleBoundsTest = Fakes::SessionTest;
 
-// What lies just inside the rules is carried out.
-TEST_F(RuleBoundsTest, whatKeepsTheRulesIsCarriedOut) {
+// What just keeps the rules is run.
+TEST_F(RuleBoundsTest, whatKeepsTheRulesIsRun) {
   session_.run(table);
   for (const char* line :
        {shadowed,
@@ -412,7 +412,7 @@ TEST_F(RuleBoundsTest, whatKeepsTheRulesIsCarriedOut) {
     EXPECT_EQ(refusal(line), "") << line;
   }
   session_.run("wait 1");
-  EXPECT_EQ(printed("get /shadow/state"), "'idle'\n");  // there was nothing to audit
+  EXPECT_EQ(outputOf("get /shadow/state"), "'idle'\n");  // there was nothing to audit
 }
 
 TEST_F(RuleBoundsTest, anUnreadableArgumentIsTheLibrarysToRefuse) {

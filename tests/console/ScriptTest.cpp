@@ -27,10 +27,10 @@ class GivenLines : public Console::Lines {
 
 class ScriptTest : public Fakes::SessionTest {
  protected:
-  U32 done(const std::string& script, bool isScript = true) {
+  U32 runScript(const std::string& script, bool isScript = true) {
     std::istringstream in(script);
     GivenLines lines(in);
-    const U32 failed = linesDone(session_, lines, errors_, isScript);
+    const U32 failed = runLines(session_, lines, errors_, isScript);
     prompts_ = lines.prompts;
     return failed;
   }
@@ -39,7 +39,7 @@ class ScriptTest : public Fakes::SessionTest {
 };
 
 // From the end of one text on; "" when it does not occur.
-std::string behind(const std::string& text, const std::string& mark) {
+std::string textAfter(const std::string& text, const std::string& mark) {
   const std::size_t at = text.find(mark);
   return at == std::string::npos ? "" : text.substr(at + mark.size());
 }
@@ -48,12 +48,12 @@ TEST_F(ScriptTest, theScriptedSessionTellsItsStory) {
   std::ifstream script(UMBRA_SESSION);
   ASSERT_TRUE(script);
   GivenLines lines(script);
-  EXPECT_EQ(linesDone(session_, lines, errors_, true), 0u);
+  EXPECT_EQ(runLines(session_, lines, errors_, true), 0u);
   EXPECT_EQ(errors_.str(), "");
   EXPECT_TRUE(session_.isEnded());
 
   // The write by name reaches shadow and chip, the damage is seen, and the audit undoes it.
-  const std::string story = behind(out_.str(), "'idle'\n");
+  const std::string story = textAfter(out_.str(), "'idle'\n");
   EXPECT_THAT(story, testing::StartsWith("false\n"
                                          "true 0102030405060708\n"
                                          "16 entries of 8 bytes, 128 bytes\n"
@@ -67,7 +67,7 @@ TEST_F(ScriptTest, theScriptedSessionTellsItsStory) {
   EXPECT_EQ(onChip(0x84018), 0x04030201u);
   EXPECT_EQ(onChip(0x8401c), 0x08070605u);
   // Dropped: the table without hardware, and at the end the one that was made.
-  const std::string listing = behind(story, "-> 1\n0x04030201\n1\n");
+  const std::string listing = textAfter(story, "-> 1\n0x04030201\n1\n");
   EXPECT_THAT(listing, AllOf(HasSubstr("'mac'#"), HasSubstr("'spare'#"), Not(HasSubstr("stack"))));
   EXPECT_THAT(listing, testing::EndsWith("null\n'auditing'\n"));
   const auto shadow = opened_.theSwitch().shadow();
@@ -79,7 +79,8 @@ TEST_F(ScriptTest, theScriptedSessionTellsItsStory) {
 }
 
 TEST_F(ScriptTest, eachErrorIsALineWithItsNumber_andTheOthersAreCarriedOut) {
-  EXPECT_EQ(done("gte /shadow/state\n\n# nothing\nset /shadow/audits x\nget /shadow/audits\n"), 2u);
+  EXPECT_EQ(runScript("gte /shadow/state\n\n# nothing\nset /shadow/audits x\nget /shadow/audits\n"),
+            2u);
   EXPECT_EQ(errors_.str(),
             "line 1: unknown command gte; did you mean 'get'?\n"
             "line 4: an integer expected at \"x\" deserializing attribute "
@@ -88,13 +89,13 @@ TEST_F(ScriptTest, eachErrorIsALineWithItsNumber_andTheOthersAreCarriedOut) {
 }
 
 TEST_F(ScriptTest, aPersonIsToldNoNumbers) {
-  EXPECT_EQ(done("gte\ncd /shadow\n", false), 1u);
+  EXPECT_EQ(runScript("gte\ncd /shadow\n", false), 1u);
   EXPECT_EQ(errors_.str(), "unknown command gte; did you mean 'get'?\n");
   EXPECT_EQ(prompts_, (std::vector<std::string>{"/> ", "/> ", "/shadow> "}));
 }
 
 TEST_F(ScriptTest, quitEndsIt) {
-  EXPECT_EQ(done("quit\nget /shadow/audits\n"), 0u);
+  EXPECT_EQ(runScript("quit\nget /shadow/audits\n"), 0u);
   EXPECT_EQ(out_.str(), "");
 }
 
@@ -110,7 +111,7 @@ TEST_F(ScriptDeathTest, aBrokenRuleEndsTheProgramAndNamesTheLine) {
             "get /shadow/state\ncall /shadow/chipMemoryDel "
             "address=/shadow/chipMemory/mac/address\n");
         GivenLines lines(in);
-        linesDone(unchecked, lines, std::cerr, true);
+        runLines(unchecked, lines, std::cerr, true);
       },
       "line 2: breaks a rule of the library, which ends the program");
 }

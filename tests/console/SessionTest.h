@@ -19,7 +19,7 @@ namespace Fakes {
 class SessionTest : public testing::Test {
  protected:
   // What the line prints.
-  std::string printed(const std::string& line) {
+  std::string outputOf(const std::string& line) {
     out_.str("");
     session_.run(line);
     return out_.str();

@@ -52,7 +52,7 @@ TEST(WordsTest, typed_theWordUnderTheCursorIsTheLast) {
   EXPECT_EQ(typed("set /sha").begin, 4u);
 }
 
-TEST(WordsTest, typed_behindABlankANewWordBegins) {
+TEST(WordsTest, typed_afterABlankANewWordBegins) {
   EXPECT_EQ(typed("set state ").before, (Words{"set", "state"}));
   EXPECT_EQ(typed("set state ").word, "");
   EXPECT_EQ(typed("set state ").begin, 10u);

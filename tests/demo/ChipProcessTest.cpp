@@ -51,9 +51,9 @@ TEST(ChipProcessTest, everyErrorIsInTheRegistersAndInTheLog) {
   ASSERT_TRUE(chip.end());
   Demo::Ledger ledger(Demo::registerFileSize);
   do {
-    ledger.flipped(flip);
+    ledger.recordFlip(flip);
   } while (chip.control().flips.take(flip));
-  const Demo::Account account = ledger.settled(chip.registers());
+  const Demo::Account account = ledger.account(chip.registers());
   EXPECT_GT(account.injected, 0u);
   EXPECT_EQ(account.remaining + account.undone, account.injected);
   EXPECT_EQ(account.unexplained, 0u);

@@ -28,7 +28,7 @@ constexpr U32 size = 64;
 // Registers, and who changes them; each change is entered into the ledger.
 struct Story {
   // The chip's flip, logged at once.
-  void flip(U32 address, U32 bits) { ledger.flipped(unlogged(address, bits)); }
+  void flip(U32 address, U32 bits) { ledger.recordFlip(unlogged(address, bits)); }
   // The same, logged later.
   Demo::Flip unlogged(U32 address, U32 bits) {
     const U32 before = registers[address / 4];
@@ -36,17 +36,17 @@ struct Story {
     return {address, before, before ^ bits, sequence++};
   }
   void write(U32 address, U32 value) {
-    ledger.written(address, registers[address / 4], value);
+    ledger.recordWrite(address, registers[address / 4], value);
     registers[address / 4] = value;
   }
   // Rewrites the entry of two registers at `address`.
   void repair(U32 address, U32 first, U32 second) {
-    ledger.repairBegun(address, 8);
+    ledger.beginRepair(address, 8);
     write(address, first);
     write(address + 4, second);
-    ledger.repairEnded();
+    ledger.endRepair();
   }
-  Account account() const { return ledger.settled(registers); }
+  Account account() const { return ledger.account(registers); }
 
   U32 registers[size / 4] = {};
   U32 sequence = 0;
@@ -129,7 +129,7 @@ TEST(LedgerTest, logMayComeAfterTheWriteThatMetTheFlip) {
   const Demo::Flip flip = story.unlogged(8, 0x10);
   story.repair(8, 5, 0);
   story.write(8, 7);
-  story.ledger.flipped(flip);
+  story.ledger.recordFlip(flip);
   EXPECT_EQ(story.account(), (Account{.injected = 1, .repaired = 1}));
 }
 
@@ -139,7 +139,7 @@ TEST(LedgerTest, logMayComeBeforeAWriteThatTheFlipFollowed) {
   Story story;
   story.write(8, 5);
   story.flip(8, 0x10);
-  story.ledger.written(8, 5, 5);
+  story.ledger.recordWrite(8, 5, 5);
   EXPECT_EQ(story.account(), (Account{.injected = 1, .remaining = 1}));
 }
 
@@ -207,7 +207,7 @@ TEST(LedgerTest, gapInTheLogIsUnexplained) {
 TEST(LedgerTest, damageOfSomeoneElseTakesNoPlaceInTheLog) {
   Story story;
   story.registers[2] = 6;
-  story.ledger.damaged(8, 0, 6);
+  story.ledger.recordDamage(8, 0, 6);
   story.flip(12, 1);
   EXPECT_EQ(story.account(), (Account{.injected = 3, .remaining = 3}));
 }
@@ -218,9 +218,9 @@ TEST(LedgerTest, accountOfARangeCountsItsRegistersAlone) {
   story.flip(12, 1);
   story.flip(16, 1);
   story.repair(16, 0, 0);
-  EXPECT_EQ(story.ledger.settled(story.registers, 12, 16),
+  EXPECT_EQ(story.ledger.account(story.registers, 12, 16),
             (Account{.injected = 1, .remaining = 1}));
-  EXPECT_EQ(story.ledger.settled(story.registers, 16, 24), (Account{.injected = 1, .repaired = 1}));
+  EXPECT_EQ(story.ledger.account(story.registers, 16, 24), (Account{.injected = 1, .repaired = 1}));
 }
 
 TEST(LedgerTest, soFar_countsBeforeTheSettlement) {
@@ -259,10 +259,10 @@ TEST(LedgerTest, accountIsEvenWhileFlipsAndWritesRace) {
   Demo::Ledger ledger(sizeof chip);
   std::mt19937 random(11);
   const auto exchange = [&](U32 address, U32 value) {
-    ledger.written(address, std::atomic_ref<U32>(chip[address / 4]).exchange(value), value);
+    ledger.recordWrite(address, std::atomic_ref<U32>(chip[address / 4]).exchange(value), value);
   };
   const auto taken = [&] {
-    for (Demo::Flip flip; log->take(flip);) ledger.flipped(flip);
+    for (Demo::Flip flip; log->take(flip);) ledger.recordFlip(flip);
   };
   U32 held[registers] = {};
   while (!isDone) {
@@ -270,16 +270,16 @@ TEST(LedgerTest, accountIsEvenWhileFlipsAndWritesRace) {
     if (random() % 2 == 0) {
       exchange(r * 4, held[r] = static_cast<U32>(random() % 4));
     } else if (std::atomic_ref<U32>(chip[r]).load() != held[r]) {
-      ledger.repairBegun(r * 4, 4);
+      ledger.beginRepair(r * 4, 4);
       exchange(r * 4, held[r]);
-      ledger.repairEnded();
+      ledger.endRepair();
     }
     if (random() % 64 == 0) taken();
   }
   flipper.join();
   taken();
 
-  const Account account = ledger.settled(chip);
+  const Account account = ledger.account(chip);
   EXPECT_EQ(account.injected, flips);
   EXPECT_EQ(account.unexplained, 0u);
   EXPECT_EQ(account.repairsWithoutDamage, 0u);

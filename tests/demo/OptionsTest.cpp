@@ -14,7 +14,7 @@ Demo::Options parsed(std::vector<std::string> arguments) {
   std::vector<char*> pointers;
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
-  return Demo::optionsParsed(static_cast<int>(arguments.size()), pointers.data());
+  return Demo::parseOptions(static_cast<int>(arguments.size()), pointers.data());
 }
 
 std::string refusal(std::vector<std::string> arguments) {

@@ -27,7 +27,7 @@ class Registers : public Fru::HamImpl {
   void write(U32 address, U32 value) override {
     ++writes;
     U32& held = values.at(address / 4);
-    ledger_.written(address, std::exchange(held, value), value);
+    ledger_.recordWrite(address, std::exchange(held, value), value);
   }
   std::vector<U32> values = std::vector<U32>(Demo::registerFileSize / 4);
   U32 reads = 0;
@@ -54,10 +54,10 @@ class SwitchTest : public testing::Test {
   void passed(U32 passes) {
     while (switch_.shadow()->audits() < passes) loop_.turnAt(loop_.clock->time() + 0.001);
   }
-  void damaged(U32 address, U32 bit) {
+  void damage(U32 address, U32 bit) {
     const U32 before = registers_->values[address / 4];
     registers_->values[address / 4] ^= bit;
-    ledger_.damaged(address, before, before ^ bit);
+    ledger_.recordDamage(address, before, before ^ bit);
   }
   U32 differing() {
     U32 differing = 0;
@@ -110,10 +110,10 @@ TEST_F(SwitchTest, firstPass_learnsTheTableThatWasBuffered) {
 
 TEST_F(SwitchTest, equalConfigurationDoesNotReachTheChipOfATableThatSkips) {
   accessesForgotten();
-  switch_.entriesConfigured(table("vlan"), 3, 4);
+  switch_.configureEntries(table("vlan"), 3, 4);
   EXPECT_EQ(registers_->writes, 0u);
   EXPECT_EQ(table("vlan").region->writeCacheHits(), 4u);
-  switch_.entriesConfigured(table("mac"), 3, 4);
+  switch_.configureEntries(table("mac"), 3, 4);
   EXPECT_EQ(registers_->writes, 8u);
 }
 
@@ -121,7 +121,7 @@ TEST_F(SwitchTest, newVersionReachesTheChip) {
   accessesForgotten();
   const U32 before = registers_->values[0x80018 / 4];
   ++table("vlan").versions[3];
-  switch_.entriesConfigured(table("vlan"), 3, 1);
+  switch_.configureEntries(table("vlan"), 3, 1);
   EXPECT_EQ(registers_->writes, 2u);
   EXPECT_NE(registers_->values[0x80018 / 4], before);
 }
@@ -149,14 +149,14 @@ TEST_F(SwitchTest, tableInOverrideModeNeverReachesTheChip) {
 
 TEST_F(SwitchTest, damageIsFoundRepairedAndEntered) {
   passed(1);
-  damaged(0x90204, 0x100);  // register 1 of entry 2 of the sparse table
+  damage(0x90204, 0x100);  // register 1 of entry 2 of the sparse table
   EXPECT_EQ(Demo::Switch::registersDiffering(table("port"), registers_->values.data()), 1u);
   passed(2);
   EXPECT_EQ(differing(), 0u);
   EXPECT_EQ(switch_.shadow()->differences(*table("port").region), 1u);
   EXPECT_EQ(switch_.shadow()->differences(*table("mac").region), 0u);
   EXPECT_EQ(table("port").region->registersFixed(), 1u);
-  EXPECT_EQ(ledger_.settled(registers_->values.data()),
+  EXPECT_EQ(ledger_.account(registers_->values.data()),
             (Demo::Account{.injected = 1, .repaired = 1}));
 }
 
@@ -183,7 +183,7 @@ TEST_F(SwitchTest, trafficKeepsChipAndShadowEqual) {
     loop_.turnAt(loop_.clock->time() + 0.001);
   }
   EXPECT_EQ(differing(), 0u);
-  EXPECT_EQ(ledger_.settled(registers_->values.data()), Demo::Account());
+  EXPECT_EQ(ledger_.account(registers_->values.data()), Demo::Account());
   EXPECT_EQ(switch_.shadow()->differences(), 0u);
   for (const Table& each : switch_.tables()) {
     EXPECT_GT(each.entriesRead, 0u) << each.region->name();

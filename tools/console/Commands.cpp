@@ -10,15 +10,25 @@ namespace {
 
 constexpr std::size_t any = 64;
 
+// What other programs call the same.
+constexpr std::pair<const char*, const char*> otherNames[] = {
+    {"?", "help"},        {"man", "help"},   {"exit", "quit"}, {"bye", "quit"},
+    {"q", "quit"},        {"dir", "ls"},     {"print", "get"}, {"cat", "get"},
+    {"read", "get"},      {"write", "set"},  {"dump", "show"}, {"hexdump", "show"},
+    {"monitor", "watch"}, {"sleep", "wait"},
+};
+
 }  // namespace
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"ls", "[PATH]", "what stands there: attributes, collections and their members, operations",
+      {"ls", "[PATH]",
+       "lists an object's attributes, collections and operations, or a collection's members",
        Takes::place, 0, 1, doLs},
       {"cd", "[PATH]",
-       "goes there: along attributes that are objects, into collections (members by their key or\n"
-       "their name), up with .., to the top with / or without a path",
+       "changes the place that paths begin at: along attributes that are objects, into "
+       "collections\n"
+       "(members by their key or their name), up with .., to / without a path",
        Takes::place, 0, 1, doCd},
       {"get", "PATH", "the text of an attribute, an object or a member of a collection",
        Takes::place, 1, 1, doGet},
@@ -28,8 +38,8 @@ const std::vector<Command>& commands() {
        "first ones unless a range of entries is given",
        Takes::place, 1, 2, doShow},
       {"set", "PATH VALUE",
-       "sets an attribute. A value that is ., .. or begins with /, ./ or ../ is a path and stands\n"
-       "for what get prints there; strings may be given 'in quotes'",
+       "sets an attribute. A value that is ., .. or begins with /, ./ or ../ is a path and means\n"
+       "the value there; strings may be given 'in quotes'",
        Takes::attribute, 2, 2, doSet},
       {"call", "PATH [NAME=VALUE...]",
        "calls an operation and prints its result; values are as in set. Operations of a "
@@ -37,26 +47,31 @@ const std::vector<Command>& commands() {
        "x are xIs, xDel and xDelAll; those of / make new objects",
        Takes::operation, 1, any, doCall},
       {"let", "NAME = PATH | NAME = call PATH [NAME=VALUE...] | NAME = null",
-       "gives an object a name in /, which keeps it alive; null takes the name away",
-       Takes::newName, 3, any, doLet},
+       "gives an object a name in /, which keeps it alive; null removes the name", Takes::newName,
+       3, any, doLet},
       {"watch", "[PATH]", "prints each change of an attribute; without a path, what is watched",
        Takes::attribute, 0, 1, doWatch},
-      {"unwatch", "[PATH]", "ends that; without a path, for all", Takes::watched, 0, 1, doUnwatch},
+      {"unwatch", "[PATH]", "ends a watch; without a path, all of them", Takes::watched, 0, 1,
+       doUnwatch},
       {"types", "", "all registered types", Takes::nothing, 0, 0, doTypes},
       {"describe", "[TYPE]", "a type and its members; without a name, the type of what is here",
        Takes::type, 0, 1, doDescribe},
       {"trace", "LEVEL|off [HANDLE]",
        "shows the library's trace: 0 what happens and what is wrong, up to 9 the finest detail",
        Takes::level, 1, 2, doTrace},
-      {"peek", "ADDRESS", "a register of the chip, past the library; ADDRESS in bytes",
+      {"peek", "ADDRESS", "reads a register of the chip, past the library; ADDRESS in bytes",
        Takes::nothing, 1, 1, doPeek},
-      {"poke", "ADDRESS VALUE", "damages a register of the chip behind the library's back",
+      {"poke", "ADDRESS VALUE", "damages a register of the chip without the library's knowledge",
        Takes::nothing, 2, 2, doPoke},
       {"wait", "SECONDS | N passes",
-       "lets the system work. A pass that is under way counts: damage done meanwhile is found by\n"
-       "the second one at the latest",
+       "lets the system run. A running pass counts, so damage done during it is found by the "
+       "second\n"
+       "one at the latest",
        Takes::nothing, 1, 2, doWait},
-      {"help", "[COMMAND]", "this text, or that of one command", Takes::command, 0, 1, doHelp},
+      {"help", "[COMMAND]",
+       "explains all commands, or one. COMMAND | SHELL COMMAND filters a command's output: ls | "
+       "head",
+       Takes::command, 0, 1, doHelp},
       {"quit", "", "ends the session", Takes::nothing, 0, 0, doQuit},
   };
   return table;
@@ -68,7 +83,14 @@ const Command& commandNamed(const std::string& name) {
     if (name == command.name) return command;
     known.emplace_back(command.name);
   }
-  throw Error("unknown command " + name + didYouMean(name, known));
+  std::string hint;
+  for (const auto& [other, meant] : otherNames) {
+    if (name == other) hint = std::string("; did you mean '") + meant + "'?";
+  }
+  if (hint.empty()) hint = didYouMean(name, known);
+  if (hint.empty() && name.find('/') != std::string::npos) hint = "; to read it: get " + name;
+  if (hint.empty()) hint = "; help lists the commands";
+  throw Error("unknown command " + name + hint);
 }
 
 void doHelp(Session& session, const Words& arguments) {

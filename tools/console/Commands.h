@@ -11,7 +11,7 @@ namespace Console {
 
 class Session;
 
-// What may stand as a command's first argument: what completion offers.
+// What a command's first argument is: what completion offers.
 enum class Takes { nothing, place, attribute, operation, newName, watched, type, command, level };
 
 struct Command {
@@ -28,7 +28,7 @@ const std::vector<Command>& commands();
 // Error with a near miss.
 const Command& commandNamed(const std::string& name);
 
-// Error unless an attribute of the registry stands there.
+// Error unless the place is an attribute of the registry.
 void requireAttribute(const Place& place);
 
 // What the commands do; one source per group.

@@ -14,12 +14,12 @@ namespace {
 
 using Candidates = std::vector<std::string>;
 
-Candidates ending(Candidates candidates) {
+Candidates withBlanks(Candidates candidates) {
   for (std::string& each : candidates) each += " ";
   return candidates;
 }
 
-Candidates below(const Place& place, const Names& names, Takes takes) {
+Candidates candidatesBelow(const Place& place, const Names& names, Takes takes) {
   Candidates candidates;
   const bool operations = takes == Takes::operation;
   switch (place.kind) {
@@ -72,7 +72,7 @@ Candidates types() {
 Candidates commandNames() {
   Candidates candidates;
   for (const Command& command : commands()) candidates.emplace_back(command.name);
-  return ending(candidates);
+  return withBlanks(candidates);
 }
 
 // The values that an attribute can have, when these can be listed.
@@ -80,42 +80,42 @@ Candidates valuesOf(const Place& place) {
   if (place.member == nullptr) return {};
   const std::string name = place.member->typeName;
   if (name == "bool") return {"true ", "false "};
-  return ending(enumerators(name));
+  return withBlanks(enumerators(name));
 }
 
-// One question for completion: the words before, and the word under the cursor.
-class Question {
+// Completes one line: its words before the cursor, and the word under it.
+class Completer {
  public:
-  Question(const Session& session, const Typed& typed)
+  Completer(const Session& session, const Typed& typed)
       : session_(session), typed_(typed), answer_{typed.begin, {}} {}
 
-  Completion answer() {
+  Completion complete() {
     const Words& before = typed_.before;
     if (before.empty()) {
-      offered(commandNames());
+      offer(commandNames());
     } else {
       const Command& command = commandNamed(before[0]);
       const std::string name = command.name;
       if (before.size() == 1) {
-        first(command.takes);
+        completeFirstArgument(command.takes);
       } else if (name == "set" && before.size() == 2) {
-        value([&] { return valuesOf(session_.names().at(before[1])); });
+        completeValue([&] { return valuesOf(session_.names().at(before[1])); });
       } else if (name == "call") {
-        argument(1);
+        completeArgument(1);
       } else if (name == "let") {
-        letArgument();
+        completeLet();
       } else if (name == "trace" && before.size() == 2) {
-        offered(ending({session_.world().traceHandle, Zint::zintTrace().name()}));
+        offer(withBlanks({session_.world().traceHandle, Zint::zintTrace().name()}));
       } else if (name == "wait" && before.size() == 2) {
-        offered({"passes "});
+        offer({"passes "});
       }
     }
     return std::move(answer_);
   }
 
  private:
-  // Keeps those that begin with what stands from `answer_.begin` on.
-  void offered(const Candidates& candidates) {
+  // Keeps those that begin with the text from `answer_.begin` on.
+  void offer(const Candidates& candidates) {
     const std::string stem = typed_.word.substr(answer_.begin - typed_.begin);
     for (const std::string& each : candidates) {
       if (each.starts_with(stem)) answer_.candidates.push_back(each);
@@ -125,20 +125,20 @@ class Question {
     answer_.candidates.erase(end, answer_.candidates.end());
   }
 
-  void first(Takes takes) {
+  void completeFirstArgument(Takes takes) {
     switch (takes) {
       case Takes::place:
       case Takes::attribute:
       case Takes::operation:
-        return path(takes);
+        return completePath(takes);
       case Takes::watched:
-        return offered(ending(session_.watches().paths()));
+        return offer(withBlanks(session_.watches().paths()));
       case Takes::type:
-        return offered(types());
+        return offer(types());
       case Takes::command:
-        return offered(commandNames());
+        return offer(commandNames());
       case Takes::level:
-        return offered(ending({"off", "0", "1", "2", "3", "4", "5", "6", "7", "8", "9"}));
+        return offer(withBlanks({"off", "0", "1", "2", "3", "4", "5", "6", "7", "8", "9"}));
       case Takes::nothing:
       case Takes::newName:
         return;
@@ -146,7 +146,7 @@ class Question {
   }
 
   // The path from `answer_.begin` on: its last name is completed.
-  void path(Takes takes) {
+  void completePath(Takes takes) {
     const std::string text = typed_.word.substr(answer_.begin - typed_.begin);
     std::size_t slash = 0;
     for (std::size_t at = 0; (at = findUnquoted(text, '/', at)) != std::string::npos;) {
@@ -154,25 +154,25 @@ class Question {
     }
     answer_.begin += slash;
     const std::string prefix = slash == 0 ? "." : text.substr(0, slash);
-    offered(below(session_.names().at(prefix), session_.names(), takes));
+    offer(candidatesBelow(session_.names().at(prefix), session_.names(), takes));
   }
 
   template <class Values>
-  void value(Values values) {
+  void completeValue(Values values) {
     const char first = typed_.word.c_str()[answer_.begin - typed_.begin];
     if (first == '/' || first == '.') {
-      path(Takes::place);
+      completePath(Takes::place);
     } else {
-      offered(values());
+      offer(values());
     }
   }
 
   // An argument of the operation that word `operation` names.
-  void argument(std::size_t operation) {
+  void completeArgument(std::size_t operation) {
     const std::size_t equals = findUnquoted(typed_.word, '=');
     if (equals != std::string::npos) {
       answer_.begin += equals + 1;
-      return value([] { return Candidates(); });
+      return completeValue([] { return Candidates(); });
     }
     const auto [place, name] = session_.names().above(typed_.before[operation]);
     Candidates candidates;
@@ -184,7 +184,7 @@ class Question {
         if (!isGiven(bare)) candidates.push_back(bare + "=");
       }
     }
-    offered(candidates);
+    offer(candidates);
   }
 
   bool isGiven(const std::string& argument) const {
@@ -192,16 +192,16 @@ class Question {
                        [&](const std::string& word) { return word.starts_with(argument + "="); });
   }
 
-  void letArgument() {
+  void completeLet() {
     const std::size_t words = typed_.before.size();
-    if (words == 2) return offered({"= "});
+    if (words == 2) return offer({"= "});
     if (words == 3) {
-      if (findUnquoted(typed_.word, '/') == std::string::npos) offered({"call ", "null "});
-      return path(Takes::place);
+      if (findUnquoted(typed_.word, '/') == std::string::npos) offer({"call ", "null "});
+      return completePath(Takes::place);
     }
     if (typed_.before[3] != "call") return;
-    if (words == 4) return path(Takes::operation);
-    argument(4);
+    if (words == 4) return completePath(Takes::operation);
+    completeArgument(4);
   }
 
   const Session& session_;
@@ -224,9 +224,9 @@ std::string Completion::common() const {
 Completion completion(const Session& session, std::string_view line) {
   const Typed words = typed(line);
   try {
-    return Question(session, words).answer();
+    return Completer(session, words).complete();
   } catch (const std::exception&) {
-    // A line that leads nowhere cannot be completed; its error is for when it is entered.
+    // A wrong line cannot be completed; its error is reported when it is entered.
     return {line.size(), {}};
   }
 }

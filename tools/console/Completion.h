@@ -1,4 +1,4 @@
-// What can stand at the cursor.
+// What a line can go on with at the cursor.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ struct Completion {
   std::string common() const;
 };
 
-// `line` is what stands before the cursor. Nothing changes, and nothing is raised.
+// `line` is the text before the cursor. Nothing changes, and nothing is raised.
 Completion completion(const Session& session, std::string_view line);
 
 }  // namespace Console

@@ -1,4 +1,4 @@
-// What a person at the console is told when a line cannot be carried out.
+// Why a line cannot be run, for the person at the console.
 #pragma once
 
 #include <stdexcept>

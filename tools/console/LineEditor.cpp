@@ -2,12 +2,22 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
 #include "tools/console/Completion.h"
 
 namespace Console {
+namespace {
+
+// Of UTF-8: bytes that begin one.
+std::size_t characters(const char* begin, const char* end) {
+  return static_cast<std::size_t>(std::count_if(
+      begin, end, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+}  // namespace
 
 LineEditor::LineEditor(Session& session)
     : session_(session),
@@ -23,15 +33,15 @@ LineEditor::LineEditor(Session& session)
   el_set(editor_, EL_PROMPT, promptOf);
   el_set(editor_, EL_EDITOR, "emacs");
   el_set(editor_, EL_HIST, history, history_);
-  el_set(editor_, EL_GETCFN, characterRead);
-  el_set(editor_, EL_ADDFN, "complete-name", "completes a name", completed);
+  el_set(editor_, EL_GETCFN, readCharacter);
+  el_set(editor_, EL_ADDFN, "complete-name", "completes a name", completeWord);
   el_set(editor_, EL_BIND, "^I", "complete-name", nullptr);
   el_set(editor_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-  session_.tellIs([this](const std::string& line) { told(line); });
+  session_.printIs([this](const std::string& line) { printAbove(line); });
 }
 
 LineEditor::~LineEditor() {
-  session_.tellIs([](const std::string&) {});
+  session_.printIs([](const std::string&) {});
   el_end(editor_);
   history_end(history_);
 }
@@ -65,13 +75,14 @@ LineEditor& LineEditor::of(EditLine* editor) {
 
 char* LineEditor::promptOf(EditLine* editor) { return of(editor).prompt_.data(); }
 
-// The one place where the editor waits. Ctrl-C gives up the line.
-int LineEditor::characterRead(EditLine* editor, wchar_t* character) {
+// The one place where the editor waits. Ctrl-C drops the line.
+int LineEditor::readCharacter(EditLine* editor, wchar_t* character) {
   LineEditor& self = of(editor);
   std::mbstate_t state{};
   for (;;) {
-    // No exception may pass through the editor, which is C; what handlers raise ends in theirs.
-    if (!workedUntilReadable(*self.session_.world().activity, STDIN_FILENO)) {
+    // No exception may pass through the editor, which is C; the runtime catches what handlers
+    // raise.
+    if (!workUntilReadable(*self.session_.world().activity, STDIN_FILENO)) {
       self.isCancelled_ = true;
       std::fputs("^C", stdout);
       *character = L'\n';
@@ -90,7 +101,7 @@ int LineEditor::characterRead(EditLine* editor, wchar_t* character) {
   }
 }
 
-unsigned char LineEditor::completed(EditLine* editor, int) {
+unsigned char LineEditor::completeWord(EditLine* editor, int) {
   const LineInfo* info = el_line(editor);
   const std::string before(info->buffer, info->cursor);
   const Completion found = completion(of(editor).session_, before);
@@ -101,16 +112,31 @@ unsigned char LineEditor::completed(EditLine* editor, int) {
     return CC_REFRESH;
   }
   if (found.candidates.size() < 2) return CC_REFRESH_BEEP;
-  std::fputs("\n", stdout);
-  for (const std::string& each : found.candidates) std::fprintf(stdout, "%s  ", each.c_str());
-  std::fputs("\n", stdout);
+  const EditedLine edited = of(editor).editedLine();
+  for (std::size_t row = edited.cursorRow(); row <= edited.lastRow(); ++row) {
+    std::fputs("\n", stdout);
+  }
+  constexpr std::size_t mostLines = 40;
+  std::fputs(columnsText(found.candidates, edited.width, mostLines).c_str(), stdout);
   std::fflush(stdout);
   return CC_REDISPLAY;
 }
 
-void LineEditor::told(const std::string& line) {
+EditedLine LineEditor::editedLine() const {
+  const LineInfo* info = el_line(editor_);
+  return {prompt_.size(), characters(info->buffer, info->cursor),
+          characters(info->buffer, info->lastchar), terminalWidth()};
+}
+
+void LineEditor::printAbove(const std::string& line) {
   session_.out().flush();
-  if (isTyping_) std::fputs("\r\x1b[K", stdout);
+  if (isTyping_) {
+    // The line that is being typed is removed, all rows of it, and drawn again below.
+    if (const std::size_t rows = editedLine().cursorRow(); rows != 0) {
+      std::fprintf(stdout, "\x1b[%zuA", rows);
+    }
+    std::fputs("\r\x1b[J", stdout);
+  }
   std::fprintf(stdout, "%s\n", line.c_str());
   std::fflush(stdout);
   if (isTyping_) el_set(editor_, EL_REFRESH);

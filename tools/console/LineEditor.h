@@ -8,10 +8,11 @@
 
 #include "tools/console/Lines.h"
 #include "tools/console/Session.h"
+#include "tools/console/Terminal.h"
 
 namespace Console {
 
-// One at a time. What happens by itself is told above the line that is being typed.
+// One at a time. What happens without a command is printed above the line that is being typed.
 class LineEditor : public Lines {
  public:
   // The session must outlive this.
@@ -25,9 +26,10 @@ class LineEditor : public Lines {
  private:
   static LineEditor& of(EditLine* editor);
   static char* promptOf(EditLine* editor);
-  static int characterRead(EditLine* editor, wchar_t* character);
-  static unsigned char completed(EditLine* editor, int);
-  void told(const std::string& line);
+  static int readCharacter(EditLine* editor, wchar_t* character);
+  static unsigned char completeWord(EditLine* editor, int);
+  void printAbove(const std::string& line);
+  EditedLine editedLine() const;
 
   Session& session_;
   EditLine* editor_;

@@ -10,7 +10,7 @@
 
 namespace Console {
 
-bool workedUntilReadable(Zint::ActivityConfig& activity, int descriptor) {
+bool workUntilReadable(Zint::ActivityConfig& activity, int descriptor) {
   for (;;) {
     pollfd polled[] = {{descriptor, POLLIN, 0}, {activity.descriptor(), POLLIN, 0}};
     if (poll(polled, 2, -1) < 0) {
@@ -35,8 +35,8 @@ bool PlainLines::next(const std::string& prompt, std::string& line) {
       return true;
     }
     if (isEnd_) return false;
-    if (!workedUntilReadable(*activity_, descriptor_)) {
-      // Ctrl-C: what was typed so far is gone.
+    if (!workUntilReadable(*activity_, descriptor_)) {
+      // Ctrl-C: drop what was typed so far.
       line.clear();
       return true;
     }

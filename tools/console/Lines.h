@@ -1,4 +1,4 @@
-// Where a session's lines come from. While one is awaited, the system goes on working.
+// Where a session's lines come from. The system goes on running while one is awaited.
 #pragma once
 
 #include <Zint/Activity.h>
@@ -14,8 +14,8 @@ class Lines {
   virtual bool next(const std::string& prompt, std::string& line) = 0;
 };
 
-// Lines as they come from a file descriptor, without editing; a prompt is shown on standard output
-// when asked for. The descriptor stays the caller's.
+// Lines from a file descriptor, without editing, with a prompt on standard output where it is
+// wanted. The caller owns the descriptor.
 class PlainLines : public Lines {
  public:
   PlainLines(int descriptor, Zint::Ptr<Zint::ActivityConfig> activity, bool showsPrompt)
@@ -31,7 +31,7 @@ class PlainLines : public Lines {
   bool isEnd_ = false;
 };
 
-// Runs what the activity has to do until the descriptor can be read. False when a signal came.
-bool workedUntilReadable(Zint::ActivityConfig& activity, int descriptor);
+// Runs the activity until the descriptor can be read. False when a signal came.
+bool workUntilReadable(Zint::ActivityConfig& activity, int descriptor);
 
 }  // namespace Console

@@ -99,7 +99,7 @@ Names::Names(std::vector<std::pair<std::string, Zint::Result>> objects)
 void Names::hereIs(const std::string& path) {
   const Place place = at(path);
   if (place.kind == Place::value) {
-    throw Error(place.name() + " is " + place.result.text.bytes() + ", nothing stands below it");
+    throw Error(place.name() + " is " + place.result.text.bytes() + ", nothing is below it");
   }
   here_ = place.path;
 }
@@ -191,7 +191,7 @@ Place Names::below(const Place& place, const std::string& name) const {
       next.result = memberOfCollection(place, name);
       break;
     case Place::value:
-      throw Error(place.name() + " is " + place.result.text.bytes() + ", nothing stands below it");
+      throw Error(place.name() + " is " + place.result.text.bytes() + ", nothing is below it");
   }
   next.kind = next.result.object == nullptr ? Place::value : Place::object;
   return next;

@@ -1,10 +1,10 @@
-// The living objects as a tree of names. "/" holds the objects of the world and those that were
-// given a name; below an object stand its attributes and collections, below a collection its
-// members, by their key or by their own name:
+// The running system's objects as a tree of names. "/" holds the objects of the world and those
+// that were given a name. Below an object are its attributes and collections, below a collection
+// its members, by their key or by their own name:
 //
 //   /shadow/state    /shadow/chipMemory/mac/mode    /shadow/chipMemory/4295491584/chipHam
 //
-// Everything is looked up anew each time: a path holds on to no object.
+// Each use of a path looks it up: a path holds no object.
 #pragma once
 
 #include <Zint/GenericIf.h>
@@ -45,9 +45,9 @@ class Names {
  public:
   explicit Names(std::vector<std::pair<std::string, Zint::Result>> objects);
 
-  // The place that all others are relative to.
+  // The place that relative paths begin at.
   const Path& here() const { return here_; }
-  // Error unless something can stand below it.
+  // Error for a value: nothing can be below it.
   void hereIs(const std::string& path);
 
   // Error with a near miss when there is no such place.
@@ -56,11 +56,11 @@ class Names {
   // The place above, which must be an object or "/", and the last name of the path.
   std::pair<Place, std::string> above(const std::string& path) const;
 
-  // "..", "." and the leading "/" taken into account.
+  // Resolves "..", "." and the leading "/".
   Path absolute(const std::string& path) const;
 
-  // Gives an object a name in "/"; null takes the name away. Error for the names of the world and
-  // for what is no name.
+  // Gives an object a name in "/"; null removes the name. Error for a name of the world and for a
+  // text that is no name.
   void objectIs(const std::string& name, const Zint::Result& object);
   std::vector<std::string> objects() const;
   // The objects themselves, in the same order.

@@ -1,4 +1,4 @@
-// The demonstration's switch, opened for a console: the one file that knows what is opened.
+// The demonstration's switch, opened for a console.
 #pragma once
 
 #include <Hardware/ChipMemoryBogon.h>

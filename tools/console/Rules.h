@@ -1,8 +1,8 @@
-// The library's rules, checked before a line is carried out.
+// The library's rules, checked before a line is run.
 //
 // A broken rule is a fatal assertion of the library, by name as in C++. What can be known
 // beforehand (sizes, ranges, states) is refused here instead: Error names the rule, and nothing has
-// changed. What only time can tell, and the rules of a user's own types, stay fatal.
+// changed. Rules that only a later moment breaks, and those of a user's own types, stay fatal.
 //
 // "/" is where shadows and readers are looked for: a region may be under the audit of any of them.
 #pragma once

@@ -1,4 +1,4 @@
-// One person's, or one script's, work on a living system.
+// The work of one person or one script on a running system.
 //
 //   Session session(world, std::cout);
 //   session.run("set /shadow/minIntervalBetweenAudits 0.25");   // Error when it cannot be done
@@ -11,6 +11,7 @@
 #include "tools/console/Names.h"
 #include "tools/console/TraceLines.h"
 #include "tools/console/Watches.h"
+#include "tools/console/Words.h"
 #include "tools/console/World.h"
 
 namespace Console {
@@ -22,19 +23,20 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Carries out one line; an empty one is none. Whatever is wrong with it: Error, or what the
-  // library raised, before anything has changed.
+  // Runs one line; an empty one does nothing. A wrong line: Error, or what the library raised,
+  // before anything has changed. `COMMAND | SHELL COMMAND` hands the output to a program.
   void run(const std::string& line);
 
   // `quit` was given.
   bool isEnded() const { return isEnded_; }
   void end() { isEnded_ = true; }
 
-  // What happens by itself (changes, trace) is told here. At first it goes to `out`; whoever keeps
-  // an unfinished line on the screen puts himself in between.
-  void tellIs(std::function<void(const std::string& line)> tell) { tell_ = std::move(tell); }
+  // Prints what happens without a command: changes and trace. It goes to `out` until an editor of
+  // lines, which has an unfinished line on the screen, takes it.
+  void printIs(std::function<void(const std::string& line)> print) { print_ = std::move(print); }
 
-  std::ostream& out() { return out_; }
+  // Where commands print.
+  std::ostream& out() { return *out_; }
   const World& world() const { return world_; }
   Names& names() { return names_; }
   const Names& names() const { return names_; }
@@ -43,9 +45,11 @@ class Session {
   TraceLines& trace() { return trace_; }
 
  private:
+  void runCommand(Words words);
+
   const World world_;
-  std::ostream& out_;
-  std::function<void(const std::string&)> tell_;
+  std::ostream* out_;
+  std::function<void(const std::string&)> print_;
   bool isEnded_ = false;
   Names names_;
   TraceLines trace_;

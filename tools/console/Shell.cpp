@@ -8,25 +8,25 @@
 namespace Console {
 namespace {
 
-// The line that is being carried out, for the hook of broken rules, which end the process.
-class UnderWay {
+// The line that is being run, for the hook of fatal assertions.
+class RunningLine {
  public:
-  UnderWay(Session& session, std::ostream& errors, bool isScript)
+  RunningLine(Session& session, std::ostream& errors, bool isScript)
       : session_(session),
         errors_(errors),
         isScript_(isScript),
         outer_(current),
-        before_(Zint::assertionHookIs(ruleBroken)) {
+        before_(Zint::assertionHookIs(onAssertion)) {
     current = this;
   }
-  ~UnderWay() {
+  ~RunningLine() {
     Zint::assertionHookIs(before_);
     current = outer_;
   }
-  UnderWay(const UnderWay&) = delete;
-  UnderWay& operator=(const UnderWay&) = delete;
+  RunningLine(const RunningLine&) = delete;
+  RunningLine& operator=(const RunningLine&) = delete;
 
-  void failed(std::string message) {
+  void report(std::string message) {
     std::replace(message.begin(), message.end(), '\n', ' ');
     session_.out().flush();
     if (isScript_) errors_ << "line " << number << ": ";
@@ -36,36 +36,36 @@ class UnderWay {
   U32 number = 0;
 
  private:
-  static void ruleBroken(const Zint::AssertionFailure& failure) {
-    current->failed("breaks a rule of the library, which ends the program");
+  static void onAssertion(const Zint::AssertionFailure& failure) {
+    current->report("breaks a rule of the library, which ends the program");
     if (current->before_ != nullptr) current->before_(failure);
   }
 
-  inline static UnderWay* current = nullptr;
+  inline static RunningLine* current = nullptr;
 
   Session& session_;
   std::ostream& errors_;
   const bool isScript_;
-  UnderWay* const outer_;
+  RunningLine* const outer_;
   const Zint::AssertionHook before_;
 };
 
 }  // namespace
 
-U32 linesDone(Session& session, Lines& lines, std::ostream& errors, bool isScript) {
-  UnderWay underWay(session, errors, isScript);
+U32 runLines(Session& session, Lines& lines, std::ostream& errors, bool isScript) {
+  RunningLine running(session, errors, isScript);
   U32 failed = 0;
   std::string line;
   while (!session.isEnded()) {
-    ++underWay.number;
+    ++running.number;
     if (!lines.next(textOf(session.names().here()) + "> ", line)) break;
     try {
       session.run(line);
     } catch (const std::exception& error) {
       ++failed;
-      underWay.failed(error.what());
+      running.report(error.what());
     }
-    session.out().flush();
+    if (!session.out().flush()) break;  // its reader has ended: ls | head
   }
   return failed;
 }

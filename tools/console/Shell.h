@@ -1,4 +1,4 @@
-// Reads lines and carries them out, to the end or to `quit`.
+// Runs lines up to the end, to `quit`, or until nobody reads the output any more.
 #pragma once
 
 #include <ostream>
@@ -8,8 +8,8 @@
 
 namespace Console {
 
-// A script's errors are told as "line N: message", one line each; a person's without the number.
-// Returns how many there were.
-U32 linesDone(Session& session, Lines& lines, std::ostream& errors, bool isScript);
+// Errors are printed, a script's as "line N: message", one line each; a person's without the
+// number. Returns the number of errors.
+U32 runLines(Session& session, Lines& lines, std::ostream& errors, bool isScript);
 
 }  // namespace Console

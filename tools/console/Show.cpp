@@ -25,7 +25,7 @@ std::string lastPart(std::string_view typeName) {
   return std::string(typeName.substr(typeName.rfind(':') + 1));
 }
 
-void collectionOperations(const Zint::Member& member, std::vector<Operation>& operations) {
+void appendCollectionOperations(const Zint::Member& member, std::vector<Operation>& operations) {
   const Zint::ListAccess& list = *member.list;
   const std::string name = member.name;
   if (list.insert != nullptr) operations.push_back({name + "Is", textsOf(list.arguments)});
@@ -67,7 +67,7 @@ std::vector<Operation> operationsOf(const Zint::Type& type) {
   std::vector<Operation> operations;
   for (const Zint::Member* member : membersOf(type)) {
     if (member->call != nullptr) operations.push_back({member->name, textsOf(member->arguments)});
-    if (member->list != nullptr) collectionOperations(*member, operations);
+    if (member->list != nullptr) appendCollectionOperations(*member, operations);
   }
   return operations;
 }

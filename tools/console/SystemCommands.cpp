@@ -36,14 +36,14 @@ U32 registerAddress(const Session& session, const std::string& command, const st
 
 constexpr Zint::Seconds patience = 10;  // that a pass may take from the end of the one before
 
-void passesWaited(Session& session, U32 passes) {
+void waitForPasses(Session& session, U32 passes) {
   const World& world = session.world();
   if (world.passes.empty()) throw Error("wait: no audit passes are counted here");
   const Place place = session.names().at(world.passes);
   Zint::ActivityConfig& activity = *world.activity;
   U32 ended = 0;
   const auto counter =
-      announcements(world.activity, Zint::GenericIf_::of(place.owner), place.member->name, [&] {
+      changeNotifiee(world.activity, Zint::GenericIf_::of(place.owner), place.member->name, [&] {
         ++ended;
         activity.stop();
       });
@@ -69,15 +69,15 @@ void doWatch(Session& session, const Words& arguments) {
   const Place place = session.names().at(arguments[0]);
   requireAttribute(place);
   const Zint::GenericIf_ owner = Zint::GenericIf_::of(place.owner);
-  if (!session.watches().watched(place.name(), owner, place.member->name)) {
+  if (!session.watches().watch(place.name(), owner, place.member->name)) {
     throw Error(place.name() + " is watched already");
   }
 }
 
 void doUnwatch(Session& session, const Words& arguments) {
-  if (arguments.empty()) return session.watches().unwatchedAll();
+  if (arguments.empty()) return session.watches().unwatchAll();
   const std::string path = textOf(session.names().absolute(arguments[0]));
-  if (!session.watches().unwatched(path)) {
+  if (!session.watches().unwatch(path)) {
     throw Error(path + " is not watched" + didYouMean(path, session.watches().paths()));
   }
 }
@@ -113,7 +113,7 @@ void doWait(Session& session, const Words& arguments) {
     if (arguments[1] != "passes" && arguments[1] != "pass") {
       throw Error("wait: " + arguments[1] + " is no unit" + didYouMean(arguments[1], {"passes"}));
     }
-    return passesWaited(session, number<U32>("wait", arguments[0]));
+    return waitForPasses(session, number<U32>("wait", arguments[0]));
   }
   constexpr double day = 86400;
   const auto seconds = number<double>("wait", arguments[0]);

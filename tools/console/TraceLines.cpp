@@ -25,7 +25,7 @@ void TraceLines::traceLine(const Zint::TraceLine& line) {
     return std::strcmp(line.handle, handle->name()) == 0;
   };
   if (!isOf(&Zint::zintTrace()) && std::none_of(on_.begin(), on_.end(), isOf)) return;
-  tell_(std::string(line.handle) + " " + std::to_string(line.level) + ": " + line.text);
+  print_(std::string(line.handle) + " " + std::to_string(line.level) + ": " + line.text);
 }
 
 }  // namespace Console

@@ -1,4 +1,4 @@
-// What a console works on. Whoever opens a system fills this in; the console itself knows no class.
+// What a console works on: filled in by the program that opens a system.
 #pragma once
 
 #include <Zint/Activity.h>
@@ -13,14 +13,17 @@ namespace Console {
 
 struct World {
   Zint::Ptr<Zint::ActivityConfig> activity;
-  // The objects that stand in "/", in the order shown.
+  // The objects of "/", in the order shown.
   std::vector<std::pair<std::string, Zint::Result>> objects;
   // The path of the attribute that counts finished audit passes; "" for none.
   std::string passes;
   // Whether lines that break a rule of the library are refused where that is known beforehand. When
   // false, such a rule is as fatal as in C++.
   bool checksRules = true;
-  // The trace handle that is meant when none is named.
+  // Runs a shell command on a command's output, see Filter.h; none where lines are not to be
+  // trusted.
+  std::function<void(const std::string& shellCommand, const std::string& input)> filter;
+  // The trace handle of `trace` without a name.
   std::string traceHandle;
   // The chip's registers, past the library: byte addresses, multiples of 4 below `chipSize`.
   U32 chipSize = 0;

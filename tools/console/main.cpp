@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -14,6 +15,7 @@
 #include "demo/common/Traffic.h"
 #include "demo/driver/Interrupts.h"
 #include "tools/console/Error.h"
+#include "tools/console/Filter.h"
 #include "tools/console/OpenSwitch.h"
 #include "tools/console/Shell.h"
 #ifdef UMBRA_LINE_EDITOR
@@ -25,7 +27,7 @@ namespace {
 constexpr char help[] =
     R"(usage: umbra-console [option...] [< SCRIPT]
 
-Opens the demonstration's switch, whose chip is another process, and lets you work on the living
+Opens the demonstration's switch, whose chip is another process, and lets you work on the running
 system by name while it audits: type `help` there. A script's errors go to standard error, each as
 `line N: message`.
 
@@ -34,7 +36,7 @@ system by name while it audits: type `help` there. A script's errors go to stand
   --traffic               clients write and read the tables all the time
   --help                  this text
 
-Exit status: 0 every line was carried out; 1 otherwise; 2 wrong options.
+Exit status: 0 no line was wrong; 1 otherwise; 2 wrong options.
 )"
 #ifdef UMBRA_LINE_EDITOR
     "On a terminal: Tab completes, arrow keys edit and recall, Ctrl-C gives up a line or a wait,\n"
@@ -97,23 +99,23 @@ Options optionsOf(int argc, char* argv[]) {
   return options;
 }
 
-// Returns how many lines failed.
-U32 sessionHeld(Console::Session& session, const Zint::Ptr<Zint::ActivityConfig>& activity) {
+// Returns the number of wrong lines.
+U32 runSession(Console::Session& session, const Zint::Ptr<Zint::ActivityConfig>& activity) {
   if (isatty(STDIN_FILENO) == 0) {
     Console::PlainLines lines(STDIN_FILENO, activity, false);
-    return linesDone(session, lines, std::cerr, true);
+    return runLines(session, lines, std::cerr, true);
   }
   const Demo::Interrupts interrupts(*activity);
   std::cout << "The demonstration's switch is up and audited. `help` lists the commands.\n";
 #ifdef UMBRA_LINE_EDITOR
   if (isatty(STDOUT_FILENO) != 0) {
     Console::LineEditor lines(session);
-    linesDone(session, lines, std::cerr, false);
+    runLines(session, lines, std::cerr, false);
     return 0;
   }
 #endif
   Console::PlainLines lines(STDIN_FILENO, activity, true);
-  linesDone(session, lines, std::cerr, false);
+  runLines(session, lines, std::cerr, false);
   return 0;
 }
 
@@ -131,10 +133,12 @@ int run(const Options& options) {
   chip.control().flipsPerSecond = options.flipsPerSecond;
   traffic->trafficIs(options.traffic);
 
-  Console::Session session(opened.world(), std::cout);
-  const U32 failed = sessionHeld(session, activity);
+  Console::World world = opened.world();
+  world.filter = Console::runFilter;
+  Console::Session session(world, std::cout);
+  const U32 failed = runSession(session, activity);
   traffic->trafficIs(false);
-  chipWatch->chipEnded();
+  chipWatch->endChip();
   return failed == 0 ? 0 : 1;
 }
 
@@ -142,6 +146,7 @@ int run(const Options& options) {
 
 int main(int argc, char* argv[]) {
   std::setlocale(LC_CTYPE, "");
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that ends early ends the session, quietly
   Options options;
   try {
     options = optionsOf(argc, argv);
