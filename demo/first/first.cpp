@@ -17,6 +17,8 @@ int main() {
   table->shadowEnabledIs(true);
   table->readFromCacheIs(true);
   table->auditEnabledIs(true);
+  // Every entry has a value to defend: one that was never written is adopted as the chip has it.
+  table->doClearRange(0, table->entries() - 1, true);
   auto shadow = Hardware::hardwareShadowFactory(activity, clock);
   shadow->minIntervalBetweenAuditsIs(1.0);  // a pass begins at most once a second
   shadow->chipMemoryIs(table);
