@@ -1,17 +1,27 @@
-// The reader's attributes, queue and reactors; birth and end.
+// The reader: its attributes and its queue, what a command does, one tick, and one slice.
 #include <Hardware/ChipReader.h>
+
 #include <Hardware/Umbra.h>
+#include <algorithm>
 
 namespace Hardware {
+namespace {
+
+void refuseNull(const ChipMemory::Ptr& chipMemory) {
+  if (chipMemory == nullptr) {
+    Zint::throwRangeException(
+        "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not "
+        "allowed\"");
+  }
+}
+
+}  // namespace
 
 Zint::Ptr<ChipReader> chipReaderFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                         const ChipReadRequest::Ptr& request,
                                         const Zint::Ptr<const Zint::Clock>& clock,
                                         U32 maxEntriesPerRead, const double& readInterval) {
-  Zint::Ptr<ChipReader> reader =
-      Zint::makePtr<ChipReader>(activity, request, clock, maxEntriesPerRead, readInterval);
-  reader->hasNotificationActiveIs(true);
-  return reader;
+  return chipReaderFactoryOf<ChipReader>(activity, request, clock, maxEntriesPerRead, readInterval);
 }
 
 ChipReader::ChipReader(const Zint::Ptr<Zint::ActivityConfig>& activity,
@@ -43,7 +53,7 @@ void ChipReader::zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activi
   if (zintFwkActivity_ == activity) return;
   if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
   if (request_ != nullptr) request_->zintFwkActivityIs(activity);
-  zintFwkActivity_ = activity;  // last: the clock may refuse it
+  zintFwkActivity_ = activity;  // last: the clock's notifiee refuses a null one
   notify(Id::zintFwkActivity);
 }
 
@@ -62,7 +72,7 @@ ChipReadRequest::Ptr ChipReader::request() const {
 
 void ChipReader::requestIs(const ChipReadRequest::Ptr& request) {
   if (request == this->request()) return;
-  const Ptr self(this);  // the end of the old one may drop this reader
+  const Ptr self(this);  // the old one's destructor may drop this reader
   if (request == nullptr) {
     requestDel();
   } else if (request_ == nullptr) {
@@ -102,8 +112,7 @@ void ChipReader::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
     newClock(clock);
   } else {
     const Zint::Ptr<ZintClock> reactor = clock_;
-    reactor->timeMinIs(Zint::never);
-    reactor->notifierIs(clock);
+    reactor->notifierIs(clock);  // disarms
     if (!reactor->zintMarkedForDeletion()) handleTimeout();
   }
   notify(Id::clock);
@@ -132,10 +141,6 @@ ChipReader::ZintRequest::ZintRequest(ChipReader* reader, const ChipReadRequest::
 
 ChipReader::ZintRequest::~ZintRequest() = default;
 
-void ChipReader::ZintRequest::onState() {
-  if (const ChipReader::Ptr reader = reader_; reader != nullptr) reader->handleReadRequest();
-}
-
 void ChipReader::ZintRequest::requestIs(const ChipReadRequest::Ptr& request) {
   notifierIs(request);
   request_ = request;
@@ -147,11 +152,7 @@ ChipReader::ZintClock::ZintClock(ChipReader* reader, const Zint::Ptr<const Zint:
 
 ChipReader::ZintClock::~ZintClock() = default;
 
-void ChipReader::ZintClock::onTime() {
-  if (const ChipReader::Ptr reader = reader_; reader != nullptr) reader->handleTimeout();
-}
-
-// --- Plain attributes ---
+// --- Attributes without a reaction ---
 
 void ChipReader::maxEntriesPerReadIs(U32 maxEntriesPerRead) {
   if (Zint::updated(maxEntriesPerRead_, maxEntriesPerRead)) notify(Id::maxEntriesPerRead);
@@ -173,6 +174,7 @@ void ChipReader::entriesReadIs(U32 entriesRead) {
 // --- Queue ---
 
 void ChipReader::chipMemoryEnq(const ChipMemory::Ptr& chipMemory) {
+  refuseNull(chipMemory);
   chipMemory_.enq(Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 
@@ -187,11 +189,12 @@ ChipMemory::Ptr ChipReader::chipMemoryDel(U32 index) {
 }
 
 void ChipReader::chipMemoryDelAll() {
-  const Ptr self(this);  // a region's end may drop this reader
+  const Ptr self(this);  // a region's destructor may drop this reader
   chipMemory_.delAll();
 }
 
 void ChipReader::newChipMemory(U32 index, const ChipMemory::Ptr& chipMemory) {
+  refuseNull(chipMemory);
   chipMemory_.insert(index, Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 
@@ -200,6 +203,108 @@ void ChipReader::chipMemoryMetadataIs(const ChipMemoryMetadata& metadata) {
   chipMemory_.metadataIs(metadata);
   notify(Id::chipMemoryMetadata);
 }
+
+// --- Commands ---
+
+void ChipReader::ZintRequest::onState() {
+  if (const ChipReader::Ptr reader = reader_; reader != nullptr) reader->handleReadRequest();
+}
+
+void ChipReader::handleReadRequest() {
+  const Ptr self(this);
+  const ChipReadRequest::Ptr request = this->request();
+  if (request == nullptr) return;
+  UMBRA_TRACE(0, 299, "handleReadRequest " << request->state());
+  switch (static_cast<S32>(request->state())) {
+    case ChipReadRequest::idle_:
+      return;
+    case ChipReadRequest::start_: {
+      const Zint::Epoch::Mark command = commands_.advance();
+      // What is still queued from an unfinished start stays in front: deliberate, clients rely on
+      // the queue being kept.
+      for (auto member = request->chipMemoryIterator(); member; ++member) {
+        chipMemoryEnq(member->chipMemory());
+      }
+      // A notifiee may stop or restart re-entrantly: that command wins.
+      entriesReadIs(0);
+      if (command.isSuperseded()) return;
+      currentChipMemoryIs(chipMemoryDeq());
+      if (command.isSuperseded()) return;
+      UMBRA_ASSERT(313, currentChipMemory_);
+      if (clock_ != nullptr) clock_->timeMinIs(0.0);
+      return;
+    }
+    case ChipReadRequest::stop_: {
+      const Zint::Epoch::Mark command = commands_.advance();
+      if (clock_ != nullptr) clock_->timeMinIs(Zint::never);
+      chipMemoryDelAll();
+      if (!command.isSuperseded()) currentChipMemoryIs(nullptr);
+      return;
+    }
+    default:
+      UMBRA_ASSERT(323, 0);
+  }
+}
+
+// --- Ticks and slices ---
+
+void ChipReader::ZintClock::onTime() {
+  if (const ChipReader::Ptr reader = reader_; reader != nullptr) reader->handleTimeout();
+}
+
+void ChipReader::handleTimeout() {
+  const Ptr self(this);
+  const ChipReadRequest::Ptr request = this->request();
+  if (request == nullptr || request->state() != ChipReadRequest::start_) return;
+  UMBRA_ASSERT(334, currentChipMemory_);
+  UMBRA_TRACE(9, 336, "ChipReader::handleTimeout");
+  const Zint::Epoch::Mark command(commands_);
+  doRead();
+  if (command.isSuperseded()) return;  // stopped or restarted by an access
+  if (currentChipMemory_ != nullptr) {
+    // From the end of this slice.
+    if (clock_ != nullptr) clock_->timeMinIs(clock_->notifier()->time() + readInterval_);
+  } else {
+    request->statusIs(ChipReadRequest::done_);
+  }
+}
+
+void ChipReader::doRead() {
+  UMBRA_ASSERT(350, currentChipMemory_);
+  UMBRA_ASSERT(352, (currentChipMemory_->mode() != ChipMemory::override()));
+  const Ptr self(this);
+  const Zint::Epoch::Mark command(commands_);
+  for (U32 done = 0; done < maxEntriesPerRead_;) {
+    const ChipMemory::Ptr m =
+        currentChipMemory_;  // held, as is its buffer: an access may drop them
+    const U32 k = entriesRead_;
+    UMBRA_ASSERT_REGION(*m, k <= m->entries());  // entries may have shrunk during the pass
+    const U32 readChunkSizeInEntries = std::min(maxEntriesPerRead_ - done, m->entries() - k);
+    UMBRA_ASSERT(363, readChunkSizeInEntries);
+    const Zint::Ptr<Hal::Buf> hardwareBuf = m->hardware();
+    UMBRA_ASSERT_REGION(*m, hardwareBuf && entriesFit(*hardwareBuf, U64{k} + readChunkSizeInEntries,
+                                                      m->entrySize()));
+    UMBRA_ASSERT_REGION(*m, m->chipHam());
+    const ChipAddress address = m->entryAddress(k);
+    UMBRA_TRACE(6, 366,
+                "ChipReader::doRead " << m->fwkKey() << " 0x" << std::hex << address.value()
+                                      << " 0x" << readChunkSizeInEntries << " entries");
+    m->chipHam()->doRead(address, hardwareBuf->data() + k * m->entrySize(), m->entrySize(),
+                         readChunkSizeInEntries);
+    if (command.isSuperseded()) return;
+    if (k + readChunkSizeInEntries == m->entries()) {
+      entriesReadIs(0);
+      if (command.isSuperseded()) return;
+      currentChipMemoryIs(chipMemoryDeq());
+    } else {
+      entriesReadIs(k + readChunkSizeInEntries);
+    }
+    if (command.isSuperseded() || currentChipMemory_ == nullptr) return;
+    done += readChunkSizeInEntries;
+  }
+}
+
+// --- Notifiees ---
 
 ChipReader::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                          const Zint::Ptr<const ChipReader>& reader)

@@ -5,13 +5,15 @@
 //   request->stateIs(Zint::Request::start_);   // 1,024 entries per tick, 1 ms between ticks
 //
 // A slice goes on into the next region with what is left of its budget, so a request takes
-// ceil(entries / maxEntriesPerRead) ticks. What an access method throws ends the reading where it
-// stands: no further tick is scheduled until the request is started again.
+// ceil(entries / maxEntriesPerRead) ticks. What an access method throws ends the reading
+// where it is: no further tick is scheduled until the request is started again.
 #pragma once
 
 #include <Hardware/ChipReadRequest.h>
 #include <Zint/Activity.h>
+#include <Zint/Epoch.h>
 #include <Zint/LinkQueue.h>
+#include <concepts>
 
 namespace Hardware {
 
@@ -101,6 +103,8 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   using Queue = Zint::LinkQueue<ZintChipMemory, U32>;
   using ChipMemoryMetadata = Queue::Metadata;
 
+  // Its reactors are switched off: use chipReaderFactory(), or chipReaderFactoryOf() for a derived
+  // class. An object made by Zint::makePtr alone serves no request.
   ChipReader(const Zint::Ptr<Zint::ActivityConfig>& activity, const ChipReadRequest::Ptr& request,
              const Zint::Ptr<const Zint::Clock>& clock, U32 maxEntriesPerRead,
              const double& readInterval);
@@ -123,8 +127,9 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   // --- Attributes ---
   const Zint::Ptr<Zint::ActivityConfig>& zintFwkActivity() const { return zintFwkActivity_; }
   // Replacing a request or clock that is bound already acts on the new one at once: a request in
-  // state start is read, a tick is run. REQUIRES for the clock: a reader that is reading, or a
-  // request that is not in state start (fatal assertion).
+  // state start is read, a tick is run. A clock without an activity is refused (range exception),
+  // as is no activity while there is a clock. REQUIRES for the clock: a reader that is reading, or
+  // a request that is not in state start (fatal assertion).
   ChipReadRequest::Ptr request() const;
   void requestIs(const ChipReadRequest::Ptr& request);
   void newRequest(const ChipReadRequest::Ptr& request);
@@ -146,7 +151,7 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   U32 entriesRead() const { return entriesRead_; }
   void entriesReadIs(U32 entriesRead);
 
-  // --- The queue of waiting regions ---
+  // --- The queue of waiting regions. A null region is refused (range exception). ---
   const Queue& chipMemory() const { return chipMemory_; }
   U32 chipMemorys() const { return chipMemory_.size(); }
   void chipMemoryEnq(const ChipMemory::Ptr& chipMemory);
@@ -171,11 +176,12 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   double readInterval_;
   ChipMemory::Ptr currentChipMemory_;
   U32 entriesRead_ = 0;
-  U32 commands_ = 0;  // starts and stops so far: tells one that came during an access; wraps
+  Zint::Epoch commands_;  // advanced by every start and stop
   Queue chipMemory_;
 };
 
-// `request` and `clock` may be null. Neither handler runs here.
+// `request` and `clock` may be null. A clock needs an activity (range exception). Neither handler
+// runs here.
 UMBRA_API Zint::Ptr<ChipReader> chipReaderFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                                   const ChipReadRequest::Ptr& request,
                                                   const Zint::Ptr<const Zint::Clock>& clock,
@@ -186,6 +192,14 @@ inline Zint::Ptr<ChipReader> ChipReaderIs(const Zint::Ptr<Zint::ActivityConfig>&
                                           const Zint::Ptr<const Zint::Clock>& clock,
                                           U32 maxEntriesPerRead, const double& readInterval) {
   return chipReaderFactory(activity, request, clock, maxEntriesPerRead, readInterval);
+}
+
+// The same for a class derived from ChipReader, made from the arguments of its constructor.
+template <std::derived_from<ChipReader> Reader, class... Arguments>
+Zint::Ptr<Reader> chipReaderFactoryOf(Arguments&&... arguments) {
+  Zint::Ptr<Reader> reader = Zint::makePtr<Reader>(std::forward<Arguments>(arguments)...);
+  reader->hasNotificationActiveIs(true);
+  return reader;
 }
 
 // The name under which reflection shows it.

@@ -6,9 +6,7 @@ namespace Hardware {
 
 HardwareShadow::Ptr hardwareShadowFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                           const Zint::Ptr<const Zint::Clock>& clock) {
-  HardwareShadow::Ptr shadow = Zint::makePtr<HardwareShadow>(activity, clock);
-  shadow->hasNotificationActiveIs(true);
-  return shadow;
+  return hardwareShadowFactoryOf<HardwareShadow>(activity, clock);
 }
 
 HardwareShadow::HardwareShadow(const Zint::Ptr<Zint::ActivityConfig>& activity,
@@ -48,7 +46,7 @@ void HardwareShadow::zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& ac
   if (zintFwkActivity_ == activity) return;
   if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
   if (auditReadRequest_ != nullptr) auditReadRequest_->zintFwkActivityIs(activity);
-  zintFwkActivity_ = activity;  // last: the clock may refuse it
+  zintFwkActivity_ = activity;  // last: the clock's notifiee refuses a null one
   notify(Id::zintFwkActivity);
 }
 

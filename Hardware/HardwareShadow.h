@@ -16,6 +16,7 @@
 #include <Zint/Activity.h>
 #include <Zint/DynArray.h>
 #include <Zint/RbTreeMap.h>
+#include <concepts>
 
 namespace Hardware {
 
@@ -136,6 +137,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
     ChipReadRequest::Ptr request_;
   };
 
+  // Its reactors are switched off: use hardwareShadowFactory(), or hardwareShadowFactoryOf() for a
+  // derived class. An object made by Zint::makePtr alone never audits.
   HardwareShadow(const Zint::Ptr<Zint::ActivityConfig>& activity,
                  const Zint::Ptr<const Zint::Clock>& clock);
 
@@ -301,9 +304,18 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   U32 stateChanges_ = 0;  // tells a value that was superseded while it was announced; wraps
 };
 
-// `clock` may be null: no audit pass begins by itself then.
+// `clock` may be null: no audit pass begins by itself then. A clock needs an activity (range
+// exception).
 UMBRA_API HardwareShadow::Ptr hardwareShadowFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                                     const Zint::Ptr<const Zint::Clock>& clock);
+
+// The same for a class derived from HardwareShadow, made from the arguments of its constructor.
+template <std::derived_from<HardwareShadow> Shadow, class... Arguments>
+Zint::Ptr<Shadow> hardwareShadowFactoryOf(Arguments&&... arguments) {
+  Zint::Ptr<Shadow> shadow = Zint::makePtr<Shadow>(std::forward<Arguments>(arguments)...);
+  shadow->hasNotificationActiveIs(true);
+  return shadow;
+}
 
 // "unconfigured", "configured", "idle", "auditing"; another number as
 // HardwareShadow::State(number).

@@ -139,7 +139,8 @@ void HardwareShadow::doStartAudit() {
   }
   const Ptr self(this);
   const U32 change = stateChanges_;
-  lastAuditStartTimeIs(Zint::now());
+  // The clock that the next pass is armed on; it is the one of now() when it called this.
+  lastAuditStartTimeIs(clock_ == nullptr ? Zint::now() : clock_->notifier()->time());
   if (change != stateChanges_) return;  // an observer ended the audit
   request->stateIs(ChipReadRequest::start_);
 }

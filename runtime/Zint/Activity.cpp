@@ -1,4 +1,5 @@
 #include <Zint/Activity.h>
+
 #include <Zint/Type.h>
 #include <poll.h>
 #include <sys/timerfd.h>
@@ -7,71 +8,128 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <ctime>
 #include <system_error>
 
 namespace Zint {
 namespace {
 
-// Plain pointers: they need no destruction, so that static destructors may still trace and end
-// activities. Both point to what lives. Two words of each thread's own block, reached without a
-// call, also in a library that is loaded later.
+// Raw thread_local pointers, trivially destructible: static destructors may still trace and destroy
+// activities. Never dangling. initial-exec: no call to __tls_get_addr, also in a library that is
+// loaded later.
+//
+// The clock that is served, or of the turn that runs; null outside of turns.
 [[gnu::tls_model("initial-exec")]] thread_local const Clock* turnClock_ = nullptr;
-// The youngest; each knows the one before.
+// The youngest; each knows the one made before it.
 [[gnu::tls_model("initial-exec")]] thread_local ActivityConfig* lastActivity_ = nullptr;
 
-// `delay` seconds from now; 0 for at once, never for not at all.
-void timerIs(int descriptor, Seconds delay) {
+Seconds systemTime() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
+}
+
+// Lets the descriptor become readable at a time of the system; at once for one that is past, never
+// for `never`.
+void setTimer(int descriptor, Seconds deadline) {
   itimerspec timer{};
-  delay = std::min(delay, delay == never ? never : 1e9);
-  if (delay <= 0) {
+  if (deadline <= 0) {
     timer.it_value.tv_nsec = 1;
-  } else if (delay != never) {
-    const Seconds whole = std::floor(delay);
+  } else if (deadline != never) {
+    const Seconds time = std::min(deadline, 2e9);  // what 32 bits of seconds hold
+    const Seconds whole = std::floor(time);
     timer.it_value.tv_sec = static_cast<time_t>(whole);
     // Rounded up: a loop that wakes a moment too early would spin.
-    timer.it_value.tv_nsec = std::min(999'999'999L, std::lround((delay - whole) * 1e9) + 1);
+    timer.it_value.tv_nsec = std::min(999'999'999L, std::lround((time - whole) * 1e9) + 1);
   }
-  timerfd_settime(descriptor, 0, &timer, nullptr);
+  timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &timer, nullptr);
 }
 
 }  // namespace
 
-// Holds the clock still and makes it the thread's for the length of a turn.
+// While it lives, no service ends: whoever reads a clock calls out, and goes on with the next one.
+// A new one may begin; walk by position.
+class ActivityConfig::Walk {
+ public:
+  explicit Walk(const ActivityConfig& activity) : activity_(activity) { ++activity_.walks_; }
+  ~Walk() { --activity_.walks_; }
+  Walk(const Walk&) = delete;
+  Walk& operator=(const Walk&) = delete;
+
+ private:
+  const ActivityConfig& activity_;
+};
+
+// One turn: holds the turn time of all clocks that are served, and is the place where now() looks.
 class ActivityConfig::Turn {
  public:
   explicit Turn(ActivityConfig& activity) : activity_(&activity), outer_(turnClock_) {
-    ZINT_ASSERT("Zint/Activity", !activity_->turning_);
-    const Clock& clock = *activity_->clock_;
-    if (clock.turns_ == 0) clock.turnTime_ = clock.timeRead();  // may throw: nothing has changed
-    ++clock.turns_;
-    activity_->turning_ = true;
-    turnClock_ = &clock;
+    ZINT_ASSERT("Zint/Activity", !activity_->isTurning_);
+    auto& served = activity_->served_;
+    // A clock may throw: then nothing has changed.
+    const Walk walk(*activity_);
+    for (std::size_t i = 0; i < served.size(); ++i) served[i]->readTime();
+    activity_->isTurning_ = true;
+    activity_->delivered_ = 0;
+    for (const auto& clock : served) clock->beginTurn();
+    turnClock_ = activity_->clock();
   }
   ~Turn() {
     turnClock_ = outer_;
-    --activity_->clock_->turns_;
-    activity_->turning_ = false;
-    activity_->wakeUpdated();  // what was armed and disarmed during the turn
+    for (const auto& served : activity_->served_) served->endTurn();
+    activity_->isTurning_ = false;
+    activity_->dropUnserved();
+    activity_->updateTimer();  // what was armed and disarmed during the turn
   }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
+  // The clock whose wake-up is delivered next; null when there is none.
+  ServedClock* next() const {
+    ServedClock* next = nullptr;
+    for (const auto& served : activity_->served_) {
+      if (served->earliestOfTurn() == nullptr) continue;
+      if (next == nullptr || isBefore(*served, *next)) next = served.get();
+    }
+    return next;
+  }
+
+  void deliver(ServedClock& served) {
+    WakeUp& wakeUp = *served.earliestOfTurn();
+    // Held: the handler may drop both.
+    const Ptr<const Clock> clock(served.clock());
+    const Ptr<Clock::NotifieeConst> notifiee(static_cast<Clock::NotifieeConst*>(wakeUp.notifiee()));
+    turnClock_ = clock.ptr();
+    if (notifiee->deliverWakeUp()) {
+      ++activity_->delivered_;
+    } else {
+      served.park(wakeUp);
+    }
+    turnClock_ = activity_->clock();
+  }
+
  private:
+  static bool isBefore(const ServedClock& left, const ServedClock& right) {
+    const WakeUp& a = *left.earliestOfTurn();
+    const WakeUp& b = *right.earliestOfTurn();
+    const Seconds lateness = left.lateness(a), other = right.lateness(b);
+    return lateness != other ? lateness > other : a.order() < b.order();
+  }
+
   Ptr<ActivityConfig> activity_;  // a handler may drop the last other reference
   const Clock* outer_;
 };
 
 ActivityConfig::ActivityConfig(Name name, const ValidPtr<const Clock>& clock)
     : Entity(std::move(name)), clock_(clock) {
-  clock_->activities_.push_back(this);
-  before_ = std::exchange(lastActivity_, this);
+  served_.push_back(std::make_unique<ServedClock>(*this, *clock_));
+  older_ = std::exchange(lastActivity_, this);
 }
 
 ActivityConfig::~ActivityConfig() {
-  std::erase(clock_->activities_, this);
   ActivityConfig** link = &lastActivity_;
-  while (*link != nullptr && *link != this) link = &(*link)->before_;
-  if (*link == this) *link = before_;
+  while (*link != nullptr && *link != this) link = &(*link)->older_;
+  if (*link == this) *link = older_;
   if (descriptor_ >= 0) close(descriptor_);
 }
 
@@ -82,69 +140,103 @@ const Clock* ActivityConfig::threadClock() {
   return lastActivity_ == nullptr ? nullptr : lastActivity_->clock();
 }
 
+// --- Clocks ---
+
+ServedClock::Share ActivityConfig::serve(const Clock& clock) {
+  for (const auto& served : served_) {
+    if (served->clock() == &clock) return served->share();
+  }
+  served_.push_back(std::make_unique<ServedClock>(*this, clock));
+  return served_.back()->share();
+}
+
+void ActivityConfig::dropUnserved() {
+  if (isTurning_ || walks_ > 0) return;  // the end of the turn does it, or the next one to leave
+  for (std::size_t i = served_.size(); --i > 0;) {
+    if (served_[i]->isShared()) continue;
+    if (timer_.source == served_[i].get()) timer_.due = std::nan("");  // another may get its place
+    served_.erase(served_.begin() + static_cast<std::ptrdiff_t>(i));
+  }
+  updateTimer();
+}
+
+// --- Turns ---
+
 U32 ActivityConfig::turn() {
-  const Turn turn(*this);
-  const Seconds time = clock_->time();
-  while (!heap_.empty() && heap_.front()->timeMin_ <= time) {
-    Alarm* alarm = heap_.front();
-    remove(0);
-    alarm->place_ = due_.size();
-    alarm->due_ = true;
-    due_.push_back(alarm);
-  }
-  U32 delivered = 0;
-  for (std::size_t i = 0; i < due_.size(); ++i) {
-    const Ptr<Alarm> alarm(due_[i]);
-    if (alarm == nullptr) continue;
-    alarmDel(alarm.ptr());
-    alarm->fire();
-    ++delivered;
-  }
-  due_.clear();
-  return delivered;
+  const Ptr<ActivityConfig> self(this);
+  runTurn();
+  return delivered_;
+}
+
+// Returns the own clock's time at which the turn began.
+Seconds ActivityConfig::runTurn() {
+  Turn turn(*this);
+  const Seconds time = own().turnTime();
+  while (ServedClock* next = turn.next()) turn.deliver(*next);
+  return time;
 }
 
 void ActivityConfig::run() { runUntil(never); }
 
 void ActivityConfig::runUntil(Seconds time) {
-  ZINT_ASSERT("Zint/Activity", clock_->turns_ == 0);  // in a turn, time would stand still for ever
+  ZINT_ASSERT("Zint/Activity", !clock_->isInTurn());  // its own turns would be inside that one
   const Ptr<ActivityConfig> self(this);
+  struct Limit {
+    ActivityConfig& activity;
+    ~Limit() {
+      activity.limit_ = never;
+      activity.updateTimer();
+    }
+  } limit{*this};
+  limit_ = time;
   for (;;) {
-    if (stopped_.exchange(false)) return wakeUpdated();
-    turn();
+    if (isStopped_.exchange(false)) return;
+    const Seconds began = runTurn();
     // In this order: a stop() that came during the last turn has been obeyed.
-    if (stopped_.exchange(false) || clock_->turnTime_ >= time) return wakeUpdated();
-    if (!waited(std::min(wakeTime(), time))) return;
+    if (isStopped_.exchange(false) || began >= time) return;
+    if (!wait(time)) return;
   }
 }
 
-// Waits until then or until stop(); false when that would be for ever.
-bool ActivityConfig::waited(Seconds until) {
+// Waits for the next wake-up, `until` or stop(), or advances a manual clock; false when that would
+// be for ever.
+bool ActivityConfig::wait(Seconds until) {
   if (clock_->isManual()) {
-    if (until == never) return false;
-    clock_->timeAdvancedTo(until);
-    return true;
+    const Seconds delay = earliest().delay;
+    if (delay <= 0) return true;
+    if (const Seconds next = std::min(own().wakeTime(), until); next != never) {
+      clock_->advanceTimeTo(next);
+      return true;
+    }
+    if (delay == never) return false;
   }
   pollfd poll{descriptor(), POLLIN, 0};
-  timerIs(poll.fd, until == never ? never : until - clock_->time());
+  updateTimer();
   // A stop() that came before the timer was set has set its flag by now; a later one sets the
   // timer.
-  if (!stopped_) {
-    while (::poll(&poll, 1, -1) < 0 && errno == EINTR && !stopped_) {
+  if (!isStopped_) {
+    while (::poll(&poll, 1, -1) < 0 && errno == EINTR && !isStopped_) {
     }
   }
   return true;
 }
 
 void ActivityConfig::stop() {
-  stopped_ = true;
-  if (int descriptor = descriptor_; descriptor >= 0) timerIs(descriptor, 0);
+  isStopped_ = true;
+  if (const int descriptor = descriptor_; descriptor >= 0) {
+    setTimer(descriptor, 0);
+    isTimerTaken_ = true;
+  }
 }
 
+// --- The earliest wake-up ---
+
 Seconds ActivityConfig::wakeTime() const {
-  Seconds earliest = heap_.empty() ? never : heap_.front()->timeMin_;
-  for (const Alarm* alarm : due_) {
-    if (alarm != nullptr) earliest = std::min(earliest, alarm->timeMin_);
+  const Walk walk(*this);
+  Seconds earliest = own().wakeTime();
+  for (std::size_t i = 1; i < served_.size(); ++i) {
+    const Seconds delay = served_[i]->delay();
+    if (delay != never) earliest = std::min(earliest, clock_->time() + std::max(delay, 0.0));
   }
   return earliest;
 }
@@ -154,86 +246,52 @@ int ActivityConfig::descriptor() {
     const int made = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
     if (made < 0) throw std::system_error(errno, std::generic_category(), "timerfd_create");
     descriptor_ = made;
-    wakeUpdated();
+    updateTimer();
   }
   return descriptor_;
 }
 
-// Keeps the descriptor's timer at the earliest wake-up.
-void ActivityConfig::wakeUpdated() {
-  if (descriptor_ < 0 || turning_) return;
-  const Seconds wake = wakeTime();
-  Seconds delay = wake == never ? never : wake - clock_->timeRead();
-  // A clock that is moved by hand tells when it has been; until then there is nothing to wait for.
-  if (delay > 0 && clock_->isManual()) delay = never;
-  timerIs(descriptor_, delay);
-}
-
-// Room for one more alarm, and for the next turn: a turn itself allocates nothing.
-void ActivityConfig::alarmRoom() {
-  if (heap_.size() == heap_.capacity()) heap_.reserve(heap_.size() * 2 + 8);
-  due_.reserve(heap_.capacity());
-}
-
-void ActivityConfig::alarmIs(Alarm* alarm) {
-  alarmRoom();
-  alarm->order_ = ++armings_;
-  heap_.push_back(alarm);
-  rise(heap_.size() - 1);
-  wakeUpdated();
-}
-
-void ActivityConfig::alarmDel(Alarm* alarm) {
-  if (alarm->place_ == Alarm::notQueued) return;
-  if (std::exchange(alarm->due_, false)) {
-    due_[alarm->place_] = nullptr;
-  } else {
-    remove(alarm->place_);
+ActivityConfig::Timer ActivityConfig::earliest() const {
+  const Walk walk(*this);
+  Timer earliest;
+  for (std::size_t i = 0; i < served_.size(); ++i) {
+    const Seconds delay = served_[i]->delay();
+    if (delay < earliest.delay) earliest = {served_[i].get(), served_[i]->waitsFor(), delay};
   }
-  alarm->place_ = Alarm::notQueued;
-  wakeUpdated();
-}
-
-bool ActivityConfig::before(const Alarm* left, const Alarm* right) {
-  if (left->timeMin_ != right->timeMin_) return left->timeMin_ < right->timeMin_;
-  return left->order_ < right->order_;
-}
-
-void ActivityConfig::put(std::size_t place, Alarm* alarm) {
-  heap_[place] = alarm;
-  alarm->place_ = place;
-}
-
-void ActivityConfig::rise(std::size_t place) {
-  Alarm* alarm = heap_[place];
-  for (; place > 0; place = (place - 1) / 2) {
-    Alarm* parent = heap_[(place - 1) / 2];
-    if (!before(alarm, parent)) break;
-    put(place, parent);
+  if (limit_ != never && !clock_->isManual()) {
+    const Seconds delay = limit_ - clock_->time();
+    if (delay < earliest.delay) earliest = {&limit_, limit_, delay};
   }
-  put(place, alarm);
+  return earliest;
 }
 
-void ActivityConfig::sink(std::size_t place) {
-  Alarm* alarm = heap_[place];
-  for (;;) {
-    std::size_t child = 2 * place + 1;
-    if (child >= heap_.size()) break;
-    if (child + 1 < heap_.size() && before(heap_[child + 1], heap_[child])) ++child;
-    if (!before(heap_[child], alarm)) break;
-    put(place, heap_[child]);
-    place = child;
+void ActivityConfig::updateTimer() {
+  if (descriptor_ < 0 || isTurning_) return;
+  Timer wanted = earliest();
+  const Seconds time = systemTime();
+  // A timer that has expired keeps the descriptor readable until it is set again.
+  const bool isExpired = timer_.deadline <= time;
+  const bool isDue = wanted.delay <= 0;
+  wanted.deadline = isDue ? 0 : time + wanted.delay;
+  if (!isTimerTaken_.exchange(false)) {
+    if (isDue && isExpired) return;
+    if (wanted.source == nullptr && timer_.source == nullptr) return;
+    // The deadline of one wake-up comes out a little different each time. A clock that runs faster
+    // than the system's brings it forward by more than that.
+    constexpr Seconds tolerance = 1e-4;
+    if (!isDue && !isExpired && wanted.source == timer_.source && wanted.due == timer_.due &&
+        wanted.deadline > timer_.deadline - tolerance) {
+      return;
+    }
   }
-  put(place, alarm);
+  timer_ = wanted;
+  setTimer(descriptor_, timer_.deadline);
 }
 
-void ActivityConfig::remove(std::size_t place) {
-  Alarm* last = heap_.back();
-  heap_.pop_back();
-  if (place == heap_.size()) return;
-  put(place, last);
-  rise(place);
-  sink(last->place_);
+void ActivityConfig::resetTimer(const ServedClock& served) {
+  if (timer_.source == &served || timer_.source == &limit_)
+    timer_.due = std::nan("");  // as none is
+  updateTimer();
 }
 
 ValidPtr<ActivityConfig> activityFactory(Name name, const ValidPtr<const Clock>& clock) {

@@ -1,19 +1,26 @@
-// The activity: an event loop whose single thread runs all handlers of the reactors given to it.
+// The activity: an event loop whose single thread runs all handlers of its notifiees.
 //
 // On its own:                              Inside another event loop:
 //   auto clock = monotonicClockFactory("clock");   poll(activity->descriptor()) for reading;
 //   auto activity = activityFactory("main", clock);  when it is readable: activity->turn();
 //   activity->run();   // until stop()             (or sleep until activity->wakeTime())
 //
+// An activity serves its own clock and every other clock that one of its notifiees observes.
+//
 // Invariants:
-// 1. A turn runs what was due when it began, in the order of due time, then of arming; what is
-//    armed during a turn waits for the next, so that a wake-up of 0.0 cannot starve the loop.
-// 2. Time does not move within a turn.
-// 3. All but stop() belong to the one thread.
+// 1. A turn delivers what was due when it began. Of one clock: in the order of time, then of
+//    arming. Between clocks: first what has been due longest, 0.0 before all, then in the order of
+//    arming. What is armed during a turn waits for the next, so that a wake-up of 0.0 cannot starve
+//    the loop.
+// 2. A turn allocates nothing.
+// 3. The descriptor's timer is set when the earliest wake-up changes or has passed, and not
+//    otherwise.
+// 4. All but stop() belong to the one thread.
 #pragma once
 
 #include <Zint/Clock.h>
 #include <atomic>
+#include <memory>
 #include <vector>
 
 namespace Zint {
@@ -28,56 +35,71 @@ class UMBRA_API ActivityConfig : public Entity {
   ~ActivityConfig() override;
 
  public:
+  // Its own clock: the one that turns and runs are measured by.
   const Clock* clock() const { return clock_.ptr(); }
 
-  // Runs what is due now and returns how many wake-ups were delivered. Not from inside a turn.
+  // Delivers what is due now and returns how many wake-ups that were. Not from inside a turn.
   U32 turn();
-  // Turns and waits until stop(); a manual clock is moved instead of waiting. Returns at once from
-  // a manual clock that nothing will ever wake. Not from inside a turn on the same clock.
+  // Turns and waits until stop(); an own clock that is manual is advanced instead of waiting.
+  // Returns at once when such a clock has nothing to be advanced to, and no other clock will ever
+  // wake a notifiee. Not from inside a turn on its own clock.
   void run();
-  // The same until the clock's time reaches `time`; what is due then has been run.
+  // The same until the own clock's time reaches `time`; what is due then has been delivered.
   void runUntil(Seconds time);
   // Ends run() or runUntil() after the current turn; before them, ends the next one. The one
   // operation that any thread and any signal handler may call.
   void stop();
 
-  // The earliest wake-up; +infinity when nothing is armed. May lie in the past: due at the next
-  // turn.
+  // The earliest wake-up, in the own clock's time; +infinity when nothing is armed. May be in the
+  // past: due at the next turn. One on another clock counts with the real time that is left; on
+  // another clock that is moved by hand, not before it is due.
   Seconds wakeTime() const;
   // Readable while a wake-up is due. Owned by the activity, made on first use; a failure raises
   // std::system_error.
   int descriptor();
 
-  // The clock of the activity whose turn runs on this thread, else of the one made last on it.
+  // The clock that now() reads on this thread; null when there is no activity.
   static const Clock* threadClock();
 
+  // --- For the notifiees of clocks ---
+  // A share in the service of `clock`, which begins with the first one.
+  ServedClock::Share serve(const Clock& clock);
+  // Ends the service of clocks in which nobody has a share any more.
+  void dropUnserved();
+  U64 countArming() { return ++armings_; }
+  // Sets the descriptor's timer to the earliest wake-up, unless it is set so already.
+  void updateTimer();
+  // The same after a clock was moved: what the timer was set to for it does not count.
+  void resetTimer(const ServedClock& served);
+
  private:
-  friend class Clock;
-  friend class Clock::NotifieeConst;
   class Turn;
+  class Walk;
 
-  using Alarm = Clock::NotifieeConst;
+  // What the descriptor's timer is set to.
+  struct Timer {
+    const void* source = nullptr;  // whose time, in its own count; null for none
+    Seconds due = never;
+    Seconds delay = never;     // real seconds from now
+    Seconds deadline = never;  // the system's monotonic time at which it expires
+  };
 
-  void alarmRoom();  // may throw; alarmIs() right behind it does not
-  void alarmIs(Alarm* alarm);
-  void alarmDel(Alarm* alarm);
-  void wakeUpdated();
-  bool waited(Seconds until);
-
-  // A binary heap, earliest first; each alarm knows its place.
-  static bool before(const Alarm* left, const Alarm* right);
-  void put(std::size_t place, Alarm* alarm);
-  void rise(std::size_t place);
-  void sink(std::size_t place);
-  void remove(std::size_t place);
+  ServedClock& own() const { return *served_.front(); }
+  Seconds runTurn();
+  Timer earliest() const;
+  bool wait(Seconds until);
 
   Ptr<const Clock> clock_;
-  std::vector<Alarm*> heap_;
-  std::vector<Alarm*> due_;           // of the current turn; null where one was disarmed meanwhile
-  ActivityConfig* before_ = nullptr;  // made before this one on the thread, and living
+  std::vector<std::unique_ptr<ServedClock>> served_;  // the own clock's is the first
+  ActivityConfig* older_ = nullptr;                   // made before this one on the thread
   U64 armings_ = 0;
-  bool turning_ = false;
-  std::atomic<bool> stopped_{false};
+  U32 delivered_ = 0;  // in the turn under way
+  bool isTurning_ = false;
+  mutable U32 walks_ = 0;
+  Timer timer_;
+  Seconds limit_ = never;  // of the run under way
+  std::atomic<bool> isStopped_{false};
+  std::atomic<bool> isTimerTaken_{false};  // stop() has set the timer
   std::atomic<int> descriptor_{-1};
 };
 

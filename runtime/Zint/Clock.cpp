@@ -1,5 +1,6 @@
-#include <Zint/Activity.h>
 #include <Zint/Clock.h>
+
+#include <Zint/Activity.h>
 #include <Zint/Type.h>
 #include <ctime>
 
@@ -12,33 +13,41 @@ Seconds monotonicTime() {
   return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
 }
 
+// The activity's service of the clock; null without a clock.
+ServedClock::Share serve(ActivityConfig* activity, const PtrInterface* clock) {
+  if (clock == nullptr) return nullptr;
+  if (activity == nullptr) throwRangeException("a clock needs an activity that serves it");
+  return activity->serve(static_cast<const Clock&>(*clock));
+}
+
 }  // namespace
 
-Clock::~Clock() = default;
+// --- Clocks ---
 
-// One whose constructor threw after arming is still queued.
-Clock::NotifieeConst::~NotifieeConst() {
-  if (zintFwkActivity() != nullptr) zintFwkActivity()->alarmDel(this);
+Clock::~Clock() {
+  while (!served_.empty()) {
+    served_.back()->onClockDestroyed();
+    served_.pop_back();
+  }
 }
 
 const Type* Clock::fwkType() const { return &clockType; }
 
-void Clock::timeMoved() const {
-  for (ActivityConfig* activity : activities_) activity->wakeUpdated();
+void Clock::announceTime() const {
+  for (std::size_t i = 0; i < served_.size(); ++i) served_[i]->onTimeMoved();
 }
 
 Seconds MonotonicClock::timeRead() const { return monotonicTime(); }
 
 void ManualClock::timeIs(Seconds time) {
   if (!(time >= time_)) throwRangeException("a clock's time does not go back");
-  time_ = time;
-  timeMoved();
+  advanceTimeTo(time);
 }
 
-void ManualClock::timeAdvancedTo(Seconds time) const {
+void ManualClock::advanceTimeTo(Seconds time) const {
   if (time <= time_) return;
   time_ = time;
-  timeMoved();
+  announceTime();
 }
 
 ValidPtr<MonotonicClock> monotonicClockFactory(Name name) {
@@ -54,63 +63,88 @@ Seconds now() {
   return clock == nullptr ? monotonicTime() : clock->time();
 }
 
-Seconds turnTime() { return now(); }
+Seconds turnTime() {
+  const Clock* clock = ActivityConfig::threadClock();
+  return clock == nullptr ? monotonicTime() : clock->turnTime();
+}
+
+// --- Notifiees ---
 
 Clock::NotifieeConst::NotifieeConst(const Ptr<ActivityConfig>& activity,
                                     const Ptr<const Clock>& clock, bool active)
-    : Entity::NotifieeConst(activity, clock, active) {}
+    : Entity::NotifieeConst(activity, clock, active),
+      served_(serve(activity.ptr(), clock.ptr())),
+      wakeUp_(this) {}
+
+Clock::NotifieeConst::~NotifieeConst() = default;
 
 void Clock::NotifieeConst::timeMinIs(Seconds timeMin) {
-  ActivityConfig* activity = zintFwkActivity().ptr();
   if (timeMin != timeMin) throwRangeException("a wake-up time must be a number");
-  if (timeMin != never && (activity == nullptr || activity->clock() != notifier())) {
-    throwRangeException("a wake-up needs an activity that runs on its clock");
-  }
-  const bool queued = timeMin != never && hasNotificationActive();
-  if (queued) activity->alarmRoom();  // may lack memory: nothing has changed so far
-  if (activity != nullptr) activity->alarmDel(this);
+  const bool isArmed = timeMin != never;
+  if (isArmed && notifier() == nullptr) throwRangeException("a wake-up needs a clock");
+  const bool isQueued = isArmed && hasNotificationActive();
+  const bool isNext = isQueued && served_->prepare(timeMin);  // may throw: nothing has changed
   timeMin_ = timeMin;
-  armed_ = timeMin != never;
-  if (queued) activity->alarmIs(this);
+  isArmed_ = isArmed;
+  if (isQueued) {
+    served_->arm(wakeUp_, timeMin, isNext);
+  } else if (served_ != nullptr) {
+    served_->disarm(wakeUp_);
+  }
 }
 
-// A wake-up belongs to the clock that it was set on.
-void Clock::NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
-  if (notifier.ptr() != this->notifier() && armed_) timeMinIs(never);
-  Entity::NotifieeConst::notifierIs(notifier);
-}
-
-void Clock::NotifieeConst::fire() {
-  armed_ = false;
+bool Clock::NotifieeConst::deliverWakeUp() {
+  if (zintMarkedForDeletion()) return false;
+  isArmed_ = false;
+  served_->disarm(wakeUp_);
   guarded(0, [this] { onTime(); });
+  return true;
+}
+
+// A wake-up belongs to the clock that it was set on. Every step that may throw is taken before
+// anything changes.
+void Clock::NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
+  if (notifier.ptr() == Zint::NotifieeConst::notifier()) return;
+  const Ptr<const PtrInterface> old(Zint::NotifieeConst::notifier());
+  ServedClock::Share served = serve(zintFwkActivity().ptr(), notifier.ptr());
+  Entity::NotifieeConst::notifierIs(notifier);
+  if (std::exchange(isArmed_, false)) timeMin_ = never;
+  wakeUp_.leaveQueue();
+  served_ = std::move(served);  // sets the timer anew
 }
 
 void Clock::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
-  if (zintFwkActivity() != nullptr) {
-    if (!active) zintFwkActivity()->alarmDel(this);
-    if (active && armed_) zintFwkActivity()->alarmRoom();
-  }
+  const bool isQueued = active && isArmed_;
+  const bool isNext = isQueued && served_->prepare(timeMin_);  // may throw: nothing has changed
   Entity::NotifieeConst::hasNotificationActiveIs(active);
-  if (active && armed_) zintFwkActivity()->alarmIs(this);
+  if (isQueued) {
+    served_->arm(wakeUp_, timeMin_, isNext);
+  } else if (served_ != nullptr) {
+    served_->disarm(wakeUp_);
+  }
 }
 
 void Clock::NotifieeConst::zeroReferencesIs(bool zero) {
-  if (zintFwkActivity() != nullptr) zintFwkActivity()->alarmDel(this);
+  if (served_ != nullptr) served_->disarm(wakeUp_);
   Entity::NotifieeConst::zeroReferencesIs(zero);
 }
 
 void Clock::NotifieeConst::zintFwkActivityIs(const Ptr<ActivityConfig>& activity) {
   if (activity == zintFwkActivity()) return;
-  const bool queued = armed_ && hasNotificationActive();
-  // An armed one that is switched off is held to the same: it may be switched on later.
-  if (armed_ && (activity == nullptr || activity->clock() != notifier())) {
-    throwRangeException("a wake-up needs an activity that runs on its clock");
-  }
-  if (queued) activity->alarmRoom();  // may lack memory: nothing has changed so far
-  if (zintFwkActivity() != nullptr) zintFwkActivity()->alarmDel(this);
+  const Ptr<ActivityConfig> old = zintFwkActivity();  // outlives what it serves
+  ServedClock::Share served = serve(activity.ptr(), notifier());
+  const bool isQueued = served != nullptr && isArmed_ && hasNotificationActive();
+  const bool isNext = isQueued && served->prepare(timeMin_);  // may throw: nothing has changed
   Entity::NotifieeConst::zintFwkActivityIs(activity);
-  if (queued) activity->alarmIs(this);
+  wakeUp_.leaveQueue();
+  served_ = std::move(served);  // sets the old activity's timer anew
+  if (isQueued) served_->arm(wakeUp_, timeMin_, isNext);
+}
+
+void Clock::NotifieeConst::zintDoZombieReactors(bool zombie) {
+  Entity::NotifieeConst::zintDoZombieReactors(zombie);
+  if (served_ != nullptr) served_->reconsider();
 }
 
 }  // namespace Zint

@@ -1,22 +1,26 @@
-// Time sources, and the reactor that is woken by one.
+// Time sources, and the notifiee that is woken by one.
 //
-// Time is a monotonic count of seconds. Within one turn of an activity it does not move, neither
-// for the activity's clock nor for Zint::now().
+//   class Blink : public Zint::Clock::NotifieeConst {
+//    public:
+//     using NotifieeConst::NotifieeConst;
+//     void onTime() override { timeMinIs(notifier()->time() + 0.5); }
+//   };
+//   auto blink = Zint::makePtr<Blink>(activity, clock);
+//   blink->timeMinIs(0.0);  // the first time in the next turn
+//
+// A time is a count of seconds from the clock's own zero; it may be negative. time() is the
+// current time; turnTime() is held within a turn of an activity that serves the clock.
 #pragma once
 
 #include <Zint/Entity.h>
-#include <limits>
-#include <vector>
+#include <Zint/ServedClock.h>
 
 namespace Zint {
 
-class ActivityConfig;
-
-constexpr Seconds never = std::numeric_limits<Seconds>::infinity();
-
 class UMBRA_API Clock : public Entity {
  public:
-  // A reactor with one wake-up time.
+  // A notifiee with one wake-up time. Its activity serves the clock, whichever clock it is.
+  // REQUIRES: an activity, wherever a clock is given (range exception; nothing has changed).
   class UMBRA_API NotifieeConst : public Entity::NotifieeConst {
    public:
     NotifieeConst(const Ptr<ActivityConfig>& activity, const Ptr<const Clock>& clock,
@@ -26,8 +30,10 @@ class UMBRA_API Clock : public Entity {
     void zeroReferencesIs(bool zero) override;
     // Another clock (or none) disarms.
     void notifierIs(const Ptr<const PtrInterface>& notifier) override;
-    // The wake-up time moves along to the new activity.
+    // The wake-up moves along to the new activity.
     void zintFwkActivityIs(const Ptr<ActivityConfig>& activity) override;
+    // A wake-up that becomes due under the mark waits until the mark is taken back.
+    void zintDoZombieReactors(bool zombie) override;
     // Called once when the clock has reached `timeMin`, in a turn of the activity.
     virtual void onTime() {}
 
@@ -39,25 +45,20 @@ class UMBRA_API Clock : public Entity {
       return static_cast<const Clock*>(Zint::NotifieeConst::notifier());
     }
     Seconds timeMin() const { return timeMin_; }
-    // Arms the wake-up, also with the time that was set before; the old one is forgotten. 0.0 means
-    // the next turn, never inside this call; +infinity disarms. It fires once.
-    // While notification is switched off the wake-up waits.
-    // REQUIRES: an activity that runs on this clock (range exception), and a number (the same).
+    // Arms the wake-up, also with the time that was set before, and forgets the old one. 0.0 and a
+    // time that is past mean the next turn, never this call; +infinity disarms. It is delivered
+    // once. While notification is switched off the wake-up waits.
+    // REQUIRES: a clock, and a number (range exceptions).
     void timeMinIs(Seconds timeMin);
-    bool isArmed() const { return armed_; }
+    bool isArmed() const { return isArmed_; }
+    // Called by the activity when the wake-up is due. False: it waits, because of the mark.
+    bool deliverWakeUp();
 
    private:
-    friend class ActivityConfig;
-
-    void fire();
-
     Seconds timeMin_ = never;
-    bool armed_ = false;
-    // The activity's bookkeeping.
-    static constexpr std::size_t notQueued = ~std::size_t{0};
-    std::size_t place_ = notQueued;  // in the activity's heap
-    U64 order_ = 0;                  // of arming
-    bool due_ = false;               // in the current turn
+    bool isArmed_ = false;
+    ServedClock::Share served_;  // null without a clock
+    WakeUp wakeUp_;              // leaves its queue before the share is dropped
   };
   struct Notifiee : NotifieeOf<NotifieeConst, Clock> {
     using NotifieeOf::NotifieeOf;
@@ -71,26 +72,39 @@ class UMBRA_API Clock : public Entity {
   ~Clock() override;
 
  public:
-  // The time now; in a turn, the time at which the turn began.
-  Seconds time() const { return turns_ == 0 ? timeRead() : turnTime_; }
+  // The current time, also within a turn.
+  Seconds time() const { return timeRead(); }
+  // Within a turn of an activity that serves this clock, the time at which the turn began; the
+  // current time otherwise. In a turn inside a turn, that of the outer one.
+  Seconds turnTime() const { return turns_ == 0 ? timeRead() : turnTime_; }
+  bool isInTurn() const { return turns_ != 0; }
 
-  // The source itself, which goes on in a turn too.
+  // --- For a derived clock to override ---
+  // Reads the source.
   virtual Seconds timeRead() const = 0;
+  // Whether the source stands still until it is moved by hand. An activity whose own clock is such
+  // a one advances it instead of waiting.
+  virtual bool isManual() const { return false; }
+  // Moves a manual clock on to a later time.
+  virtual void advanceTimeTo(Seconds) const {}
+
+  // --- For those that serve this clock ---
+  void servedAdd(ServedClock* served) const { served_.push_back(served); }
+  void servedDel(ServedClock* served) const { std::erase(served_, served); }
+  void turnBegin(Seconds time) const {
+    if (turns_++ == 0) turnTime_ = time;
+  }
+  void turnEnd() const { --turns_; }
 
  protected:
-  // Whether the source stands still until it is moved by hand, and the moving of such a one to a
-  // later time.
-  virtual bool isManual() const { return false; }
-  virtual void timeAdvancedTo(Seconds) const {}
-  // Called by a derived clock after its time was moved by hand.
-  void timeMoved() const;
+  // Called by a derived clock after its time was moved by hand, or has jumped: who serves it sets
+  // its timer anew.
+  void announceTime() const;
 
  private:
-  friend class ActivityConfig;
-
   mutable U32 turns_ = 0;  // turns under way
   mutable Seconds turnTime_ = 0;
-  mutable std::vector<ActivityConfig*> activities_;  // that run on this clock
+  mutable std::vector<ServedClock*> served_;
 };
 
 // The system's monotonic time.
@@ -100,19 +114,17 @@ class UMBRA_API MonotonicClock : public Clock {
   Seconds timeRead() const override;
 };
 
-// Stands still until it is moved: for tests and simulations. An activity that runs on it does not
-// wait; it moves the time to the next wake-up (so reactors that re-arm for a time already past keep
-// time standing).
+// Stands still until it is moved: for tests and simulations. An activity whose own clock it is does
+// not wait; it advances the time to the next wake-up. So a notifiee that always arms for the past
+// stops this clock.
 class UMBRA_API ManualClock : public Clock {
  public:
   using Clock::Clock;
   // Time never goes back: an earlier time raises a range exception.
   void timeIs(Seconds time);
   Seconds timeRead() const override { return time_; }
-
- protected:
   bool isManual() const override { return true; }
-  void timeAdvancedTo(Seconds time) const override;
+  void advanceTimeTo(Seconds time) const override;
 
  private:
   mutable Seconds time_ = 0;
@@ -121,12 +133,12 @@ class UMBRA_API ManualClock : public Clock {
 UMBRA_API ValidPtr<MonotonicClock> monotonicClockFactory(Name name);
 UMBRA_API ValidPtr<ManualClock> manualClockFactory(Name name);
 
-// The time of the activity whose turn runs on this thread; outside of turns, of the clock of the
-// activity made last on this thread, and of the system's monotonic clock when there is none.
+// The current time: while a clock's notifiee is served, of that clock; otherwise, of the own clock
+// of the activity whose turn runs on this thread; outside of turns, of the own clock of the
+// activity made last on this thread, and of the system when there is none.
 UMBRA_API Seconds now();
 
-// The same at the time at which the turn began, within a turn: for records, which need no exact
-// time.
+// The turn's time of the same clock: for records, which need no exact time.
 UMBRA_API Seconds turnTime();
 
 // The name under which reflection shows it.

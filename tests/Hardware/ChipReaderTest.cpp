@@ -1,5 +1,6 @@
 // The reader: what a command does, what a tick reads, and when the next one comes.
 #include <Hardware/ChipReader.h>
+#include <Zint/GenericIf.h>
 
 #include "fakes/ShadowTest.h"
 #include "runtime/Probes.h"
@@ -422,6 +423,21 @@ TEST_F(ChipReader, theRequestThatIsThereAlreadyIsNotBegunAgain) {
   reader->requestIs(request);
   EXPECT_EQ(tick(), (Reads{read(0x8010, 4)}));
   EXPECT_EQ(request->status(), done);
+}
+
+TEST_F(ChipReader, chipMemory_aNullRegionIsRefusedByEachMutator) {
+  readerIs(4);
+  const std::string text =
+      "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not allowed\"";
+  EXPECT_EQ(Fakes::exceptionText([&] { reader->chipMemoryEnq(nullptr); }), text);
+  EXPECT_EQ(Fakes::exceptionText([&] { reader->newChipMemory(7, nullptr); }), text);
+  Zint::GenericIf_ byName(reader);
+  EXPECT_NE(Fakes::exceptionText([&] {
+              byName.list("chipMemory").insert({{"chipMemory", "null"}});
+            }),
+            "");
+  EXPECT_EQ(reader->chipMemorys(), 0u);
+  EXPECT_EQ(reader->chipMemoryMetadata(), Hardware::ChipReader::ChipMemoryMetadata());
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ struct ActivityTest : testing::Test {
 
 TEST_F(ActivityTest, turn_wakesInTheOrderOfDueTimeThenOfArming) {
   const auto a = alarm("a", 2.0), b = alarm("b", 1.0), c = alarm("c", 2.0), d = alarm("d", 0.0);
-  a->timeMinIs(2.0);  // armed anew: behind c
+  a->timeMinIs(2.0);  // armed anew: after c
   EXPECT_EQ(turnAt(3.0), "dbca");
 }
 
@@ -213,7 +213,7 @@ TEST_F(ActivityTest, turn_insideATurnIsFatal) {
       },
       Fakes::Assertion("Zint/Activity", 0,
                        "Zint::ActivityConfig::Turn::Turn(Zint::ActivityConfig&)",
-                       "!activity_->turning_"));
+                       "!activity_->isTurning_"));
 }
 
 TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
@@ -225,7 +225,7 @@ TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
         loop.turn();
       },
       Fakes::Assertion("Zint/Activity", 0, "void Zint::ActivityConfig::runUntil(Zint::Seconds)",
-                       "clock_->turns_ == 0"));
+                       "!clock_->isInTurn()"));
 }
 
 TEST_F(ActivityTest, wakeTime_isTheEarliestWakeUp) {

@@ -174,8 +174,9 @@ TEST(UnusualObserver, oneWithoutReferenceStaysInTheListWhileSwitchedOff) {
 
 TEST(UnusualObserver, anAlarmWithoutAnActivityMayBeGivenOne) {
   Fakes::ManualLoop loop;
-  const auto alarm = makePtr<Alarm>(nullptr, loop.clock);
+  const auto alarm = makePtr<Alarm>(nullptr, nullptr);
   alarm->zintFwkActivityIs(loop.activity);
+  alarm->notifierIs(loop.clock);
   alarm->timeMinIs(1);
   loop.turnAt(1);
   EXPECT_THAT(alarm->fired, ElementsAre(1));
@@ -241,7 +242,7 @@ TEST(UnusualClock, aStopWhileTheWaitIsPreparedEndsIt) {
   EXPECT_GT(looks, 2u);
 }
 
-TEST(UnusualClock, aTurnInsideAnotherActivitysTurnSeesTheSameTime) {
+TEST(UnusualClock, aTurnInsideAnotherActivitysTurnSeesTheSameTurnTime) {
   const auto clock = makePtr<SteppingClock>("steps");
   const Ptr<const Zint::Clock> shared(clock);
   const auto outer = Zint::activityFactory("outer", shared);
@@ -249,10 +250,14 @@ TEST(UnusualClock, aTurnInsideAnotherActivitysTurnSeesTheSameTime) {
   const auto outside = makePtr<Alarm>(outer, shared), inside = makePtr<Alarm>(inner, shared);
   outside->timeMinIs(0.0);
   inside->timeMinIs(0.0);
-  outside->reaction = [&] { inner->turn(); };
+  Zint::Seconds within = 0;
+  inside->reaction = [&] { within = Zint::turnTime(); };
+  outside->reaction = [&] {
+    inner->turn();
+    EXPECT_EQ(within, Zint::turnTime());
+  };
   outer->turn();
-  ASSERT_EQ(inside->fired.size(), 1u);
-  EXPECT_EQ(inside->fired, outside->fired);
+  EXPECT_EQ(inside->fired.size(), 1u);
 }
 
 TEST(UnusualClock, anActivityMayEndOnAThreadThatDidNotMakeIt) {

@@ -1,0 +1,93 @@
+// One clock as it is served by one activity: the wake-ups that the activity's notifiees have armed
+// on that clock.
+//
+// An activity has one for its own clock, always, and one for each other clock that a notifiee of
+// the activity observes. A clock knows all that serve it and reports to them when it is moved or
+// destroyed.
+//
+// Where a wake-up is:
+//   waiting_  until the clock reaches its time
+//   next_     for the next turn, whatever the clock reads: 0.0, or a time that was past at arming
+//   turn_     in the turn under way, until its notifiee is notified
+//   parked_   was due while its notifiee was marked for deletion; due again once the mark is gone
+#pragma once
+
+#include <Zint/WakeQueue.h>
+#include <memory>
+
+namespace Zint {
+
+class ActivityConfig;
+class Clock;
+
+class ServedClock {
+ public:
+  struct Release {
+    void operator()(ServedClock* served) const { served->release(); }
+  };
+  // One notifiee's share in it. The last one to be dropped ends the serving, except that of the
+  // activity's own clock.
+  using Share = std::unique_ptr<ServedClock, Release>;
+
+  ServedClock(ActivityConfig& activity, const Clock& clock);
+  ~ServedClock();
+  ServedClock(const ServedClock&) = delete;
+  ServedClock& operator=(const ServedClock&) = delete;
+
+  // Null once the clock has been destroyed; nothing is armed then.
+  const Clock* clock() const { return clock_; }
+  Share share();
+  bool isShared() const { return shares_ > 0; }
+
+  // --- For the notifiees ---
+  // Makes room for one more wake-up, and returns whether one for `due` belongs to the next turn.
+  // May throw (no memory, or the clock itself): nothing has changed then. The clock is read.
+  bool prepare(Seconds due);
+  // Arms, in place of what was armed before, with what prepare(due) returned. Allocates nothing.
+  void arm(WakeUp& wakeUp, Seconds due, bool isNext);
+  void disarm(WakeUp& wakeUp);
+  // A notifiee's mark for deletion was taken back.
+  void reconsider();
+
+  // --- For the clock ---
+  void onTimeMoved();
+  void onClockDestroyed();
+
+  // --- For the activity ---
+  // Reads the clock; may throw what the clock throws.
+  void readTime();
+  Seconds turnTime() const { return time_; }
+  // Moves all that is due at the time read into the turn, and holds the clock's turn time.
+  void beginTurn();
+  void endTurn();
+  // The wake-up that the turn delivers next; null when there is none. Who is delivered leaves by
+  // disarm() or by park().
+  WakeUp* earliestOfTurn() const { return turn_.earliest(); }
+  // How long a wake-up of the turn has been due; infinity for one at 0.0.
+  Seconds lateness(const WakeUp& wakeUp) const;
+  void park(WakeUp& wakeUp) { parked_.take(wakeUp); }
+
+  // The earliest wake-up in this clock's time; never when there is none.
+  Seconds wakeTime() const;
+  // Real seconds until the earliest wake-up is due: 0 or less when one is due, never when none is
+  // armed or the clock is moved by hand. The clock is read where that matters.
+  Seconds delay() const;
+  // The time of the earliest one that waits for the clock; never when there is none.
+  Seconds waitsFor() const { return waiting_.isEmpty() ? never : waiting_.earliest()->due(); }
+
+ private:
+  void release();
+  bool hasDue() const;
+
+  ActivityConfig& activity_;
+  const Clock* clock_;
+  U32 shares_ = 0;
+  bool isInTurn_ = false;
+  Seconds time_ = 0;
+  WakeQueue waiting_;
+  WakeQueue next_;
+  WakeQueue turn_;
+  WakeQueue parked_;
+};
+
+}  // namespace Zint
