@@ -1,6 +1,7 @@
 #include <Hardware/ByName.h>
 
 #include <Zint/Accessors.h>
+#include <Zint/Sizes.h>
 
 namespace Hardware::ByName {
 namespace {
@@ -23,8 +24,7 @@ U8* dataOf(Bytes& bytes) {
 // The bytes, which must be `size`.
 U8* dataOfSize(Bytes& bytes, U64 size) {
   if (bytes.bytes.size() != size) {
-    refuse(Zint::format("%zu bytes given where %llu are needed", bytes.bytes.size(),
-                        static_cast<unsigned long long>(size)));
+    refuse(Zint::format("%zu bytes given where %ju are needed", bytes.bytes.size(), size));
   }
   return dataOf(bytes);
 }
@@ -37,10 +37,9 @@ U8* streamOf(Bytes& bytes, U64 bit, U64 bits) {
 
 Bytes makeZeros(U64 size) {
   if (size > longestText) {
-    refuse(Zint::format("%llu bytes are more than a text should hold",
-                        static_cast<unsigned long long>(size)));
+    refuse(Zint::format("%ju bytes are more than a text should hold", size));
   }
-  return {std::vector<U8>(static_cast<std::size_t>(size))};
+  return {std::vector<U8>(Zint::sizeOf(size))};
 }
 
 // "true 001f80"
@@ -52,8 +51,7 @@ Result resultOf(bool isDone, const Bytes& bytes) {
 template <auto copy, class Ham>
 Result copyThrough(Ham& ham, Bytes& source) {
   Bytes destination = makeZeros(source.bytes.size());
-  const bool isDone =
-      (ham.*copy)(dataOf(destination), dataOf(source), static_cast<U32>(source.bytes.size()));
+  const bool isDone = (ham.*copy)(dataOf(destination), dataOf(source), Zint::countOf(source.bytes));
   return resultOf(isDone, destination);
 }
 
@@ -72,7 +70,7 @@ void doWrite(ChipHam& ham, ChipAddress address, Bytes buffer, U32 entrySize, U32
 }
 
 bool doCompare(const ChipHam& ham, Bytes a, Bytes b) {
-  return ham.doCompare(dataOf(a), dataOfSize(b, a.bytes.size()), static_cast<U32>(b.bytes.size()));
+  return ham.doCompare(dataOf(a), dataOfSize(b, a.bytes.size()), Zint::countOf(b.bytes));
 }
 
 Result doReadToCache(const ChipHam& ham, Bytes source) {

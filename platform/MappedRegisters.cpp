@@ -1,4 +1,5 @@
 #include <Zint/Exception.h>
+#include <Zint/Sizes.h>
 #include <Zint/Strep.h>
 #include <fcntl.h>
 #include <platform/MappedRegisters.h>
@@ -53,18 +54,18 @@ MappedRegisters::MappedRegisters(Zint::String8 path, U32 baseAddress,
   size_ = static_cast<U64>(status.st_size);
   if (size_ < sizeof(U32) || size_ > addressSpace - baseAddress_) {
     Zint::throwRangeException(
-        Zint::format("%s: %llu bytes cannot be mapped as registers from 0x%08x on", path_.c_str(),
-                     static_cast<unsigned long long>(size_), baseAddress_));
+        Zint::format("%s: %ju bytes cannot be mapped as registers from 0x%08x on", path_.c_str(),
+                     size_, baseAddress_));
   }
-  void* mapping = mmap(nullptr, static_cast<std::size_t>(size_), PROT_READ | PROT_WRITE, MAP_SHARED,
-                       file.descriptor(), 0);
+  void* mapping =
+      mmap(nullptr, Zint::sizeOf(size_), PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor(), 0);
   if (mapping == MAP_FAILED) callFailed("mmap", path_);
   registers_ = static_cast<volatile U32*>(mapping);
 }
 
 MappedRegisters::~MappedRegisters() {
   if (registers_ != nullptr) {
-    munmap(const_cast<U32*>(registers_), static_cast<std::size_t>(size_));
+    munmap(const_cast<U32*>(registers_), Zint::sizeOf(size_));
   }
 }
 

@@ -1,5 +1,6 @@
 #include <Mirl/Mirl.h>
 #include <Zint/Clock.h>
+#include <Zint/Sizes.h>
 #include <algorithm>
 #include <cstring>
 
@@ -151,7 +152,7 @@ std::vector<Record> TraceFile::records(U32 level) const {
   {
     const SpinHold hold(ring.held_);
     bytes.resize(ring.end_ - ring.begin_);
-    ring.copied(ring.begin_, bytes.data(), static_cast<U32>(bytes.size()));
+    ring.copied(ring.begin_, bytes.data(), Zint::countOf(bytes));
   }
   std::vector<Record> records;
   for (std::size_t at = 0; at < bytes.size();) {

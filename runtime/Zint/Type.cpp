@@ -1,6 +1,7 @@
 #include <Zint/Type.h>
 
 #include <Zint/Exception.h>
+#include <Zint/Sizes.h>
 
 #include <algorithm>
 #include <mutex>
@@ -43,7 +44,7 @@ void ZintAttrIntrospectionFlags::refuse() {
 }
 
 U32 Type::memberCount() const {
-  return static_cast<U32>(members.size()) + (base == nullptr ? 0 : base->memberCount());
+  return countOf(members) + (base == nullptr ? 0 : base->memberCount());
 }
 
 const Member* Type::find(std::string_view memberName) const {
