@@ -22,5 +22,5 @@ const bool installed = [] {
 
 }  // namespace
 
-// The linker is told to need it where this stands in an archive.
+// The linker is given its name, so that it is taken from an archive.
 extern "C" int umbraCoverageFlush() { return installed; }
