@@ -1,27 +1,9 @@
 #include <Hardware/ChipHam.h>
-#include <Hardware/PlainHam.h>
+
+#include <Hardware/Entries.h>
 #include <Hardware/Umbra.h>
-#include <cstring>
 
 namespace Hardware {
-
-namespace {
-
-PlainFunctions plainFunctionsRead() {
-  const ChipHam::Ptr ham = Zint::makePtr<ChipHam>("plain");
-  const ChipMemory::Ptr region = chipMemoryFactory("plain", ChipAddress(), 0, 0, 0, nullptr);
-  return {slotFunction(*ham, &ChipHam::doCompare),
-          slotFunction(*ham, &ChipHam::doWriteToCache),
-          slotFunction(*ham, &ChipHam::doReadFromCache),
-          slotFunction(*region, &ChipMemory::readCacheHitsInc),
-          slotFunction(*region, &ChipMemory::readCacheHitsIs),
-          slotFunction(*region, &ChipMemory::writeCacheHitsInc)};
-}
-
-}  // namespace
-
-// NOLINTNEXTLINE(cert-err58-cpp): without memory for two small objects, a process cannot start
-const PlainFunctions plainFunctions = plainFunctionsRead();
 
 ChipHam::~ChipHam() = default;
 ChipHam::NotifieeConst::~NotifieeConst() = default;
@@ -32,20 +14,22 @@ void ChipHam::doRead(const ChipAddress&, U8*, U32, U32) { UMBRA_ASSERT(34, 0); }
 
 void ChipHam::doWrite(const ChipAddress&, U8*, U32, U32) { UMBRA_ASSERT(40, 0); }
 
-bool ChipHam::doCompare(U8* a, U8* b, U32 bytes) const { return std::memcmp(a, b, bytes) == 0; }
+bool ChipHam::doCompare(U8* a, U8* b, U32 bytes) const {
+  return bytes == 0 || std::memcmp(a, b, bytes) == 0;
+}
 
 bool ChipHam::doReadToCache(U8* destination, U8* source, U32 bytes) const {
-  std::memcpy(destination, source, bytes);
+  copyBytes(destination, source, bytes);
   return true;
 }
 
 bool ChipHam::doWriteToCache(U8* destination, U8* source, U32 bytes) {
-  std::memcpy(destination, source, bytes);
+  copyBytes(destination, source, bytes);
   return true;
 }
 
 bool ChipHam::doReadFromCache(U8* destination, U8* source, U32 bytes) const {
-  std::memcpy(destination, source, bytes);
+  copyBytes(destination, source, bytes);
   return true;
 }
 

@@ -1,6 +1,8 @@
 #include <Hardware/ChipMemory.h>
-#include <Hardware/Entries.h>
+
+#include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -12,16 +14,15 @@ ChipMemory::ChipMemory(Zint::String8 name, const ChipAddress& address, U32 entri
       entries_(entries),
       entrySize_(entrySize),
       stride_(stride),
-      chipHam_(chipHam),
       strideShift_(static_cast<U8>(std::has_single_bit(stride) ? std::countr_zero(stride) : 32)),
+      chipHam_(chipHam),
       name_(std::move(name)) {
-  handleShadowStoreNeeded();
-  handleAuditEnabled();
-  handleShadowStoreNeeded();
+  handleAuditEnabled();  // creates the hardware buffer; there is no store before shadowEnabled
 }
 
-// A region that a map still chains is held by it, so the link is null here.
+// A map keeps its members alive, so the hash link is null here.
 ChipMemory::~ChipMemory() {
+  storeView_ = {};  // the buffers' destructors may call back
   dirty_ = nullptr;
   initialized_ = nullptr;
   shadow_ = nullptr;
@@ -39,11 +40,10 @@ const Zint::Type* ChipMemory::fwkType() const { return &chipMemoryType; }
 
 // --- Attributes with reactions ---
 
-// A reaction writes to the chip or tells others, who may drop the last other reference.
-
 void ChipMemory::entriesIs(U32 entries) {
   if (!Zint::updated(entries_, entries)) return;
   const Ptr self(this);
+  updateStoreView();
   handleShadowStoreNeeded();
   notify(Id::entries);
 }
@@ -65,12 +65,13 @@ void ChipMemory::auditEnabledIs(bool enabled) {
 void ChipMemory::modeIs(ChipMemoryMode mode) {
   if (!Zint::updated(mode_, mode)) return;
   const Ptr self(this);
+  updateStoreView();
   handleMode();
   handleShadowStoreNeeded();
   notify(Id::mode);
 }
 
-// --- Plain attributes ---
+// --- Attributes without reactions ---
 
 // Derived; the setter exists so that it can be reached by name.
 void ChipMemory::shadowStoreNeededIs(bool) {}
@@ -113,20 +114,34 @@ void ChipMemory::lastFixTimeIs(Zint::Seconds time) {
   if (Zint::updated(lastFixTime_, time)) notify(Id::lastFixTime);
 }
 
+// The replaced buffer is released when the view is up to date, and the region is held: the buffer's
+// destructor may call back.
+template <class Buffer>
+void ChipMemory::bufferIs(Zint::Ptr<Buffer>& held, const Zint::Ptr<Buffer>& buffer,
+                          Zint::AttributeId id) {
+  if (held == buffer) return;
+  const Ptr self(this);
+  Zint::Ptr<Buffer> replaced = buffer;
+  held.swap(replaced);
+  updateStoreView();
+  replaced = nullptr;
+  notify(id);
+}
+
 void ChipMemory::hardwareIs(const Zint::Ptr<Hal::Buf>& buffer) {
-  if (Zint::updated(hardware_, buffer)) notify(Id::hardware);
+  bufferIs(hardware_, buffer, Id::hardware);
 }
 
 void ChipMemory::shadowIs(const Zint::Ptr<Hal::BufBase>& buffer) {
-  if (Zint::updated(shadow_, buffer)) notify(Id::shadow);
+  bufferIs(shadow_, buffer, Id::shadow);
 }
 
 void ChipMemory::initializedIs(const Zint::Ptr<Hal::BufBase>& buffer) {
-  if (Zint::updated(initialized_, buffer)) notify(Id::initialized);
+  bufferIs(initialized_, buffer, Id::initialized);
 }
 
 void ChipMemory::dirtyIs(const Zint::Ptr<Hal::BufBase>& buffer) {
-  if (Zint::updated(dirty_, buffer)) notify(Id::dirty);
+  bufferIs(dirty_, buffer, Id::dirty);
 }
 
 void ChipMemory::NotifieeConst::handleNotification(Zint::ActivityConfig* activity) {
@@ -154,7 +169,7 @@ ChipMemory::NotifieeConst::~NotifieeConst() = default;
 
 // --- Entries ---
 
-// A span that ends beyond its chip's memory, or beyond all addresses, where the sum wraps.
+// For a span that ends beyond its chip's memory, or beyond all addresses, where the sum wraps.
 bool ChipMemory::inRangeAcross(const ChipAddress& addr) const {
   const U64 base = address_.value();
   const U64 end = base + U32{stride_ * entries_};
@@ -172,19 +187,19 @@ U32 ChipMemory::entryIndexByDivision(const ChipAddress& addr) const {
 
 bool ChipMemory::entryInitialized(U32 entryIndex) const {
   if (mode_ == override()) return true;
-  UMBRA_ASSERT_REGION(*this, initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1));
+  UMBRA_ASSERT_REGION(*this, initialized_ && entryIndex < bitsOf(*initialized_));
   return bitmapBit(initialized_->data(), entryIndex);
 }
 
 void ChipMemory::entryInitializedIs(U32 entryIndex) {
   if (mode_ == override()) return;
-  UMBRA_ASSERT_REGION(*this, initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1));
+  UMBRA_ASSERT_REGION(*this, initialized_ && entryIndex < bitsOf(*initialized_));
   bitmapBitIs(initialized_->data(), entryIndex);
 }
 
 void ChipMemory::entryInitializedDel(U32 entryIndex) {
   if (mode_ == override()) return;
-  UMBRA_ASSERT_REGION(*this, initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1));
+  UMBRA_ASSERT_REGION(*this, initialized_ && entryIndex < bitsOf(*initialized_));
   bitmapBitDel(initialized_->data(), entryIndex);
 }
 
@@ -200,21 +215,28 @@ void ChipMemory::doClearRange(U32 startIndex, U32 endIndex, bool writeThrough) {
   if (mode_ == override()) return;
   UMBRA_ASSERT(186, endIndex <= entries());
   UMBRA_ASSERT(187, startIndex <= endIndex);
-  // Held: an access may replace the store, which ends the clearing.
   const Ptr self(this);
   const Hal::BufBase::Ptr shadowBuf = shadow_, dirtyBuf = dirty_, initializedBuf = initialized_;
   UMBRA_ASSERT_REGION(*this, shadowBuf && dirtyBuf && initializedBuf);
   UMBRA_ASSERT_REGION(*this, chipHam_ || !writeThrough);
-  const U64 end = U64{endIndex} + 1;
-  UMBRA_ASSERT_REGION(*this, end * entrySize_ <= U64{shadowBuf->size()} + shadowBuf->slack());
-  UMBRA_ASSERT_REGION(*this, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
-  for (U64 next = startIndex; next < end && shadow_ == shadowBuf; ++next) {
+  UMBRA_ASSERT_REGION(*this, endIndex < bitsOf(*dirtyBuf) && endIndex < bitsOf(*initializedBuf));
+  // Of the entries from startIndex on that exist, all lie in the shadow.
+  const U64 end = std::min(U64{endIndex} + 1, U64{entries_});
+  UMBRA_ASSERT_REGION(*this, startIndex >= end || end * entrySize_ <= shadowBuf->size());
+  // An access that replaces the store ends the clearing.
+  for (U64 next = startIndex; next <= endIndex && shadow_ == shadowBuf; ++next) {
     const U32 i = static_cast<U32>(next);
-    U8* entry = shadowBuf->data() + next * entrySize_;
+    const U64 first = std::min(next * entrySize_, U64{shadowBuf->size()});
+    const U32 stored = static_cast<U32>(std::min(U64{entrySize_}, shadowBuf->size() - first));
+    U8* entry = shadowBuf->data() + first;
     bitmapBitIs(dirtyBuf->data(), i);
-    std::memset(entry, 0, entrySize_);
+    std::memset(entry, 0, stored);
     bitmapBitIs(initializedBuf->data(), i);
-    if (writeThrough) chipHam_->doWrite(entryAddress(i), entry, entrySize_, 1);
+    if (!writeThrough) continue;
+    // The chip gets the whole entry past the last one, though the shadow lacks it.
+    const Hal::Buf::Ptr zeros =
+        stored < entrySize_ ? Zint::makePtr<Hal::Buf>(entrySize_) : Hal::Buf::Ptr();
+    chipHam_->doWrite(entryAddress(i), zeros ? zeros->data() : entry, entrySize_, 1);
   }
 }
 

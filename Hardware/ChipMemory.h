@@ -9,31 +9,40 @@
 // has written or wants written) is the `entrySize` bytes at entrySize * i. The bitmaps
 // `initialized` (the shadow's entry holds a value) and `dirty` (written since the audit's pass
 // began) hold entry i at bit i & 7 of byte i >> 3.
-// - Sizes are 32-bit products and wrap; an operation that would leave a buffer is a fatal assertion
+// - Sizes are 32-bit products and wrap. An operation that would leave a buffer is a fatal assertion
 //   that names the region.
-// - A bitmap has (entries >> 3) + 1 bytes (deliberate: a spare byte at multiples of 8 entries).
-// - shadow, dirty and initialized exist exactly while shadowStoreNeeded(), and are made afresh
-//   and zeroed by every change of entries, of shadowEnabled to true and of mode to normal or
-//   buffered.
-// - hardware exists from the start, except in override mode; a change of entries does not resize it
-//   (deliberate): change entries before auditing.
+// - A bitmap has (entries >> 3) + 1 bytes. Deliberate: clients rely on the spare byte that this
+//   gives at multiples of 8 entries.
+// - shadow, dirty and initialized, together the store, exist exactly while shadowStoreNeeded().
+// They
+//   are created and zeroed by every change of entries, of shadowEnabled to true and of mode to
+//   normal or buffered.
+// - hardware exists from the start, except in override mode. A change of entries does not resize
+// it.
+//   Deliberate, because clients rely on the buffer: change entries before auditing.
 //
-// Change mode, entries and shadowEnabled while the shadow is idle. During a pass they make a fresh
-// shadow, which then learns what the reader had read before the change.
+// A client may install buffers of its own, of any size. Operations use as much of them as the rules
+// above describe.
+//
+// Change mode, entries and shadowEnabled while the shadow is idle. During an audit pass they create
+// an empty store, which then adopts what the reader read before the change.
 #pragma once
 
 #include <Hal/Buf.h>
 #include <Hardware/ChipAddress.h>
 #include <Hardware/ChipHam.h>
+#include <Zint/Epoch.h>
 #include <Zint/HashMap.h>
 
 namespace Hardware {
+
+struct StoreAccess;
 
 class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink<ChipMemory> {
  public:
   using Ptr = Zint::Ptr<ChipMemory>;
 
-  // How writes reach the chip: at once; not at all (the shadow overrides it); held in the shadow
+  // How writes reach the chip: normal, at once; override, not at all; buffered, kept in the shadow
   // until the region returns to normal.
   enum ChipMemoryMode : S32 { normal_ = 0, override_ = 1, buffered_ = 2 };
   static constexpr ChipMemoryMode normal() { return normal_; }
@@ -82,7 +91,8 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
     };
   };
 
-  // Told of every changed attribute through handleNotification(); the common ones by name.
+  // Is notified of every changed attribute through handleNotification(), of the common ones by
+  // name.
   class UMBRA_API NotifieeConst : public Zint::NotifieeConst {
    public:
     NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
@@ -146,12 +156,12 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
 
   // --- Attributes --------------------------------------------------------------------------------
   U32 entries() const { return entries_; }
-  // Of the region's indirect command register; a plain value that the library only reports.
+  // Of the region's indirect command register. The library only reports it.
   U32 indirectCmdRegAddr() const { return indirectCmdRegAddr_; }
   bool shadowEnabled() const { return shadowEnabled_; }
   // REQUIRES when set: mode is not override (fatal assertion; entering override is not checked).
   bool auditEnabled() const { return auditEnabled_; }
-  // To normal: writes the whole shadow to the chip, then starts with an empty one.
+  // A change to normal writes the whole shadow to the chip, then creates an empty store.
   ChipMemoryMode mode() const { return mode_; }
   bool shadowStoreNeeded() const { return shadowEnabled_ && mode_ != override(); }
   bool readFromCache() const { return readFromCache_; }
@@ -174,7 +184,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
     const U32 offset = address_.chipMemoryOffset();
     if (offset + span < offset) [[unlikely]]
       return inRangeAcross(addr);
-    // One comparison of the offsets: two, each as good as random, would often be mispredicted.
+    // One comparison of the offsets. Two would often be mispredicted: each is as good as random.
     return addr.chipMemoryId() == address_.chipMemoryId() &&
            addr.chipMemoryOffset() - offset < span;
   }
@@ -200,15 +210,14 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   // Zeroes the shadow and marks every entry dirty and initialized. Nothing is written to the
   // chip.
   void doClear();
-  // The same for the entries from startIndex to endIndex, both included; writeThrough also writes
-  // each to the chip. The bound is checked with <= (deliberate): endIndex may be `entries`, for
-  // which the buffers have room.
+  // The same for the entries from startIndex to endIndex, both included. writeThrough also writes
+  // each to the chip. Deliberate, because clients rely on it: endIndex may be `entries`. That entry
+  // is marked, and written to the chip as zeros; what of it lies beyond the shadow is not stored.
   void doClearRange(U32 startIndex, U32 endIndex, bool writeThrough);
 
   // --- Write-back ---
 
-  // Writes the whole shadow to the chip in one access, or only the initialized entries one by
-  // one.
+  // Writes the whole shadow to the chip in one access, or only the initialized entries one by one.
   void writeback(bool initializedOnly);
 
   // --- Reactions ---
@@ -216,35 +225,49 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   void handleMode();
 
  private:
-  friend class HardwareShadow;  // counts reads that nobody looks on
+  friend struct StoreAccess;
+
+  // The store as the data path uses it: computed when a buffer, the mode or `entries` changes, not
+  // at every access. The pointers are null where the buffers are.
+  struct StoreView {
+    U32 entries = 0;  // that all three buffers hold; 0 in override mode or without a store
+    U8* shadow = nullptr;
+    U8* initialized = nullptr;
+    U8* dirty = nullptr;
+  };
 
   bool inRangeAcross(const ChipAddress& addr) const;
   U32 entryIndexByDivision(const ChipAddress& addr) const;
   Zint::Ptr<Hal::Buf> newStore() const;
   Zint::Ptr<Hal::Buf> newBitmap() const;
+  template <class Buffer>
+  void bufferIs(Zint::Ptr<Buffer>& held, const Zint::Ptr<Buffer>& buffer, Zint::AttributeId id);
+  void updateStoreView();
 
-  // In the order of use: what a look-up, a write and a read touch stands first.
+  // In the order of use: what a look-up, a write and a read touch comes first.
   const ChipAddress address_;
   U32 entries_;
   const U32 entrySize_;
   const U32 stride_;
-  Zint::Ptr<ChipHam> chipHam_;  // constant after construction
-  Zint::Ptr<Hal::BufBase> shadow_;
-  Zint::Ptr<Hal::BufBase> initialized_;
-  Zint::Ptr<Hal::BufBase> dirty_;
-  ChipMemoryMode mode_ = normal_;
+  const U8 strideShift_;  // the stride is 2 to this power; 32 when it is no power of 2
   bool shadowEnabled_ = false;
   bool auditEnabled_ = false;
   bool readFromCache_ = false;
   bool skipWriteIfMatchesCache_ = false;
   bool allowsLogicalViews_ = false;
-  const U8 strideShift_;  // the stride is 2 to this power; 32 when it is no power of 2
+  bool storeIsDisjoint_ = false;  // no two of the view's buffers have a byte in common
+  ChipMemoryMode mode_ = normal_;
+  StoreView storeView_;
+  Zint::Ptr<ChipHam> chipHam_;  // constant after construction
   mutable U64 readCacheHits_ = 0;
   U64 writeCacheHits_ = 0;
+  Zint::Ptr<Hal::BufBase> shadow_;
+  Zint::Ptr<Hal::BufBase> initialized_;
+  Zint::Ptr<Hal::BufBase> dirty_;
   Zint::Ptr<Hal::Buf> hardware_;
   U32 indirectCmdRegAddr_ = 0;
   U32 registersFixed_ = 0;
-  U32 storesMade_ = 0;  // so far; wraps
+  Zint::Epoch stores_;  // advances with every store that is created or released
   Zint::Seconds lastFixTime_ = 0.0;
   const Zint::String8 name_;
 };
@@ -261,12 +284,6 @@ UMBRA_API void sequenceToValue(Zint::String8::IteratorConst& pos,
                                const Zint::String8::IteratorConst& end,
                                ChipMemory::ChipMemoryMode& mode);
 UMBRA_API std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode);
-
-// Whether entries [0, end) of that size lie inside a buffer, or inside a bitmap.
-inline bool entriesFit(const Hal::BufBase& buffer, U64 end, U32 entrySize) {
-  return end * entrySize <= buffer.size();
-}
-inline bool bitsFit(const Hal::BufBase& bitmap, U64 end) { return end <= U64{bitmap.size()} * 8; }
 
 // The names under which reflection shows them.
 constexpr const char* zintTypeName(const ChipMemory*) { return "Hardware::ChipMemory"; }

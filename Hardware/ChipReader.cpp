@@ -282,8 +282,7 @@ void ChipReader::doRead() {
     const U32 readChunkSizeInEntries = std::min(maxEntriesPerRead_ - done, m->entries() - k);
     UMBRA_ASSERT(363, readChunkSizeInEntries);
     const Zint::Ptr<Hal::Buf> hardwareBuf = m->hardware();
-    UMBRA_ASSERT_REGION(*m, hardwareBuf && entriesFit(*hardwareBuf, U64{k} + readChunkSizeInEntries,
-                                                      m->entrySize()));
+    UMBRA_ASSERT_REGION(*m, hardwareBuf && (U64{k} + readChunkSizeInEntries) * m->entrySize() <= hardwareBuf->size());
     UMBRA_ASSERT_REGION(*m, m->chipHam());
     const ChipAddress address = m->entryAddress(k);
     UMBRA_TRACE(6, 366,

@@ -29,8 +29,8 @@ struct BitGroup {
   U32 mask;
 };
 
-// The number of bits that are set in a byte. (The machine's own instruction for it is younger than
-// the product's machines, and the compiler's replacement is a call.)
+// The number of bits that are set in a byte. POPCNT is not in the baseline instruction set; without
+// it std::popcount is a call.
 inline U32 bitsOfByte(U32 byte) {
   constexpr U8 bits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
   return U32{bits[byte & 15]} + bits[byte >> 4];
@@ -72,7 +72,7 @@ inline void bitmapRangeIs(U8* bitmap, U32 entry, U32 count) {
 }
 
 // The index of the first byte that differs, `bytes` when none does. Blocks go to memcmp, which is
-// as fast as memory; only the block that holds the difference is looked at closely.
+// as fast as memory; only the block that holds the difference is compared word by word.
 inline std::size_t firstDifference(const U8* a, const U8* b, std::size_t bytes) {
   constexpr std::size_t block = 4096;
   std::size_t at = 0;
@@ -90,11 +90,13 @@ inline std::size_t firstDifference(const U8* a, const U8* b, std::size_t bytes) 
   return at;
 }
 
-// One entry, or a number of bytes. A word, the common case, needs no call; no bytes touch no
-// memory.
-inline void entryCopied(U8* to, const U8* from, U32 bytes) {
+// One entry, or a number of bytes; they may overlap. A word, the common case, needs no call. With
+// zero bytes the pointers may be null, so memmove must not be called.
+inline void copyBytes(U8* to, const U8* from, U32 bytes) {
   if (bytes == sizeof(U32)) {
-    std::memcpy(to, from, sizeof(U32));
+    U32 word;
+    std::memcpy(&word, from, sizeof word);
+    std::memcpy(to, &word, sizeof word);
   } else if (bytes != 0) {
     std::memmove(to, from, bytes);
   }
@@ -135,7 +137,7 @@ inline __m128i twoEqual8(const U8* a, const U8* b) {
 inline U32 eightEqual8(const U8* a, const U8* b) {
   const __m128i low = _mm_packs_epi32(twoEqual8(a, b), twoEqual8(a + 16, b + 16));
   const __m128i high = _mm_packs_epi32(twoEqual8(a + 32, b + 32), twoEqual8(a + 48, b + 48));
-  // Each entry is two equal words still; as one, they saturate to a word again.
+  // Each entry is still two equal words. Packed into one, they saturate to a word again.
   return eightWide(_mm_packs_epi32(low, high));
 }
 

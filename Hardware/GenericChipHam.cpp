@@ -1,4 +1,5 @@
 #include <Hardware/GenericChipHam.h>
+
 #include <Hardware/Umbra.h>
 #include <cstring>
 
@@ -11,8 +12,8 @@ GenericChipHam::~GenericChipHam() = default;
 
 const Zint::Type* GenericChipHam::fwkType() const { return &genericChipHamType; }
 
-// The register access is held over the loop: an access may drop the last other reference, to this
-// object as well.
+// The register access is held during the loop: an access may drop the last other reference to it,
+// and the last one to this object as well.
 void GenericChipHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
   UMBRA_ASSERT(128, ( entrySize % 4 ) == 0);
   const Zint::Ptr<Fru::HamImpl> registers = hamImpl_;
@@ -21,6 +22,7 @@ void GenericChipHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySiz
   UMBRA_ASSERT(__LINE__, registers || words == 0);
   for (U64 left = words; left > 0; --left) {
     U32 value;
+    std::memcpy(&value, buffer, 4);  // what a register access that stores nothing leaves there
     registers->read(registerAddress, &value);
     std::memcpy(buffer, &value, 4);
     registerAddress += 4;

@@ -279,8 +279,6 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // register where findChipMemory() is inlined.
   ChipMemory* heldFromIndex(const ChipAddress& address, U32 size);
   void lastSizeChecked(U32 size) const;
-  bool takenPlainly(ChipMemory& cm, U32 entry, const U8* data, U32 size, bool& answer) const;
-  bool servedPlainly(const ChipMemory& cm, U32 entry, U8* data, U32 size) const;
   void indexBuilt();
   void indexCleared();
   void indexed(const ChipMemory::Ptr& cm);

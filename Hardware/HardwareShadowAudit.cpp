@@ -1,9 +1,9 @@
 // The audit. One pass: doStartAudit clears the dirty bitmaps and starts the read request; the
 // reader fills the hardware buffers; doAuditChips compares, learns, reports and repairs, and arms
 // the clock.
-#include <Hardware/Entries.h>
 #include <Hardware/HardwareShadow.h>
-#include <Hardware/PlainHam.h>
+#include <Hardware/OverrideCheck.h>
+#include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
 #include <Mirl/Mirl.h>
 #include <cstring>
@@ -180,12 +180,11 @@ void HardwareShadow::doAuditChips() {
     UMBRA_ASSERT_REGION(*cm, cm->chipHam());
     const U32 entries = cm->entries();
     const U32 entrySize = cm->entrySize();
-    UMBRA_ASSERT_REGION(*cm, entriesFit(*hardwareBuf, entries, entrySize));
-    UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, entries, entrySize));
-    UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, entries) && bitsFit(*initializedBuf, entries));
+    UMBRA_ASSERT_REGION(*cm, U64{entries} * entrySize <= hardwareBuf->size());
+    UMBRA_ASSERT_REGION(*cm, entries <= StoreAccess::view(*cm).entries);
 
     const ChipHam& ham = *cm->chipHam();
-    const bool plain = entrySize != 0 && comparesPlainly(ham);
+    const bool plain = entrySize != 0 && !overridesCompare(ham);
     const Comparison comparison{*cm,     shadowBuf.ptr(),   stateChanges_,
                                 change,  shadowBuf->data(), hardwareBuf->data(),
                                 entries, entrySize};

@@ -1,7 +1,7 @@
-// The read path: served from the shadow when every entry asked for is known.
-#include <Hardware/Entries.h>
+// The read path: served from the shadow when every entry asked for is initialized.
 #include <Hardware/HardwareShadow.h>
-#include <Hardware/PlainHam.h>
+#include <Hardware/OverrideCheck.h>
+#include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
 #include <algorithm>
 #include <cstring>
@@ -9,54 +9,72 @@
 namespace Hardware {
 namespace {
 
-// Several entries read at once. Returns their number, 0 where they cannot be: one is not known or
-// does not fit, or the bytes read are the ones written to. Out of line: one entry is the common
-// case.
-[[gnu::noinline]] U32 severalCopied(const ChipMemory& cm, U32 entry, U8* data, U32 size) {
+// Reads several whole entries at once. Returns their number; 0, and nothing was changed, if they
+// are not all initialized and in the store, or if `data` overlaps the shadow. noinline: one entry
+// is the common case.
+[[gnu::noinline]] U32 readDisjointEntries(const ChipMemory& cm, U32 entry, U8* data, U32 size) {
+  const auto& view = StoreAccess::view(cm);
   const U32 count = wholeEntries(cm, entry, size);
-  const U8* shadow = cm.shadow()->data();
-  if (count == 0 || overlap(shadow, cm.shadow()->size(), data, size) ||
-      !bitmapRangeIsSet(cm.initialized()->data(), entry, count)) {
+  if (count == 0 || overlap(*cm.shadow(), data, size) ||
+      !bitmapRangeIsSet(view.initialized, entry, count)) {
     return 0;
   }
-  std::memcpy(data, shadow + std::size_t{cm.entrySize()} * entry, size);
+  std::memcpy(data, view.shadow + std::size_t{cm.entrySize()} * entry, size);
   return count;
+}
+
+// The fast path, which calls nothing that a client can override. False: nothing was changed, and
+// the reference must follow. True: done, and the answer is true.
+[[gnu::always_inline]] inline bool readFast(const HardwareShadow& shadow, const ChipMemory& cm,
+                                            U32 entry, U8* data, U32 size) {
+  if (shadow.state() == HardwareShadow::unconfigured() ||
+      !(cm.readFromCache() || shadow.overrideHardware()) || umbraTrace().built(7) ||
+      cm.notifiees() != 0 || cm.chipHam() == nullptr || overridesReadFromCache(*cm.chipHam()) ||
+      overridesReadCacheHits(cm)) {
+    return false;
+  }
+  const auto& view = StoreAccess::view(cm);
+  U32 count = 1;
+  if (size == cm.entrySize() && size != 0) [[likely]] {
+    if (entry >= view.entries || !bitmapBit(view.initialized, entry)) return false;
+    copyBytes(data, view.shadow + std::size_t{size} * entry, size);
+  } else {
+    count = readDisjointEntries(cm, entry, data, size);
+    if (count == 0) return false;
+  }
+  StoreAccess::countReads(cm, count);
+  return true;
+}
+
+// The end of a read that reaches beyond the shadow: `size` bytes from the shadow's byte `offset`
+// on, of which those beyond it are 0.
+bool readBeyond(const ChipMemory& cm, const Hal::BufBase& shadowBuf, U64 offset, U8* data,
+                U32 size) {
+  U8 few[64] = {};
+  const Hal::Buf::Ptr many = size > sizeof few ? Zint::makePtr<Hal::Buf>(size) : Hal::Buf::Ptr();
+  U8* const source = many ? many->data() : few;
+  if (offset < shadowBuf.size()) {
+    std::memcpy(source, shadowBuf.data() + offset, static_cast<U32>(shadowBuf.size() - offset));
+  }
+  return cm.chipHam()->doReadFromCache(data, source, size);
 }
 
 }  // namespace
 
-// What the reading comes to where all is in order and nobody looks on: the entries are known, and
-// the access method and the region keep the base's copy and count.
-[[gnu::always_inline]] inline bool HardwareShadow::servedPlainly(const ChipMemory& cm, U32 entry,
-                                                                 U8* data, U32 size) const {
-  if (state_ == unconfigured_ || !(cm.readFromCache() || overrideHardware_) ||
-      cm.mode() == ChipMemory::override() || umbraTrace().built(7) || cm.notifiees() != 0 ||
-      cm.shadow() == nullptr || cm.initialized() == nullptr || cm.chipHam() == nullptr ||
-      !countsReadsPlainly(cm) || !readsFromCachePlainly(*cm.chipHam())) {
-    return false;
-  }
-  U32 count = 1;
-  if (size == cm.entrySize()) [[likely]] {
-    if (!holdsEntry(cm, entry) || !bitmapBit(cm.initialized()->data(), entry)) return false;
-    entryCopied(data, cm.shadow()->data() + std::size_t{size} * entry, size);
-  } else {
-    count = severalCopied(cm, entry, data, size);
-  }
-  cm.readCacheHits_ += count;
-  return count != 0;
-}
-
-bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size) {
-  if (cm != nullptr && servedPlainly(*cm, entry, data, size)) return true;
+bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data,
+                                   U32 size) {
+  if (chipMemory != nullptr && readFast(*this, *chipMemory, entry, data, size)) return true;
   UMBRA_ASSERT(__LINE__, state_ != unconfigured());
-  if (cm == nullptr) return false;
-  if (!cm->readFromCache() && !overrideHardware_) return false;
-  if (cm->mode() == ChipMemory::override()) {
+  if (chipMemory == nullptr) return false;
+  if (!chipMemory->readFromCache() && !overrideHardware_) return false;
+  if (chipMemory->mode() == ChipMemory::override()) {
     if (size != 0) std::memset(data, 0, size);
     return true;
   }
-  // Held: an observer or an access method may replace the store or drop the region.
-  const ChipMemory::Ptr region = cm;
+  // The reference. What a notifiee or an access method may drop or replace is held: the shadow, the
+  // region, its store.
+  const Ptr self(this);
+  const ChipMemory::Ptr cm = chipMemory;
   const Hal::BufBase::Ptr shadowBuf = cm->shadow();
   const Hal::BufBase::Ptr initializedBuf = cm->initialized();
   UMBRA_ASSERT(__LINE__, shadowBuf);
@@ -66,11 +84,13 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
   const U64 numEntries = size / entrySize;
   UMBRA_ASSERT(__LINE__, ( entry + numEntries ) <= cm->entries());
   UMBRA_ASSERT_REGION(*cm, cm->chipHam());
-  const U64 bytes = U64{entry} * entrySize + size;  // a partial entry may end in the slack
-  UMBRA_ASSERT_REGION(*cm, bytes <= U64{shadowBuf->size()} + shadowBuf->slack());
-  UMBRA_ASSERT_REGION(*cm, bitsFit(*initializedBuf, entry + numEntries));
+  // Only a part of the entry past the last one may lie beyond the shadow.
+  const U64 end = entry + numEntries;
+  const U64 offset = U64{entry} * entrySize;
+  const U64 inShadow = end == cm->entries() ? numEntries * entrySize : size;
+  UMBRA_ASSERT_REGION(*cm, inShadow == 0 || offset + inShadow <= shadowBuf->size());
+  UMBRA_ASSERT_REGION(*cm, numEntries == 0 || end <= bitsOf(*initializedBuf));
 
-  U8* source = shadowBuf->data() + std::size_t{entrySize} * entry;
   const U8* initialized = initializedBuf->data();
   // One byte of the bitmap, up to eight entries, at a time.
   U32 b = entry;
@@ -79,24 +99,28 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
     if ((initialized[b >> 3] & group.mask) != group.mask) {
       if (!overrideHardware_) {
         UMBRA_TRACE(7, __LINE__,
-                    "Read miss cache " << region->name() << " " << group.count
+                    "Read miss cache " << cm->name() << " " << group.count
                                        << " entries starting at " << b
                                        << " not in cache, will read from hardware");
         return false;
       }
       ZINT_TRACE_CONTEXT(umbraTrace(), 4, "<unknown>", "Hardware/Umbra", __LINE__,
-                         region->name() << ": accessing uninitialized entry " << b);
+                         cm->name() << ": accessing uninitialized entry " << b);
     }
     b += group.count;
     left -= group.count;
   }
-  region->readCacheHitsInc(numEntries);
+  cm->readCacheHitsInc(numEntries);
   UMBRA_TRACE(7, __LINE__,
-              "Read hit cache " << region->name() << " " << numEntries << " entries starting at 0x"
+              "Read hit cache " << cm->name() << " " << numEntries << " entries starting at 0x"
                                 << std::hex << entry);
-  while (size > 0) {
+  for (U64 source = offset; size > 0;) {
     const U32 part = std::min(entrySize, size);
-    if (!region->chipHam()->doReadFromCache(data, source, part)) return false;
+    const bool isServed =
+        source + part <= shadowBuf->size()
+            ? cm->chipHam()->doReadFromCache(data, shadowBuf->data() + source, part)
+            : readBeyond(*cm, *shadowBuf, source, data, part);
+    if (!isServed) return false;
     data += part;
     source += part;
     size -= part;
@@ -106,13 +130,16 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* dat
 
 namespace {
 
-// What the last region does not take at once. Out of line: inlined, it would take the registers of
-// the common case.
-[[gnu::noinline]] bool readFound(HardwareShadow& shadow, const ChipAddress& address, U8* data,
+// The way through the look-up. noinline keeps its registers out of the fast path. The address is
+// copied and the last region held, because the look-up may drop that region: the address and `data`
+// may lie in it.
+[[gnu::noinline]] bool readFound(HardwareShadow& hardwareShadow, const ChipAddress& where, U8* data,
                                  U32 size) {
-  const HardwareShadow::Ptr held(&shadow);  // as is the region: the look-up may end another
-  const ChipMemory::Ptr cm = shadow.findChipMemory(address, size);
-  return cm != nullptr && shadow.readFromCache(cm, cm->entryIndexFromAddress(address), data, size);
+  const HardwareShadow::Ptr shadow(&hardwareShadow);
+  const ChipAddress address = where;
+  const ChipMemory::Ptr previous = shadow->lastChipMemory();
+  const ChipMemory::Ptr cm = shadow->findChipMemory(address, size);
+  return cm != nullptr && shadow->readFromCache(cm, cm->entryIndexFromAddress(address), data, size);
 }
 
 }  // namespace
@@ -120,11 +147,11 @@ namespace {
 bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
   const ChipMemory* last = lastChipMemory_.ptr();
   return (last != nullptr && size == last->entrySize() && last->inRange(address) &&
-          servedPlainly(*last, last->entryIndexFromAddress(address), data, size)) ||
+          readFast(*this, *last, last->entryIndexFromAddress(address), data, size)) ||
          readFound(*this, address, data, size);
 }
 
-// Flattened: with the size known, the common case is shorter.
+// flatten: with the size known, the fast path is shorter.
 [[gnu::flatten]] U32 HardwareShadow::readFromCacheU32(const ChipAddress& address) {
   U32 value = 0;
   return readFromCacheHack(address, reinterpret_cast<U8*>(&value), sizeof value) ? value : 0;

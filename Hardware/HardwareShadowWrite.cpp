@@ -1,38 +1,86 @@
 // The write path: what a client writes is offered to the shadow first.
-#include <Hardware/Entries.h>
 #include <Hardware/HardwareShadow.h>
-#include <Hardware/PlainHam.h>
+#include <Hardware/OverrideCheck.h>
+#include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
 #include <cstring>
 
 namespace Hardware {
 namespace {
 
-// What the loop over the entries does where an access method copies plainly. Returns the number of
-// hits.
-[[gnu::always_inline]] inline U32 oneStored(const ChipMemory& cm, U32 entry, const U8* data) {
-  const U32 entrySize = cm.entrySize();
-  U8* shadow = cm.shadow()->data() + std::size_t{entrySize} * entry;
-  if (cm.skipWriteIfMatchesCache() && bitmapBit(cm.initialized()->data(), entry) &&
-      entriesEqual(shadow, data, entrySize)) {
-    return 1;
+// The operation that traces and assertions of this path name.
+constexpr const char* writeFunction = "shadowWriteAndCompareWithCache";
+constexpr const char* writeSignature =
+    "bool Hardware::HardwareShadow::shadowWriteAndCompareWithCache(const "
+    "Hardware::ChipMemory::Ptr&, U32, U8*, U32)";
+
+// The rule for `count` entries from `entry` on. An entry whose value the store holds already is a
+// hit. Any other is copied first and marked then: `data` may lie in the store and in its bitmaps.
+// A `Writer` decides what is a hit and copies an entry; it is called between entries.
+template <class Writer>
+[[gnu::always_inline]] inline void writeEntries(Writer& writer, U8* shadow, U8* initialized,
+                                                U8* dirty, U32 entrySize, U32 entry, U32 count,
+                                                U8* data) {
+  U8* src = data;
+  U8* dst = shadow + std::size_t{entrySize} * entry;
+  for (U32 e = entry, left = count; left > 0; --left, ++e, src += entrySize, dst += entrySize) {
+    if (writer.skipsMatches() && bitmapBit(initialized, e) && entriesEqual(dst, src, entrySize)) {
+      writer.countHit(e);
+      continue;
+    }
+    if (writer.copy(dst, src, entrySize)) {
+      bitmapBitIs(dirty, e);
+      bitmapBitIs(initialized, e);
+    }
+    writer.finishMiss();
   }
-  bitmapBitIs(cm.dirty()->data(), entry);
-  bitmapBitIs(cm.initialized()->data(), entry);
-  entryCopied(shadow, data, entrySize);
-  return 0;
 }
 
-// The same for several, a byte of the bitmaps at a time. Where an entry is a hit, copying it
-// changes nothing.
-[[gnu::noinline]] U32 severalStored(const ChipMemory& cm, U32 entry, const U8* data, U32 count) {
+// The reference: an access method that may be overridden, traces and notifications.
+struct CallingWriter {
+  ChipMemory& cm;
+  bool result = true;
+
+  bool skipsMatches() const { return cm.skipWriteIfMatchesCache(); }
+  void countHit(U32 e) const {
+    ZINT_TRACE_IN(writeFunction, umbraTrace(), 7, "", "Hardware/Umbra", __LINE__,
+                  "Write hit cache " << cm.name() << " entry 0x" << std::hex << e);
+    cm.writeCacheHitsInc(1);
+  }
+  bool copy(U8* dst, U8* src, U32 entrySize) const {
+    UMBRA_ASSERT_IN(writeSignature, __LINE__, cm.chipHam(), cm.fwkKey().c_str());
+    return cm.chipHam()->doWriteToCache(dst, src, entrySize);
+  }
+  void finishMiss() { result = cm.mode() == ChipMemory::buffered(); }
+};
+
+// The fast path: the base's copy, and nobody to be called.
+struct BaseWriter {
+  const ChipMemory& cm;
+  U32 hits = 0;
+
+  bool skipsMatches() const { return cm.skipWriteIfMatchesCache(); }
+  void countHit(U32) { ++hits; }
+  static bool copy(U8* dst, const U8* src, U32 entrySize) {
+    copyBytes(dst, src, entrySize);
+    return true;
+  }
+  static void finishMiss() {}
+};
+
+// What writeEntries does with a BaseWriter, a byte of the bitmaps at a time. Returns the number of
+// hits. REQUIRES: the three buffers and `data` are disjoint; then copying a hit changes nothing,
+// and no entry sees what another has changed.
+[[gnu::noinline]] U32 writeDisjointEntries(const ChipMemory& cm, U32 entry, const U8* data,
+                                           U32 count) {
+  const auto& view = StoreAccess::view(cm);
   const U32 entrySize = cm.entrySize();
   const std::size_t bytes = std::size_t{entrySize} * count;
-  U8* const firstShadow = cm.shadow()->data() + std::size_t{entrySize} * entry;
-  U8* const dirty = cm.dirty()->data();
-  U8* const initialized = cm.initialized()->data();
+  U8* const firstShadow = view.shadow + std::size_t{entrySize} * entry;
+  U8* const dirty = view.dirty;
+  U8* const initialized = view.initialized;
   if (!cm.skipWriteIfMatchesCache()) {
-    std::memmove(firstShadow, data, bytes);
+    std::memcpy(firstShadow, data, bytes);
     bitmapRangeIs(dirty, entry, count);
     bitmapRangeIs(initialized, entry, count);
     return 0;
@@ -57,59 +105,62 @@ namespace {
     e += group.count;
     left -= group.count;
   }
-  std::memmove(firstShadow, data, bytes);
+  std::memcpy(firstShadow, data, bytes);
   return hits;
 }
 
-// The number of several entries that can be stored at once; 0 where one must come after the other,
-// because later ones see what earlier ones have changed, or each is counted by a derived region.
-[[gnu::noinline]] U32 storableAtOnce(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
+// The number of entries that writeDisjointEntries may write; 0 where the reference must.
+[[gnu::noinline]] U32 disjointEntries(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
   const U32 count = wholeEntries(cm, entry, size);
-  const bool plain = count != 0 && bitFits(*cm.dirty(), entry + count - 1) &&
-                     !overlap(cm.shadow()->data(), cm.shadow()->size(), data, size) &&
-                     countsWritesPlainly(cm);
-  return plain ? count : 0;
+  const bool isDisjoint = count != 0 && StoreAccess::isDisjoint(cm) &&
+                          !overlap(*cm.shadow(), data, size) &&
+                          !overlap(*cm.initialized(), data, size) &&
+                          !overlap(*cm.dirty(), data, size) && !overridesWriteCacheHits(cm);
+  return isDisjoint ? count : 0;
 }
 
-}  // namespace
-
-// What the writing comes to where all is in order and nobody looks on, and the access method keeps
-// the base's copy; `answer` is then the answer.
-[[gnu::always_inline]] inline bool HardwareShadow::takenPlainly(ChipMemory& cm, U32 entry,
-                                                                const U8* data, U32 size,
-                                                                bool& answer) const {
-  if (cm.mode() == ChipMemory::override() || umbraTrace().builtFrom(7) || cm.notifiees() != 0 ||
-      cm.shadow() == nullptr || cm.dirty() == nullptr || cm.initialized() == nullptr ||
-      cm.chipHam() == nullptr || !writesToCachePlainly(*cm.chipHam())) {
+// The fast path, which calls nothing that a client can override. False: nothing was changed, and
+// the reference must follow. True: done, with the result in `result`.
+[[gnu::always_inline]] inline bool writeFast(const HardwareShadow& shadow, ChipMemory& cm,
+                                             U32 entry, U8* data, U32 size, bool& result) {
+  const auto& view = StoreAccess::view(cm);
+  if (umbraTrace().builtFrom(7) || cm.notifiees() != 0 || cm.chipHam() == nullptr ||
+      overridesWriteToCache(*cm.chipHam())) {
     return false;
   }
   U32 count = 1;
   U32 hits = 0;
-  if (size == cm.entrySize()) [[likely]] {
-    if (!holdsEntry(cm, entry) || !bitFits(*cm.dirty(), entry)) return false;
-    hits = oneStored(cm, entry, data);
+  if (size == cm.entrySize() && size != 0) [[likely]] {
+    if (entry >= view.entries) return false;
+    BaseWriter writer{cm};
+    writeEntries(writer, view.shadow, view.initialized, view.dirty, size, entry, 1, data);
+    hits = writer.hits;
+    if (hits != 0 && overridesWriteCacheHits(cm)) return false;  // a hit has changed nothing
   } else {
-    count = storableAtOnce(cm, entry, data, size);
+    count = disjointEntries(cm, entry, data, size);
     if (count == 0) return false;
-    hits = severalStored(cm, entry, data, count);
+    hits = writeDisjointEntries(cm, entry, data, count);
   }
-  answer = overrideHardware_ || hits == count || cm.mode() == ChipMemory::buffered();
-  if (hits > 0) cm.writeCacheHitsInc(hits);
+  StoreAccess::countSkippedWrites(cm, hits);
+  result = shadow.overrideHardware() || hits == count || cm.mode() == ChipMemory::buffered();
   return true;
 }
 
-bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U32 entry, U8* data,
-                                                    U32 size) {
-  if (cm == nullptr) return false;
-  bool result = true;
-  if (takenPlainly(*cm, entry, data, size, result)) return result;
-  if (cm->mode() == ChipMemory::override()) return true;
+}  // namespace
+
+bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& chipMemory, U32 entry,
+                                                    U8* data, U32 size) {
+  if (chipMemory == nullptr) return false;
+  bool answer;
+  if (writeFast(*this, *chipMemory, entry, data, size, answer)) return answer;
+  if (chipMemory->mode() == ChipMemory::override()) return true;
+  // The reference. What an access method may drop or replace is held: the shadow, the region, its
+  // store.
+  const Ptr self(this);
+  const ChipMemory::Ptr cm = chipMemory;
   UMBRA_TRACE(9, __LINE__,
               "HardwareShadow::shadowWrite " << cm->name() << " entry 0x" << std::hex << entry
                                              << " size 0x" << size);
-  // Held: an access method may replace the store, drop the region or this shadow.
-  const Ptr self(this);
-  const ChipMemory::Ptr region = cm;
   const Hal::BufBase::Ptr shadowBuf = cm->shadow(), dirtyBuf = cm->dirty(),
                           initializedBuf = cm->initialized();
   UMBRA_ASSERT(__LINE__, shadowBuf);
@@ -120,44 +171,27 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& cm, U
   const U64 numEntries = size / entrySize;
   UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
   UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
-  const U32 end = entry + static_cast<U32>(numEntries);
-  if (numEntries != 0) {
-    UMBRA_ASSERT_REGION(*cm, entriesFit(*shadowBuf, end, entrySize));
-    UMBRA_ASSERT_REGION(*cm, bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end));
-  }
+  UMBRA_ASSERT_REGION(*cm, numEntries == 0 || entry + numEntries <= StoreAccess::view(*cm).entries);
 
-  U8* dirty = dirtyBuf->data();
-  U8* initialized = initializedBuf->data();
-  U8* src = data;
-  U8* dst = shadowBuf->data() + std::size_t{entrySize} * entry;
-  for (U32 e = entry; e < end; ++e, src += entrySize, dst += entrySize) {
-    if (region->skipWriteIfMatchesCache() && bitmapBit(initialized, e) &&
-        std::memcmp(dst, src, entrySize) == 0) {
-      UMBRA_TRACE(7, __LINE__,
-                  "Write hit cache " << region->name() << " entry 0x" << std::hex << e);
-      region->writeCacheHitsInc(1);
-      continue;
-    }
-    UMBRA_ASSERT_REGION(*region, region->chipHam());
-    if (region->chipHam()->doWriteToCache(dst, src, entrySize)) {
-      bitmapBitIs(dirty, e);
-      bitmapBitIs(initialized, e);
-    }
-    result = region->mode() == ChipMemory::buffered();
-  }
-  return overrideHardware_ || result;
+  CallingWriter writer{*cm};
+  writeEntries(writer, shadowBuf->data(), initializedBuf->data(), dirtyBuf->data(), entrySize,
+               entry, static_cast<U32>(numEntries), data);
+  return overrideHardware_ || writer.result;
 }
 
 namespace {
 
-// What the last region does not take at once. Out of line: inlined, it would take the registers of
-// the common case.
-[[gnu::noinline]] void writeFound(HardwareShadow& shadow, const ChipAddress& address, U8* data,
-                                  U32 size) {
-  const HardwareShadow::Ptr held(&shadow);  // as is the region: the look-up may end another
-  const ChipMemory::Ptr cm = shadow.findChipMemory(address, size);
+// The way through the look-up. noinline keeps its registers out of the fast path. The address is
+// copied and the last region held, because the look-up may drop that region: the address and `data`
+// may lie in it.
+[[gnu::noinline]] void writeFound(HardwareShadow& hardwareShadow, const ChipAddress& where,
+                                  U8* data, U32 size) {
+  const HardwareShadow::Ptr shadow(&hardwareShadow);
+  const ChipAddress address = where;
+  const ChipMemory::Ptr previous = shadow->lastChipMemory();
+  const ChipMemory::Ptr cm = shadow->findChipMemory(address, size);
   if (cm == nullptr) return;
-  shadow.shadowWriteAndCompareWithCache(cm, cm->entryIndexFromAddress(address), data, size);
+  shadow->shadowWriteAndCompareWithCache(cm, cm->entryIndexFromAddress(address), data, size);
 }
 
 }  // namespace
@@ -166,12 +200,12 @@ void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 s
   ChipMemory* last = lastChipMemory_.ptr();
   bool answer;
   if (last == nullptr || size != last->entrySize() || !last->inRange(address) ||
-      !takenPlainly(*last, last->entryIndexFromAddress(address), data, size, answer)) {
+      !writeFast(*this, *last, last->entryIndexFromAddress(address), data, size, answer)) {
     writeFound(*this, address, data, size);
   }
 }
 
-// Flattened: with the size known, the common case is shorter.
+// flatten: with the size known, the fast path is shorter.
 [[gnu::flatten]] void HardwareShadow::shadowWriteU32(const ChipAddress& address, U32 value) {
   shadowWriteHack(address, reinterpret_cast<U8*>(&value), sizeof value);
 }

@@ -19,7 +19,8 @@ foreach(folder IN ITEMS runtime Hardware platform)
             FILES_MATCHING PATTERN "*.h"
             # How the library works inside; no public header includes them.
             PATTERN "Entries.h" EXCLUDE
-            PATTERN "PlainHam.h" EXCLUDE
+            PATTERN "OverrideCheck.h" EXCLUDE
+            PATTERN "StoreAccess.h" EXCLUDE
             PATTERN "ByName.h" EXCLUDE
             PATTERN "Umbra.h" EXCLUDE)
   endif()

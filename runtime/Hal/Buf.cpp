@@ -1,7 +1,7 @@
 #include <Hal/Buf.h>
+
 #include <Zint/Reflect.h>
 #include <cstdlib>
-#include <limits>
 #include <new>
 
 namespace Hal {
@@ -19,11 +19,10 @@ constinit const Zint::Type bufBaseType{"Hal::BufBase", "reference-counted object
                                        bufBaseMembers};
 constinit const Zint::Type bufType{"Hal::Buf", "reference-counted object", &bufBaseType};
 
-// Large blocks come from calloc untouched: their pages are zero already.
-U8* zeroedBlock(U32 size, U32 slack) {
-  const U64 bytes = U64{size} + slack;
-  if (bytes >= std::numeric_limits<std::size_t>::max()) throw std::bad_alloc();
-  void* block = std::calloc(static_cast<std::size_t>(bytes) + (bytes == 0 ? 1 : 0), 1);
+// calloc leaves large blocks untouched: their pages are zero already. A block of 0 bytes has an
+// address of its own as well.
+U8* newZeroedBlock(U32 size) {
+  void* block = std::calloc(size == 0 ? 1 : size, 1);
   if (block == nullptr) throw std::bad_alloc();
   return static_cast<U8*>(block);
 }
@@ -34,7 +33,7 @@ BufBase::~BufBase() = default;
 
 const Zint::Type* BufBase::fwkType() const { return &bufBaseType; }
 
-Buf::Buf(U32 size, U32 slack) : BufBase(zeroedBlock(size, slack), size, slack) {}
+Buf::Buf(U32 size) : BufBase(newZeroedBlock(size), size) {}
 
 Buf::~Buf() { std::free(data()); }
 

@@ -15,27 +15,23 @@ class UMBRA_API BufBase : public Zint::PtrInterface {
   U8* data() const { return data_; }
   // In bytes.
   U32 size() const { return size_; }
-  // Bytes behind the block that belong to it as well, though they are not counted in its size: room
-  // for an access that is allowed to start at the very end.
-  U32 slack() const { return slack_; }
 
  protected:
-  BufBase(U8* data, U32 size, U32 slack = 0) : data_(data), size_(size), slack_(slack) {}
+  BufBase(U8* data, U32 size) : data_(data), size_(size) {}
   ~BufBase() override;
 
  private:
   U8* data_;
   U32 size_;
-  U32 slack_;
 };
 
-// A block of its own, zero-filled.
+// A block that it owns, zero-filled.
 class UMBRA_API Buf : public BufBase {
  public:
   using Ptr = Zint::Ptr<Buf>;
 
   // No memory: std::bad_alloc.
-  explicit Buf(U32 size, U32 slack = 0);
+  explicit Buf(U32 size);
 
   const Zint::Type* fwkType() const override;
 

@@ -104,18 +104,22 @@ UMBRA_API TraceHandle& zintTrace();
 
 // `text` is what stands to the right of `stream <<`. A line that there is no memory for is left
 // out: what is being traced must not end halfway because of it.
-#define ZINT_TRACE_CONTEXT(handle, level, context, source, line, text)                            \
+#define ZINT_TRACE_IN(function, handle, level, context, source, line, text)                       \
   do {                                                                                            \
     if ((handle).built(level)) [[unlikely]] {                                                     \
       try {                                                                                       \
         std::ostringstream zintTraceText;                                                         \
         zintTraceText.imbue(std::locale::classic());                                              \
         zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
-        ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, __func__); \
+        ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, function); \
       } catch (const std::bad_alloc&) {                                                           \
       }                                                                                           \
     }                                                                                             \
   } while (0)
+
+// The same, in the name of the function that it stands in.
+#define ZINT_TRACE_CONTEXT(handle, level, context, source, line, text) \
+  ZINT_TRACE_IN(__func__, handle, level, context, source, line, text)
 
 #define ZINT_TRACE(level, text) \
   ZINT_TRACE_CONTEXT(::Zint::zintTrace(), level, "", "Zint", __LINE__, text)

@@ -85,6 +85,13 @@ TEST_F(ChipHamTest, doCompare_ofNothingIsTrueForDifferentPointers) {
   EXPECT_TRUE(ham->doCompare(a, b, 0));
 }
 
+TEST_F(ChipHamTest, nothingIsComparedAndCopiedThroughNullPointers) {
+  EXPECT_TRUE(ham->doCompare(nullptr, nullptr, 0));
+  EXPECT_TRUE(ham->doReadToCache(nullptr, nullptr, 0));
+  EXPECT_TRUE(ham->doWriteToCache(nullptr, nullptr, 0));
+  EXPECT_TRUE(ham->doReadFromCache(nullptr, nullptr, 0));
+}
+
 TEST_F(ChipHamTest, doCompare_seesADifferenceInTheLastByteAlone) {
   U8 a[] = {1, 2, 3}, b[] = {1, 2, 4};
   EXPECT_FALSE(ham->doCompare(a, b, 3));

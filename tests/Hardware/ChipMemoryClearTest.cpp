@@ -248,10 +248,40 @@ TEST_F(ChipMemoryClear, doClearRange_endEqualToEntriesStaysInsideTheAllocation) 
   }
 }
 
-TEST_F(ChipMemoryClear, doClearRange_endEqualToEntriesIsFatalInABufferWithoutRoomForIt) {
-  table->shadowIs(Zint::makePtr<Hal::Buf>(64));
-  table->doClearRange(0, 15, false);
-  EXPECT_REGION_ASSERTION(table->doClearRange(0, 16, false), "table");
+TEST_F(ChipMemoryClear, doClearRange_endEqualToEntriesWritesZerosToTheChipAndNothingPastTheBuffer) {
+  std::vector<U8> lent(64 + 8, 0xAA);
+  struct Lent : Hal::BufBase {
+    Lent(U8* data, U32 size) : BufBase(data, size) {}
+  };
+  for (const U32 size : {64u, 66u, 68u}) {
+    std::fill(lent.begin(), lent.end(), U8{0xAA});
+    table->shadowIs(Zint::makePtr<Lent>(lent.data(), size));
+    std::vector<U8> written;
+    ham->onAccess = [&](const HamAccess&, U8* buffer) { written.assign(buffer, buffer + 4); };
+    table->doClearRange(16, 16, true);
+    EXPECT_THAT(written, ElementsAre(0, 0, 0, 0));
+    std::vector<U8> expected(72, 0xAA);
+    std::fill(expected.begin() + 64, expected.begin() + size, U8{0});
+    EXPECT_EQ(lent, expected) << size;
+  }
+}
+
+TEST_F(ChipMemoryClear, buffersAreExactlyAsLongAsTheirEntries) {
+  for (const U32 entrySize : {0u, 1u, 4u, 0x10000001u}) {
+    table = chipMemoryFactory("t", ChipAddress(), 16, entrySize, 4, ham);
+    table->shadowEnabledIs(true);
+    EXPECT_EQ(table->shadow()->size(), 16 * entrySize);
+    EXPECT_EQ(table->hardware()->size(), 16 * entrySize);
+    EXPECT_EQ(table->initialized()->size(), 3u);
+  }
+}
+
+// No room for an entry is taken where there is none.
+TEST_F(ChipMemoryClear, aRegionWithoutEntriesMayHaveTheLargestEntrySize) {
+  table = chipMemoryFactory("t", ChipAddress(), 0, 0xffffffff, 4, ham);
+  table->shadowEnabledIs(true);
+  table->doClearRange(0, 0, false);
+  EXPECT_THAT(marked(table->dirty()), ElementsAre(0));
 }
 
 TEST_F(ChipMemoryClear, doClearRange_inBuffersThatAreTooSmallIsFatalAtTheStart) {

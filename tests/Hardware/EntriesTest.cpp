@@ -111,15 +111,15 @@ TEST_F(EntriesTest, firstDifference_isTheFirstOfAllAndTheLengthWhenThereIsNone) 
   }
 }
 
-TEST_F(EntriesTest, entryCopied_copiesThatManyBytes) {
+TEST_F(EntriesTest, copyBytes_copiesThatManyBytes) {
   const Bytes from = randomBytes(16);
   for (U32 size = 0; size <= 12; ++size) {
     Bytes to(16, 0xee), expected(16, 0xee);
     std::copy_n(from.begin(), size, expected.begin());
-    entryCopied(to.data(), from.data(), size);
+    copyBytes(to.data(), from.data(), size);
     EXPECT_EQ(to, expected) << size;
   }
-  entryCopied(nullptr, nullptr, 0);
+  copyBytes(nullptr, nullptr, 0);
 }
 
 TEST_F(EntriesTest, entriesEqual_looksAtEachByteOfTheEntryAndNoOther) {

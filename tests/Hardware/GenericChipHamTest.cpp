@@ -36,6 +36,19 @@ TEST_F(GenericChipHamTest, factory_keepsNameAndRegisterAccess) {
   EXPECT_EQ(registers->references(), 2u);
 }
 
+TEST_F(GenericChipHamTest, doRead_leavesTheBytesWhereARegisterAccessStoresNothing) {
+  struct Silent : Fru::HamImpl {
+    void read(U32, U32*) override {}
+    void write(U32, U32) override {}
+  };
+  const GenericChipHam::Ptr silent = genericChipHamFactory("silent", Zint::makePtr<Silent>());
+  wordIs(0, 0x12345678);
+  wordIs(1, 0x9abcdef0);
+  silent->doRead(ChipAddress(), buffer, 4, 2);
+  EXPECT_EQ(word(0), 0x12345678u);
+  EXPECT_EQ(word(1), 0x9abcdef0u);
+}
+
 TEST_F(GenericChipHamTest, attributeString_addsHamImpl) {
   EXPECT_EQ(ham->attributeString(GenericChipHam::Id::hamImpl), "hamImpl");
   EXPECT_EQ(ham->attributeString(GenericChipHam::Id::name), "name");

@@ -339,13 +339,33 @@ TEST_F(HardwareShadowRead, partialEntryIsServedWhateverTheRegionAllows) {
   EXPECT_EQ(mac->readCacheHits(), 2u);
 }
 
-TEST_F(HardwareShadowRead, partialEntryMayEndInTheSlackBehindTheLast) {
+TEST_F(HardwareShadowRead, partialEntryPastTheLastReadsAsZeros) {
   filled({19});
   EXPECT_TRUE(read(19, 6));
   EXPECT_EQ(Bytes(data.begin(), data.begin() + 7), (Bytes{0x23, 0, 0, 0, 0, 0, untouched}));
   EXPECT_TRUE(read(20, 3));
   EXPECT_EQ(Bytes(data.begin(), data.begin() + 4), (Bytes{0, 0, 0, untouched}));
-  EXPECT_EQ(mac->shadow()->size(), 80u) << "the slack is not counted";
+  EXPECT_EQ(mac->shadow()->size(), 80u);
+}
+
+TEST_F(HardwareShadowRead, partialEntryPastTheLastReadsWhatALongerStoreHolds) {
+  filled({19});
+  const Hal::BufBase::Ptr longer = Zint::makePtr<Hal::Buf>(82u);
+  std::memset(longer->data(), 0x77, 82);
+  mac->shadowIs(longer);
+  EXPECT_TRUE(read(19, 7));
+  EXPECT_EQ(Bytes(data.begin(), data.begin() + 8),
+            (Bytes{0x77, 0x77, 0x77, 0x77, 0x77, 0x77, 0, untouched}));
+}
+
+TEST_F(HardwareShadowRead, partOfALargeEntryPastTheLastReadsAsZeros) {
+  const ChipMemory::Ptr large = shadowed("large", 0x7000, 1, 4096);
+  large->doClear();
+  large->readFromCacheIs(true);
+  Bytes bytes(3001, untouched);
+  EXPECT_TRUE(shadow->readFromCache(large, 1, bytes.data(), 3000));
+  EXPECT_EQ(Bytes(bytes.begin(), bytes.end() - 1), Bytes(3000));
+  EXPECT_EQ(bytes.back(), untouched);
 }
 
 TEST_F(HardwareShadowRead, storeSmallerThanTheEntriesIsFatalAndNamesTheRegion) {

@@ -64,7 +64,7 @@ TEST_F(RegionAssertions, region_withoutStrideHasNoIndices) {
 }
 
 TEST_F(RegionAssertions, region_entryOutsideTheInitializedBitmap) {
-  const char* rule = "initialized_ && bitsFit(*initialized_, U64{entryIndex} + 1)";
+  const char* rule = "initialized_ && entryIndex < bitsOf(*initialized_)";
   EXPECT_ASSERTION_OF("mac", mac->entryInitialized(24),
                       "bool Hardware::ChipMemory::entryInitialized(U32) const", rule);
   EXPECT_ASSERTION_OF("mac", mac->entryInitializedIs(24),
@@ -87,18 +87,18 @@ TEST_F(RegionAssertions, region_clearingStaysInsideTheBuffers) {
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->shadowIs(buffer(16));
   EXPECT_ASSERTION_OF("mac", mac->doClearRange(0, 4, false), clearRange,
-                      "end * entrySize_ <= U64{shadowBuf->size()} + shadowBuf->slack()");
+                      "startIndex >= end || end * entrySize_ <= shadowBuf->size()");
   mac->shadowIs(shadowBuf);
   mac->dirtyIs(buffer(1));
   EXPECT_ASSERTION_OF("mac", mac->doClearRange(0, 8, false), clearRange,
-                      "bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end)");
+                      "endIndex < bitsOf(*dirtyBuf) && endIndex < bitsOf(*initializedBuf)");
 }
 
 TEST_F(RegionAssertions, region_writebackNeedsAnAccessMethodAndAWholeStore) {
   EXPECT_ASSERTION_OF("bare", withoutHam()->writeback(false), writeback, "chipHam_");
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", mac->writeback(false), writeback,
-                      "entriesFit(*shadowBuf, entries_, entrySize_)");
+                      "U64{entries_} * entrySize_ <= shadowBuf->size()");
 }
 
 TEST_F(RegionAssertions, region_eachEntryThatIsWrittenBackNeedsAnAccessMethodAndRoom) {
@@ -108,7 +108,7 @@ TEST_F(RegionAssertions, region_eachEntryThatIsWrittenBackNeedsAnAccessMethodAnd
   mac->shadowIs(buffer(63));
   mac->entryInitializedIs(15);
   EXPECT_ASSERTION_OF("mac", mac->writeback(true), writeback,
-                      "entriesFit(*shadowBuf, U64{i} + 1, entrySize_)");
+                      "(U64{i} + 1) * entrySize_ <= shadowBuf->size()");
 }
 
 // --- Access methods -----------------------------------------------------------------------------
@@ -138,7 +138,7 @@ TEST_F(RegionAssertions, reader_staysInsideTheRegionAndItsBuffer) {
   mac->hardwareIs(buffer(31));
   EXPECT_ASSERTION_OF(
       "mac", reader->doRead(), readSlice,
-      "hardwareBuf && entriesFit(*hardwareBuf, U64{k} + readChunkSizeInEntries, m->entrySize())");
+      "hardwareBuf && (U64{k} + readChunkSizeInEntries) * m->entrySize() <= hardwareBuf->size()");
   reader->currentChipMemoryIs(withoutHam());
   EXPECT_ASSERTION_OF("bare", reader->doRead(), readSlice, "m->chipHam()");
 }
@@ -151,15 +151,15 @@ TEST_F(RegionAssertions, write_needsASizeAnAccessMethodAndRoom) {
     shadow->shadowWriteAndCompareWithCache(cm, entry, data, 4);
   };
   EXPECT_ASSERTION_OF("hollow", write(withoutSize(), 0), writeEntries, "cm->entrySize() != 0");
-  EXPECT_ASSERTION_OF("bare", write(withoutHam(), 0), writeEntries, "region->chipHam()");
+  EXPECT_ASSERTION_OF("bare", write(withoutHam(), 0), writeEntries, "cm.chipHam()");
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", write(mac, 15), writeEntries,
-                      "entriesFit(*shadowBuf, end, entrySize)");
+                      "numEntries == 0 || entry + numEntries <= StoreAccess::view(*cm).entries");
   mac->shadowIs(shadowBuf);
   mac->initializedIs(buffer(1));
   EXPECT_ASSERTION_OF("mac", write(mac, 8), writeEntries,
-                      "bitsFit(*dirtyBuf, end) && bitsFit(*initializedBuf, end)");
+                      "numEntries == 0 || entry + numEntries <= StoreAccess::view(*cm).entries");
 }
 
 TEST_F(RegionAssertions, read_needsASizeAnAccessMethodAndWhatItReads) {
@@ -173,11 +173,11 @@ TEST_F(RegionAssertions, read_needsASizeAnAccessMethodAndWhatItReads) {
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", read(mac, 15), readEntries,
-                      "bytes <= U64{shadowBuf->size()} + shadowBuf->slack()");
+                      "inShadow == 0 || offset + inShadow <= shadowBuf->size()");
   mac->shadowIs(shadowBuf);
   mac->initializedIs(buffer(1));
   EXPECT_ASSERTION_OF("mac", read(mac, 8), readEntries,
-                      "bitsFit(*initializedBuf, entry + numEntries)");
+                      "numEntries == 0 || end <= bitsOf(*initializedBuf)");
 }
 
 TEST_F(RegionAssertions, lookup_needsASizeToDivideBy) {
@@ -236,13 +236,13 @@ TEST_F(RegionAssertions, audit_needsAnAccessMethodAndWholeBuffers) {
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->dirtyIs(buffer(1));
   EXPECT_ASSERTION_OF("mac", shadow->doAuditChips(), auditChips,
-                      "bitsFit(*dirtyBuf, entries) && bitsFit(*initializedBuf, entries)");
+                      "entries <= StoreAccess::view(*cm).entries");
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", shadow->doAuditChips(), auditChips,
-                      "entriesFit(*shadowBuf, entries, entrySize)");
+                      "entries <= StoreAccess::view(*cm).entries");
   mac->hardwareIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", shadow->doAuditChips(), auditChips,
-                      "entriesFit(*hardwareBuf, entries, entrySize)");
+                      "U64{entries} * entrySize <= hardwareBuf->size()");
 }
 
 TEST_F(RegionAssertions, audit_needsAnAccessMethod) {
