@@ -317,7 +317,7 @@ constexpr std::size_t typeNamesSize = [] {
 }();
 
 [[gnu::constructor]] void registerTypes() {
-  umbraTraceHandle.registered();
+  umbraTraceHandle.registerHandle();
   for (const Type* type : types) Zint::TypeRegistry::typeIs(*type);
   for (const Member& row : factories) Zint::TypeRegistry::factoryIs(row);
 }

@@ -1,6 +1,8 @@
 #include <Mirl/Mirl.h>
+
 #include <Zint/Clock.h>
 #include <Zint/Sizes.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -15,7 +17,16 @@ struct Header {
   Zint::Seconds time;
 };
 constexpr U8 textTag = 0;
-constexpr U8 endTag = 0xff;  // fills the last unit
+constexpr U8 leftOutTag = 0xfd;  // after the arguments: more were given
+constexpr U8 cutTextTag = 0xfe;  // a text that is the beginning of the one that was given
+constexpr U8 endTag = 0xff;      // fills the last unit
+
+// What can be read back of a record's arguments.
+struct Arguments {
+  std::vector<Argument> values;
+  bool lastIsCut = false;
+  bool leavesOut = false;
+};
 
 class SpinHold {
  public:
@@ -40,12 +51,17 @@ Zint::String8 argumentText(const Argument& argument, char conversion) {
   return text;
 }
 
-Zint::String8 recordText(const char* format, const std::vector<Argument>& arguments) {
+Zint::String8 recordText(const char* format, const Arguments& arguments) {
   std::string text;
   std::size_t next = 0;
   for (const char* c = format; *c != '\0'; ++c) {
-    if (*c == '%' && c[1] != '\0' && next < arguments.size()) {
-      text += argumentText(arguments[next++], *++c);
+    const bool isPlace = *c == '%' && c[1] != '\0';
+    if (isPlace && next < arguments.values.size()) {
+      text += argumentText(arguments.values[next++], *++c);
+      if (arguments.lastIsCut && next == arguments.values.size()) text += "[cut]";
+    } else if (isPlace && arguments.leavesOut) {
+      text += "[left out]";
+      ++c;
     } else {
       text += *c;
     }
@@ -53,22 +69,25 @@ Zint::String8 recordText(const char* format, const std::vector<Argument>& argume
   return text;
 }
 
-std::vector<Argument> argumentsOf(const U8* bytes, const U8* end) {
-  std::vector<Argument> arguments;
+Arguments readArguments(const U8* bytes, const U8* end) {
+  Arguments arguments;
   while (bytes < end) {
     const U8 tag = *bytes++;
     if (tag == endTag) break;
-    if (tag == textTag) {
+    if (tag == leftOutTag) {
+      arguments.leavesOut = true;
+    } else if (tag == textTag || tag == cutTextTag) {
       U16 length = 0;
       std::memcpy(&length, bytes, sizeof length);
       bytes += sizeof length;
-      arguments.emplace_back(
+      arguments.values.emplace_back(
           Zint::String8(std::string_view(reinterpret_cast<const char*>(bytes), length)));
+      arguments.lastIsCut = tag == cutTextTag;
       bytes += length;
     } else {
       U64 value = 0;
       std::memcpy(&value, bytes, tag);
-      arguments.emplace_back(Number{value, tag});
+      arguments.values.emplace_back(Number{value, tag});
       bytes += tag;
     }
   }
@@ -95,14 +114,17 @@ MsgDesc::~MsgDesc() {
 }
 
 RingBuf::Msg::Msg(RingBuf& ring, U32 id) : ring_(ring), size_(sizeof(Header)) {
-  const Header header{0, id, Zint::now()};
+  const Header header{0, id, Zint::turnTime()};
   std::memcpy(bytes_, &header, sizeof header);
 }
 
 RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
-  if (recordMax - size_ < 3) return *this;
+  if (isFull_ || recordMax - size_ < 3) {
+    isFull_ = true;
+    return *this;
+  }
   const auto length = static_cast<U16>(std::min<std::size_t>(text.size(), recordMax - size_ - 3));
-  bytes_[size_] = textTag;
+  bytes_[size_] = length < text.size() ? cutTextTag : textTag;
   std::memcpy(bytes_ + size_ + 1, &length, sizeof length);
   std::memcpy(bytes_ + size_ + 3, text.data(), length);
   size_ += 3u + length;
@@ -110,6 +132,7 @@ RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
 }
 
 void RingBuf::Msg::endMsg() {
+  if (isFull_) bytes_[size_++] = leftOutTag;
   std::memset(bytes_ + size_, endTag, unit);
   size_ = (size_ + unit - 1) / unit * unit;
   std::memcpy(bytes_, &size_, sizeof size_);
@@ -139,7 +162,7 @@ void RingBuf::append(const U8* record, U32 size) {
   end_ += size;
 }
 
-void RingBuf::copied(U32 position, U8* to, U32 size) const {
+void RingBuf::copy(U32 position, U8* to, U32 size) const {
   const U32 place = position % capacity;
   const U32 first = std::min(size, capacity - place);
   std::memcpy(to, bytes_ + place, first);
@@ -148,21 +171,21 @@ void RingBuf::copied(U32 position, U8* to, U32 size) const {
 
 std::vector<Record> TraceFile::records(U32 level) const {
   const RingBuf& ring = rings_[level];
-  std::vector<U8> bytes(RingBuf::capacity);  // taken before the ring is held
+  std::vector<U8> bytes(RingBuf::capacity);  // allocated before the ring is held
   {
     const SpinHold hold(ring.held_);
     bytes.resize(ring.end_ - ring.begin_);
-    ring.copied(ring.begin_, bytes.data(), Zint::countOf(bytes));
+    ring.copy(ring.begin_, bytes.data(), Zint::countOf(bytes));
   }
   std::vector<Record> records;
   for (std::size_t at = 0; at < bytes.size();) {
     Header header;
     std::memcpy(&header, &bytes[at], sizeof header);
     const U8* record = bytes.data() + at;
-    std::vector<Argument> arguments = argumentsOf(record + sizeof header, record + header.size);
+    Arguments arguments = readArguments(record + sizeof header, record + header.size);
     const MsgDesc* desc = find(header.id);
     Zint::String8 text = recordText(desc == nullptr ? "unknown" : desc->format(), arguments);
-    records.push_back({header.id, header.time, std::move(arguments), std::move(text)});
+    records.push_back({header.id, header.time, std::move(arguments.values), std::move(text)});
     at += header.size;
   }
   return records;

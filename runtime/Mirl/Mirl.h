@@ -1,6 +1,6 @@
 // Structured trace in fixed memory: one ring of records per level, the newest overwriting the
-// oldest. It is always on, and a record costs a few nanoseconds: what happened last can be read
-// after the fact.
+// oldest. It is always on, and a small record costs a few nanoseconds: what happened last can be
+// read after the fact.
 //
 //   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "repaired entry %u of %s", __LINE__);
 //   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
@@ -57,19 +57,24 @@ using Argument = std::variant<Number, Zint::String8>;
 // A record as it is read back.
 struct Record {
   U32 id;
-  Zint::Seconds time;  // Zint::now() at startMsg
+  Zint::Seconds time;  // Zint::turnTime() at startMsg
   std::vector<Argument> arguments;
-  Zint::String8 text;  // the format with the arguments in their places
+  // The format with the arguments in their places. A text that was cut ends in "[cut]", and
+  // "[left out]" stands for an argument that there was no room for.
+  Zint::String8 text;
 };
 
 class UMBRA_API RingBuf {
  public:
   static constexpr U32 capacity = 32768;  // bytes
-  static constexpr U32 recordMax = 2048;  // bytes; a longer text argument is cut short
+  // Bytes. Two texts of three characters for each byte of an entry of 4,096 bytes fit; a record is
+  // cut where it would become longer.
+  static constexpr U32 recordMax = 24'640;
   // Bytes: records are whole units, so that neither the header nor a unit's copy is ever torn.
   static constexpr U32 unit = 16;
 
-  // A record under construction, on the caller's stack; lost unless endMsg() is called.
+  // A record under construction, on the caller's stack (25 KB, of which only what is written is
+  // touched); lost unless endMsg() is called.
   class UMBRA_API Msg {
    public:
     Msg& operator<<(U8 value) { return number(value); }
@@ -83,7 +88,10 @@ class UMBRA_API RingBuf {
     Msg(RingBuf& ring, U32 id);
     template <class T>
     Msg& number(T value) {
-      if (recordMax - size_ < 1 + sizeof value) return *this;
+      if (isFull_ || recordMax - size_ < 1 + sizeof value) {
+        isFull_ = true;
+        return *this;
+      }
       bytes_[size_] = sizeof value;
       std::memcpy(bytes_ + size_ + 1, &value, sizeof value);
       size_ += 1 + sizeof value;
@@ -92,7 +100,8 @@ class UMBRA_API RingBuf {
 
     RingBuf& ring_;
     U32 size_;
-    U8 bytes_[recordMax + unit];
+    bool isFull_ = false;  // an argument was left out: all later ones are, too
+    alignas(U32) U8 bytes_[recordMax + 2 * unit];
   };
 
   static Msg startMsg(TraceFile& file, const MsgDesc& desc, U32 level);
@@ -104,10 +113,10 @@ class UMBRA_API RingBuf {
   friend class TraceFile;
 
   void append(const U8* record, U32 size);
-  void copied(U32 position, U8* to, U32 size) const;
+  void copy(U32 position, U8* to, U32 size) const;
 
   mutable std::atomic_flag held_{};
-  // Of the oldest record, and behind the newest: counts of all bytes ever written, which wrap.
+  // Byte positions of the oldest record and past the newest, counted since the start, mod 2^32.
   U32 begin_ = 0;
   U32 end_ = 0;
   U64 lost_ = 0;

@@ -9,8 +9,8 @@ namespace Zint {
 template <class V, class Place>
 class BookmarkList;
 
-// One position. When its member leaves the collection, the position moves to the member behind it
-// and keeps the one that has left.
+// One position. When its member leaves the collection, the position moves to the next member and
+// keeps the one that has left.
 template <class V, class Place>
 class Bookmark {
  public:
@@ -20,7 +20,7 @@ class Bookmark {
   }
   Bookmark& operator=(const Bookmark& other) {
     if (this == &other) return *this;
-    const Ptr<V> left = std::exchange(left_, other.left_);  // let go of when all else is done
+    const Ptr<V> left = std::exchange(left_, other.left_);  // released last
     leave();
     list_ = other.list_;
     place_ = other.place_;
@@ -30,9 +30,10 @@ class Bookmark {
   ~Bookmark() { leave(); }
 
   const Place& place() const { return place_; }
-  // The collection is gone.
+  // The collection is destroyed.
   bool isOrphan() const { return list_ == nullptr; }
-  // Whether the member at which this stood has left; then this stands on the next one already.
+  // Whether the member of this position has left; then the position is that of the next one
+  // already.
   bool hasLeft() const { return left_ != nullptr; }
   void placeIs(Place place) { place_ = place; }
   // Hands that member over; null while it has not left.
@@ -62,8 +63,8 @@ class BookmarkList {
     for (auto* mark = first_; mark != nullptr; mark = mark->next_) mark->list_ = nullptr;
   }
 
-  // The member at `place` is about to leave; `next` is the one behind it.
-  void leaving(const Ptr<V>& member, const Place& place, const Place& next) {
+  // Call it before the member at `place` leaves; `next` is the place after it.
+  void movePast(const Ptr<V>& member, const Place& place, const Place& next) {
     for (auto* mark = first_; mark != nullptr; mark = mark->next_) {
       if (mark->place_ != place) continue;
       mark->place_ = next;
@@ -91,5 +92,38 @@ void Bookmark<V, Place>::leave() {
   (previous_ == nullptr ? list_->first_ : previous_->next_) = next_;
   if (next_ != nullptr) next_->previous_ = previous_;
 }
+
+// A position in a collection; false at the end. A member that leaves the collection is held until
+// the next step. A `Collection` has, for its friend:
+//   V* memberAt(Place) const;       null at the end
+//   Place placeAfter(Place) const;  REQUIRES: not at the end
+template <class Collection, class V, class Place>
+class MemberIterator {
+ public:
+  MemberIterator(const Collection& collection, BookmarkList<V, Place>& list, Place first)
+      : collection_(&collection), mark_(list, first), current_(collection.memberAt(first)) {}
+
+  explicit operator bool() const { return current_ != nullptr; }
+  // Whether the member has left the collection, and another may have taken its key.
+  bool hasLeft() const { return mark_.hasLeft(); }
+  Ptr<V> operator*() const { return current_; }
+  V* operator->() const { return current_; }
+  MemberIterator& operator++() {
+    // Released last: its destructor may remove members or destroy the collection.
+    const Ptr<V> left = mark_.leftDel();
+    if (mark_.isOrphan()) {
+      current_ = nullptr;
+      return *this;
+    }
+    if (left == nullptr) mark_.placeIs(collection_->placeAfter(mark_.place()));
+    current_ = collection_->memberAt(mark_.place());
+    return *this;
+  }
+
+ private:
+  const Collection* collection_;
+  Bookmark<V, Place> mark_;
+  V* current_;  // null at the end
+};
 
 }  // namespace Zint

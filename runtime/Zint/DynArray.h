@@ -1,4 +1,4 @@
-// A dense array that grows when it is written beyond its end. A read outside of what is stored
+// A dense array that grows when it is written beyond its end. A read outside of the stored range
 // yields the element type's default (0, null).
 #pragma once
 
@@ -35,24 +35,28 @@ class DynArray {
     return index < elements_.size() ? elements_[static_cast<std::size_t>(index)] : V();
   }
 
+  // `value` may be an element of this array.
   void atIs(I index, const V& value) {
     const U64 newEntries = U64{index} + 1;
     if (newEntries > elements_.size()) {
       ZINT_ASSERT("Zint/DynArray", newEntries<2147483647);
+      V held(value);
       elements_.resize(static_cast<std::size_t>(newEntries));
+      elements_[static_cast<std::size_t>(index)] = std::move(held);
+      return;
     }
     elements_[static_cast<std::size_t>(index)] = value;
   }
 
-  // Back to the default; the last element is taken off.
+  // Resets the element to the default; removes it when it is the last one.
   void del(I index) {
     if (index >= elements_.size()) return;
-    // Let go of last: its end may look at this very array, or end it.
+    // Released last: its destructor may use this array, or destroy it.
     [[maybe_unused]] const V gone = std::exchange(elements_[static_cast<std::size_t>(index)], V());
     if (index + 1u == elements_.size()) elements_.pop_back();
   }
 
-  // Empty before the elements go: their end may look at this very array.
+  // Empty before the elements are destroyed: their destructors may use this array.
   void delAll() {
     DynArray gone;
     gone.swap(*this);

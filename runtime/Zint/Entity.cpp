@@ -1,9 +1,15 @@
 #include <Zint/Entity.h>
+
 #include <Zint/Type.h>
 
 namespace Zint {
 
-Entity::~Entity() = default;
+Entity::~Entity() {
+  if (anchor_ != nullptr) anchor_->entity = nullptr;
+  release(anchor_);
+  release(parent_);
+}
+
 Entity::NotifieeConst::~NotifieeConst() = default;
 
 void Entity::isNondestructingIs(bool nondestructing) {
@@ -24,8 +30,16 @@ String8 Entity::attributeString(AttributeId attribute) const {
 }
 
 void Entity::parentIs(Entity* parent, AttributeId attribute) {
-  parent_ = parent;
+  if (parent != nullptr) {
+    if (parent->anchor_ == nullptr) parent->anchor_ = new Anchor{parent, 1};
+    ++parent->anchor_->references;
+  }
+  release(std::exchange(parent_, parent == nullptr ? nullptr : parent->anchor_));
   parentAttributeId_ = attribute;
+}
+
+void Entity::release(Anchor* anchor) {
+  if (anchor != nullptr && --anchor->references == 0) delete anchor;
 }
 
 void Entity::NotifieeConst::handleNotification(ActivityConfig* activity) {

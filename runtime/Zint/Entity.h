@@ -13,7 +13,7 @@ class UMBRA_API Entity : public PtrInterface {
     enum : AttributeId { name = firstAttributeId, isNondestructing };
   };
 
-  // Told of the entity's end.
+  // Notified when the entity is being destroyed.
   class UMBRA_API NotifieeConst : public Zint::NotifieeConst {
    public:
     using Zint::NotifieeConst::NotifieeConst;
@@ -31,7 +31,7 @@ class UMBRA_API Entity : public PtrInterface {
 
   // Announces the change: false tells the notifiees that the entity is being deleted.
   void isNondestructingIs(bool nondestructing) override;
-  // Announces the end to those who watch without a reference before the destructors run.
+  // Announces the destruction to non-referencing notifiees before the destructors run.
   void zeroReferencesIs(bool zero) override;
   const Type* fwkType() const override;
 
@@ -44,14 +44,23 @@ class UMBRA_API Entity : public PtrInterface {
 
   const Name& name() const { return name_; }
 
-  // The entity that this one is a member of, and which of its collections; not a counted reference.
-  Entity* parent() const { return parent_; }
+  // The entity that this one is a member of, and which of its collections. Not a counted reference:
+  // null once the parent is destroyed.
+  Entity* parent() const { return parent_ == nullptr ? nullptr : parent_->entity; }
   AttributeId parentAttributeId() const { return parentAttributeId_; }
   void parentIs(Entity* parent, AttributeId attribute);
 
  private:
+  // What the children of an entity refer to; it lives as long as the entity or one of them.
+  struct Anchor {
+    Entity* entity;  // null once it is destroyed
+    U32 references;
+  };
+  static void release(Anchor* anchor);
+
   Name name_;
-  Entity* parent_ = nullptr;
+  Anchor* anchor_ = nullptr;  // null until this becomes a parent
+  Anchor* parent_ = nullptr;
   AttributeId parentAttributeId_ = 0;
 };
 

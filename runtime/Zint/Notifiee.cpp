@@ -124,7 +124,7 @@ void NotifieeConst::reportException(AttributeId attribute) {
 NotifieeWalk::NotifieeWalk(const PtrInterface& notifier)
     : notifier_(&notifier), list_(notifier.notifiees_) {
   if (list_ == nullptr) return;
-  start_ = list_->beginWalk(outerStart_);
+  list_->beginWalk(start_, outerStart_);
   end_ = list_->size();
 }
 

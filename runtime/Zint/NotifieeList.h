@@ -55,33 +55,31 @@ class NotifieeList {
     if (findSwitch(place, walkStart_, switches_.size()) != nullptr) return;
     try {
       switches_.push_back({place, wasActive});
+      hasSwitches_ = true;
     } catch (const std::bad_alloc&) {
     }
   }
 
-  // Begins a walk and returns its start, a position in the record of switches. `outerStart`
-  // receives what endWalk() needs. Walks end in the opposite order.
-  std::size_t beginWalk(std::size_t& outerStart) {
+  // A walk's start is a position in the record of switches. Both are 0 while nothing is recorded,
+  // which beginWalk() leaves as they are. Walks end in the opposite order.
+  void beginWalk(std::size_t& start, std::size_t& outerStart) {
     ++walks_;
-    outerStart = std::exchange(walkStart_, switches_.size());
-    return walkStart_;
+    if (!hasSwitches_) [[likely]]
+      return;
+    start = switches_.size();
+    outerStart = std::exchange(walkStart_, start);
   }
 
   void endWalk(std::size_t outerStart) {
-    const std::size_t start = std::exchange(walkStart_, outerStart);
-    if (--walks_ != 0) {
-      if (start < switches_.size()) [[unlikely]]
-        mergeSwitches(start);
-      return;
-    }
-    switches_.clear();
-    if (std::exchange(hasHoles_, false)) std::erase(members_, nullptr);
+    --walks_;
+    if (hasHoles_ || hasSwitches_) [[unlikely]]
+      tidy(outerStart);
   }
 
   // Whether the notifiee at that place was switched on when the walk with this start began. True
   // for one that has not been switched since: its present state is that of the beginning.
   bool wasActive(std::size_t place, std::size_t start) const {
-    if (start == switches_.size()) [[likely]]
+    if (!hasSwitches_) [[likely]]
       return true;
     const Switch* first = findSwitch(place, start, switches_.size());
     return first == nullptr || first->wasActive;
@@ -101,6 +99,14 @@ class NotifieeList {
     return nullptr;
   }
 
+  void tidy(std::size_t outerStart) {
+    const std::size_t start = std::exchange(walkStart_, outerStart);
+    if (walks_ != 0) return mergeSwitches(start);
+    switches_.clear();
+    hasSwitches_ = false;
+    if (std::exchange(hasHoles_, false)) std::erase(members_, nullptr);
+  }
+
   // Only the first switch of a place counts for the walk that goes on: drops the later ones, so
   // that the record is bounded by the number of places.
   void mergeSwitches(std::size_t start) {
@@ -118,6 +124,7 @@ class NotifieeList {
   U32 walks_ = 0;
   U32 registered_ = 0;
   bool hasHoles_ = false;
+  bool hasSwitches_ = false;
 };
 
 }  // namespace Zint

@@ -21,40 +21,7 @@ class RbTreeMap {
   using Place = typename Tree::const_iterator;
 
  public:
-  // A position; false at the end. A member that leaves the map is held until the next step.
-  class Iterator {
-   public:
-    explicit operator bool() const { return current_ != nullptr; }
-    // Whether the member has left the map, and another may have taken its key.
-    bool hasLeft() const { return mark_.hasLeft(); }
-    Ptr<V> operator*() const { return current_; }
-    V* operator->() const { return current_; }
-    Iterator& operator++() {
-      // Let go of last: as it goes it may remove members, or the map itself.
-      const Ptr<V> left = mark_.leftDel();
-      if (mark_.isOrphan()) {
-        current_ = nullptr;
-        return *this;
-      }
-      if (left == nullptr) mark_.placeIs(std::next(mark_.place()));
-      read();
-      return *this;
-    }
-
-   private:
-    friend class RbTreeMap;
-    explicit Iterator(const RbTreeMap& map) : map_(&map), mark_(map.bookmarks_, map.tree_.begin()) {
-      read();
-    }
-    void read() {
-      const bool end = mark_.place() == map_->tree_.end();
-      current_ = end ? nullptr : mark_.place()->second.ptr();
-    }
-
-    const RbTreeMap* map_;
-    Bookmark<V, Place> mark_;
-    V* current_ = nullptr;  // null at the end
-  };
+  using Iterator = MemberIterator<RbTreeMap, V, Place>;
 
   RbTreeMap() = default;
   RbTreeMap(const RbTreeMap&) = delete;
@@ -62,16 +29,14 @@ class RbTreeMap {
   ~RbTreeMap() { delAll(); }
 
   U32 size() const { return static_cast<U32>(tree_.size()); }
-  Iterator iterator() const { return Iterator(*this); }
+  Iterator iterator() const { return Iterator(*this, bookmarks_, tree_.begin()); }
 
   // Null when there is none.
-  V* find(const K& key) const {
-    const auto place = tree_.find(key);
-    return place == tree_.end() ? nullptr : place->second.ptr();
-  }
+  V* find(const K& key) const { return memberAt(tree_.find(key)); }
 
   // REQUIRES: no member has its key.
   void insert(const Ptr<V>& member) {
+    if (member == nullptr) throwNullParameter("member", "Zint::RbTreeMap::insert");
     const bool isNew = tree_.emplace(member->fwkKey(), member).second;
     ZINT_ASSERT("Zint/RbTreeMap", isNew);
   }
@@ -79,17 +44,22 @@ class RbTreeMap {
   // Removes and returns the member of that key; null when there is none.
   Ptr<V> del(const K& key) {
     const auto place = tree_.find(key);
-    return place == tree_.end() ? nullptr : unlinked(place);
+    return place == tree_.end() ? nullptr : unlink(place);
   }
 
   // Removes every member, in ascending order.
   void delAll() {
-    while (!tree_.empty()) unlinked(tree_.begin());
+    while (!tree_.empty()) unlink(tree_.begin());
   }
 
  private:
-  Ptr<V> unlinked(typename Tree::iterator place) {
-    bookmarks_.leaving(place->second, place, std::next(place));
+  friend Iterator;
+
+  V* memberAt(Place place) const { return place == tree_.end() ? nullptr : place->second.ptr(); }
+  Place placeAfter(Place place) const { return std::next(place); }
+
+  Ptr<V> unlink(typename Tree::iterator place) {
+    bookmarks_.movePast(place->second, place, std::next(place));
     Ptr<V> member = std::move(place->second);
     tree_.erase(place);
     return member;

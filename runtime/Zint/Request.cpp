@@ -11,9 +11,11 @@ const Type* Request::fwkType() const { return &requestType; }
 void Request::stateIs(State state) {
   const Ptr<Request> self(this);
   state_ = state;
-  ++generation_;
+  const U32 generation = ++generation_;
   handleState();
   notify(Id::state);
+  // A command that was given re-entrantly has announced its own.
+  if (generation_ == generation) notify(Id::generation);
 }
 
 void Request::statusIs(Status status) {

@@ -42,9 +42,9 @@ class UMBRA_API Request : public Entity {
  public:
   State state() const { return state_; }
   // A command: stored and announced also when the same one was given before. Advances the
-  // generation.
+  // generation, which is announced after the state.
   void stateIs(State state);
-  // The reaction of a derived request, before the notifiees are told.
+  // The reaction of a derived request, before the notifiees are notified.
   virtual void handleState() {}
 
   Status status() const { return status_; }

@@ -9,8 +9,8 @@
 namespace Zint {
 namespace {
 
-[[noreturn, gnu::cold]] void notRead(const char* what, const String8::IteratorConst& pos,
-                                     const String8::IteratorConst& end) {
+[[noreturn, gnu::cold]] void refuse(const char* what, const String8::IteratorConst& pos,
+                                    const String8::IteratorConst& end) {
   String8 message(what);
   message += " expected at \"";
   message += std::string_view(std::to_address(pos), static_cast<std::size_t>(end - pos));
@@ -19,7 +19,7 @@ namespace {
 }
 
 template <class T>
-String8 charsOf(T value) {
+String8 printChars(T value) {
   char text[32];
   const auto result = std::to_chars(text, text + sizeof text, value);
   return String8(std::string_view(text, static_cast<std::size_t>(result.ptr - text)));
@@ -27,8 +27,8 @@ String8 charsOf(T value) {
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n'; }
 
-bool consumed(String8::IteratorConst& pos, const String8::IteratorConst& end,
-              std::string_view word) {
+bool consume(String8::IteratorConst& pos, const String8::IteratorConst& end,
+             std::string_view word) {
   if (static_cast<std::size_t>(end - pos) < word.size()) return false;
   if (std::string_view(std::to_address(pos), word.size()) != word) return false;
   pos += static_cast<std::ptrdiff_t>(word.size());
@@ -37,9 +37,9 @@ bool consumed(String8::IteratorConst& pos, const String8::IteratorConst& end,
 
 }  // namespace
 
-String8 valueToStrep(U64 value) { return charsOf(value); }
-String8 valueToStrep(S64 value) { return charsOf(value); }
-String8 valueToStrep(double value) { return charsOf(value); }
+String8 valueToStrep(U64 value) { return printChars(value); }
+String8 valueToStrep(S64 value) { return printChars(value); }
+String8 valueToStrep(double value) { return printChars(value); }
 String8 valueToStrep(bool value) { return value ? "true" : "false"; }
 
 String8 valueToStrep(const String8& value) {
@@ -69,9 +69,9 @@ void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& 
   U64 magnitude = 0;
   const auto result = std::from_chars(first, first + (end - p), magnitude, hexadecimal ? 16 : 10);
   const U64 most = negative ? U64{1} << 63 : ~U64{0};
-  if (result.ec == std::errc::invalid_argument) notRead("an integer", pos, end);
+  if (result.ec == std::errc::invalid_argument) refuse("an integer", pos, end);
   if (result.ec == std::errc::result_out_of_range || magnitude > most) {
-    notRead("an integer of 64 bits", pos, end);
+    refuse("an integer of 64 bits", pos, end);
   }
   pos = p + (result.ptr - first);
   value = static_cast<S64>(negative ? -magnitude : magnitude);
@@ -82,18 +82,18 @@ void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& 
   const char* first = std::to_address(pos);
   double read = 0;
   const auto result = std::from_chars(first, first + (end - pos), read);
-  if (result.ec != std::errc() || std::isnan(read)) notRead("a number", pos, end);
+  if (result.ec != std::errc() || std::isnan(read)) refuse("a number", pos, end);
   pos += result.ptr - first;
   value = read;
 }
 
 void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end, bool& value) {
-  if (consumed(pos, end, "true") || consumed(pos, end, "1")) {
+  if (consume(pos, end, "true") || consume(pos, end, "1")) {
     value = true;
-  } else if (consumed(pos, end, "false") || consumed(pos, end, "0")) {
+  } else if (consume(pos, end, "false") || consume(pos, end, "0")) {
     value = false;
   } else {
-    notRead("true or false", pos, end);
+    refuse("true or false", pos, end);
   }
 }
 
@@ -101,10 +101,10 @@ void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& 
                      String8& value) {
   std::string read;
   auto p = pos;
-  if (p == end) notRead("a string", pos, end);
+  if (p == end) refuse("a string", pos, end);
   if (*p != '\'') {
     while (p != end && !isSpace(*p)) read += *p++;
-    if (read.empty()) notRead("a string", pos, end);
+    if (read.empty()) refuse("a string", pos, end);
   } else {
     for (++p; p != end && *p != '\''; ++p) {
       if (*p != '\\') {
@@ -115,10 +115,10 @@ void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& 
       } else if (end - p > 1) {
         read += *++p;
       } else {
-        notRead("a closed string", pos, end);
+        refuse("a closed string", pos, end);
       }
     }
-    if (p == end) notRead("a closed string", pos, end);
+    if (p == end) refuse("a closed string", pos, end);
     ++p;
   }
   pos = p;
@@ -139,10 +139,23 @@ String8 format(const char* pattern, ...) {
   return text;
 }
 
+String8 escapeNuls(const String8& text) {
+  std::string escaped;
+  for (char c : text) {
+    if (c == '\0') {
+      escaped += "\\x00";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
 void junkRefused(const String8& text, const String8::IteratorConst& pos, const String8& what) {
   if (pos == text.end()) return;
-  throwRangeException(format("junk at column %lld deserializing %s",
-                             static_cast<long long>(pos - text.begin()), what.c_str()));
+  throwRangeException(
+      format("junk at column %lld deserializing ", static_cast<long long>(pos - text.begin())) +
+      what);
 }
 
 }  // namespace Zint

@@ -1,8 +1,8 @@
-// Text forms ("streps") of values, and their way back.
+// Text forms ("streps") of values, and back.
 //
 //   valueToStrep(U64{16})                 16
 //   valueToStrep(String8("it's"))         'it\'s'
-//   sequenceToValue(pos, end, value)      reads one value and leaves pos behind it
+//   sequenceToValue(pos, end, value)      reads one value and leaves pos after it
 //   strepToValue<U64>("16")               reads the whole text; anything left over is refused
 #pragma once
 
@@ -31,7 +31,7 @@ requires(!std::same_as<T, bool> && !std::same_as<T, U64> && !std::same_as<T, S64
   }
 }
 
-// Each reads one value from `pos`, which is left behind its last character. Text that is no such
+// Each reads one value from `pos`, which is left after its last character. Text that is no such
 // value raises a range exception that quotes it, and leaves `pos` and `value` as they were.
 
 // A number from -2^63 to 2^64-1 (two's complement above 2^63-1), decimal or 0x and hexadecimal.
@@ -56,6 +56,9 @@ constexpr int hexDigit(char c) {
 // The text that printf would write, of any length.
 [[gnu::format(printf, 1, 2)]] UMBRA_API String8 format(const char* pattern, ...);
 
+// The text with every NUL written \x00, for readers of C strings.
+String8 escapeNuls(const String8& text);
+
 // The range exception "junk at column N deserializing WHAT" unless `pos` is the end of the text.
 UMBRA_API void junkRefused(const String8& text, const String8::IteratorConst& pos,
                            const String8& what);
@@ -79,8 +82,8 @@ requires(!std::same_as<T, bool> &&
   value = narrow;
 }
 
-// What the message of a text with something left over names: the whole text for the library's value
-// types and enumerations, the type elsewhere.
+// What the message about junk names: the whole text for the library's value types and enumerations,
+// the type elsewhere; for a pointer the type of the object.
 template <class T>
 String8 junkName(const String8& text) {
   if constexpr (std::same_as<T, bool>)
@@ -91,6 +94,10 @@ String8 junkName(const String8& text) {
     return format("%c%u", std::is_signed_v<T> ? 'S' : 'U', U32{8 * sizeof(T)});
   else if constexpr (std::same_as<T, String8>)
     return "String8";
+  else if constexpr (requires { zintTypeName(static_cast<const typename T::Element*>(nullptr)); })
+    return zintTypeName(static_cast<const typename T::Element*>(nullptr));
+  else if constexpr (requires { typename T::Element; })
+    return "Zint::PtrInterface";
   else
     return text;
 }

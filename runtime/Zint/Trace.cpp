@@ -1,8 +1,13 @@
+#include <Zint/Trace.h>
+
 #include <Zint/Clock.h>
 #include <Zint/Exception.h>
-#include <Zint/Trace.h>
+#include <Zint/Strep.h>
+
+#include <condition_variable>
 #include <cstdio>
 #include <mutex>
+#include <thread>
 
 namespace Zint {
 namespace {
@@ -16,31 +21,68 @@ class StandardErrorSink : public TraceSink {
   }
 };
 
-// All of it lives until the process is gone: objects may trace from static destructors.
+// A thread inside a sink, on its stack.
+struct SinkCall {
+  TraceSink* sink;
+  std::thread::id thread;
+  SinkCall* next;
+};
+
+// Leaked on purpose: objects trace from static destructors.
 struct TraceState {
   std::mutex mutex;  // for the list of handles and for changes of the levels
   TraceHandle* handles = nullptr;
   StandardErrorSink standardError;
-  std::atomic<TraceSink*> sink{&standardError};
   std::atomic<std::ostream*> coverage{nullptr};
+
+  std::mutex sinkMutex;  // for the members below; never held while a sink is called
+  std::condition_variable sinkLeft;
+  TraceSink* sink = &standardError;
+  SinkCall* sinkCalls = nullptr;
 };
 
-TraceState& state() {
-  static TraceState* state = new TraceState;
-  return *state;
+TraceState& traceState() {
+  static TraceState* const shared = new TraceState;
+  return *shared;
 }
+
+// Enters the present sink and leaves it at the end of the scope.
+class InSink {
+ public:
+  InSink() {
+    TraceState& state = traceState();
+    const std::lock_guard guard(state.sinkMutex);
+    call_ = {state.sink, std::this_thread::get_id(), state.sinkCalls};
+    state.sinkCalls = &call_;
+  }
+  ~InSink() {
+    TraceState& state = traceState();
+    const std::lock_guard guard(state.sinkMutex);
+    SinkCall** link = &state.sinkCalls;
+    while (*link != &call_) link = &(*link)->next;
+    *link = call_.next;
+    state.sinkLeft.notify_all();
+  }
+  InSink(const InSink&) = delete;
+  InSink& operator=(const InSink&) = delete;
+
+  TraceSink& sink() const { return *call_.sink; }
+
+ private:
+  SinkCall call_;
+};
 
 }  // namespace
 
-void TraceHandle::registered() {
-  std::lock_guard guard(state().mutex);
+void TraceHandle::registerHandle() {
+  std::lock_guard guard(traceState().mutex);
   recordedIs(recorded_);
-  next_ = std::exchange(state().handles, this);
+  next_ = std::exchange(traceState().handles, this);
 }
 
 TraceHandle::~TraceHandle() {
-  std::lock_guard guard(state().mutex);
-  TraceHandle** link = &state().handles;
+  std::lock_guard guard(traceState().mutex);
+  TraceHandle** link = &traceState().handles;
   while (*link != nullptr && *link != this) link = &(*link)->next_;
   if (*link == this) *link = next_;
 }
@@ -48,7 +90,7 @@ TraceHandle::~TraceHandle() {
 // REQUIRES: the mutex is held.
 void TraceHandle::recordedIs(U32 levels) {
   recorded_ = levels;
-  built_ = state().coverage.load() != nullptr ? everyLevelBits : levels;
+  built_ = traceState().coverage.load() != nullptr ? everyLevelBits : levels;
 }
 
 void TraceHandle::levelIs(U32 level, bool on) {
@@ -56,7 +98,7 @@ void TraceHandle::levelIs(U32 level, bool on) {
     throwRangeException(String8("trace level ") + std::to_string(level) +
                         (on ? " is above 9" : " cannot be switched off"));
   }
-  std::lock_guard guard(state().mutex);
+  std::lock_guard guard(traceState().mutex);
   recordedIs(on ? recorded_ | (1u << level) : recorded_ & ~(1u << level));
 }
 
@@ -64,13 +106,13 @@ void TraceHandle::levelUpToIs(U32 level) {
   if (level >= traceLevels) {
     throwRangeException(String8("trace level ") + std::to_string(level) + " is above 9");
   }
-  std::lock_guard guard(state().mutex);
+  std::lock_guard guard(traceState().mutex);
   recordedIs((2u << level) - 1);
 }
 
 TraceHandle* TraceHandle::find(const String8& name) {
-  std::lock_guard guard(state().mutex);
-  TraceHandle* handle = state().handles;
+  std::lock_guard guard(traceState().mutex);
+  TraceHandle* handle = traceState().handles;
   while (handle != nullptr && name != handle->name_) handle = handle->next_;
   return handle;
 }
@@ -78,34 +120,51 @@ TraceHandle* TraceHandle::find(const String8& name) {
 TraceSink::~TraceSink() = default;
 
 TraceSink* traceSinkIs(TraceSink* sink) {
-  TraceSink* own = &state().standardError;
-  TraceSink* old = state().sink.exchange(sink == nullptr ? own : sink);
+  TraceState& state = traceState();
+  TraceSink* own = &state.standardError;
+  std::unique_lock lock(state.sinkMutex);
+  TraceSink* old = std::exchange(state.sink, sink == nullptr ? own : sink);
+  bool isInside = false;
+  for (SinkCall* call = state.sinkCalls; call != nullptr; call = call->next) {
+    isInside = isInside || call->thread == std::this_thread::get_id();
+  }
+  if (old != own && !isInside) {
+    state.sinkLeft.wait(lock, [&state, old] {
+      SinkCall* call = state.sink == old ? nullptr : state.sinkCalls;
+      while (call != nullptr && call->sink != old) call = call->next;
+      return call == nullptr;
+    });
+  }
   return old == own ? nullptr : old;
 }
 
 void coverageStreamIs(std::ostream* stream) {
-  std::lock_guard guard(state().mutex);
-  state().coverage = stream;
-  for (TraceHandle* handle = state().handles; handle != nullptr; handle = handle->next_) {
+  std::lock_guard guard(traceState().mutex);
+  traceState().coverage = stream;
+  for (TraceHandle* handle = traceState().handles; handle != nullptr; handle = handle->next_) {
     handle->recordedIs(handle->recorded_);
   }
 }
 
 void traceHelper(const TraceHandle& handle, const String8& text, U32 level, const char* context,
                  const char* source, int line, const char* function) {
-  if (state().coverage.load() != nullptr) {
-    std::lock_guard guard(state().mutex);
-    // Read again: once coverageStreamIs() has returned, the old stream may be gone.
-    if (std::ostream* coverage = state().coverage.load(); coverage != nullptr)
+  if (traceState().coverage.load() != nullptr) {
+    std::lock_guard guard(traceState().mutex);
+    // Read again: once coverageStreamIs() has returned, the old stream may be destroyed.
+    if (std::ostream* coverage = traceState().coverage.load(); coverage != nullptr)
       *coverage << source << ':' << line << ' ' << text << '\n';
   }
   if (!handle.level(level)) return;
-  state().sink.load()->traceLine(
-      {handle.name(), level, text.c_str(), context, source, line, function});
+  const bool hasNul = text.bytes().find('\0') != std::string::npos;
+  const String8 escaped = hasNul ? escapeNuls(text) : String8();
+  const InSink inSink;
+  inSink.sink().traceLine(
+      {handle.name(), level, (hasNul ? escaped : text).c_str(), context, source, line, function});
 }
 
 TraceHandle& zintTrace() {
-  static TraceHandle handle("Zint", false);
+  // Leaked on purpose: handlers run in static destructors.
+  static TraceHandle& handle = *new TraceHandle("Zint", false);
   return handle;
 }
 

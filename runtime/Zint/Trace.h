@@ -11,9 +11,10 @@
 #include <Zint/Api.h>
 #include <Zint/String8.h>
 #include <Zint/Types.h>
+#include <cxxabi.h>
+
 #include <atomic>
 #include <locale>
-#include <new>
 #include <ostream>
 #include <sstream>
 
@@ -25,7 +26,7 @@ constexpr U32 everyLevelBits = (1u << traceLevels) - 1;
 struct TraceLine {
   const char* handle;
   U32 level;
-  const char* text;
+  const char* text;     // a NUL in it is written \x00
   const char* context;  // "" unless the line states one
   const char* source;
   int line;
@@ -36,10 +37,10 @@ class UMBRA_API TraceHandle {
  public:
   // Level 0 is on from the start, the others if `everyLevel`. `name` must outlive the handle.
   TraceHandle(const char* name, bool everyLevel) : TraceHandle(constant, name, everyLevel) {
-    registered();
+    registerHandle();
   }
-  // One that is initialised as a constant, for use at any time: it is found by name once it has
-  // been registered().
+  // One that is initialised as a constant, for use at any time. find() finds it after
+  // registerHandle().
   enum Constant { constant };
   constexpr TraceHandle(Constant, const char* name, bool everyLevel)
       : name_(name),
@@ -63,8 +64,8 @@ class UMBRA_API TraceHandle {
   // Whether a text of this level or of one above it is.
   bool builtFrom(U32 level) const { return built_.load(std::memory_order_relaxed) >> level != 0; }
 
-  void registered();
-  // The handle of that name, null when there is none yet.
+  void registerHandle();
+  // The handle of that name, null when there is none.
   static TraceHandle* find(const String8& name);
 
  private:
@@ -78,7 +79,8 @@ class UMBRA_API TraceHandle {
   TraceHandle* next_ = nullptr;
 };
 
-// Receives every recorded line, on the thread that traced it. Must not trace itself.
+// Receives every recorded line, on the thread that traced it. Must not trace itself. What it throws
+// is swallowed, and the line is lost.
 class UMBRA_API TraceSink {
  public:
   virtual ~TraceSink();
@@ -86,7 +88,10 @@ class UMBRA_API TraceSink {
 };
 
 // Replaces the sink (not owned; null for the one that writes lines to standard error) and returns
-// the one before (null for that one).
+// the one before (null for that one). When it returns, no other thread is inside the old sink,
+// which may be destroyed. It waits for those threads: call it without holding what a sink may wait
+// for. Called from within a sink it does not wait, and the old sink is in use until its last
+// traceLine() has returned.
 UMBRA_API TraceSink* traceSinkIs(TraceSink* sink);
 
 // While set, every trace statement that is reached builds its text and writes it there, whether or
@@ -102,8 +107,8 @@ UMBRA_API TraceHandle& zintTrace();
 
 }  // namespace Zint
 
-// `text` is what stands to the right of `stream <<`. A line that there is no memory for is left
-// out: what is being traced must not end halfway because of it.
+// `text` is the right-hand side of `stream <<`. A line whose text or sink throws is dropped:
+// tracing never changes what is traced. Only the cancellation of the thread goes on.
 #define ZINT_TRACE_IN(function, handle, level, context, source, line, text)                       \
   do {                                                                                            \
     if ((handle).built(level)) [[unlikely]] {                                                     \
@@ -112,7 +117,9 @@ UMBRA_API TraceHandle& zintTrace();
         zintTraceText.imbue(std::locale::classic());                                              \
         zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
         ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, function); \
-      } catch (const std::bad_alloc&) {                                                           \
+      } catch (abi::__forced_unwind&) {                                                           \
+        throw;                                                                                    \
+      } catch (...) {                                                                             \
       }                                                                                           \
     }                                                                                             \
   } while (0)

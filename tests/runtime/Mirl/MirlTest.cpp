@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -125,7 +126,54 @@ TEST_F(MirlTest, aLongTextIsCutAndTheRecordStaysWhole) {
   EXPECT_GE(cut.size(), RingBuf::recordMax - 64);
   EXPECT_LT(cut.size(), RingBuf::recordMax);
   EXPECT_EQ(cut, longText.substr(0, cut.size()));
+  EXPECT_EQ(records[0].text.bytes(), cut + "[cut]");
   EXPECT_EQ(records[1].text, "n 9");
+}
+
+// Three characters a byte, for entries up to 4,096 bytes.
+TEST_F(MirlTest, bothTextsOfAnEntryOf4096BytesAreWhole) {
+  const MsgDesc texts(*file, "Expected: %s Actual: %s", __LINE__);
+  for (std::size_t bytes : {1u, 100u, 330u, 700u, 4096u}) {
+    const std::string expected(3 * bytes, 'e'), actual(3 * bytes, 'a');
+    auto msg = RingBuf::startMsg(*file, texts, 0);
+    msg << expected << actual;
+    msg.endMsg();
+    EXPECT_EQ(file->records(0).back().text.bytes(), "Expected: " + expected + " Actual: " + actual);
+  }
+}
+
+// Cut where the record is full, which its text says; what follows has no room at all.
+TEST_F(MirlTest, aRecordThatIsCutSaysSo) {
+  const MsgDesc texts(*file, "Expected: %s Actual: %s at %u, %", __LINE__);
+  const std::size_t room = RingBuf::recordMax - 16;
+  const std::string expected(3 * 5000, 'e'), actual(3 * 5000, 'a');
+  auto msg = RingBuf::startMsg(*file, texts, 0);
+  msg << expected << actual << U32{7};
+  msg.endMsg();
+  EXPECT_EQ(file->records(0).back().text.bytes(),
+            "Expected: " + expected + " Actual: " + actual.substr(0, room - 6 - expected.size()) +
+                "[cut] at [left out], %");
+  auto all = RingBuf::startMsg(*file, texts, 0);
+  all << std::string(room - 4, 'e') << actual << U32{7};
+  all.endMsg();
+  EXPECT_EQ(file->records(0).back().text.bytes(),
+            "Expected: " + std::string(room - 4, 'e') + " Actual: [left out] at [left out], %");
+}
+
+TEST_F(MirlTest, aRecordOfATurnHasTheTimeOfTheTurn) {
+  Fakes::ManualLoop loop;
+  struct Waking : Zint::Clock::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onTime() override { reaction(); }
+    std::function<void()> reaction;
+  };
+  const auto waking = Zint::makePtr<Waking>(loop.activity, loop.clock);
+  waking->reaction = [&] { write(desc, 0, 1); };
+  waking->timeMinIs(5.0);
+  loop.clock->timeIs(6.5);
+  loop.activity->turn();
+  ASSERT_EQ(file->records(0).size(), 1u);
+  EXPECT_EQ(file->records(0)[0].time, 6.5);
 }
 
 // An argument takes one byte for its tag, a text two more for its length; the rest is its bytes.
@@ -155,7 +203,7 @@ TEST_F(MirlTest, aRecordIsFilledToItsLastByte) {
 
 TEST_F(MirlTest, argumentsWithoutRoomAreLeftOut) {
   auto msg = RingBuf::startMsg(*file, desc, 0);
-  for (U32 i = 0; i < 1000; ++i) msg << U64{i};
+  for (U32 i = 0; i < 10'000; ++i) msg << U64{i};
   msg.endMsg();
   const auto records = file->records(0);
   ASSERT_EQ(records.size(), 1u);

@@ -157,4 +157,13 @@ TEST(DynArray, theStorageIsZeroBeforeGrowthFreesIt) {
   EXPECT_TRUE(watched.wasZero);
 }
 
+TEST(DynArray, atIs_takesAValueFromTheArrayItself) {
+  DynArray<std::string, U32> array;
+  const std::string text(100, 'x');
+  array.atIs(0, text);
+  for (U32 i = 1; i < 100; ++i) array.atIs(i, array.data()[i - 1]);
+  EXPECT_EQ(array.at(99), text);
+  EXPECT_EQ(array.at(0), text);
+}
+
 }  // namespace

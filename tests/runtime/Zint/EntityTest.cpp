@@ -90,4 +90,29 @@ TEST(Entity, aCopyTakenAndDroppedDuringTheAnnouncementDoesNotDestroyTwice) {
   EXPECT_EQ(watch->told, std::vector<Zint::AttributeId>{257});
 }
 
+TEST(Entity, parent_isNullOnceTheParentIsDestroyed) {
+  Ptr<Thing> parent = makePtr<Thing>("parent");
+  const Ptr<Thing> child = makePtr<Thing>("child"), second = makePtr<Thing>("second");
+  child->parentIs(parent.ptr(), 258);
+  second->parentIs(parent.ptr(), 259);
+  parent = nullptr;
+  EXPECT_EQ(child->parent(), nullptr);
+  EXPECT_EQ(second->parent(), nullptr);
+  const Ptr<Thing> other = makePtr<Thing>("other");
+  child->parentIs(other.ptr(), 260);
+  EXPECT_EQ(child->parent(), other.ptr());
+  EXPECT_EQ(second->parent(), nullptr);
+}
+
+TEST(Entity, parent_outlivesItsChildren) {
+  const Ptr<Thing> parent = makePtr<Thing>("parent");
+  makePtr<Thing>("child")->parentIs(parent.ptr(), 258);
+  const Ptr<Thing> child = makePtr<Thing>("child");
+  child->parentIs(parent.ptr(), 258);
+  child->parentIs(child->parent(), 259);
+  EXPECT_EQ(child->parent(), parent.ptr());
+  child->parentIs(nullptr, 0);
+  EXPECT_EQ(child->parent(), nullptr);
+}
+
 }  // namespace

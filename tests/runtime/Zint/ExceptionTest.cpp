@@ -40,4 +40,13 @@ TEST(Exception, isCopiedWithItsMessage) {
   EXPECT_STREQ(copy.what(), "far");
 }
 
+// what() is a C string: a NUL in the message is written as text forms write it.
+TEST(Exception, what_isWholeBeyondANul) {
+  const Zint::String8 message(std::string("a\0b", 3));
+  const Zint::RangeException exception(message);
+  EXPECT_STREQ(exception.what(), "a\\x00b");
+  EXPECT_EQ(exception.message(), message);
+  EXPECT_EQ(Probes::rangeMessage([&] { Zint::throwRangeException(message); }), "a\\x00b");
+}
+
 }  // namespace

@@ -207,8 +207,7 @@ TEST(HashMap, insertingTheLastMemberOfAChainASecondTimeFailsAnAssertion) {
 TEST(HashMap, insertingASecondMemberOfAKeyFailsAnAssertion) {
   Map<U32> map;
   insert(map, 1u);
-  EXPECT_DEATH(insert(map, 1u),
-               assertionOfInsert("*place == nullptr || !((*place)->fwkKey() == key)"));
+  EXPECT_DEATH(insert(map, 1u), assertionOfInsert("!place.holdsKey"));
 }
 
 // Enters its map anew, under other keys, when it is destroyed.
@@ -477,6 +476,14 @@ TEST(HashMap, aMillionMembersAreDestroyedWithoutRecursion) {
   ASSERT_GE(chain, 4000u);
   onSmallStack([&] { map = nullptr; });
   EXPECT_EQ(Member<Placed>::living, 0);
+}
+
+TEST(HashMap, insertingNullIsRefusedAndNothingChanges) {
+  Map<U32> map;
+  insert(map, 1u);
+  EXPECT_EQ(Probes::rangeMessage([&] { map.insert(nullptr); }),
+            "null _t parameter to mutator for Zint::HashMap::insert not allowed\"");
+  EXPECT_EQ(map.size(), 1u);
 }
 
 }  // namespace

@@ -214,4 +214,42 @@ TEST_F(LinkQueueTest, aMillionMembersAreDestroyedWithoutRecursion) {
   EXPECT_EQ(Member<U32>::living, 0);
 }
 
+constexpr const char* insertTwice = "assertion \"link\\(\\*member\\).next_ == nullptr\" failed";
+
+TEST_F(LinkQueueTest, aQueuedMemberFailsAnAssertion) {
+  const auto first = enq("a");
+  const auto second = enq("b");
+  EXPECT_DEATH(queue.enq(first), insertTwice);
+  EXPECT_DEATH(queue.enq(second), insertTwice) << "the last one, too";
+  EXPECT_DEATH(queue.insert(7, second), insertTwice);
+  Queue<U32> other;
+  EXPECT_DEATH(other.enq(first), insertTwice);
+  EXPECT_DEATH(other.enq(second), insertTwice);
+}
+
+TEST_F(LinkQueueTest, aMemberThatHasLeftMayEnterAnotherQueue) {
+  const auto a = enq("a"), b = enq("b"), c = enq("c"), d = enq("d");
+  queue.del(b->zint_index());
+  queue.del(d->zint_index());
+  queue.deq();
+  queue.delAll();
+  Queue<U32> other;
+  for (const auto& member : {a, b, c, d}) other.enq(member);
+  EXPECT_EQ(other.size(), 4u);
+  EXPECT_EQ(a->references(), 2u);
+  EXPECT_EQ(d->references(), 2u);
+  EXPECT_EQ(other.after(*c), d.ptr());
+  EXPECT_EQ(other.after(*d), nullptr);
+}
+
+TEST_F(LinkQueueTest, aNullMemberIsRefusedAndNothingChanges) {
+  enq("a");
+  EXPECT_EQ(rangeMessage([&] { queue.enq(nullptr); }),
+            "null _member parameter to mutator for Zint::LinkQueue::enq not allowed\"");
+  EXPECT_EQ(rangeMessage([&] { queue.insert(9, nullptr); }),
+            "null _member parameter to mutator for Zint::LinkQueue::insert not allowed\"");
+  EXPECT_THAT(indices(), ElementsAre(0));
+  EXPECT_EQ(queue.metadata(), (Queue<U32>::Metadata{0, 1}));
+}
+
 }  // namespace

@@ -148,7 +148,12 @@ TEST(ObjectText, reading_aFailureLeavesPositionAndValue) {
 }
 
 TEST(ObjectText, reading_whatFollowsIsJunk) {
-  EXPECT_EQ(rangeMessage([] { read("nullish"); }), "junk at column 4 deserializing nullish");
+  EXPECT_EQ(rangeMessage([] { read("nullish"); }),
+            "junk at column 4 deserializing Zint::PtrInterface");
+  EXPECT_EQ(rangeMessage([] { read<Zint::Clock>("null ish"); }),
+            "junk at column 4 deserializing Zint::Clock");
+  EXPECT_EQ(rangeMessage([] { (void)Zint::strepToValue<Ptr<const Zint::Clock>>("null "); }),
+            "junk at column 4 deserializing Zint::Clock");
 }
 
 // Its text is asked for while the destructor runs: it has one, but is not found by it.

@@ -211,4 +211,12 @@ TEST_F(RbTreeMapTest, visitsWhatLiesAheadWhateverComesAndGoes) {
   }
 }
 
+TEST(RbTreeMap, insertingNullIsRefusedAndNothingChanges) {
+  Map map;
+  map.insert(makePtr<Member>(1u));
+  EXPECT_EQ(Probes::rangeMessage([&] { map.insert(nullptr); }),
+            "null _member parameter to mutator for Zint::RbTreeMap::insert not allowed\"");
+  EXPECT_EQ(map.size(), 1u);
+}
+
 }  // namespace

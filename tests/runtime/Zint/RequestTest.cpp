@@ -41,7 +41,7 @@ TEST_F(RequestTest, stateIs_storesAndAnnouncesAlsoTheSameState) {
   request->stateIs(Request::start_);
   request->stateIs(Request::start_);
   EXPECT_EQ(request->state(), Request::start_);
-  EXPECT_THAT(watch->told, ElementsAre(state, state));
+  EXPECT_THAT(watch->told, ElementsAre(state, generation, state, generation));
 }
 
 TEST_F(RequestTest, statusIs_storesAndAnnouncesAlsoTheSameStatus) {
@@ -88,7 +88,7 @@ TEST_F(RequestTest, stateIs_hasStoredTheCommandWhenItIsAnnounced) {
     EXPECT_EQ(request->generation(), 1u);
   };
   request->stateIs(Request::start_);
-  EXPECT_THAT(watch->told, ElementsAre(state));
+  EXPECT_THAT(watch->told, ElementsAre(state, generation));
 }
 
 TEST_F(RequestTest, attributeString_namesItsMembers) {
@@ -121,7 +121,7 @@ TEST_F(RequestTest, stateIs_runsTheOwnHandlerBeforeTheNotifiees) {
   watch->notifierIs(serving);
   watch->reaction = [&] { log += "notifiee;"; };
   serving->stateIs(Request::start_);
-  EXPECT_EQ(log, "own;notifiee;");
+  EXPECT_EQ(log, "own;notifiee;notifiee;");
 }
 
 TEST_F(RequestTest, stateIs_survivesAHandlerThatDropsTheRequest) {
@@ -154,7 +154,31 @@ TEST_F(RequestTest, aTypedNotifieeIsCalledPerAttribute) {
   request->statusIs(Request::failed_);
   request->generationIs(9);
   request->isNondestructingIs(false);
-  EXPECT_EQ(typed->log, "state;status;generation;isNondestructing;");
+  EXPECT_EQ(typed->log, "state;generation;status;generation;isNondestructing;");
+}
+
+TEST_F(RequestTest, stateIs_announcesTheGenerationAfterTheState) {
+  request->stateIs(Request::start_);
+  EXPECT_THAT(watch->told, ElementsAre(state, generation));
+  struct Seen : Request::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onGeneration() override { seen = static_cast<const Request*>(notifier())->generation(); }
+    U32 seen = 0;
+  };
+  const Ptr<Seen> seen = makePtr<Seen>(nullptr, request);
+  request->stateIs(Request::stop_);
+  EXPECT_EQ(seen->seen, 2u);
+}
+
+// Each generation is announced once: the later command announces its own.
+TEST_F(RequestTest, stateIs_whileTheStateIsAnnouncedAnnouncesEachGenerationOnce) {
+  watch->reaction = [this] {
+    if (watch->attribute() == state && request->state() == Request::start_)
+      request->stateIs(Request::stop_);
+  };
+  request->stateIs(Request::start_);
+  EXPECT_THAT(watch->told, ElementsAre(state, state, generation));
+  EXPECT_EQ(request->generation(), 2u);
 }
 
 }  // namespace

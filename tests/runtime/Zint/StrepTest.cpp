@@ -298,4 +298,15 @@ TEST(StrepBool, nothingBehindTheEndIsLookedAt) {
   }
 }
 
+TEST(Strep, junk_namesAllOfATextWithANul) {
+  const String8 text(std::string("a\0b", 3));
+  try {
+    Zint::junkRefused(text, text.begin() + 1, text);
+    ADD_FAILURE();
+  } catch (const Zint::RangeException& exception) {
+    EXPECT_EQ(exception.message(), String8("junk at column 1 deserializing ") + text);
+    EXPECT_STREQ(exception.what(), "junk at column 1 deserializing a\\x00b");
+  }
+}
+
 }  // namespace

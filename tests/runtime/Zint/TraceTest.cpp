@@ -4,9 +4,16 @@
 #include <gmock/gmock.h>
 #include <runtime/Probes.h>
 
+#include <atomic>
+#include <condition_variable>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <utility>
 
 namespace {
 
@@ -192,6 +199,100 @@ TEST_F(TraceTest, withoutASinkLinesGoToStandardError) {
   const std::string written = testing::internal::GetCapturedStderr();
   Zint::traceSinkIs(&trace);
   EXPECT_THAT(written, HasSubstr("TraceTest 0 Chips/Mine:42 built: n=1\n"));
+}
+
+// Throws whatever it is told to.
+class ThrowingSink : public Zint::TraceSink {
+ public:
+  explicit ThrowingSink(std::function<void()> doThrow) : doThrow_(std::move(doThrow)) {}
+  void traceLine(const Zint::TraceLine&) override { doThrow_(); }
+
+ private:
+  std::function<void()> doThrow_;
+};
+
+TEST_F(TraceTest, whatASinkThrowsNeverReachesWhoTraces) {
+  for (const std::function<void()>& doThrow : std::vector<std::function<void()>>{
+           [] { throw std::bad_alloc(); }, [] { throw Zint::RangeException("far"); },
+           [] { throw std::runtime_error("full"); }, [] { throw 7; }}) {
+    ThrowingSink sink(doThrow);
+    Zint::traceSinkIs(&sink);
+    EXPECT_NO_THROW(EXPECT_TRUE(built(0)));
+    Zint::traceSinkIs(&trace);
+  }
+}
+
+TEST_F(TraceTest, whatATextThrowsNeverReachesWhoTraces) {
+  const auto text = []() -> const char* { throw std::runtime_error("no text"); };
+  EXPECT_NO_THROW(ZINT_TRACE_CONTEXT(handle, 0, "", "Chips/Mine", 42, text()));
+  EXPECT_THAT(trace.full, IsEmpty());
+}
+
+TEST_F(TraceTest, aNulInANameDoesNotCutTheText) {
+  const Zint::String8 name(std::string("a\0b", 3));
+  ZINT_TRACE_CONTEXT(handle, 0, "", "Chips/Mine", 42, name << ": written");
+  ASSERT_EQ(trace.full.size(), 1u);
+  EXPECT_EQ(trace.full[0].text, "a\\x00b: written");
+}
+
+// Keeps the first thread inside, until it is let go; lets the others pass.
+class BusySink : public Zint::TraceSink {
+ public:
+  void traceLine(const Zint::TraceLine&) override {
+    std::unique_lock lock(mutex);
+    if (std::exchange(isUsed, true)) return;
+    inside = true;
+    changed.notify_all();
+    changed.wait(lock, [this] { return mayGo; });
+    inside = false;
+  }
+  void waitUntilInside() {
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return inside; });
+  }
+  void letGo() {
+    const std::lock_guard lock(mutex);
+    mayGo = true;
+    changed.notify_all();
+  }
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool isUsed = false, inside = false, mayGo = false;
+};
+
+TEST_F(TraceTest, traceSinkIs_returnsWhenNoThreadIsInsideTheOldSink) {
+  auto busy = std::make_unique<BusySink>();
+  Zint::traceSinkIs(busy.get());
+  std::thread tracing([this] { built(0); });
+  busy->waitUntilInside();
+  bool wasInside = false;
+  std::atomic<bool> replaced = false;
+  std::thread replacing([&] {
+    Zint::traceSinkIs(&trace);
+    wasInside = busy->inside;  // under no lock: nobody else is there any more
+    busy = nullptr;
+    replaced = true;
+  });
+  // The new sink takes lines while the old one is still busy.
+  while (trace.full.empty()) built(0);
+  EXPECT_FALSE(replaced);
+  busy->letGo();
+  replacing.join();
+  tracing.join();
+  EXPECT_FALSE(wasInside);
+}
+
+// It would wait for itself: it returns at once, and the sink may be destroyed after its traceLine.
+TEST_F(TraceTest, traceSinkIs_ofASinkThatReplacesItselfReturnsAtOnce) {
+  ThrowingSink* self = nullptr;
+  ThrowingSink sink([&] { EXPECT_EQ(Zint::traceSinkIs(&trace), self); });
+  self = &sink;
+  Zint::traceSinkIs(&sink);
+  EXPECT_TRUE(built(0));
+  EXPECT_THAT(trace.full, IsEmpty());
+  EXPECT_TRUE(built(0));
+  EXPECT_EQ(trace.full.size(), 1u);
 }
 
 }  // namespace
