@@ -127,6 +127,7 @@ void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
 
 void HardwareShadow::doStartAudit() {
   if (state_ != auditing_ || overrideHardware_) return;
+  const Ptr self(this);
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::doStartAudit");
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
@@ -137,7 +138,6 @@ void HardwareShadow::doStartAudit() {
     UMBRA_ASSERT(__LINE__, dirty);
     std::memset(dirty->data(), 0, dirty->size());
   }
-  const Ptr self(this);
   const U32 change = stateChanges_;
   // The clock that the next pass is armed on; it is the one of now() when it called this.
   lastAuditStartTimeIs(clock_ == nullptr ? Zint::now() : clock_->notifier()->time());
@@ -147,6 +147,7 @@ void HardwareShadow::doStartAudit() {
 
 void HardwareShadow::handleAuditReadRequestStatus() {
   if (state_ != auditing_) return;
+  const Ptr self(this);
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::handleAuditReadRequestStatus " << request->status());
@@ -160,9 +161,9 @@ void HardwareShadow::handleAuditReadRequestStatus() {
 }
 
 void HardwareShadow::doAuditChips() {
-  UMBRA_TRACE(0, __LINE__, "HardwareShadow::doAuditChips");
-  // Held: a repair or an observer may drop the request, a region or this shadow.
+  // Held: a trace's receiver, a repair or a notifiee may drop the request, a region or this shadow.
   const Ptr self(this);
+  UMBRA_TRACE(0, __LINE__, "HardwareShadow::doAuditChips");
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
   const U32 change = stateChanges_;

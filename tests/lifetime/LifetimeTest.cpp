@@ -104,7 +104,8 @@ const Operation operations[] = {
      }},
     {"write the last region's data to another region",
      [](HardwareShadow& s, ChipMemory& a) {
-       s.shadowWriteHack(ChipAddress(0x2004), a.shadow()->data() + 4, 8);
+       // Not from its store: an override may release that, and only the written region's is held.
+       s.shadowWriteHack(ChipAddress(0x2004), a.hardware()->data() + 4, 8);
      }},
     {"write to the last region found",
      [](HardwareShadow& s, ChipMemory& a) {
@@ -127,8 +128,8 @@ const Operation operations[] = {
     {"read from the last region found",
      [](HardwareShadow& s, ChipMemory&) { s.readFromCache(s.lastChipMemory(), 0, outside, 32); }},
     {"read a part past the end",
-     [](HardwareShadow& s, ChipMemory&) { s.readFromCache(s.lastChipMemory(), 7, outside, 6); }},
-    {"clear a range", [](HardwareShadow&, ChipMemory& a) { a.doClearRange(2, 8, true); }},
+     [](HardwareShadow& s, ChipMemory&) { s.readFromCache(s.lastChipMemory(), 23, outside, 6); }},
+    {"clear a range", [](HardwareShadow&, ChipMemory& a) { a.doClearRange(21, 24, true); }},
     {"write back", [](HardwareShadow&, ChipMemory& a) { a.writeback(false); }},
     {"write back the initialized", [](HardwareShadow&, ChipMemory& a) { a.writeback(true); }},
     {"handle the mode", [](HardwareShadow&, ChipMemory& a) { a.handleMode(); }},
@@ -161,6 +162,7 @@ const Operation operations[] = {
      [](HardwareShadow& s, ChipMemory& a) {
        a.entryInitializedDel(3);
        a.hardware()->data()[12] = 1;
+       const HardwareShadow::Ptr held(&s);
        s.stateIs(HardwareShadow::auditing());
        if (s.auditReadRequest()) s.doAuditChips();
      }},
@@ -203,8 +205,8 @@ class Lifetime : public testing::Test {
     Fakes::ManualLoop loop;
     owner.activity = loop.activity;
     owner.ham = hamSlot.make();
-    owner.a = regionSlot.make("a", 0x1000, 8, 4, owner.ham);
-    owner.b = regionSlot.make("b", 0x2000, 8, 4, owner.ham);
+    owner.a = regionSlot.make("a", 0x1000, 24, 4, owner.ham);
+    owner.b = regionSlot.make("b", 0x2000, 24, 4, owner.ham);
     owner.shadow = Hardware::hardwareShadowFactory(owner.activity, nullptr);
     for (const ChipMemory::Ptr& cm : {owner.a, owner.b}) {
       cm->shadowEnabledIs(true);
