@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "fakes/ShadowTest.h"
-#include "simulation/Random.h"
+#include "support/Random.h"
 
 namespace {
 
@@ -129,7 +129,7 @@ std::string textOf(bool answer) { return answer ? "true" : "false"; }
 // --- Random steps --------------------------------------------------------------------------------
 
 // One step, drawn once and taken in both worlds.
-std::function<std::string(World&)> drawnStep(Simulation::Random& random, U32 entrySize) {
+std::function<std::string(World&)> drawnStep(Support::Random& random, U32 entrySize) {
   const U32 kind = random.below(32), r = random.below(2), entry = random.below(26);
   const U32 count = (random.below(3) == 0) ? random.below(20) : 1;
   U32 size = count * entrySize;
@@ -215,7 +215,7 @@ void compareRandomly(
         onFastPath) {
   constexpr U32 sizes[] = {1, 2, 3, 4, 4, 4, 8, 5, 16, 0};
   for (U64 seed = 1; seed <= seeds; ++seed) {
-    Simulation::Random random(seed);
+    Support::Random random(seed);
     const U32 entrySize = sizes[random.below(10)];
     World fast(regionSlot, hamSlot, 20, entrySize), reference(regionSlot, hamSlot, 20, entrySize);
     const Switch by = everySwitch[random.below(5)];
