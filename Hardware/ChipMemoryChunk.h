@@ -1,4 +1,5 @@
-// The regions of one chip memory id, as two dense arrays in ascending order of their offsets.
+// The lower level of the address index: the regions of one memory id, in two dense arrays in
+// ascending order of their offsets.
 #pragma once
 
 #include <Hardware/ChipMemory.h>
@@ -26,32 +27,60 @@ class UMBRA_API ChipMemoryChunk : public Zint::Entity, public Zint::HashMapLink<
 
   // The number of regions.
   ChipMemoryArrayIndex nextIndex() const { return nextIndex_; }
-  void nextIndexIs(ChipMemoryArrayIndex nextIndex) { nextIndex_ = nextIndex; }
+  void nextIndexIs(ChipMemoryArrayIndex nextIndex) {
+    isIntact_ = false;
+    nextIndex_ = nextIndex;
+  }
 
   // The low word of the start address of each region.
   U32 offset(ChipMemoryArrayIndex index) const { return offset_.at(index); }
-  const U32* offsetData() const { return offset_.data(); }
   U32 offsets() const { return offset_.size(); }
-  void offsetIs(ChipMemoryArrayIndex index, U32 offset) { offset_.atIs(index, offset); }
-  void offsetDel(ChipMemoryArrayIndex index) { offset_.del(index); }
-  void offsetDelAll() { offset_.delAll(); }
+  void offsetIs(ChipMemoryArrayIndex index, U32 offset) {
+    isIntact_ = false;
+    offset_.atIs(index, offset);
+  }
+  void offsetDel(ChipMemoryArrayIndex index) {
+    isIntact_ = false;
+    offset_.del(index);
+  }
+  void offsetDelAll() {
+    isIntact_ = false;
+    offset_.delAll();
+  }
 
   // The region that starts at (fwkKey, offset[index]).
   ChipMemory::Ptr chipMemory(ChipMemoryArrayIndex index) const { return chipMemory_.at(index); }
-  const ChipMemory::Ptr* chipMemoryData() const { return chipMemory_.data(); }
   U32 chipMemorys() const { return chipMemory_.size(); }
   void chipMemoryIs(ChipMemoryArrayIndex index, const ChipMemory::Ptr& chipMemory) {
+    isIntact_ = false;
     chipMemory_.atIs(index, chipMemory);
   }
-  void chipMemoryDel(ChipMemoryArrayIndex index) { chipMemory_.del(index); }
-  void chipMemoryDelAll() { chipMemory_.delAll(); }
+  void chipMemoryDel(ChipMemoryArrayIndex index) {
+    isIntact_ = false;
+    chipMemory_.del(index);
+  }
+  void chipMemoryDelAll() {
+    isIntact_ = false;
+    chipMemory_.delAll();
+  }
 
-  // Broken rules of the index: offsets out of order, missing regions.
+  // The number of broken rules: offsets out of order, missing regions.
   U32 auditErrors() const override;
 
  private:
+  friend class AddressIndex;
+
+  // Stores a region at `index`, the first free one. The caller advances nextIndex.
+  void store(ChipMemoryArrayIndex index, const ChipMemory::Ptr& chipMemory) {
+    offset_.atIs(index, chipMemory->address().chipMemoryOffset());
+    chipMemory_.atIs(index, chipMemory);
+  }
+
   const U32 fwkKey_;
   ChipMemoryArrayIndex nextIndex_;
+  // Whether the arrays are as the index builds them: `nextIndex_` ascending offsets, each with the
+  // region that starts there. False once anything was changed by hand.
+  bool isIntact_ = true;
   Zint::DynArray<U32, ChipMemoryArrayIndex> offset_;
   Zint::DynArray<ChipMemory::Ptr, ChipMemoryArrayIndex> chipMemory_;
 };

@@ -1,7 +1,20 @@
 #include <Hardware/ChipReadRequest.h>
+
 #include <Hardware/Umbra.h>
 
 namespace Hardware {
+namespace {
+
+ChipMemory::Ptr refuseNull(const ChipMemory::Ptr& chipMemory) {
+  if (chipMemory == nullptr) {
+    Zint::throwRangeException(
+        "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not "
+        "allowed\"");
+  }
+  return chipMemory;
+}
+
+}  // namespace
 
 ChipReadRequest::~ChipReadRequest() = default;
 ChipReadRequest::NotifieeConst::~NotifieeConst() = default;
@@ -18,32 +31,31 @@ ChipMemory::Ptr ChipReadRequest::chipMemory(const ChipAddress& address) const {
 }
 
 void ChipReadRequest::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  if (chipMemory == nullptr) {
-    Zint::throwRangeException(
-        "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not "
-        "allowed\"");
-  }
-  const Ptr self(this);  // a replaced region's end may drop this request
-  const ChipAddress address = chipMemory->address();
-  if (ZintChipMemory* member = chipMemory_.find(address); member == nullptr) {
-    newChipMemory(chipMemory);
-  } else if (member->chipMemory() == chipMemory) {
+  const ChipMemory::Ptr cm = refuseNull(chipMemory);
+  const Ptr self(this);  // the destructor of a replaced region may drop this request
+  const Zint::Ptr<ZintChipMemory> member = chipMemory_.find(cm->address());
+  if (member == nullptr) {
+    newChipMemory(cm);
+  } else if (member->chipMemory() == cm) {
     return;
   } else {
-    member->chipMemoryIs(chipMemory);
+    member->chipMemoryIs(cm);
   }
-  chipMemoryNotify(address);
+  chipMemoryNotify(cm->address());
 }
 
 void ChipReadRequest::newChipMemory(const ChipMemory::Ptr& chipMemory) {
-  chipMemory_.insert(Zint::makePtr<ZintChipMemory>(chipMemory));
+  chipMemory_.insert(Zint::makePtr<ZintChipMemory>(refuseNull(chipMemory)));
+}
+
+void ChipReadRequest::ZintChipMemory::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
+  chipMemory_ = refuseNull(chipMemory);
 }
 
 ChipMemory::Ptr ChipReadRequest::chipMemoryDel(const ChipAddress& address) {
   const Zint::Ptr<ZintChipMemory> member = chipMemory_.del(address);
   if (member == nullptr) return nullptr;
-  const ChipAddress removed = member->fwkKey();  // the argument may have gone with the region
-  chipMemoryNotify(removed);
+  chipMemoryNotify(member->fwkKey());
   return member->chipMemory();
 }
 
@@ -53,9 +65,10 @@ void ChipReadRequest::chipMemoryDelAll() {
 }
 
 void ChipReadRequest::chipMemoryNotify(const ChipAddress& address) {
-  notifyEach<NotifieeConst>(Id::chipMemory, [&address](NotifieeConst& notifiee) {
+  const ChipAddress changed = address;
+  notifyEach<NotifieeConst>(Id::chipMemory, [&changed](NotifieeConst& notifiee) {
     notifiee.onChipMemoryzintImmediate();
-    notifiee.onChipMemory(address);
+    notifiee.onChipMemory(changed);
   });
 }
 

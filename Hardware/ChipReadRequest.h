@@ -2,7 +2,7 @@
 //
 //   auto request = chipReadRequestFactory("dump");
 //   request->chipMemoryIs(table);
-//   request->stateIs(Zint::Request::start_);   // a ChipReader that watches it reads every region
+//   request->stateIs(Zint::Request::start_);   // the ChipReader of this request reads every region
 //   ... onStatus(): request->status() == Zint::Request::done_
 #pragma once
 
@@ -39,14 +39,16 @@ class UMBRA_API ChipReadRequest : public Zint::Request {
     using NotifieeOf::NotifieeOf;
   };
 
-  // A member of the set: its own link, so that a region of a directory can be in a request as well.
-  class ZintChipMemory : public Zint::PtrInterface, public Zint::HashMapLink<ZintChipMemory> {
+  // A member of the set. It has a hash link of its own, so that a region can be in a directory and
+  // in requests at the same time.
+  class UMBRA_API ZintChipMemory : public Zint::PtrInterface,
+                                   public Zint::HashMapLink<ZintChipMemory> {
    public:
     explicit ZintChipMemory(const ChipMemory::Ptr& chipMemory)
         : fwkKey_(chipMemory->address()), chipMemory_(chipMemory) {}
     const ChipAddress& fwkKey() const { return fwkKey_; }
     const ChipMemory::Ptr& chipMemory() const { return chipMemory_; }
-    void chipMemoryIs(const ChipMemory::Ptr& chipMemory) { chipMemory_ = chipMemory; }
+    void chipMemoryIs(const ChipMemory::Ptr& chipMemory);
 
    private:
     const ChipAddress fwkKey_;
@@ -62,22 +64,22 @@ class UMBRA_API ChipReadRequest : public Zint::Request {
   ~ChipReadRequest() override;
 
  public:
-  // The reaction to `state` lies with the reader.
+  // Nothing: the reader reacts to `state`.
   void handleState() override {}
 
   // --- The regions, at most one per base address ---
 
   // Iterated in ascending order of the bit-reversed low address word.
 
-  // The region at that address, null when there is none.
+  // The region at that address, null if there is none.
   ChipMemory::Ptr chipMemory(const ChipAddress& address) const;
   U32 chipMemorys() const { return chipMemory_.size(); }
   ChipMemoryIteratorConst chipMemoryIterator() const { return chipMemory_.iterator(); }
-  // Adds a region under its address, in place of another one there; nothing when it is the one
-  // there. Null: a range exception.
+  // Adds a region under its address; it replaces another one there. Nothing happens if it is the
+  // one there. Null: a range exception.
   void chipMemoryIs(const ChipMemory::Ptr& chipMemory);
   void newChipMemory(const ChipMemory::Ptr& chipMemory);
-  // Returns the removed region, null when there was none.
+  // Returns the removed region, null if there was none.
   ChipMemory::Ptr chipMemoryDel(const ChipAddress& address);
   void chipMemoryDelAll();
 

@@ -1,4 +1,4 @@
-// The shadow's attributes and its two reactors; birth and end.
+// The shadow's attributes and its two reactors, its constructor and destructor.
 #include <Hardware/HardwareShadow.h>
 #include <Hardware/Umbra.h>
 
@@ -15,7 +15,8 @@ HardwareShadow::HardwareShadow(const Zint::Ptr<Zint::ActivityConfig>& activity,
   if (clock != nullptr) newClock(clock);
 }
 
-// No reactor fires during the teardown; the members go in the reverse order of their declaration.
+// No reactor fires during the destruction. The members are destroyed in the reverse order of their
+// declaration.
 HardwareShadow::~HardwareShadow() {
   HardwareShadow::zintDoZombieReactors(true);
   if (clock_ != nullptr) clock_->hardwareShadowIs(nullptr);
@@ -31,22 +32,15 @@ void HardwareShadow::hasNotificationActiveIs(bool active) {
   PtrInterface::hasNotificationActiveIs(active);
 }
 
-U32 HardwareShadow::auditErrors() const {
-  U32 errors = 0;
-  for (U16 i = 0; i < nextIndex_; ++i) {
-    const ChipMemoryChunk::Ptr chunk = chipMemoryChunkArray_.at(i);
-    if (chunk == nullptr || chunk->fwkKey() != chipMemoryId_.at(i)) ++errors;
-    if (i > 0 && chipMemoryId_.at(i) <= chipMemoryId_.at(static_cast<U16>(i - 1))) ++errors;
-    if (chunk != nullptr) errors += chunk->auditErrors();
-  }
-  return errors;
-}
+U32 HardwareShadow::auditErrors() const { return index_.auditErrors(); }
 
 void HardwareShadow::zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity) {
   if (zintFwkActivity_ == activity) return;
-  if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
-  if (auditReadRequest_ != nullptr) auditReadRequest_->zintFwkActivityIs(activity);
-  zintFwkActivity_ = activity;  // last: the clock's notifiee refuses a null one
+  const Ptr self(this);
+  Zint::Ptr<Zint::ActivityConfig> held = activity;
+  if (clock_ != nullptr) clock_->zintFwkActivityIs(held);
+  if (auditReadRequest_ != nullptr) auditReadRequest_->zintFwkActivityIs(held);
+  zintFwkActivity_.swap(held);  // last: the clock's notifiee refuses a null one
   notify(Id::zintFwkActivity);
 }
 
@@ -57,7 +51,7 @@ void HardwareShadow::zintDoZombieReactors(bool zombie) {
   zintMarkedForDeletionIs(zombie);
 }
 
-// --- Plain attributes ---
+// --- Attributes without reaction ---
 
 void HardwareShadow::overrideHardwareIs(bool overrideHardware) {
   if (Zint::updated(overrideHardware_, overrideHardware)) notify(Id::overrideHardware);
@@ -75,15 +69,6 @@ void HardwareShadow::lastAuditStartTimeIs(const Zint::Seconds& time) {
   if (Zint::updated(lastAuditStartTime_, time)) notify(Id::lastAuditStartTime);
 }
 
-void HardwareShadow::lastChipMemoryIs(const ChipMemory::Ptr& cm) {
-  const Ptr self(this);
-  if (Zint::updated(lastChipMemory_, cm)) notify(Id::lastChipMemory);
-}
-
-void HardwareShadow::nextIndexIs(ChipMemoryArrayIndex nextIndex) {
-  if (Zint::updated(nextIndex_, nextIndex)) notify(Id::nextIndex);
-}
-
 void HardwareShadow::chipMemoryEntriesUnderAuditIs(U32 entries) {
   if (Zint::updated(chipMemoryEntriesUnderAudit_, entries)) notify(Id::chipMemoryEntriesUnderAudit);
 }
@@ -96,7 +81,7 @@ Zint::Ptr<const Zint::Clock> HardwareShadow::clock() const {
 
 void HardwareShadow::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   if (clock == this->clock()) return;
-  const Ptr self(this);  // the end of the old one may drop this shadow
+  const Ptr self(this);  // the destructor of the old one may drop this shadow
   clock == nullptr ? clockDel() : newClock(clock);
   notify(Id::clock);
 }
@@ -141,29 +126,12 @@ void HardwareShadow::auditReadRequestDel() {
   auditReadRequest_ = nullptr;
 }
 
-HardwareShadow::ZintChipMemory::ZintChipMemory(HardwareShadow* shadow,
-                                               const ChipMemory::Ptr& chipMemory)
-    : ChipMemory::NotifieeConst(shadow->zintFwkActivity(), chipMemory, false),
-      fwkKey_(chipMemory->address()),
-      chipMemory_(chipMemory) {}
-
-HardwareShadow::ZintChipMemory::~ZintChipMemory() = default;
-
-void HardwareShadow::ZintChipMemory::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  notifierIs(chipMemory);
-  chipMemory_ = chipMemory;
-}
-
 HardwareShadow::ZintClock::ZintClock(HardwareShadow* shadow,
                                      const Zint::Ptr<const Zint::Clock>& clock)
     : Zint::Clock::NotifieeConst(shadow->zintFwkActivity(), clock, shadow->hasNotificationActive()),
       shadow_(shadow) {}
 
 HardwareShadow::ZintClock::~ZintClock() = default;
-
-void HardwareShadow::ZintClock::onTime() {
-  if (const HardwareShadow::Ptr shadow = shadow_; shadow != nullptr) shadow->doStartAudit();
-}
 
 HardwareShadow::ZintAuditReadRequest::ZintAuditReadRequest(HardwareShadow* shadow,
                                                            const ChipReadRequest::Ptr& request)
@@ -174,13 +142,7 @@ HardwareShadow::ZintAuditReadRequest::ZintAuditReadRequest(HardwareShadow* shado
 
 HardwareShadow::ZintAuditReadRequest::~ZintAuditReadRequest() = default;
 
-void HardwareShadow::ZintAuditReadRequest::onStatus() {
-  if (const HardwareShadow::Ptr shadow = shadow_; shadow != nullptr) {
-    shadow->handleAuditReadRequestStatus();
-  }
-}
-
-// --- Observers ---
+// --- Notifiees ---
 
 HardwareShadow::NotifieeConst::NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                              const Zint::Ptr<const HardwareShadow>& shadow)

@@ -10,13 +10,14 @@
 // Every operation belongs to the activity's thread. Broken rules are fatal assertions.
 #pragma once
 
+#include <Hardware/AddressIndex.h>
 #include <Hardware/ChipMemory.h>
-#include <Hardware/ChipMemoryChunk.h>
 #include <Hardware/ChipReadRequest.h>
 #include <Zint/Activity.h>
-#include <Zint/DynArray.h>
+#include <Zint/Epoch.h>
 #include <Zint/RbTreeMap.h>
 #include <concepts>
+#include <vector>
 
 namespace Hardware {
 
@@ -75,7 +76,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
       return static_cast<const HardwareShadow*>(Zint::NotifieeConst::notifier());
     }
     void handleNotification(Zint::ActivityConfig* activity) override;
-    virtual void onState() {}  // announced before the shadow acts on it
+    virtual void onState() {}  // called before the shadow acts on the state
     virtual void onOverrideHardware() {}
     virtual void onMinIntervalBetweenAudits() {}
     virtual void onChipMemory(const ChipAddress&) {}  // registered, re-bound or removed
@@ -90,7 +91,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
     using NotifieeOf::NotifieeOf;
   };
 
-  // Binds one registered region; owned by the registry. It hears of nothing.
+  // Binds one registered region; owned by the registry. It is not notified of anything.
   class UMBRA_API ZintChipMemory : public ChipMemory::NotifieeConst {
    public:
     ZintChipMemory(HardwareShadow* shadow, const ChipMemory::Ptr& chipMemory);
@@ -107,7 +108,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   };
   using ChipMemoryIteratorConst = Zint::RbTreeMap<ZintChipMemory, ChipAddress>::Iterator;
 
-  // Begins each audit pass.
+  // Starts each audit pass.
   class UMBRA_API ZintClock : public Zint::Clock::NotifieeConst {
    public:
     ZintClock(HardwareShadow* shadow, const Zint::Ptr<const Zint::Clock>& clock);
@@ -121,7 +122,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
     HardwareShadow* shadow_;  // not a counted reference
   };
 
-  // Learns that the hardware has been read.
+  // Continues the pass when the hardware has been read.
   class UMBRA_API ZintAuditReadRequest : public ChipReadRequest::NotifieeConst {
    public:
     ZintAuditReadRequest(HardwareShadow* shadow, const ChipReadRequest::Ptr& request);
@@ -152,8 +153,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
 
  public:
   // --- Virtual operations, in slot order ---------------------------------------------------------
-  // Rewrites one entry of the chip from `data` (entrySize bytes) and counts it; the shadow, its
-  // bits and the hardware buffer stay as they are.
+  // Rewrites one entry of the chip from `data` (entrySize bytes) and counts the repair. The buffers
+  // and bitmaps are not changed. Null: a range exception.
   virtual void doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data);
   virtual void zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity);
   // (Un)marks this and its reactors as being deleted.
@@ -162,9 +163,11 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // --- Control ---
   const Zint::Ptr<Zint::ActivityConfig>& zintFwkActivity() const { return zintFwkActivity_; }
   State state() const { return state_; }
-  // Stores and announces the value, then acts on it. configured goes on to idle by itself; auditing
-  // goes back to idle when there is nothing to audit.
+  // Stores the value, notifies, then acts on it. configured continues to idle by itself; auditing
+  // returns to idle if there is nothing to audit. A state that a notifiee sets re-entrantly is
+  // stored at once and acted on when the action under way has finished, in the order of the calls.
   void stateIs(State state);
+  // Acts on the state that was set last, or on the one whose action is under way.
   void handleState();
   // While true, no audit pass begins, no write needs the chip, and every read is served.
   bool overrideHardware() const { return overrideHardware_; }
@@ -186,7 +189,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   ChipMemory::Ptr chipMemory(const ChipAddress& address) const;
   U32 chipMemorys() const { return chipMemory_.size(); }
   ChipMemoryIteratorConst chipMemoryIterator() const { return chipMemory_.iterator(); }
-  // Registers a region, in place of another one at its address. Null: a range exception.
+  // Registers a region; it replaces another one at its address. Null: a range exception.
   // REQUIRES: unconfigured, or overrideHardware (fatal assertion, as for chipMemoryDel). A region
   // added to a built index is not in it, one removed stays in it (deliberate).
   Zint::Ptr<ZintChipMemory> chipMemoryIs(const ChipMemory::Ptr& cm);
@@ -202,40 +205,46 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
 
   // --- Address index ---
 
-  // The region that contains `address`, null when none does. Two binary searches over dense
-  // arrays, behind a cache of the last region found; allocates nothing. `size` (bytes) must be a
-  // multiple of the region's entrySize unless it allowsLogicalViews; where the access ends is not
-  // checked.
+  // The region that contains `address`, null if none does: the last region found, or else a search
+  // of the index. Allocates nothing. `size` (bytes) must be a multiple of the region's entrySize
+  // unless it allowsLogicalViews; where the access ends is not checked.
   ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size) {
-    if (isInLast(address, size)) return lastChipMemory_;
-    return ChipMemory::Ptr::adopt(heldFromIndex(address, size));
+    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) {
+      return ChipMemory::Ptr::adopt(findInIndex(address, size));
+    }
+    if (size != lastChipMemory_->entrySize()) [[unlikely]]
+      checkSizeForLast(size);
+    return lastChipMemory_;
   }
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
   void lastChipMemoryIs(const ChipMemory::Ptr& cm);
 
-  ChipMemoryChunk::Ptr chipMemoryChunk(U32 key) const { return chipMemoryChunk_.find(key); }
-  U32 chipMemoryChunks() const { return chipMemoryChunk_.size(); }
-  auto chipMemoryChunkIterator() const { return chipMemoryChunk_.iterator(); }
-  ChipMemoryChunk::Ptr chipMemoryChunkIs(U32 key);
-  ChipMemoryChunk::Ptr newChipMemoryChunk(U32 key);
-  ChipMemoryChunk::Ptr chipMemoryChunkDel(U32 key) { return chipMemoryChunk_.del(key); }
+  // The parts of the index, see AddressIndex. Each accessor changes its own part alone.
+  ChipMemoryChunk::Ptr chipMemoryChunk(U32 key) const { return index_.chipMemoryChunk(key); }
+  U32 chipMemoryChunks() const { return index_.chipMemoryChunks(); }
+  auto chipMemoryChunkIterator() const { return index_.chipMemoryChunkIterator(); }
+  ChipMemoryChunk::Ptr chipMemoryChunkIs(U32 key) { return index_.chipMemoryChunkIs(key); }
+  ChipMemoryChunk::Ptr newChipMemoryChunk(U32 key) { return index_.newChipMemoryChunk(key); }
+  ChipMemoryChunk::Ptr chipMemoryChunkDel(U32 key) { return index_.chipMemoryChunkDel(key); }
   void chipMemoryChunkDelAll();
-  ChipMemoryArrayIndex nextIndex() const { return nextIndex_; }
+  ChipMemoryArrayIndex nextIndex() const { return index_.nextIndex(); }
   void nextIndexIs(ChipMemoryArrayIndex nextIndex);
-  U32 chipMemoryId(ChipMemoryArrayIndex index) const { return chipMemoryId_.at(index); }
-  U32 chipMemoryIds() const { return chipMemoryId_.size(); }
-  void chipMemoryIdIs(ChipMemoryArrayIndex index, U32 id) { chipMemoryId_.atIs(index, id); }
-  void chipMemoryIdDel(ChipMemoryArrayIndex index) { chipMemoryId_.del(index); }
-  void chipMemoryIdDelAll() { chipMemoryId_.delAll(); }
+  U32 chipMemoryId(ChipMemoryArrayIndex index) const { return index_.chipMemoryId(index); }
+  U32 chipMemoryIds() const { return index_.chipMemoryIds(); }
+  void chipMemoryIdIs(ChipMemoryArrayIndex index, U32 id) { index_.chipMemoryIdIs(index, id); }
+  void chipMemoryIdDel(ChipMemoryArrayIndex index) { index_.chipMemoryIdDel(index); }
+  void chipMemoryIdDelAll() { index_.chipMemoryIdDelAll(); }
   ChipMemoryChunk::Ptr chipMemoryChunkArray(ChipMemoryArrayIndex index) const {
-    return chipMemoryChunkArray_.at(index);
+    return index_.chipMemoryChunkArray(index);
   }
-  U32 chipMemoryChunkArrays() const { return chipMemoryChunkArray_.size(); }
+  U32 chipMemoryChunkArrays() const { return index_.chipMemoryChunkArrays(); }
   void chipMemoryChunkArrayIs(ChipMemoryArrayIndex index, const ChipMemoryChunk::Ptr& chunk) {
-    chipMemoryChunkArray_.atIs(index, chunk);
+    index_.chipMemoryChunkArrayIs(index, chunk);
   }
-  void chipMemoryChunkArrayDel(ChipMemoryArrayIndex index) { chipMemoryChunkArray_.del(index); }
-  void chipMemoryChunkArrayDelAll() { chipMemoryChunkArray_.delAll(); }
+  void chipMemoryChunkArrayDel(ChipMemoryArrayIndex index) {
+    index_.chipMemoryChunkArrayDel(index);
+  }
+  void chipMemoryChunkArrayDelAll() { index_.chipMemoryChunkArrayDelAll(); }
 
   // --- Data path ---
 
@@ -250,7 +259,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // REQUIRES: not unconfigured.
   bool readFromCache(const ChipMemory::Ptr& cm, U32 entry, U8* data, U32 size);
   bool readFromCacheHack(const ChipAddress& address, U8* data, U32 size);
-  U32 readFromCacheU32(const ChipAddress& address);  // 0 when it is not known
+  U32 readFromCacheU32(const ChipAddress& address);  // 0 if it is not known
 
   // --- Audit ---
   // Completed passes.
@@ -261,27 +270,24 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // The sum of `entries` over the regions in the audit's read request.
   U32 chipMemoryEntriesUnderAudit() const { return chipMemoryEntriesUnderAudit_; }
   void chipMemoryEntriesUnderAuditIs(U32 entries);
-  // Switches the audit of one region. REQUIRES: idle.
+  // Switches the audit of one region. Null: a range exception. REQUIRES: idle.
   void chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory, bool auditEnabled);
   void doStartAudit();
   void handleAuditReadRequestStatus();
   void doAuditChips();
 
  private:
-  // Whether lastChipMemory_ is what findChipMemory() answers with.
-  bool isInLast(const ChipAddress& address, U32 size) const {
-    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) return false;
-    if (size != lastChipMemory_->entrySize()) [[unlikely]]
-      lastSizeChecked(size);
-    return true;
-  }
-  // The region found, counted once for the caller, who adopts it. A plain pointer stays in a
-  // register where findChipMemory() is inlined.
-  ChipMemory* heldFromIndex(const ChipAddress& address, U32 size);
-  void lastSizeChecked(U32 size) const;
-  void indexBuilt();
-  void indexCleared();
-  void indexed(const ChipMemory::Ptr& cm);
+  // findChipMemory() without the last region. The region is counted once for the caller, who adopts
+  // it: a raw pointer stays in a register where findChipMemory() is inlined.
+  ChipMemory* findInIndex(const ChipAddress& address, U32 size);
+  // Asserts that `size`, which is not entrySize, is whole entries of the last region.
+  void checkSizeForLast(U32 size) const;
+  // The state whose action is under way; otherwise the state.
+  State stateInAction() const { return isActing_ ? commands_.front() : state_; }
+  void enrolAuditedRegions();
+  void emptyAuditReadRequest();
+  void clearIndex();
+  void wakeClockAt(const Zint::Seconds& time);
 
   // Destroyed from the last to the first.
   Zint::Ptr<Zint::ActivityConfig> zintFwkActivity_;
@@ -291,18 +297,18 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   Zint::RbTreeMap<ZintChipMemory, ChipAddress> chipMemory_;
   ChipMemory::Ptr lastChipMemory_;
   Zint::Ptr<ZintAuditReadRequest> auditReadRequest_;
-  Zint::HashMap<ChipMemoryChunk, U32> chipMemoryChunk_;
-  ChipMemoryArrayIndex nextIndex_;
-  Zint::DynArray<U32, ChipMemoryArrayIndex> chipMemoryId_;
-  Zint::DynArray<ChipMemoryChunk::Ptr, ChipMemoryArrayIndex> chipMemoryChunkArray_;
+  AddressIndex index_;
   Zint::Seconds minIntervalBetweenAudits_ = 0.0;
   Zint::Seconds lastAuditStartTime_ = 0.0;
   U32 audits_ = 0;
   U32 chipMemoryEntriesUnderAudit_ = 0;
-  U32 stateChanges_ = 0;  // tells a value that was superseded while it was announced; wraps
+  Zint::Epoch stateChanges_;
+  Zint::Epoch enrolments_;  // advances when the audit's request is filled or emptied as a whole
+  std::vector<State> commands_;  // the states that were set and have not been acted on to the end
+  bool isActing_ = false;        // on the first of the commands
 };
 
-// `clock` may be null: no audit pass begins by itself then. A clock needs an activity (range
+// `clock` may be null: then no audit pass starts by itself. A clock needs an activity (range
 // exception).
 UMBRA_API HardwareShadow::Ptr hardwareShadowFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                                     const Zint::Ptr<const Zint::Clock>& clock);

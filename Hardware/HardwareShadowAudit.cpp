@@ -1,6 +1,6 @@
 // The audit. One pass: doStartAudit clears the dirty bitmaps and starts the read request; the
-// reader fills the hardware buffers; doAuditChips compares, learns, reports and repairs, and arms
-// the clock.
+// reader fills the hardware buffers; doAuditChips compares, adopts, reports and repairs, and arms
+// the clock for the next pass.
 #include <Hardware/HardwareShadow.h>
 #include <Hardware/OverrideCheck.h>
 #include <Hardware/StoreAccess.h>
@@ -11,51 +11,56 @@
 namespace Hardware {
 namespace {
 
-// A region that a pass leaves alone at compare time.
+// Whether a pass does not compare the region, although it is in the request.
 bool isSkipped(const ChipMemory& cm) {
   return !cm.shadowEnabled() || cm.mode() == ChipMemory::override() || !cm.auditEnabled();
 }
 
-// A region's two images while they are compared. Whoever replaces the store ends the comparison,
-// and whoever ends the audit the whole pass.
+// The shadow and hardware images of one region. The comparison ends early if a call that it makes
+// replaces the shadow buffer or sets the shadow's state.
 struct Comparison {
   const ChipMemory& cm;
-  const Hal::BufBase* store;
-  const U32& stateChanges;
-  U32 change;
+  const ChipHam& ham;
+  const Hal::BufBase* shadowBuf;
+  const Zint::Epoch::Mark& state;
   U8* shadow;
   U8* hardware;
   U32 entries;
   U32 entrySize;
+  bool comparesBytes;  // doCompare is not overridden
 
-  bool goesOn() const { return cm.shadow().ptr() == store && stateChanges == change; }
+  bool hasEnded() const { return cm.shadow().ptr() != shadowBuf || state.isSuperseded(); }
   U8* shadowEntry(U32 e) const { return &shadow[std::size_t{e} * entrySize]; }
   U8* hardwareEntry(U32 e) const { return &hardware[std::size_t{e} * entrySize]; }
+
+  // The first entry from `e` on that differs; `entries` if there is none, or the comparison ends.
+  U32 findDifference(U32 e) const {
+    if (e >= entries || hasEnded()) return entries;
+    return comparesBytes ? findDifferentBytes(e) : askForDifference(e);
+  }
+
+ private:
+  U32 findDifferentBytes(U32 e) const {
+    // Differences come in runs.
+    if (!entriesEqual(shadowEntry(e), hardwareEntry(e), entrySize)) return e;
+    return e + static_cast<U32>(firstDifference(shadowEntry(e), hardwareEntry(e),
+                                                std::size_t{entries - e} * entrySize) /
+                                entrySize);
+  }
+
+  // noinline: keeps the loop's variables in callee-saved registers across doCompare.
+  [[gnu::noinline]] U32 askForDifference(U32 e) const {
+    U8* shadowNext = shadowEntry(e);
+    U8* hardwareNext = hardwareEntry(e);
+    U32 left = entries - e;
+    do {
+      if (!ham.doCompare(shadowNext, hardwareNext, entrySize)) return entries - left;
+      shadowNext += entrySize;
+      hardwareNext += entrySize;
+    } while (--left > 0 && !hasEnded());
+    return entries;
+  }
 };
-
-// The first entry from `e` (less than `entries`) on that differs; `entries` when there is none, or
-// the comparison ends. Equal entries are nobody's business.
-U32 plainDifference(const Comparison& c, U32 e) {
-  // Differences come in runs.
-  if (!entriesEqual(c.shadowEntry(e), c.hardwareEntry(e), c.entrySize)) return e;
-  return e + static_cast<U32>(firstDifference(c.shadowEntry(e), c.hardwareEntry(e),
-                                              std::size_t{c.entries - e} * c.entrySize) /
-                              c.entrySize);
-}
-
-// The same by asking the access method, entry by entry. What a call may have changed is read from
-// memory; the rest fits into the registers that calls preserve.
-[[gnu::noinline]] U32 difference(const ChipHam& ham, const Comparison& c, U32 e) {
-  U8* shadow = c.shadowEntry(e);
-  U8* hardware = c.hardwareEntry(e);
-  U32 left = c.entries - e;
-  do {
-    if (!ham.doCompare(shadow, hardware, c.entrySize)) return c.entries - left;
-    shadow += c.entrySize;
-    hardware += c.entrySize;
-  } while (--left > 0 && c.goesOn());
-  return c.entries;
-}
 
 Zint::String8 byteTexts(const U8* bytes, U32 size) {
   Zint::String8 text;
@@ -63,7 +68,7 @@ Zint::String8 byteTexts(const U8* bytes, U32 size) {
   return text;
 }
 
-void recentWriteRecorded(U32 e) {
+void recordRecentWrite(U32 e) {
   static const Mirl::MsgDesc desc(
       Mirl::theTraceFile, "Difference found in entry %u but it was written since the audit began",
       __LINE__);
@@ -72,9 +77,8 @@ void recentWriteRecorded(U32 e) {
   msg.endMsg();
 }
 
-// A real difference: the entry, and each byte that differs.
-void differenceRecorded(const ChipMemory& cm, U32 e, const U8* shadowEntry,
-                        const U8* hardwareEntry) {
+// One record for the entry, and one for each byte that differs.
+void recordDifference(const ChipMemory& cm, U32 e, const U8* shadowEntry, const U8* hardwareEntry) {
   static const Mirl::MsgDesc found(Mirl::theTraceFile, "Difference found in entry %u of memory %s",
                                    __LINE__);
   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, found, 0);
@@ -91,43 +95,59 @@ void differenceRecorded(const ChipMemory& cm, U32 e, const U8* shadowEntry,
   }
 }
 
-void bytesRecorded(const Zint::String8& expected, const Zint::String8& actual) {
+void recordBytes(const Zint::String8& expected, const Zint::String8& actual) {
   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "Expected: %s Actual: %s", __LINE__);
   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
   msg << expected << actual;
   msg.endMsg();
 }
 
+void refuseNull(const ChipMemory::Ptr& cm, const char* message) {
+  if (cm == nullptr) Zint::throwRangeException(message);
+}
+
 }  // namespace
 
 void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
                                               bool auditEnabled) {
+  refuseNull(chipMemory,
+             "null _chipMemory parameter to mutator for "
+             "Hardware::HardwareShadow::chipMemoryAuditEnabled not allowed\"");
   UMBRA_ASSERT(__LINE__, state_ == idle_);
   if (chipMemory->auditEnabled() == auditEnabled) return;
-  const Ptr self(this);  // an observer of the region may drop this shadow
+  const Ptr self(this);
   const ChipMemory::Ptr cm = chipMemory;
   cm->auditEnabledIs(auditEnabled);
-  if (state_ == unconfigured_) return;  // an observer's doing: membership is decided anew later
+  if (stateInAction() == unconfigured_) return;  // configured will decide
   if (cm->mode() == ChipMemory::override()) return;
-  // Counted only where the membership really changes.
   const ChipReadRequest::Ptr request = auditReadRequest();
+  UMBRA_ASSERT(__LINE__, request);
+  // The entries are counted only where the membership changes, and not while, or after, a notifiee
+  // has had the request filled or emptied: then they are counted anew.
+  const Zint::Epoch::Mark enrolment(enrolments_);
   const ChipMemory::Ptr member = request->chipMemory(cm->address());
+  U32 added = 0;
   if (auditEnabled) {
     if (member == cm) return;
-    if (member != nullptr) {
-      chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ - member->entries());
-    }
     request->chipMemoryIs(cm);
-    chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ + cm->entries());
-  } else if (member != nullptr) {
+    added = cm->entries();
+  } else {
+    if (member == nullptr) return;
     request->chipMemoryDel(cm->address());
-    chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ - member->entries());
   }
+  const U32 removed = member == nullptr ? 0 : member->entries();
+  if (enrolment.isSuperseded() || stateInAction() == configured_) return;
+  chipMemoryEntriesUnderAuditIs(chipMemoryEntriesUnderAudit_ + added - removed);
+}
+
+void HardwareShadow::ZintClock::onTime() {
+  if (const HardwareShadow::Ptr shadow = shadow_; shadow != nullptr) shadow->doStartAudit();
 }
 
 void HardwareShadow::doStartAudit() {
   if (state_ != auditing_ || overrideHardware_) return;
   const Ptr self(this);
+  const Zint::Epoch::Mark mark(stateChanges_);
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::doStartAudit");
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
@@ -138,11 +158,16 @@ void HardwareShadow::doStartAudit() {
     UMBRA_ASSERT(__LINE__, dirty);
     std::memset(dirty->data(), 0, dirty->size());
   }
-  const U32 change = stateChanges_;
   // The clock that the next pass is armed on; it is the one of now() when it called this.
   lastAuditStartTimeIs(clock_ == nullptr ? Zint::now() : clock_->notifier()->time());
-  if (change != stateChanges_) return;  // an observer ended the audit
+  if (mark.isSuperseded()) return;  // a notifiee ended the audit
   request->stateIs(ChipReadRequest::start_);
+}
+
+void HardwareShadow::ZintAuditReadRequest::onStatus() {
+  if (const HardwareShadow::Ptr shadow = shadow_; shadow != nullptr) {
+    shadow->handleAuditReadRequestStatus();
+  }
 }
 
 void HardwareShadow::handleAuditReadRequestStatus() {
@@ -160,13 +185,14 @@ void HardwareShadow::handleAuditReadRequestStatus() {
   }
 }
 
+// Ends without counting the pass if a repair or a notifiee sets the state (deliberate).
 void HardwareShadow::doAuditChips() {
   // Held: a trace's receiver, a repair or a notifiee may drop the request, a region or this shadow.
   const Ptr self(this);
+  const Zint::Epoch::Mark mark(stateChanges_);
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::doAuditChips");
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
-  const U32 change = stateChanges_;
   for (auto member = request->chipMemoryIterator(); member; ++member) {
     const ChipMemory::Ptr cm = member->chipMemory();
     if (isSkipped(*cm)) continue;
@@ -185,13 +211,17 @@ void HardwareShadow::doAuditChips() {
     UMBRA_ASSERT_REGION(*cm, entries <= StoreAccess::view(*cm).entries);
 
     const ChipHam& ham = *cm->chipHam();
-    const bool plain = entrySize != 0 && !overridesCompare(ham);
-    const Comparison comparison{*cm,     shadowBuf.ptr(),   stateChanges_,
-                                change,  shadowBuf->data(), hardwareBuf->data(),
-                                entries, entrySize};
-    for (U32 e = 0; e < entries && comparison.goesOn(); ++e) {
-      e = plain ? plainDifference(comparison, e) : difference(ham, comparison, e);
-      if (e == entries) break;
+    const Comparison comparison{*cm,
+                                ham,
+                                shadowBuf.ptr(),
+                                mark,
+                                shadowBuf->data(),
+                                hardwareBuf->data(),
+                                entries,
+                                entrySize,
+                                entrySize != 0 && !overridesCompare(ham)};
+    U32 e = comparison.findDifference(0);
+    while (e < entries) {
       U8* shadowEntry = comparison.shadowEntry(e);
       U8* hardwareEntry = comparison.hardwareEntry(e);
       if (!bitmapBit(initializedBuf->data(), e)) {
@@ -201,30 +231,34 @@ void HardwareShadow::doAuditChips() {
           bitmapBitIs(initializedBuf->data(), e);
         }
       } else if (bitmapBit(dirtyBuf->data(), e)) {
-        // The hardware was read before or during a later write: it proves nothing.
+        // The entry was written after the pass began, so the difference proves nothing.
         UMBRA_TRACE(
             8, __LINE__,
             "Difference found in entry " << e << " but it was written since the audit began");
-        recentWriteRecorded(e);
+        recordRecentWrite(e);
       } else {
         UMBRA_TRACE(0, __LINE__, "Difference found in entry " << e << " of memory " << cm->name());
-        differenceRecorded(*cm, e, shadowEntry, hardwareEntry);
+        recordDifference(*cm, e, shadowEntry, hardwareEntry);
         const Zint::String8 expected = byteTexts(shadowEntry, entrySize);
         const Zint::String8 actual = byteTexts(hardwareEntry, entrySize);
         UMBRA_TRACE(0, __LINE__, "Expected: " << expected << " Actual: " << actual);
-        bytesRecorded(expected, actual);
+        recordBytes(expected, actual);
         doFixBadRegister(cm, e, shadowEntry);
       }
+      e = comparison.findDifference(e + 1);
     }
-    if (change != stateChanges_) return;
+    if (mark.isSuperseded()) return;
   }
   auditsIs(audits_ + 1);
-  if (change == stateChanges_ && clock_ != nullptr)
-    clock_->timeMinIs(lastAuditStartTime_ + minIntervalBetweenAudits_);
+  if (!mark.isSuperseded()) wakeClockAt(lastAuditStartTime_ + minIntervalBetweenAudits_);
 }
 
 void HardwareShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
-  const ChipMemory::Ptr cm = chipMemory;  // an observer may clear the pointer that was passed
+  refuseNull(chipMemory,
+             "null _chipMemory parameter to mutator for "
+             "Hardware::HardwareShadow::doFixBadRegister not allowed\"");
+  const ChipMemory::Ptr cm = chipMemory;
+  const Hal::BufBase::Ptr shadowBuf = cm->shadow();  // `data` is usually an entry of it
   UMBRA_ASSERT_REGION(*cm, cm->chipHam());
   cm->registersFixedInc(1);
   cm->lastFixTimeIs(Zint::now());

@@ -40,75 +40,97 @@ std::ostream& operator<<(std::ostream& out, const HardwareShadow::State& state) 
   return out << stringValue(state);
 }
 
-// The value is announced before it is acted on, so that observers see configured and then idle.
-// When an observer sets another value, only that one is acted on.
+// The notification comes before the action, so that notifiees see configured and then idle. A state
+// that is set re-entrantly is acted on after the action under way, which it thus finds complete.
 void HardwareShadow::stateIs(State state) {
-  if (!Zint::updated(state_, state)) return;
+  if (state_ == state) return;
   const Ptr self(this);
-  const U32 change = ++stateChanges_;
+  const bool isReentrant = !commands_.empty();
+  commands_.push_back(state);
+  state_ = state;
+  stateChanges_.advance();
+  if (isReentrant) return notify(Id::state);
+
+  // Also when an action throws.
+  struct Reset {
+    ~Reset() {
+      shadow.commands_.clear();
+      shadow.isActing_ = false;
+    }
+    HardwareShadow& shadow;
+  } const reset{*this};
   notify(Id::state);
-  if (change == stateChanges_) handleState();
+  isActing_ = true;
+  for (; !commands_.empty(); commands_.erase(commands_.begin())) handleState();
 }
 
 void HardwareShadow::handleState() {
-  UMBRA_TRACE(0, __LINE__, "HardwareShadow::handleState( " << state_ << " )");
-  // Each step is told to others: one who sets another state meanwhile has the last word.
   const Ptr self(this);
-  const U32 change = stateChanges_;
-  switch (state_) {
+  const State state = stateInAction();
+  UMBRA_TRACE(0, __LINE__, "HardwareShadow::handleState( " << state << " )");
+  switch (state) {
     case configured_:
       if (auditReadRequest() != nullptr) {
         UMBRA_ASSERT(__LINE__, auditReadRequest()->chipMemorys() == 0);
       } else {
         auditReadRequestIs(chipReadRequestFactory("UmbraReadRequest"));
       }
-      indexBuilt();
-      if (change == stateChanges_) stateIs(idle_);
+      if (nextIndex() != 0) clearIndex();
+      index_.build(chipMemory_.iterator());
+      UMBRA_ASSERT(__LINE__, auditReadRequest());  // a notifiee may have dropped it
+      enrolAuditedRegions();
+      if (commands_.size() <= 1) stateIs(idle_);
       break;
     case idle_:
-      if (clock_ != nullptr) clock_->timeMinIs(Zint::never);
+      wakeClockAt(Zint::never);
       UMBRA_ASSERT(__LINE__, auditReadRequest());
       auditReadRequest()->stateIs(ChipReadRequest::stop_);
       break;
     case auditing_:
       UMBRA_ASSERT(__LINE__, auditReadRequest());
-      if (auditReadRequest()->chipMemorys() == 0) {
+      if (auditReadRequest()->chipMemorys() != 0) {
+        wakeClockAt(0.0);
+      } else if (commands_.size() <= 1) {
         stateIs(idle_);
-      } else if (clock_ != nullptr) {
-        clock_->timeMinIs(0.0);
       }
       break;
     case unconfigured_:
-      // None yet when an observer turned the very first configured down.
-      if (const ChipReadRequest::Ptr request = auditReadRequest(); request != nullptr) {
-        request->stateIs(ChipReadRequest::stop_);
-        if (change == stateChanges_) request->chipMemoryDelAll();
-      }
-      if (change != stateChanges_) break;
-      indexCleared();
-      if (change == stateChanges_) chipMemoryEntriesUnderAuditIs(0);
+      emptyAuditReadRequest();
+      clearIndex();
+      chipMemoryEntriesUnderAuditIs(0);
       break;
     default:
       UMBRA_ASSERT(__LINE__, 0);
   }
 }
 
-// Enters every registered region into the index, and the audited ones into the audit's request.
-void HardwareShadow::indexBuilt() {
-  if (nextIndex_ != 0) indexCleared();
+// The entries are counted at the end: notifiees may switch the audit of regions on and off.
+// REQUIRES: the request.
+void HardwareShadow::enrolAuditedRegions() {
   const ChipReadRequest::Ptr request = auditReadRequest();
-  const U32 change = stateChanges_;
-  U32 entriesUnderAudit = 0;
+  enrolments_.advance();
   for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
     const ChipMemory::Ptr cm = reactor->chipMemory();
-    indexed(cm);
-    if (cm->mode() != ChipMemory::override() && cm->auditEnabled()) {
-      request->chipMemoryIs(cm);
-      if (change != stateChanges_) return;
-      entriesUnderAudit += cm->entries();
-    }
+    if (cm->mode() != ChipMemory::override() && cm->auditEnabled()) request->chipMemoryIs(cm);
   }
-  chipMemoryEntriesUnderAuditIs(entriesUnderAudit);
+  U32 entries = 0;
+  for (auto member = request->chipMemoryIterator(); member; ++member) {
+    entries += member->chipMemory()->entries();
+  }
+  chipMemoryEntriesUnderAuditIs(entries);
+}
+
+// There is no request if the shadow was never configured.
+void HardwareShadow::emptyAuditReadRequest() {
+  const ChipReadRequest::Ptr request = auditReadRequest();
+  if (request == nullptr) return;
+  request->stateIs(ChipReadRequest::stop_);
+  enrolments_.advance();
+  request->chipMemoryDelAll();
+}
+
+void HardwareShadow::wakeClockAt(const Zint::Seconds& time) {
+  if (const Zint::Ptr<ZintClock> clock = clock_; clock != nullptr) clock->timeMinIs(time);
 }
 
 }  // namespace Hardware

@@ -104,6 +104,26 @@ TEST_F(ChipReadRequestTest, chipMemoryIs_ofNullIsRefusedAndChangesNothing) {
   EXPECT_EQ(observer->keys.size(), 1u);
 }
 
+TEST_F(ChipReadRequestTest, newChipMemoryAndAMembersChipMemoryIs_ofNullAreRefused) {
+  const auto cm = region(0x1000);
+  request->chipMemoryIs(cm);
+  const auto refused = [](const std::function<void()>& call) {
+    try {
+      call();
+    } catch (const Zint::RangeException& exception) {
+      return std::string(exception.what());
+    }
+    return std::string("nothing thrown");
+  };
+  const std::string text =
+      "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not "
+      "allowed\"";
+  EXPECT_EQ(refused([&] { request->newChipMemory(nullptr); }), text);
+  EXPECT_EQ(refused([&] { (*request->chipMemoryIterator())->chipMemoryIs(nullptr); }), text);
+  EXPECT_EQ(request->chipMemorys(), 1u);
+  EXPECT_EQ(request->chipMemory(ChipAddress(0x1000)), cm);
+}
+
 TEST_F(ChipReadRequestTest, chipMemoryDel_returnsTheRegionAndNotifies) {
   const ChipMemory::Ptr table = region(0x1000);
   request->chipMemoryIs(table);

@@ -435,4 +435,36 @@ TEST_F(HardwareShadowAuditChanges, aDifferenceIsRecordedInFullBeforeItsRepairIsT
   EXPECT_EQ(recorded.back(), "Expected: x01x00x00x00 Actual: x02x00x00x00");
 }
 
+TEST_F(HardwareShadowAuditChanges, chipMemoryAuditEnabledIs_nullRaisesARangeException) {
+  configure({mac});
+  EXPECT_EQ(Fakes::exceptionText([&] { shadow->chipMemoryAuditEnabledIs(nullptr, true); }),
+            "null _chipMemory parameter to mutator for "
+            "Hardware::HardwareShadow::chipMemoryAuditEnabled not allowed\"");
+  EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 1u);
+}
+
+TEST_F(HardwareShadowAuditChanges, doFixBadRegister_nullRaisesARangeException) {
+  U8 data[4] = {};
+  EXPECT_EQ(Fakes::exceptionText([&] { shadow->doFixBadRegister(nullptr, 0, data); }),
+            "null _chipMemory parameter to mutator for "
+            "Hardware::HardwareShadow::doFixBadRegister not allowed\"");
+}
+
+// Its data is an entry of the store that a notifiee of the region replaces.
+TEST_F(HardwareShadowAuditChanges, doFixBadRegister_dataOutlivesTheStoreItIsIn) {
+  class Watch : public ChipMemory::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onRegistersFixed() override { then(); }
+    std::function<void()> then;
+  };
+  wordIs(mac->shadow(), 3, 0x01020304);
+  const auto watch =
+      Zint::makePtr<Watch>(loop.activity, Zint::Ptr<const Hardware::ChipMemory>(mac), true);
+  watch->then = [&] { mac->entriesIs(1000); };
+  HardwareShadow::Ptr base = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
+  base->doFixBadRegister(mac, 3, mac->shadow()->data() + 12);
+  EXPECT_EQ(chip->log, (std::vector<Fakes::Access>{{Fakes::Access::write, 0x100c, 0x01020304}}));
+}
+
 }  // namespace

@@ -9,8 +9,8 @@ namespace {
 constexpr const char* findFunction =
     "Hardware::ChipMemory::Ptr Hardware::HardwareShadow::findChipMemory(const "
     "Hardware::ChipAddress&, U32)";
-constexpr const char* indexedFunction =
-    "void Hardware::HardwareShadow::indexed(const Hardware::ChipMemory::Ptr&)";
+constexpr const char* addFunction =
+    "void Hardware::AddressIndex::add(const Hardware::ChipMemory::Ptr&)";
 
 class HardwareShadowIndex : public Fakes::ShadowTest {
  protected:
@@ -294,7 +294,7 @@ TEST_F(HardwareShadowIndex, chunkHoldsUpTo65535Regions) {
 
 TEST_F(HardwareShadowIndex, region65536OfAChunkIsFatalAndNamed) {
   manyRegions(65536, 4);
-  EXPECT_ASSERTION_OF("region65535", shadow->stateIs(HardwareShadow::configured()), indexedFunction,
+  EXPECT_ASSERTION_OF("region65535", shadow->stateIs(HardwareShadow::configured()), addFunction,
                       "index != 65535");
 }
 
@@ -308,11 +308,157 @@ TEST_F(HardwareShadowIndex, indexHoldsUpTo65535Chunks) {
 
 TEST_F(HardwareShadowIndex, chunk65536IsFatalAndItsRegionNamed) {
   manyRegions(65536, U64{1} << 32);
-  EXPECT_ASSERTION_OF("region65535", shadow->stateIs(HardwareShadow::configured()), indexedFunction,
+  EXPECT_ASSERTION_OF("region65535", shadow->stateIs(HardwareShadow::configured()), addFunction,
                       "nextIndex_ != 65535");
 }
 
-// Tampered with: a chunk that says it is empty is looked at from its first place on.
+// --- Changed by hand: array elements beyond the end read as 0 or null ----------------------------
+
+TEST_F(HardwareShadowIndex, nextIndexBeyondTheIds_readsTheMissingOnesAsZero) {
+  const ChipMemory::Ptr mac = region("mac", 0x7'0000'1000, 4);
+  configure({mac});
+  shadow->nextIndexIs(2);
+  EXPECT_EQ(found(0x7'0000'1004), mac) << "the first probe";
+  shadow->lastChipMemoryIs(nullptr);
+  shadow->nextIndexIs(3);
+  EXPECT_EQ(found(0x7'0000'1004), nullptr) << "the first probe reads 0, which is below 7";
+  EXPECT_ASSERTION(found(0x1004), 0, findFunction, "cmc");
+}
+
+TEST_F(HardwareShadowIndex, nextIndexOfAChunkBeyondItsOffsets_readsTheMissingOnesAsZero) {
+  const ChipMemory::Ptr low = region("low", 0x100, 4), high = region("high", 0x200, 4);
+  configure({low, high});
+  const auto chunk = shadow->chipMemoryChunkArray(0);
+  chunk->nextIndexIs(3);
+  EXPECT_ASSERTION(found(0x204), 0, findFunction, "cm");
+  EXPECT_EQ(found(0x104), low) << "no probe reads beyond the end";
+  shadow->lastChipMemoryIs(nullptr);
+  EXPECT_EQ(found(0x80), nullptr);
+}
+
+TEST_F(HardwareShadowIndex, regionWithoutItsOffset_isFoundAtOffsetZero) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  configure({mac});
+  shadow->chipMemoryChunkArray(0)->offsetDelAll();
+  EXPECT_EQ(found(0x1004), mac);
+}
+
+// A second index of the registry's regions, made by hand.
+TEST_F(HardwareShadowIndex, anIndexMadeByHandIsSearched) {
+  const ChipMemory::Ptr low = region("low", 0x2'0000'0100, 4), high = region("h", 0x7'0000'0100, 4);
+  for (const ChipMemory::Ptr& cm : {low, high}) {
+    const auto chunk = shadow->chipMemoryChunkIs(cm->address().chipMemoryId());
+    chunk->offsetIs(0, 0x100);
+    chunk->chipMemoryIs(0, cm);
+    chunk->nextIndexIs(1);
+    shadow->chipMemoryIdIs(shadow->nextIndex(), cm->address().chipMemoryId());
+    shadow->chipMemoryChunkArrayIs(shadow->nextIndex(), chunk);
+    shadow->nextIndexIs(static_cast<U16>(shadow->nextIndex() + 1));
+  }
+  EXPECT_EQ(found(0x2'0000'0104), low);
+  EXPECT_EQ(found(0x7'0000'0104), high);
+  EXPECT_EQ(found(0x3'0000'0104), nullptr);
+  EXPECT_EQ(shadow->auditErrors(), 0u);
+}
+
+// The look-up by probes, from what the accessors show. "cmc", "cm" or the name of the region.
+std::string foundByProbes(const Hardware::HardwareShadow& shadow,
+                          const Hardware::ChipAddress& address) {
+  if (shadow.nextIndex() == 0) return "";
+  U16 mid = 0;
+  for (S32 lo = 0, hi = shadow.nextIndex() - 1;;) {
+    mid = static_cast<U16>((lo + hi) / 2);
+    const U32 id = shadow.chipMemoryId(mid);
+    if (id == address.chipMemoryId()) break;
+    (id > address.chipMemoryId() ? hi : lo) = id > address.chipMemoryId() ? mid - 1 : mid + 1;
+    if (hi < lo) return "";
+  }
+  const auto chunk = shadow.chipMemoryChunkArray(mid);
+  if (chunk == nullptr) return "cmc";
+  mid = 0;
+  for (S32 lo = 0, hi = chunk->nextIndex() - 1; hi >= lo;) {
+    mid = static_cast<U16>((lo + hi) / 2);
+    const bool isBelow = address.chipMemoryOffset() < chunk->offset(mid);
+    (isBelow ? hi : lo) = isBelow ? mid - 1 : mid + 1;
+  }
+  if (chunk->offset(mid) > address.chipMemoryOffset()) {
+    if (mid == 0) return "";
+    --mid;
+  }
+  const auto cm = chunk->chipMemory(mid);
+  if (cm == nullptr) return "cm";
+  return cm->inRange(address) ? std::string(cm->name().c_str()) : "";
+}
+
+TEST_F(HardwareShadowIndex, lookupsInAnIndexChangedByHandFollowTheProbes) {
+  std::vector<ChipMemory::Ptr> regions;
+  for (U64 id = 0; id < 5; ++id) {
+    for (U64 i = 0; i < 4; ++i) {
+      const std::string name = std::to_string(id) + "." + std::to_string(i);
+      regions.push_back(region(name.c_str(), id << 32 | i << 6, 4));
+    }
+  }
+  U32 random = 1;
+  const auto next = [&random](U32 below) {
+    random = random * 1664525u + 1013904223u;
+    return static_cast<U16>((random >> 16) % below);
+  };
+  U32 answered = 0, asserted = 0;
+  for (int round = 0; round < 400; ++round) {
+    shadow = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
+    configure(regions);
+    for (U32 change = 1 + next(3); change > 0; --change) {
+      const auto chunk = shadow->chipMemoryChunk(next(5));
+      switch (next(10)) {
+        case 0:
+          shadow->chipMemoryIdDel(next(6));
+          break;
+        case 1:
+          shadow->chipMemoryIdIs(next(7), next(6));
+          break;
+        case 2:
+          shadow->chipMemoryChunkArrayDel(next(6));
+          break;
+        case 3:
+          shadow->chipMemoryChunkArrayIs(next(6), chunk);
+          break;
+        case 4:
+          shadow->nextIndexIs(next(9));
+          break;
+        case 5:
+          chunk->offsetDel(next(5));
+          break;
+        case 6:
+          chunk->offsetIs(next(6), next(0x100));
+          break;
+        case 7:
+          chunk->chipMemoryDel(next(5));
+          break;
+        case 8:
+          chunk->chipMemoryIs(next(6), regions[next(20)]);
+          break;
+        default:
+          chunk->nextIndexIs(next(8));
+          break;
+      }
+    }
+    for (U64 id = 0; id < 6; ++id) {
+      for (U64 offset = 0; offset < 0x120; offset += 8) {
+        const ChipAddress address(id << 32 | offset);
+        shadow->lastChipMemoryIs(nullptr);
+        ChipMemory::Ptr cm;
+        std::string answer =
+            Fakes::assertedCondition([&] { cm = shadow->findChipMemory(address, 4); });
+        (answer.empty() ? answered : asserted) += 1;
+        if (cm != nullptr) answer = cm->name().c_str();
+        ASSERT_EQ(answer, foundByProbes(*shadow, address)) << round << " " << address.value();
+      }
+    }
+  }
+  EXPECT_GT(answered, 10000u);
+  EXPECT_GT(asserted, 100u);
+}
+
 TEST_F(HardwareShadowIndex, aChunkThatSaysItIsEmptyIsLookedAtFromItsBeginning) {
   const ChipMemory::Ptr low = region("low", 0x100, 4);
   const ChipMemory::Ptr first = region("first", 0x1'0000'0100, 4);

@@ -33,6 +33,66 @@ TEST_F(HardwareShadowRegistry, chipMemoryIs_nullRaisesTheQuotedTextAndChangesNot
   EXPECT_TRUE(trace.full.empty());
 }
 
+TEST_F(HardwareShadowRegistry, newChipMemory_nullRaisesTheQuotedTextAndChangesNothing) {
+  EXPECT_EQ(Fakes::exceptionText([&] { shadow->newChipMemory(nullptr); }),
+            "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
+            "allowed\"");
+  EXPECT_EQ(shadow->chipMemorys(), 0u);
+}
+
+TEST_F(HardwareShadowRegistry, reactorsChipMemoryIs_nullRaisesTheQuotedTextAndChangesNothing) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
+  const auto reactor = shadow->chipMemoryIs(mac);
+  EXPECT_EQ(Fakes::exceptionText([&] { reactor->chipMemoryIs(nullptr); }),
+            "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
+            "allowed\"");
+  EXPECT_EQ(shadow->chipMemory(ChipAddress(0x1000)), mac);
+}
+
+// A region whose destructor calls the test.
+class Ending : public Hardware::ChipMemory {
+ public:
+  Ending(const char* name, U64 address, const Hardware::ChipHam::Ptr& ham,
+         std::function<void()> atEnd)
+      : ChipMemory(name, Hardware::ChipAddress(address), 4, 4, 4, ham), atEnd_(std::move(atEnd)) {}
+
+ protected:
+  ~Ending() override { atEnd_(); }
+
+ private:
+  std::function<void()> atEnd_;
+};
+
+TEST_F(HardwareShadowRegistry, chipMemoryIs_thePassedPointerMayBeClearedByTheReplacedRegion) {
+  ChipMemory::Ptr passed = region("new", 0x1000, 4);
+  shadow->chipMemoryIs(Zint::makePtr<Ending>("old", 0x1000, ham, [&] {
+    passed = nullptr;
+    shadow = nullptr;
+  }));
+  HardwareShadow* plain = shadow.ptr();
+  const auto reactor = plain->chipMemoryIs(passed);
+  EXPECT_EQ(passed, nullptr);
+  EXPECT_EQ(reactor->chipMemory()->name(), "new");
+}
+
+TEST_F(HardwareShadowRegistry, clearedIndex_releasesTheLastRegionWhenItIsEmpty) {
+  U32 chunks = 99;
+  bool isFound = true, isDestroyed = false;
+  shadow->overrideHardwareIs(true);
+  configure({Zint::makePtr<Ending>("old", 0x1000, ham, [&] {
+    chunks = shadow->nextIndex();
+    isFound = shadow->findChipMemory(ChipAddress(0x1000), 4) != nullptr;
+    isDestroyed = true;
+  })});
+  EXPECT_NE(found(0x1000), nullptr);
+  shadow->chipMemoryDelAll();
+  EXPECT_FALSE(isDestroyed) << "held by the index";
+  shadow->stateIs(HardwareShadow::unconfigured());
+  EXPECT_TRUE(isDestroyed);
+  EXPECT_EQ(chunks, 0u);
+  EXPECT_FALSE(isFound);
+}
+
 TEST_F(HardwareShadowRegistry, chipMemoryIs_newRegionTracesOneLine) {
   const ChipMemory::Ptr acl = region("acl", 0x200001f00, 16, 12, 32);
   acl->indirectCmdRegAddrIs(0xBEEF);

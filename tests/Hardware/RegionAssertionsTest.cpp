@@ -188,14 +188,6 @@ TEST_F(RegionAssertions, lookup_needsASizeToDivideBy) {
   EXPECT_ASSERTION_OF("hollow", found(0x8000), findRegion, "lastChipMemory_->entrySize() != 0");
 }
 
-TEST_F(RegionAssertions, lookup_countsNoMoreThanTheArraysHold) {
-  configure({mac});
-  shadow->chipMemoryChunkArray(0)->nextIndexIs(2);
-  EXPECT_ASSERTION(found(0x1000), 0, findRegion, "k <= cmc->offsets()");
-  shadow->nextIndexIs(2);
-  EXPECT_ASSERTION(found(0x1000), 0, findRegion, "nextIndex_ <= chipMemoryId_.size()");
-}
-
 // --- The audit ----------------------------------------------------------------------------------
 
 TEST_F(RegionAssertions, audit_needsItsRequest) {

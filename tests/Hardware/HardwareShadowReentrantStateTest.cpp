@@ -1,0 +1,350 @@
+// States that are set while another state is announced or acted on. The rule: each action finds
+// what the one before it left, as if the states had been set one after the other.
+#include <Hardware/ChipReader.h>
+
+#include <array>
+#include <sstream>
+
+#include "fakes/ShadowTest.h"
+
+namespace {
+
+using State = Hardware::HardwareShadow::State;
+
+constexpr auto unconfigured = Hardware::HardwareShadow::unconfigured();
+constexpr auto configured = Hardware::HardwareShadow::configured();
+constexpr auto idle = Hardware::HardwareShadow::idle();
+constexpr auto auditing = Hardware::HardwareShadow::auditing();
+constexpr std::array allStates{unconfigured, configured, idle, auditing};
+
+// Whose notification sets the states.
+enum class Place { state, entriesUnderAudit, command, members };
+constexpr std::array statePlaces{Place::state, Place::entriesUnderAudit, Place::command,
+                                 Place::members};
+
+std::string placeName(Place place) {
+  constexpr std::array names{"state", "entriesUnderAudit", "command", "members"};
+  return names.at(static_cast<std::size_t>(place));
+}
+
+class HardwareShadowReentrantState : public Fakes::ShadowTest {
+ protected:
+  using Handler = std::function<void(Place)>;
+
+  class ShadowWatch : public HardwareShadow::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onState() override { handler(Place::state); }
+    void onChipMemoryEntriesUnderAudit() override { handler(Place::entriesUnderAudit); }
+    Handler handler;
+  };
+  class RequestWatch : public ChipReadRequest::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onState() override { handler(Place::command); }
+    void onChipMemory() override { handler(Place::members); }
+    Handler handler;
+  };
+
+  // One shadow with a reader, three regions of which two are audited, and watches.
+  struct System {
+    explicit System(HardwareShadowReentrantState& test)
+        : shadow(Hardware::hardwareShadowFactory(loop.activity, loop.clock)),
+          first(test.audited("first", 0x1000, 16)),
+          second(test.audited("second", 0x2000, 5)),
+          third(test.shadowed("third", 0x3000, 3)) {
+      for (const auto& cm : {first, second, third}) shadow->chipMemoryIs(cm);
+      shadow->stateIs(configured);
+      reader = Hardware::chipReaderFactory(loop.activity, shadow->auditReadRequest(), loop.clock, 4,
+                                           0.0);
+    }
+    void watch(const Handler& handler) {
+      shadowWatch = Zint::makePtr<ShadowWatch>(loop.activity, shadow);
+      shadowWatch->handler = handler;
+      requestWatch = Zint::makePtr<RequestWatch>(loop.activity, shadow->auditReadRequest());
+      requestWatch->handler = handler;
+    }
+    void unwatch() {
+      if (shadowWatch) shadowWatch->handler = [](Place) {};
+      if (requestWatch) requestWatch->handler = [](Place) {};
+    }
+    // What can be seen of it, as text.
+    std::string seen() const {
+      std::ostringstream text;
+      text << shadow->state() << " chunks " << shadow->nextIndex() << " members "
+           << shadow->auditReadRequest()->chipMemorys() << " entries "
+           << shadow->chipMemoryEntriesUnderAudit() << " audits " << shadow->audits() << " last "
+           << (shadow->lastChipMemory() != nullptr) << " found "
+           << (shadow->findChipMemory(ChipAddress(0x2004), 4) != nullptr);
+      shadow->lastChipMemoryIs(nullptr);
+      // unconfigured leaves the clock as it is: a wake-up starts no pass then.
+      if (shadow->state() != unconfigured) text << " wake " << loop.activity->wakeTime();
+      return text.str();
+    }
+    U32 entriesOfMembers() const {
+      U32 entries = 0;
+      const auto request = shadow->auditReadRequest();
+      for (auto m = request->chipMemoryIterator(); m; ++m) entries += m->chipMemory()->entries();
+      return entries;
+    }
+    void turns() {
+      for (int i = 0; i < 12; ++i) loop.turn();
+    }
+
+    Fakes::ManualLoop loop;
+    HardwareShadow::Ptr shadow;
+    ChipMemory::Ptr first, second, third;
+    Hardware::ChipReader::Ptr reader;
+    Zint::Ptr<ShadowWatch> shadowWatch;
+    Zint::Ptr<RequestWatch> requestWatch;
+  };
+
+  static void reach(System& system, State state) {
+    if (state == unconfigured) system.shadow->stateIs(unconfigured);
+    if (state == auditing) system.shadow->stateIs(auditing);
+  }
+
+  // `start` -> `action`, with the states of `commands` set by the first notification of `place`.
+  // Compared with a second system where they are set afterwards. Returns whether any was set.
+  bool check(State start, State action, Place place, const std::vector<State>& commands) {
+    System reentrant(*this), sequential(*this);
+    reach(reentrant, start);
+    reach(sequential, start);
+    std::vector<State> set;
+    bool isDone = false;
+    reentrant.watch([&](Place notified) {
+      if (notified != place || isDone) return;
+      isDone = true;
+      for (const State command : commands) {
+        if (reentrant.shadow->state() != command) set.push_back(command);
+        reentrant.shadow->stateIs(command);
+      }
+    });
+    const std::string failed = Fakes::assertedCondition([&] { reentrant.shadow->stateIs(action); });
+    reentrant.unwatch();
+    const std::string expected = Fakes::assertedCondition([&] {
+      sequential.shadow->stateIs(action);
+      for (const State command : set) sequential.shadow->stateIs(command);
+    });
+
+    std::ostringstream what;
+    what << start << " -> " << action << " with";
+    for (const State command : commands) what << " " << command;
+    what << " set by " << placeName(place);
+    EXPECT_EQ(failed, expected) << what.str();
+    if (!failed.empty() || failed != expected) return !set.empty();
+    EXPECT_EQ(reentrant.seen(), sequential.seen()) << what.str();
+    EXPECT_EQ(reentrant.shadow->chipMemoryEntriesUnderAudit(), reentrant.entriesOfMembers())
+        << what.str();
+    const auto later = [](System& system) {
+      return Fakes::assertedCondition([&] {
+        system.turns();
+        system.shadow->stateIs(unconfigured);
+        system.shadow->stateIs(configured);
+        system.shadow->stateIs(auditing);
+        system.turns();
+      });
+    };
+    EXPECT_EQ(later(reentrant), "") << what.str();
+    EXPECT_EQ(later(sequential), "") << what.str();
+    EXPECT_EQ(reentrant.seen(), sequential.seen()) << what.str();
+    return !set.empty();
+  }
+};
+
+struct Transition {
+  State from, to;
+};
+constexpr std::array transitions{Transition{unconfigured, configured}, Transition{idle, auditing},
+                                 Transition{idle, unconfigured}, Transition{auditing, idle},
+                                 Transition{auditing, unconfigured}};
+
+TEST_F(HardwareShadowReentrantState, oneStateActsAsIfItWereSetAfterwards) {
+  int set = 0;
+  for (const auto& [from, to] : transitions) {
+    for (const Place place : statePlaces) {
+      for (const State command : allStates) set += check(from, to, place, {command});
+    }
+  }
+  EXPECT_EQ(set, 45);
+}
+
+TEST_F(HardwareShadowReentrantState, twoStatesActAsIfTheyWereSetAfterwards) {
+  for (const auto& [from, to] : transitions) {
+    for (const Place place : statePlaces) {
+      for (const State first : allStates) {
+        for (const State second : allStates) check(from, to, place, {first, second});
+      }
+    }
+  }
+}
+
+TEST_F(HardwareShadowReentrantState, threeStatesActAsIfTheyWereSetAfterwards) {
+  for (const Place place : statePlaces) {
+    for (const auto& [from, to] : transitions) {
+      check(from, to, place, {unconfigured, configured, auditing});
+      check(from, to, place, {auditing, unconfigured, configured});
+      check(from, to, place, {idle, auditing, unconfigured});
+    }
+  }
+}
+
+// The first configured has no request yet.
+TEST_F(HardwareShadowReentrantState, theFirstConfiguredIsActedOnBeforeTheStateThatANotifieeSets) {
+  for (const State command : {unconfigured, idle, auditing}) {
+    shadow = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
+    shadow->chipMemoryIs(audited("mac", 0x1000, 16));
+    const auto watch = Zint::makePtr<ShadowWatch>(loop.activity, shadow);
+    watch->handler = [&](Place place) {
+      if (place == Place::state && shadow->state() == configured) shadow->stateIs(command);
+    };
+    shadow->stateIs(configured);
+    EXPECT_EQ(shadow->state(), command);
+    EXPECT_EQ(shadow->nextIndex() != 0, command != unconfigured) << command;
+    EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), command == unconfigured ? 0u : 16u);
+  }
+}
+
+TEST_F(HardwareShadowReentrantState, auditingSetWhileTheRequestIsEmptiedEndsIdleWithNothingArmed) {
+  for (const Place place : statePlaces) {
+    System system(*this);
+    reach(system, auditing);
+    system.turns();
+    bool isDone = false;
+    system.watch([&](Place notified) {
+      if (notified != place || isDone) return;
+      isDone = true;
+      system.shadow->stateIs(auditing);
+    });
+    system.shadow->stateIs(unconfigured);
+    EXPECT_TRUE(isDone);
+    EXPECT_EQ(system.shadow->state(), idle) << placeName(place);
+    EXPECT_EQ(system.shadow->nextIndex(), 0) << placeName(place);
+    EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u) << placeName(place);
+    EXPECT_EQ(system.loop.activity->wakeTime(), Zint::never) << placeName(place);
+    system.turns();
+    EXPECT_EQ(system.shadow->state(), idle) << placeName(place);
+  }
+}
+
+TEST_F(HardwareShadowReentrantState, theIndexIsCompleteWhenTheRequestIsFilled) {
+  System system(*this);
+  reach(system, unconfigured);
+  std::vector<bool> found;
+  system.watch([&](Place place) {
+    if (place != Place::members) return;
+    found.push_back(system.shadow->findChipMemory(ChipAddress(0x3000), 4) != nullptr);
+  });
+  system.shadow->stateIs(configured);
+  EXPECT_EQ(found, (std::vector<bool>{true, true}));
+}
+
+TEST_F(HardwareShadowReentrantState, aStateIsAnnouncedAtOnceAndActedOnLater) {
+  System system(*this);
+  std::vector<std::string> log;
+  system.watch([&](Place place) {
+    std::ostringstream entry;
+    entry << placeName(place) << " " << system.shadow->state() << " "
+          << system.shadow->auditReadRequest()->chipMemorys();
+    log.push_back(entry.str());
+    if (place == Place::command && log.size() == 2) system.shadow->stateIs(configured);
+  });
+  system.shadow->stateIs(unconfigured);
+  EXPECT_EQ(log,
+            (std::vector<std::string>{
+                "state unconfigured 2", "command unconfigured 2", "state configured 2",
+                "members configured 1", "members configured 0", "entriesUnderAudit configured 0",
+                "members configured 1", "members configured 2", "entriesUnderAudit configured 2",
+                "state idle 2", "command idle 2"}));
+}
+
+TEST_F(HardwareShadowReentrantState, anActionThatThrowsLeavesTheNextStateToBeSet) {
+  System system(*this);
+  reach(system, auditing);
+  EXPECT_NE(Fakes::assertedCondition([&] { system.shadow->stateIs(configured); }), "");
+  EXPECT_EQ(system.shadow->state(), configured);
+  system.shadow->stateIs(unconfigured);
+  EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u);
+  EXPECT_EQ(system.shadow->nextIndex(), 0);
+}
+
+TEST_F(HardwareShadowReentrantState, handleStateByHandActsOnTheState) {
+  System system(*this);
+  system.shadow->stateIs(auditing);
+  system.turns();
+  system.reader = nullptr;
+  system.shadow->auditReadRequest()->chipMemoryDelAll();
+  trace.full.clear();
+  system.shadow->handleState();
+  EXPECT_EQ(system.shadow->state(), idle);
+  EXPECT_EQ(trace.taken().front(), (Fakes::Line{0, "HardwareShadow::handleState( auditing )"}));
+}
+
+// --- chipMemoryAuditEnabledIs -------------------------------------------------------------------
+
+TEST_F(HardwareShadowReentrantState, theEntriesUnderAuditAgreeWithTheRequestWhateverANotifieeSets) {
+  for (const Place place : {Place::members, Place::entriesUnderAudit}) {
+    for (const bool enable : {false, true}) {
+      for (const State first : allStates) {
+        for (const State second : allStates) {
+          System system(*this);
+          bool isDone = false;
+          std::string failed;
+          system.watch([&](Place notified) {
+            if (notified != place || isDone) return;
+            isDone = true;
+            failed = Fakes::assertedCondition([&] {
+              system.shadow->stateIs(first);
+              system.shadow->stateIs(second);
+            });
+          });
+          system.shadow->chipMemoryAuditEnabledIs(enable ? system.third : system.first, enable);
+          EXPECT_TRUE(isDone);
+          if (!failed.empty()) continue;  // configured over a filled request
+          EXPECT_EQ(system.shadow->chipMemoryEntriesUnderAudit(), system.entriesOfMembers())
+              << placeName(place) << " " << enable << " " << first << " " << second;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(HardwareShadowReentrantState, auditSwitchedWhileTheRequestIsEmptiedLeavesItEmpty) {
+  System system(*this);
+  bool isDone = false;
+  system.watch([&](Place place) {
+    if (place != Place::members || isDone) return;
+    isDone = true;
+    system.shadow->stateIs(idle);
+    system.shadow->chipMemoryAuditEnabledIs(system.third, true);
+  });
+  system.shadow->stateIs(unconfigured);
+  EXPECT_TRUE(isDone);
+  EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u);
+  EXPECT_EQ(system.shadow->chipMemoryEntriesUnderAudit(), 0u);
+  system.shadow->stateIs(configured);
+  EXPECT_EQ(system.shadow->chipMemoryEntriesUnderAudit(), 16u + 5 + 3);
+}
+
+TEST_F(HardwareShadowReentrantState, auditSwitchedWhileTheRequestIsFilledIsCountedOnce) {
+  for (const bool enable : {false, true}) {
+    System system(*this);
+    reach(system, unconfigured);
+    std::vector<U32> counted;
+    bool isDone = false;
+    system.watch([&](Place place) {
+      if (place == Place::entriesUnderAudit) {
+        counted.push_back(system.shadow->chipMemoryEntriesUnderAudit());
+      }
+      if (place != Place::members || isDone) return;
+      isDone = true;
+      system.shadow->stateIs(idle);
+      system.shadow->chipMemoryAuditEnabledIs(enable ? system.third : system.first, enable);
+    });
+    system.shadow->stateIs(configured);
+    EXPECT_EQ(counted, std::vector<U32>{enable ? 16u + 5 + 3 : 5u});
+    EXPECT_EQ(system.entriesOfMembers(), counted.front());
+  }
+}
+
+}  // namespace
