@@ -41,7 +41,6 @@ TEST_F(HardwareShadowRegistry, newChipMemory_nullRaisesTheQuotedTextAndChangesNo
 }
 
 TEST_F(HardwareShadowRegistry, reactorsChipMemoryIs_nullRaisesTheQuotedTextAndChangesNothing) {
-  const ChipMemory::Ptr mac = region("mac", 0x1000, 4);
   const auto reactor = shadow->chipMemoryIs(mac);
   EXPECT_EQ(Fakes::exceptionText([&] { reactor->chipMemoryIs(nullptr); }),
             "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
