@@ -43,9 +43,9 @@ struct Comparison {
   U32 findDifferentBytes(U32 e) const {
     // Differences come in runs.
     if (!entriesEqual(shadowEntry(e), hardwareEntry(e), entrySize)) return e;
-    return e + static_cast<U32>(firstDifference(shadowEntry(e), hardwareEntry(e),
-                                                std::size_t{entries - e} * entrySize) /
-                                entrySize);
+    const U64 equalBytes =
+        firstDifference(shadowEntry(e), hardwareEntry(e), std::size_t{entries - e} * entrySize);
+    return e + static_cast<U32>(equalBytes) / entrySize;  // the buffers' sizes have 32 bits
   }
 
   // noinline: keeps the loop's variables in callee-saved registers across doCompare.
