@@ -114,50 +114,50 @@ using Kind = Model::Notification::Kind;
 class ShadowObserver : public Hardware::HardwareShadow::NotifieeConst {
  public:
   ShadowObserver(const Zint::Ptr<Zint::ActivityConfig>& activity,
-                 const Hardware::HardwareShadow::Ptr& shadow, std::vector<Model::Notification>& log)
-      : NotifieeConst(activity, shadow), log_(log) {}
+                 const Hardware::HardwareShadow::Ptr& shadow, Subject& subject)
+      : NotifieeConst(activity, shadow), subject_(subject) {}
   void onState() override {
-    log_.push_back({Kind::shadowState, 0, static_cast<U64>(notifier()->state()), {}});
+    subject_.recordNotification({Kind::shadowState, 0, static_cast<U64>(notifier()->state()), {}});
   }
 
  private:
-  std::vector<Model::Notification>& log_;
+  Subject& subject_;
 };
 
 class RequestObserver : public Hardware::ChipReadRequest::NotifieeConst {
  public:
   RequestObserver(const Zint::Ptr<Zint::ActivityConfig>& activity,
-                  const Hardware::ChipReadRequest::Ptr& request, int handle,
-                  std::vector<Model::Notification>& log)
-      : NotifieeConst(activity, request), handle_(handle), log_(log) {}
+                  const Hardware::ChipReadRequest::Ptr& request, int handle, Subject& subject)
+      : NotifieeConst(activity, request), handle_(handle), subject_(subject) {}
   using NotifieeConst::onChipMemory;
   void onState() override {
-    log_.push_back({Kind::requestState, handle_, static_cast<U64>(notifier()->state()), {}});
+    subject_.recordNotification(
+        {Kind::requestState, handle_, static_cast<U64>(notifier()->state()), {}});
   }
   void onStatus() override {
-    log_.push_back({Kind::requestStatus, handle_, static_cast<U64>(notifier()->status()), {}});
+    subject_.recordNotification(
+        {Kind::requestStatus, handle_, static_cast<U64>(notifier()->status()), {}});
   }
   void onChipMemory(const ChipAddress& key) override {
-    log_.push_back({Kind::requestMember, handle_, key.value(), {}});
+    subject_.recordNotification({Kind::requestMember, handle_, key.value(), {}});
   }
 
  private:
   const int handle_;
-  std::vector<Model::Notification>& log_;
+  Subject& subject_;
 };
 
 class DirectoryObserver : public Hardware::ChipMemoryBogon::NotifieeConst {
  public:
   DirectoryObserver(const Zint::Ptr<Zint::ActivityConfig>& activity,
-                    const Zint::Ptr<Hardware::ChipMemoryBogon>& directory,
-                    std::vector<Model::Notification>& log)
-      : NotifieeConst(activity, directory), log_(log) {}
+                    const Zint::Ptr<Hardware::ChipMemoryBogon>& directory, Subject& subject)
+      : NotifieeConst(activity, directory), subject_(subject) {}
   void onChipMemory(Zint::String8 name) override {
-    log_.push_back({Kind::directoryMember, 0, 0, name.bytes()});
+    subject_.recordNotification({Kind::directoryMember, 0, 0, name.bytes()});
   }
 
  private:
-  std::vector<Model::Notification>& log_;
+  Subject& subject_;
 };
 
 }  // namespace
@@ -175,9 +175,8 @@ Subject::Subject(Plant plant)
               Zint::makePtr<Hardware::ChipHam>("unreachable")};
   directory_ = Hardware::chipMemoryBogonFactory("directory");
   shadow_ = Hardware::hardwareShadowFactory(loop_.activity, loop_.clock);
-  observers_.push_back(Zint::makePtr<ShadowObserver>(loop_.activity, shadow_, notifications_));
-  observers_.push_back(
-      Zint::makePtr<DirectoryObserver>(loop_.activity, directory_, notifications_));
+  observers_.push_back(Zint::makePtr<ShadowObserver>(loop_.activity, shadow_, *this));
+  observers_.push_back(Zint::makePtr<DirectoryObserver>(loop_.activity, directory_, *this));
 }
 
 Subject::~Subject() {
@@ -209,6 +208,12 @@ void Subject::traceLine(const Zint::TraceLine& line) {
 
 void Subject::traceLevelIs(int level) {
   Hardware::umbraTrace().levelUpToIs(static_cast<U32>(level));
+}
+
+void Subject::recordNotification(Model::Notification notification) {
+  const Kind kind = notification.kind;
+  notifications_.push_back(std::move(notification));
+  if (reaction_ && reaction_->kind == kind) stateIs(0, reaction_->command);
 }
 
 std::string Subject::methodText(int method) const {
@@ -296,7 +301,7 @@ void Subject::doFixBadRegister(int, int region, U32 entry, const U8* data) {
 void Subject::observe(const Hardware::ChipReadRequest::Ptr& request) {
   requests_.push_back(request);
   observers_.push_back(Zint::makePtr<RequestObserver>(
-      loop_.activity, request, static_cast<int>(requests_.size()) - 1, notifications_));
+      loop_.activity, request, static_cast<int>(requests_.size()) - 1, *this));
 }
 
 int Subject::requestCreate(const std::string& name) {

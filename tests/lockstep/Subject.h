@@ -154,6 +154,9 @@ class Subject : private Zint::TraceSink {
   void timeIs(double seconds) { loop_.clock->timeIs(seconds); }
   int runTurn() { return static_cast<int>(loop_.turn()); }
   void traceLevelIs(int level);
+  void reactionIs(const Model::Reaction& reaction) { reaction_ = reaction; }
+  // Logs a notification of one of the client's notifiees, which then reacts.
+  void recordNotification(Model::Notification notification);
 
   // The request that the shadow uses is given a handle, and an observer, when the shadow has made
   // it; the handle, or none when nothing is new.
@@ -202,6 +205,7 @@ class Subject : private Zint::TraceSink {
   Zint::AssertionHook hookBefore_;
   std::vector<Line> trace_;
   std::vector<Model::Notification> notifications_;
+  std::optional<Model::Reaction> reaction_;
   U32 guarded_ = 0;
   std::optional<Failure> failure_;
   std::vector<U8> scratch_;

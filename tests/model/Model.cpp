@@ -68,6 +68,7 @@ void System::record(int level, std::vector<u32> values, std::vector<std::string>
 
 void System::notify(Notification::Kind kind, int owner, u64 key, const std::string& name) {
   if (logNotifications_) notifications_.push_back({kind, owner, key, name});
+  if (reaction_ && reaction_->kind == kind) stateIs(0, reaction_->command);
 }
 
 // --- Clock.

@@ -88,7 +88,8 @@ class System {
   bool readFromCacheHack(int shadow, u64 address, u8* data, u32 size);
   u32 readFromCacheU32(int shadow, u64 address);
 
-  // --- Shadows: states and audit.
+  // --- Shadows: states and audit. A state that is set within the notification of another one, or
+  // within its action, is acted on after it.
   void stateIs(int shadow, State state);
   void overrideHardwareIs(int shadow, bool overrideHardware);
   void minIntervalBetweenAuditsIs(int shadow, double seconds);
@@ -149,6 +150,8 @@ class System {
   void traceLevelIs(int level) { traceLevel_ = level; }
   void logAccessesIs(bool log) { logAccesses_ = log; }
   void logNotificationsIs(bool log) { logNotifications_ = log; }
+  // From now on, on the first shadow.
+  void reactionIs(const Reaction& reaction) { reaction_ = reaction; }
   // The logs, oldest first; the caller may drain them at any time.
   std::vector<TraceLine>& trace() { return trace_; }
   std::vector<Record>& records() { return records_; }
@@ -173,7 +176,7 @@ class System {
   void handleMode(int region);
 
   void handleChipMemory(Shadow& shadow, u64 address);
-  void handleState(int shadow);
+  void handleState(int shadow, State state);
   void handleConfigured(int shadow);
   void auditRegion(int shadow, int region);
   void reportDifference(const Region& region, u32 entry);
@@ -204,6 +207,7 @@ class System {
   int traceLevel_ = 9;
   bool logAccesses_ = true;
   bool logNotifications_ = true;
+  std::optional<Reaction> reaction_;
   std::vector<TraceLine> trace_;
   std::vector<Record> records_;
   std::vector<Access> accesses_;

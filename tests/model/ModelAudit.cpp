@@ -9,10 +9,16 @@ namespace Model {
 void System::stateIs(int handle, State state) {
   Shadow& shadow = shadows_.at(handle);
   if (shadow.state == state) return;
+  const bool isReentrant = !shadow.commands.empty();
+  shadow.commands.push_back(state);
   shadow.state = state;
   // Announced before it is acted on, so that notifiees see a value that is passed through.
   notify(Notification::Kind::shadowState, handle, static_cast<u64>(state));
-  handleState(handle);
+  if (isReentrant) return;
+  while (!shadow.commands.empty()) {
+    handleState(handle, shadow.commands.front());
+    shadow.commands.erase(shadow.commands.begin());
+  }
 }
 
 void System::overrideHardwareIs(int shadow, bool overrideHardware) {
@@ -31,13 +37,15 @@ void System::auditReadRequestIs(int handle, int request) {
   if (request != none) observe(request, {Actor::shadow, handle});
 }
 
-void System::handleState(int handle) {
+void System::handleState(int handle, State state) {
   static const char* function = "void Hardware::HardwareShadow::handleState()";
   Shadow& shadow = shadows_.at(handle);
   if (tracing(0)) {
-    trace(0, "handleState", 0, "HardwareShadow::handleState( " + stateText(shadow.state) + " )");
+    trace(0, "handleState", 0, "HardwareShadow::handleState( " + stateText(state) + " )");
   }
-  switch (shadow.state) {
+  // A client's state comes after this one: the shadow sets none of its own.
+  const auto isLast = [&] { return shadow.commands.size() <= 1; };
+  switch (state) {
     case State::configured:
       handleConfigured(handle);
       return;
@@ -49,7 +57,7 @@ void System::handleState(int handle) {
     case State::auditing:
       require(shadow.request != none, "auditReadRequest()", function);
       if (requests_.at(shadow.request).members.empty()) {
-        stateIs(handle, State::idle);
+        if (isLast()) stateIs(handle, State::idle);
       } else {
         arm(shadow.alarm, 0.0);
       }
@@ -91,7 +99,7 @@ void System::handleConfigured(int handle) {
     }
   }
   shadow.entriesUnderAudit = sum;
-  stateIs(handle, State::idle);
+  if (shadow.commands.size() <= 1) stateIs(handle, State::idle);
 }
 
 void System::chipMemoryAuditEnabledIs(int handle, int regionHandle, bool enabled) {

@@ -85,6 +85,12 @@ struct Notification {
   bool operator==(const Notification&) const = default;
 };
 
+// What a client's notifiee does at each notification of a kind: it sets the shadow's state.
+struct Reaction {
+  Notification::Kind kind = Notification::Kind::shadowState;
+  State command = State::idle;
+};
+
 enum class Actor { shadow, reader };
 
 // An exception that a handler let out and that the guard around handlers swallowed.
@@ -155,6 +161,7 @@ struct Alarm {
 struct Shadow {
   bool alive = true;
   State state = State::unconfigured;
+  std::vector<State> commands;  // the states that were set and are not acted on yet, oldest first
   bool overrideHardware = false;
   double minIntervalBetweenAudits = 0.0;
   double lastAuditStartTime = 0.0;

@@ -178,11 +178,32 @@ Word wordOf(std::initializer_list<const char*> names) {
 
 const std::vector<Start>& starts() {
   using Lockstep::comparing, Lockstep::copying, Lockstep::generic;
+  using Kind = Model::Notification::Kind;
   static const std::vector<Start> all = {
       {"unconfigured", generic, copying, 9, {}},
       {"idle", generic, comparing, 0, wordOf({"configure", "write-first", "write-second-address"})},
       {"auditing", comparing, generic, 0,
        wordOf({"clear-first", "configure", "write-second-zero", "audit", "turn", "turn"})},
+      // A reaction must come to rest: auditing an empty request is answered with idle, so no
+      // notification of that may set auditing.
+      {"auditOnMembers",
+       generic,
+       comparing,
+       0,
+       {},
+       Model::Reaction{Kind::requestMember, Model::State::auditing}},
+      {"idleOnCommands",
+       generic,
+       comparing,
+       0,
+       {},
+       Model::Reaction{Kind::requestState, Model::State::idle}},
+      {"idleOnStates",
+       generic,
+       comparing,
+       0,
+       {},
+       Model::Reaction{Kind::shadowState, Model::State::idle}},
   };
   return all;
 }

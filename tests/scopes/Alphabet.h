@@ -2,6 +2,7 @@
 // one entry at a time, and the operations that are tried in every order.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,8 @@ struct Start {
   const char* name;
   Lockstep::Method firstMethod, secondMethod;
   int traceLevel;
-  Word prefix;  // performed before the explored words
+  Word prefix;                                             // performed before the explored words
+  std::optional<Model::Reaction> reaction = std::nullopt;  // of a client's notifiee
 };
 const std::vector<Start>& starts();
 
@@ -52,6 +54,7 @@ void build(Side& side, const Start& start) {
   }
   side.skipWriteIfMatchesCacheIs(first, true);
   side.traceLevelIs(start.traceLevel);
+  if (start.reaction) side.reactionIs(*start.reaction);
 }
 // The model of the start, without its prefix.
 Model::System modelOf(const Start& start);
