@@ -64,7 +64,8 @@ TEST_F(ChipReaderNotify, aTypedObserverIgnoresWhatItDoesNotHandle) {
   const auto typed = Zint::makePtr<TypedObserver>(reader);
   const auto bare = Zint::makePtr<Hardware::ChipReader::NotifieeConst>(
       nullptr, Zint::Ptr<const Hardware::ChipReader>(reader));
-  reader->zintFwkActivityIs(nullptr);
+  reader->zintFwkActivityIs(
+      Zint::activityFactory("another", Zint::Ptr<const Zint::Clock>(loop.clock)));
   reader->maxEntriesPerReadIs(11);
   reader->readIntervalIs(0.25);
   EXPECT_THAT(typed->told, ElementsAre(Id::maxEntriesPerRead, Id::readInterval));
