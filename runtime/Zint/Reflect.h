@@ -38,21 +38,10 @@ namespace Zint {
 
 namespace Detail {
 
-// The flags follow from the functions that the row has; `more` is what the functions cannot tell.
-constexpr Member withFlags(Member member, U32 more) {
-  using Flags = ZintAttrIntrospectionFlags;
-  U32 flags = more;
-  if (member.get != nullptr) flags |= Flags::readable;
-  if (member.set != nullptr) flags |= Flags::writable;
-  if (member.call != nullptr) flags |= Flags::callable;
-  if (member.list != nullptr) flags |= Flags::readable | Flags::collection;
-  member.flags = flags;
-  return member;
-}
-
 template <auto getter>
-constexpr Member getterRow(const char* name) {
-  Member member{name, typeNameOf<ResultOf<getter>>()};
+constexpr Member getterRow(const char* name, U32 moreFlags) {
+  Member member{name, typeNameOf<ResultOf<getter>>(),
+                ZintAttrIntrospectionFlags::readable | moreFlags};
   member.get = get<getter>;
   if constexpr (isPtr<ResultOf<getter>>) member.target = target<getter>;
   return member;
@@ -63,22 +52,21 @@ constexpr Member getterRow(const char* name) {
 // An attribute that cannot be set.
 template <auto getter>
 constexpr Member readOnly(const char* name) {
-  return Detail::withFlags(Detail::getterRow<getter>(name), ZintAttrIntrospectionFlags::constant);
+  return Detail::getterRow<getter>(name, ZintAttrIntrospectionFlags::constant);
 }
 
 // An attribute that only a constructor parameter sets.
 template <auto getter>
 constexpr Member constructorParameter(const char* name) {
   using Flags = ZintAttrIntrospectionFlags;
-  return Detail::withFlags(Detail::getterRow<getter>(name),
-                           Flags::constant | Flags::constructorParameter);
+  return Detail::getterRow<getter>(name, Flags::constant | Flags::constructorParameter);
 }
 
 template <auto getter, auto setter>
 constexpr Member attribute(const char* name) {
-  Member member = Detail::getterRow<getter>(name);
+  Member member = Detail::getterRow<getter>(name, ZintAttrIntrospectionFlags::writable);
   member.set = Detail::set<setter>;
-  return Detail::withFlags(member, 0);
+  return member;
 }
 
 // The names are those of the arguments, in order.
@@ -86,35 +74,38 @@ template <auto f, class... Names>
 constexpr Member operation(const char* name, Names... names) {
   static_assert(sizeof...(names) == Detail::parameterCount<f>);
   using R = Detail::ResultOf<f>;
-  Member member{name, ""};
+  using Flags = ZintAttrIntrospectionFlags;
+  constexpr bool isConst = Detail::Signature<decltype(f)>::isConst;
+  Member member{name, "", Flags::callable | (isConst ? U32{Flags::constant} : 0u)};
   if constexpr (!std::same_as<R, Result>) member.typeName = typeNameOf<R>();
   member.arguments = {names...};
   member.call = Detail::call<f>;
-  const bool isConst = Detail::Signature<decltype(f)>::isConst;
-  return Detail::withFlags(member, isConst ? U32{ZintAttrIntrospectionFlags::constant} : 0);
+  return member;
 }
 
 // A free function that makes an object.
 template <auto f, class... Names>
 constexpr Member factory(const char* name, Names... names) {
   static_assert(sizeof...(names) == Detail::Factory<f>::parameters);
-  Member member{name, typeNameOf<typename Detail::Factory<f>::R>()};
+  Member member{name, typeNameOf<typename Detail::Factory<f>::R>(),
+                ZintAttrIntrospectionFlags::callable};
   member.arguments = {names...};
   member.call = Detail::Factory<f>::call;
-  return Detail::withFlags(member, 0);
+  return member;
 }
 
 // `list` must outlive the row.
 constexpr Member collection(const char* name, const ListAccess& list) {
-  Member member{name, "Zint::GenericIf::List_"};
+  Member member{name, "Zint::GenericIf::List_",
+                ZintAttrIntrospectionFlags::readable | ZintAttrIntrospectionFlags::collection};
   member.list = &list;
-  return Detail::withFlags(member, 0);
+  return member;
 }
 
 constexpr Member enumerator(const char* name, S32 value) {
-  Member member{name, ""};
+  Member member{name, "", ZintAttrIntrospectionFlags::constant};
   member.value = value;
-  return Detail::withFlags(member, ZintAttrIntrospectionFlags::constant);
+  return member;
 }
 
 // Whether the rows have the names in `names` ("name, mode") in this order, and the ids count from
