@@ -41,6 +41,7 @@ ChipMemory::Ptr ChipMemoryBogon::chipMemoryIs(Zint::String8 name, const ChipAddr
   if (address != existing->address()) {
     reinstantiationRefused("_address", address.stringValue(), existing->address().stringValue());
   }
+  const Zint::Ptr<ChipHam> given = chipHam;  // a notifiee may clear the pointer that was passed
   existing->entriesIs(entries);
   if (entrySize != existing->entrySize()) {
     reinstantiationRefused("_entrySize", Zint::valueToStrep(entrySize),
@@ -50,8 +51,8 @@ ChipMemory::Ptr ChipMemoryBogon::chipMemoryIs(Zint::String8 name, const ChipAddr
     reinstantiationRefused("_stride", Zint::valueToStrep(stride),
                            Zint::valueToStrep(existing->stride()));
   }
-  if (chipHam != existing->chipHam()) {
-    reinstantiationRefused("_chipHam", Zint::valueToStrep(chipHam),
+  if (given != existing->chipHam()) {
+    reinstantiationRefused("_chipHam", Zint::valueToStrep(given),
                            Zint::valueToStrep(existing->chipHam()));
   }
   return existing;

@@ -51,9 +51,11 @@ void ChipReader::hasNotificationActiveIs(bool active) {
 
 void ChipReader::zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity) {
   if (zintFwkActivity_ == activity) return;
-  if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
-  if (request_ != nullptr) request_->zintFwkActivityIs(activity);
-  zintFwkActivity_ = activity;  // last: the clock's notifiee refuses a null one
+  const Ptr self(this);  // the destruction of the old one may drop this reader
+  Zint::Ptr<Zint::ActivityConfig> held = activity;
+  if (clock_ != nullptr) clock_->zintFwkActivityIs(held);
+  if (request_ != nullptr) request_->zintFwkActivityIs(held);
+  zintFwkActivity_.swap(held);  // last: the clock's notifiee refuses a null one
   notify(Id::zintFwkActivity);
 }
 

@@ -185,6 +185,21 @@ TEST_F(ChipMemoryBogonTest, chipMemoryIs_changesEntriesAndThenReportsTheStride) 
   EXPECT_THAT(observer->told, ElementsAre("mac"));
 }
 
+TEST_F(ChipMemoryBogonTest, chipMemoryIs_comparesTheAccessMethodGivenThoughANotifieeClearsIt) {
+  struct Clear : ChipMemory::NotifieeConst {
+    Clear(const ChipMemory::Ptr& cm, ChipHam::Ptr& cleared)
+        : NotifieeConst(nullptr, Zint::Ptr<const ChipMemory>(cm)), cleared_(cleared) {}
+    void onEntries() override { cleared_ = nullptr; }
+    ChipHam::Ptr& cleared_;
+  };
+  const ChipMemory::Ptr mac = asked("mac");
+  ChipHam::Ptr given = ham;
+  const auto clear = Zint::makePtr<Clear>(mac, given);
+  EXPECT_EQ(directory->chipMemoryIs("mac", mac->address(), 9, 4, 4, given), mac);
+  EXPECT_EQ(given, nullptr);
+  EXPECT_EQ(mac->entries(), 9u);
+}
+
 TEST_F(ChipMemoryBogonTest, chipMemoryIs_aRefusalLeavesTheCollectionAsItIs) {
   const ChipMemory::Ptr mac = asked("mac");
   asked("acl", 0x2000);

@@ -1,5 +1,5 @@
 // Reader and shadow without a clock, a request or an activity, and with another one: what was set
-// before is let go of, and what is absent is left out.
+// before is released, and what is absent is left out.
 #include <Hardware/ChipReader.h>
 #include <Zint/GenericIf.h>
 #include <gmock/gmock.h>
@@ -110,6 +110,36 @@ TEST_F(ReaderReactors, observerOfTheEntriesReadMayStopWhatHasJustStarted) {
   request->stateIs(ChipReadRequest::start_);
   EXPECT_EQ(reader->currentChipMemory(), nullptr);
   EXPECT_EQ(loop.turnAt(1), 0u);
+}
+
+// Sets `isDestroyed` in its destructor.
+class Mortal : public ChipReader {
+ public:
+  Mortal(const Zint::Ptr<Zint::ActivityConfig>& activity, bool& isDestroyed)
+      : ChipReader(activity, nullptr, nullptr, 4, 0.5), isDestroyed_(isDestroyed) {}
+
+ protected:
+  ~Mortal() override { isDestroyed_ = true; }
+
+ private:
+  bool& isDestroyed_;
+};
+
+TEST_F(ReaderReactors, theDestructionOfTheOldActivityMayDropTheReader) {
+  auto old = Zint::Ptr<Zint::ActivityConfig>(
+      Zint::activityFactory("old", Zint::Ptr<const Zint::Clock>(loop.clock)));
+  bool isDestroyed = false, isDestroyedWithin = true;
+  ChipReader::Ptr dropped = Hardware::chipReaderFactoryOf<Mortal>(old, isDestroyed);
+  const auto drop = Zint::makePtr<Reaction>(old, Zint::Entity::Id::isNondestructing, [&] {
+    dropped = nullptr;
+    isDestroyedWithin = isDestroyed;
+  });
+  drop->isNonReferencingIs(true);
+  old = nullptr;
+  dropped->zintFwkActivityIs(nullptr);
+  EXPECT_EQ(dropped, nullptr);
+  EXPECT_FALSE(isDestroyedWithin) << "it is held until its notifiees have been notified";
+  EXPECT_TRUE(isDestroyed);
 }
 
 struct ShadowReactors : Fakes::ShadowTest {};
