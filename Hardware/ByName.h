@@ -1,4 +1,4 @@
-// Adapters for operations by name. Each has the name of the operation that it stands for, and takes
+// Adapters for operations by name. Each has the name of the operation that it calls, and takes
 // and returns what has a text form: bytes in place of pointers. An argument that does not fit
 // raises an ArgumentException before anything has changed: the number of bytes must be what the
 // operation accesses.

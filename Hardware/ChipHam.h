@@ -39,7 +39,7 @@ class UMBRA_API ChipHam : public Zint::Entity {
     };
   };
 
-  // Told of the access method's end.
+  // Notified when the access method is being destroyed.
   class UMBRA_API NotifieeConst : public Entity::NotifieeConst {
    public:
     NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,

@@ -13,13 +13,11 @@
 //   that names the region.
 // - A bitmap has (entries >> 3) + 1 bytes. Deliberate: clients rely on the spare byte that this
 //   gives at multiples of 8 entries.
-// - shadow, dirty and initialized, together the store, exist exactly while shadowStoreNeeded().
-// They
-//   are created and zeroed by every change of entries, of shadowEnabled to true and of mode to
-//   normal or buffered.
-// - hardware exists from the start, except in override mode. A change of entries does not resize
-// it.
-//   Deliberate, because clients rely on the buffer: change entries before auditing.
+// - The store is shadow, dirty and initialized. It exists exactly while shadowStoreNeeded(). It is
+//   created and zeroed by every change of entries, of shadowEnabled to true and of mode to normal
+//   or buffered.
+// - hardware exists from the start, except in override mode. Deliberate, because clients keep the
+//   buffer: a change of entries does not resize it. Change entries before auditing.
 //
 // A client may install buffers of its own, of any size. Operations use as much of them as the rules
 // above describe.
@@ -91,8 +89,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
     };
   };
 
-  // Is notified of every changed attribute through handleNotification(), of the common ones by
-  // name.
+  // Every changed attribute reaches handleNotification(); the common ones have a handler each.
   class UMBRA_API NotifieeConst : public Zint::NotifieeConst {
    public:
     NotifieeConst(const Zint::Ptr<Zint::ActivityConfig>& activity,

@@ -1,12 +1,13 @@
 #include <Hardware/ChipMemoryBogon.h>
+
 #include <Hardware/Umbra.h>
 #include <Zint/ObjectText.h>
 
 namespace Hardware {
 namespace {
 
-[[noreturn]] void reinstantiationRefused(const char* attribute, const Zint::String8& passed,
-                                         const Zint::String8& held) {
+[[noreturn]] void refuseReinstantiation(const char* attribute, const Zint::String8& passed,
+                                        const Zint::String8& held) {
   Zint::throwNameInUseException(
       Zint::String8(
           "Reinstantiating the pointer interface where constructor parameter attribute ") +
@@ -35,25 +36,25 @@ ChipMemory::Ptr ChipMemoryBogon::chipMemoryIs(Zint::String8 name, const ChipAddr
   const ChipMemory::Ptr existing = chipMemory_.find(name);
   if (existing == nullptr) {
     const ChipMemory::Ptr made = newChipMemory(name, address, entries, entrySize, stride, chipHam);
-    announced(name);
+    announce(name);
     return made;
   }
   if (address != existing->address()) {
-    reinstantiationRefused("_address", address.stringValue(), existing->address().stringValue());
+    refuseReinstantiation("_address", address.stringValue(), existing->address().stringValue());
   }
   const Zint::Ptr<ChipHam> given = chipHam;  // a notifiee may clear the pointer that was passed
   existing->entriesIs(entries);
   if (entrySize != existing->entrySize()) {
-    reinstantiationRefused("_entrySize", Zint::valueToStrep(entrySize),
-                           Zint::valueToStrep(existing->entrySize()));
+    refuseReinstantiation("_entrySize", Zint::valueToStrep(entrySize),
+                          Zint::valueToStrep(existing->entrySize()));
   }
   if (stride != existing->stride()) {
-    reinstantiationRefused("_stride", Zint::valueToStrep(stride),
-                           Zint::valueToStrep(existing->stride()));
+    refuseReinstantiation("_stride", Zint::valueToStrep(stride),
+                          Zint::valueToStrep(existing->stride()));
   }
   if (given != existing->chipHam()) {
-    reinstantiationRefused("_chipHam", Zint::valueToStrep(given),
-                           Zint::valueToStrep(existing->chipHam()));
+    refuseReinstantiation("_chipHam", Zint::valueToStrep(given),
+                          Zint::valueToStrep(existing->chipHam()));
   }
   return existing;
 }
@@ -69,7 +70,7 @@ ChipMemory::Ptr ChipMemoryBogon::newChipMemory(Zint::String8 name, const ChipAdd
 
 ChipMemory::Ptr ChipMemoryBogon::chipMemoryDel(Zint::String8 name) {
   const ChipMemory::Ptr removed = chipMemory_.del(name);
-  if (removed != nullptr) announced(name);
+  if (removed != nullptr) announce(name);
   return removed;
 }
 
@@ -79,12 +80,12 @@ void ChipMemoryBogon::chipMemoryDelAll() {
 }
 
 void ChipMemoryBogon::chipMemoryNotify(Zint::String8 name, const ChipMemory::Ptr&) {
-  announced(name);
+  announce(name);
 }
 
 // By reference: a copy of the name could lack memory, and the change has been made. Each notifiee's
 // own copy is made under its guard.
-void ChipMemoryBogon::announced(const Zint::String8& name) {
+void ChipMemoryBogon::announce(const Zint::String8& name) {
   notifyEach<NotifieeConst>(Id::chipMemory,
                             [&name](NotifieeConst& notifiee) { notifiee.onChipMemory(name); });
 }

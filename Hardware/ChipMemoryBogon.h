@@ -1,6 +1,6 @@
 // A directory that makes, keeps and removes regions by name. A name may be asked for again only
-// with the same address, entry size, stride and access method; a new number of entries is taken
-// over.
+// with the same address, entry size, stride and access method; the region gets the new number of
+// entries.
 //
 //   auto directory = chipMemoryBogonFactory("switch");
 //   auto table = directory->chipMemoryIs("mac", ChipAddress(0, 0x1000), 1024, 4, 4, ham);
@@ -44,7 +44,7 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
   // Walks the regions and can remove them.
   class ChipMemoryIterator : public Map::Iterator {
    public:
-    // Removes the region at which this stands, and announces it; one that has left is left alone.
+    // Removes the current region and announces it. Does nothing if the region has left already.
     void del() {
       if (hasLeft()) return;
       const ChipMemory::Ptr region = **this;
@@ -53,7 +53,7 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
     }
     void deleteNotify(const ChipMemory::Ptr& region) {
       const ChipMemory::Ptr held = region;  // a notifiee may clear the pointer that was passed
-      directory_->announced(held->fwkKey());
+      directory_->announce(held->fwkKey());
     }
 
    private:
@@ -79,9 +79,10 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
   ChipMemoryIteratorConst chipMemoryIteratorConst() const { return chipMemory_.iterator(); }
   ChipMemoryIterator chipMemoryIterator() { return ChipMemoryIterator(this); }
 
-  // Finds or makes; never null. Checked against a region of that name, in this order: address, then
-  // entries (taken over at once, before the later checks), entrySize, stride, chipHam. A difference
-  // raises the name-in-use exception.
+  // Finds or makes; never null. An existing region is compared with the arguments in this order:
+  // address, entrySize, stride, chipHam. A difference raises the name-in-use exception. Deliberate,
+  // because clients rely on it: `entries` is set after the address has been compared, before the
+  // rest.
   ChipMemory::Ptr chipMemoryIs(Zint::String8 name, const ChipAddress& address, U32 entries,
                                U32 entrySize, U32 stride, const Zint::Ptr<ChipHam>& chipHam);
   // Makes and inserts, without look-up and without notification. REQUIRES: no region of that name.
@@ -90,11 +91,11 @@ class UMBRA_API ChipMemoryBogon : public Zint::Entity {
   // Returns the removed region, null when there was none.
   ChipMemory::Ptr chipMemoryDel(Zint::String8 name);
   void chipMemoryDelAll();
-  // Tells every notifiee that the member `name` has changed.
+  // Notifies every notifiee that the member `name` has changed.
   void chipMemoryNotify(Zint::String8 name, const ChipMemory::Ptr& chipMemory);
 
  private:
-  void announced(const Zint::String8& name);
+  void announce(const Zint::String8& name);
 
   Map chipMemory_;
 };

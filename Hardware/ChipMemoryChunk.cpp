@@ -1,4 +1,5 @@
 #include <Hardware/ChipMemoryChunk.h>
+
 #include <Hardware/Umbra.h>
 
 namespace Hardware {

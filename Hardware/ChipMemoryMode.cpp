@@ -1,5 +1,6 @@
 // The names of a region's modes.
 #include <Hardware/ChipMemory.h>
+
 #include <Zint/Enumeration.h>
 
 namespace Hardware {
@@ -28,11 +29,7 @@ Zint::String8 valueToStrep(const ChipMemory::ChipMemoryMode& mode) {
 
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      ChipMemory::ChipMemoryMode& mode) {
-  Zint::String8 text;
-  auto p = pos;
-  Zint::sequenceToValue(p, end, text);
-  mode = ChipMemory::ChipMemoryModeInstance(text);
-  pos = p;
+  mode = static_cast<ChipMemory::ChipMemoryMode>(Zint::readEnumeration(modes, pos, end));
 }
 
 std::ostream& operator<<(std::ostream& out, const ChipMemory::ChipMemoryMode& mode) {

@@ -5,14 +5,8 @@
 namespace Hardware {
 namespace {
 
-ChipMemory::Ptr refuseNull(const ChipMemory::Ptr& chipMemory) {
-  if (chipMemory == nullptr) {
-    Zint::throwRangeException(
-        "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not "
-        "allowed\"");
-  }
-  return chipMemory;
-}
+constexpr const char* nullChipMemory =
+    "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not allowed\"";
 
 }  // namespace
 
@@ -31,7 +25,7 @@ ChipMemory::Ptr ChipReadRequest::chipMemory(const ChipAddress& address) const {
 }
 
 void ChipReadRequest::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  const ChipMemory::Ptr cm = refuseNull(chipMemory);
+  const ChipMemory::Ptr cm = refuseNull(chipMemory, nullChipMemory);
   const Ptr self(this);  // the destructor of a replaced region may drop this request
   const Zint::Ptr<ZintChipMemory> member = chipMemory_.find(cm->address());
   if (member == nullptr) {
@@ -45,11 +39,11 @@ void ChipReadRequest::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
 }
 
 void ChipReadRequest::newChipMemory(const ChipMemory::Ptr& chipMemory) {
-  chipMemory_.insert(Zint::makePtr<ZintChipMemory>(refuseNull(chipMemory)));
+  chipMemory_.insert(Zint::makePtr<ZintChipMemory>(refuseNull(chipMemory, nullChipMemory)));
 }
 
 void ChipReadRequest::ZintChipMemory::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  chipMemory_ = refuseNull(chipMemory);
+  chipMemory_ = refuseNull(chipMemory, nullChipMemory);
 }
 
 ChipMemory::Ptr ChipReadRequest::chipMemoryDel(const ChipAddress& address) {

@@ -26,8 +26,8 @@ class UMBRA_API ChipReadRequest : public Zint::Request {
     const ChipReadRequest* notifier() const {
       return static_cast<const ChipReadRequest*>(Request::NotifieeConst::notifier());
     }
-    // A region was added, replaced or removed: first the immediate form, then the one with the key,
-    // which calls the one without unless it is overridden.
+    // A region was added, replaced or removed. The immediate form is called first, then the one
+    // with the key, which calls the one without a key unless it is overridden.
     virtual void onChipMemory(const ChipAddress& key);
     virtual void onChipMemory() {}
     virtual void onChipMemoryzintImmediate() {}

@@ -7,13 +7,8 @@
 namespace Hardware {
 namespace {
 
-void refuseNull(const ChipMemory::Ptr& chipMemory) {
-  if (chipMemory == nullptr) {
-    Zint::throwRangeException(
-        "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not "
-        "allowed\"");
-  }
-}
+constexpr const char* nullChipMemory =
+    "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not allowed\"";
 
 }  // namespace
 
@@ -176,7 +171,7 @@ void ChipReader::entriesReadIs(U32 entriesRead) {
 // --- Queue ---
 
 void ChipReader::chipMemoryEnq(const ChipMemory::Ptr& chipMemory) {
-  refuseNull(chipMemory);
+  refuseNull(chipMemory, nullChipMemory);
   chipMemory_.enq(Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 
@@ -196,7 +191,7 @@ void ChipReader::chipMemoryDelAll() {
 }
 
 void ChipReader::newChipMemory(U32 index, const ChipMemory::Ptr& chipMemory) {
-  refuseNull(chipMemory);
+  refuseNull(chipMemory, nullChipMemory);
   chipMemory_.insert(index, Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 

@@ -4,9 +4,9 @@
 //   auto reader = chipReaderFactory(activity, request, clock, 1024, 0.001);
 //   request->stateIs(Zint::Request::start_);   // 1,024 entries per tick, 1 ms between ticks
 //
-// A slice goes on into the next region with what is left of its budget, so a request takes
-// ceil(entries / maxEntriesPerRead) ticks. What an access method throws ends the reading
-// where it is: no further tick is scheduled until the request is started again.
+// A slice continues with the next region while entries of its budget are left, so a request takes
+// ceil(entries / maxEntriesPerRead) ticks. An exception of an access method ends the reading: no
+// tick is scheduled until the request is started again.
 #pragma once
 
 #include <Hardware/ChipReadRequest.h>

@@ -90,8 +90,8 @@ inline std::size_t firstDifference(const U8* a, const U8* b, std::size_t bytes) 
   return at;
 }
 
-// One entry, or a number of bytes; they may overlap. A word, the common case, needs no call. With
-// zero bytes the pointers may be null, so memmove must not be called.
+// The blocks may overlap. One word, the common case, needs no call. With zero bytes the pointers
+// may be null, so memmove must not be called.
 inline void copyBytes(U8* to, const U8* from, U32 bytes) {
   if (bytes == sizeof(U32)) {
     U32 word;
@@ -137,7 +137,7 @@ inline __m128i twoEqual8(const U8* a, const U8* b) {
 inline U32 eightEqual8(const U8* a, const U8* b) {
   const __m128i low = _mm_packs_epi32(twoEqual8(a, b), twoEqual8(a + 16, b + 16));
   const __m128i high = _mm_packs_epi32(twoEqual8(a + 32, b + 32), twoEqual8(a + 48, b + 48));
-  // Each entry is still two equal words. Packed into one, they saturate to a word again.
+  // An entry is now two equal 16-bit lanes: one 32-bit lane of 0 or -1, which is packed once more.
   return eightWide(_mm_packs_epi32(low, high));
 }
 

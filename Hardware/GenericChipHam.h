@@ -1,5 +1,5 @@
-// The ready-made access method for plain arrays of 32-bit registers: entries are packed without a
-// gap, whatever the region's stride.
+// The ready-made access method for arrays of 32-bit registers. Entries are packed without a gap,
+// whatever the region's stride.
 #pragma once
 
 #include <Fru/HamImpl.h>
@@ -24,7 +24,8 @@ class UMBRA_API GenericChipHam : public ChipHam {
  public:
   // One register access per 32-bit word, in ascending order, at the low word of `address` (the high
   // word is not passed on). Entry sizes that are no multiple of 4: a fatal assertion, before any
-  // access. What the register access throws passes through; the words before it are done.
+  // access. An exception of the register access passes through; the accesses before it have been
+  // made.
   void doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
   void doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) override;
 

@@ -1,5 +1,6 @@
 // The shadow's attributes and its two reactors, its constructor and destructor.
 #include <Hardware/HardwareShadow.h>
+
 #include <Hardware/Umbra.h>
 
 namespace Hardware {

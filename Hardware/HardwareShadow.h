@@ -2,7 +2,7 @@
 //
 //   auto shadow = hardwareShadowFactory(activity, clock);
 //   shadow->chipMemoryIs(table);                       // while unconfigured
-//   shadow->stateIs(HardwareShadow::configured());     // builds the index, goes on to idle
+//   shadow->stateIs(HardwareShadow::configured());     // builds the index, then idle
 //   shadow->stateIs(HardwareShadow::auditing());       // passes begin at the next turn
 //   if (!shadow->shadowWriteAndCompareWithCache(table, entry, data, size))
 //     table->chipHam()->doWrite(table->entryAddress(entry), data, table->entrySize(), entries);
@@ -303,7 +303,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   U32 audits_ = 0;
   U32 chipMemoryEntriesUnderAudit_ = 0;
   Zint::Epoch stateChanges_;
-  Zint::Epoch enrolments_;  // advances when the audit's request is filled or emptied as a whole
+  Zint::Epoch enrolments_;       // advances when all regions enter or leave the audit's request
   std::vector<State> commands_;  // the states that were set and have not been acted on to the end
   bool isActing_ = false;        // on the first of the commands
 };

@@ -2,6 +2,7 @@
 // reader fills the hardware buffers; doAuditChips compares, adopts, reports and repairs, and arms
 // the clock for the next pass.
 #include <Hardware/HardwareShadow.h>
+
 #include <Hardware/OverrideCheck.h>
 #include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
@@ -102,10 +103,6 @@ void recordBytes(const Zint::String8& expected, const Zint::String8& actual) {
   msg.endMsg();
 }
 
-void refuseNull(const ChipMemory::Ptr& cm, const char* message) {
-  if (cm == nullptr) Zint::throwRangeException(message);
-}
-
 }  // namespace
 
 void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
@@ -122,8 +119,8 @@ void HardwareShadow::chipMemoryAuditEnabledIs(const ChipMemory::Ptr& chipMemory,
   if (cm->mode() == ChipMemory::override()) return;
   const ChipReadRequest::Ptr request = auditReadRequest();
   UMBRA_ASSERT(__LINE__, request);
-  // The entries are counted only where the membership changes, and not while, or after, a notifiee
-  // has had the request filled or emptied: then they are counted anew.
+  // The count changes only if this call changes the membership. If a notifiee has all regions
+  // enrolled or removed re-entrantly, they are counted there.
   const Zint::Epoch::Mark enrolment(enrolments_);
   const ChipMemory::Ptr member = request->chipMemory(cm->address());
   U32 added = 0;
@@ -158,7 +155,8 @@ void HardwareShadow::doStartAudit() {
     UMBRA_ASSERT(__LINE__, dirty);
     std::memset(dirty->data(), 0, dirty->size());
   }
-  // The clock that the next pass is armed on; it is the one of now() when it called this.
+  // A time of the clock that wakes the next pass. When that clock has called this, now() is the
+  // same time.
   lastAuditStartTimeIs(clock_ == nullptr ? Zint::now() : clock_->notifier()->time());
   if (mark.isSuperseded()) return;  // a notifiee ended the audit
   request->stateIs(ChipReadRequest::start_);

@@ -1,5 +1,6 @@
 // The read path: served from the shadow when every entry asked for is initialized.
 #include <Hardware/HardwareShadow.h>
+
 #include <Hardware/OverrideCheck.h>
 #include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
@@ -28,7 +29,7 @@ namespace {
 [[gnu::always_inline]] inline bool readFast(const HardwareShadow& shadow, const ChipMemory& cm,
                                             U32 entry, U8* data, U32 size) {
   if (shadow.state() == HardwareShadow::unconfigured() ||
-      !(cm.readFromCache() || shadow.overrideHardware()) || umbraTrace().built(7) ||
+      !(cm.readFromCache() || shadow.overrideHardware()) || umbraTrace().isBuilt(7) ||
       cm.notifiees() != 0 || cm.chipHam() == nullptr || overridesReadFromCache(*cm.chipHam()) ||
       overridesReadCacheHits(cm)) {
     return false;
@@ -130,11 +131,11 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry,
 
 namespace {
 
-// The way through the look-up. noinline keeps its registers out of the fast path. The address is
+// The slow path, with a look-up. noinline keeps its registers out of the fast path. The address is
 // copied and the last region held, because the look-up may drop that region: the address and `data`
 // may lie in it.
-[[gnu::noinline]] bool readFound(HardwareShadow& hardwareShadow, const ChipAddress& where, U8* data,
-                                 U32 size) {
+[[gnu::noinline]] bool findAndRead(HardwareShadow& hardwareShadow, const ChipAddress& where,
+                                   U8* data, U32 size) {
   const HardwareShadow::Ptr shadow(&hardwareShadow);
   const ChipAddress address = where;
   const ChipMemory::Ptr previous = shadow->lastChipMemory();
@@ -148,7 +149,7 @@ bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32
   const ChipMemory* last = lastChipMemory_.ptr();
   return (last != nullptr && size == last->entrySize() && last->inRange(address) &&
           readFast(*this, *last, last->entryIndexFromAddress(address), data, size)) ||
-         readFound(*this, address, data, size);
+         findAndRead(*this, address, data, size);
 }
 
 // flatten: with the size known, the fast path is shorter.

@@ -1,18 +1,13 @@
 // The registry of regions, and the look-up in the address index.
 #include <Hardware/HardwareShadow.h>
+
 #include <Hardware/Umbra.h>
 
 namespace Hardware {
 namespace {
 
-ChipMemory::Ptr refuseNull(const ChipMemory::Ptr& cm) {
-  if (cm == nullptr) {
-    Zint::throwRangeException(
-        "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
-        "allowed\"");
-  }
-  return cm;
-}
+constexpr const char* nullChipMemory =
+    "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not allowed\"";
 
 }  // namespace
 
@@ -22,7 +17,7 @@ ChipMemory::Ptr HardwareShadow::chipMemory(const ChipAddress& address) const {
 }
 
 Zint::Ptr<HardwareShadow::ZintChipMemory> HardwareShadow::chipMemoryIs(const ChipMemory::Ptr& cm) {
-  const ChipMemory::Ptr held = refuseNull(cm);
+  const ChipMemory::Ptr held = refuseNull(cm, nullChipMemory);
   const Ptr self(this);  // the destructor of a replaced region may drop this shadow
   const ChipAddress address = held->address();
   Zint::Ptr<ZintChipMemory> reactor = chipMemory_.find(address);
@@ -38,7 +33,8 @@ Zint::Ptr<HardwareShadow::ZintChipMemory> HardwareShadow::chipMemoryIs(const Chi
 }
 
 Zint::Ptr<HardwareShadow::ZintChipMemory> HardwareShadow::newChipMemory(const ChipMemory::Ptr& cm) {
-  Zint::Ptr<ZintChipMemory> reactor = Zint::makePtr<ZintChipMemory>(this, refuseNull(cm));
+  Zint::Ptr<ZintChipMemory> reactor =
+      Zint::makePtr<ZintChipMemory>(this, refuseNull(cm, nullChipMemory));
   chipMemory_.insert(reactor);
   return reactor;
 }
@@ -101,7 +97,7 @@ HardwareShadow::ZintChipMemory::ZintChipMemory(HardwareShadow* shadow,
 HardwareShadow::ZintChipMemory::~ZintChipMemory() = default;
 
 void HardwareShadow::ZintChipMemory::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  ChipMemory::Ptr held = refuseNull(chipMemory);
+  ChipMemory::Ptr held = refuseNull(chipMemory, nullChipMemory);
   const Zint::Ptr<ZintChipMemory> self(this);
   notifierIs(held);
   chipMemory_.swap(held);

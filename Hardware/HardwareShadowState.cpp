@@ -1,5 +1,6 @@
 // The states: their texts, and what entering each one does.
 #include <Hardware/HardwareShadow.h>
+
 #include <Hardware/Umbra.h>
 #include <Zint/Enumeration.h>
 
@@ -29,11 +30,7 @@ Zint::String8 valueToStrep(const HardwareShadow::State& state) {
 
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      HardwareShadow::State& state) {
-  Zint::String8 text;
-  auto p = pos;
-  Zint::sequenceToValue(p, end, text);
-  state = HardwareShadow::StateInstance(text);
-  pos = p;
+  state = static_cast<HardwareShadow::State>(Zint::readEnumeration(states, pos, end));
 }
 
 std::ostream& operator<<(std::ostream& out, const HardwareShadow::State& state) {
@@ -41,7 +38,7 @@ std::ostream& operator<<(std::ostream& out, const HardwareShadow::State& state) 
 }
 
 // The notification comes before the action, so that notifiees see configured and then idle. A state
-// that is set re-entrantly is acted on after the action under way, which it thus finds complete.
+// that is set re-entrantly is acted on when the action under way has finished.
 void HardwareShadow::stateIs(State state) {
   if (state_ == state) return;
   const Ptr self(this);

@@ -1,5 +1,6 @@
 // The write path: what a client writes is offered to the shadow first.
 #include <Hardware/HardwareShadow.h>
+
 #include <Hardware/OverrideCheck.h>
 #include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
@@ -14,9 +15,9 @@ constexpr const char* writeSignature =
     "bool Hardware::HardwareShadow::shadowWriteAndCompareWithCache(const "
     "Hardware::ChipMemory::Ptr&, U32, U8*, U32)";
 
-// The rule for `count` entries from `entry` on. An entry whose value the store holds already is a
-// hit. Any other is copied first and marked then: `data` may lie in the store and in its bitmaps.
-// A `Writer` decides what is a hit and copies an entry; it is called between entries.
+// Writes `count` entries from `entry` on. An entry whose value the store holds already is a hit.
+// Any other is copied first and marked after that: `data` may lie in the store and in its bitmaps.
+// The `Writer` says whether hits are skipped, and counts, copies and traces.
 template <class Writer>
 [[gnu::always_inline]] inline void writeEntries(Writer& writer, U8* shadow, U8* initialized,
                                                 U8* dirty, U32 entrySize, U32 entry, U32 count,
@@ -54,7 +55,7 @@ struct CallingWriter {
   void finishMiss() { result = cm.mode() == ChipMemory::buffered(); }
 };
 
-// The fast path: the base's copy, and nobody to be called.
+// The fast path: the copy of the base class, no traces and no notifications.
 struct BaseWriter {
   const ChipMemory& cm;
   U32 hits = 0;
@@ -68,9 +69,9 @@ struct BaseWriter {
   static void finishMiss() {}
 };
 
-// What writeEntries does with a BaseWriter, a byte of the bitmaps at a time. Returns the number of
-// hits. REQUIRES: the three buffers and `data` are disjoint; then copying a hit changes nothing,
-// and no entry sees what another has changed.
+// Equivalent to writeEntries with a BaseWriter, but a byte of the bitmaps at a time. Returns the
+// number of hits. REQUIRES: the three buffers and `data` are disjoint. Then copying a hit changes
+// nothing, and no entry depends on another.
 [[gnu::noinline]] U32 writeDisjointEntries(const ChipMemory& cm, U32 entry, const U8* data,
                                            U32 count) {
   const auto& view = StoreAccess::view(cm);
@@ -124,7 +125,7 @@ struct BaseWriter {
 [[gnu::always_inline]] inline bool writeFast(const HardwareShadow& shadow, ChipMemory& cm,
                                              U32 entry, U8* data, U32 size, bool& result) {
   const auto& view = StoreAccess::view(cm);
-  if (umbraTrace().builtFrom(7) || cm.notifiees() != 0 || cm.chipHam() == nullptr ||
+  if (umbraTrace().isBuiltFrom(7) || cm.notifiees() != 0 || cm.chipHam() == nullptr ||
       overridesWriteToCache(*cm.chipHam())) {
     return false;
   }
@@ -183,11 +184,11 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& chipM
 
 namespace {
 
-// The way through the look-up. noinline keeps its registers out of the fast path. The address is
+// The slow path, with a look-up. noinline keeps its registers out of the fast path. The address is
 // copied and the last region held, because the look-up may drop that region: the address and `data`
 // may lie in it.
-[[gnu::noinline]] void writeFound(HardwareShadow& hardwareShadow, const ChipAddress& where,
-                                  U8* data, U32 size) {
+[[gnu::noinline]] void findAndWrite(HardwareShadow& hardwareShadow, const ChipAddress& where,
+                                    U8* data, U32 size) {
   const HardwareShadow::Ptr shadow(&hardwareShadow);
   const ChipAddress address = where;
   const ChipMemory::Ptr previous = shadow->lastChipMemory();
@@ -203,7 +204,7 @@ void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 s
   bool answer;
   if (last == nullptr || size != last->entrySize() || !last->inRange(address) ||
       !writeFast(*this, *last, last->entryIndexFromAddress(address), data, size, answer)) {
-    writeFound(*this, address, data, size);
+    findAndWrite(*this, address, data, size);
   }
 }
 

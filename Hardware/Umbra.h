@@ -1,5 +1,5 @@
-// What the library's sources share: the assertions, the trace handle, the type descriptions. No
-// public header includes this one.
+// What the library's sources share: assertions, the trace handle, the refusal of null arguments, the
+// type descriptions. No public header includes this one.
 #pragma once
 
 #include <Hardware/Descriptions.h>
@@ -11,6 +11,13 @@ namespace Hardware {
 // The library's trace handle, "Umbra".
 UMBRA_API extern Zint::TraceHandle umbraTraceHandle;
 inline Zint::TraceHandle& umbraTrace() { return umbraTraceHandle; }
+
+// Raises a range exception with this message if the argument is null. Returns the argument.
+template <class T>
+const Zint::Ptr<T>& refuseNull(const Zint::Ptr<T>& argument, const char* message) {
+  if (argument == nullptr) Zint::throwRangeException(message);
+  return argument;
+}
 
 }  // namespace Hardware
 

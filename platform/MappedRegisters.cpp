@@ -1,8 +1,9 @@
+#include <platform/MappedRegisters.h>
+
 #include <Zint/Exception.h>
 #include <Zint/Sizes.h>
 #include <Zint/Strep.h>
 #include <fcntl.h>
-#include <platform/MappedRegisters.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr U64 addressSpace = U64{1} << 32;
 
-[[noreturn]] void callFailed(const char* call, const Zint::String8& path) {
+[[noreturn]] void throwCallFailure(const char* call, const Zint::String8& path) {
   throw std::system_error(errno, std::generic_category(), std::string(call) + " " + path.c_str());
 }
 
@@ -24,7 +25,7 @@ class OpenFile {
  public:
   OpenFile(const Zint::String8& path, bool created)
       : descriptor_(open(path.c_str(), O_RDWR | O_CLOEXEC | (created ? O_CREAT : 0), 0600)) {
-    if (descriptor_ < 0) callFailed("open", path);
+    if (descriptor_ < 0) throwCallFailure("open", path);
   }
   ~OpenFile() { close(descriptor_); }
   OpenFile(const OpenFile&) = delete;
@@ -47,10 +48,10 @@ MappedRegisters::MappedRegisters(Zint::String8 path, U32 baseAddress,
   }
   const OpenFile file(path_, createdSize.has_value());
   if (createdSize && ftruncate(file.descriptor(), off_t{*createdSize}) != 0) {
-    callFailed("ftruncate", path_);
+    throwCallFailure("ftruncate", path_);
   }
   struct stat status {};
-  if (fstat(file.descriptor(), &status) != 0) callFailed("fstat", path_);
+  if (fstat(file.descriptor(), &status) != 0) throwCallFailure("fstat", path_);
   size_ = static_cast<U64>(status.st_size);
   if (size_ < sizeof(U32) || size_ > addressSpace - baseAddress_) {
     Zint::throwRangeException(
@@ -59,7 +60,7 @@ MappedRegisters::MappedRegisters(Zint::String8 path, U32 baseAddress,
   }
   void* mapping =
       mmap(nullptr, Zint::sizeOf(size_), PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor(), 0);
-  if (mapping == MAP_FAILED) callFailed("mmap", path_);
+  if (mapping == MAP_FAILED) throwCallFailure("mmap", path_);
   registers_ = static_cast<volatile U32*>(mapping);
 }
 
@@ -77,12 +78,12 @@ volatile U32& MappedRegisters::registerAt(U32 address) const {
   const U32 offset = address - baseAddress_;  // wraps below the base, to beyond any mapping
   if (address < baseAddress_ || address % sizeof(U32) != 0 || U64{offset} + sizeof(U32) > size_)
       [[unlikely]] {
-    addressRefused(address);
+    refuseAddress(address);
   }
   return registers_[offset / sizeof(U32)];
 }
 
-void MappedRegisters::addressRefused(U32 address) const {
+void MappedRegisters::refuseAddress(U32 address) const {
   const bool unaligned = address % sizeof(U32) != 0;
   Zint::throwRangeException(
       Zint::format("%s: register address 0x%08x is %s 0x%08x to 0x%08x", path_.c_str(), address,

@@ -47,7 +47,7 @@ class UMBRA_API MappedRegisters : public Fru::HamImpl {
   U64 size() const { return size_; }
 
  private:
-  [[noreturn, gnu::cold]] void addressRefused(U32 address) const;
+  [[noreturn, gnu::cold]] void refuseAddress(U32 address) const;
 
   const Zint::String8 path_;
   const U32 baseAddress_;

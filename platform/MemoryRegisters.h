@@ -37,7 +37,7 @@ class UMBRA_API MemoryRegisters : public Fru::HamImpl {
   U32 baseAddress() const { return baseAddress_; }
   // Bytes.
   U32 size() const { return size_; }
-  // The accesses since construction; the counts go on at 0.
+  // The accesses since construction; the counts wrap to 0.
   U32 reads() const { return reads_; }
   U32 writes() const { return writes_; }
 

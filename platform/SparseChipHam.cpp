@@ -1,5 +1,6 @@
-#include <Zint/Strep.h>
 #include <platform/SparseChipHam.h>
+
+#include <Zint/Strep.h>
 
 namespace Platform {
 

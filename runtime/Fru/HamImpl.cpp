@@ -1,4 +1,5 @@
 #include <Fru/HamImpl.h>
+
 #include <Zint/Type.h>
 
 namespace Fru {

@@ -77,9 +77,9 @@ class UMBRA_API RingBuf {
   // touched); lost unless endMsg() is called.
   class UMBRA_API Msg {
    public:
-    Msg& operator<<(U8 value) { return number(value); }
-    Msg& operator<<(U32 value) { return number(value); }
-    Msg& operator<<(U64 value) { return number(value); }
+    Msg& operator<<(U8 value) { return appendNumber(value); }
+    Msg& operator<<(U32 value) { return appendNumber(value); }
+    Msg& operator<<(U64 value) { return appendNumber(value); }
     Msg& operator<<(std::string_view text);
     void endMsg();
 
@@ -87,7 +87,7 @@ class UMBRA_API RingBuf {
     friend class RingBuf;
     Msg(RingBuf& ring, U32 id);
     template <class T>
-    Msg& number(T value) {
+    Msg& appendNumber(T value) {
       if (isFull_ || recordMax - size_ < 1 + sizeof value) {
         isFull_ = true;
         return *this;

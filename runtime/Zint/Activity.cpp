@@ -23,14 +23,8 @@ namespace {
 // The youngest; each knows the one made before it.
 [[gnu::tls_model("initial-exec")]] thread_local ActivityConfig* lastActivity_ = nullptr;
 
-Seconds systemTime() {
-  timespec time;
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
-}
-
-// Lets the descriptor become readable at a time of the system; at once for one that is past, never
-// for `never`.
+// Makes the descriptor readable at a time of the system's monotonic clock; at once for a time that
+// is past, never for `never`.
 void setTimer(int descriptor, Seconds deadline) {
   itimerspec timer{};
   if (deadline <= 0) {
@@ -47,8 +41,8 @@ void setTimer(int descriptor, Seconds deadline) {
 
 }  // namespace
 
-// While it lives, no service ends: whoever reads a clock calls out, and goes on with the next one.
-// A new one may begin; walk by position.
+// While it lives, no service ends: reading a clock calls out, and the next one is read after it.
+// A new service may begin, so walk by position.
 class ActivityConfig::Walk {
  public:
   explicit Walk(const ActivityConfig& activity) : activity_(activity) { ++activity_.walks_; }
@@ -60,7 +54,7 @@ class ActivityConfig::Walk {
   const ActivityConfig& activity_;
 };
 
-// One turn: holds the turn time of all clocks that are served, and is the place where now() looks.
+// One turn: holds the turn time of all clocks that are served, and sets the clock that now() reads.
 class ActivityConfig::Turn {
  public:
   explicit Turn(ActivityConfig& activity) : activity_(&activity), outer_(turnClock_) {
@@ -154,7 +148,8 @@ void ActivityConfig::dropUnserved() {
   if (isTurning_ || walks_ > 0) return;  // the end of the turn does it, or the next one to leave
   for (std::size_t i = served_.size(); --i > 0;) {
     if (served_[i]->isShared()) continue;
-    if (timer_.source == served_[i].get()) timer_.due = std::nan("");  // another may get its place
+    if (timer_.source == served_[i].get())
+      timer_.due = std::nan("");  // another may get its address
     served_.erase(served_.begin() + static_cast<std::ptrdiff_t>(i));
   }
   updateTimer();
@@ -268,7 +263,7 @@ ActivityConfig::Timer ActivityConfig::earliest() const {
 void ActivityConfig::updateTimer() {
   if (descriptor_ < 0 || isTurning_) return;
   Timer wanted = earliest();
-  const Seconds time = systemTime();
+  const Seconds time = MonotonicClock::systemTime();
   // A timer that has expired keeps the descriptor readable until it is set again.
   const bool isExpired = timer_.deadline <= time;
   const bool isDue = wanted.delay <= 0;
@@ -290,7 +285,7 @@ void ActivityConfig::updateTimer() {
 
 void ActivityConfig::resetTimer(const ServedClock& served) {
   if (timer_.source == &served || timer_.source == &limit_)
-    timer_.due = std::nan("");  // as none is
+    timer_.due = std::nan("");  // equal to no other
   updateTimer();
 }
 

@@ -41,8 +41,8 @@ class UMBRA_API ActivityConfig : public Entity {
   // Delivers what is due now and returns how many wake-ups that were. Not from inside a turn.
   U32 turn();
   // Turns and waits until stop(); an own clock that is manual is advanced instead of waiting.
-  // Returns at once when such a clock has nothing to be advanced to, and no other clock will ever
-  // wake a notifiee. Not from inside a turn on its own clock.
+  // Returns at once if the own clock is manual and has nothing to be advanced to, and no other
+  // clock will ever wake a notifiee. Not from inside a turn on its own clock.
   void run();
   // The same until the own clock's time reaches `time`; what is due then has been delivered.
   void runUntil(Seconds time);
@@ -69,7 +69,7 @@ class UMBRA_API ActivityConfig : public Entity {
   U64 countArming() { return ++armings_; }
   // Sets the descriptor's timer to the earliest wake-up, unless it is set so already.
   void updateTimer();
-  // The same after a clock was moved: what the timer was set to for it does not count.
+  // The same after a clock was moved: a timer that was set for that clock is set again.
   void resetTimer(const ServedClock& served);
 
  private:

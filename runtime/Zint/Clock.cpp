@@ -7,12 +7,6 @@
 namespace Zint {
 namespace {
 
-Seconds monotonicTime() {
-  timespec time;
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
-}
-
 // The activity's service of the clock; null without a clock.
 ServedClock::Share serve(ActivityConfig* activity, const PtrInterface* clock) {
   if (clock == nullptr) return nullptr;
@@ -37,7 +31,13 @@ void Clock::announceTime() const {
   for (std::size_t i = 0; i < served_.size(); ++i) served_[i]->onTimeMoved();
 }
 
-Seconds MonotonicClock::timeRead() const { return monotonicTime(); }
+Seconds MonotonicClock::systemTime() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
+}
+
+Seconds MonotonicClock::timeRead() const { return systemTime(); }
 
 void ManualClock::timeIs(Seconds time) {
   if (!(time >= time_)) throwRangeException("a clock's time does not go back");
@@ -60,12 +60,12 @@ ValidPtr<ManualClock> manualClockFactory(Name name) {
 
 Seconds now() {
   const Clock* clock = ActivityConfig::threadClock();
-  return clock == nullptr ? monotonicTime() : clock->time();
+  return clock == nullptr ? MonotonicClock::systemTime() : clock->time();
 }
 
 Seconds turnTime() {
   const Clock* clock = ActivityConfig::threadClock();
-  return clock == nullptr ? monotonicTime() : clock->turnTime();
+  return clock == nullptr ? MonotonicClock::systemTime() : clock->turnTime();
 }
 
 // --- Notifiees ---
@@ -97,7 +97,7 @@ bool Clock::NotifieeConst::deliverWakeUp() {
   if (zintMarkedForDeletion()) return false;
   isArmed_ = false;
   served_->disarm(wakeUp_);
-  guarded(0, [this] { onTime(); });
+  runGuarded(0, [this] { onTime(); });
   return true;
 }
 

@@ -32,7 +32,7 @@ class UMBRA_API Clock : public Entity {
     void notifierIs(const Ptr<const PtrInterface>& notifier) override;
     // The wake-up moves along to the new activity.
     void zintFwkActivityIs(const Ptr<ActivityConfig>& activity) override;
-    // A wake-up that becomes due under the mark waits until the mark is taken back.
+    // A wake-up that becomes due under the mark waits until the mark is removed.
     void zintDoZombieReactors(bool zombie) override;
     // Called once when the clock has reached `timeMin`, in a turn of the activity.
     virtual void onTime() {}
@@ -82,8 +82,8 @@ class UMBRA_API Clock : public Entity {
   // --- For a derived clock to override ---
   // Reads the source.
   virtual Seconds timeRead() const = 0;
-  // Whether the source stands still until it is moved by hand. An activity whose own clock is such
-  // a one advances it instead of waiting.
+  // Whether the time changes only when it is moved by hand. An activity whose own clock is manual
+  // advances it instead of waiting.
   virtual bool isManual() const { return false; }
   // Moves a manual clock on to a later time.
   virtual void advanceTimeTo(Seconds) const {}
@@ -97,8 +97,8 @@ class UMBRA_API Clock : public Entity {
   void turnEnd() const { --turns_; }
 
  protected:
-  // Called by a derived clock after its time was moved by hand, or has jumped: who serves it sets
-  // its timer anew.
+  // Called by a derived clock after its time was moved by hand or has jumped: every activity that
+  // serves the clock sets its timer anew.
   void announceTime() const;
 
  private:
@@ -112,11 +112,12 @@ class UMBRA_API MonotonicClock : public Clock {
  public:
   using Clock::Clock;
   Seconds timeRead() const override;
+  static Seconds systemTime();
 };
 
-// Stands still until it is moved: for tests and simulations. An activity whose own clock it is does
-// not wait; it advances the time to the next wake-up. So a notifiee that always arms for the past
-// stops this clock.
+// Its time changes only when it is moved: for tests and simulations. An activity whose own clock it
+// is does not wait, but advances the time to the next wake-up. So a notifiee that always arms for
+// the past stops this clock.
 class UMBRA_API ManualClock : public Clock {
  public:
   using Clock::Clock;
@@ -133,12 +134,12 @@ class UMBRA_API ManualClock : public Clock {
 UMBRA_API ValidPtr<MonotonicClock> monotonicClockFactory(Name name);
 UMBRA_API ValidPtr<ManualClock> manualClockFactory(Name name);
 
-// The current time: while a clock's notifiee is served, of that clock; otherwise, of the own clock
-// of the activity whose turn runs on this thread; outside of turns, of the own clock of the
-// activity made last on this thread, and of the system when there is none.
+// The current time of the first of these clocks that there is: the one whose notifiee is being
+// served; the own clock of the activity whose turn runs on this thread; the own clock of the
+// activity made last on this thread; the system's monotonic clock.
 UMBRA_API Seconds now();
 
-// The turn's time of the same clock: for records, which need no exact time.
+// The turn time of the same clock: for records, which need no exact time.
 UMBRA_API Seconds turnTime();
 
 // The name under which reflection shows it.

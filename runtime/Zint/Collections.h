@@ -142,7 +142,7 @@ constexpr ListAccess arrayList(const char* valueName) {
 
 // A LinkQueue by the index of its members, from head to tail.
 //   queue   the queue
-//   value   what a member stands for, a function of the member
+//   value   what a member holds, a function of the member
 //   del     removes the member of an index
 //   delAll  removes every member
 //   insert  appends one

@@ -29,7 +29,7 @@ class UMBRA_API Entity : public PtrInterface {
 
   explicit Entity(Name name) : name_(std::move(name)) {}
 
-  // Announces the change: false tells the notifiees that the entity is being deleted.
+  // Announces the change. False: the entity is being deleted.
   void isNondestructingIs(bool nondestructing) override;
   // Announces the destruction to non-referencing notifiees before the destructors run.
   void zeroReferencesIs(bool zero) override;

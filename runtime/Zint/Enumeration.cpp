@@ -23,4 +23,14 @@ S32 enumerationInstance(const Enumeration& enumeration, const String8& text) {
   throwRangeException(enumeration.name);
 }
 
+S32 readEnumeration(const Enumeration& enumeration, String8::IteratorConst& pos,
+                    const String8::IteratorConst& end) {
+  String8 name;
+  auto p = pos;
+  sequenceToValue(p, end, name);
+  const S32 value = enumerationInstance(enumeration, name);
+  pos = p;
+  return value;
+}
+
 }  // namespace Zint

@@ -7,8 +7,8 @@
 namespace Zint {
 
 struct Enumeration {
-  const char* qualifiedName;  // "ChipMemory::ChipMemoryMode": of unknown numbers
-  const char* name;           // "ChipMemoryMode": of unknown texts
+  const char* qualifiedName;  // "ChipMemory::ChipMemoryMode", for unknown numbers
+  const char* name;           // "ChipMemoryMode", for unknown texts
   std::span<const char* const> values;
 };
 
@@ -18,5 +18,9 @@ UMBRA_API String8 enumerationText(const Enumeration& enumeration, S32 value);
 UMBRA_API S32 enumerationInstance(const Enumeration& enumeration, U32 value);
 // The number of an exactly equal name, else the range exception with the short name.
 UMBRA_API S32 enumerationInstance(const Enumeration& enumeration, const String8& text);
+// Reads a name as a String8 is read, and leaves `pos` after it. An exception leaves `pos` as it
+// was.
+UMBRA_API S32 readEnumeration(const Enumeration& enumeration, String8::IteratorConst& pos,
+                              const String8::IteratorConst& end);
 
 }  // namespace Zint

@@ -9,9 +9,8 @@
 // rely on: the standard library's have neither.
 //
 // Invariants:
-// 1. Members are in ascending order of their key's reversed hash; those of equal hashes in
-// ascending
-//    order of their keys. So the order of iteration depends on nothing but the keys.
+// 1. Members are in ascending order of their key's reversed hash; those of equal hashes, of their
+//    keys. So the order of iteration depends on nothing but the keys.
 // 2. A member's bucket is the top bits of its reversed hash; a bucket's members are one chain. Each
 //    bucket keeps a tail pointer, so appending in key order is O(1) even if all hashes collide.
 // 3. An iterator survives the removal of its own and of other members, and the map's destruction.
@@ -67,7 +66,7 @@ class HashMap {
   Iterator iterator() const { return Iterator(*this, bookmarks_, firstFrom(0)); }
 
   // Null when there is none.
-  // A loop of its own: with the place that placeOf() works out it took a tenth longer.
+  // A loop of its own: with placeOf() a look-up took a tenth longer.
   V* find(const K& key) const {
     if (size_ == 0) return nullptr;
     const U32 hash = reversedHash(key);

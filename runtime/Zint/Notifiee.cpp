@@ -21,7 +21,7 @@ void traceException(const char* where, const Type* type, AttributeId attribute) 
     }
     ZINT_TRACE(0, "exception in " << where << " of " << type->name << " attribute " << attribute
                                   << ": " << what);
-  } catch (...) {  // no memory left even to say so
+  } catch (...) {  // no memory for this line either
   }
 }
 
@@ -111,7 +111,7 @@ void NotifieeConst::onNotificationException(AttributeId) {}
 
 const Type* NotifieeConst::fwkType() const { return &notifieeType; }
 
-// Called while the exception is being handled: the thread cannot be ended in here.
+// Called while the exception is being handled: the thread cannot be cancelled in here.
 void NotifieeConst::reportException(AttributeId attribute) {
   traceException("a handler", notifier_ == nullptr ? fwkType() : notifier_->fwkType(), attribute);
   try {
@@ -149,8 +149,8 @@ NotifieeConst* NotifieeWalk::next() {
 [[gnu::flatten]] void PtrInterface::notifyAll(AttributeId attribute) const {
   NotifieeWalk walk(*this);
   while (NotifieeConst* notifiee = walk.next()) {
-    notifiee->guarded(attribute,
-                      [notifiee] { notifiee->handleNotification(notifiee->activity_.ptr()); });
+    notifiee->runGuarded(attribute,
+                         [notifiee] { notifiee->handleNotification(notifiee->activity_.ptr()); });
   }
 }
 

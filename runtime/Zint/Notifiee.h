@@ -12,9 +12,10 @@
 // 1. A notification is delivered synchronously, on the thread of the activity, in the order of the
 //    notifiees' places: the order in which they registered. A notifiee that is switched off and on
 //    (hasNotificationActiveIs) keeps its place, one that registers anew takes the last one.
-// 2. A walk is a snapshot. It notifies those that were registered and switched on when it began and
-//    are so again, or still, at their turn: one that unregisters before is not notified, one that
-//    is switched off and on is, and one that registers or is switched on waits for the next change.
+// 2. A walk is a snapshot. It notifies each notifiee that was registered and switched on when the
+//    walk began, and is so at its turn. One that has unregistered is not notified. One that was
+//    switched off and on again is. One that registered, or was off at the beginning, waits for the
+//    next change.
 // 3. The notifier and the notifiee that is being notified outlive the call, whatever it drops.
 // 4. An exception never leaves a handler: it is traced at level 0 by the runtime's handle "Zint"
 //    and reported to the notifiee.
@@ -50,7 +51,7 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   // Replaces the notifier; null for none. The old place is given up.
   virtual void notifierIs(const Ptr<const PtrInterface>& notifier);
   virtual void zintFwkActivityIs(const Ptr<ActivityConfig>& activity);
-  // True: the owner is being destroyed, so this is not notified any more. The mark can be removed.
+  // True: the owner is being destroyed, so this is not notified any more. False removes the mark.
   virtual void zintDoZombieReactors(bool zombie);
   // Called by the runtime when `attribute()` has changed; typed notifiees dispatch from here.
   virtual void handleNotification(ActivityConfig* activity);
@@ -75,12 +76,12 @@ class UMBRA_API NotifieeConst : public PtrInterface {
 
   // Runs `handler` as the reaction to `attribute`: only if this is notifiable, and under the guard.
   template <class Handler>
-  void guarded(AttributeId attribute, Handler handler) {
+  void runGuarded(AttributeId attribute, Handler handler) {
     if (!isNotifiable()) return;
     const AttributeId outer = std::exchange(attribute_, attribute);
     try {
       handler();
-    } catch (abi::__forced_unwind&) {  // the thread is being cancelled: it must go on
+    } catch (abi::__forced_unwind&) {  // cancels the thread; must not be stopped
       throw;
     } catch (...) {
       reportException(attribute);
@@ -146,7 +147,7 @@ void PtrInterface::notifyEach(AttributeId attribute, Handler handler) const {
   NotifieeWalk walk(*this);
   while (NotifieeConst* notifiee = walk.next()) {
     if (auto* typed = dynamic_cast<N*>(notifiee)) {
-      typed->guarded(attribute, [&] { handler(*typed); });
+      typed->runGuarded(attribute, [&] { handler(*typed); });
     }
   }
 }

@@ -1,11 +1,11 @@
 // The notifiees of one object, each at its place. Used by the runtime alone.
 //
 // Invariants:
-// 1. While walks are under way, places do not move: a notifiee that leaves becomes a hole, and one
-//    that comes takes a place after the end that every walk saw. The end of the last walk closes
-//    the holes.
+// 1. While walks are under way, places do not move: a notifiee that leaves becomes a hole, and a
+//    new one is appended, where no walk under way sees it. The end of the last walk closes the
+//    holes.
 // 2. A notifiee that is switched off keeps its place. What is switched during a walk is recorded,
-//    so that a walk can tell who was switched on when it began.
+//    so that the walk knows who was switched on when it began.
 #pragma once
 
 #include <Zint/Types.h>
@@ -107,7 +107,7 @@ class NotifieeList {
     if (std::exchange(hasHoles_, false)) std::erase(members_, nullptr);
   }
 
-  // Only the first switch of a place counts for the walk that goes on: drops the later ones, so
+  // Only the first switch of a place counts for the outer walk: drops the later ones, so
   // that the record is bounded by the number of places.
   void mergeSwitches(std::size_t start) {
     std::size_t kept = start;

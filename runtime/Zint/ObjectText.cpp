@@ -18,13 +18,13 @@ struct Numbers {
   std::map<std::pair<U64, U32>, const PtrInterface*> objects;  // by thread and number
 };
 
-// Leaked on purpose: it is used until the process is gone.
+// Leaked on purpose: it is used until the process ends.
 Numbers& allNumbers() {
   static Numbers* const all = new Numbers;
   return *all;
 }
 
-// Trivially destructible, so that it serves until the thread is gone.
+// Trivially destructible, so that it can be used until the thread ends.
 struct ThreadNumbers {
   U64 thread;  // 0 until the first number is given
   U32 last;

@@ -1,9 +1,9 @@
-// The text form of a pointer to a counted object: its name (its type when it has none) and a number
-// that tells it from all others: 'ham0'#2, ChipReader#3; null for none.
+// The text form of a pointer to a counted object: its name (its type if it has none) and a number
+// that no other object has: 'ham0'#2, ChipReader#3; null for none.
 //
-// The number is given when the text is first made, in that order, and is kept until the object is
-// destroyed; a text reads back as the same object while that lives. An object whose destructor
-// runs has a text, but is not found by it. Each thread has numbers of its own.
+// An object gets the next number when its text is first made, and keeps it until it is destroyed.
+// A text reads back as the same object while that lives. An object whose destructor runs has a
+// text, but is not found by it. Each thread has numbers of its own.
 //
 // Works at any time, static destructors and exit handlers included, and for objects that outlive
 // the thread they were numbered on.

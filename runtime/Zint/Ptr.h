@@ -3,7 +3,7 @@
 //   Zint::Ptr<ChipHam> ham = Zint::makePtr<MyHam>("ham0");   // the one reference of a new object
 //   Zint::Ptr<const ChipHam> view = ham;                     // read-only
 //
-// The size of a plain pointer; a copy adds 1 to the count, a move touches no count.
+// The size of a raw pointer; a copy adds 1 to the count, a move touches no count.
 #pragma once
 
 #include <Zint/Assert.h>
@@ -34,8 +34,8 @@ class Ptr {
   noexcept : object_(other.release()) {}
   ~Ptr() { dec(object_); }
 
-  // The held pointer is exchanged before the old object can be destroyed: its destructor may look
-  // at this very pointer.
+  // The held pointer is exchanged before the old object can be destroyed: its destructor may use
+  // this very pointer.
   // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): the copy comes first
   Ptr& operator=(const Ptr& other) {
     Ptr copy(other);

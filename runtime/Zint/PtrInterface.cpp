@@ -25,9 +25,9 @@ void PtrInterface::zeroReferencesIs(bool zero) {
 
 const Type* PtrInterface::fwkType() const { return &ptrInterfaceType; }
 
-// The text number goes last: a notifiee that is notified here may still ask for the text.
+// The text number is given back last: a notifiee that is notified here may still ask for the text.
 PtrInterface::~PtrInterface() {
-  // One that threw in its constructor still holds its first reference.
+  // An object whose constructor threw still has its first reference.
   ZINT_ASSERT("Zint/PtrInterface", references_ == underDestruction || references_ == 1);
   if (notifiees_ != nullptr) {
     references_ = underDestruction;

@@ -26,7 +26,7 @@
 //
 // An accessor that is renamed no longer compiles. An accessor may also be a free function whose
 // first parameter is the object. Result and parameter types need valueToStrep and sequenceToValue.
-// An argument that was left out is the default value of its type; a std::optional parameter tells
+// An argument that was left out is the default value of its type; a std::optional parameter shows
 // whether it was given. <Zint/Collections.h> describes collections.
 #pragma once
 

@@ -1,4 +1,5 @@
 #include <Zint/Request.h>
+
 #include <Zint/Type.h>
 
 namespace Zint {

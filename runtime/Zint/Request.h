@@ -61,7 +61,7 @@ class UMBRA_API Request : public Entity {
   U32 generation_ = 0;
 };
 
-// In texts, too, both are plain numbers.
+// In texts, too, both are numbers.
 inline String8 valueToStrep(const Request::State& state) { return valueToStrep(S64{state}); }
 inline String8 valueToStrep(const Request::Status& status) { return valueToStrep(S64{status}); }
 UMBRA_API void sequenceToValue(String8::IteratorConst& pos, const String8::IteratorConst& end,

@@ -86,7 +86,7 @@ void ServedClock::beginTurn() {
 void ServedClock::endTurn() {
   if (!std::exchange(isInTurn_, false)) return;
   clock_->turnEnd();
-  // Left over only when the thread is being ended in a handler.
+  // Left over only if the thread was cancelled in a handler.
   while (!turn_.isEmpty()) next_.take(*turn_.earliest());
 }
 

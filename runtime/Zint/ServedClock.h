@@ -46,7 +46,7 @@ class ServedClock {
   // Arms, in place of what was armed before, with what prepare(due) returned. Allocates nothing.
   void arm(WakeUp& wakeUp, Seconds due, bool isNext);
   void disarm(WakeUp& wakeUp);
-  // A notifiee's mark for deletion was taken back.
+  // A notifiee's mark for deletion was set or removed.
   void reconsider();
 
   // --- For the clock ---
@@ -60,8 +60,8 @@ class ServedClock {
   // Moves all that is due at the time read into the turn, and holds the clock's turn time.
   void beginTurn();
   void endTurn();
-  // The wake-up that the turn delivers next; null when there is none. Who is delivered leaves by
-  // disarm() or by park().
+  // The wake-up that the turn delivers next; null when there is none. Its delivery takes it out of
+  // the turn, by disarm() or by park().
   WakeUp* earliestOfTurn() const { return turn_.earliest(); }
   // How long a wake-up of the turn has been due; infinity for one at 0.0.
   Seconds lateness(const WakeUp& wakeUp) const;

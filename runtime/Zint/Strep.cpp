@@ -151,7 +151,7 @@ String8 escapeNuls(const String8& text) {
   return escaped;
 }
 
-void junkRefused(const String8& text, const String8::IteratorConst& pos, const String8& what) {
+void refuseJunk(const String8& text, const String8::IteratorConst& pos, const String8& what) {
   if (pos == text.end()) return;
   throwRangeException(
       format("junk at column %lld deserializing ", static_cast<long long>(pos - text.begin())) +

@@ -60,8 +60,8 @@ constexpr int hexDigit(char c) {
 String8 escapeNuls(const String8& text);
 
 // The range exception "junk at column N deserializing WHAT" unless `pos` is the end of the text.
-UMBRA_API void junkRefused(const String8& text, const String8::IteratorConst& pos,
-                           const String8& what);
+UMBRA_API void refuseJunk(const String8& text, const String8::IteratorConst& pos,
+                          const String8& what);
 
 // An integer of fewer bits; a number that it cannot hold raises a range exception.
 template <std::integral T>
@@ -108,7 +108,7 @@ T strepToValue(const String8& text, const T* = nullptr) {
   auto pos = text.begin();
   T value{};
   sequenceToValue(pos, text.end(), value);
-  junkRefused(text, pos, junkName<T>(text));
+  refuseJunk(text, pos, junkName<T>(text));
   return value;
 }
 

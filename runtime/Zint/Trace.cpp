@@ -76,7 +76,7 @@ class InSink {
 
 void TraceHandle::registerHandle() {
   std::lock_guard guard(traceState().mutex);
-  recordedIs(recorded_);
+  updateLevels(recorded_);
   next_ = std::exchange(traceState().handles, this);
 }
 
@@ -88,7 +88,7 @@ TraceHandle::~TraceHandle() {
 }
 
 // REQUIRES: the mutex is held.
-void TraceHandle::recordedIs(U32 levels) {
+void TraceHandle::updateLevels(U32 levels) {
   recorded_ = levels;
   built_ = traceState().coverage.load() != nullptr ? everyLevelBits : levels;
 }
@@ -99,7 +99,7 @@ void TraceHandle::levelIs(U32 level, bool on) {
                         (on ? " is above 9" : " cannot be switched off"));
   }
   std::lock_guard guard(traceState().mutex);
-  recordedIs(on ? recorded_ | (1u << level) : recorded_ & ~(1u << level));
+  updateLevels(on ? recorded_ | (1u << level) : recorded_ & ~(1u << level));
 }
 
 void TraceHandle::levelUpToIs(U32 level) {
@@ -107,7 +107,7 @@ void TraceHandle::levelUpToIs(U32 level) {
     throwRangeException(String8("trace level ") + std::to_string(level) + " is above 9");
   }
   std::lock_guard guard(traceState().mutex);
-  recordedIs((2u << level) - 1);
+  updateLevels((2u << level) - 1);
 }
 
 TraceHandle* TraceHandle::find(const String8& name) {
@@ -142,7 +142,7 @@ void coverageStreamIs(std::ostream* stream) {
   std::lock_guard guard(traceState().mutex);
   traceState().coverage = stream;
   for (TraceHandle* handle = traceState().handles; handle != nullptr; handle = handle->next_) {
-    handle->recordedIs(handle->recorded_);
+    handle->updateLevels(handle->recorded_);
   }
 }
 

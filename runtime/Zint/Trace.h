@@ -59,10 +59,10 @@ class UMBRA_API TraceHandle {
   void levelUpToIs(U32 level);
 
   // Whether a text of this level is to be built.
-  bool built(U32 level) const { return (built_.load(std::memory_order_relaxed) >> level) & 1; }
+  bool isBuilt(U32 level) const { return (built_.load(std::memory_order_relaxed) >> level) & 1; }
 
-  // Whether a text of this level or of one above it is.
-  bool builtFrom(U32 level) const { return built_.load(std::memory_order_relaxed) >> level != 0; }
+  // Whether a text of this level, or of a finer one, is to be built.
+  bool isBuiltFrom(U32 level) const { return built_.load(std::memory_order_relaxed) >> level != 0; }
 
   void registerHandle();
   // The handle of that name, null when there is none.
@@ -71,7 +71,7 @@ class UMBRA_API TraceHandle {
  private:
   friend UMBRA_API void coverageStreamIs(std::ostream* stream);
 
-  void recordedIs(U32 levels);
+  void updateLevels(U32 levels);
 
   const char* name_;
   std::atomic<U32> recorded_;  // bit n: level n is switched on
@@ -79,8 +79,8 @@ class UMBRA_API TraceHandle {
   TraceHandle* next_ = nullptr;
 };
 
-// Receives every recorded line, on the thread that traced it. Must not trace itself. What it throws
-// is swallowed, and the line is lost.
+// Receives every recorded line, on the thread that traced it. REQUIRES: it does not trace. An
+// exception is swallowed, and the line is lost.
 class UMBRA_API TraceSink {
  public:
   virtual ~TraceSink();
@@ -108,10 +108,10 @@ UMBRA_API TraceHandle& zintTrace();
 }  // namespace Zint
 
 // `text` is the right-hand side of `stream <<`. A line whose text or sink throws is dropped:
-// tracing never changes what is traced. Only the cancellation of the thread goes on.
+// tracing never changes what is traced. Only a cancellation of the thread passes through.
 #define ZINT_TRACE_IN(function, handle, level, context, source, line, text)                       \
   do {                                                                                            \
-    if ((handle).built(level)) [[unlikely]] {                                                     \
+    if ((handle).isBuilt(level)) [[unlikely]] {                                                   \
       try {                                                                                       \
         std::ostringstream zintTraceText;                                                         \
         zintTraceText.imbue(std::locale::classic());                                              \
@@ -124,7 +124,7 @@ UMBRA_API TraceHandle& zintTrace();
     }                                                                                             \
   } while (0)
 
-// The same, in the name of the function that it stands in.
+// The same, with the name of the function that contains it.
 #define ZINT_TRACE_CONTEXT(handle, level, context, source, line, text) \
   ZINT_TRACE_IN(__func__, handle, level, context, source, line, text)
 

@@ -155,15 +155,15 @@ TEST(StrepJunk, isReportedAtAnyLength) {
   const std::string longText(100'000, '7');
   const String8 text(longText);
   auto pos = text.begin() + 99'999;
-  const std::string message = rangeMessage([&] { Zint::junkRefused(text, pos, text); });
+  const std::string message = rangeMessage([&] { Zint::refuseJunk(text, pos, text); });
   EXPECT_EQ(message, "junk at column 99999 deserializing " + longText);
 }
 
 TEST(StrepJunk, atTheEndThereIsNone) {
   const String8 text("12");
-  EXPECT_NO_THROW(Zint::junkRefused(text, text.end(), "U64"));
+  EXPECT_NO_THROW(Zint::refuseJunk(text, text.end(), "U64"));
   const String8 empty;
-  EXPECT_NO_THROW(Zint::junkRefused(empty, empty.end(), "U64"));
+  EXPECT_NO_THROW(Zint::refuseJunk(empty, empty.end(), "U64"));
 }
 
 TEST(StrepJunk, format_writesAnyLength) {
@@ -301,7 +301,7 @@ TEST(StrepBool, nothingBehindTheEndIsLookedAt) {
 TEST(Strep, junk_namesAllOfATextWithANul) {
   const String8 text(std::string("a\0b", 3));
   try {
-    Zint::junkRefused(text, text.begin() + 1, text);
+    Zint::refuseJunk(text, text.begin() + 1, text);
     ADD_FAILURE();
   } catch (const Zint::RangeException& exception) {
     EXPECT_EQ(exception.message(), String8("junk at column 1 deserializing ") + text);

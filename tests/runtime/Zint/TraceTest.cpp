@@ -150,7 +150,7 @@ TEST_F(TraceTest, coverageStream_buildsEveryTextAndRecordsNoneMore) {
   std::ostringstream coverage;
   Zint::coverageStreamIs(&coverage);
   EXPECT_TRUE(built(9));
-  EXPECT_TRUE(handle.built(9));
+  EXPECT_TRUE(handle.isBuilt(9));
   EXPECT_FALSE(handle.level(9));
   Zint::coverageStreamIs(nullptr);
   EXPECT_FALSE(built(9));
@@ -162,9 +162,9 @@ TEST_F(TraceTest, coverageStream_countsForAHandleMadeLaterToo) {
   std::ostringstream coverage;
   Zint::coverageStreamIs(&coverage);
   const TraceHandle later("later", false);
-  EXPECT_TRUE(later.built(5));
+  EXPECT_TRUE(later.isBuilt(5));
   Zint::coverageStreamIs(nullptr);
-  EXPECT_FALSE(later.built(5));
+  EXPECT_FALSE(later.isBuilt(5));
 }
 
 TEST_F(TraceTest, coverageStream_isLeftWithTheLevelsThatWereSwitchedMeanwhile) {

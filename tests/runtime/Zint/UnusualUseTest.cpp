@@ -329,9 +329,9 @@ TEST(UnusualObserver, whatItsDestructorChangesIsNotToldToIt) {
 TEST(UnusualTrace, aHandleBuildsFromTheStartWhatItRecords) {
   const Zint::TraceHandle all("all", true), none("none", false);
   for (const U32 level : {0u, 1u, 5u, 9u}) {
-    EXPECT_TRUE(all.built(level)) << level;
+    EXPECT_TRUE(all.isBuilt(level)) << level;
     EXPECT_TRUE(all.level(level)) << level;
-    EXPECT_EQ(none.built(level), level == 0) << level;
+    EXPECT_EQ(none.isBuilt(level), level == 0) << level;
     EXPECT_EQ(none.level(level), level == 0) << level;
   }
 }
