@@ -78,8 +78,8 @@ struct ListAccess {
   Result (*insert)(ObjectAddress object, ArgumentTexts arguments);
 };
 
-// A row of a type's description. Made by the functions of <Zint/Reflect.h>, which set the flags
-// together with the functions that they tell of.
+// A row of a type's description. Made by the functions of <Zint/Reflect.h>, which set each flag
+// together with the function that it follows from.
 struct Member {
   const char* name;
   const char* typeName;  // of the attribute, of the operation's result, "" for nothing
