@@ -1,5 +1,5 @@
-// What the library's sources share: assertions, the trace handle, the refusal of null arguments, the
-// type descriptions. No public header includes this one.
+// What the library's sources share: assertions, the trace handle, the refusal of null arguments and
+// the type descriptions. No public header includes this one.
 #pragma once
 
 #include <Hardware/Descriptions.h>
