@@ -260,9 +260,17 @@ ActivityConfig::Timer ActivityConfig::earliest() const {
   return earliest;
 }
 
+// Throws nothing: destructors call it. A clock that cannot be read counts as due, so that the next
+// turn reads it again and throws to whoever runs that turn.
 void ActivityConfig::updateTimer() {
   if (descriptor_ < 0 || isTurning_) return;
-  Timer wanted = earliest();
+  Timer wanted{.source = this, .delay = 0};
+  try {
+    wanted = earliest();
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+  }
   const Seconds time = MonotonicClock::systemTime();
   // A timer that has expired keeps the descriptor readable until it is set again.
   const bool isExpired = timer_.deadline <= time;

@@ -67,7 +67,8 @@ class UMBRA_API ActivityConfig : public Entity {
   // Ends the service of clocks in which nobody has a share any more.
   void dropUnserved();
   U64 countArming() { return ++armings_; }
-  // Sets the descriptor's timer to the earliest wake-up, unless it is set so already.
+  // Sets the descriptor's timer to the earliest wake-up, unless it is set so already. Throws
+  // nothing.
   void updateTimer();
   // The same after a clock was moved: a timer that was set for that clock is set again.
   void resetTimer(const ServedClock& served);
