@@ -206,9 +206,9 @@ void ChipMemory::entryInitializedDel(U32 entryIndex) {
 void ChipMemory::doClear() {
   if (mode_ == override()) return;
   UMBRA_ASSERT_REGION(*this, shadow_ && dirty_ && initialized_);
-  std::memset(shadow_->data(), 0, shadow_->size());
-  std::memset(dirty_->data(), 0xff, dirty_->size());
-  std::memset(initialized_->data(), 0xff, initialized_->size());
+  fillBytes(shadow_->data(), 0, shadow_->size());
+  fillBytes(dirty_->data(), 0xff, dirty_->size());
+  fillBytes(initialized_->data(), 0xff, initialized_->size());
 }
 
 void ChipMemory::doClearRange(U32 startIndex, U32 endIndex, bool writeThrough) {
@@ -230,7 +230,7 @@ void ChipMemory::doClearRange(U32 startIndex, U32 endIndex, bool writeThrough) {
     const U32 stored = static_cast<U32>(std::min(U64{entrySize_}, shadowBuf->size() - first));
     U8* entry = shadowBuf->data() + first;
     bitmapBitIs(dirtyBuf->data(), i);
-    std::memset(entry, 0, stored);
+    fillBytes(entry, 0, stored);
     bitmapBitIs(initializedBuf->data(), i);
     if (!writeThrough) continue;
     // The chip gets the whole entry past the last one, though the shadow lacks it.

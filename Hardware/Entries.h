@@ -101,6 +101,10 @@ inline void copyBytes(U8* to, const U8* from, U32 bytes) {
     std::memmove(to, from, bytes);
   }
 }
+// The address of zero bytes may be null, as that of a client's buffer.
+inline void fillBytes(U8* to, U8 value, U32 bytes) {
+  if (bytes != 0) std::memset(to, value, bytes);
+}
 inline bool entriesEqual(const U8* a, const U8* b, U32 entrySize) {
   if (entrySize != sizeof(U32)) return std::memcmp(a, b, entrySize) == 0;
   U32 left, right;

@@ -153,7 +153,7 @@ void HardwareShadow::doStartAudit() {
     if (!cm->shadowStoreNeeded()) continue;
     const Hal::BufBase::Ptr dirty = cm->dirty();
     UMBRA_ASSERT(__LINE__, dirty);
-    std::memset(dirty->data(), 0, dirty->size());
+    fillBytes(dirty->data(), 0, dirty->size());
   }
   // A time of the clock that wakes the next pass. When that clock has called this, now() is the
   // same time.

@@ -69,7 +69,7 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry,
   if (chipMemory == nullptr) return false;
   if (!chipMemory->readFromCache() && !overrideHardware_) return false;
   if (chipMemory->mode() == ChipMemory::override()) {
-    if (size != 0) std::memset(data, 0, size);
+    fillBytes(data, 0, size);
     return true;
   }
   // The reference. What a notifiee or an access method may drop or replace is held: the shadow, the
