@@ -132,11 +132,14 @@ RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
 }
 
 void RingBuf::Msg::endMsg() {
+  if (size_ == 0) return;  // ended before
   if (isFull_) bytes_[size_++] = leftOutTag;
   std::memset(bytes_ + size_, endTag, unit);
   size_ = (size_ + unit - 1) / unit * unit;
   std::memcpy(bytes_, &size_, sizeof size_);
   ring_.append(bytes_, size_);
+  size_ = 0;
+  isFull_ = true;
 }
 
 RingBuf::Msg RingBuf::startMsg(TraceFile& file, const MsgDesc& desc, U32 level) {

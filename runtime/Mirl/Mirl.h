@@ -81,6 +81,7 @@ class UMBRA_API RingBuf {
     Msg& operator<<(U32 value) { return appendNumber(value); }
     Msg& operator<<(U64 value) { return appendNumber(value); }
     Msg& operator<<(std::string_view text);
+    // Writes the record. What follows it is ignored.
     void endMsg();
 
    private:
@@ -99,7 +100,7 @@ class UMBRA_API RingBuf {
     }
 
     RingBuf& ring_;
-    U32 size_;
+    U32 size_;             // 0 once it has ended
     bool isFull_ = false;  // an argument was left out: all later ones are, too
     alignas(U32) U8 bytes_[recordMax + 2 * unit];
   };

@@ -358,6 +358,14 @@ TEST_F(MirlTest, aFullRecordTakesNoFurtherText) {
   EXPECT_TRUE(std::holds_alternative<Number>(records[0].arguments.back()));
 }
 
+TEST_F(MirlTest, endMsg_again_writesNothing) {
+  auto msg = RingBuf::startMsg(*file, desc, 1);
+  msg << std::string(RingBuf::recordMax, 'x') << "left out";
+  for (U32 i = 0; i < 2 * RingBuf::unit; ++i) msg.endMsg();
+  msg << "late";
+  EXPECT_EQ(file->records(1).size(), 1u);
+}
+
 TEST_F(MirlTest, aPercentSignWithoutAnArgumentStaysInTheText) {
   const MsgDesc open{*file, "%u of %u, %", __LINE__};
   auto msg = RingBuf::startMsg(*file, open, 1);
