@@ -78,6 +78,8 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry,
   const ChipMemory::Ptr cm = chipMemory;
   const Hal::BufBase::Ptr shadowBuf = cm->shadow();
   const Hal::BufBase::Ptr initializedBuf = cm->initialized();
+  // `data` may lie in any buffer of the region.
+  const Hal::BufBase::Ptr held[] = {cm->dirty(), cm->hardware()};
   UMBRA_ASSERT(__LINE__, shadowBuf);
   UMBRA_ASSERT(__LINE__, initializedBuf);
   UMBRA_ASSERT_REGION(*cm, cm->entrySize() != 0);

@@ -159,8 +159,8 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& chipM
   // store.
   const Ptr self(this);
   const ChipMemory::Ptr cm = chipMemory;
-  // `data` may lie in the store as it is now, which the trace's receiver may replace.
-  const Hal::BufBase::Ptr held[] = {cm->shadow(), cm->dirty(), cm->initialized()};
+  // `data` may lie in a buffer of the region, which whoever is called may replace.
+  const Hal::BufBase::Ptr held[] = {cm->shadow(), cm->dirty(), cm->initialized(), cm->hardware()};
   UMBRA_TRACE(9, __LINE__,
               "HardwareShadow::shadowWrite " << cm->name() << " entry 0x" << std::hex << entry
                                              << " size 0x" << size);
