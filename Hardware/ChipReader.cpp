@@ -10,6 +10,13 @@ namespace {
 constexpr const char* nullChipMemory =
     "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not allowed\"";
 
+// Returns `readInterval`. A wake-up could not be armed with what is no number: the reading would
+// stop in silence.
+double requireNumber(double readInterval) {
+  if (readInterval != readInterval) Zint::throwRangeException("readInterval must be a number");
+  return readInterval;
+}
+
 }  // namespace
 
 Zint::Ptr<ChipReader> chipReaderFactory(const Zint::Ptr<Zint::ActivityConfig>& activity,
@@ -25,7 +32,7 @@ ChipReader::ChipReader(const Zint::Ptr<Zint::ActivityConfig>& activity,
                        const double& readInterval)
     : zintFwkActivity_(activity),
       maxEntriesPerRead_(maxEntriesPerRead),
-      readInterval_(readInterval) {
+      readInterval_(requireNumber(readInterval)) {
   if (request != nullptr) newRequest(request);
   if (clock != nullptr) newClock(clock);
 }
@@ -156,7 +163,7 @@ void ChipReader::maxEntriesPerReadIs(U32 maxEntriesPerRead) {
 }
 
 void ChipReader::readIntervalIs(const double& readInterval) {
-  if (Zint::updated(readInterval_, readInterval)) notify(Id::readInterval);
+  if (Zint::updated(readInterval_, requireNumber(readInterval))) notify(Id::readInterval);
 }
 
 void ChipReader::currentChipMemoryIs(const ChipMemory::Ptr& chipMemory) {

@@ -141,7 +141,8 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   // Entries per tick, over all regions; 0 reads nothing and never ends.
   U32 maxEntriesPerRead() const { return maxEntriesPerRead_; }
   void maxEntriesPerReadIs(U32 maxEntriesPerRead);
-  // Seconds from the end of one tick to the next.
+  // Seconds from the end of one tick to the next. REQUIRES: a number, here and where the reader is
+  // made (range exception).
   double readInterval() const { return readInterval_; }
   void readIntervalIs(const double& readInterval);
   // The region being read; null when idle or finished.

@@ -59,6 +59,7 @@ void HardwareShadow::overrideHardwareIs(bool overrideHardware) {
 }
 
 void HardwareShadow::minIntervalBetweenAuditsIs(const Zint::Seconds& interval) {
+  if (interval != interval) Zint::throwRangeException("minIntervalBetweenAudits must be a number");
   if (Zint::updated(minIntervalBetweenAudits_, interval)) notify(Id::minIntervalBetweenAudits);
 }
 
@@ -67,6 +68,7 @@ void HardwareShadow::auditsIs(U32 audits) {
 }
 
 void HardwareShadow::lastAuditStartTimeIs(const Zint::Seconds& time) {
+  if (time != time) Zint::throwRangeException("lastAuditStartTime must be a number");
   if (Zint::updated(lastAuditStartTime_, time)) notify(Id::lastAuditStartTime);
 }
 

@@ -173,6 +173,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   bool overrideHardware() const { return overrideHardware_; }
   void overrideHardwareIs(bool overrideHardware);
   // From the start of one pass to the start of the next; used when the next one is scheduled.
+  // REQUIRES: a number, as for lastAuditStartTime (range exceptions).
   Zint::Seconds minIntervalBetweenAudits() const { return minIntervalBetweenAudits_; }
   void minIntervalBetweenAuditsIs(const Zint::Seconds& interval);
 
