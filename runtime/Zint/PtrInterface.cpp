@@ -48,7 +48,10 @@ void PtrInterface::notifieeDelAll() const {
   NotifieeWalk walk(*this);  // places do not move
   for (std::size_t place = 0, end = notifiees_->size(); place < end; ++place) {
     const Ptr<NotifieeConst> notifiee((*notifiees_)[place]);
-    if (notifiee != nullptr) notifiee->notifierIs(nullptr);
+    if (notifiee == nullptr) continue;
+    notifiee->notifierIs(nullptr);
+    // It may be overridden: nothing may be left that points to this object.
+    if ((*notifiees_)[place] != nullptr) notifiee->NotifieeConst::notifierIs(nullptr);
   }
 }
 

@@ -352,4 +352,21 @@ TEST(UnusualTrace, handlesLeaveTheListInAnyOrder) {
   EXPECT_EQ(Zint::TraceHandle::find("older"), nullptr);
 }
 
+// --- Notifiees ----------------------------------------------------------------------------------
+
+// Keeps its notifier whatever it is told.
+struct Stubborn : Zint::NotifieeConst {
+  using NotifieeConst::NotifieeConst;
+  void notifierIs(const Ptr<const Zint::PtrInterface>&) override {}
+};
+
+TEST(UnusualNotifiee, notifierIs_overriddenStillForgetsADestroyedNotifier) {
+  Ptr<Zint::Entity> notifier = makePtr<Zint::Entity>("notifier");
+  const Ptr<Stubborn> stubborn = makePtr<Stubborn>(nullptr, notifier);
+  stubborn->isNonReferencingIs(true);
+  notifier = nullptr;
+  EXPECT_EQ(stubborn->notifier(), nullptr);
+  EXPECT_FALSE(stubborn->isRegisteredNotifiee());
+}
+
 }  // namespace
