@@ -48,8 +48,7 @@ constexpr Zint::Member bedMembers[] = {
     Zint::operation<&Bed::doHarvest>("doHarvest", "plants"),
 };
 constinit const Zint::Type bedType{"Garden::Bed", "entity", &Zint::entityType, bedMembers};
-constexpr Zint::Member bedMaker =
-    Zint::factory<&bedFactory>("bedFactory", "name", "plants");
+constexpr Zint::Member bedMaker = Zint::factory<&bedFactory>("bedFactory", "name", "plants");
 
 const Zint::Type* Bed::fwkType() const { return &bedType; }
 

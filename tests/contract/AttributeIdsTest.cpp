@@ -1,9 +1,9 @@
 // The ids under which changes are announced, and the flags of members.
 #include <Hardware/ChipMemoryBogon.h>
 #include <Hardware/ChipReader.h>
+#include <Hardware/Descriptions.h>
 #include <Hardware/GenericChipHam.h>
 #include <Hardware/HardwareShadow.h>
-#include <Hardware/Descriptions.h>
 #include <Zint/Type.h>
 
 #include <gtest/gtest.h>

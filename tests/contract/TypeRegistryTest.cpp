@@ -2,9 +2,9 @@
 // arguments, compared with a table written by hand.
 #include <Hardware/ChipMemoryBogon.h>
 #include <Hardware/ChipReader.h>
+#include <Hardware/Descriptions.h>
 #include <Hardware/GenericChipHam.h>
 #include <Hardware/HardwareShadow.h>
-#include <Hardware/Descriptions.h>
 #include <Zint/Type.h>
 
 #include <gtest/gtest.h>

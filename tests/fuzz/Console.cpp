@@ -1,6 +1,6 @@
-// Lines typed at the console, on a running system. A line is run, or is refused with an error or one
-// of the library's exceptions and changes nothing. Completing it anywhere raises nothing and changes
-// nothing.
+// Lines typed at the console, on a running system. A line is run, or is refused with an error or
+// one of the library's exceptions and changes nothing. Completing it anywhere raises nothing and
+// changes nothing.
 #include <tools/console/Completion.h>
 #include <tools/console/Error.h>
 #include <tools/console/Session.h>
