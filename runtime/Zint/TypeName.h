@@ -33,7 +33,7 @@ constexpr const char* typeNameOf() {
     return "Zint::String8";
   else if constexpr (requires { typename T::Element; })  // a pointer
     return typeNameOf<std::remove_const_t<typename T::Element>>();
-  else if constexpr (requires(T optional) { optional.has_value(); })
+  else if constexpr (requires(const T& optional) { optional.has_value(); })
     return typeNameOf<typename T::value_type>();
   else
     return zintTypeName(static_cast<const T*>(nullptr));
