@@ -179,6 +179,26 @@ TEST_F(HardwareShadowState, configuredNeedsAnEmptyRequest) {
   EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, rule);
 }
 
+// Drops the audit's request as soon as it is installed.
+class RequestDropper : public Hardware::HardwareShadow::NotifieeConst {
+ public:
+  RequestDropper(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                 const Hardware::HardwareShadow::Ptr& shadow)
+      : NotifieeConst(activity, shadow), shadow_(shadow.ptr()) {}
+  void handleNotification(Zint::ActivityConfig*) override {
+    if (attribute() == Hardware::HardwareShadow::Id::auditReadRequest)
+      shadow_->auditReadRequestDel();
+  }
+
+ private:
+  Hardware::HardwareShadow* shadow_;
+};
+
+TEST_F(HardwareShadowState, configuredNeedsTheRequestThatItHasMade) {
+  const auto dropper = Zint::makePtr<RequestDropper>(shadow->zintFwkActivity(), shadow);
+  EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, "auditReadRequest()");
+}
+
 TEST_F(HardwareShadowState, unknownValueIsFatal) {
   EXPECT_ASSERTION(shadow->stateIs(static_cast<State>(4)), 0, handleFunction, "0");
 }

@@ -199,6 +199,15 @@ TEST_F(RegionAssertions, audit_needsItsRequest) {
   EXPECT_ASSERTION(shadow->doAuditChips(), 0, auditChips, "request");
 }
 
+TEST_F(RegionAssertions, audit_ofOneRegionIsSwitchedInItsRequest) {
+  configure({mac});
+  shadow->auditReadRequestDel();
+  EXPECT_ASSERTION(shadow->chipMemoryAuditEnabledIs(mac, false), 0,
+                   "void Hardware::HardwareShadow::chipMemoryAuditEnabledIs(const "
+                   "Hardware::ChipMemory::Ptr&, bool)",
+                   "request");
+}
+
 // A trace sink that steers what it listens to.
 TEST_F(RegionAssertions, audit_mustNotEndWhileItsAnswerIsTraced) {
   class EndingSink : public Zint::TraceSink {
