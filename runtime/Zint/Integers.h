@@ -1,6 +1,7 @@
 // The fixed-width integers that everything is written in.
 #pragma once
 
+#include <Zint/Api.h>
 #include <cstddef>
 #include <cstdint>
 

@@ -82,8 +82,11 @@ template <class T, class U>
 bool Comparison::same(const char* what, const T& expected, const U& actual) {
   if (expected == static_cast<T>(actual)) [[likely]]
     return true;
-  difference_ = std::string(what) + ": the model has " + describe(expected) + ", the library " +
-                describe(static_cast<T>(actual));
+  difference_ = what;
+  difference_ += ": the model has ";
+  difference_ += describe(expected);
+  difference_ += ", the library ";
+  difference_ += describe(static_cast<T>(actual));
   return false;
 }
 
