@@ -129,12 +129,13 @@ void ChipReader::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
   clock_ = std::move(made);
 }
 
+// To disarm reads other clocks, which may take the clock away here.
 void ChipReader::clockDel() {
-  if (clock_ == nullptr) return;
-  clock_->chipReaderIs(nullptr);
-  clock_->timeMinIs(Zint::never);
-  clock_->isRegisteredNotifieeIs(false);
-  clock_ = nullptr;
+  const Zint::Ptr<ZintClock> reactor = std::move(clock_);
+  if (reactor == nullptr) return;
+  reactor->chipReaderIs(nullptr);
+  reactor->timeMinIs(Zint::never);
+  reactor->isRegisteredNotifieeIs(false);
 }
 
 ChipReader::ZintRequest::ZintRequest(ChipReader* reader, const ChipReadRequest::Ptr& request)

@@ -96,12 +96,13 @@ void HardwareShadow::newClock(const Zint::Ptr<const Zint::Clock>& clock) {
   clock_ = std::move(made);
 }
 
+// To disarm reads other clocks, which may take the clock away here.
 void HardwareShadow::clockDel() {
-  if (clock_ == nullptr) return;
-  clock_->hardwareShadowIs(nullptr);
-  clock_->timeMinIs(Zint::never);
-  clock_->isRegisteredNotifieeIs(false);
-  clock_ = nullptr;
+  const Zint::Ptr<ZintClock> reactor = std::move(clock_);
+  if (reactor == nullptr) return;
+  reactor->hardwareShadowIs(nullptr);
+  reactor->timeMinIs(Zint::never);
+  reactor->isRegisteredNotifieeIs(false);
 }
 
 ChipReadRequest::Ptr HardwareShadow::auditReadRequest() const {

@@ -70,6 +70,10 @@ Seconds turnTime() {
 
 // --- Notifiees ---
 
+// Every reading of the clock may call back and drop the notifiee, which is held. It comes first:
+// what follows sees what it has changed, and every step that may throw is taken before anything
+// changes.
+
 Clock::NotifieeConst::NotifieeConst(const Ptr<ActivityConfig>& activity,
                                     const Ptr<const Clock>& clock, bool active)
     : Entity::NotifieeConst(activity, clock, active),
@@ -80,15 +84,27 @@ Clock::NotifieeConst::~NotifieeConst() = default;
 
 void Clock::NotifieeConst::timeMinIs(Seconds timeMin) {
   if (timeMin != timeMin) throwRangeException("a wake-up time must be a number");
+  const Ptr<const NotifieeConst> self(this);
   const bool isArmed = timeMin != never;
+  const bool isNext = isArmed && isNextTurn(timeMin);
   if (isArmed && notifier() == nullptr) throwRangeException("a wake-up needs a clock");
-  const bool isQueued = isArmed && hasNotificationActive();
-  const bool isNext = isQueued && served_->prepare(timeMin);  // may throw: nothing has changed
+  if (isArmed) served_->reserve();
   timeMin_ = timeMin;
   isArmed_ = isArmed;
-  if (isQueued) {
-    served_->arm(wakeUp_, timeMin, isNext);
-  } else if (served_ != nullptr) {
+  updateWakeUp(isNext);
+}
+
+// Whether a wake-up for `timeMin` would be delivered by the next turn; false without a clock.
+bool Clock::NotifieeConst::isNextTurn(Seconds timeMin) const {
+  return served_ != nullptr && served_->isNext(timeMin);
+}
+
+// REQUIRES: room for a wake-up that is armed and active.
+void Clock::NotifieeConst::updateWakeUp(bool isNext) {
+  if (served_ == nullptr) return;
+  if (isArmed_ && hasNotificationActive()) {
+    served_->arm(wakeUp_, timeMin_, isNext);
+  } else {
     served_->disarm(wakeUp_);
   }
 }
@@ -101,8 +117,7 @@ bool Clock::NotifieeConst::deliverWakeUp() {
   return true;
 }
 
-// A wake-up belongs to the clock that it was set on. Every step that may throw is taken before
-// anything changes.
+// A wake-up belongs to the clock that it was set on.
 void Clock::NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
   if (notifier.ptr() == Zint::NotifieeConst::notifier()) return;
   const Ptr<const PtrInterface> old(Zint::NotifieeConst::notifier());
@@ -115,14 +130,11 @@ void Clock::NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
 
 void Clock::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
-  const bool isQueued = active && isArmed_;
-  const bool isNext = isQueued && served_->prepare(timeMin_);  // may throw: nothing has changed
+  const Ptr<const NotifieeConst> self(this);
+  const bool isNext = isArmed_ && isNextTurn(timeMin_);
+  if (served_ != nullptr) served_->reserve();
   Entity::NotifieeConst::hasNotificationActiveIs(active);
-  if (isQueued) {
-    served_->arm(wakeUp_, timeMin_, isNext);
-  } else if (served_ != nullptr) {
-    served_->disarm(wakeUp_);
-  }
+  updateWakeUp(isNext);
 }
 
 void Clock::NotifieeConst::zeroReferencesIs(bool zero) {
@@ -132,14 +144,15 @@ void Clock::NotifieeConst::zeroReferencesIs(bool zero) {
 
 void Clock::NotifieeConst::zintFwkActivityIs(const Ptr<ActivityConfig>& activity) {
   if (activity == zintFwkActivity()) return;
-  const Ptr<ActivityConfig> old = zintFwkActivity();  // outlives what it serves
-  ServedClock::Share served = serve(activity.ptr(), notifier());
-  const bool isQueued = served != nullptr && isArmed_ && hasNotificationActive();
-  const bool isNext = isQueued && served->prepare(timeMin_);  // may throw: nothing has changed
-  Entity::NotifieeConst::zintFwkActivityIs(activity);
+  const Ptr<const NotifieeConst> self(this);
+  const Ptr<ActivityConfig> old = zintFwkActivity(), next = activity;  // outlive what they serve
+  const bool isNext = isArmed_ && isNextTurn(timeMin_);
+  ServedClock::Share served = serve(next.ptr(), notifier());
+  if (served != nullptr) served->reserve();
+  Entity::NotifieeConst::zintFwkActivityIs(next);
   wakeUp_.leaveQueue();
   served_ = std::move(served);  // sets the old activity's timer anew
-  if (isQueued) served_->arm(wakeUp_, timeMin_, isNext);
+  updateWakeUp(isNext);
 }
 
 void Clock::NotifieeConst::zintDoZombieReactors(bool zombie) {

@@ -55,6 +55,9 @@ class UMBRA_API Clock : public Entity {
     bool deliverWakeUp();
 
    private:
+    bool isNextTurn(Seconds timeMin) const;
+    void updateWakeUp(bool isNext);
+
     Seconds timeMin_ = never;
     bool isArmed_ = false;
     ServedClock::Share served_;  // null without a clock
@@ -80,7 +83,7 @@ class UMBRA_API Clock : public Entity {
   bool isInTurn() const { return turns_ != 0; }
 
   // --- For a derived clock to override ---
-  // Reads the source.
+  // Reads the source. It must not trace: trace lines carry the time.
   virtual Seconds timeRead() const = 0;
   // Whether the time changes only when it is moved by hand. An activity whose own clock is manual
   // advances it instead of waiting.

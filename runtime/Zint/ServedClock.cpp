@@ -31,10 +31,18 @@ void ServedClock::release() {
   activity_.dropUnserved();
 }
 
-bool ServedClock::prepare(Seconds due) {
+Seconds ServedClock::clockTime() const {
+  const Ptr<const Clock> clock(clock_);
+  return clock->time();
+}
+
+bool ServedClock::isNext(Seconds due) const {
+  return due == 0.0 || (clock_ != nullptr && due <= clockTime());
+}
+
+void ServedClock::reserve() {
   const std::size_t size = waiting_.size() + next_.size() + turn_.size() + parked_.size() + 1;
   for (WakeQueue* queue : {&waiting_, &next_, &turn_, &parked_}) queue->reserve(size);
-  return due == 0.0 || (clock_ != nullptr && due <= clock_->time());
 }
 
 void ServedClock::arm(WakeUp& wakeUp, Seconds due, bool isNext) {
@@ -63,7 +71,7 @@ void ServedClock::onClockDestroyed() {
 }
 
 void ServedClock::readTime() {
-  if (clock_ != nullptr) time_ = clock_->time();
+  if (clock_ != nullptr) time_ = clockTime();
 }
 
 void ServedClock::beginTurn() {
@@ -102,7 +110,7 @@ bool ServedClock::hasDue() const {
 Seconds ServedClock::wakeTime() const {
   Seconds earliest = waitsFor();
   if (!hasDue()) return earliest;
-  earliest = std::min(earliest, clock_->time());
+  earliest = std::min(earliest, clockTime());
   for (const WakeQueue* queue : {&next_, &turn_}) {
     if (!queue->isEmpty()) earliest = std::min(earliest, queue->earliest()->due());
   }
@@ -112,9 +120,10 @@ Seconds ServedClock::wakeTime() const {
 Seconds ServedClock::delay() const {
   if (hasDue()) return 0;
   if (waiting_.isEmpty()) return never;
-  const Seconds delay = waitsFor() - clock_->time();
+  const bool isManual = clock_->isManual();
+  const Seconds delay = waitsFor() - clockTime();
   // A clock that is moved by hand reports when it has been; no real time brings it there.
-  return delay > 0 && clock_->isManual() ? never : delay;
+  return delay > 0 && isManual ? never : delay;
 }
 
 }  // namespace Zint

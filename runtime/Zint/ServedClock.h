@@ -40,10 +40,12 @@ class ServedClock {
   bool isShared() const { return shares_ > 0; }
 
   // --- For the notifiees ---
-  // Makes room for one more wake-up, and returns whether one for `due` belongs to the next turn.
-  // May throw (no memory, or the clock itself): nothing has changed then. The clock is read.
-  bool prepare(Seconds due);
-  // Arms, in place of what was armed before, with what prepare(due) returned. Allocates nothing.
+  // Whether a wake-up for `due` belongs to the next turn. Reads the clock, which may throw and call
+  // back.
+  bool isNext(Seconds due) const;
+  // Makes room for one more wake-up. May throw std::bad_alloc.
+  void reserve();
+  // Arms, in place of what was armed before, in the room that reserve() made.
   void arm(WakeUp& wakeUp, Seconds due, bool isNext);
   void disarm(WakeUp& wakeUp);
   // A notifiee's mark for deletion was set or removed.
@@ -78,6 +80,8 @@ class ServedClock {
  private:
   void release();
   bool hasDue() const;
+  // Reads the clock and holds it meanwhile. REQUIRES: it is there.
+  Seconds clockTime() const;
 
   ActivityConfig& activity_;
   const Clock* clock_;

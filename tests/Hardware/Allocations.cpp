@@ -20,11 +20,11 @@ constinit std::atomic<U64> blocks{0};
 
 }  // namespace
 
-namespace Fakes {
+namespace Support {
 
 U64 allocations() { return blocks; }
 
-}  // namespace Fakes
+}  // namespace Support
 
 #ifdef HEAP_IS_SANITIZED
 

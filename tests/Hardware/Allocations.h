@@ -3,7 +3,7 @@
 
 #include <Zint/Types.h>
 
-namespace Fakes {
+namespace Support {
 
 // Blocks taken so far.
 U64 allocations();
@@ -16,4 +16,4 @@ U64 allocationsOf(Body body) {
   return allocations() - before;
 }
 
-}  // namespace Fakes
+}  // namespace Support

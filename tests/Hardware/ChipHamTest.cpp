@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "fakes/Death.h"
+#include "support/Death.h"
 
 namespace Hardware {
 namespace {

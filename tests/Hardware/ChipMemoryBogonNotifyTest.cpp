@@ -1,15 +1,15 @@
 // The directory's observers, and its end.
-#include "fakes/DirectoryTest.h"
-#include "fakes/TraceCapture.h"
+#include "support/DirectoryTest.h"
+#include "support/TraceCapture.h"
 
 namespace Hardware {
 namespace {
 
-using Fakes::Names;
+using Support::Names;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class ChipMemoryBogonNotify : public Fakes::DirectoryTest {};
+class ChipMemoryBogonNotify : public Support::DirectoryTest {};
 
 // --- Notification ---
 
@@ -43,7 +43,7 @@ TEST_F(ChipMemoryBogonNotify, chipMemoryNotify_oneThatRegistersMeanwhileWaitsFor
 }
 
 TEST_F(ChipMemoryBogonNotify, chipMemoryNotify_anExceptionIsReportedAs258AndTheOthersAreTold) {
-  const Fakes::TraceCapture trace(0);
+  const Support::TraceCapture trace(0);
   const auto second = Zint::makePtr<Observer>(directory);
   observer->also = [] { Zint::throwRangeException("handler failed"); };
   EXPECT_NE(asked("mac"), nullptr);

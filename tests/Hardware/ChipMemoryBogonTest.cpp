@@ -3,16 +3,16 @@
 
 #include <algorithm>
 
-#include "fakes/DirectoryTest.h"
+#include "support/DirectoryTest.h"
 
 namespace Hardware {
 namespace {
 
-using Fakes::Names;
+using Support::Names;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class ChipMemoryBogonTest : public Fakes::DirectoryTest {};
+class ChipMemoryBogonTest : public Support::DirectoryTest {};
 
 // --- Data model ---
 
@@ -145,7 +145,7 @@ TEST_F(ChipMemoryBogonTest, chipMemoryIs_refusesAnotherStride) {
 
 TEST_F(ChipMemoryBogonTest, chipMemoryIs_refusesAnotherAccessMethod) {
   asked("mac");
-  const ChipHam::Ptr other = Zint::makePtr<Fakes::RecordingHam>("ham");  // the same by name
+  const ChipHam::Ptr other = Zint::makePtr<Support::RecordingHam>("ham");  // the same by name
   const auto ask = [&](const ChipHam::Ptr& with) {
     return nameInUse([&] { directory->chipMemoryIs("mac", ChipAddress(0x1000), 8, 4, 4, with); });
   };

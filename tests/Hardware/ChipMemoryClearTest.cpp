@@ -8,13 +8,13 @@
 #include <stdexcept>
 #include <vector>
 
-#include "fakes/Death.h"
-#include "fakes/RecordingHam.h"
+#include "support/Death.h"
+#include "support/RecordingHam.h"
 
 namespace Hardware {
 namespace {
 
-using Fakes::HamAccess;
+using Support::HamAccess;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -43,7 +43,7 @@ class ChipMemoryClear : public testing::Test {
     return entries;
   }
 
-  const Zint::Ptr<Fakes::RecordingHam> ham = Zint::makePtr<Fakes::RecordingHam>();
+  const Zint::Ptr<Support::RecordingHam> ham = Zint::makePtr<Support::RecordingHam>();
   ChipMemory::Ptr table = chipMemoryFactory("table", ChipAddress(1, 0x100), 16, 4, 0x10, ham);
 };
 

@@ -10,14 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "fakes/Death.h"
-#include "fakes/RecordingHam.h"
-#include "fakes/TraceCapture.h"
+#include "support/Death.h"
+#include "support/RecordingHam.h"
+#include "support/TraceCapture.h"
 
 namespace Hardware {
 namespace {
 
-using Fakes::HamAccess;
+using Support::HamAccess;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -66,7 +66,7 @@ class Observer : public ChipMemory::NotifieeConst {
 
 class ChipMemoryModes : public testing::Test {
  protected:
-  const Zint::Ptr<Fakes::RecordingHam> ham = Zint::makePtr<Fakes::RecordingHam>();
+  const Zint::Ptr<Support::RecordingHam> ham = Zint::makePtr<Support::RecordingHam>();
   Zint::Ptr<NotingRegion> table =
       Zint::makePtr<NotingRegion>("table", ChipAddress(1, 0x100), 10, 4, 0x10, ham);
 };
@@ -173,7 +173,7 @@ TEST_F(ChipMemoryModes, equalValuesDoNothing) {
   table->shadowEnabledIs(true);
   table->taken();
   const auto observer = Zint::makePtr<Observer>(table);
-  Fakes::TraceCapture trace;
+  Support::TraceCapture trace;
   table->entriesIs(10);
   table->shadowEnabledIs(true);
   table->auditEnabledIs(false);
@@ -248,7 +248,7 @@ TEST_F(ChipMemoryModes, entriesIs_dropsAllInitializedMarks) {
 
 TEST_F(ChipMemoryModes, enteringBufferedOrOverrideWritesAndTracesNothing) {
   table->shadowEnabledIs(true);
-  Fakes::TraceCapture trace;
+  Support::TraceCapture trace;
   table->modeIs(ChipMemory::buffered());
   table->modeIs(ChipMemory::override());
   table->modeIs(ChipMemory::buffered());

@@ -6,8 +6,8 @@
 #include <limits>
 #include <vector>
 
-#include "fakes/Death.h"
-#include "fakes/RecordingHam.h"
+#include "support/Death.h"
+#include "support/RecordingHam.h"
 
 namespace Hardware {
 namespace {
@@ -32,7 +32,7 @@ class ChipMemoryTest : public testing::Test {
     return chipMemoryFactory("table", address, entries, entrySize, stride, ham);
   }
 
-  const Zint::Ptr<Fakes::RecordingHam> ham = Zint::makePtr<Fakes::RecordingHam>();
+  const Zint::Ptr<Support::RecordingHam> ham = Zint::makePtr<Support::RecordingHam>();
 };
 
 // --- Construction ------------------------------------------------------------------------------
@@ -364,7 +364,7 @@ class MortalBuf : public Hal::Buf {
   std::vector<std::string>& ends_;
 };
 
-class MortalHam : public Fakes::RecordingHam {
+class MortalHam : public Support::RecordingHam {
  public:
   explicit MortalHam(std::vector<std::string>& ends) : ends_(ends) {}
 

@@ -8,15 +8,15 @@
 #include <stdexcept>
 #include <vector>
 
-#include "fakes/Death.h"
-#include "fakes/RecordingHam.h"
-#include "fakes/TraceCapture.h"
+#include "support/Death.h"
+#include "support/RecordingHam.h"
+#include "support/TraceCapture.h"
 
 namespace Hardware {
 namespace {
 
-using Fakes::HamAccess;
-using Fakes::Line;
+using Support::HamAccess;
+using Support::Line;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -29,9 +29,9 @@ class ChipMemoryWriteback : public testing::Test {
     return {HamAccess::write, address, 4, entries};
   }
 
-  const Zint::Ptr<Fakes::RecordingHam> ham = Zint::makePtr<Fakes::RecordingHam>();
+  const Zint::Ptr<Support::RecordingHam> ham = Zint::makePtr<Support::RecordingHam>();
   ChipMemory::Ptr table = chipMemoryFactory("table", ChipAddress(1, 0x100), 10, 4, 0x10, ham);
-  Fakes::TraceCapture trace;
+  Support::TraceCapture trace;
 };
 
 // --- The whole shadow --------------------------------------------------------------------------
@@ -261,13 +261,13 @@ TEST_F(ChipMemoryWriteback, noAccessMethod_isFatalAndNamesTheRegion) {
 
 // The size of the store wraps: what lies in it is written back, what does not is fatal.
 TEST_F(ChipMemoryWriteback, ofEntriesWithinAStoreWhoseSizeWraps) {
-  const auto recording = Zint::makePtr<Fakes::RecordingHam>();
+  const auto recording = Zint::makePtr<Support::RecordingHam>();
   table = chipMemoryFactory("wide", ChipAddress(0x1000), 0x10001, 0x10000, 4, recording);
   table->shadowEnabledIs(true);
   table->entryInitializedIs(0);
   table->writeback(true);
   EXPECT_THAT(recording->taken(),
-              ElementsAre(Fakes::HamAccess{Fakes::HamAccess::write, 0x1000, 0x10000, 1}));
+              ElementsAre(Support::HamAccess{Support::HamAccess::write, 0x1000, 0x10000, 1}));
   table->entryInitializedIs(1);
   EXPECT_REGION_ASSERTION(table->writeback(true), "wide");
 }

@@ -6,8 +6,8 @@
 #include <functional>
 #include <stdexcept>
 
-#include "fakes/RecordingHam.h"
-#include "fakes/TraceCapture.h"
+#include "support/RecordingHam.h"
+#include "support/TraceCapture.h"
 
 namespace Hardware {
 namespace {
@@ -40,7 +40,7 @@ class ChipReadRequestTest : public testing::Test {
     return chipMemoryFactory(name, ChipAddress(address), 4, 4, 4, ham);
   }
 
-  const ChipHam::Ptr ham = Zint::makePtr<Fakes::RecordingHam>();
+  const ChipHam::Ptr ham = Zint::makePtr<Support::RecordingHam>();
   ChipReadRequest::Ptr request = chipReadRequestFactory("dump");
   Zint::Ptr<Observer> observer = Zint::makePtr<Observer>(request);
 };
@@ -251,7 +251,7 @@ TEST_F(ChipReadRequestTest, chipMemoryDelAll_survivesANotifieeThatRemovesAndDrop
 }
 
 TEST_F(ChipReadRequestTest, notifiee_thatThrowsKeepsNobodyElseFromBeingTold) {
-  Fakes::TraceCapture trace(0);
+  Support::TraceCapture trace(0);
   const auto second = Zint::makePtr<Observer>(request);
   observer->also = [] { throw std::runtime_error("handler"); };
   request->chipMemoryIs(region(0x1000));

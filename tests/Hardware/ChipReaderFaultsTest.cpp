@@ -4,11 +4,11 @@
 
 #include <stdexcept>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::HamAccess;
+using Support::HamAccess;
 
 constexpr auto start = Zint::Request::start_;
 constexpr auto stop = Zint::Request::stop_;
@@ -16,7 +16,7 @@ constexpr auto none = Zint::Request::none_;
 constexpr auto done = Zint::Request::done_;
 constexpr const char* doReadFunction = "virtual void Hardware::ChipReader::doRead()";
 
-class ChipReaderFaults : public Fakes::ShadowTest {
+class ChipReaderFaults : public Support::ShadowTest {
  protected:
   ChipReaderFaults() {
     ham = scripted;
@@ -63,7 +63,7 @@ TEST_F(ChipReaderFaults, tickIsTracedOnlyBehindTheCheck) {
   request->stateIs(start);
   reader->currentChipMemoryIs(nullptr);
   trace.full.clear();
-  EXPECT_EQ(Fakes::assertedCondition([&] { reader->handleTimeout(); }), "currentChipMemory_");
+  EXPECT_EQ(Support::assertedCondition([&] { reader->handleTimeout(); }), "currentChipMemory_");
   EXPECT_TRUE(trace.full.empty());
 }
 
@@ -227,8 +227,8 @@ TEST_F(ChipReaderFaults, accessMayReplaceTheHardwareBuffer) {
     std::memset(buffer, 1, std::size_t{4} * access.entries);
   };
   loop.turn();
-  EXPECT_EQ(Fakes::word(first->hardware(), 0), 0u);
-  EXPECT_EQ(Fakes::word(second->hardware(), 0), 0x01010101u);
+  EXPECT_EQ(Support::word(first->hardware(), 0), 0u);
+  EXPECT_EQ(Support::word(second->hardware(), 0), 0x01010101u);
 }
 
 TEST_F(ChipReaderFaults, statusHandlerMayStartAgainOrDropTheReader) {
@@ -319,7 +319,7 @@ TEST_F(ChipReaderFaults, markedForDeletionItHearsNothing) {
   EXPECT_TRUE(trace.full.empty());
   reader->zintDoZombieReactors(false);
   other->stateIs(stop);
-  EXPECT_EQ(trace.taken(), (Fakes::Lines{{0, "handleReadRequest 2"}}));
+  EXPECT_EQ(trace.taken(), (Support::Lines{{0, "handleReadRequest 2"}}));
 }
 
 TEST_F(ChipReaderFaults, destroyedItReleasesRegionsRequestAndClock) {

@@ -2,7 +2,7 @@
 #include <Hardware/ChipReader.h>
 #include <gmock/gmock.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ class Observer : public Zint::NotifieeConst {
   std::vector<Zint::AttributeId> told;
 };
 
-struct ChipReaderNotify : Fakes::ShadowTest {
+struct ChipReaderNotify : Support::ShadowTest {
   Zint::Ptr<Hardware::ChipReader> reader = Hardware::chipReaderFactory(
       loop.activity, Hardware::chipReadRequestFactory("request"), loop.clock, 10, 0.5);
   Zint::Ptr<Observer> observer = Zint::makePtr<Observer>(reader);

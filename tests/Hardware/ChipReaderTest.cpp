@@ -2,13 +2,13 @@
 #include <Hardware/ChipReader.h>
 #include <Zint/GenericIf.h>
 
-#include "fakes/ShadowTest.h"
 #include "runtime/Probes.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::HamAccess;
-using Fakes::Lines;
+using Support::HamAccess;
+using Support::Lines;
 using Reads = std::vector<HamAccess>;
 
 constexpr auto start = Zint::Request::start_;
@@ -20,7 +20,7 @@ HamAccess read(U64 address, U32 entries, U32 entrySize = 4) {
   return {HamAccess::read, address, entrySize, entries};
 }
 
-class ChipReader : public Fakes::ShadowTest {
+class ChipReader : public Support::ShadowTest {
  protected:
   ChipReader() { ham = scripted; }
 
@@ -114,7 +114,7 @@ TEST_F(ChipReader, queueIsFirstInFirstOutWithRunningIndices) {
   EXPECT_EQ(reader->chipMemoryDeq(), nullptr);
   reader->newChipMemory(7, b);
   EXPECT_EQ(reader->chipMemoryMetadata(), (Hardware::ChipReader::ChipMemoryMetadata{7, 8}));
-  EXPECT_EQ(Fakes::exceptionText([&] { reader->chipMemoryDel(8); }),
+  EXPECT_EQ(Support::exceptionText([&] { reader->chipMemoryDel(8); }),
             "linkqueue index out of range");
   reader->chipMemoryDelAll();
   EXPECT_EQ(reader->chipMemorys(), 0u);
@@ -125,7 +125,8 @@ TEST_F(ChipReader, fullIndexSpaceIsRefused) {
   const auto a = region("a", 1, 1);
   reader->chipMemoryEnq(a);
   reader->newChipMemory(0xfffffffe, a);
-  EXPECT_EQ(Fakes::exceptionText([&] { reader->chipMemoryEnq(a); }), "linkqueue index space full");
+  EXPECT_EQ(Support::exceptionText([&] { reader->chipMemoryEnq(a); }),
+            "linkqueue index space full");
   EXPECT_EQ(reader->chipMemorys(), 2u);
 }
 
@@ -377,8 +378,8 @@ TEST_F(ChipReader, strideSpacesTheAddressesAndNotTheData) {
     scripted->contents = static_cast<U8>(i + 1);
     EXPECT_EQ(tick(), (Reads{read(0x8000 + 64 * i, 1)}));
   }
-  EXPECT_EQ(Fakes::word(sparse->hardware(), 0), 0x01010101u);
-  EXPECT_EQ(Fakes::word(sparse->hardware(), 2), 0x03030303u);
+  EXPECT_EQ(Support::word(sparse->hardware(), 0), 0x01010101u);
+  EXPECT_EQ(Support::word(sparse->hardware(), 2), 0x03030303u);
 }
 
 TEST_F(ChipReader, budgetOfNothingTicksForEver) {
@@ -411,8 +412,8 @@ TEST_F(ChipReader, stateAndShadowOfARegionDoNotMatter) {
   scripted->contents = 0x5a;
   request->stateIs(start);
   tick();
-  EXPECT_EQ(Fakes::word(cm->hardware(), 1), 0x5a5a5a5au);
-  EXPECT_EQ(Fakes::word(cm->shadow(), 1), 0u);
+  EXPECT_EQ(Support::word(cm->hardware(), 1), 0x5a5a5a5au);
+  EXPECT_EQ(Support::word(cm->shadow(), 1), 0u);
 }
 
 TEST_F(ChipReader, theRequestThatIsThereAlreadyIsNotBegunAgain) {
@@ -429,10 +430,10 @@ TEST_F(ChipReader, chipMemory_aNullRegionIsRefusedByEachMutator) {
   readerIs(4);
   const std::string text =
       "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not allowed\"";
-  EXPECT_EQ(Fakes::exceptionText([&] { reader->chipMemoryEnq(nullptr); }), text);
-  EXPECT_EQ(Fakes::exceptionText([&] { reader->newChipMemory(7, nullptr); }), text);
+  EXPECT_EQ(Support::exceptionText([&] { reader->chipMemoryEnq(nullptr); }), text);
+  EXPECT_EQ(Support::exceptionText([&] { reader->newChipMemory(7, nullptr); }), text);
   Zint::GenericIf_ byName(reader);
-  EXPECT_NE(Fakes::exceptionText([&] {
+  EXPECT_NE(Support::exceptionText([&] {
               byName.list("chipMemory").insert({{"chipMemory", "null"}});
             }),
             "");

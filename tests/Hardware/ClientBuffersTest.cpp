@@ -1,10 +1,10 @@
 // Buffers that a client installs: one without any bytes may have a null address, and `data` may lie
 // in any buffer of the region.
-#include <fakes/ShadowTest.h>
+#include <support/ShadowTest.h>
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 
 struct NoBytes : Hal::BufBase {
   NoBytes() : BufBase(nullptr, 0) {}

@@ -1,12 +1,12 @@
 // Without tracing and notifiees, reads and writes take the fast path. It respects derived regions
 // and installed buffers as the reference does.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 #include <new>
 
 namespace {
 
-struct FastPath : Fakes::ShadowTest {
+struct FastPath : Support::ShadowTest {
   FastPath() { Hardware::umbraTrace().levelUpToIs(0); }
 
   // A region that is read from its store.
@@ -124,7 +124,7 @@ TEST_F(FastPath, theLastRegionIsHeldDuringTheLookUp) {
       EXPECT_TRUE(other->readFromCacheHack(*address, data, 4));
     } else {
       other->shadowWriteHack(*address, data, 4);
-      EXPECT_EQ(Fakes::word(mac->shadow(), 1), 0u);
+      EXPECT_EQ(Support::word(mac->shadow(), 1), 0u);
     }
   }
 }
@@ -172,21 +172,21 @@ TEST_F(FastPath, whatDoesNotFitIsFatalAllTheSame) {
   };
   for (U32 e = 0; e < 16; ++e) write(mac, e, e);
   ASSERT_TRUE(read(15, 4));
-  EXPECT_EQ(Fakes::assertedCondition([&] { read(16, 4); }),
+  EXPECT_EQ(Support::assertedCondition([&] { read(16, 4); }),
             "( entry + numEntries ) <= cm->entries()");
-  EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 16, 0); }),
+  EXPECT_EQ(Support::assertedCondition([&] { write(mac, 16, 0); }),
             "entry + numEntries <= cm->entries()");
-  EXPECT_EQ(Fakes::assertedCondition([&] { read(0xffffffff, 8); }),
+  EXPECT_EQ(Support::assertedCondition([&] { read(0xffffffff, 8); }),
             "( entry + numEntries ) <= cm->entries()")
       << "nor does one that begins at the end of all numbers and ends within";
-  EXPECT_EQ(Fakes::assertedCondition(
+  EXPECT_EQ(Support::assertedCondition(
                 [&] { shadow->shadowWriteAndCompareWithCache(mac, 0xffffffff, bytes, 8); }),
             "entry + numEntries <= cm->entries()");
   const Hal::BufBase::Ptr whole = mac->shadow();
   mac->shadowIs(Zint::makePtr<Hal::Buf>(128u));  // room for more entries than there are
-  EXPECT_EQ(Fakes::assertedCondition([&] { read(16, 4); }),
+  EXPECT_EQ(Support::assertedCondition([&] { read(16, 4); }),
             "( entry + numEntries ) <= cm->entries()");
-  EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 16, 0); }),
+  EXPECT_EQ(Support::assertedCondition([&] { write(mac, 16, 0); }),
             "entry + numEntries <= cm->entries()");
   mac->shadowIs(whole);
   EXPECT_TRUE(read(15, 6)) << "part of the entry past the last one";
@@ -212,8 +212,8 @@ TEST_F(FastPath, aBufferThatIsMissingIsFatalAllTheSame) {
   U8 bytes[4] = {};
   const auto conditions = [&] {
     return std::vector<std::string>{
-        Fakes::assertedCondition([&] { shadow->readFromCache(mac, 1, bytes, 4); }),
-        Fakes::assertedCondition([&] { write(mac, 1, 0); })};
+        Support::assertedCondition([&] { shadow->readFromCache(mac, 1, bytes, 4); }),
+        Support::assertedCondition([&] { write(mac, 1, 0); })};
   };
   const Hal::BufBase::Ptr store = mac->shadow(), dirty = mac->dirty(), known = mac->initialized();
   mac->dirtyIs(nullptr);
@@ -240,7 +240,7 @@ TEST_F(FastPath, anOverriddenRegionStoresNothingAndReadsAsZeros) {
   mac->dirtyIs(dirty);
   mac->initializedIs(known);
   EXPECT_TRUE(write(mac, 1, 5));
-  EXPECT_EQ(Fakes::word(store, 1), 0x1234u);
+  EXPECT_EQ(Support::word(store, 1), 0x1234u);
   U8 bytes[4] = {1, 2, 3, 4};
   EXPECT_TRUE(shadow->readFromCache(mac, 1, bytes, 4));
   EXPECT_EQ(std::vector<U8>(bytes, bytes + 4), std::vector<U8>(4));
@@ -263,15 +263,15 @@ TEST_F(FastPath, anEntryAfterTheLastIsFatalThoughTheBuffersHoldIt) {
   mac->initializedIs(Zint::makePtr<Hal::Buf>(2u));
   mac->initialized()->data()[1] = 0xff;
   U8 bytes[8] = {};
-  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->readFromCache(mac, 12, bytes, 4); }),
+  EXPECT_EQ(Support::assertedCondition([&] { shadow->readFromCache(mac, 12, bytes, 4); }),
             "( entry + numEntries ) <= cm->entries()");
-  EXPECT_EQ(Fakes::assertedCondition([&] { write(mac, 12, 0); }),
+  EXPECT_EQ(Support::assertedCondition([&] { write(mac, 12, 0); }),
             "entry + numEntries <= cm->entries()");
-  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->readFromCache(mac, 11, bytes, 8); }),
+  EXPECT_EQ(Support::assertedCondition([&] { shadow->readFromCache(mac, 11, bytes, 8); }),
             "( entry + numEntries ) <= cm->entries()");
-  EXPECT_EQ(
-      Fakes::assertedCondition([&] { shadow->shadowWriteAndCompareWithCache(mac, 11, bytes, 8); }),
-      "entry + numEntries <= cm->entries()");
+  EXPECT_EQ(Support::assertedCondition(
+                [&] { shadow->shadowWriteAndCompareWithCache(mac, 11, bytes, 8); }),
+            "entry + numEntries <= cm->entries()");
   mac->shadowIs(Zint::makePtr<Hal::Buf>(47u));  // the last entry lacks its last byte
   EXPECT_REGION_ASSERTION(shadow->readFromCache(mac, 11, bytes, 4), "mac");
   EXPECT_REGION_ASSERTION(write(mac, 11, 0), "mac");
@@ -289,7 +289,7 @@ TEST_F(FastPath, entriesOfNoBytesAreAuditedAsEqual) {
   shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
   EXPECT_EQ(shadow->audits(), 1u);
   EXPECT_EQ(hollow->registersFixed(), 0u);
-  EXPECT_EQ(Fakes::marked(hollow->initialized()), std::vector<U32>{1});
+  EXPECT_EQ(Support::marked(hollow->initialized()), std::vector<U32>{1});
 }
 
 TEST_F(FastPath, aPartOfAnEntryIsReadWithoutBeingCounted) {
@@ -326,9 +326,9 @@ TEST_F(FastPath, whatIsCopiedFromTheStoreToItselfGoesEntryByEntry) {
     Hardware::umbraTrace().levelUpToIs(level);
     for (U32 e = 0; e < 8; ++e) write(mac, e, e + 1);
     shadow->shadowWriteAndCompareWithCache(mac, 1, store, 12);
-    for (U32 e = 0; e < 4; ++e) EXPECT_EQ(Fakes::word(mac->shadow(), e), 1u) << level;
+    for (U32 e = 0; e < 4; ++e) EXPECT_EQ(Support::word(mac->shadow(), e), 1u) << level;
     EXPECT_TRUE(shadow->readFromCache(mac, 3, store + 16, 16));
-    for (U32 e = 3; e < 8; ++e) EXPECT_EQ(Fakes::word(mac->shadow(), e), 1u) << level;
+    for (U32 e = 3; e < 8; ++e) EXPECT_EQ(Support::word(mac->shadow(), e), 1u) << level;
   }
 }
 
@@ -397,8 +397,8 @@ TEST_F(LastRegion, takesNothingBeforeOrAfterIt) {
   shadow->shadowWriteU32(ChipAddress(0x1004), 0x55);
   EXPECT_EQ(shadow->lastChipMemory(), mac);
   shadow->shadowWriteU32(ChipAddress(1, 0x1004), 0x66);
-  EXPECT_EQ(Fakes::word(mac->shadow(), 1), 0x55u);
-  EXPECT_EQ(Fakes::word(other->shadow(), 1), 0x66u);
+  EXPECT_EQ(Support::word(mac->shadow(), 1), 0x55u);
+  EXPECT_EQ(Support::word(other->shadow(), 1), 0x66u);
 }
 
 TEST_F(LastRegion, mayLieAcrossTheEndOfTheOffsets) {
@@ -429,7 +429,7 @@ TEST_F(LastRegion, mayHaveAStrideThatIsNoPowerOfTwo) {
   for (U32 e = 0; e < 8; ++e) shadow->shadowWriteU32(ChipAddress(0x100 + 12 * e), 0x70 + e);
   EXPECT_EQ(shadow->lastChipMemory(), odd);
   for (U32 e = 0; e < 8; ++e) {
-    EXPECT_EQ(Fakes::word(odd->shadow(), e), 0x70 + e);
+    EXPECT_EQ(Support::word(odd->shadow(), e), 0x70 + e);
     EXPECT_EQ(shadow->readFromCacheU32(ChipAddress(0x104 + 12 * e)), 0x70 + e);
   }
 }

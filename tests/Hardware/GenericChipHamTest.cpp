@@ -5,19 +5,20 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "fakes/Death.h"
-#include "fakes/RecordingRegisters.h"
+#include "support/Death.h"
+#include "support/RecordingRegisters.h"
 
 namespace Hardware {
 namespace {
 
-using Fakes::Access;
+using Support::Access;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 class GenericChipHamTest : public testing::Test {
  protected:
-  const Zint::Ptr<Fakes::RecordingRegisters> registers = Zint::makePtr<Fakes::RecordingRegisters>();
+  const Zint::Ptr<Support::RecordingRegisters> registers =
+      Zint::makePtr<Support::RecordingRegisters>();
   const GenericChipHam::Ptr ham = genericChipHamFactory("generic", registers);
   U8 buffer[24] = {};
 

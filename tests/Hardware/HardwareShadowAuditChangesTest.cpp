@@ -5,16 +5,16 @@
 
 #include <stdexcept>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Access;
-using Fakes::Entries;
-using Fakes::Lines;
-using Fakes::marked;
-using Fakes::word;
-using Fakes::wordIs;
+using Support::Access;
+using Support::Entries;
+using Support::Lines;
+using Support::marked;
+using Support::word;
+using Support::wordIs;
 
 // Lets a test stand in for the repair.
 class Repairing : public Hardware::HardwareShadow {
@@ -29,7 +29,7 @@ class Repairing : public Hardware::HardwareShadow {
   std::function<void()> instead;
 };
 
-class HardwareShadowAuditChanges : public Fakes::ShadowTest {
+class HardwareShadowAuditChanges : public Support::ShadowTest {
  protected:
   HardwareShadowAuditChanges() {
     shadow = repairing = Zint::makePtr<Repairing>(loop.activity, loop.clock);
@@ -437,7 +437,7 @@ TEST_F(HardwareShadowAuditChanges, aDifferenceIsRecordedInFullBeforeItsRepairIsT
 
 TEST_F(HardwareShadowAuditChanges, chipMemoryAuditEnabledIs_nullRaisesARangeException) {
   configure({mac});
-  EXPECT_EQ(Fakes::exceptionText([&] { shadow->chipMemoryAuditEnabledIs(nullptr, true); }),
+  EXPECT_EQ(Support::exceptionText([&] { shadow->chipMemoryAuditEnabledIs(nullptr, true); }),
             "null _chipMemory parameter to mutator for "
             "Hardware::HardwareShadow::chipMemoryAuditEnabled not allowed\"");
   EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 1u);
@@ -445,7 +445,7 @@ TEST_F(HardwareShadowAuditChanges, chipMemoryAuditEnabledIs_nullRaisesARangeExce
 
 TEST_F(HardwareShadowAuditChanges, doFixBadRegister_nullRaisesARangeException) {
   U8 data[4] = {};
-  EXPECT_EQ(Fakes::exceptionText([&] { shadow->doFixBadRegister(nullptr, 0, data); }),
+  EXPECT_EQ(Support::exceptionText([&] { shadow->doFixBadRegister(nullptr, 0, data); }),
             "null _chipMemory parameter to mutator for "
             "Hardware::HardwareShadow::doFixBadRegister not allowed\"");
 }
@@ -464,7 +464,8 @@ TEST_F(HardwareShadowAuditChanges, doFixBadRegister_dataOutlivesTheStoreItIsIn) 
   watch->then = [&] { mac->entriesIs(1000); };
   HardwareShadow::Ptr base = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
   base->doFixBadRegister(mac, 3, mac->shadow()->data() + 12);
-  EXPECT_EQ(chip->log, (std::vector<Fakes::Access>{{Fakes::Access::write, 0x100c, 0x01020304}}));
+  EXPECT_EQ(chip->log,
+            (std::vector<Support::Access>{{Support::Access::write, 0x100c, 0x01020304}}));
 }
 
 }  // namespace

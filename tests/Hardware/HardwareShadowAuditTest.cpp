@@ -2,21 +2,21 @@
 // part.
 #include <Mirl/Mirl.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Access;
-using Fakes::Entries;
-using Fakes::HamAccess;
-using Fakes::Lines;
-using Fakes::marked;
-using Fakes::word;
-using Fakes::wordIs;
 using Mirl::Argument;
 using Mirl::Number;
+using Support::Access;
+using Support::Entries;
+using Support::HamAccess;
+using Support::Lines;
+using Support::marked;
+using Support::word;
+using Support::wordIs;
 
-class HardwareShadowAudit : public Fakes::ShadowTest {
+class HardwareShadowAudit : public Support::ShadowTest {
  protected:
   void auditing(const std::vector<ChipMemory::Ptr>& regions) {
     configure(regions);
@@ -267,7 +267,7 @@ TEST_F(HardwareShadowAudit, accessMethodIsGivenTheShadowsEntryThenTheHardwaresAn
     U32 bytes;
     bool operator==(const Compared&) const = default;
   };
-  struct ComparingHam : Fakes::RecordingHam {
+  struct ComparingHam : Support::RecordingHam {
     bool doCompare(U8* a, U8* b, U32 bytes) const override {
       compared.push_back({a, b, bytes});
       return RecordingHam::doCompare(a, b, bytes);

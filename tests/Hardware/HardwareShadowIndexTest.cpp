@@ -2,7 +2,7 @@
 #include <map>
 
 #include "Allocations.h"
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -12,7 +12,7 @@ constexpr const char* findFunction =
 constexpr const char* addFunction =
     "void Hardware::AddressIndex::add(const Hardware::ChipMemory::Ptr&)";
 
-class HardwareShadowIndex : public Fakes::ShadowTest {
+class HardwareShadowIndex : public Support::ShadowTest {
  protected:
   // Regions of one entry, `step` apart.
   void manyRegions(U32 count, U64 step) {
@@ -107,17 +107,17 @@ TEST_F(HardwareShadowIndex, aLookupAllocatesNothing) {
   const ChipMemory::Ptr mac = region("mac", 0x1000, 4), vlan = region("vlan", 0x2000, 4);
   configure({mac, vlan});
   ChipMemory::Ptr inIndex, inLast, missed = mac;
-  EXPECT_EQ(Fakes::allocationsOf([&] { inIndex = found(0x1004); }), 0u);
+  EXPECT_EQ(Support::allocationsOf([&] { inIndex = found(0x1004); }), 0u);
   EXPECT_EQ(inIndex, mac);
-  EXPECT_EQ(Fakes::allocationsOf([&] { inLast = found(0x1008); }), 0u);
+  EXPECT_EQ(Support::allocationsOf([&] { inLast = found(0x1008); }), 0u);
   EXPECT_EQ(inLast, mac);
-  EXPECT_EQ(Fakes::allocationsOf([&] { inIndex = found(0x2000); }), 0u);
+  EXPECT_EQ(Support::allocationsOf([&] { inIndex = found(0x2000); }), 0u);
   EXPECT_EQ(inIndex, vlan);
-  EXPECT_EQ(Fakes::allocationsOf([&] { missed = found(0x1800); }), 0u);
+  EXPECT_EQ(Support::allocationsOf([&] { missed = found(0x1800); }), 0u);
   EXPECT_EQ(missed, nullptr);
-  EXPECT_EQ(Fakes::allocationsOf([&] { missed = found(0x500001000); }), 0u);
+  EXPECT_EQ(Support::allocationsOf([&] { missed = found(0x500001000); }), 0u);
   EXPECT_EQ(missed, nullptr);
-  EXPECT_GT(Fakes::allocationsOf([&] { missed = region("new", 0x3000, 4); }), 0u) << "it counts";
+  EXPECT_GT(Support::allocationsOf([&] { missed = region("new", 0x3000, 4); }), 0u) << "it counts";
 }
 
 TEST_F(HardwareShadowIndex, lastRegionAnswersEvenWhenTheIndexHasBeenCleared) {
@@ -448,7 +448,7 @@ TEST_F(HardwareShadowIndex, lookupsInAnIndexChangedByHandFollowTheProbes) {
         shadow->lastChipMemoryIs(nullptr);
         ChipMemory::Ptr cm;
         std::string answer =
-            Fakes::assertedCondition([&] { cm = shadow->findChipMemory(address, 4); });
+            Support::assertedCondition([&] { cm = shadow->findChipMemory(address, 4); });
         (answer.empty() ? answered : asserted) += 1;
         if (cm != nullptr) answer = cm->name().c_str();
         ASSERT_EQ(answer, foundByProbes(*shadow, address)) << round << " " << address.value();

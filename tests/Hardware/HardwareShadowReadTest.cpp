@@ -1,17 +1,17 @@
 // The read path: when the shadow answers, with what, and what it counts.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Lines;
-using Fakes::wordIs;
+using Support::Lines;
+using Support::wordIs;
 using Bytes = std::vector<U8>;
 
 constexpr const char* readFunction =
     "bool Hardware::HardwareShadow::readFromCache(const Hardware::ChipMemory::Ptr&, U32, U8*, "
     "U32)";
 
-class HardwareShadowRead : public Fakes::ShadowTest {
+class HardwareShadowRead : public Support::ShadowTest {
  protected:
   HardwareShadowRead() {
     mac->readFromCacheIs(true);

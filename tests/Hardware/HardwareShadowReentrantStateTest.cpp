@@ -5,7 +5,7 @@
 #include <array>
 #include <sstream>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ std::string placeName(Place place) {
   return names.at(static_cast<std::size_t>(place));
 }
 
-class HardwareShadowReentrantState : public Fakes::ShadowTest {
+class HardwareShadowReentrantState : public Support::ShadowTest {
  protected:
   using Handler = std::function<void(Place)>;
 
@@ -91,7 +91,7 @@ class HardwareShadowReentrantState : public Fakes::ShadowTest {
       for (int i = 0; i < 12; ++i) loop.turn();
     }
 
-    Fakes::ManualLoop loop;
+    Support::ManualLoop loop;
     HardwareShadow::Ptr shadow;
     ChipMemory::Ptr first, second, third;
     Hardware::ChipReader::Ptr reader;
@@ -120,9 +120,10 @@ class HardwareShadowReentrantState : public Fakes::ShadowTest {
         reentrant.shadow->stateIs(command);
       }
     });
-    const std::string failed = Fakes::assertedCondition([&] { reentrant.shadow->stateIs(action); });
+    const std::string failed =
+        Support::assertedCondition([&] { reentrant.shadow->stateIs(action); });
     reentrant.unwatch();
-    const std::string expected = Fakes::assertedCondition([&] {
+    const std::string expected = Support::assertedCondition([&] {
       sequential.shadow->stateIs(action);
       for (const State command : set) sequential.shadow->stateIs(command);
     });
@@ -137,7 +138,7 @@ class HardwareShadowReentrantState : public Fakes::ShadowTest {
     EXPECT_EQ(reentrant.shadow->chipMemoryEntriesUnderAudit(), reentrant.entriesOfMembers())
         << what.str();
     const auto later = [](System& system) {
-      return Fakes::assertedCondition([&] {
+      return Support::assertedCondition([&] {
         system.turns();
         system.shadow->stateIs(unconfigured);
         system.shadow->stateIs(configured);
@@ -261,7 +262,7 @@ TEST_F(HardwareShadowReentrantState, aStateIsAnnouncedAtOnceAndActedOnLater) {
 TEST_F(HardwareShadowReentrantState, anActionThatThrowsLeavesTheNextStateToBeSet) {
   System system(*this);
   reach(system, auditing);
-  EXPECT_NE(Fakes::assertedCondition([&] { system.shadow->stateIs(configured); }), "");
+  EXPECT_NE(Support::assertedCondition([&] { system.shadow->stateIs(configured); }), "");
   EXPECT_EQ(system.shadow->state(), configured);
   system.shadow->stateIs(unconfigured);
   EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u);
@@ -277,7 +278,7 @@ TEST_F(HardwareShadowReentrantState, handleStateByHandActsOnTheState) {
   trace.full.clear();
   system.shadow->handleState();
   EXPECT_EQ(system.shadow->state(), idle);
-  EXPECT_EQ(trace.taken().front(), (Fakes::Line{0, "HardwareShadow::handleState( auditing )"}));
+  EXPECT_EQ(trace.taken().front(), (Support::Line{0, "HardwareShadow::handleState( auditing )"}));
 }
 
 // --- chipMemoryAuditEnabledIs -------------------------------------------------------------------
@@ -293,7 +294,7 @@ TEST_F(HardwareShadowReentrantState, theEntriesUnderAuditAgreeWithTheRequestWhat
           system.watch([&](Place notified) {
             if (notified != place || isDone) return;
             isDone = true;
-            failed = Fakes::assertedCondition([&] {
+            failed = Support::assertedCondition([&] {
               system.shadow->stateIs(first);
               system.shadow->stateIs(second);
             });

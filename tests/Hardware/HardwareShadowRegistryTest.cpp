@@ -1,14 +1,14 @@
 // The registry of regions: what is registered, what is traced, and when it may change.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Lines;
+using Support::Lines;
 
 constexpr const char* handleFunction =
     "void Hardware::HardwareShadow::handleChipMemory(const Hardware::ChipAddress&)";
 
-class HardwareShadowRegistry : public Fakes::ShadowTest {
+class HardwareShadowRegistry : public Support::ShadowTest {
  protected:
   class Watch : public HardwareShadow::NotifieeConst {
    public:
@@ -26,7 +26,7 @@ class HardwareShadowRegistry : public Fakes::ShadowTest {
 };
 
 TEST_F(HardwareShadowRegistry, chipMemoryIs_nullRaisesTheQuotedTextAndChangesNothing) {
-  EXPECT_EQ(Fakes::exceptionText([&] { shadow->chipMemoryIs(nullptr); }),
+  EXPECT_EQ(Support::exceptionText([&] { shadow->chipMemoryIs(nullptr); }),
             "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
             "allowed\"");
   EXPECT_EQ(shadow->chipMemorys(), 0u);
@@ -34,7 +34,7 @@ TEST_F(HardwareShadowRegistry, chipMemoryIs_nullRaisesTheQuotedTextAndChangesNot
 }
 
 TEST_F(HardwareShadowRegistry, newChipMemory_nullRaisesTheQuotedTextAndChangesNothing) {
-  EXPECT_EQ(Fakes::exceptionText([&] { shadow->newChipMemory(nullptr); }),
+  EXPECT_EQ(Support::exceptionText([&] { shadow->newChipMemory(nullptr); }),
             "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
             "allowed\"");
   EXPECT_EQ(shadow->chipMemorys(), 0u);
@@ -42,7 +42,7 @@ TEST_F(HardwareShadowRegistry, newChipMemory_nullRaisesTheQuotedTextAndChangesNo
 
 TEST_F(HardwareShadowRegistry, reactorsChipMemoryIs_nullRaisesTheQuotedTextAndChangesNothing) {
   const auto reactor = shadow->chipMemoryIs(mac);
-  EXPECT_EQ(Fakes::exceptionText([&] { reactor->chipMemoryIs(nullptr); }),
+  EXPECT_EQ(Support::exceptionText([&] { reactor->chipMemoryIs(nullptr); }),
             "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
             "allowed\"");
   EXPECT_EQ(shadow->chipMemory(ChipAddress(0x1000)), mac);
@@ -250,7 +250,7 @@ TEST_F(HardwareShadowRegistry, changesWhileConfiguredIsAnnouncedNeedOverrideHard
   };
   std::vector<std::string> conditions;
   const auto asserted = [&](const std::function<void()>& change) {
-    conditions.push_back(Fakes::assertedCondition(change));
+    conditions.push_back(Support::assertedCondition(change));
   };
   const auto watch = Zint::makePtr<StateWatch>(loop.activity, shadow);
   watch->then = [&] {
@@ -267,7 +267,7 @@ TEST_F(HardwareShadowRegistry, changesWhileConfiguredIsAnnouncedNeedOverrideHard
 
 TEST_F(HardwareShadowRegistry, theRuleIsCheckedAfterTheCollectionHasChanged) {
   configure({});
-  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->chipMemoryIs(mac); }),
+  EXPECT_EQ(Support::assertedCondition([&] { shadow->chipMemoryIs(mac); }),
             "state_ == unconfigured_ || overrideHardware_");
   EXPECT_EQ(shadow->chipMemory(mac->address()), mac);
   EXPECT_TRUE(trace.full.empty());

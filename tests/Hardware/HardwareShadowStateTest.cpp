@@ -1,10 +1,10 @@
 // The shadow's attributes, its states and what entering each one does.
-#include "fakes/ShadowTest.h"
 #include "runtime/Probes.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Lines;
+using Support::Lines;
 using State = Hardware::HardwareShadow::State;
 using States = std::vector<State>;
 
@@ -14,7 +14,7 @@ constexpr auto idle = Hardware::HardwareShadow::idle();
 constexpr auto auditing = Hardware::HardwareShadow::auditing();
 constexpr const char* handleFunction = "void Hardware::HardwareShadow::handleState()";
 
-class HardwareShadowState : public Fakes::ShadowTest {
+class HardwareShadowState : public Support::ShadowTest {
  protected:
   class Watch : public HardwareShadow::NotifieeConst {
    public:
@@ -204,7 +204,7 @@ TEST_F(HardwareShadowState, unknownValueIsFatal) {
 }
 
 TEST_F(HardwareShadowState, traceComesBeforeTheAction) {
-  EXPECT_EQ(Fakes::assertedCondition([&] { shadow->stateIs(auditing); }), "auditReadRequest()");
+  EXPECT_EQ(Support::assertedCondition([&] { shadow->stateIs(auditing); }), "auditReadRequest()");
   ASSERT_EQ(trace.full.size(), 1u);
   EXPECT_EQ(trace.full[0].text, "HardwareShadow::handleState( auditing )");
   EXPECT_EQ(trace.full[0].level, 0u);

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ class World {
     for (auto it = shadow->chipMemoryIterator(); it; ++it) {
       watches_.push_back(watched<ChipMemory>(loop.activity, it->chipMemory(), passed));
     }
-    chip->beforeAccess = [passed](Fakes::Access::Kind, U32) { passed(); };
+    chip->beforeAccess = [passed](Support::Access::Kind, U32) { passed(); };
   }
 
   // Eight turns: two passes and the half of a third.
@@ -82,9 +82,9 @@ class World {
                       [](const auto& line) { return line.text.starts_with("HardwareShadow::"); }));
   }
 
-  Fakes::TraceCapture trace{0};
-  Fakes::ManualLoop loop;
-  Zint::Ptr<Fakes::RecordingRegisters> chip = Zint::makePtr<Fakes::RecordingRegisters>();
+  Support::TraceCapture trace{0};
+  Support::ManualLoop loop;
+  Zint::Ptr<Support::RecordingRegisters> chip = Zint::makePtr<Support::RecordingRegisters>();
   HardwareShadow::Ptr shadow = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
   ChipReader::Ptr reader;
   int steps = 0;
@@ -176,7 +176,7 @@ TEST(TeardownAtEveryStep, everything_goesWithoutATrace) {
 
 // --- The steps one by one ---
 
-class TeardownDuringAudit : public Fakes::ShadowTest {
+class TeardownDuringAudit : public Support::ShadowTest {
  protected:
   class Watch : public HardwareShadow::NotifieeConst {
    public:
@@ -199,7 +199,7 @@ class TeardownDuringAudit : public Fakes::ShadowTest {
   // The lines of the shadow since the last call.
   std::vector<std::string> shadowLines() {
     std::vector<std::string> lines;
-    for (const Fakes::Line& line : trace.taken()) {
+    for (const Support::Line& line : trace.taken()) {
       if (line.text.starts_with("HardwareShadow::")) lines.push_back(line.text);
     }
     return lines;
@@ -228,7 +228,7 @@ TEST_F(TeardownDuringAudit, inTheMiddleOfASlice_theReaderEndsItAlone) {
   shadow->stateIs(HardwareShadow::auditing());
   turns(1);
   shadowLines();
-  chip->beforeAccess = [&](Fakes::Access::Kind, U32 address) {
+  chip->beforeAccess = [&](Support::Access::Kind, U32 address) {
     if (address == 0x100c) shadow = nullptr;
   };
   turns(5);
@@ -275,8 +275,8 @@ TEST_F(TeardownDuringAudit, insideAHandler_thatHoldsTheLastReferenceAndDropsItse
 
 TEST_F(TeardownDuringAudit, insideARepair_thePassIsCarriedOut) {
   chip->registers = {{0x1004, 7}, {0x1010, 8}};
-  chip->beforeAccess = [&](Fakes::Access::Kind kind, U32) {
-    if (kind == Fakes::Access::write) shadow = nullptr;
+  chip->beforeAccess = [&](Support::Access::Kind kind, U32) {
+    if (kind == Support::Access::write) shadow = nullptr;
   };
   shadow->stateIs(HardwareShadow::auditing());
   turns(5);
@@ -290,8 +290,8 @@ TEST_F(TeardownDuringAudit, insideARepair_thePassIsCarriedOut) {
 
 TEST_F(TeardownDuringAudit, insideARepair_toUnconfigured) {
   chip->registers = {{0x1004, 7}, {0x1010, 8}};
-  chip->beforeAccess = [&](Fakes::Access::Kind kind, U32) {
-    if (kind == Fakes::Access::write) shadow->stateIs(HardwareShadow::unconfigured());
+  chip->beforeAccess = [&](Support::Access::Kind kind, U32) {
+    if (kind == Support::Access::write) shadow->stateIs(HardwareShadow::unconfigured());
   };
   shadow->stateIs(HardwareShadow::auditing());
   turns(5);
@@ -302,8 +302,8 @@ TEST_F(TeardownDuringAudit, insideARepair_toUnconfigured) {
 
 TEST_F(TeardownDuringAudit, insideARepair_everyRegionLeavesTheRegistry) {
   chip->registers = {{0x1004, 7}};
-  chip->beforeAccess = [&](Fakes::Access::Kind kind, U32) {
-    if (kind == Fakes::Access::write) shadow->chipMemoryDelAll();
+  chip->beforeAccess = [&](Support::Access::Kind kind, U32) {
+    if (kind == Support::Access::write) shadow->chipMemoryDelAll();
   };
   shadow->stateIs(HardwareShadow::auditing());
   turns(4);

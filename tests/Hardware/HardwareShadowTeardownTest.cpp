@@ -2,7 +2,7 @@
 #include <Zint/Notifiee.h>
 #include <gmock/gmock.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ class EndWatch : public Zint::Entity::NotifieeConst {
   std::function<void()> end_;
 };
 
-class HardwareShadowTeardown : public Fakes::ShadowTest {
+class HardwareShadowTeardown : public Support::ShadowTest {
  protected:
   Names registered() const {
     Names names;
@@ -37,7 +37,7 @@ class HardwareShadowTeardown : public Fakes::ShadowTest {
   }
   // A region whose end is seen: it alone holds its access method.
   ChipMemory::Ptr watchedRegion(const char* name, U64 address) {
-    const auto own = Zint::makePtr<Fakes::RecordingHam>(name);
+    const auto own = Zint::makePtr<Support::RecordingHam>(name);
     watchEnd(own, name);
     const ChipMemory::Ptr cm =
         Hardware::chipMemoryFactory(name, ChipAddress(address), 4, 4, 4, own);
@@ -89,7 +89,7 @@ TEST_F(HardwareShadowBulkRemoval, removeOverrideOnlyChipMem_runsNoReaction) {
   found(0x2000);
   trace.full.clear();
   shadow->removeOverrideOnlyChipMem();  // in idle: the rule of the registry is not asked
-  EXPECT_EQ(trace.taken(), Fakes::Lines{});
+  EXPECT_EQ(trace.taken(), Support::Lines{});
   EXPECT_EQ(shadow->lastChipMemory(), over);
   EXPECT_EQ(watch->told, 0);
   EXPECT_EQ(shadow->state(), HardwareShadow::idle());
@@ -116,7 +116,7 @@ TEST_F(HardwareShadowBulkRemoval, chipMemoryDelAll_removesEveryRegionWithoutReac
   trace.full.clear();
   shadow->chipMemoryDelAll();
   EXPECT_THAT(registered(), IsEmpty());
-  EXPECT_EQ(trace.taken(), Fakes::Lines{});
+  EXPECT_EQ(trace.taken(), Support::Lines{});
   EXPECT_EQ(shadow->lastChipMemory(), plain);
   EXPECT_EQ(found(0x3000), held);
 }
@@ -167,7 +167,7 @@ TEST_F(HardwareShadowTeardown, bulkRemoval_survivesWhatTheEndOfARegionDoes) {
     shadow = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
     std::vector<Zint::Ptr<EndWatch>> ends;
     for (const U32 address : {0x1000u, 0x2000u, 0x3000u, 0x4000u}) {
-      const auto own = Zint::makePtr<Fakes::RecordingHam>("own");
+      const auto own = Zint::makePtr<Support::RecordingHam>("own");
       const auto cm = Hardware::chipMemoryFactory("cm", ChipAddress(address), 4, 4, 4, own);
       cm->modeIs(ChipMemory::override());
       if (address == 0x1000) {
@@ -205,14 +205,14 @@ TEST_F(HardwareShadowZombie, marked_theClockDoesNotReachTheShadow) {
   shadow->zintDoZombieReactors(true);
   EXPECT_TRUE(shadow->zintMarkedForDeletion());
   loop.turnAt(1);
-  EXPECT_EQ(trace.taken(), Fakes::Lines{});
+  EXPECT_EQ(trace.taken(), Support::Lines{});
   EXPECT_EQ(shadow->auditReadRequest()->state(), 2);
 }
 
 TEST_F(HardwareShadowZombie, marked_theRequestDoesNotReachTheShadow) {
   shadow->zintDoZombieReactors(true);
   shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
-  EXPECT_EQ(trace.taken(), Fakes::Lines{});
+  EXPECT_EQ(trace.taken(), Support::Lines{});
   EXPECT_EQ(shadow->audits(), 0u);
 }
 
@@ -325,7 +325,7 @@ TEST_F(HardwareShadowTeardown, destructor_retiresItsReactorsFirst) {
   EXPECT_TRUE(marked);
   EXPECT_EQ(observers, 1u);  // its reactor is still there, and deaf
   EXPECT_EQ(request->notifiees(), 0u);
-  EXPECT_EQ(trace.taken(), Fakes::Lines{});
+  EXPECT_EQ(trace.taken(), Support::Lines{});
 }
 
 }  // namespace

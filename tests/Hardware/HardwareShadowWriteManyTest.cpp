@@ -2,14 +2,14 @@
 // once.
 #include <random>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Entries;
-using Fakes::marked;
+using Support::Entries;
+using Support::marked;
 
-struct HardwareShadowWriteMany : Fakes::ShadowTest {
+struct HardwareShadowWriteMany : Support::ShadowTest {
   HardwareShadowWriteMany() { Hardware::umbraTrace().levelUpToIs(0); }
 };
 

@@ -1,20 +1,20 @@
 // The write path: what is stored, what is marked, and whether the chip still needs the write.
 #include "Allocations.h"
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Entries;
-using Fakes::Line;
-using Fakes::Lines;
-using Fakes::marked;
-using Fakes::word;
+using Support::Entries;
+using Support::Line;
+using Support::Lines;
+using Support::marked;
+using Support::word;
 
 constexpr const char* writeFunction =
     "bool Hardware::HardwareShadow::shadowWriteAndCompareWithCache(const "
     "Hardware::ChipMemory::Ptr&, U32, U8*, U32)";
 
-class HardwareShadowWrite : public Fakes::ShadowTest {
+class HardwareShadowWrite : public Support::ShadowTest {
  protected:
   HardwareShadowWrite() { trace.full.clear(); }
 
@@ -197,7 +197,7 @@ TEST_F(HardwareShadowWrite, anObserverIsToldOfEachHitWithOrWithoutATrace) {
 TEST_F(HardwareShadowWrite, nothingFromNowhereNeedsNoChip) {
   const ChipMemory::Ptr cm = shadowed("r", 0x1000, 8);
   EXPECT_TRUE(shadow->shadowWriteAndCompareWithCache(cm, 8, nullptr, 0));
-  EXPECT_TRUE(Fakes::marked(cm->dirty()).empty());
+  EXPECT_TRUE(Support::marked(cm->dirty()).empty());
 }
 
 TEST_F(HardwareShadowWrite, entriesArePackedByTheirSizeNotByTheStride) {
@@ -298,7 +298,7 @@ TEST_F(HardwareShadowWrite, rangeCheckDoesNotWrap) {
 }
 
 TEST_F(HardwareShadowWrite, checksComeAfterTheTraceAndBeforeAnythingIsStored) {
-  EXPECT_EQ(Fakes::assertedCondition([&] {
+  EXPECT_EQ(Support::assertedCondition([&] {
               writeWords(15, {5, 6});
             }),
             "entry + numEntries <= cm->entries()");
@@ -375,10 +375,10 @@ TEST_F(HardwareShadowWrite, theLongWayAllocatesNothingForAKnownEntry) {
   const auto hits = Zint::makePtr<Hits>(loop.activity, mac);
   EXPECT_FALSE(write(mac, 3, 7));
   bool skipped = false;
-  EXPECT_EQ(Fakes::allocationsOf([&] { skipped = write(mac, 3, 7); }), 0u);
+  EXPECT_EQ(Support::allocationsOf([&] { skipped = write(mac, 3, 7); }), 0u);
   EXPECT_TRUE(skipped);
   EXPECT_EQ(hits->told, 1u);
-  EXPECT_EQ(Fakes::allocationsOf([&] { skipped = write(mac, 3, 8); }), 0u) << "another value";
+  EXPECT_EQ(Support::allocationsOf([&] { skipped = write(mac, 3, 8); }), 0u) << "another value";
   EXPECT_FALSE(skipped);
   EXPECT_EQ(word(mac->shadow(), 3), 8u);
 }

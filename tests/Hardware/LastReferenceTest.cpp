@@ -3,12 +3,12 @@
 #include <Hardware/ChipReader.h>
 #include <gmock/gmock.h>
 
-#include "fakes/DirectoryTest.h"
-#include "fakes/ShadowTest.h"
+#include "support/DirectoryTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::word;
+using Support::word;
 using testing::ElementsAre;
 
 // An access method whose end is seen.
@@ -26,7 +26,7 @@ struct EndingRequest : Hardware::ChipReadRequest {
   std::function<void()> atEnd_;
 };
 
-class LastReference : public Fakes::ShadowTest {
+class LastReference : public Support::ShadowTest {
  protected:
   // A region that runs `atEnd` when it goes.
   ChipMemory::Ptr ending(const char* name, U64 address, std::function<void()> atEnd) {
@@ -72,7 +72,7 @@ TEST_F(LookUpThatEndsTheLast, writesToWhatItFound) {
   shadow->shadowWriteU32(ChipAddress(0x1008), 7);
   EXPECT_EQ(ends, 1);
   EXPECT_EQ(word(mac->shadow(), 2), 7u);
-  EXPECT_THAT(Fakes::marked(vlan->initialized()), ElementsAre());
+  EXPECT_THAT(Support::marked(vlan->initialized()), ElementsAre());
 }
 
 TEST_F(LookUpThatEndsTheLast, readsFromWhatItFoundAlthoughTheLastWasForgotten) {
@@ -189,7 +189,7 @@ TEST_F(ReaderThatEnds, withItsRequestThatIsReplaced) {
 
 // --- Directory ----------------------------------------------------------------------------------
 
-class DirectoryWalk : public Fakes::DirectoryTest {};
+class DirectoryWalk : public Support::DirectoryTest {};
 
 TEST_F(DirectoryWalk, leavesAloneARegionThatTookThePlaceOfItsOwn) {
   asked("mac");

@@ -4,18 +4,18 @@
 
 #include <deque>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Access;
-using Fakes::HamAccess;
-using Fakes::marked;
-using Fakes::word;
+using Support::Access;
+using Support::HamAccess;
+using Support::marked;
+using Support::word;
 
 constexpr U32 last = 0xffffffff;
 
-class Limits : public Fakes::ShadowTest {
+class Limits : public Support::ShadowTest {
  protected:
   // A shadow that audits the regions, and its reader.
   void auditing(const std::vector<ChipMemory::Ptr>& regions, U32 maxEntriesPerRead = 1024) {

@@ -7,7 +7,7 @@
 
 #include <cassert>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -26,15 +26,16 @@ TEST(Ndebug, everyAssertionMacroStillEndsTheProcess) {
   EXPECT_ASSERTION_OF("mac", regionRule({}, 0), "void {anonymous}::regionRule(const Named&, int)",
                       "entries > 0");
   EXPECT_ASSERTION(quotedRule(3), 77, "void {anonymous}::quotedRule(int)", "( entries % 4 ) == 0");
-  EXPECT_DEATH(plainRule(0), Fakes::Assertion("Chips/Mine", 0, "void {anonymous}::plainRule(int)",
-                                              "entries > 0"));
+  EXPECT_DEATH(plainRule(0), Support::Assertion("Chips/Mine", 0, "void {anonymous}::plainRule(int)",
+                                                "entries > 0"));
 }
 
 TEST(Ndebug, theCollectionsInHeadersKeepTheirs) {
   Zint::DynArray<U8, U32> array;
-  EXPECT_DEATH(array.atIs(~U32{0}, 1),
-               Fakes::Assertion("Zint/DynArray", 0, "void Zint::DynArray<V, I>::atIs(I, const V&)",
-                                "newEntries<2147483647"));
+  EXPECT_DEATH(
+      array.atIs(~U32{0}, 1),
+      Support::Assertion("Zint/DynArray", 0, "void Zint::DynArray<V, I>::atIs(I, const V&)",
+                         "newEntries<2147483647"));
 }
 
 }  // namespace

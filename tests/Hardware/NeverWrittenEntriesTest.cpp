@@ -1,11 +1,11 @@
 // Entries that the software never writes, of a chip that starts with zeros. The audit cannot tell a
 // fault in one from a value that only the chip knows: it adopts the fault, and reads are served
 // with it. Deliberate, because clients rely on the adoption. A clear of the entries protects them.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-struct NeverWrittenEntries : Fakes::ShadowTest {
+struct NeverWrittenEntries : Support::ShadowTest {
   NeverWrittenEntries() {
     mac->readFromCacheIs(true);
     configure({mac});

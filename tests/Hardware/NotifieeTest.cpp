@@ -1,11 +1,11 @@
 // Observers that are not constant: each observed class has one.
 #include <Hardware/ChipReader.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-struct Notifiee : Fakes::ShadowTest {};
+struct Notifiee : Support::ShadowTest {};
 
 TEST_F(Notifiee, mayChangeWhatItObserves) {
   struct OfReader : Hardware::ChipReader::Notifiee {
@@ -44,7 +44,7 @@ TEST_F(Notifiee, mayChangeWhatItObserves) {
   const auto ofRegion = Zint::makePtr<OfRegion>(loop.activity, mac);
   mac->shadowEnabledIs(true);
   EXPECT_EQ(mac->entries(), 9u);
-  auto own = Zint::makePtr<Fakes::RecordingHam>("own");
+  auto own = Zint::makePtr<Support::RecordingHam>("own");
   Hardware::ChipHam* const address = own.ptr();
   const auto ofAccessMethod =
       Zint::makePtr<OfAccessMethod>(loop.activity, Hardware::ChipHam::Ptr(own));

@@ -4,7 +4,7 @@
 #include <Zint/GenericIf.h>
 #include <gmock/gmock.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ class Reaction : public Zint::NotifieeConst {
   std::function<void()> reaction_;
 };
 
-struct ReaderReactors : Fakes::ShadowTest {
+struct ReaderReactors : Support::ShadowTest {
   ReaderReactors() {
     request->chipMemoryIs(first);
     request->chipMemoryIs(second);
@@ -142,7 +142,7 @@ TEST_F(ReaderReactors, theDestructionOfTheOldActivityMayDropTheReader) {
   EXPECT_TRUE(isDestroyed);
 }
 
-struct ShadowReactors : Fakes::ShadowTest {};
+struct ShadowReactors : Support::ShadowTest {};
 
 TEST_F(ShadowReactors, withoutAClockNoAuditStarts) {
   configure({audited("mac", 0x1000, 8)});

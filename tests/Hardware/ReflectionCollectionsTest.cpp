@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "fakes/ReflectionTest.h"
+#include "support/ReflectionTest.h"
 
 namespace {
 
@@ -99,7 +99,8 @@ const Row rows[] = {
      "'x"},
 };
 
-class ReflectionCollection : public Fakes::ReflectionTest, public testing::WithParamInterface<Row> {
+class ReflectionCollection : public Support::ReflectionTest,
+                             public testing::WithParamInterface<Row> {
  protected:
   void SetUp() override { shadow->overrideHardwareIs(true); }  // the registry may change
 
@@ -204,16 +205,16 @@ TEST_P(ReflectionCollection, refusesAMissingASurplusAndARepeatedArgument) {
     Zint::Arguments fewer = arguments();
     const std::string name = fewer[left].first.bytes();
     fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(left));
-    EXPECT_EQ(Fakes::exceptionText([&] { list.insert(fewer); }),
+    EXPECT_EQ(Support::exceptionText([&] { list.insert(fewer); }),
               insertion + "missing argument " + name);
     Zint::Arguments twice = arguments();
     twice.push_back(twice[left]);
-    EXPECT_EQ(Fakes::exceptionText([&] { list.insert(twice); }),
+    EXPECT_EQ(Support::exceptionText([&] { list.insert(twice); }),
               insertion + "argument given twice: " + name);
   }
   Zint::Arguments more = arguments();
   more.emplace_back("colour", "red");
-  EXPECT_EQ(Fakes::exceptionText([&] { list.insert(more); }),
+  EXPECT_EQ(Support::exceptionText([&] { list.insert(more); }),
             insertion + "surplus argument colour=red");
   EXPECT_EQ(keys(), row.keys);
 }
@@ -222,7 +223,7 @@ TEST_P(ReflectionCollection, refusesAnUnreadableArgument) {
   for (std::size_t i = 0; i < row.added.size(); ++i) {
     Zint::Arguments wrong = arguments();
     wrong[i].second = "'?";
-    const std::string message = Fakes::exceptionText([&] { list.insert(wrong); });
+    const std::string message = Support::exceptionText([&] { list.insert(wrong); });
     EXPECT_THAT(message, testing::HasSubstr(" deserializing attribute " + place + "Is from "));
     EXPECT_THAT(message, testing::HasSubstr(wrong[i].first.bytes() + "='?"));
   }
@@ -232,17 +233,18 @@ TEST_P(ReflectionCollection, refusesAnUnreadableArgument) {
 TEST_P(ReflectionCollection, refusesAnUnreadableKey) {
   const std::string ending =
       " deserializing attribute " + place + " from \"" + row.unreadable + "\"";
-  EXPECT_THAT(Fakes::exceptionText([&] { list.find(row.unreadable); }), testing::EndsWith(ending));
-  EXPECT_THAT(Fakes::exceptionText([&] { list.del(row.unreadable); }), testing::EndsWith(ending));
+  EXPECT_THAT(Support::exceptionText([&] { list.find(row.unreadable); }),
+              testing::EndsWith(ending));
+  EXPECT_THAT(Support::exceptionText([&] { list.del(row.unreadable); }), testing::EndsWith(ending));
   EXPECT_EQ(keys(), row.keys);
 }
 
 TEST_P(ReflectionCollection, refusesToChangeThroughAReadOnlyView) {
   GenericIf_ view = GenericIf_::readOnlyView(target.object());
   auto readOnly = view.list(row.collection);
-  EXPECT_EQ(Fakes::exceptionText([&] { readOnly.insert(arguments()); }), constInstance);
-  EXPECT_EQ(Fakes::exceptionText([&] { readOnly.del(row.absent); }), constInstance);
-  EXPECT_EQ(Fakes::exceptionText([&] { readOnly.delAll(); }), constInstance);
+  EXPECT_EQ(Support::exceptionText([&] { readOnly.insert(arguments()); }), constInstance);
+  EXPECT_EQ(Support::exceptionText([&] { readOnly.del(row.absent); }), constInstance);
+  EXPECT_EQ(Support::exceptionText([&] { readOnly.delAll(); }), constInstance);
   EXPECT_EQ(readOnly.items().size(), row.keys.size());
   EXPECT_EQ(keys(), row.keys);
 }
@@ -254,8 +256,8 @@ INSTANTIATE_TEST_SUITE_P(all, ReflectionCollection, testing::ValuesIn(rows),
 
 TEST(ReflectionCollections, everyCollectionOfEveryTypeIsTested) {
   Names expected, tested;
-  for (const auto& [name, type] : Fakes::livingTypes()) {
-    for (const Zint::Member* member : Fakes::allMembers(*type)) {
+  for (const auto& [name, type] : Support::livingTypes()) {
+    for (const Zint::Member* member : Support::allMembers(*type)) {
       if (member->list != nullptr) expected.push_back(name + "::" + member->name);
     }
   }
@@ -265,15 +267,15 @@ TEST(ReflectionCollections, everyCollectionOfEveryTypeIsTested) {
 
 // --- What the collections refuse themselves ---
 
-class ReflectionMutator : public Fakes::ReflectionTest {};
+class ReflectionMutator : public Support::ReflectionTest {};
 
 TEST_F(ReflectionMutator, ofNull_isRefusedWithItsText) {
-  EXPECT_EQ(Fakes::exceptionText([&] {
+  EXPECT_EQ(Support::exceptionText([&] {
               named("HardwareShadow").list("chipMemory").insert({{"chipMemory", "null"}});
             }),
             "null _chipMemory parameter to mutator for Hardware::HardwareShadow::chipMemory not "
             "allowed\"");
-  EXPECT_EQ(Fakes::exceptionText([&] {
+  EXPECT_EQ(Support::exceptionText([&] {
               named("ChipReadRequest").list("chipMemory").insert({{"chipMemory", "null"}});
             }),
             "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not "
@@ -282,7 +284,7 @@ TEST_F(ReflectionMutator, ofNull_isRefusedWithItsText) {
 
 // --- The directory ---
 
-class ReflectionDirectory : public Fakes::ReflectionTest {
+class ReflectionDirectory : public Support::ReflectionTest {
  protected:
   Zint::Arguments asked(const char* name, const char* stride = "4") {
     return {{"name", name},

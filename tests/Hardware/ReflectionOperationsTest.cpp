@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <set>
 
-#include "fakes/ReflectionTest.h"
+#include "support/ReflectionTest.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ struct Row {
 };
 
 // Public members: the rows look at them.
-class ReflectionCall : public Fakes::ReflectionTest, public testing::WithParamInterface<Row> {
+class ReflectionCall : public Support::ReflectionTest, public testing::WithParamInterface<Row> {
  public:
   using ReflectionTest::chip;
   using ReflectionTest::cm;
@@ -46,7 +46,7 @@ class ReflectionCall : public Fakes::ReflectionTest, public testing::WithParamIn
     return texts;
   }
   std::string refusal(const Zint::Arguments& given) {
-    return Fakes::exceptionText([&] { target.call(row.operation, given); });
+    return Support::exceptionText([&] { target.call(row.operation, given); });
   }
   void check(const Zint::Arguments& given) {
     EXPECT_EQ(target.call(row.operation, given).text.bytes(), resolved(row.text));
@@ -128,24 +128,24 @@ const std::vector<Row>& rows() {
        {},
        "",
        shadowOfOnes,
-       [](ReflectionCall& t) { EXPECT_EQ(Fakes::word(t.cm->shadow(), 0), 0u); }},
+       [](ReflectionCall& t) { EXPECT_EQ(Support::word(t.cm->shadow(), 0), 0u); }},
       {"ChipMemory", "entryIndexFromAddress", {{"addr", "4110"}}, "3"},
       {"ChipMemory",
        "doClear",
        {},
        "",
        shadowOfOnes,
-       [](ReflectionCall& t) { EXPECT_EQ(Fakes::word(t.cm->shadow(), 7), 0u); }},
+       [](ReflectionCall& t) { EXPECT_EQ(Support::word(t.cm->shadow(), 7), 0u); }},
       {"ChipMemory",
        "doClearRange",
        {{"startIndex", "2"}, {"endIndex", "3"}},
        "",
        shadowOfOnes,
        [](ReflectionCall& t) {
-         EXPECT_NE(Fakes::word(t.cm->shadow(), 1), 0u);
-         EXPECT_EQ(Fakes::word(t.cm->shadow(), 2), 0u);
-         EXPECT_EQ(Fakes::word(t.cm->shadow(), 3), 0u);
-         EXPECT_NE(Fakes::word(t.cm->shadow(), 4), 0u);
+         EXPECT_NE(Support::word(t.cm->shadow(), 1), 0u);
+         EXPECT_EQ(Support::word(t.cm->shadow(), 2), 0u);
+         EXPECT_EQ(Support::word(t.cm->shadow(), 3), 0u);
+         EXPECT_NE(Support::word(t.cm->shadow(), 4), 0u);
          EXPECT_TRUE(t.chip->taken().empty());
        }},
       {"ChipMemory",
@@ -155,7 +155,7 @@ const std::vector<Row>& rows() {
        onlyEntryThree,
        [](ReflectionCall& t) {
          EXPECT_EQ(t.chip->taken(),
-                   (std::vector<Fakes::Access>{{Fakes::Access::write, 0x100c, 0}}));
+                   (std::vector<Support::Access>{{Support::Access::write, 0x100c, 0}}));
        }},
       {"ChipMemory", "entryInitialized", {{"entryIndex", "3"}}, "true", onlyEntryThree},
       {"ChipMemory",
@@ -207,13 +207,13 @@ const std::vector<Row>& rows() {
        {{"chipMemory", "$cm"}, {"entry", "1"}, {"data", "0102030405060708"}, {"size", "8"}},
        "false",
        nullptr,
-       [](ReflectionCall& t) { EXPECT_EQ(Fakes::word(t.cm->shadow(), 2), 0x08070605u); }},
+       [](ReflectionCall& t) { EXPECT_EQ(Support::word(t.cm->shadow(), 2), 0x08070605u); }},
       {"HardwareShadow",
        "shadowWriteHack",
        {{"address", "4100"}, {"dataPtr", "01020304"}, {"size", "4"}},
        "",
        nullptr,
-       [](ReflectionCall& t) { EXPECT_EQ(Fakes::word(t.cm->shadow(), 1), 0x04030201u); }},
+       [](ReflectionCall& t) { EXPECT_EQ(Support::word(t.cm->shadow(), 1), 0x04030201u); }},
       {"HardwareShadow",
        "readFromCacheHack",
        {{"address", "4096"}, {"dataPtr", "00000000"}, {"size", "4"}},
@@ -224,7 +224,7 @@ const std::vector<Row>& rows() {
        {{"address", "4100"}, {"value", "9"}},
        "",
        nullptr,
-       [](ReflectionCall& t) { EXPECT_EQ(Fakes::word(t.cm->shadow(), 1), 9u); }},
+       [](ReflectionCall& t) { EXPECT_EQ(Support::word(t.cm->shadow(), 1), 9u); }},
       {"HardwareShadow", "readFromCacheU32", {{"address", "4096"}}, "16843009", cached},
       {"HardwareShadow",
        "handleState",
@@ -327,7 +327,7 @@ TEST_P(ReflectionCall, refusesAnArgumentGivenTwice) {
 
 TEST_P(ReflectionCall, refusesAnUnreadableArgumentAndDoesNothing) {
   chip->taken();
-  const Fakes::Lines nothing;
+  const Support::Lines nothing;
   trace.full.clear();
   for (std::size_t i = 0; i < row.arguments.size(); ++i) {
     Zint::Arguments wrong = arguments();
@@ -346,7 +346,7 @@ TEST_P(ReflectionCall, isRefusedThroughAReadOnlyViewUnlessItIsConstant) {
   if (memberOf(row).flags.has(Zint::ZintAttrIntrospectionFlags::constant)) {
     EXPECT_EQ(view.call(row.operation, arguments()).text.bytes(), resolved(row.text));
   } else {
-    EXPECT_EQ(Fakes::exceptionText([&] { view.call(row.operation, arguments()); }),
+    EXPECT_EQ(Support::exceptionText([&] { view.call(row.operation, arguments()); }),
               "attempting to modify a const instance");
   }
 }
@@ -363,7 +363,7 @@ INSTANTIATE_TEST_SUITE_P(all, ReflectionCall, testing::ValuesIn(rows()),
 TEST(ReflectionOperations, everyOperationOfEveryTypeIsTested) {
   std::vector<std::string> expected;
   std::set<std::string> tested;
-  for (const auto& [name, type] : Fakes::livingTypes()) {
+  for (const auto& [name, type] : Support::livingTypes()) {
     // The base access method's operations are called on the generic one.
     for (const Zint::Member& member : type->members) {
       if (member.call == nullptr) continue;

@@ -1,7 +1,7 @@
 // Every attribute of every type by name: read, and set through its text.
 #include <gmock/gmock.h>
 
-#include "fakes/ReflectionTest.h"
+#include "support/ReflectionTest.h"
 
 namespace {
 
@@ -82,7 +82,8 @@ const Row rows[] = {
     {"ChipMemoryBogon", "isNondestructing", "true", "false"},
 };
 
-class ReflectionAttribute : public Fakes::ReflectionTest, public testing::WithParamInterface<Row> {
+class ReflectionAttribute : public Support::ReflectionTest,
+                            public testing::WithParamInterface<Row> {
  protected:
   void expectText(const std::string& actual, const std::string& expected) {
     if (expected.ends_with('*')) {
@@ -115,7 +116,7 @@ TEST_P(ReflectionAttribute, goesThroughItsTextAndBack) {
       member.target == nullptr ? nullptr : target.target(row.attribute).object;
   if (row.newText == nullptr) {
     EXPECT_THAT(
-        Fakes::exceptionText([&] { target.attributeIs(row.attribute, before); }),
+        Support::exceptionText([&] { target.attributeIs(row.attribute, before); }),
         StartsWith(std::string(target.typeName()) + "::" + row.attribute + ": cannot be set to "));
   } else {
     const std::string text = resolved(row.newText);
@@ -133,7 +134,7 @@ TEST_P(ReflectionAttribute, refusesWhatItCannotRead) {
   const std::string place = std::string(target.typeName()) + "::" + row.attribute;
   for (const std::string& text : {std::string("?"), before + " x", std::string("'x")}) {
     const std::string message =
-        Fakes::exceptionText([&] { target.attributeIs(row.attribute, text); });
+        Support::exceptionText([&] { target.attributeIs(row.attribute, text); });
     EXPECT_TRUE(message.ends_with(" deserializing attribute " + place + " from \"" + text + "\""))
         << "from " << text << ": " << message;
     EXPECT_EQ(read(target, row.attribute), before);
@@ -144,7 +145,7 @@ TEST_P(ReflectionAttribute, refusesToChangeAReadOnlyView) {
   if (target.object() == nullptr) return;  // values have no views
   GenericIf_ view = GenericIf_::readOnlyView(target.object());
   const std::string before = read(target, row.attribute);
-  EXPECT_EQ(Fakes::exceptionText([&] {
+  EXPECT_EQ(Support::exceptionText([&] {
               view.attributeIs(row.attribute, row.newText == nullptr ? "0" : resolved(row.newText));
             }),
             "attempting to modify a const instance");
@@ -159,8 +160,8 @@ INSTANTIATE_TEST_SUITE_P(all, ReflectionAttribute, testing::ValuesIn(rows),
 // The rows above are all that there are.
 TEST(ReflectionAttributes, everyAttributeOfEveryTypeIsTested) {
   std::vector<std::string> expected, tested;
-  for (const auto& [name, type] : Fakes::livingTypes()) {
-    for (const Zint::Member* member : Fakes::allMembers(*type)) {
+  for (const auto& [name, type] : Support::livingTypes()) {
+    for (const Zint::Member* member : Support::allMembers(*type)) {
       if (member->get != nullptr) {
         expected.push_back(name + "::" + member->name + (member->set == nullptr ? "" : "="));
       }
@@ -175,7 +176,7 @@ TEST(ReflectionAttributes, everyAttributeOfEveryTypeIsTested) {
 
 // --- What setting by name does ---
 
-class Reflection : public Fakes::ReflectionTest {};
+class Reflection : public Support::ReflectionTest {};
 
 TEST_F(Reflection, setting_runsTheReactions) {
   named("ChipMemory").attributeIs("mode", "'override'");
@@ -195,9 +196,9 @@ TEST_F(Reflection, setting_theStateDrivesTheAudit) {
 }
 
 TEST_F(Reflection, setting_anUnknownEnumeratorNamesItsType) {
-  EXPECT_EQ(Fakes::exceptionText([&] { named("HardwareShadow").attributeIs("state", "'Idle'"); }),
+  EXPECT_EQ(Support::exceptionText([&] { named("HardwareShadow").attributeIs("state", "'Idle'"); }),
             "State deserializing attribute Hardware::HardwareShadow::state from \"'Idle'\"");
-  EXPECT_EQ(Fakes::exceptionText([&] { named("ChipMemory").attributeIs("mode", "off"); }),
+  EXPECT_EQ(Support::exceptionText([&] { named("ChipMemory").attributeIs("mode", "off"); }),
             "ChipMemoryMode deserializing attribute Hardware::ChipMemory::mode from \"off\"");
   EXPECT_EQ(shadow->state(), HardwareShadow::idle());
 }
@@ -206,7 +207,7 @@ TEST_F(Reflection, setting_anArrayIndexTruncates) {
   named("ChipMemoryArrayIndex").attributeIs("value", "8");
   EXPECT_EQ(index, 8);
   EXPECT_NE(
-      Fakes::exceptionText([&] { named("ChipMemoryArrayIndex").attributeIs("value", "65537"); }),
+      Support::exceptionText([&] { named("ChipMemoryArrayIndex").attributeIs("value", "65537"); }),
       "");  // a U16: it is the index's own text that truncates
   named("HardwareShadow").attributeIs("nextIndex", "65537");
   EXPECT_EQ(shadow->nextIndex(), 1);

@@ -1,15 +1,15 @@
 // What a client does by name: bulk operations, factories, bytes in texts, and a whole session.
 #include <gmock/gmock.h>
 
-#include "fakes/ReflectionTest.h"
+#include "support/ReflectionTest.h"
 
 namespace {
 
-class ReflectionUse : public Fakes::ReflectionTest {
+class ReflectionUse : public Support::ReflectionTest {
  protected:
   std::string refusal(const std::string& type, const char* operation,
                       const Zint::Arguments& arguments) {
-    return Fakes::exceptionText([&] { named(type).call(operation, arguments); });
+    return Support::exceptionText([&] { named(type).call(operation, arguments); });
   }
   // The reason of a refusal that also names the operation and all arguments; the whole refusal when
   // it does not.
@@ -30,11 +30,11 @@ class ReflectionUse : public Fakes::ReflectionTest {
 TEST_F(ReflectionUse, chipMemoryDelAll_removesEveryRegionOfTheShadowInAnyState) {
   named("HardwareShadow").call("chipMemoryDelAll", {});  // idle: no rule is asked
   EXPECT_EQ(shadow->chipMemorys(), 0u);
-  EXPECT_EQ(trace.taken(), Fakes::Lines{});
+  EXPECT_EQ(trace.taken(), Support::Lines{});
 }
 
 TEST_F(ReflectionUse, chipMemoryDel_ofTheShadowRunsItsRule) {
-  EXPECT_EQ(Fakes::assertedCondition([&] {
+  EXPECT_EQ(Support::assertedCondition([&] {
               named("HardwareShadow").call("chipMemoryDel", {{"address", "4096"}});
             }),
             "state_ == unconfigured_ || overrideHardware_");
@@ -46,7 +46,7 @@ TEST_F(ReflectionUse, writeback_ofEverythingIsOneAccess) {
 }
 
 TEST_F(ReflectionUse, doClearRange_hasItsBounds) {
-  EXPECT_EQ(Fakes::assertedCondition([&] {
+  EXPECT_EQ(Support::assertedCondition([&] {
               named("ChipMemory").call("doClearRange", {{"endIndex", "9"}, {"startIndex", "0"}});
             }),
             "endIndex <= entries()");
@@ -135,7 +135,7 @@ TEST_F(ReflectionUse, operations_onARegionRefuseNull) {
   EXPECT_EQ(reason("HardwareShadow", "chipMemoryAuditEnabledIs",
                    {{"chipMemory", "null"}, {"auditEnabled", "true"}}),
             needed);
-  EXPECT_EQ(Fakes::exceptionText([&] {
+  EXPECT_EQ(Support::exceptionText([&] {
               named("ChipReader").list("chipMemory").insert({{"chipMemory", "null"}});
             }),
             "a region is needed deserializing attribute Hardware::ChipReader::chipMemoryIs from "
@@ -198,7 +198,7 @@ TEST_F(ReflectionUse, factories_makeEveryObjectByName) {
 
 TEST_F(ReflectionUse, factories_refuseWrongArguments) {
   const auto made = [&](const char* factory, const Zint::Arguments& arguments) {
-    return Fakes::exceptionText([&] { GenericIf_::make(factory, arguments); });
+    return Support::exceptionText([&] { GenericIf_::make(factory, arguments); });
   };
   EXPECT_EQ(made("chipReadFactory", {}), "factories: unknown member chipReadFactory");
   EXPECT_EQ(made("chipReadRequestFactory", {}), "chipReadRequestFactory: missing argument name");

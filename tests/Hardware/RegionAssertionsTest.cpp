@@ -3,7 +3,7 @@
 // demanded with its full text; those about a region name it.
 #include <Hardware/ChipReader.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ constexpr const char* writeEntries =
 constexpr const char* readEntries =
     "bool Hardware::HardwareShadow::readFromCache(const Hardware::ChipMemory::Ptr&, U32, U8*, U32)";
 
-class RegionAssertions : public Fakes::ShadowTest {
+class RegionAssertions : public Support::ShadowTest {
  protected:
   static Hal::Buf::Ptr buffer(U32 size) { return makePtr<Hal::Buf>(size); }
   ChipMemory::Ptr withoutHam() {

@@ -10,7 +10,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-using CommandsTest = Fakes::SessionTest;
+using CommandsTest = Support::SessionTest;
 
 TEST_F(CommandsTest, nothingIsNoCommand) {
   EXPECT_EQ(outputOf(""), "");

@@ -11,7 +11,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-class CompletionTest : public Fakes::SessionTest {
+class CompletionTest : public Support::SessionTest {
  protected:
   std::vector<std::string> candidatesFor(const std::string& line) {
     return completion(session_, line).candidates;

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
+#include "support/ManualLoop.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ class PlainLinesTest : public testing::Test {
     return read;
   }
 
-  Fakes::ManualLoop loop_;
+  Support::ManualLoop loop_;
   Pipe pipe_;
   Console::PlainLines lines_{pipe_.ends[0], loop_.activity, false};
 };
@@ -71,7 +71,7 @@ TEST_F(PlainLinesTest, aLineMayCome_inParts) {
 TEST_F(PlainLinesTest, whileALineIsAwaitedTheSystemWorks) {
   class Alarm : public Zint::Clock::NotifieeConst {
    public:
-    Alarm(const Fakes::ManualLoop& loop, Pipe& pipe)
+    Alarm(const Support::ManualLoop& loop, Pipe& pipe)
         : NotifieeConst(loop.activity, Zint::Ptr<const Zint::Clock>(loop.clock)), pipe_(pipe) {}
     void onTime() override { pipe_.write("from the loop\n"); }
 

@@ -8,7 +8,7 @@
 
 #include <sstream>
 
-#include "fakes/ManualLoop.h"
+#include "support/ManualLoop.h"
 
 namespace Garden {
 
@@ -79,14 +79,14 @@ class OwnTypeTest : public testing::Test {
     session_.run(line);
     return out_.str();
   }
-  static Console::World world(const Fakes::ManualLoop& loop, const Bed::Ptr& bed) {
+  static Console::World world(const Support::ManualLoop& loop, const Bed::Ptr& bed) {
     Console::World world;
     world.activity = loop.activity;
     world.objects = {{"bed", Console::objectOf(bed)}};
     return world;
   }
 
-  Fakes::ManualLoop loop_;
+  Support::ManualLoop loop_;
   const Bed::Ptr bed_ = Zint::makePtr<Bed>("roses", 9u);
   std::ostringstream out_;
   Console::Session session_{world(loop_, bed_), out_};

@@ -8,7 +8,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-class PathTest : public Fakes::SessionTest {
+class PathTest : public Support::SessionTest {
  protected:
   std::string hereAfter(const std::string& line) {
     session_.run(line);

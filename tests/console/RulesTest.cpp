@@ -345,7 +345,7 @@ const Break breaks[] = {
      "vlan has no shadow"},
 };
 
-class RulesTest : public Fakes::SessionTest, public testing::WithParamInterface<Break> {};
+class RulesTest : public Support::SessionTest, public testing::WithParamInterface<Break> {};
 
 TEST_P(RulesTest, aBrokenRuleIsRefused_andNothingChanges) {
   for (const char* line : GetParam().before) session_.run(line);
@@ -378,7 +378,7 @@ constexpr auto nameOf = [](const auto& info) { return std::string(info.param.nam
 INSTANTIATE_TEST_SUITE_P(Rules, RulesTest, testing::ValuesIn(breaks), nameOf);
 INSTANTIATE_TEST_SUITE_P(Rules, RulesDeathTest, testing::ValuesIn(breaks), nameOf);
 
-using RuleBoundsTest = Fakes::SessionTest;
+using RuleBoundsTest = Support::SessionTest;
 
 // What just keeps the rules is run.
 TEST_F(RuleBoundsTest, whatKeepsTheRulesIsRun) {

@@ -25,7 +25,7 @@ class GivenLines : public Console::Lines {
   std::istream& in_;
 };
 
-class ScriptTest : public Fakes::SessionTest {
+class ScriptTest : public Support::SessionTest {
  protected:
   U32 runScript(const std::string& script, bool isScript = true) {
     std::istringstream in(script);

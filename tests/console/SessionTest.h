@@ -12,9 +12,9 @@
 #include <sstream>
 #include <string>
 
-#include "fakes/ManualLoop.h"
+#include "support/ManualLoop.h"
 
-namespace Fakes {
+namespace Support {
 
 class SessionTest : public testing::Test {
  protected:
@@ -46,4 +46,4 @@ class SessionTest : public testing::Test {
   U32& onChip(U32 address) { return static_cast<U32*>(chip_.data())[address / 4]; }
 };
 
-}  // namespace Fakes
+}  // namespace Support

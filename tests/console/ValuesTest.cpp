@@ -15,7 +15,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-using ValuesTest = Fakes::SessionTest;
+using ValuesTest = Support::SessionTest;
 
 TEST(AddressTextTest, isTheFormOfTheTraces_andReadsBack) {
   EXPECT_EQ(addressText("8589942528"), "0x2:00001f00");

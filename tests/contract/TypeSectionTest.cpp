@@ -2,8 +2,8 @@
 // read the file without loading it.
 #include <Hardware/Descriptions.h>
 #include <elf.h>
-#include <fakes/Sanitizers.h>
 #include <link.h>
+#include <support/Sanitizers.h>
 
 #include <gtest/gtest.h>
 
@@ -107,7 +107,7 @@ class TypeSection : public testing::Test {
     ASSERT_EQ(found.size(), 1u) << path;
     // Some sanitizers fence in each variable with zero bytes.
     std::string& bytes = found[0].bytes;
-    if (Fakes::addressesAreSanitized()) bytes.resize(bytes.find_last_not_of('\0') + 2);
+    if (Support::addressesAreSanitized()) bytes.resize(bytes.find_last_not_of('\0') + 2);
   }
 
   const std::string path = libraryPath();

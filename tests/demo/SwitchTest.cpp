@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
+#include "support/ManualLoop.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ class SwitchTest : public testing::Test {
   }
   void accessesForgotten() { registers_->reads = registers_->writes = 0; }
 
-  Fakes::ManualLoop loop_;
+  Support::ManualLoop loop_;
   Demo::Ledger ledger_{Demo::registerFileSize};
   Zint::Ptr<Registers> registers_ = Zint::makePtr<Registers>(ledger_);
   Demo::Switch switch_{loop_.activity, Zint::Ptr<const Zint::Clock>(loop_.clock), registers_,

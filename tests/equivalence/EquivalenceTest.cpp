@@ -6,12 +6,12 @@
 // All buffers lie in one block of memory, and so does `data` where a step wants it there: they
 // overlap in every way, are shared between the regions, and are shorter or longer than they should
 // be.
-#include "fakes/SlotOverrides.h"
+#include "support/SlotOverrides.h"
 
 #include <sstream>
 
-#include "fakes/ShadowTest.h"
 #include "support/Random.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ constexpr Switch everySwitch[] = {level7, level8, level9, coverage, notifiee};
 constexpr U32 memoryBytes = 256;
 
 struct World {
-  World(const Fakes::RegionSlot& regionSlot, const Fakes::HamSlot& hamSlot, U32 entries,
+  World(const Support::RegionSlot& regionSlot, const Support::HamSlot& hamSlot, U32 entries,
         U32 entrySize) {
     const Hardware::ChipHam::Ptr ham = hamSlot.make();
     for (U32 r = 0; r < 2; ++r) {
@@ -71,7 +71,7 @@ struct World {
 
   std::vector<U8> memory = std::vector<U8>(memoryBytes);
   std::vector<U8> outside = std::vector<U8>(memoryBytes);
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   HardwareShadow::Ptr shadow = Hardware::hardwareShadowFactory(loop.activity, nullptr);
   ChipMemory::Ptr regions[2];
 };
@@ -80,7 +80,7 @@ class Equivalence : public testing::Test {
  protected:
   Equivalence() : before(Zint::traceSinkIs(&sink)) { Hardware::umbraTrace().levelUpToIs(0); }
   ~Equivalence() override {
-    Fakes::onSlot = nullptr;
+    Support::onSlot = nullptr;
     Hardware::umbraTrace().levelUpToIs(0);
     Zint::traceSinkIs(before);
   }
@@ -88,16 +88,16 @@ class Equivalence : public testing::Test {
   // The step in one world: its outcome and the calls that were seen.
   static std::string outcome(World& world, const std::function<std::string(World&)>& step) {
     std::string text;
-    Fakes::onSlot = [&text](const std::string& call) { text += call + "; "; };
+    Support::onSlot = [&text](const std::string& call) { text += call + "; "; };
     std::string result;
-    const std::string condition = Fakes::assertedCondition([&] {
+    const std::string condition = Support::assertedCondition([&] {
       try {
         result = step(world);
       } catch (const Zint::RangeException& exception) {
         result = exception.what();
       }
     });
-    Fakes::onSlot = nullptr;
+    Support::onSlot = nullptr;
     return text + result + condition + "\n" + world.observed();
   }
 
@@ -208,7 +208,7 @@ std::function<std::string(World&)> drawnStep(Support::Random& random, U32 entryS
 }
 
 void compareRandomly(
-    const Fakes::RegionSlot& regionSlot, const Fakes::HamSlot& hamSlot, U32 seeds,
+    const Support::RegionSlot& regionSlot, const Support::HamSlot& hamSlot, U32 seeds,
     const std::function<std::string(World&, Switch, const std::function<std::string(World&)>&)>&
         onReference,
     const std::function<std::string(World&, const std::function<std::string(World&)>&)>&
@@ -230,21 +230,21 @@ void compareRandomly(
 }
 
 TEST_F(Equivalence, everySlotOfARegionOverriddenAlone) {
-  for (const Fakes::RegionSlot& slot : Fakes::regionSlots()) {
-    compareRandomly(slot, Fakes::hamSlots()[0], 60, onReference, outcome);
+  for (const Support::RegionSlot& slot : Support::regionSlots()) {
+    compareRandomly(slot, Support::hamSlots()[0], 60, onReference, outcome);
     if (HasFatalFailure()) return;
   }
 }
 
 TEST_F(Equivalence, everySlotOfAnAccessMethodOverriddenAlone) {
-  for (const Fakes::HamSlot& slot : Fakes::hamSlots()) {
-    compareRandomly(Fakes::regionSlots()[0], slot, 150, onReference, outcome);
+  for (const Support::HamSlot& slot : Support::hamSlots()) {
+    compareRandomly(Support::regionSlots()[0], slot, 150, onReference, outcome);
     if (HasFatalFailure()) return;
   }
 }
 
 TEST_F(Equivalence, nothingOverridden) {
-  compareRandomly(Fakes::regionSlots()[0], Fakes::hamSlots()[0], 1500, onReference, outcome);
+  compareRandomly(Support::regionSlots()[0], Support::hamSlots()[0], 1500, onReference, outcome);
 }
 
 // --- Small and exhaustive ------------------------------------------------------------------------
@@ -252,8 +252,8 @@ TEST_F(Equivalence, nothingOverridden) {
 // Three entries of one byte in a memory of eight: every place of the bitmaps and of `data`, every
 // access, over several contents.
 TEST_F(Equivalence, everyOverlapOfASmallMemory) {
-  const Fakes::RegionSlot& slot = Fakes::regionSlots()[0];
-  World fast(slot, Fakes::hamSlots()[0], 3, 1), reference(slot, Fakes::hamSlots()[0], 3, 1);
+  const Support::RegionSlot& slot = Support::regionSlots()[0];
+  World fast(slot, Support::hamSlots()[0], 3, 1), reference(slot, Support::hamSlots()[0], 3, 1);
   for (U32 marks = 0; marks < 64; ++marks) {
     for (World* w : {&fast, &reference}) {
       w->regions[0]->shadowIs(w->lent(0, 3));
@@ -290,7 +290,7 @@ TEST_F(Equivalence, everyOverlapOfASmallMemory) {
 // The switches do force the reference, and without them the fast path is taken: only the reference
 // calls an access method's operation, and it counts hits one by one.
 TEST_F(Equivalence, theSwitchesChangeThePath) {
-  World world(Fakes::regionSlots()[0], Fakes::hamSlots()[0], 20, 4);
+  World world(Support::regionSlots()[0], Support::hamSlots()[0], 20, 4);
   Hal::BufBase* store = world.regions[0]->shadow().ptr();
   // The reference holds the store while it works, the fast path holds nothing.
   class CountingSink : public Zint::TraceSink {

@@ -5,8 +5,8 @@
 #include <map>
 #include <optional>
 
-#include "fakes/ManualLoop.h"
 #include "fuzz/Fuzz.h"
+#include "support/ManualLoop.h"
 
 namespace {
 
@@ -198,7 +198,7 @@ class Lookup {
 
   Fuzz::Input& input_;
   Fuzz::Story story_;
-  Fakes::ManualLoop loop_;
+  Support::ManualLoop loop_;
   const Hardware::ChipHam::Ptr ham_ = Zint::makePtr<Hardware::ChipHam>("ham");
   std::vector<ChipMemory::Ptr> regions_;
   const HardwareShadow::Ptr shadow_ = Hardware::hardwareShadowFactory(loop_.activity, loop_.clock);

@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
+#include "support/ManualLoop.h"
 
 namespace Fuzz {
 
@@ -46,8 +46,8 @@ class LivingSystem {
     std::unordered_map<U32, U32> registers_;
   };
 
-  Fakes::ManualLoop loop_;
-  Fakes::ManualLoop otherLoop_;
+  Support::ManualLoop loop_;
+  Support::ManualLoop otherLoop_;
   const Zint::Ptr<Fru::HamImpl> chip_ = Zint::makePtr<Registers>();
   std::vector<Object> objects_;
 };

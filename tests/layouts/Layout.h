@@ -6,11 +6,11 @@
 #include <Hardware/HardwareShadow.h>
 
 #include <map>
-#include <unordered_map>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
-#include "fakes/TraceCapture.h"
+#include "support/ByteChip.h"
+#include "support/ManualLoop.h"
+#include "support/TraceCapture.h"
 
 namespace Layouts {
 
@@ -21,8 +21,7 @@ struct Place {
   U32 stride = 0;  // 0 stands for the entry size
 };
 
-// A chip of bytes by their 64-bit address.
-using Chip = std::unordered_map<U64, U8>;
+using Chip = Support::ByteChip;
 
 class Layout {
  public:
@@ -59,8 +58,8 @@ class Layout {
   void runPass();
   U32 registersFixed() const;
 
-  Fakes::TraceCapture trace_{0};
-  Fakes::ManualLoop loop_;
+  Support::TraceCapture trace_{0};
+  Support::ManualLoop loop_;
   Chip chip_;
   std::vector<Region> regions_;
   std::map<U64, int> byAddress_;

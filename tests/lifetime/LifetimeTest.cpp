@@ -3,8 +3,8 @@
 // looked up, or the state changes, while each operation of the library runs: on the fast path and
 // on the reference, with arguments that lie in what the objects hold. The address sanitizer is the
 // judge; without it, a crash is.
-#include "fakes/ShadowTest.h"
-#include "fakes/SlotOverrides.h"
+#include "support/ShadowTest.h"
+#include "support/SlotOverrides.h"
 
 namespace {
 
@@ -172,13 +172,13 @@ const Operation operations[] = {
 class Watch : public ChipMemory::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
-  void handleNotification(Zint::ActivityConfig*) override { Fakes::reportSlot("notification"); }
+  void handleNotification(Zint::ActivityConfig*) override { Support::reportSlot("notification"); }
 };
 
 class Sink : public Zint::TraceSink {
  public:
   void traceLine(const Zint::TraceLine& line) override {
-    if (isReporting && std::string(line.handle) == "Umbra") Fakes::reportSlot("trace");
+    if (isReporting && std::string(line.handle) == "Umbra") Support::reportSlot("trace");
   }
   bool isReporting = false;
 };
@@ -189,20 +189,20 @@ class Lifetime : public testing::Test {
  protected:
   Lifetime() : before(Zint::traceSinkIs(&sink)) { Hardware::umbraTrace().levelUpToIs(0); }
   ~Lifetime() override {
-    Fakes::onSlot = nullptr;
+    Support::onSlot = nullptr;
     Hardware::umbraTrace().levelUpToIs(0);
     Zint::traceSinkIs(before);
   }
 
   // One run: the change is made in the first call that the operation leads to. The operation may
   // end in a fatal assertion; it must not touch what is gone. Returns whether a call came.
-  bool run(const Fakes::RegionSlot& regionSlot, const Fakes::HamSlot& hamSlot, Path path,
+  bool run(const Support::RegionSlot& regionSlot, const Support::HamSlot& hamSlot, Path path,
            const Operation& operation, const Change& change, U32 call) {
     SCOPED_TRACE(std::string(operation.name) + ", " + change.name + ", region " +
                  regionSlot.operation + ", access method " + hamSlot.operation + ", path " +
                  std::to_string(path));
     Owner owner;
-    Fakes::ManualLoop loop;
+    Support::ManualLoop loop;
     owner.activity = loop.activity;
     owner.ham = hamSlot.make();
     owner.a = regionSlot.make("a", 0x1000, 24, 4, owner.ham);
@@ -229,16 +229,16 @@ class Lifetime : public testing::Test {
     if (path == traced || path == tracing) Hardware::umbraTrace().levelUpToIs(9);
     sink.isReporting = path == tracing;
     U32 calls = 0;
-    Fakes::onSlot = [&](const std::string&) {
+    Support::onSlot = [&](const std::string&) {
       if (calls++ == call) change.make(owner);
     };
-    Fakes::assertedCondition([&] {
+    Support::assertedCondition([&] {
       try {
         operation.run(*owner.shadow, *owner.a);
       } catch (const Zint::RangeException&) {
       }
     });
-    Fakes::onSlot = nullptr;
+    Support::onSlot = nullptr;
     sink.isReporting = false;
     Hardware::umbraTrace().levelUpToIs(0);
     dropAll(owner);
@@ -247,7 +247,7 @@ class Lifetime : public testing::Test {
 
   // Every operation with every change, in each of the first calls. Returns the number of runs in
   // which the change was made.
-  U32 runAll(const Fakes::RegionSlot& regionSlot, const Fakes::HamSlot& hamSlot, Path path) {
+  U32 runAll(const Support::RegionSlot& regionSlot, const Support::HamSlot& hamSlot, Path path) {
     U32 made = 0;
     for (const Operation& operation : operations) {
       for (const Change& change : changes) {
@@ -275,19 +275,19 @@ bool isCalledByClients(const std::string& operation) {
 
 TEST_F(Lifetime, everySlotOfARegion) {
   U32 made = 0;
-  for (const Fakes::RegionSlot& slot : Fakes::regionSlots()) {
+  for (const Support::RegionSlot& slot : Support::regionSlots()) {
     if (isCalledByClients(slot.operation)) continue;
     for (const Path path : {fastPath, traced}) {
-      made += runAll(slot, Fakes::hamSlots()[0], path);
+      made += runAll(slot, Support::hamSlots()[0], path);
     }
   }
   EXPECT_GT(made, 200u);
 }
 
 TEST_F(Lifetime, everySlotOfAnAccessMethod) {
-  for (const Fakes::HamSlot& slot : Fakes::hamSlots()) {
+  for (const Support::HamSlot& slot : Support::hamSlots()) {
     for (const Path path : {fastPath, traced}) {
-      const U32 made = runAll(Fakes::regionSlots()[0], slot, path);
+      const U32 made = runAll(Support::regionSlots()[0], slot, path);
       const std::string operation = slot.operation;
       EXPECT_EQ(made != 0, operation != "" && operation != "doRead") << operation;
     }
@@ -295,11 +295,11 @@ TEST_F(Lifetime, everySlotOfAnAccessMethod) {
 }
 
 TEST_F(Lifetime, everyNotification) {
-  EXPECT_GT(runAll(Fakes::regionSlots()[0], Fakes::hamSlots()[0], notified), 100u);
+  EXPECT_GT(runAll(Support::regionSlots()[0], Support::hamSlots()[0], notified), 100u);
 }
 
 TEST_F(Lifetime, everyTraceLine) {
-  EXPECT_GT(runAll(Fakes::regionSlots()[0], Fakes::hamSlots()[0], tracing), 100u);
+  EXPECT_GT(runAll(Support::regionSlots()[0], Support::hamSlots()[0], tracing), 100u);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 #include "lockstep/Operation.h"
 #include "lockstep/Subject.h"
-#include "model/Model.h"
+#include "support/model/Model.h"
 
 namespace Lockstep {
 

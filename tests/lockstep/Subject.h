@@ -13,8 +13,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
-#include "model/Model.h"
+#include "support/ManualLoop.h"
+#include "support/model/Model.h"
 
 namespace Lockstep {
 
@@ -210,7 +210,7 @@ class Subject : private Zint::TraceSink {
   std::optional<Failure> failure_;
   std::vector<U8> scratch_;
 
-  Fakes::ManualLoop loop_;
+  Support::ManualLoop loop_;
   Zint::Ptr<Registers> registers_;
   std::vector<Hardware::ChipHam::Ptr> methods_;
   const Hardware::ChipMemory::Ptr noRegion_;

@@ -8,14 +8,14 @@
 #include <stdexcept>
 #include <vector>
 
-#include "fakes/Death.h"
-#include "fakes/ManualLoop.h"
-#include "fakes/RecordingRegisters.h"
+#include "support/Death.h"
+#include "support/ManualLoop.h"
+#include "support/RecordingRegisters.h"
 
 namespace {
 
-using Fakes::Access;
 using Hardware::ChipAddress;
+using Support::Access;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -27,7 +27,7 @@ class SparseChipHamTest : public testing::Test {
   }
   static U8* bytes(U32* words) { return reinterpret_cast<U8*>(words); }
 
-  Zint::Ptr<Fakes::RecordingRegisters> registers_ = Zint::makePtr<Fakes::RecordingRegisters>();
+  Zint::Ptr<Support::RecordingRegisters> registers_ = Zint::makePtr<Support::RecordingRegisters>();
 };
 
 TEST_F(SparseChipHamTest, doWrite_entriesStandStrideApartAndTheirRegistersArePacked) {
@@ -75,7 +75,7 @@ TEST_F(SparseChipHamTest, entrySizeThatIsNoMultipleOf4IsFatal) {
       "virtual void Platform::SparseChipHam::doWrite(const Hardware::ChipAddress&, U8*, U32, U32)";
   U32 words[4] = {};
   const auto pattern = [](const std::string& function) {
-    return Fakes::Assertion("platform/SparseChipHam", 0, function, "( entrySize % 4 ) == 0");
+    return Support::Assertion("platform/SparseChipHam", 0, function, "( entrySize % 4 ) == 0");
   };
   EXPECT_DEATH(ham(8)->doRead(ChipAddress(0, 0), bytes(words), 6, 1), pattern(read));
   EXPECT_DEATH(ham(8)->doWrite(ChipAddress(0, 0), bytes(words), 6, 1), pattern(write));
@@ -117,7 +117,7 @@ TEST_F(SparseChipHamTest, attributes) {
 
 // The reader asks for several entries at once and starts in the middle of the region.
 TEST_F(SparseChipHamTest, readerFillsTheHardwareBufferOfASparseRegion) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   const auto region =
       Hardware::chipMemoryFactory("ports", ChipAddress(0, 0x1000), 5, 4, 0x20, ham(0x20));
   for (U32 e = 0; e < 5; ++e) registers_->registers[0x1000 + 0x20 * e] = 10 + e;

@@ -92,7 +92,7 @@ void expectState(const World& world) {
   if (world.callback == Callback::ShadowState) {
     // Both states are acted on, one after the other.
     EXPECT_EQ(std::count_if(world.trace.full.begin(), world.trace.full.end(),
-                            [](const Fakes::TraceCapture::Full& line) {
+                            [](const Support::TraceCapture::Full& line) {
                               return line.text.starts_with("HardwareShadow::handleState(");
                             }),
               2);

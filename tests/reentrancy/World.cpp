@@ -22,13 +22,13 @@ void ActingHam::report(Callback place) const {
 
 void ActingHam::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 count) {
   report(Callback::HamRead);
-  for (U32 i = 0; i < entrySize * count; ++i) buffer[i] = world_.chip[address.value() + i];
+  world_.chip.read(address.value(), buffer, entrySize * count);
   ++calls_;
 }
 
 void ActingHam::doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 count) {
   report(Callback::HamWrite);
-  for (U32 i = 0; i < entrySize * count; ++i) world_.chip[address.value() + i] = buffer[i];
+  world_.chip.write(address.value(), buffer, entrySize * count);
   ++calls_;
 }
 
@@ -328,14 +328,12 @@ bool World::write(U32 entry, U32 value) {
 
 U32 World::onChip(U32 entry) {
   U32 value = 0;
-  for (U32 i = 0; i < 4; ++i) value |= U32{chip[targetAddress + 4 * entry + i]} << (8 * i);
+  chip.read(targetAddress + 4 * entry, reinterpret_cast<U8*>(&value), sizeof value);
   return value;
 }
 
 void World::onChipIs(U32 entry, U32 value) {
-  for (U32 i = 0; i < 4; ++i) {
-    chip[targetAddress + 4 * entry + i] = static_cast<U8>(value >> (8 * i));
-  }
+  chip.write(targetAddress + 4 * entry, reinterpret_cast<U8*>(&value), sizeof value);
 }
 
 void World::expectWorking() {

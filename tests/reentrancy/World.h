@@ -5,15 +5,15 @@
 #include <Hardware/ChipReader.h>
 #include <Hardware/HardwareShadow.h>
 
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
-#include "fakes/TraceCapture.h"
 #include "reentrancy/Names.h"
+#include "support/ByteChip.h"
 #include "support/Counted.h"
+#include "support/ManualLoop.h"
+#include "support/TraceCapture.h"
 
 namespace Reentrancy {
 
@@ -47,7 +47,7 @@ class ActingHam : public Hardware::ChipHam, Counted<ActingHam> {
 class ActingShadow : public HardwareShadow, Counted<ActingShadow> {
  public:
   using Counted<ActingShadow>::living;
-  ActingShadow(World& world, const Fakes::ManualLoop& loop)
+  ActingShadow(World& world, const Support::ManualLoop& loop)
       : HardwareShadow(loop.activity, Zint::Ptr<const Zint::Clock>(loop.clock)), world_(world) {
     hasNotificationActiveIs(true);
   }
@@ -60,7 +60,7 @@ class ActingShadow : public HardwareShadow, Counted<ActingShadow> {
 class ActingReader : public Hardware::ChipReader, Counted<ActingReader> {
  public:
   using Counted<ActingReader>::living;
-  ActingReader(const Fakes::ManualLoop& loop, const ChipReadRequest::Ptr& request)
+  ActingReader(const Support::ManualLoop& loop, const ChipReadRequest::Ptr& request)
       : ChipReader(loop.activity, request, Zint::Ptr<const Zint::Clock>(loop.clock), 4, 0.5) {
     hasNotificationActiveIs(true);
   }
@@ -106,9 +106,9 @@ class World {
   Zint::Ptr<Zint::NotifieeConst> newNotifiee(const std::string& name);
 
   const Callback callback;
-  std::map<U64, U8> chip;  // by address
-  Fakes::TraceCapture trace{0};
-  Fakes::ManualLoop loop;
+  Support::ByteChip chip;
+  Support::TraceCapture trace{0};
+  Support::ManualLoop loop;
   Zint::Ptr<ActingHam> ham;  // of `target`
   ChipMemoryBogon::Ptr directory;
   ChipMemory::Ptr target, second, third;  // the first two are audited

@@ -3,7 +3,7 @@
 
 #include <Zint/Activity.h>
 #include <Zint/Exception.h>
-#include <fakes/Death.h>
+#include <support/Death.h>
 
 #include <functional>
 #include <string>

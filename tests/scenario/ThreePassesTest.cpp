@@ -7,14 +7,15 @@
 
 #include <algorithm>
 
-#include "fakes/ShadowTest.h"
+#include "support/Client.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using Fakes::Access;
-using Fakes::Lines;
+using Support::Access;
+using Support::Lines;
 
-class ThreePasses : public Fakes::ShadowTest {
+class ThreePasses : public Support::ShadowTest {
  protected:
   ThreePasses() {
     shadow->chipMemoryIs(mac);
@@ -26,12 +27,10 @@ class ThreePasses : public Fakes::ShadowTest {
     Mirl::theTraceFile.clear();
   }
 
-  // As a client does it: the shadow first, the chip when the shadow says so.
   void written(const ChipMemory::Ptr& cm, U32 entry, std::vector<U32> words) {
     U8* data = reinterpret_cast<U8*>(words.data());
     const U32 size = static_cast<U32>(words.size() * 4);
-    if (shadow->shadowWriteAndCompareWithCache(cm, entry, data, size)) return;
-    cm->chipHam()->doWrite(cm->entryAddress(entry), data, cm->entrySize(), size / cm->entrySize());
+    Support::clientWrite(*shadow, cm, entry, data, size);
   }
   // Moves the time on to the next wake-up and runs its turn.
   void nextTurn() {
@@ -181,7 +180,7 @@ TEST_F(ThreePasses, passesBeginAnIntervalApartAndReadInSlices) {
 
 TEST_F(ThreePasses, countersAndBuffersTellTheSameStory) {
   firstPass();
-  EXPECT_EQ(Fakes::marked(mac->initialized()), (Fakes::Entries{0, 1, 3}));
+  EXPECT_EQ(Support::marked(mac->initialized()), (Support::Entries{0, 1, 3}));
   EXPECT_EQ(mac->registersFixed() + acl->registersFixed(), 0u);
   secondPass();
   EXPECT_EQ(acl->registersFixed(), 1u);
@@ -194,8 +193,8 @@ TEST_F(ThreePasses, countersAndBuffersTellTheSameStory) {
   EXPECT_EQ(shadow->lastAuditStartTime(), 20.0);
   EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 6u);
   for (U32 i = 0; i < 4; ++i) {
-    EXPECT_EQ(chip->registers[0x1000 + 4 * i], Fakes::word(mac->shadow(), i));
-    EXPECT_EQ(chip->registers[0x2000 + 4 * i], Fakes::word(acl->shadow(), i));
+    EXPECT_EQ(chip->registers[0x1000 + 4 * i], Support::word(mac->shadow(), i));
+    EXPECT_EQ(chip->registers[0x2000 + 4 * i], Support::word(acl->shadow(), i));
   }
 }
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace Hardware {
 namespace {
@@ -154,7 +154,7 @@ TEST(Kernels, firstDifference_aroundTheEndOfABlock) {
 
 // --- The operations built on them, on a region of twenty entries.
 
-class KernelsOfRegion : public Fakes::ShadowTest {
+class KernelsOfRegion : public Support::ShadowTest {
  protected:
   static constexpr U32 entries = 20;
 

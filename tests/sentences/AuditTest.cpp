@@ -2,11 +2,11 @@
 #include <Hardware/ChipReader.h>
 #include <Mirl/Mirl.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 using Hardware::ChipReader;
 using Hardware::HardwareShadow;

@@ -1,11 +1,11 @@
 // The directory: finding and making by name, and what is announced.
-#include "fakes/DirectoryTest.h"
+#include "support/DirectoryTest.h"
 
 #include <Zint/ObjectText.h>
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 
 class DirectoryRules : public DirectoryTest {};
 

@@ -1,9 +1,9 @@
 // The registry of regions and the look-up of an address, also where the index was changed by hand.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 using Hardware::ChipMemoryChunk;
 using Hardware::HardwareShadow;

@@ -1,9 +1,9 @@
 // What a change of an attribute does to a region's buffers and to the chip.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 
 class ModeRules : public ShadowTest {

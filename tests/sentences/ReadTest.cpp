@@ -1,9 +1,9 @@
 // The read path: the order of its steps, its table of decisions, and reads of parts of entries.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 using Hardware::HardwareShadow;
 

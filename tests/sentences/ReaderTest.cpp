@@ -3,11 +3,11 @@
 
 #include <limits>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 using Hardware::ChipReader;
 using Hardware::HardwareShadow;

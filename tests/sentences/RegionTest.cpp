@@ -1,9 +1,9 @@
 // The rules of one region: its buffers, its address arithmetic, its marks and its clearing.
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 
 class RegionRules : public ShadowTest {

@@ -3,11 +3,11 @@
 #include <Zint/GenericIf.h>
 #include <Zint/ObjectText.h>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipAddress;
 using Hardware::ChipMemory;
 using Hardware::ChipMemoryArrayIndex;

@@ -1,11 +1,11 @@
 // The table of states, also with observers that set a state themselves.
 #include <limits>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 using Hardware::HardwareShadow;
 using State = HardwareShadow::State;

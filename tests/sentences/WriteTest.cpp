@@ -1,11 +1,11 @@
 // The write path: the order of its steps, and its table of decisions.
 #include <numeric>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
-using namespace Fakes;
+using namespace Support;
 using Hardware::ChipMemory;
 
 class WriteRules : public ShadowTest {

@@ -9,9 +9,9 @@
 #include <memory>
 #include <vector>
 
-#include "fakes/ManualLoop.h"
 #include "simulation/Access.h"
 #include "simulation/Ledger.h"
+#include "support/ManualLoop.h"
 #include "support/Random.h"
 
 namespace Simulation {
@@ -59,7 +59,7 @@ class System : public Zint::TraceSink {
 
   Journal& journal_;
   Sabotage& sabotage_;
-  Fakes::ManualLoop loop_;
+  Support::ManualLoop loop_;
   Interruption interruption_;
   std::vector<std::unique_ptr<Chip>> chips_;
   std::vector<Zint::Ptr<ChipRegisters>> registers_;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "support/Client.h"
+
 namespace Sweep {
 namespace {
 
@@ -54,18 +56,12 @@ std::string regionImage(const ChipMemory& cm) {
 bool World::written(const ChipMemory::Ptr& cm, U32 entry, U32 value, U32 entries) {
   U32 values[32];
   for (U32 i = 0; i < entries; ++i) values[i] = value + i;
-  U8* data = reinterpret_cast<U8*>(values);
-  if (!shadow->shadowWriteAndCompareWithCache(cm, entry, data, 4 * entries)) {
-    cm->chipHam()->doWrite(cm->entryAddress(entry), data, 4, entries);
-  }
+  Support::clientWrite(*shadow, cm, entry, reinterpret_cast<U8*>(values), 4 * entries);
   return true;
 }
 
 bool World::read(const ChipMemory::Ptr& cm, U32 entry, U32& value) {
-  U8* data = reinterpret_cast<U8*>(&value);
-  if (shadow->readFromCache(cm, entry, data, 4)) return true;
-  cm->chipHam()->doRead(cm->entryAddress(entry), data, 4, 1);
-  shadow->shadowWriteAndCompareWithCache(cm, entry, data, 4);
+  value = Support::clientRead(*shadow, cm, entry);
   return true;
 }
 

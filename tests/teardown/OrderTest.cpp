@@ -1,8 +1,8 @@
 // The order in which what an object alone holds goes, where that order is promised.
 #include <gmock/gmock.h>
 
-#include "fakes/ManualLoop.h"
-#include "fakes/RecordingHam.h"
+#include "support/ManualLoop.h"
+#include "support/RecordingHam.h"
 #include "teardown/Scene.h"
 
 namespace {
@@ -35,15 +35,15 @@ class TeardownOrder : public testing::Test {
   }
 
   Names ended;
-  Fakes::TraceCapture trace{0};
-  Fakes::ManualLoop loop;
-  const Hardware::ChipHam::Ptr ham = Zint::makePtr<Fakes::RecordingHam>("ham");
+  Support::TraceCapture trace{0};
+  Support::ManualLoop loop;
+  const Hardware::ChipHam::Ptr ham = Zint::makePtr<Support::RecordingHam>("ham");
 };
 
 TEST_F(TeardownOrder, aRegionReleasesItsBuffersThenItsAccessMethod) {
   ChipMemory::Ptr cm = Zint::makePtr<ChipMemory>(
       "cm", ChipAddress(0), 8u, 4u, 4u,
-      Zint::makePtr<Ending<Fakes::RecordingHam>>(ended, "chipHam", "ham"));
+      Zint::makePtr<Ending<Support::RecordingHam>>(ended, "chipHam", "ham"));
   using Buf = Ending<Hal::Buf>;
   cm->shadowIs(Zint::makePtr<Buf>(ended, "shadow", 32u));
   cm->hardwareIs(Zint::makePtr<Buf>(ended, "hardware", 32u));

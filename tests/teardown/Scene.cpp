@@ -1,5 +1,7 @@
 #include "teardown/Scene.h"
 
+#include "support/Client.h"
+
 namespace Teardown {
 namespace {
 
@@ -83,12 +85,12 @@ void Ham::report(Place place) const {
 
 void Ham::doRead(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
   report(Place::Read);
-  for (U32 i = 0; i < entrySize * entries; ++i) buffer[i] = scene_.chip[address.value() + i];
+  scene_.chip.read(address.value(), buffer, entrySize * entries);
 }
 
 void Ham::doWrite(const ChipAddress& address, U8* buffer, U32 entrySize, U32 entries) {
   report(Place::Write);
-  for (U32 i = 0; i < entrySize * entries; ++i) scene_.chip[address.value() + i] = buffer[i];
+  scene_.chip.write(address.value(), buffer, entrySize * entries);
 }
 
 bool Ham::doCompare(U8* a, U8* b, U32 bytes) const {
@@ -185,10 +187,7 @@ void Scene::turn(int times) {
 }
 
 void Scene::write(const ChipMemory::Ptr& to, U32 entry, U32 value) {
-  U8* bytes = reinterpret_cast<U8*>(&value);
-  if (!shadow->shadowWriteAndCompareWithCache(to, entry, bytes, 4)) {
-    to->chipHam()->doWrite(to->entryAddress(entry), bytes, 4, 1);
-  }
+  Support::clientWrite(*shadow, to, entry, value);
 }
 
 void Scene::actAt(Place place) {

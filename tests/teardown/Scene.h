@@ -8,13 +8,13 @@
 
 #include <array>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "fakes/TraceCapture.h"
+#include "support/ByteChip.h"
 #include "support/Counted.h"
+#include "support/TraceCapture.h"
 
 namespace Teardown {
 
@@ -138,8 +138,8 @@ class Scene {
   static int living();
   static std::string livingByClass();
 
-  Fakes::TraceCapture trace{0};
-  std::map<U64, U8> chip;
+  Support::TraceCapture trace{0};
+  Support::ByteChip chip;
 
   Zint::Ptr<Clock> clock;
   Zint::Ptr<Activity> activity;

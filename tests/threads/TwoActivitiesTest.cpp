@@ -13,9 +13,10 @@
 #include <atomic>
 #include <thread>
 
-#include "fakes/ManualLoop.h"
-#include "fakes/RecordingRegisters.h"
-#include "fakes/ShadowTest.h"
+#include "support/Client.h"
+#include "support/ManualLoop.h"
+#include "support/RecordingRegisters.h"
+#include "support/ShadowTest.h"
 
 namespace {
 
@@ -87,12 +88,8 @@ class Chip {
 
   // Writes, damages one register, and runs until the pass has repaired it.
   void pass(U32 number) {
-    U32 value = number;
-    U8* data = reinterpret_cast<U8*>(&value);
     const U32 entry = number % table_->entries();
-    if (!shadow_->shadowWriteAndCompareWithCache(table_, entry, data, 4)) {
-      table_->chipHam()->doWrite(table_->entryAddress(entry), data, 4, 1);
-    }
+    Support::clientWrite(*shadow_, table_, entry, number);
     // The turn that begins the pass forgets what was written before it.
     loop_.turnAt(time_ += 1.0);
     ++registers_->registers[0x1000 + 4 * entry];
@@ -110,8 +107,8 @@ class Chip {
   const Hardware::ChipMemory::Ptr& table() const { return table_; }
 
  private:
-  Fakes::ManualLoop loop_;
-  Zint::Ptr<Fakes::RecordingRegisters> registers_ = Zint::makePtr<Fakes::RecordingRegisters>();
+  Support::ManualLoop loop_;
+  Zint::Ptr<Support::RecordingRegisters> registers_ = Zint::makePtr<Support::RecordingRegisters>();
   ChipAddress base_;
   Hardware::ChipMemory::Ptr table_ = Hardware::chipMemoryFactory(
       "table", base_, 8, 4, 4, Hardware::genericChipHamFactory("ham", registers_));
@@ -198,12 +195,12 @@ TEST(TwoActivities, handlesComeAndGoWhileOthersTrace) {
 }
 
 TEST(TwoActivities, oneIsStoppedFromTheOthersThread) {
-  Fakes::ManualLoop* running = nullptr;
+  Support::ManualLoop* running = nullptr;
   std::atomic<bool> turned{false};
   Meeting met;
   onTwoThreads([&](U32 id) {
     if (id == 0) {
-      Fakes::ManualLoop loop;
+      Support::ManualLoop loop;
       running = &loop;
       met.wait();
       // Each run ends at once on its own as well: a manual clock has nothing to wait for.

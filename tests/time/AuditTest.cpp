@@ -1,8 +1,8 @@
 // The audit, with the activity, the shadow and the reader each on a clock of its own kind.
 #include <Hardware/ChipReader.h>
 #include <Hardware/HardwareShadow.h>
-#include <fakes/RecordingHam.h>
 #include <gmock/gmock.h>
+#include <support/RecordingHam.h>
 #include <time/Kit.h>
 
 #include <tuple>
@@ -61,7 +61,7 @@ struct World {
 
   std::vector<AnyClock> clocks;  // the activity's, the shadow's, the reader's
   Ptr<Zint::ActivityConfig> activity = Zint::activityFactory("activity", clocks[0].clock());
-  Ptr<Fakes::RecordingHam> ham = makePtr<Fakes::RecordingHam>();
+  Ptr<Support::RecordingHam> ham = makePtr<Support::RecordingHam>();
   ChipMemory::Ptr region =
       Hardware::chipMemoryFactory("region", Hardware::ChipAddress(0x1000), 4, 4, 4, ham);
   HardwareShadow::Ptr shadow = Hardware::hardwareShadowFactory(activity, clocks[1].clock());
@@ -122,8 +122,8 @@ TEST_P(AuditOnClocks, lastFixTime_isNotBeforeTheRepair) {
   U8 value[4] = {1, 2, 3, 4};
   w.shadow->shadowWriteAndCompareWithCache(w.region, 2, value, 4);
   Seconds read = 0;
-  w.ham->onAccess = [&](const Fakes::HamAccess& access, U8* buffer) {
-    if (access.kind != Fakes::HamAccess::read) return;
+  w.ham->onAccess = [&](const Support::HamAccess& access, U8* buffer) {
+    if (access.kind != Support::HamAccess::read) return;
     std::fill(buffer, buffer + 4, U8{0});
     w.pass(0.5);
     read = w.clocks[2].clock()->time();
@@ -179,7 +179,7 @@ class CountingReader : public ChipReader {
 TEST(FactoryOf, aDerivedShadowAndReaderAudit) {
   const auto clock = Zint::manualClockFactory("clock");
   const auto activity = Zint::activityFactory("activity", ClockPtr(clock));
-  const auto ham = makePtr<Fakes::RecordingHam>();
+  const auto ham = makePtr<Support::RecordingHam>();
   const auto region =
       Hardware::chipMemoryFactory("region", Hardware::ChipAddress(0x1000), 4, 4, 4, ham);
   region->shadowEnabledIs(true);

@@ -1,7 +1,7 @@
 #include <Mirl/Mirl.h>
 
-#include <fakes/ManualLoop.h>
 #include <gmock/gmock.h>
+#include <support/ManualLoop.h>
 
 #include <algorithm>
 #include <functional>
@@ -46,7 +46,7 @@ TEST_F(MirlTest, aDescriptorKeepsFormatAndLineAndHasAnIdOfItsOwn) {
 }
 
 TEST_F(MirlTest, aRecordHoldsItsDescriptorTimeAndArguments) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   loop.clock->timeIs(12.5);
   auto msg = RingBuf::startMsg(*file, desc, 0);
   loop.clock->timeIs(13.0);
@@ -161,7 +161,7 @@ TEST_F(MirlTest, aRecordThatIsCutSaysSo) {
 }
 
 TEST_F(MirlTest, aRecordOfATurnHasTheTimeOfTheTurn) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   struct Waking : Zint::Clock::NotifieeConst {
     using NotifieeConst::NotifieeConst;
     void onTime() override { reaction(); }

@@ -1,10 +1,10 @@
 // The activity inside a foreign event loop: its descriptor is readable while a wake-up is due.
 #include <Zint/Activity.h>
 
-#include <fakes/ManualLoop.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <runtime/Probes.h>
+#include <support/ManualLoop.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -31,7 +31,7 @@ bool becomesReadable(Zint::ActivityConfig& activity) {
 }
 
 struct ActivityDescriptorTest : testing::Test {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   Ptr<Alarm> alarm = makePtr<Alarm>(loop.activity, loop.clock);
 };
 

@@ -1,9 +1,9 @@
 #include <Zint/Activity.h>
 
-#include <fakes/ManualLoop.h>
-#include <fakes/TraceCapture.h>
 #include <gmock/gmock.h>
 #include <runtime/Probes.h>
+#include <support/ManualLoop.h>
+#include <support/TraceCapture.h>
 
 #include <algorithm>
 #include <random>
@@ -37,7 +37,7 @@ struct ActivityTest : testing::Test {
   }
 
   std::string log;
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
 };
 
 TEST_F(ActivityTest, turn_wakesInTheOrderOfDueTimeThenOfArming) {
@@ -193,7 +193,7 @@ TEST_F(ActivityTest, turn_aHandlerMayDropTheLastReferenceToItsAlarmAndActivity) 
 }
 
 TEST_F(ActivityTest, turn_anExceptionIsGuardedAndTheOthersAreStillWoken) {
-  const Fakes::TraceCapture trace;
+  const Support::TraceCapture trace;
   const auto a = alarm("a", 1.0), b = alarm("b", 1.0);
   a->reaction = [] { throw std::runtime_error("broken"); };
   EXPECT_EQ(turnAt(1.0), "b");
@@ -211,9 +211,9 @@ TEST_F(ActivityTest, turn_insideATurnIsFatal) {
         a->reaction = [this] { loop.turn(); };
         loop.turn();
       },
-      Fakes::Assertion("Zint/Activity", 0,
-                       "Zint::ActivityConfig::Turn::Turn(Zint::ActivityConfig&)",
-                       "!activity_->isTurning_"));
+      Support::Assertion("Zint/Activity", 0,
+                         "Zint::ActivityConfig::Turn::Turn(Zint::ActivityConfig&)",
+                         "!activity_->isTurning_"));
 }
 
 TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
@@ -224,8 +224,8 @@ TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
         a->reaction = [&] { other->run(); };
         loop.turn();
       },
-      Fakes::Assertion("Zint/Activity", 0, "void Zint::ActivityConfig::runUntil(Zint::Seconds)",
-                       "!clock_->isInTurn()"));
+      Support::Assertion("Zint/Activity", 0, "void Zint::ActivityConfig::runUntil(Zint::Seconds)",
+                         "!clock_->isInTurn()"));
 }
 
 TEST_F(ActivityTest, wakeTime_isTheEarliestWakeUp) {

@@ -30,8 +30,8 @@ void talkingHook(const Zint::AssertionFailure& failure) {
 TEST(Assert, aConditionThatHoldsDoesNothing) { checked(8); }
 
 TEST(Assert, aBrokenOneReportsConditionSourceLineAndFunctionAndEndsTheProcess) {
-  EXPECT_DEATH(checked(3), Fakes::assertionPattern("Chips/Mine", checkedLine, "void checked(int)",
-                                                   "( entries % 4 ) == 0"));
+  EXPECT_DEATH(checked(3), Support::assertionPattern("Chips/Mine", checkedLine, "void checked(int)",
+                                                     "( entries % 4 ) == 0"));
 }
 
 TEST(Assert, endsTheProcessByAborting) {

@@ -1,8 +1,8 @@
 #include <Zint/Clock.h>
 
-#include <fakes/ManualLoop.h>
 #include <gmock/gmock.h>
 #include <runtime/Probes.h>
+#include <support/ManualLoop.h>
 
 #include <limits>
 #include <thread>
@@ -18,7 +18,7 @@ using Zint::never;
 using Zint::Ptr;
 
 struct ClockTest : testing::Test {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   Ptr<Alarm> alarm = makePtr<Alarm>(loop.activity, loop.clock);
 };
 
@@ -249,7 +249,7 @@ TEST_F(ClockTest, aDestroyedAlarmLeavesNothingBehind) {
 TEST_F(ClockTest, anAlarmWhoseConstructorThrewAfterArmingLeavesNothingBehind) {
   class Failing : public Alarm {
    public:
-    explicit Failing(const Fakes::ManualLoop& loop) : Alarm(loop.activity, loop.clock) {
+    explicit Failing(const Support::ManualLoop& loop) : Alarm(loop.activity, loop.clock) {
       timeMinIs(1.0);
       throw 1;
     }
@@ -271,7 +271,7 @@ TEST_F(ClockTest, theWakeUpMovesAlongToAnotherActivity) {
 }
 
 TEST_F(ClockTest, theWakeUpMovesAlongToAnActivityWithAnotherClock) {
-  const Fakes::ManualLoop other;
+  const Support::ManualLoop other;
   alarm->timeMinIs(1.0);
   alarm->zintFwkActivityIs(other.activity);
   EXPECT_EQ(loop.turnAt(1.0), 0u);
@@ -321,7 +321,7 @@ TEST_F(ClockTest, theSystemsTurnTimeStandsStillWithinATurn) {
 }
 
 TEST_F(ClockTest, now_isTheTimeOfTheTurnThatRuns) {
-  Fakes::ManualLoop later;  // made last: outside of turns it gives the time
+  Support::ManualLoop later;  // made last: outside of turns it gives the time
   later.clock->timeIs(50);
   EXPECT_EQ(Zint::now(), 50.0);
   alarm->timeMinIs(0.0);
@@ -333,7 +333,7 @@ TEST_F(ClockTest, now_isTheTimeOfTheTurnThatRuns) {
 TEST_F(ClockTest, now_fallsBackToTheActivityMadeBeforeWhenTheLastOneEnds) {
   loop.clock->timeIs(3);
   {
-    Fakes::ManualLoop later;
+    Support::ManualLoop later;
     later.clock->timeIs(50);
     EXPECT_EQ(Zint::now(), 50.0);
   }
@@ -343,7 +343,7 @@ TEST_F(ClockTest, now_fallsBackToTheActivityMadeBeforeWhenTheLastOneEnds) {
 TEST_F(ClockTest, now_doesNotJumpInATurnThatMakesAnActivity) {
   std::vector<Zint::Seconds> seen;
   alarm->reaction = [&] {
-    Fakes::ManualLoop made;
+    Support::ManualLoop made;
     made.clock->timeIs(50);
     seen.push_back(Zint::now());
   };
@@ -353,7 +353,7 @@ TEST_F(ClockTest, now_doesNotJumpInATurnThatMakesAnActivity) {
 }
 
 TEST_F(ClockTest, anArmedAlarmThatIsSwitchedOffMovesAlongAndWaits) {
-  const Fakes::ManualLoop other;
+  const Support::ManualLoop other;
   alarm->timeMinIs(1.0);
   alarm->hasNotificationActiveIs(false);
   alarm->zintFwkActivityIs(other.activity);

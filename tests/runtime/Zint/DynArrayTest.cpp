@@ -119,7 +119,7 @@ TEST(DynArray, releasesTheReferencesItHeld) {
 
 TEST(DynArray, growthTo2147483647EntriesFailsTheAssertion) {
   DynArray<U8, U32> array;
-  const Fakes::Assertion expected(
+  const Support::Assertion expected(
       "Zint/DynArray", 0, "void Zint::DynArray<V, I>::atIs(I, const V&)", "newEntries<2147483647");
   EXPECT_DEATH(array.atIs(2147483646u, 1), expected);
   EXPECT_DEATH(array.atIs(0xffffffffu, 1), expected);

@@ -42,7 +42,7 @@ class Member : public Zint::PtrInterface, public HashMapLink<Member<K>> {
   K key_;
 };
 
-Fakes::Assertion assertionOfInsert(const char* condition) {
+Support::Assertion assertionOfInsert(const char* condition) {
   return {"Zint/HashMap", 0, "void Zint::HashMap<V, K>::insert(const Zint::Ptr<T>&)", condition};
 }
 

@@ -1,6 +1,6 @@
 #include <Zint/LinkQueue.h>
 
-#include "fakes/Death.h"
+#include "support/Death.h"
 
 #include <gmock/gmock.h>
 #include <runtime/Probes.h>
@@ -216,9 +216,9 @@ TEST_F(LinkQueueTest, aMillionMembersAreDestroyedWithoutRecursion) {
   EXPECT_EQ(Member<U32>::living, 0);
 }
 
-const Fakes::Assertion insertTwice{"Zint/LinkQueue", 0,
-                                   "void Zint::LinkQueue<V, I>::append(I, const Zint::Ptr<T>&)",
-                                   "link(*member).next_ == nullptr"};
+const Support::Assertion insertTwice{"Zint/LinkQueue", 0,
+                                     "void Zint::LinkQueue<V, I>::append(I, const Zint::Ptr<T>&)",
+                                     "link(*member).next_ == nullptr"};
 
 TEST_F(LinkQueueTest, aQueuedMemberFailsAnAssertion) {
   const auto first = enq("a");

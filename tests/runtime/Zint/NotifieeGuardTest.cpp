@@ -1,11 +1,11 @@
 // What becomes of an exception that a handler throws.
 #include <Zint/Request.h>
 
-#include <fakes/ManualLoop.h>
-#include <fakes/TraceCapture.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <runtime/Probes.h>
+#include <support/ManualLoop.h>
+#include <support/TraceCapture.h>
 
 #include <stdexcept>
 
@@ -18,8 +18,8 @@ using Zint::makePtr;
 using Zint::Ptr;
 
 struct NotifieeGuardTest : testing::Test {
-  Fakes::TraceCapture trace;
-  Fakes::ManualLoop loop;
+  Support::TraceCapture trace;
+  Support::ManualLoop loop;
   Ptr<Zint::Request> request = makePtr<Zint::Request>("request");
   Ptr<Watch> first = makePtr<Watch>(loop.activity, request);
   Ptr<Watch> second = makePtr<Watch>(loop.activity, request);

@@ -1,8 +1,8 @@
 #include <Zint/Notifiee.h>
 
-#include <fakes/ManualLoop.h>
 #include <gmock/gmock.h>
 #include <runtime/Probes.h>
+#include <support/ManualLoop.h>
 
 namespace {
 
@@ -30,7 +30,7 @@ struct NotifieeTest : testing::Test {
 
   std::string log;
   bool alive = false;
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   Ptr<Thing> thing = makePtr<Thing>("thing", &alive);
   Ptr<Watch> a = watch("a", thing);
   Ptr<Watch> b = watch("b", thing);
@@ -437,7 +437,7 @@ TEST_F(NotifieeTest, notifierIs_nullWatchesNothing) {
 }
 
 TEST_F(NotifieeTest, zintFwkActivityIs_isWhereItIsToldFromThenOn) {
-  const Fakes::ManualLoop other;
+  const Support::ManualLoop other;
   a->zintFwkActivityIs(other.activity);
   thing->notify(300);
   EXPECT_EQ(a->toldOn, other.activity.ptr());

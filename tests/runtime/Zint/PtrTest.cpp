@@ -190,8 +190,8 @@ TEST_F(PtrTest, keepingAnObjectUnderDestructionIsFatal) {
         Ptr<SelfKeeping> keeper;
         makePtr<SelfKeeping>(keeper);
       },
-      Fakes::Assertion("Zint/PtrInterface", 0, "virtual Zint::PtrInterface::~PtrInterface()",
-                       "references_ == underDestruction || references_ == 1"));
+      Support::Assertion("Zint/PtrInterface", 0, "virtual Zint::PtrInterface::~PtrInterface()",
+                         "references_ == underDestruction || references_ == 1"));
 }
 
 TEST_F(PtrTest, anAssignmentStoresTheNewPointerBeforeItDestroysTheOldObject) {

@@ -70,8 +70,8 @@ TEST_F(RbTreeMapTest, holdsItsMembersUntilTheyAreDeleted) {
 TEST_F(RbTreeMapTest, insertingASecondMemberOfAKeyFailsAnAssertion) {
   EXPECT_DEATH(
       map.insert(makePtr<Member>(20u)),
-      Fakes::Assertion("Zint/RbTreeMap", 0,
-                       "void Zint::RbTreeMap<V, K>::insert(const Zint::Ptr<T>&)", "isNew"));
+      Support::Assertion("Zint/RbTreeMap", 0,
+                         "void Zint::RbTreeMap<V, K>::insert(const Zint::Ptr<T>&)", "isNew"));
 }
 
 TEST_F(RbTreeMapTest, anIteratorSurvivesTheRemovalOfOthers) {

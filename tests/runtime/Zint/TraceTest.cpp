@@ -1,8 +1,8 @@
 #include <Zint/Trace.h>
 
-#include <fakes/TraceCapture.h>
 #include <gmock/gmock.h>
 #include <runtime/Probes.h>
+#include <support/TraceCapture.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -30,7 +30,7 @@ struct TraceTest : testing::Test {
     return count == 1;
   }
 
-  Fakes::TraceCapture trace;
+  Support::TraceCapture trace;
   TraceHandle handle{"TraceTest", false};
 };
 
@@ -180,9 +180,9 @@ TEST_F(TraceTest, coverageStream_isLeftWithTheLevelsThatWereSwitchedMeanwhile) {
 }
 
 TEST_F(TraceTest, traceSinkIs_givesTheOneBefore) {
-  Fakes::TraceCapture* outer = &trace;
+  Support::TraceCapture* outer = &trace;
   {
-    Fakes::TraceCapture inner;
+    Support::TraceCapture inner;
     built(0);
     EXPECT_EQ(inner.full.size(), 1u);
   }

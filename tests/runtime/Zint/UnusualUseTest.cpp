@@ -7,9 +7,9 @@
 #include <Zint/Reflect.h>
 #include <Zint/Request.h>
 #include <Zint/Trace.h>
-#include <fakes/ManualLoop.h>
-#include <fakes/Sanitizers.h>
 #include <gmock/gmock.h>
+#include <support/ManualLoop.h>
+#include <support/Sanitizers.h>
 #include <sys/resource.h>
 
 #include <system_error>
@@ -141,7 +141,7 @@ TEST(UnusualObserver, anEntitysObserverIgnoresOtherAttributes) {
 }
 
 TEST(UnusualObserver, whatIsSetAlreadyIsLeftAlone) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   const auto alarm = makePtr<Alarm>(loop.activity, loop.clock);
   alarm->timeMinIs(1);
   alarm->hasNotificationActiveIs(true);
@@ -173,7 +173,7 @@ TEST(UnusualObserver, oneWithoutReferenceStaysInTheListWhileSwitchedOff) {
 }
 
 TEST(UnusualObserver, anAlarmWithoutAnActivityMayBeGivenOne) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   const auto alarm = makePtr<Alarm>(nullptr, nullptr);
   alarm->zintFwkActivityIs(loop.activity);
   alarm->notifierIs(loop.clock);
@@ -183,7 +183,7 @@ TEST(UnusualObserver, anAlarmWithoutAnActivityMayBeGivenOne) {
 }
 
 TEST(UnusualObserver, aWakeUpMayPassUnheard) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   const auto bare = makePtr<Zint::Clock::NotifieeConst>(loop.activity, loop.clock);
   bare->timeMinIs(1);
   EXPECT_EQ(loop.turnAt(1), 1u);
@@ -261,7 +261,7 @@ TEST(UnusualClock, aTurnInsideAnotherActivitysTurnSeesTheSameTurnTime) {
 }
 
 TEST(UnusualClock, anActivityMayEndOnAThreadThatDidNotMakeIt) {
-  Fakes::ManualLoop older, younger;
+  Support::ManualLoop older, younger;
   const Zint::Clock* clock = younger.activity->clock();
   Ptr<Zint::ActivityConfig> made;
   std::thread([&] {
@@ -273,10 +273,10 @@ TEST(UnusualClock, anActivityMayEndOnAThreadThatDidNotMakeIt) {
 }
 
 TEST(UnusualClock, withoutFilesThereIsNoDescriptor) {
-  if (Fakes::addressesAreSanitized()) {
+  if (Support::addressesAreSanitized()) {
     GTEST_SKIP() << "the sanitizer opens files itself while an exception is on its way";
   }
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
   const rlimit none{0, before.rlim_max};
@@ -287,7 +287,7 @@ TEST(UnusualClock, withoutFilesThereIsNoDescriptor) {
 }
 
 TEST(UnusualObserver, switchedOnTwiceAWakeUpComesOnce) {
-  Fakes::ManualLoop loop;
+  Support::ManualLoop loop;
   const auto alarm = makePtr<Alarm>(loop.activity, Ptr<const Zint::Clock>(loop.clock));
   alarm->timeMinIs(1.0);
   alarm->hasNotificationActiveIs(true);

@@ -1,7 +1,7 @@
 #include <Zint/WakeQueue.h>
 
-#include <fakes/Death.h>
 #include <gmock/gmock.h>
+#include <support/Death.h>
 
 #include <algorithm>
 #include <memory>
@@ -96,17 +96,18 @@ TEST(WakeQueueDeathTest, aWakeUpThatIsQueuedIsNotAdded) {
   WakeUp wakeUp(nullptr);
   queue.add(wakeUp, 1.0, 1);
   EXPECT_DEATH(queue.add(wakeUp, 2.0, 2),
-               Fakes::Assertion("Zint/WakeQueue", 0,
-                                "void Zint::WakeQueue::add(Zint::WakeUp&, Zint::Seconds, U64)",
-                                "!wakeUp.isQueued()"));
+               Support::Assertion("Zint/WakeQueue", 0,
+                                  "void Zint::WakeQueue::add(Zint::WakeUp&, Zint::Seconds, U64)",
+                                  "!wakeUp.isQueued()"));
 }
 
 TEST(WakeQueueDeathTest, aWakeUpOfAnotherQueueIsNotRemoved) {
   WakeQueue queue;
   WakeUp wakeUp(nullptr);
-  EXPECT_DEATH(queue.remove(wakeUp),
-               Fakes::Assertion("Zint/WakeQueue", 0, "void Zint::WakeQueue::remove(Zint::WakeUp&)",
-                                "wakeUp.queue_ == this"));
+  EXPECT_DEATH(
+      queue.remove(wakeUp),
+      Support::Assertion("Zint/WakeQueue", 0, "void Zint::WakeQueue::remove(Zint::WakeUp&)",
+                         "wakeUp.queue_ == this"));
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 #include <Zint/Activity.h>
 
-namespace Fakes {
+namespace Support {
 
 struct ManualLoop {
   Zint::Ptr<Zint::ManualClock> clock = Zint::manualClockFactory("clock");
@@ -18,4 +18,4 @@ struct ManualLoop {
   U32 turn() { return activity->turn(); }
 };
 
-}  // namespace Fakes
+}  // namespace Support

@@ -14,9 +14,9 @@
 #include <string>
 #include <utility>
 
-#include "fakes/ShadowTest.h"
+#include "support/ShadowTest.h"
 
-namespace Fakes {
+namespace Support {
 
 class ReflectionTest : public ShadowTest {
  protected:
@@ -113,4 +113,4 @@ inline std::vector<const Zint::Member*> allMembers(const Zint::Type& type) {
   return members;
 }
 
-}  // namespace Fakes
+}  // namespace Support

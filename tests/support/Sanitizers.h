@@ -3,8 +3,8 @@
 
 extern "C" [[gnu::weak]] void __asan_init();  // there when the address sanitizer is
 
-namespace Fakes {
+namespace Support {
 
 inline bool addressesAreSanitized() { return &__asan_init != nullptr; }
 
-}  // namespace Fakes
+}  // namespace Support

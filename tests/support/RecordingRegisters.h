@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace Fakes {
+namespace Support {
 
 struct Access {
   enum Kind { read, write } kind;
@@ -47,4 +47,4 @@ class RecordingRegisters : public Fru::HamImpl {
   std::function<void(Access::Kind, U32 address)> beforeAccess;
 };
 
-}  // namespace Fakes
+}  // namespace Support

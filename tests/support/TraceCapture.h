@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace Fakes {
+namespace Support {
 
 struct Line {
   U32 level;
@@ -58,4 +58,4 @@ class TraceCapture : public Zint::TraceSink {
   Zint::TraceSink* before_;
 };
 
-}  // namespace Fakes
+}  // namespace Support

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace Fakes {
+namespace Support {
 
 using Hardware::ChipMemory;
 
@@ -163,4 +163,4 @@ inline const std::vector<HamSlot>& hamSlots() {
 #undef FAKES_REGION_SLOT
 #undef FAKES_OVERRIDE
 
-}  // namespace Fakes
+}  // namespace Support

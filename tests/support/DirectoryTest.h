@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "fakes/RecordingHam.h"
+#include "support/RecordingHam.h"
 
-namespace Fakes {
+namespace Support {
 
 using Names = std::vector<std::string>;
 
@@ -76,4 +76,4 @@ class DirectoryTest : public testing::Test {
   Zint::Ptr<Observer> observer = Zint::makePtr<Observer>(directory);
 };
 
-}  // namespace Fakes
+}  // namespace Support

@@ -13,7 +13,7 @@
 #include <string>
 #include <utility>
 
-namespace Fakes {
+namespace Support {
 
 // What a fatal assertion reports, as a regular expression. Line 0 stands for any line.
 inline std::string assertionPattern(const std::string& source, int line,
@@ -111,15 +111,15 @@ class Assertion {
   std::string source_, line_, function_, condition_, detail_;
 };
 
-}  // namespace Fakes
+}  // namespace Support
 
 // The statement ends the process with this assertion of the library's classes.
 #define EXPECT_ASSERTION(statement, line, function, condition) \
-  EXPECT_DEATH(statement, ::Fakes::Assertion("Hardware/Umbra", line, function, condition))
+  EXPECT_DEATH(statement, ::Support::Assertion("Hardware/Umbra", line, function, condition))
 
 // The same for one of the library's own assertions, which names the region.
 #define EXPECT_ASSERTION_OF(region, statement, function, condition) \
-  EXPECT_DEATH(statement, ::Fakes::Assertion("Hardware/Umbra", 0, function, condition, region))
+  EXPECT_DEATH(statement, ::Support::Assertion("Hardware/Umbra", 0, function, condition, region))
 
 // The same where only the region matters.
 #define EXPECT_REGION_ASSERTION(statement, region) \

@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "fakes/Death.h"
-#include "fakes/ManualLoop.h"
-#include "fakes/RecordingRegisters.h"
-#include "fakes/ScriptedHam.h"
-#include "fakes/TraceCapture.h"
+#include "support/Death.h"
+#include "support/ManualLoop.h"
+#include "support/RecordingRegisters.h"
+#include "support/ScriptedHam.h"
+#include "support/TraceCapture.h"
 
-namespace Fakes {
+namespace Support {
 
 // The entries whose bit is set.
 inline std::vector<U32> marked(const Hal::BufBase::Ptr& bitmap) {
@@ -114,4 +114,4 @@ class ShadowTest : public testing::Test {
 using Lines = std::vector<Line>;
 using Entries = std::vector<U32>;
 
-}  // namespace Fakes
+}  // namespace Support

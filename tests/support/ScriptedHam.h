@@ -6,9 +6,9 @@
 #include <functional>
 #include <vector>
 
-#include "fakes/RecordingHam.h"
+#include "support/RecordingHam.h"
 
-namespace Fakes {
+namespace Support {
 
 class ScriptedHam : public RecordingHam {
  public:
@@ -46,4 +46,4 @@ class ScriptedHam : public RecordingHam {
   }
 };
 
-}  // namespace Fakes
+}  // namespace Support

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace Fakes {
+namespace Support {
 
 struct HamAccess {
   enum Kind { read, write } kind;
@@ -53,4 +53,4 @@ class RecordingHam : public Hardware::ChipHam {
   }
 };
 
-}  // namespace Fakes
+}  // namespace Support

@@ -1,0 +1,26 @@
+// A chip of bytes: each is 0 until it is written.
+#pragma once
+
+#include <Zint/Types.h>
+
+#include <unordered_map>
+
+namespace Support {
+
+class ByteChip {
+ public:
+  U8& operator[](U64 address) { return bytes_[address]; }
+  void read(U64 address, U8* buffer, U32 size) {
+    for (U32 i = 0; i < size; ++i) buffer[i] = bytes_[address + i];
+  }
+  void write(U64 address, const U8* buffer, U32 size) {
+    for (U32 i = 0; i < size; ++i) bytes_[address + i] = buffer[i];
+  }
+
+  friend bool operator==(const ByteChip&, const ByteChip&) = default;
+
+ private:
+  std::unordered_map<U64, U8> bytes_;
+};
+
+}  // namespace Support
