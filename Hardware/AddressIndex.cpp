@@ -3,44 +3,15 @@
 #include <Hardware/Umbra.h>
 
 namespace Hardware {
-namespace {
-
-// Compiles to a conditional move: the branch would be unpredictable.
-inline const U32* select(bool first, const U32* a, const U32* b) {
-  return __builtin_expect_with_probability(first, 1, 0.5) ? a : b;
-}
-
-// The position of the greatest of `count` (more than 0) ascending numbers that is not above
-// `sought`; 0 if all are above it. A binary search without branches to mispredict. Each step leaves
-// a quarter of the numbers: its three loads do not depend on one another, so that their cache
-// misses overlap. The last steps leave a half.
-[[gnu::always_inline]] inline U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
-  const U32* base = numbers;
-  while (count > 3) {
-    const U32 quarter = count / 4;
-    const U32* first = base + quarter;
-    const U32* second = first + quarter;
-    const U32* third = second + quarter;
-    base = select(*first <= sought, first, base);
-    base = select(*second <= sought, second, base);
-    base = select(*third <= sought, third, base);
-    count -= 3 * quarter;
-  }
-  while (count > 1) {
-    const U32 half = count / 2;
-    base = select(base[half] <= sought, base + half, base);
-    count -= half;
-  }
-  return static_cast<U32>(base - numbers);
-}
-
-}  // namespace
 
 // Both nextIndex values advance last, after all allocations have succeeded, so a look-up never
 // sees an empty chunk.
 void AddressIndex::add(const ChipMemory::Ptr& cm) {
   const U32 id = cm->address().chipMemoryId();
-  const ChipMemoryChunk::Ptr chunk = chipMemoryChunkIs(id);
+  // Regions come in ascending order: the chunk is usually the last one.
+  const bool isOfLast = isIntact_ && nextIndex_ != 0 && chipMemoryId_.data()[nextIndex_ - 1] == id;
+  const ChipMemoryChunk::Ptr chunk =
+      isOfLast ? chipMemoryChunkArray_.data()[nextIndex_ - 1] : chipMemoryChunkIs(id);
   const U16 index = chunk->nextIndex();
   UMBRA_ASSERT_REGION(*cm, index != 65535);
   chunk->store(index, cm);
@@ -60,25 +31,6 @@ void AddressIndex::clear() {
   chipMemoryId_.delAll();
   nextIndex_ = 0;
   isIntact_ = true;
-}
-
-ChipMemory* AddressIndex::find(const ChipAddress& address) const {
-  if (nextIndex_ == 0) return nullptr;
-  if (!isIntact_) [[unlikely]]
-    return findByProbes(address);
-
-  // The chunk of exactly this memory id.
-  U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
-  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
-  const ChipMemoryChunk* cmc = chipMemoryChunkArray_.data()[mid].ptr();
-  if (!cmc->isIntact_) [[unlikely]]
-    return findByProbes(address);
-
-  // The region with the greatest offset that is not above the address's. It is a candidate only:
-  // the address may be below the first offset, or in the gap after the region.
-  mid = lastNotAbove(cmc->offset_.data(), cmc->nextIndex_, address.chipMemoryOffset());
-  ChipMemory* cm = cmc->chipMemory_.data()[mid].ptr();
-  return cm->inRange(address) ? cm : nullptr;
 }
 
 // The search for an index that was changed by hand. What it finds in arrays that are out of order

@@ -107,6 +107,35 @@ class AddressIndex {
     return nextIndex_ == 0 && chipMemoryId_.size() == 0 && chipMemoryChunkArray_.size() == 0;
   }
 
+  // `first` ? a : b. Compiles to a conditional move: the branch would be unpredictable.
+  static const U32* select(bool first, const U32* a, const U32* b) {
+    return __builtin_expect_with_probability(first, 1, 0.5) ? a : b;
+  }
+
+  // The position of the greatest of `count` (more than 0) ascending numbers that is not above
+  // `sought`; 0 if all are above it. A binary search without branches to mispredict. Each step
+  // leaves a quarter of the numbers: its three loads do not depend on one another, so that their
+  // cache misses overlap. The last steps leave a half.
+  [[gnu::always_inline]] static U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
+    const U32* base = numbers;
+    while (count > 3) {
+      const U32 quarter = count / 4;
+      const U32* first = base + quarter;
+      const U32* second = first + quarter;
+      const U32* third = second + quarter;
+      base = select(*first <= sought, first, base);
+      base = select(*second <= sought, second, base);
+      base = select(*third <= sought, third, base);
+      count -= 3 * quarter;
+    }
+    while (count > 1) {
+      const U32 half = count / 2;
+      base = select(base[half] <= sought, base + half, base);
+      count -= half;
+    }
+    return static_cast<U32>(base - numbers);
+  }
+
   // Destroyed from the last to the first.
   Zint::HashMap<ChipMemoryChunk, U32> chipMemoryChunk_;
   ChipMemoryArrayIndex nextIndex_;
@@ -115,5 +144,25 @@ class AddressIndex {
   Zint::DynArray<U32, ChipMemoryArrayIndex> chipMemoryId_;
   Zint::DynArray<ChipMemoryChunk::Ptr, ChipMemoryArrayIndex> chipMemoryChunkArray_;
 };
+
+// Inline: the one look-up that calls it has no call in between.
+[[gnu::always_inline]] inline ChipMemory* AddressIndex::find(const ChipAddress& address) const {
+  if (nextIndex_ == 0) return nullptr;
+  if (!isIntact_) [[unlikely]]
+    return findByProbes(address);
+
+  // The chunk of exactly this memory id.
+  U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
+  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
+  const ChipMemoryChunk* cmc = chipMemoryChunkArray_.data()[mid].ptr();
+  if (!cmc->isIntact_) [[unlikely]]
+    return findByProbes(address);
+
+  // The region with the greatest offset that is not above the address's. It is a candidate only:
+  // the address may be below the first offset, or in the gap after the region.
+  mid = lastNotAbove(cmc->offset_.data(), cmc->nextIndex_, address.chipMemoryOffset());
+  ChipMemory* cm = cmc->chipMemory_.data()[mid].ptr();
+  return cm->inRange(address) ? cm : nullptr;
+}
 
 }  // namespace Hardware

@@ -210,12 +210,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // of the index. Allocates nothing. `size` (bytes) must be a multiple of the region's entrySize
   // unless it allowsLogicalViews; where the access ends is not checked.
   ChipMemory::Ptr findChipMemory(const ChipAddress& address, U32 size) {
-    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) {
-      return ChipMemory::Ptr::adopt(findInIndex(address, size));
-    }
-    if (size != lastChipMemory_->entrySize()) [[unlikely]]
-      checkSizeForLast(size);
-    return lastChipMemory_;
+    if (isInLast(address, size)) return lastChipMemory_;
+    return ChipMemory::Ptr::adopt(findInIndex(address, size));
   }
   const ChipMemory::Ptr& lastChipMemory() const { return lastChipMemory_; }
   void lastChipMemoryIs(const ChipMemory::Ptr& cm);
@@ -281,6 +277,13 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // findChipMemory() without the last region. The region is counted once for the caller, who adopts
   // it: a raw pointer stays in a register where findChipMemory() is inlined.
   ChipMemory* findInIndex(const ChipAddress& address, U32 size);
+  // Whether findChipMemory() answers with the last region.
+  bool isInLast(const ChipAddress& address, U32 size) const {
+    if (lastChipMemory_ == nullptr || !lastChipMemory_->inRange(address)) return false;
+    if (size != lastChipMemory_->entrySize()) [[unlikely]]
+      checkSizeForLast(size);
+    return true;
+  }
   // Asserts that `size`, which is not entrySize, is whole entries of the last region.
   void checkSizeForLast(U32 size) const;
   // The state whose action is under way; otherwise the state.

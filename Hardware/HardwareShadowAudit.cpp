@@ -23,7 +23,7 @@ struct Comparison {
   const ChipMemory& cm;
   const ChipHam& ham;
   const Hal::BufBase* shadowBuf;
-  const Zint::Epoch::Mark& state;
+  const Zint::Epoch::Mark state;
   U8* shadow;
   U8* hardware;
   U32 entries;
