@@ -4,21 +4,13 @@
 
 #include <sstream>
 
+#include "runtime/Probes.h"
+
 namespace Hardware {
 namespace {
 
+using Probes::rangeMessage;
 using testing::HasSubstr;
-
-// What the parse of `text` throws.
-template <class F>
-std::string rangeMessage(F parse) {
-  try {
-    parse();
-  } catch (const Zint::RangeException& exception) {
-    return exception.what();
-  }
-  return "nothing thrown";
-}
 
 TEST(ChipAddress, isZeroAtFirst) { EXPECT_EQ(ChipAddress().value(), 0u); }
 

@@ -8,20 +8,18 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/Buffers.h"
 #include "support/Death.h"
 #include "support/RecordingHam.h"
 
 namespace Hardware {
 namespace {
 
+using Support::bytes;
 using Support::HamAccess;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<U8> bytes(const Hal::BufBase::Ptr& buffer) {
-  return {buffer->data(), buffer->data() + buffer->size()};
-}
 
 class ChipMemoryClear : public testing::Test {
  protected:

@@ -4,22 +4,15 @@
 
 #include <sstream>
 
+#include "runtime/Probes.h"
+
 namespace Hardware {
 namespace {
 
+using Probes::rangeMessage;
 using testing::HasSubstr;
 using testing::Not;
 using ChipMemoryMode = ChipMemory::ChipMemoryMode;
-
-template <class F>
-std::string rangeMessage(F operation) {
-  try {
-    operation();
-  } catch (const Zint::RangeException& exception) {
-    return exception.what();
-  }
-  return "nothing thrown";
-}
 
 TEST(ChipMemoryModeText, enumerators_haveTheirNumbersAndStaticFunctions) {
   EXPECT_EQ(ChipMemory::normal(), ChipMemory::normal_);
@@ -30,12 +23,12 @@ TEST(ChipMemoryModeText, enumerators_haveTheirNumbersAndStaticFunctions) {
   EXPECT_EQ(ChipMemory::buffered_, 2);
 }
 
-struct Named {
+struct ModeName {
   S32 number;
   const char* name;
 };
 
-class ChipMemoryModeTextNamed : public testing::TestWithParam<Named> {
+class ChipMemoryModeTextNamed : public testing::TestWithParam<ModeName> {
  protected:
   const ChipMemoryMode value = static_cast<ChipMemoryMode>(GetParam().number);
   const Zint::String8 name = GetParam().name;
@@ -74,8 +67,8 @@ TEST_P(ChipMemoryModeTextNamed, stream_getsTheNameWithoutQuotes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, ChipMemoryModeTextNamed,
-                         testing::Values(Named{0, "normal"}, Named{1, "override"},
-                                         Named{2, "buffered"}));
+                         testing::Values(ModeName{0, "normal"}, ModeName{1, "override"},
+                                         ModeName{2, "buffered"}));
 
 TEST(ChipMemoryModeText, stringValue_ofAnotherNumberShowsTheNumber) {
   EXPECT_EQ(stringValue(static_cast<ChipMemoryMode>(3)), "ChipMemory::ChipMemoryMode(3)");

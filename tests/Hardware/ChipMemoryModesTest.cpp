@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/Buffers.h"
 #include "support/Death.h"
 #include "support/RecordingHam.h"
 #include "support/TraceCapture.h"
@@ -17,14 +18,11 @@
 namespace Hardware {
 namespace {
 
+using Support::bytes;
 using Support::HamAccess;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<U8> bytes(const Hal::BufBase::Ptr& buffer) {
-  return {buffer->data(), buffer->data() + buffer->size()};
-}
 
 // Notes the virtual operations through which the buffers are installed, and what held meanwhile.
 class NotingRegion : public ChipMemory {
@@ -56,9 +54,9 @@ class NotingRegion : public ChipMemory {
   std::vector<std::string> notes;
 };
 
-class Observer : public ChipMemory::NotifieeConst {
+class ModesObserver : public ChipMemory::NotifieeConst {
  public:
-  explicit Observer(const ChipMemory::Ptr& region)
+  explicit ModesObserver(const ChipMemory::Ptr& region)
       : NotifieeConst(nullptr, Zint::Ptr<const ChipMemory>(region)) {}
   void handleNotification(Zint::ActivityConfig*) override { told.push_back(attribute()); }
   std::vector<Zint::AttributeId> told;
@@ -140,7 +138,7 @@ TEST_F(ChipMemoryModes, valueIsStoredBeforeTheReaction) {
 }
 
 TEST_F(ChipMemoryModes, notifieesAreToldAfterTheReaction) {
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<ModesObserver>(table);
   table->shadowEnabledIs(true);
   using Id = ChipMemory::Id;
   EXPECT_THAT(observer->told,
@@ -149,13 +147,13 @@ TEST_F(ChipMemoryModes, notifieesAreToldAfterTheReaction) {
 
 TEST_F(ChipMemoryModes, notifieesHearOfTheAuditWhenItsBufferIsThere) {
   table->hardwareIs(nullptr);
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<ModesObserver>(table);
   table->auditEnabledIs(true);
   EXPECT_THAT(observer->told, ElementsAre(ChipMemory::Id::hardware, ChipMemory::Id::auditEnabled));
 }
 
 TEST_F(ChipMemoryModes, everyChangeIsAnnouncedBehindTheStoreItMade) {
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<ModesObserver>(table);
   using Id = ChipMemory::Id;
   table->shadowEnabledIs(true);
   observer->told.clear();
@@ -172,7 +170,7 @@ TEST_F(ChipMemoryModes, everyChangeIsAnnouncedBehindTheStoreItMade) {
 TEST_F(ChipMemoryModes, equalValuesDoNothing) {
   table->shadowEnabledIs(true);
   table->taken();
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<ModesObserver>(table);
   Support::TraceCapture trace;
   table->entriesIs(10);
   table->shadowEnabledIs(true);

@@ -16,9 +16,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // Which attributes were announced, in order.
-class Observer : public ChipMemory::NotifieeConst {
+class AttributeObserver : public ChipMemory::NotifieeConst {
  public:
-  explicit Observer(const ChipMemory::Ptr& region)
+  explicit AttributeObserver(const ChipMemory::Ptr& region)
       : NotifieeConst(nullptr, Zint::Ptr<const ChipMemory>(region)) {}
   void handleNotification(Zint::ActivityConfig*) override { told.push_back(attribute()); }
   std::vector<Zint::AttributeId> taken() { return std::exchange(told, {}); }
@@ -88,7 +88,7 @@ class ChipMemoryPlainAttribute : public ChipMemoryTest,
 
 TEST_P(ChipMemoryPlainAttribute, setterStoresAndAnnouncesANewValueOnce) {
   const ChipMemory::Ptr table = region(4);
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<AttributeObserver>(table);
   EXPECT_FALSE(GetParam().isSet(*table));
   GetParam().set(*table);
   EXPECT_TRUE(GetParam().isSet(*table));
@@ -121,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(ChipMemoryTest, shadowStoreNeededIs_doesNothing) {
   const ChipMemory::Ptr table = region(4);
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<AttributeObserver>(table);
   table->shadowStoreNeededIs(true);
   EXPECT_FALSE(table->shadowStoreNeeded());
   EXPECT_EQ(table->shadow(), nullptr);
@@ -140,7 +140,7 @@ class ChipMemoryBufferAttribute : public ChipMemoryTest,
 
 TEST_P(ChipMemoryBufferAttribute, setterReplacesTheReferenceAndIgnoresTheSamePointer) {
   const ChipMemory::Ptr table = region(4);
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<AttributeObserver>(table);
   const Hal::Buf::Ptr buffer = Zint::makePtr<Hal::Buf>(16);
   GetParam().set(*table, buffer);
   EXPECT_TRUE(GetParam().holds(*table, buffer));
@@ -221,7 +221,7 @@ TEST_F(ChipMemoryTest, registersFixed_addsAndWraps) {
 
 TEST_F(ChipMemoryTest, inc_ofZeroAnnouncesNothing) {
   const ChipMemory::Ptr table = region(4);
-  const auto observer = Zint::makePtr<Observer>(table);
+  const auto observer = Zint::makePtr<AttributeObserver>(table);
   table->registersFixedInc(0);
   table->readCacheHitsInc(0);
   table->writeCacheHitsInc(0);

@@ -16,9 +16,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // Counts what it is told.
-class Observer : public ChipReadRequest::NotifieeConst {
+class RequestObserver : public ChipReadRequest::NotifieeConst {
  public:
-  explicit Observer(const ChipReadRequest::Ptr& request)
+  explicit RequestObserver(const ChipReadRequest::Ptr& request)
       : NotifieeConst(nullptr, Zint::Ptr<const ChipReadRequest>(request)) {}
   void onChipMemory(const ChipAddress& key) override {
     keys.push_back(key.value());
@@ -42,7 +42,7 @@ class ChipReadRequestTest : public testing::Test {
 
   const ChipHam::Ptr ham = Zint::makePtr<Support::RecordingHam>();
   ChipReadRequest::Ptr request = chipReadRequestFactory("dump");
-  Zint::Ptr<Observer> observer = Zint::makePtr<Observer>(request);
+  Zint::Ptr<RequestObserver> observer = Zint::makePtr<RequestObserver>(request);
 };
 
 TEST_F(ChipReadRequestTest, factory_makesAnEmptyIdleRequestOfThatName) {
@@ -203,7 +203,7 @@ TEST_F(ChipReadRequestTest, notifiee_hearsTheImmediateFormAndTheOneWithoutKey) {
 }
 
 TEST_F(ChipReadRequestTest, notifiee_thatUnregistersDuringTheWalkIsNotCalled) {
-  const auto second = Zint::makePtr<Observer>(request);
+  const auto second = Zint::makePtr<RequestObserver>(request);
   observer->also = [&] { second->isRegisteredNotifieeIs(false); };
   request->chipMemoryIs(region(0x1000));
   EXPECT_EQ(observer->keys.size(), 1u);
@@ -211,7 +211,7 @@ TEST_F(ChipReadRequestTest, notifiee_thatUnregistersDuringTheWalkIsNotCalled) {
 }
 
 TEST_F(ChipReadRequestTest, notifiee_mayUnregisterItselfInItsCall) {
-  const auto second = Zint::makePtr<Observer>(request);
+  const auto second = Zint::makePtr<RequestObserver>(request);
   observer->also = [&] { observer->isRegisteredNotifieeIs(false); };
   request->chipMemoryIs(region(0x1000));
   request->chipMemoryIs(region(0x2000));
@@ -220,9 +220,9 @@ TEST_F(ChipReadRequestTest, notifiee_mayUnregisterItselfInItsCall) {
 }
 
 TEST_F(ChipReadRequestTest, notifiee_registeredDuringTheWalkWaitsForTheNextChange) {
-  Zint::Ptr<Observer> late;
+  Zint::Ptr<RequestObserver> late;
   observer->also = [&] {
-    if (late == nullptr) late = Zint::makePtr<Observer>(request);
+    if (late == nullptr) late = Zint::makePtr<RequestObserver>(request);
   };
   request->chipMemoryIs(region(0x1000));
   EXPECT_THAT(late->keys, IsEmpty());
@@ -252,7 +252,7 @@ TEST_F(ChipReadRequestTest, chipMemoryDelAll_survivesANotifieeThatRemovesAndDrop
 
 TEST_F(ChipReadRequestTest, notifiee_thatThrowsKeepsNobodyElseFromBeingTold) {
   Support::TraceCapture trace(0);
-  const auto second = Zint::makePtr<Observer>(request);
+  const auto second = Zint::makePtr<RequestObserver>(request);
   observer->also = [] { throw std::runtime_error("handler"); };
   request->chipMemoryIs(region(0x1000));
   EXPECT_THAT(second->keys, ElementsAre(0x1000));

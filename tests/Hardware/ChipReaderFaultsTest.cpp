@@ -10,14 +10,15 @@ namespace {
 
 using Support::HamAccess;
 
-constexpr auto start = Zint::Request::start_;
-constexpr auto stop = Zint::Request::stop_;
-constexpr auto none = Zint::Request::none_;
-constexpr auto done = Zint::Request::done_;
 constexpr const char* doReadFunction = "virtual void Hardware::ChipReader::doRead()";
 
 class ChipReaderFaults : public Support::ShadowTest {
  protected:
+  static constexpr auto start = Zint::Request::start_;
+  static constexpr auto stop = Zint::Request::stop_;
+  static constexpr auto none = Zint::Request::none_;
+  static constexpr auto done = Zint::Request::done_;
+
   ChipReaderFaults() {
     ham = scripted;
     first = region("first", 0x8000, 4);
@@ -252,7 +253,7 @@ TEST_F(ChipReaderFaults, statusHandlerMayStartAgainOrDropTheReader) {
 
 // --- Observers of the reader --------------------------------------------------------------------
 
-class Watch : public Hardware::ChipReader::NotifieeConst {
+class ReaderWatch : public Hardware::ChipReader::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
   void onCurrentChipMemory() override {
@@ -265,7 +266,7 @@ class Watch : public Hardware::ChipReader::NotifieeConst {
 };
 
 TEST_F(ChipReaderFaults, observerMayStopWhatIsBeingStarted) {
-  const auto watch = Zint::makePtr<Watch>(loop.activity, reader);
+  const auto watch = Zint::makePtr<ReaderWatch>(loop.activity, reader);
   watch->onCurrent = [&] { request->stateIs(stop); };
   request->stateIs(start);
   EXPECT_EQ(reader->currentChipMemory(), nullptr);
@@ -274,7 +275,7 @@ TEST_F(ChipReaderFaults, observerMayStopWhatIsBeingStarted) {
 
 TEST_F(ChipReaderFaults, observerMayRestartBetweenTwoRegions) {
   reader->maxEntriesPerReadIs(2);
-  const auto watch = Zint::makePtr<Watch>(loop.activity, reader);
+  const auto watch = Zint::makePtr<ReaderWatch>(loop.activity, reader);
   request->stateIs(start);
   loop.turn();
   watch->onEntries = [&] {

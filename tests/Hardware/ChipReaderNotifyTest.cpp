@@ -8,11 +8,11 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Id = Hardware::ChipReader::Id;
+using ReaderId = Hardware::ChipReader::Id;
 
-class Observer : public Zint::NotifieeConst {
+class ReaderObserver : public Zint::NotifieeConst {
  public:
-  explicit Observer(const Zint::Ptr<Hardware::ChipReader>& reader)
+  explicit ReaderObserver(const Zint::Ptr<Hardware::ChipReader>& reader)
       : NotifieeConst(nullptr, Zint::Ptr<const Zint::PtrInterface>(reader)) {}
   void handleNotification(Zint::ActivityConfig*) override { told.push_back(attribute()); }
   std::vector<Zint::AttributeId> told;
@@ -21,7 +21,7 @@ class Observer : public Zint::NotifieeConst {
 struct ChipReaderNotify : Support::ShadowTest {
   Zint::Ptr<Hardware::ChipReader> reader = Hardware::chipReaderFactory(
       loop.activity, Hardware::chipReadRequestFactory("request"), loop.clock, 10, 0.5);
-  Zint::Ptr<Observer> observer = Zint::makePtr<Observer>(reader);
+  Zint::Ptr<ReaderObserver> observer = Zint::makePtr<ReaderObserver>(reader);
 };
 
 TEST_F(ChipReaderNotify, aChangedValueIsAnnounced) {
@@ -29,8 +29,8 @@ TEST_F(ChipReaderNotify, aChangedValueIsAnnounced) {
   reader->maxEntriesPerReadIs(11);
   reader->readIntervalIs(0.25);
   reader->zintFwkActivityIs(other);
-  EXPECT_THAT(observer->told,
-              ElementsAre(Id::maxEntriesPerRead, Id::readInterval, Id::zintFwkActivity));
+  EXPECT_THAT(observer->told, ElementsAre(ReaderId::maxEntriesPerRead, ReaderId::readInterval,
+                                          ReaderId::zintFwkActivity));
 }
 
 TEST_F(ChipReaderNotify, anEqualValueIsNot) {
@@ -42,33 +42,33 @@ TEST_F(ChipReaderNotify, anEqualValueIsNot) {
 
 // --- Typed observers ----------------------------------------------------------------------------
 
-class TypedObserver : public Hardware::ChipReader::NotifieeConst {
+class TypedReaderObserver : public Hardware::ChipReader::NotifieeConst {
  public:
-  explicit TypedObserver(const Zint::Ptr<Hardware::ChipReader>& reader)
+  explicit TypedReaderObserver(const Zint::Ptr<Hardware::ChipReader>& reader)
       : NotifieeConst(nullptr, Zint::Ptr<const Hardware::ChipReader>(reader)) {}
-  void onCurrentChipMemory() override { told.push_back(Id::currentChipMemory); }
-  void onEntriesRead() override { told.push_back(Id::entriesRead); }
-  void onMaxEntriesPerRead() override { told.push_back(Id::maxEntriesPerRead); }
-  void onReadInterval() override { told.push_back(Id::readInterval); }
+  void onCurrentChipMemory() override { told.push_back(ReaderId::currentChipMemory); }
+  void onEntriesRead() override { told.push_back(ReaderId::entriesRead); }
+  void onMaxEntriesPerRead() override { told.push_back(ReaderId::maxEntriesPerRead); }
+  void onReadInterval() override { told.push_back(ReaderId::readInterval); }
   std::vector<Zint::AttributeId> told;
 };
 
 TEST_F(ChipReaderNotify, aTypedObserverIsToldAttributeByAttribute) {
-  const auto typed = Zint::makePtr<TypedObserver>(reader);
+  const auto typed = Zint::makePtr<TypedReaderObserver>(reader);
   reader->maxEntriesPerReadIs(11);
   reader->readIntervalIs(0.25);
-  EXPECT_THAT(typed->told, ElementsAre(Id::maxEntriesPerRead, Id::readInterval));
+  EXPECT_THAT(typed->told, ElementsAre(ReaderId::maxEntriesPerRead, ReaderId::readInterval));
 }
 
 TEST_F(ChipReaderNotify, aTypedObserverIgnoresWhatItDoesNotHandle) {
-  const auto typed = Zint::makePtr<TypedObserver>(reader);
+  const auto typed = Zint::makePtr<TypedReaderObserver>(reader);
   const auto bare = Zint::makePtr<Hardware::ChipReader::NotifieeConst>(
       nullptr, Zint::Ptr<const Hardware::ChipReader>(reader));
   reader->zintFwkActivityIs(
       Zint::activityFactory("another", Zint::Ptr<const Zint::Clock>(loop.clock)));
   reader->maxEntriesPerReadIs(11);
   reader->readIntervalIs(0.25);
-  EXPECT_THAT(typed->told, ElementsAre(Id::maxEntriesPerRead, Id::readInterval));
+  EXPECT_THAT(typed->told, ElementsAre(ReaderId::maxEntriesPerRead, ReaderId::readInterval));
   EXPECT_EQ(reader->maxEntriesPerRead(), 11u);
 }
 

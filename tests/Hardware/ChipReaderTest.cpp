@@ -11,18 +11,18 @@ using Support::HamAccess;
 using Support::Lines;
 using Reads = std::vector<HamAccess>;
 
-constexpr auto start = Zint::Request::start_;
-constexpr auto stop = Zint::Request::stop_;
-constexpr auto none = Zint::Request::none_;
-constexpr auto done = Zint::Request::done_;
-
 HamAccess read(U64 address, U32 entries, U32 entrySize = 4) {
   return {HamAccess::read, address, entrySize, entries};
 }
 
-class ChipReader : public Support::ShadowTest {
+class ChipReaderTest : public Support::ShadowTest {
  protected:
-  ChipReader() { ham = scripted; }
+  static constexpr auto start = Zint::Request::start_;
+  static constexpr auto stop = Zint::Request::stop_;
+  static constexpr auto none = Zint::Request::none_;
+  static constexpr auto done = Zint::Request::done_;
+
+  ChipReaderTest() { ham = scripted; }
 
   void readerIs(U32 maxEntriesPerRead, double readInterval = 1) {
     reader = Hardware::chipReaderFactory(loop.activity, request, loop.clock, maxEntriesPerRead,
@@ -46,7 +46,7 @@ class ChipReader : public Support::ShadowTest {
 
 // --- Birth and attributes -----------------------------------------------------------------------
 
-TEST_F(ChipReader, factoryGivesTheInitialValuesAndRunsNoHandler) {
+TEST_F(ChipReaderTest, factoryGivesTheInitialValuesAndRunsNoHandler) {
   regionsIs({4});
   request->stateIs(start);
   readerIs(10, 0.5);
@@ -63,7 +63,7 @@ TEST_F(ChipReader, factoryGivesTheInitialValuesAndRunsNoHandler) {
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
 }
 
-TEST_F(ChipReader, replacedPartsAreAnnounced) {
+TEST_F(ChipReaderTest, replacedPartsAreAnnounced) {
   readerIs(10);
   const auto announced = Zint::makePtr<Probes::Watch>(loop.activity, reader);
   const Zint::Ptr<const Zint::Clock> clock = reader->clock();
@@ -79,7 +79,7 @@ TEST_F(ChipReader, replacedPartsAreAnnounced) {
                                                              Id::clock, Id::request, Id::clock}));
 }
 
-TEST_F(ChipReader, requestAndClockMayBeAbsent) {
+TEST_F(ChipReaderTest, requestAndClockMayBeAbsent) {
   reader = Hardware::chipReaderFactory(loop.activity, nullptr, nullptr, 10, 1);
   EXPECT_EQ(reader->request(), nullptr);
   EXPECT_EQ(reader->clock(), nullptr);
@@ -88,7 +88,7 @@ TEST_F(ChipReader, requestAndClockMayBeAbsent) {
   EXPECT_TRUE(trace.full.empty());
 }
 
-TEST_F(ChipReader, switchedOffItHearsNeitherRequestNorClock) {
+TEST_F(ChipReaderTest, switchedOffItHearsNeitherRequestNorClock) {
   regionsIs({20});
   readerIs(10);
   request->stateIs(start);
@@ -101,7 +101,7 @@ TEST_F(ChipReader, switchedOffItHearsNeitherRequestNorClock) {
   EXPECT_EQ(tick(), (Reads{read(0x8000, 10)}));
 }
 
-TEST_F(ChipReader, queueIsFirstInFirstOutWithRunningIndices) {
+TEST_F(ChipReaderTest, queueIsFirstInFirstOutWithRunningIndices) {
   readerIs(1);
   const auto a = region("a", 1, 1), b = region("b", 2, 1), c = region("c", 3, 1);
   reader->chipMemoryEnq(a);
@@ -120,7 +120,7 @@ TEST_F(ChipReader, queueIsFirstInFirstOutWithRunningIndices) {
   EXPECT_EQ(reader->chipMemorys(), 0u);
 }
 
-TEST_F(ChipReader, fullIndexSpaceIsRefused) {
+TEST_F(ChipReaderTest, fullIndexSpaceIsRefused) {
   readerIs(1);
   const auto a = region("a", 1, 1);
   reader->chipMemoryEnq(a);
@@ -132,7 +132,7 @@ TEST_F(ChipReader, fullIndexSpaceIsRefused) {
 
 // --- Commands -----------------------------------------------------------------------------------
 
-TEST_F(ChipReader, everyCommandIsTraced) {
+TEST_F(ChipReaderTest, everyCommandIsTraced) {
   regionsIs({1});
   readerIs(10);
   for (const auto state : {Zint::Request::idle_, start, stop, stop}) request->stateIs(state);
@@ -147,7 +147,7 @@ TEST_F(ChipReader, everyCommandIsTraced) {
                                   {0, "handleReadRequest 2"}}));
 }
 
-TEST_F(ChipReader, startQueuesEveryRegionInTheRequestsOrderAndReadsNothingYet) {
+TEST_F(ChipReaderTest, startQueuesEveryRegionInTheRequestsOrderAndReadsNothingYet) {
   regionsIs({1, 2, 3});
   readerIs(10);
   request->stateIs(start);
@@ -160,7 +160,7 @@ TEST_F(ChipReader, startQueuesEveryRegionInTheRequestsOrderAndReadsNothingYet) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, idleCommandDoesNothing) {
+TEST_F(ChipReaderTest, idleCommandDoesNothing) {
   regionsIs({20});
   readerIs(10);
   request->stateIs(start);
@@ -171,7 +171,7 @@ TEST_F(ChipReader, idleCommandDoesNothing) {
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never) << "and schedules nothing";
 }
 
-TEST_F(ChipReader, stopEndsTheTicksAndLeavesTheStatus) {
+TEST_F(ChipReaderTest, stopEndsTheTicksAndLeavesTheStatus) {
   regionsIs({20, 20});
   readerIs(10);
   request->stateIs(start);
@@ -185,7 +185,7 @@ TEST_F(ChipReader, stopEndsTheTicksAndLeavesTheStatus) {
   EXPECT_EQ(request->status(), none);
 }
 
-TEST_F(ChipReader, startAfterCompletionReadsEverythingAgainAndAnswersAgain) {
+TEST_F(ChipReaderTest, startAfterCompletionReadsEverythingAgainAndAnswersAgain) {
   regionsIs({4});
   readerIs(10);
   class Answers : public ChipReadRequest::NotifieeConst {
@@ -203,7 +203,7 @@ TEST_F(ChipReader, startAfterCompletionReadsEverythingAgainAndAnswersAgain) {
   EXPECT_EQ(request->generation(), 3u);
 }
 
-TEST_F(ChipReader, startDuringAReadQueuesAllRegionsBehindThoseStillWaiting) {
+TEST_F(ChipReaderTest, startDuringAReadQueuesAllRegionsBehindThoseStillWaiting) {
   regionsIs({4, 2});
   readerIs(3);
   request->stateIs(start);
@@ -217,7 +217,7 @@ TEST_F(ChipReader, startDuringAReadQueuesAllRegionsBehindThoseStillWaiting) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, emptyRequestMustNotBeStarted) {
+TEST_F(ChipReaderTest, emptyRequestMustNotBeStarted) {
   readerIs(10);
   const auto command = [&] {
     const auto given = Hardware::chipReadRequestFactory("given");
@@ -228,7 +228,7 @@ TEST_F(ChipReader, emptyRequestMustNotBeStarted) {
                    "currentChipMemory_");
 }
 
-TEST_F(ChipReader, unknownCommandIsFatal) {
+TEST_F(ChipReaderTest, unknownCommandIsFatal) {
   const auto command = [&] {
     const auto given = Hardware::chipReadRequestFactory("given");
     given->stateIs(static_cast<Zint::Request::State>(3));
@@ -238,7 +238,7 @@ TEST_F(ChipReader, unknownCommandIsFatal) {
   EXPECT_ASSERTION(command(), 323, "void Hardware::ChipReader::handleReadRequest()", "0");
 }
 
-TEST_F(ChipReader, replacedRequestThatIsStartedIsServedAtOnce) {
+TEST_F(ChipReaderTest, replacedRequestThatIsStartedIsServedAtOnce) {
   readerIs(10);
   const ChipReadRequest::Ptr first = request;
   request = Hardware::chipReadRequestFactory("second");
@@ -250,7 +250,7 @@ TEST_F(ChipReader, replacedRequestThatIsStartedIsServedAtOnce) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, requestForAReaderWithoutOneIsOnlyBound) {
+TEST_F(ChipReaderTest, requestForAReaderWithoutOneIsOnlyBound) {
   reader = Hardware::chipReaderFactory(loop.activity, nullptr, loop.clock, 10, 1);
   regionsIs({3});
   request->stateIs(start);
@@ -261,7 +261,7 @@ TEST_F(ChipReader, requestForAReaderWithoutOneIsOnlyBound) {
   EXPECT_EQ(request->notifiees(), 0u);
 }
 
-TEST_F(ChipReader, replacedClockTicksOnce) {
+TEST_F(ChipReaderTest, replacedClockTicksOnce) {
   regionsIs({20});
   readerIs(10);
   request->stateIs(start);
@@ -276,7 +276,7 @@ TEST_F(ChipReader, replacedClockTicksOnce) {
 
 // --- Ticks and slices ---------------------------------------------------------------------------
 
-TEST_F(ChipReader, sliceRunsOnIntoTheNextRegion) {
+TEST_F(ChipReaderTest, sliceRunsOnIntoTheNextRegion) {
   regionsIs({4, 7});
   readerIs(10);
   request->stateIs(start);
@@ -288,7 +288,7 @@ TEST_F(ChipReader, sliceRunsOnIntoTheNextRegion) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, regionOfWholeSlicesLeavesTheNextToTheNextTick) {
+TEST_F(ChipReaderTest, regionOfWholeSlicesLeavesTheNextToTheNextTick) {
   regionsIs({20, 5});
   readerIs(10);
   request->stateIs(start);
@@ -299,7 +299,7 @@ TEST_F(ChipReader, regionOfWholeSlicesLeavesTheNextToTheNextTick) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, ticksAreTheEntriesDividedByTheBudgetRoundedUp) {
+TEST_F(ChipReaderTest, ticksAreTheEntriesDividedByTheBudgetRoundedUp) {
   for (U32 budget = 1; budget <= 14; ++budget) {
     request = Hardware::chipReadRequestFactory("request");
     regionsIs({4, 1, 7, 1});
@@ -314,7 +314,7 @@ TEST_F(ChipReader, ticksAreTheEntriesDividedByTheBudgetRoundedUp) {
   }
 }
 
-TEST_F(ChipReader, nextSliceRunsAnIntervalAfterTheTick) {
+TEST_F(ChipReaderTest, nextSliceRunsAnIntervalAfterTheTick) {
   regionsIs({30});
   readerIs(10, 0.25);
   loop.clock->timeIs(5);
@@ -329,7 +329,7 @@ TEST_F(ChipReader, nextSliceRunsAnIntervalAfterTheTick) {
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never) << "nothing after the last";
 }
 
-TEST_F(ChipReader, thePauseBeginsWhenTheSliceEnds) {
+TEST_F(ChipReaderTest, thePauseBeginsWhenTheSliceEnds) {
   regionsIs({30});
   readerIs(10, 0.25);
   double now = 7;
@@ -342,7 +342,7 @@ TEST_F(ChipReader, thePauseBeginsWhenTheSliceEnds) {
   EXPECT_EQ(loop.activity->wakeTime(), 7.75);
 }
 
-TEST_F(ChipReader, tickAndSlicesAreTraced) {
+TEST_F(ChipReaderTest, tickAndSlicesAreTraced) {
   request->chipMemoryIs(region("fooTable", 0x2fffffff0, 40, 8, 16));
   readerIs(26);
   request->stateIs(start);
@@ -360,7 +360,7 @@ TEST_F(ChipReader, tickAndSlicesAreTraced) {
                                   {6, "ChipReader::doRead fooTable 0x300000190 0xe entries"}}));
 }
 
-TEST_F(ChipReader, distanceOfAnEntryIsA32BitProduct) {
+TEST_F(ChipReaderTest, distanceOfAnEntryIsA32BitProduct) {
   request->chipMemoryIs(region("far", 0x100000000, 3, 4, 0x80000000));
   readerIs(1);
   request->stateIs(start);
@@ -369,7 +369,7 @@ TEST_F(ChipReader, distanceOfAnEntryIsA32BitProduct) {
   EXPECT_EQ(tick(), (Reads{read(0x100000000, 1)}));
 }
 
-TEST_F(ChipReader, strideSpacesTheAddressesAndNotTheData) {
+TEST_F(ChipReaderTest, strideSpacesTheAddressesAndNotTheData) {
   const ChipMemory::Ptr sparse = region("sparse", 0x8000, 3, 4, 64);
   request->chipMemoryIs(sparse);
   readerIs(1);
@@ -382,7 +382,7 @@ TEST_F(ChipReader, strideSpacesTheAddressesAndNotTheData) {
   EXPECT_EQ(Support::word(sparse->hardware(), 2), 0x03030303u);
 }
 
-TEST_F(ChipReader, budgetOfNothingTicksForEver) {
+TEST_F(ChipReaderTest, budgetOfNothingTicksForEver) {
   regionsIs({4});
   readerIs(0, 2);
   request->stateIs(start);
@@ -393,7 +393,7 @@ TEST_F(ChipReader, budgetOfNothingTicksForEver) {
   EXPECT_EQ(request->status(), none);
 }
 
-TEST_F(ChipReader, intervalOfNothingReadsOneSlicePerTurn) {
+TEST_F(ChipReaderTest, intervalOfNothingReadsOneSlicePerTurn) {
   regionsIs({30});
   readerIs(10, 0);
   request->stateIs(start);
@@ -404,7 +404,7 @@ TEST_F(ChipReader, intervalOfNothingReadsOneSlicePerTurn) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, stateAndShadowOfARegionDoNotMatter) {
+TEST_F(ChipReaderTest, stateAndShadowOfARegionDoNotMatter) {
   const ChipMemory::Ptr cm = shadowed("cm", 0x8000, 2);
   cm->modeIs(ChipMemory::buffered());
   request->chipMemoryIs(cm);
@@ -416,7 +416,7 @@ TEST_F(ChipReader, stateAndShadowOfARegionDoNotMatter) {
   EXPECT_EQ(Support::word(cm->shadow(), 1), 0u);
 }
 
-TEST_F(ChipReader, theRequestThatIsThereAlreadyIsNotBegunAgain) {
+TEST_F(ChipReaderTest, theRequestThatIsThereAlreadyIsNotBegunAgain) {
   regionsIs({8});
   readerIs(4);
   request->stateIs(start);
@@ -426,7 +426,7 @@ TEST_F(ChipReader, theRequestThatIsThereAlreadyIsNotBegunAgain) {
   EXPECT_EQ(request->status(), done);
 }
 
-TEST_F(ChipReader, chipMemory_aNullRegionIsRefusedByEachMutator) {
+TEST_F(ChipReaderTest, chipMemory_aNullRegionIsRefusedByEachMutator) {
   readerIs(4);
   const std::string text =
       "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not allowed\"";

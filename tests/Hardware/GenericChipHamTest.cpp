@@ -160,9 +160,9 @@ TEST_F(GenericChipHamTest, cacheSideIsTheBases) {
 }
 
 // Drops its owner's reference to itself in the first access.
-class Mortal : public Fru::HamImpl {
+class OwnerDropping : public Fru::HamImpl {
  public:
-  Mortal(GenericChipHam::Ptr& owner, std::vector<U32>& accesses)
+  OwnerDropping(GenericChipHam::Ptr& owner, std::vector<U32>& accesses)
       : owner_(owner), accesses_(accesses) {}
   void read(U32 address, U32* value) override {
     owner_ = nullptr;
@@ -175,7 +175,7 @@ class Mortal : public Fru::HamImpl {
   }
 
  protected:
-  ~Mortal() override { accesses_.push_back(0xdead); }
+  ~OwnerDropping() override { accesses_.push_back(0xdead); }
 
  private:
   GenericChipHam::Ptr& owner_;
@@ -186,11 +186,11 @@ TEST(GenericChipHamLifetime, registerAccess_outlivesTheCallInWhichItsOwnerDropsI
   U8 buffer[8] = {};
   std::vector<U32> accesses;
   GenericChipHam::Ptr owner;
-  owner = genericChipHamFactory("a", Zint::makePtr<Mortal>(owner, accesses));
+  owner = genericChipHamFactory("a", Zint::makePtr<OwnerDropping>(owner, accesses));
   owner.ptr()->doRead(ChipAddress(0x10), buffer, 4, 2);
   EXPECT_THAT(accesses, ElementsAre(0x10, 0x14, 0xdead));
   accesses.clear();
-  owner = genericChipHamFactory("b", Zint::makePtr<Mortal>(owner, accesses));
+  owner = genericChipHamFactory("b", Zint::makePtr<OwnerDropping>(owner, accesses));
   owner.ptr()->doWrite(ChipAddress(0x10), buffer, 4, 2);
   EXPECT_THAT(accesses, ElementsAre(0x10, 0x14, 0xdead));
 }

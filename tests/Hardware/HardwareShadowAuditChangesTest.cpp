@@ -372,7 +372,7 @@ TEST_F(HardwareShadowAuditChanges, aShadowThatIsSwitchedOffHearsOfNoAnswer) {
   EXPECT_EQ(shadow->audits(), 0u);
 }
 
-class Told : public Hardware::HardwareShadow::NotifieeConst {
+class EntriesObserver : public Hardware::HardwareShadow::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
   void onChipMemoryEntriesUnderAudit() override { ++times; }
@@ -386,8 +386,8 @@ class Told : public Hardware::HardwareShadow::NotifieeConst {
 TEST_F(HardwareShadowAuditChanges, aMemberThatIsSwitchedOnAgainIsNotCountedAnew) {
   configure({mac});
   mac->auditEnabledIs(false);  // by the region itself: it stays a member
-  const auto told =
-      Zint::makePtr<Told>(loop.activity, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
+  const auto told = Zint::makePtr<EntriesObserver>(
+      loop.activity, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
   shadow->chipMemoryAuditEnabledIs(mac, true);
   EXPECT_EQ(told->times, 0u);
   EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 16u);
@@ -396,8 +396,8 @@ TEST_F(HardwareShadowAuditChanges, aMemberThatIsSwitchedOnAgainIsNotCountedAnew)
 TEST_F(HardwareShadowAuditChanges, aRemovedRegionIsForgottenBeforeItsRemovalIsTold) {
   configure({mac});
   ASSERT_EQ(found(0x1000), mac);
-  const auto told =
-      Zint::makePtr<Told>(loop.activity, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
+  const auto told = Zint::makePtr<EntriesObserver>(
+      loop.activity, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
   shadow->overrideHardwareIs(true);
   shadow->chipMemoryDel(mac->address());
   EXPECT_FALSE(told->lastWasKnown);

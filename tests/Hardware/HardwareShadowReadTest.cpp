@@ -3,7 +3,10 @@
 
 namespace {
 
+using Support::bufferedMode;
 using Support::Lines;
+using Support::normalMode;
+using Support::overrideMode;
 using Support::wordIs;
 using Bytes = std::vector<U8>;
 
@@ -41,7 +44,7 @@ class HardwareShadowRead : public Support::ShadowTest {
 
 // --- The decision table -------------------------------------------------------------------------
 
-struct Decision {
+struct ReadDecision {
   const char* name;
   bool null;
   bool readFromCache;
@@ -54,16 +57,16 @@ struct Decision {
   std::vector<U32> levels;  // of the lines traced
 };
 
-std::ostream& operator<<(std::ostream& out, const Decision& row) { return out << row.name; }
+std::ostream& operator<<(std::ostream& out, const ReadDecision& row) { return out << row.name; }
 
 class HardwareShadowReadDecision : public HardwareShadowRead,
-                                   public testing::WithParamInterface<Decision> {
+                                   public testing::WithParamInterface<ReadDecision> {
  protected:
   void isTaken(const std::vector<U32>& lines);
 };
 
 void HardwareShadowReadDecision::isTaken(const std::vector<U32>& lines) {
-  const Decision& row = GetParam();
+  const ReadDecision& row = GetParam();
   mac->modeIs(row.mode);
   if (row.mode != ChipMemory::override()) filled(row.known);
   mac->readFromCacheIs(row.readFromCache);
@@ -73,8 +76,8 @@ void HardwareShadowReadDecision::isTaken(const std::vector<U32>& lines) {
   EXPECT_EQ(read(row.null ? nullptr : mac, 1, 8), row.result);
 
   Bytes expected(64, untouched);
-  if (row.data == Decision::zeros) std::fill_n(expected.begin(), 8, U8{0});
-  if (row.data == Decision::shadowBytes) {
+  if (row.data == ReadDecision::zeros) std::fill_n(expected.begin(), 8, U8{0});
+  if (row.data == ReadDecision::shadowBytes) {
     const Bytes held{0x11, 0, 0, 0, 0x12, 0, 0, 0};
     std::copy(held.begin(), held.end(), expected.begin());
   }
@@ -93,81 +96,103 @@ TEST_P(HardwareShadowReadDecision, isTakenAlsoWithoutATrace) {
   isTaken({});
 }
 
-constexpr auto normal = Hardware::ChipMemory::normal();
-constexpr auto override_ = Hardware::ChipMemory::override();
-constexpr auto buffered = Hardware::ChipMemory::buffered();
-
 INSTANTIATE_TEST_SUITE_P(
     Table, HardwareShadowReadDecision,
     testing::Values(
-        Decision{"null", true, true, true, normal, {1, 2}, false, Decision::nothing, 0, {}},
-        Decision{
-            "notPermitted", false, false, false, normal, {1, 2}, false, Decision::nothing, 0, {}},
-        Decision{"notPermitted_override",
-                 false,
-                 false,
-                 false,
-                 override_,
-                 {},
-                 false,
-                 Decision::nothing,
-                 0,
-                 {}},
-        Decision{"override", false, true, false, override_, {}, true, Decision::zeros, 0, {}},
-        Decision{"override_overrideHardware",
-                 false,
-                 false,
-                 true,
-                 override_,
-                 {},
-                 true,
-                 Decision::zeros,
-                 0,
-                 {}},
-        Decision{
-            "uninitialized", false, true, false, normal, {1}, false, Decision::nothing, 0, {7}},
-        Decision{"uninitialized_overrideHardware",
-                 false,
-                 true,
-                 true,
-                 normal,
-                 {1},
-                 true,
-                 Decision::shadowBytes,
-                 2,
-                 {4, 7}},
-        Decision{"overrideHardwareAlone",
-                 false,
-                 false,
-                 true,
-                 normal,
-                 {},
-                 true,
-                 Decision::shadowBytes,
-                 2,
-                 {4, 7}},
-        Decision{
-            "initialized", false, true, false, normal, {1, 2}, true, Decision::shadowBytes, 2, {7}},
-        Decision{"initialized_buffered",
-                 false,
-                 true,
-                 false,
-                 buffered,
-                 {1, 2},
-                 true,
-                 Decision::shadowBytes,
-                 2,
-                 {7}},
-        Decision{"initialized_overrideHardware",
-                 false,
-                 false,
-                 true,
-                 normal,
-                 {1, 2},
-                 true,
-                 Decision::shadowBytes,
-                 2,
-                 {7}}),
+        ReadDecision{
+            "null", true, true, true, normalMode, {1, 2}, false, ReadDecision::nothing, 0, {}},
+        ReadDecision{"notPermitted",
+                     false,
+                     false,
+                     false,
+                     normalMode,
+                     {1, 2},
+                     false,
+                     ReadDecision::nothing,
+                     0,
+                     {}},
+        ReadDecision{"notPermitted_override",
+                     false,
+                     false,
+                     false,
+                     overrideMode,
+                     {},
+                     false,
+                     ReadDecision::nothing,
+                     0,
+                     {}},
+        ReadDecision{
+            "override", false, true, false, overrideMode, {}, true, ReadDecision::zeros, 0, {}},
+        ReadDecision{"override_overrideHardware",
+                     false,
+                     false,
+                     true,
+                     overrideMode,
+                     {},
+                     true,
+                     ReadDecision::zeros,
+                     0,
+                     {}},
+        ReadDecision{"uninitialized",
+                     false,
+                     true,
+                     false,
+                     normalMode,
+                     {1},
+                     false,
+                     ReadDecision::nothing,
+                     0,
+                     {7}},
+        ReadDecision{"uninitialized_overrideHardware",
+                     false,
+                     true,
+                     true,
+                     normalMode,
+                     {1},
+                     true,
+                     ReadDecision::shadowBytes,
+                     2,
+                     {4, 7}},
+        ReadDecision{"overrideHardwareAlone",
+                     false,
+                     false,
+                     true,
+                     normalMode,
+                     {},
+                     true,
+                     ReadDecision::shadowBytes,
+                     2,
+                     {4, 7}},
+        ReadDecision{"initialized",
+                     false,
+                     true,
+                     false,
+                     normalMode,
+                     {1, 2},
+                     true,
+                     ReadDecision::shadowBytes,
+                     2,
+                     {7}},
+        ReadDecision{"initialized_buffered",
+                     false,
+                     true,
+                     false,
+                     bufferedMode,
+                     {1, 2},
+                     true,
+                     ReadDecision::shadowBytes,
+                     2,
+                     {7}},
+        ReadDecision{"initialized_overrideHardware",
+                     false,
+                     false,
+                     true,
+                     normalMode,
+                     {1, 2},
+                     true,
+                     ReadDecision::shadowBytes,
+                     2,
+                     {7}}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(HardwareShadowRead, unconfiguredIsFatalWhateverIsRead) {

@@ -9,13 +9,13 @@
 
 namespace {
 
-using State = Hardware::HardwareShadow::State;
+using ShadowState = Hardware::HardwareShadow::State;
 
-constexpr auto unconfigured = Hardware::HardwareShadow::unconfigured();
-constexpr auto configured = Hardware::HardwareShadow::configured();
-constexpr auto idle = Hardware::HardwareShadow::idle();
-constexpr auto auditing = Hardware::HardwareShadow::auditing();
-constexpr std::array allStates{unconfigured, configured, idle, auditing};
+using Support::auditingState;
+using Support::configuredState;
+using Support::idleState;
+using Support::unconfiguredState;
+constexpr std::array allStates{unconfiguredState, configuredState, idleState, auditingState};
 
 // Whose notification sets the states.
 enum class Place { state, entriesUnderAudit, command, members };
@@ -54,7 +54,7 @@ class HardwareShadowReentrantState : public Support::ShadowTest {
           second(test.audited("second", 0x2000, 5)),
           third(test.shadowed("third", 0x3000, 3)) {
       for (const auto& cm : {first, second, third}) shadow->chipMemoryIs(cm);
-      shadow->stateIs(configured);
+      shadow->stateIs(configuredState);
       reader = Hardware::chipReaderFactory(loop.activity, shadow->auditReadRequest(), loop.clock, 4,
                                            0.0);
     }
@@ -78,7 +78,7 @@ class HardwareShadowReentrantState : public Support::ShadowTest {
            << (shadow->findChipMemory(ChipAddress(0x2004), 4) != nullptr);
       shadow->lastChipMemoryIs(nullptr);
       // unconfigured leaves the clock as it is: a wake-up starts no pass then.
-      if (shadow->state() != unconfigured) text << " wake " << loop.activity->wakeTime();
+      if (shadow->state() != unconfiguredState) text << " wake " << loop.activity->wakeTime();
       return text.str();
     }
     U32 entriesOfMembers() const {
@@ -99,23 +99,24 @@ class HardwareShadowReentrantState : public Support::ShadowTest {
     Zint::Ptr<RequestWatch> requestWatch;
   };
 
-  static void reach(System& system, State state) {
-    if (state == unconfigured) system.shadow->stateIs(unconfigured);
-    if (state == auditing) system.shadow->stateIs(auditing);
+  static void reach(System& system, ShadowState state) {
+    if (state == unconfiguredState) system.shadow->stateIs(unconfiguredState);
+    if (state == auditingState) system.shadow->stateIs(auditingState);
   }
 
   // `start` -> `action`, with the states of `commands` set by the first notification of `place`.
   // Compared with a second system where they are set afterwards. Returns whether any was set.
-  bool check(State start, State action, Place place, const std::vector<State>& commands) {
+  bool check(ShadowState start, ShadowState action, Place place,
+             const std::vector<ShadowState>& commands) {
     System reentrant(*this), sequential(*this);
     reach(reentrant, start);
     reach(sequential, start);
-    std::vector<State> set;
+    std::vector<ShadowState> set;
     bool isDone = false;
     reentrant.watch([&](Place notified) {
       if (notified != place || isDone) return;
       isDone = true;
-      for (const State command : commands) {
+      for (const ShadowState command : commands) {
         if (reentrant.shadow->state() != command) set.push_back(command);
         reentrant.shadow->stateIs(command);
       }
@@ -125,12 +126,12 @@ class HardwareShadowReentrantState : public Support::ShadowTest {
     reentrant.unwatch();
     const std::string expected = Support::assertedCondition([&] {
       sequential.shadow->stateIs(action);
-      for (const State command : set) sequential.shadow->stateIs(command);
+      for (const ShadowState command : set) sequential.shadow->stateIs(command);
     });
 
     std::ostringstream what;
     what << start << " -> " << action << " with";
-    for (const State command : commands) what << " " << command;
+    for (const ShadowState command : commands) what << " " << command;
     what << " set by " << placeName(place);
     EXPECT_EQ(failed, expected) << what.str();
     if (!failed.empty() || failed != expected) return !set.empty();
@@ -140,9 +141,9 @@ class HardwareShadowReentrantState : public Support::ShadowTest {
     const auto later = [](System& system) {
       return Support::assertedCondition([&] {
         system.turns();
-        system.shadow->stateIs(unconfigured);
-        system.shadow->stateIs(configured);
-        system.shadow->stateIs(auditing);
+        system.shadow->stateIs(unconfiguredState);
+        system.shadow->stateIs(configuredState);
+        system.shadow->stateIs(auditingState);
         system.turns();
       });
     };
@@ -153,18 +154,19 @@ class HardwareShadowReentrantState : public Support::ShadowTest {
   }
 };
 
-struct Transition {
-  State from, to;
+struct StateChange {
+  ShadowState from, to;
 };
-constexpr std::array transitions{Transition{unconfigured, configured}, Transition{idle, auditing},
-                                 Transition{idle, unconfigured}, Transition{auditing, idle},
-                                 Transition{auditing, unconfigured}};
+constexpr std::array transitions{
+    StateChange{unconfiguredState, configuredState}, StateChange{idleState, auditingState},
+    StateChange{idleState, unconfiguredState}, StateChange{auditingState, idleState},
+    StateChange{auditingState, unconfiguredState}};
 
 TEST_F(HardwareShadowReentrantState, oneStateActsAsIfItWereSetAfterwards) {
   int set = 0;
   for (const auto& [from, to] : transitions) {
     for (const Place place : statePlaces) {
-      for (const State command : allStates) set += check(from, to, place, {command});
+      for (const ShadowState command : allStates) set += check(from, to, place, {command});
     }
   }
   EXPECT_EQ(set, 45);
@@ -173,8 +175,8 @@ TEST_F(HardwareShadowReentrantState, oneStateActsAsIfItWereSetAfterwards) {
 TEST_F(HardwareShadowReentrantState, twoStatesActAsIfTheyWereSetAfterwards) {
   for (const auto& [from, to] : transitions) {
     for (const Place place : statePlaces) {
-      for (const State first : allStates) {
-        for (const State second : allStates) check(from, to, place, {first, second});
+      for (const ShadowState first : allStates) {
+        for (const ShadowState second : allStates) check(from, to, place, {first, second});
       }
     }
   }
@@ -183,60 +185,60 @@ TEST_F(HardwareShadowReentrantState, twoStatesActAsIfTheyWereSetAfterwards) {
 TEST_F(HardwareShadowReentrantState, threeStatesActAsIfTheyWereSetAfterwards) {
   for (const Place place : statePlaces) {
     for (const auto& [from, to] : transitions) {
-      check(from, to, place, {unconfigured, configured, auditing});
-      check(from, to, place, {auditing, unconfigured, configured});
-      check(from, to, place, {idle, auditing, unconfigured});
+      check(from, to, place, {unconfiguredState, configuredState, auditingState});
+      check(from, to, place, {auditingState, unconfiguredState, configuredState});
+      check(from, to, place, {idleState, auditingState, unconfiguredState});
     }
   }
 }
 
 // The first configured has no request yet.
 TEST_F(HardwareShadowReentrantState, theFirstConfiguredIsActedOnBeforeTheStateThatANotifieeSets) {
-  for (const State command : {unconfigured, idle, auditing}) {
+  for (const ShadowState command : {unconfiguredState, idleState, auditingState}) {
     shadow = Hardware::hardwareShadowFactory(loop.activity, loop.clock);
     shadow->chipMemoryIs(audited("mac", 0x1000, 16));
     const auto watch = Zint::makePtr<ShadowWatch>(loop.activity, shadow);
     watch->handler = [&](Place place) {
-      if (place == Place::state && shadow->state() == configured) shadow->stateIs(command);
+      if (place == Place::state && shadow->state() == configuredState) shadow->stateIs(command);
     };
-    shadow->stateIs(configured);
+    shadow->stateIs(configuredState);
     EXPECT_EQ(shadow->state(), command);
-    EXPECT_EQ(shadow->nextIndex() != 0, command != unconfigured) << command;
-    EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), command == unconfigured ? 0u : 16u);
+    EXPECT_EQ(shadow->nextIndex() != 0, command != unconfiguredState) << command;
+    EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), command == unconfiguredState ? 0u : 16u);
   }
 }
 
 TEST_F(HardwareShadowReentrantState, auditingSetWhileTheRequestIsEmptiedEndsIdleWithNothingArmed) {
   for (const Place place : statePlaces) {
     System system(*this);
-    reach(system, auditing);
+    reach(system, auditingState);
     system.turns();
     bool isDone = false;
     system.watch([&](Place notified) {
       if (notified != place || isDone) return;
       isDone = true;
-      system.shadow->stateIs(auditing);
+      system.shadow->stateIs(auditingState);
     });
-    system.shadow->stateIs(unconfigured);
+    system.shadow->stateIs(unconfiguredState);
     EXPECT_TRUE(isDone);
-    EXPECT_EQ(system.shadow->state(), idle) << placeName(place);
+    EXPECT_EQ(system.shadow->state(), idleState) << placeName(place);
     EXPECT_EQ(system.shadow->nextIndex(), 0) << placeName(place);
     EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u) << placeName(place);
     EXPECT_EQ(system.loop.activity->wakeTime(), Zint::never) << placeName(place);
     system.turns();
-    EXPECT_EQ(system.shadow->state(), idle) << placeName(place);
+    EXPECT_EQ(system.shadow->state(), idleState) << placeName(place);
   }
 }
 
 TEST_F(HardwareShadowReentrantState, theIndexIsCompleteWhenTheRequestIsFilled) {
   System system(*this);
-  reach(system, unconfigured);
+  reach(system, unconfiguredState);
   std::vector<bool> found;
   system.watch([&](Place place) {
     if (place != Place::members) return;
     found.push_back(system.shadow->findChipMemory(ChipAddress(0x3000), 4) != nullptr);
   });
-  system.shadow->stateIs(configured);
+  system.shadow->stateIs(configuredState);
   EXPECT_EQ(found, (std::vector<bool>{true, true}));
 }
 
@@ -248,9 +250,9 @@ TEST_F(HardwareShadowReentrantState, aStateIsAnnouncedAtOnceAndActedOnLater) {
     entry << placeName(place) << " " << system.shadow->state() << " "
           << system.shadow->auditReadRequest()->chipMemorys();
     log.push_back(entry.str());
-    if (place == Place::command && log.size() == 2) system.shadow->stateIs(configured);
+    if (place == Place::command && log.size() == 2) system.shadow->stateIs(configuredState);
   });
-  system.shadow->stateIs(unconfigured);
+  system.shadow->stateIs(unconfiguredState);
   EXPECT_EQ(log,
             (std::vector<std::string>{
                 "state unconfigured 2", "command unconfigured 2", "state configured 2",
@@ -261,23 +263,23 @@ TEST_F(HardwareShadowReentrantState, aStateIsAnnouncedAtOnceAndActedOnLater) {
 
 TEST_F(HardwareShadowReentrantState, anActionThatThrowsLeavesTheNextStateToBeSet) {
   System system(*this);
-  reach(system, auditing);
-  EXPECT_NE(Support::assertedCondition([&] { system.shadow->stateIs(configured); }), "");
-  EXPECT_EQ(system.shadow->state(), configured);
-  system.shadow->stateIs(unconfigured);
+  reach(system, auditingState);
+  EXPECT_NE(Support::assertedCondition([&] { system.shadow->stateIs(configuredState); }), "");
+  EXPECT_EQ(system.shadow->state(), configuredState);
+  system.shadow->stateIs(unconfiguredState);
   EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u);
   EXPECT_EQ(system.shadow->nextIndex(), 0);
 }
 
 TEST_F(HardwareShadowReentrantState, handleStateByHandActsOnTheState) {
   System system(*this);
-  system.shadow->stateIs(auditing);
+  system.shadow->stateIs(auditingState);
   system.turns();
   system.reader = nullptr;
   system.shadow->auditReadRequest()->chipMemoryDelAll();
   trace.full.clear();
   system.shadow->handleState();
-  EXPECT_EQ(system.shadow->state(), idle);
+  EXPECT_EQ(system.shadow->state(), idleState);
   EXPECT_EQ(trace.taken().front(), (Support::Line{0, "HardwareShadow::handleState( auditing )"}));
 }
 
@@ -286,8 +288,8 @@ TEST_F(HardwareShadowReentrantState, handleStateByHandActsOnTheState) {
 TEST_F(HardwareShadowReentrantState, theEntriesUnderAuditAgreeWithTheRequestWhateverANotifieeSets) {
   for (const Place place : {Place::members, Place::entriesUnderAudit}) {
     for (const bool enable : {false, true}) {
-      for (const State first : allStates) {
-        for (const State second : allStates) {
+      for (const ShadowState first : allStates) {
+        for (const ShadowState second : allStates) {
           System system(*this);
           bool isDone = false;
           std::string failed;
@@ -316,21 +318,21 @@ TEST_F(HardwareShadowReentrantState, auditSwitchedWhileTheRequestIsEmptiedLeaves
   system.watch([&](Place place) {
     if (place != Place::members || isDone) return;
     isDone = true;
-    system.shadow->stateIs(idle);
+    system.shadow->stateIs(idleState);
     system.shadow->chipMemoryAuditEnabledIs(system.third, true);
   });
-  system.shadow->stateIs(unconfigured);
+  system.shadow->stateIs(unconfiguredState);
   EXPECT_TRUE(isDone);
   EXPECT_EQ(system.shadow->auditReadRequest()->chipMemorys(), 0u);
   EXPECT_EQ(system.shadow->chipMemoryEntriesUnderAudit(), 0u);
-  system.shadow->stateIs(configured);
+  system.shadow->stateIs(configuredState);
   EXPECT_EQ(system.shadow->chipMemoryEntriesUnderAudit(), 16u + 5 + 3);
 }
 
 TEST_F(HardwareShadowReentrantState, auditSwitchedWhileTheRequestIsFilledIsCountedOnce) {
   for (const bool enable : {false, true}) {
     System system(*this);
-    reach(system, unconfigured);
+    reach(system, unconfiguredState);
     std::vector<U32> counted;
     bool isDone = false;
     system.watch([&](Place place) {
@@ -339,10 +341,10 @@ TEST_F(HardwareShadowReentrantState, auditSwitchedWhileTheRequestIsFilledIsCount
       }
       if (place != Place::members || isDone) return;
       isDone = true;
-      system.shadow->stateIs(idle);
+      system.shadow->stateIs(idleState);
       system.shadow->chipMemoryAuditEnabledIs(enable ? system.third : system.first, enable);
     });
-    system.shadow->stateIs(configured);
+    system.shadow->stateIs(configuredState);
     EXPECT_EQ(counted, std::vector<U32>{enable ? 16u + 5 + 3 : 5u});
     EXPECT_EQ(system.entriesOfMembers(), counted.front());
   }

@@ -5,7 +5,7 @@ namespace {
 
 using Support::Lines;
 
-constexpr const char* handleFunction =
+constexpr const char* handleChipMemoryFunction =
     "void Hardware::HardwareShadow::handleChipMemory(const Hardware::ChipAddress&)";
 
 class HardwareShadowRegistry : public Support::ShadowTest {
@@ -228,9 +228,10 @@ TEST_F(HardwareShadowRegistry, iteratesInAscendingOrderOfUnsignedAddresses) {
 TEST_F(HardwareShadowRegistry, changesNeedUnconfiguredOrOverrideHardware) {
   configure({mac});
   constexpr const char* rule = "state_ == unconfigured_ || overrideHardware_";
-  EXPECT_ASSERTION(shadow->chipMemoryIs(vlan), 0, handleFunction, rule);
-  EXPECT_ASSERTION(shadow->chipMemoryIs(region("other", 0x1000, 1)), 0, handleFunction, rule);
-  EXPECT_ASSERTION(shadow->chipMemoryDel(mac->address()), 0, handleFunction, rule);
+  EXPECT_ASSERTION(shadow->chipMemoryIs(vlan), 0, handleChipMemoryFunction, rule);
+  EXPECT_ASSERTION(shadow->chipMemoryIs(region("other", 0x1000, 1)), 0, handleChipMemoryFunction,
+                   rule);
+  EXPECT_ASSERTION(shadow->chipMemoryDel(mac->address()), 0, handleChipMemoryFunction, rule);
   shadow->chipMemoryIs(mac);  // no change
   shadow->chipMemoryDel(vlan->address());
   shadow->overrideHardwareIs(true);

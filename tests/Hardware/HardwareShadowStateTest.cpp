@@ -5,14 +5,14 @@
 namespace {
 
 using Support::Lines;
-using State = Hardware::HardwareShadow::State;
-using States = std::vector<State>;
+using ShadowState = Hardware::HardwareShadow::State;
+using ShadowStates = std::vector<ShadowState>;
 
-constexpr auto unconfigured = Hardware::HardwareShadow::unconfigured();
-constexpr auto configured = Hardware::HardwareShadow::configured();
-constexpr auto idle = Hardware::HardwareShadow::idle();
-constexpr auto auditing = Hardware::HardwareShadow::auditing();
-constexpr const char* handleFunction = "void Hardware::HardwareShadow::handleState()";
+using Support::auditingState;
+using Support::configuredState;
+using Support::idleState;
+using Support::unconfiguredState;
+constexpr const char* handleStateFunction = "void Hardware::HardwareShadow::handleState()";
 
 class HardwareShadowState : public Support::ShadowTest {
  protected:
@@ -24,9 +24,9 @@ class HardwareShadowState : public Support::ShadowTest {
       indexed.push_back(notifier()->nextIndex());
       if (then) then(notifier()->state());
     }
-    States seen;
+    ShadowStates seen;
     std::vector<U32> indexed;  // nextIndex at each announcement
-    std::function<void(State)> then;
+    std::function<void(ShadowState)> then;
   };
   // Counts the commands given to the audit's request.
   class Commands : public ChipReadRequest::NotifieeConst {
@@ -40,12 +40,12 @@ class HardwareShadowState : public Support::ShadowTest {
     std::function<void()> then;
   };
 
-  void stateReached(State state) {
-    if (state == unconfigured) return;
+  void stateReached(ShadowState state) {
+    if (state == unconfiguredState) return;
     shadow->chipMemoryIs(mac);
     shadow->chipMemoryIs(plain);
-    shadow->stateIs(configured);
-    if (state == auditing) shadow->stateIs(auditing);
+    shadow->stateIs(configuredState);
+    if (state == auditingState) shadow->stateIs(auditingState);
     trace.full.clear();
   }
 
@@ -57,9 +57,9 @@ class HardwareShadowState : public Support::ShadowTest {
 
 struct Transition {
   const char* name;
-  State from;
-  State to;
-  States seen;
+  ShadowState from;
+  ShadowState to;
+  ShadowStates seen;
   Lines lines;
   std::vector<S32> commands;  // given to the audit's request
   U32 members;                // of it
@@ -75,9 +75,9 @@ class HardwareShadowStateTransition : public HardwareShadowState,
 
 TEST_P(HardwareShadowStateTransition, holds) {
   const Transition& row = GetParam();
-  if (row.from == unconfigured) {  // with the request that an earlier round has left behind
-    stateReached(idle);
-    shadow->stateIs(unconfigured);
+  if (row.from == unconfiguredState) {  // with the request that an earlier round has left behind
+    stateReached(idleState);
+    shadow->stateIs(unconfiguredState);
     trace.full.clear();
   }
   stateReached(row.from);
@@ -98,85 +98,85 @@ TEST_P(HardwareShadowStateTransition, holds) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, HardwareShadowStateTransition,
-    testing::Values(Transition{"unconfigured_configured",
-                               unconfigured,
-                               configured,
-                               {configured, idle},
-                               {{0, "HardwareShadow::handleState( configured )"},
-                                {0, "HardwareShadow::handleState( idle )"}},
-                               {2},
-                               1,
-                               16,
-                               true,
-                               Zint::never},
-                    Transition{"unconfigured_unconfigured",
-                               unconfigured,
-                               unconfigured,
-                               {},
-                               {},
-                               {},
-                               0,
-                               0,
-                               false,
-                               Zint::never},
-                    Transition{"idle_idle", idle, idle, {}, {}, {}, 1, 16, true, Zint::never},
-                    Transition{"idle_auditing",
-                               idle,
-                               auditing,
-                               {auditing},
-                               {{0, "HardwareShadow::handleState( auditing )"}},
-                               {},
-                               1,
-                               16,
-                               true,
-                               0.0},
-                    Transition{"idle_unconfigured",
-                               idle,
-                               unconfigured,
-                               {unconfigured},
-                               {{0, "HardwareShadow::handleState( unconfigured )"}},
-                               {2},
-                               0,
-                               0,
-                               false,
-                               Zint::never},
-                    Transition{
-                        "auditing_auditing", auditing, auditing, {}, {}, {}, 1, 16, true, 0.0},
-                    Transition{"auditing_idle",
-                               auditing,
-                               idle,
-                               {idle},
-                               {{0, "HardwareShadow::handleState( idle )"}},
-                               {2},
-                               1,
-                               16,
-                               true,
-                               Zint::never},
-                    Transition{"auditing_unconfigured",
-                               auditing,
-                               unconfigured,
-                               {unconfigured},
-                               {{0, "HardwareShadow::handleState( unconfigured )"}},
-                               {2},
-                               0,
-                               0,
-                               false,
-                               0.0}),
+    testing::Values(
+        Transition{"unconfigured_configured",
+                   unconfiguredState,
+                   configuredState,
+                   {configuredState, idleState},
+                   {{0, "HardwareShadow::handleState( configured )"},
+                    {0, "HardwareShadow::handleState( idle )"}},
+                   {2},
+                   1,
+                   16,
+                   true,
+                   Zint::never},
+        Transition{"unconfigured_unconfigured",
+                   unconfiguredState,
+                   unconfiguredState,
+                   {},
+                   {},
+                   {},
+                   0,
+                   0,
+                   false,
+                   Zint::never},
+        Transition{"idle_idle", idleState, idleState, {}, {}, {}, 1, 16, true, Zint::never},
+        Transition{"idle_auditing",
+                   idleState,
+                   auditingState,
+                   {auditingState},
+                   {{0, "HardwareShadow::handleState( auditing )"}},
+                   {},
+                   1,
+                   16,
+                   true,
+                   0.0},
+        Transition{"idle_unconfigured",
+                   idleState,
+                   unconfiguredState,
+                   {unconfiguredState},
+                   {{0, "HardwareShadow::handleState( unconfigured )"}},
+                   {2},
+                   0,
+                   0,
+                   false,
+                   Zint::never},
+        Transition{"auditing_auditing", auditingState, auditingState, {}, {}, {}, 1, 16, true, 0.0},
+        Transition{"auditing_idle",
+                   auditingState,
+                   idleState,
+                   {idleState},
+                   {{0, "HardwareShadow::handleState( idle )"}},
+                   {2},
+                   1,
+                   16,
+                   true,
+                   Zint::never},
+        Transition{"auditing_unconfigured",
+                   auditingState,
+                   unconfiguredState,
+                   {unconfiguredState},
+                   {{0, "HardwareShadow::handleState( unconfigured )"}},
+                   {2},
+                   0,
+                   0,
+                   false,
+                   0.0}),
     [](const auto& row) { return row.param.name; });
 
 // --- Broken rules -------------------------------------------------------------------------------
 
 TEST_F(HardwareShadowState, idleAndAuditingNeedARequest) {
-  EXPECT_ASSERTION(shadow->stateIs(idle), 0, handleFunction, "auditReadRequest()");
-  EXPECT_ASSERTION(shadow->stateIs(auditing), 0, handleFunction, "auditReadRequest()");
+  EXPECT_ASSERTION(shadow->stateIs(idleState), 0, handleStateFunction, "auditReadRequest()");
+  EXPECT_ASSERTION(shadow->stateIs(auditingState), 0, handleStateFunction, "auditReadRequest()");
 }
 
 TEST_F(HardwareShadowState, configuredNeedsAnEmptyRequest) {
   constexpr const char* rule = "auditReadRequest()->chipMemorys() == 0";
-  stateReached(idle);
-  EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, rule);
-  shadow->stateIs(auditing);
-  EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, rule);
+  stateReached(idleState);
+  EXPECT_ASSERTION(shadow->stateIs(configuredState), 0, handleStateFunction, rule);
+  shadow->stateIs(auditingState);
+  EXPECT_ASSERTION(shadow->stateIs(configuredState), 0, handleStateFunction, rule);
 }
 
 // Drops the audit's request as soon as it is installed.
@@ -196,15 +196,16 @@ class RequestDropper : public Hardware::HardwareShadow::NotifieeConst {
 
 TEST_F(HardwareShadowState, configuredNeedsTheRequestThatItHasMade) {
   const auto dropper = Zint::makePtr<RequestDropper>(shadow->zintFwkActivity(), shadow);
-  EXPECT_ASSERTION(shadow->stateIs(configured), 0, handleFunction, "auditReadRequest()");
+  EXPECT_ASSERTION(shadow->stateIs(configuredState), 0, handleStateFunction, "auditReadRequest()");
 }
 
 TEST_F(HardwareShadowState, unknownValueIsFatal) {
-  EXPECT_ASSERTION(shadow->stateIs(static_cast<State>(4)), 0, handleFunction, "0");
+  EXPECT_ASSERTION(shadow->stateIs(static_cast<ShadowState>(4)), 0, handleStateFunction, "0");
 }
 
 TEST_F(HardwareShadowState, traceComesBeforeTheAction) {
-  EXPECT_EQ(Support::assertedCondition([&] { shadow->stateIs(auditing); }), "auditReadRequest()");
+  EXPECT_EQ(Support::assertedCondition([&] { shadow->stateIs(auditingState); }),
+            "auditReadRequest()");
   ASSERT_EQ(trace.full.size(), 1u);
   EXPECT_EQ(trace.full[0].text, "HardwareShadow::handleState( auditing )");
   EXPECT_EQ(trace.full[0].level, 0u);
@@ -216,7 +217,7 @@ TEST_F(HardwareShadowState, traceComesBeforeTheAction) {
 
 TEST_F(HardwareShadowState, factoryGivesTheInitialValues) {
   EXPECT_EQ(shadow->zintFwkActivity(), loop.activity);
-  EXPECT_EQ(shadow->state(), unconfigured);
+  EXPECT_EQ(shadow->state(), unconfiguredState);
   EXPECT_FALSE(shadow->overrideHardware());
   EXPECT_EQ(shadow->clock(), Zint::Ptr<const Zint::Clock>(loop.clock));
   EXPECT_EQ(shadow->minIntervalBetweenAudits(), 0.0);
@@ -235,8 +236,8 @@ TEST_F(HardwareShadowState, factoryGivesTheInitialValues) {
 TEST_F(HardwareShadowState, withoutAClockNoPassBeginsByItself) {
   shadow = Hardware::hardwareShadowFactory(loop.activity, nullptr);
   EXPECT_EQ(shadow->clock(), nullptr);
-  stateReached(auditing);
-  EXPECT_EQ(shadow->state(), auditing);
+  stateReached(auditingState);
+  EXPECT_EQ(shadow->state(), auditingState);
   EXPECT_EQ(loop.turn(), 0u);
   shadow->doStartAudit();
   shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
@@ -285,13 +286,13 @@ TEST_F(HardwareShadowState, everyAttributeIsAnnouncedWhenItChangesAndOnlyThen) {
 }
 
 TEST_F(HardwareShadowState, newIntervalLeavesAPassThatIsArmed) {
-  stateReached(auditing);
+  stateReached(auditingState);
   shadow->minIntervalBetweenAuditsIs(60);
   EXPECT_EQ(loop.activity->wakeTime(), 0.0);
 }
 
 TEST_F(HardwareShadowState, clockReactorCanBeReplacedAndDropped) {
-  stateReached(auditing);
+  stateReached(auditingState);
   shadow->clockIs(loop.clock);
   EXPECT_EQ(loop.activity->wakeTime(), 0.0) << "the same clock changes nothing";
   shadow->clockDel();
@@ -299,13 +300,13 @@ TEST_F(HardwareShadowState, clockReactorCanBeReplacedAndDropped) {
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
   shadow->clockIs(loop.clock);
   EXPECT_EQ(shadow->clock(), Zint::Ptr<const Zint::Clock>(loop.clock));
-  shadow->stateIs(idle);
-  shadow->stateIs(auditing);
+  shadow->stateIs(idleState);
+  shadow->stateIs(auditingState);
   EXPECT_EQ(loop.activity->wakeTime(), 0.0);
 }
 
 TEST_F(HardwareShadowState, auditReadRequestCanBeReplacedAndDropped) {
-  stateReached(auditing);
+  stateReached(auditingState);
   const ChipReadRequest::Ptr first = shadow->auditReadRequest();
   const ChipReadRequest::Ptr second = Hardware::chipReadRequestFactory("second");
   EXPECT_EQ(first->notifiees(), 1u);
@@ -323,7 +324,7 @@ TEST_F(HardwareShadowState, auditReadRequestCanBeReplacedAndDropped) {
 }
 
 TEST_F(HardwareShadowState, activityIsPassedOnToTheReactors) {
-  stateReached(auditing);
+  stateReached(auditingState);
   const Zint::Ptr<Zint::ActivityConfig> other =
       Zint::activityFactory("other", Zint::Ptr<const Zint::Clock>(loop.clock));
   shadow->zintFwkActivityIs(other);
@@ -350,15 +351,15 @@ TEST_F(HardwareShadowState, configuringMakesTheNamedRequestOfTheAuditedRegions) 
   EXPECT_EQ(request->chipMemory(waiting->address()), waiting);
   EXPECT_EQ(request->chipMemory(shadowless->address()), shadowless);
   EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 16u + 5 + 3);
-  EXPECT_EQ(shadow->state(), idle);
+  EXPECT_EQ(shadow->state(), idleState);
 }
 
 TEST_F(HardwareShadowState, configuringAgainReusesTheRequestAndRebuildsTheLookup) {
-  stateReached(auditing);
+  stateReached(auditingState);
   const ChipReadRequest::Ptr request = shadow->auditReadRequest();
-  shadow->stateIs(unconfigured);
+  shadow->stateIs(unconfiguredState);
   EXPECT_EQ(found(0x1000), nullptr);
-  shadow->stateIs(configured);
+  shadow->stateIs(configuredState);
   EXPECT_EQ(shadow->auditReadRequest(), request);
   EXPECT_EQ(request->chipMemory(mac->address()), mac);
   EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 16u);
@@ -367,17 +368,17 @@ TEST_F(HardwareShadowState, configuringAgainReusesTheRequestAndRebuildsTheLookup
 
 TEST_F(HardwareShadowState, configuredIsAnnouncedBeforeItIsActedOn) {
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
-  stateReached(idle);
-  EXPECT_EQ(watch->seen, (States{configured, idle}));
+  stateReached(idleState);
+  EXPECT_EQ(watch->seen, (ShadowStates{configuredState, idleState}));
   EXPECT_EQ(watch->indexed, (std::vector<U32>{0, 1}));
 }
 
 TEST_F(HardwareShadowState, entriesUnderAuditAreCountedWhenIdleIsAnnounced) {
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
   std::vector<U32> counted;
-  watch->then = [&](State) { counted.push_back(shadow->chipMemoryEntriesUnderAudit()); };
+  watch->then = [&](ShadowState) { counted.push_back(shadow->chipMemoryEntriesUnderAudit()); };
   configure({mac, plain, audited("vlan", 0x3000, 5)});
-  EXPECT_EQ(watch->seen, (States{configured, idle}));
+  EXPECT_EQ(watch->seen, (ShadowStates{configuredState, idleState}));
   EXPECT_EQ(counted, (std::vector<U32>{0, 16 + 5}));
 }
 
@@ -388,19 +389,19 @@ TEST_F(HardwareShadowState, auditingWithNothingToAuditGoesStraightBackToIdle) {
   configure({mac, plain});
   EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 0u);
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
-  shadow->stateIs(auditing);
-  EXPECT_EQ(watch->seen, (States{auditing, idle}));
+  shadow->stateIs(auditingState);
+  EXPECT_EQ(watch->seen, (ShadowStates{auditingState, idleState}));
   EXPECT_EQ(trace.taken(), (Lines{{0, "HardwareShadow::handleState( auditing )"},
                                   {0, "HardwareShadow::handleState( idle )"}}));
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
 }
 
 TEST_F(HardwareShadowState, idleKeepsTheRequestsRegionsTheCountsAndTheBuffers) {
-  stateReached(auditing);
+  stateReached(auditingState);
   loop.turnAt(3);
   shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
   const Hal::BufBase::Ptr store = mac->shadow();
-  shadow->stateIs(idle);
+  shadow->stateIs(idleState);
   EXPECT_EQ(shadow->auditReadRequest()->chipMemorys(), 1u);
   EXPECT_EQ(shadow->audits(), 1u);
   EXPECT_EQ(shadow->lastAuditStartTime(), 3.0);
@@ -408,18 +409,18 @@ TEST_F(HardwareShadowState, idleKeepsTheRequestsRegionsTheCountsAndTheBuffers) {
 }
 
 TEST_F(HardwareShadowState, idleDisarmsTheClockBeforeTheRequestIsStopped) {
-  stateReached(auditing);
+  stateReached(auditingState);
   const auto commands = Zint::makePtr<Commands>(loop.activity, shadow->auditReadRequest());
   Zint::Seconds wake = loop.activity->wakeTime();
   EXPECT_EQ(wake, 0.0);
   commands->then = [&] { wake = loop.activity->wakeTime(); };
-  shadow->stateIs(idle);
+  shadow->stateIs(idleState);
   EXPECT_EQ(commands->given, std::vector<S32>{ChipReadRequest::stop_});
   EXPECT_EQ(wake, Zint::never);
 }
 
 TEST_F(HardwareShadowState, firstPassBeginsInTheNextTurnNotInTheCall) {
-  stateReached(auditing);
+  stateReached(auditingState);
   EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::stop_);
   EXPECT_EQ(loop.turn(), 1u);
   EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::start_);
@@ -427,21 +428,21 @@ TEST_F(HardwareShadowState, firstPassBeginsInTheNextTurnNotInTheCall) {
 
 TEST_F(HardwareShadowState, reenteringAuditingBeginsAtOnceWhateverTheInterval) {
   shadow->minIntervalBetweenAuditsIs(1000);
-  stateReached(auditing);
+  stateReached(auditingState);
   loop.turnAt(5);
   shadow->auditReadRequest()->statusIs(ChipReadRequest::done_);
   EXPECT_EQ(loop.activity->wakeTime(), 1005.0);
-  shadow->stateIs(idle);
+  shadow->stateIs(idleState);
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
-  shadow->stateIs(auditing);
+  shadow->stateIs(auditingState);
   EXPECT_EQ(loop.activity->wakeTime(), 0.0);
   loop.turnAt(6);
   EXPECT_EQ(shadow->lastAuditStartTime(), 6.0);
 }
 
 TEST_F(HardwareShadowState, unconfiguredWhileAPassIsArmedStartsNone) {
-  stateReached(auditing);
-  shadow->stateIs(unconfigured);
+  stateReached(auditingState);
+  shadow->stateIs(unconfiguredState);
   trace.full.clear();
   loop.turnAt(1);
   EXPECT_TRUE(trace.full.empty());
@@ -450,14 +451,14 @@ TEST_F(HardwareShadowState, unconfiguredWhileAPassIsArmedStartsNone) {
 
 TEST_F(HardwareShadowState, overrideHardwareHoldsPassesBackUntilTheClockIsArmedAgain) {
   shadow->overrideHardwareIs(true);
-  stateReached(auditing);
+  stateReached(auditingState);
   EXPECT_EQ(loop.turn(), 1u) << "the clock still fires";
   EXPECT_TRUE(trace.full.empty());
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never) << "but is not armed again";
   shadow->overrideHardwareIs(false);
   EXPECT_EQ(loop.turn(), 0u);
-  shadow->stateIs(idle);
-  shadow->stateIs(auditing);
+  shadow->stateIs(idleState);
+  shadow->stateIs(auditingState);
   loop.turn();
   EXPECT_EQ(shadow->auditReadRequest()->state(), ChipReadRequest::start_);
 }
@@ -466,32 +467,32 @@ TEST_F(HardwareShadowState, overrideHardwareHoldsPassesBackUntilTheClockIsArmedA
 
 TEST_F(HardwareShadowState, observerThatSetsAnotherStateHasTheLastWord) {
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
-  watch->then = [&](State state) {
-    if (state == idle) shadow->stateIs(auditing);
+  watch->then = [&](ShadowState state) {
+    if (state == idleState) shadow->stateIs(auditingState);
   };
-  stateReached(idle);
-  EXPECT_EQ(shadow->state(), auditing);
-  EXPECT_EQ(watch->seen, (States{configured, idle, auditing}));
+  stateReached(idleState);
+  EXPECT_EQ(shadow->state(), auditingState);
+  EXPECT_EQ(watch->seen, (ShadowStates{configuredState, idleState, auditingState}));
   EXPECT_EQ(loop.activity->wakeTime(), 0.0);
 }
 
 TEST_F(HardwareShadowState, observerThatWithdrawsTheFirstConfiguredLeavesTheShadowUnconfigured) {
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
-  watch->then = [&](State state) {
-    if (state == configured) shadow->stateIs(unconfigured);
+  watch->then = [&](ShadowState state) {
+    if (state == configuredState) shadow->stateIs(unconfiguredState);
   };
   shadow->chipMemoryIs(mac);
-  shadow->stateIs(configured);
-  EXPECT_EQ(shadow->state(), unconfigured);
+  shadow->stateIs(configuredState);
+  EXPECT_EQ(shadow->state(), unconfiguredState);
   EXPECT_EQ(shadow->nextIndex(), 0);
 }
 
 TEST_F(HardwareShadowState, observerMayDropTheLastReferenceToTheShadow) {
-  stateReached(idle);
+  stateReached(idleState);
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
   watch->isNonReferencingIs(true);
-  watch->then = [&](State) { shadow = nullptr; };
-  shadow->stateIs(auditing);
+  watch->then = [&](ShadowState) { shadow = nullptr; };
+  shadow->stateIs(auditingState);
   EXPECT_EQ(watch->notifier(), nullptr);
   EXPECT_EQ(trace.taken(), (Lines{{0, "HardwareShadow::handleState( auditing )"}}));
   EXPECT_EQ(loop.turn(), 0u);

@@ -4,22 +4,15 @@
 
 #include <sstream>
 
+#include "runtime/Probes.h"
+
 namespace Hardware {
 namespace {
 
+using Probes::rangeMessage;
 using testing::HasSubstr;
 using testing::Not;
-using State = HardwareShadow::State;
-
-template <class F>
-std::string rangeMessage(F operation) {
-  try {
-    operation();
-  } catch (const Zint::RangeException& exception) {
-    return exception.what();
-  }
-  return "nothing thrown";
-}
+using ShadowState = HardwareShadow::State;
 
 TEST(HardwareShadowStateText, enumerators_haveTheirNumbersAndStaticFunctions) {
   EXPECT_EQ(HardwareShadow::unconfigured(), HardwareShadow::unconfigured_);
@@ -32,14 +25,14 @@ TEST(HardwareShadowStateText, enumerators_haveTheirNumbersAndStaticFunctions) {
   EXPECT_EQ(HardwareShadow::auditing_, 3);
 }
 
-struct Named {
+struct StateName {
   S32 number;
   const char* name;
 };
 
-class HardwareShadowStateTextNamed : public testing::TestWithParam<Named> {
+class HardwareShadowStateTextNamed : public testing::TestWithParam<StateName> {
  protected:
-  const State value = static_cast<State>(GetParam().number);
+  const ShadowState value = static_cast<ShadowState>(GetParam().number);
   const Zint::String8 name = GetParam().name;
   const Zint::String8 quoted = Zint::String8("'") + name + "'";
 };
@@ -56,14 +49,14 @@ TEST_P(HardwareShadowStateTextNamed, strep_isTheNameInSingleQuotes) {
 }
 
 TEST_P(HardwareShadowStateTextNamed, strep_readsBack) {
-  EXPECT_EQ(Zint::strepToValue<State>(quoted), value);
-  EXPECT_EQ(Zint::strepToValue(quoted, static_cast<const State*>(nullptr)), value);
+  EXPECT_EQ(Zint::strepToValue<ShadowState>(quoted), value);
+  EXPECT_EQ(Zint::strepToValue(quoted, static_cast<const ShadowState*>(nullptr)), value);
 }
 
 TEST_P(HardwareShadowStateTextNamed, sequence_leavesThePositionBehindTheClosingQuote) {
   const Zint::String8 text = quoted + ", 5";
   auto pos = text.begin();
-  auto read = static_cast<State>(-1);
+  auto read = static_cast<ShadowState>(-1);
   sequenceToValue(pos, text.end(), read);
   EXPECT_EQ(read, value);
   EXPECT_EQ(pos - text.begin(), static_cast<std::ptrdiff_t>(quoted.size()));
@@ -76,14 +69,15 @@ TEST_P(HardwareShadowStateTextNamed, stream_getsTheNameWithoutQuotes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, HardwareShadowStateTextNamed,
-                         testing::Values(Named{0, "unconfigured"}, Named{1, "configured"},
-                                         Named{2, "idle"}, Named{3, "auditing"}));
+                         testing::Values(StateName{0, "unconfigured"}, StateName{1, "configured"},
+                                         StateName{2, "idle"}, StateName{3, "auditing"}));
 
 TEST(HardwareShadowStateText, stringValue_ofAnotherNumberShowsTheNumber) {
-  EXPECT_EQ(stringValue(static_cast<State>(4)), "HardwareShadow::State(4)");
-  EXPECT_EQ(stringValue(static_cast<State>(7)), "HardwareShadow::State(7)");
-  EXPECT_EQ(stringValue(static_cast<State>(-1)), "HardwareShadow::State(-1)");
-  EXPECT_EQ(stringValue(static_cast<State>(-2147483647 - 1)), "HardwareShadow::State(-2147483648)");
+  EXPECT_EQ(stringValue(static_cast<ShadowState>(4)), "HardwareShadow::State(4)");
+  EXPECT_EQ(stringValue(static_cast<ShadowState>(7)), "HardwareShadow::State(7)");
+  EXPECT_EQ(stringValue(static_cast<ShadowState>(-1)), "HardwareShadow::State(-1)");
+  EXPECT_EQ(stringValue(static_cast<ShadowState>(-2147483647 - 1)),
+            "HardwareShadow::State(-2147483648)");
 }
 
 TEST(HardwareShadowStateText, instance_ofAnotherNumberNamesTheQualifiedType) {
@@ -104,7 +98,7 @@ TEST(HardwareShadowStateText, instance_ofAnotherTextNamesTheShortType) {
 
 TEST(HardwareShadowStateText, sequence_ofAnotherTextLeavesValueAndPositionUnchanged) {
   const Zint::String8 text = "'Auditing'";
-  auto value = static_cast<State>(1);
+  auto value = static_cast<ShadowState>(1);
   auto pos = text.begin();
   EXPECT_THROW(sequenceToValue(pos, text.end(), value), Zint::RangeException);
   EXPECT_EQ(value, 1);
@@ -112,9 +106,9 @@ TEST(HardwareShadowStateText, sequence_ofAnotherTextLeavesValueAndPositionUnchan
 }
 
 TEST(HardwareShadowStateText, junk_namesTheColumnAndTheWholeText) {
-  EXPECT_EQ(rangeMessage([] { Zint::strepToValue<State>("'auditing'x"); }),
+  EXPECT_EQ(rangeMessage([] { Zint::strepToValue<ShadowState>("'auditing'x"); }),
             "junk at column 10 deserializing 'auditing'x");
-  EXPECT_EQ(rangeMessage([] { Zint::strepToValue<State>("'unconfigured' 'auditing'"); }),
+  EXPECT_EQ(rangeMessage([] { Zint::strepToValue<ShadowState>("'unconfigured' 'auditing'"); }),
             "junk at column 14 deserializing 'unconfigured' 'auditing'");
 }
 

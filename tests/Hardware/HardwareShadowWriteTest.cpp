@@ -4,10 +4,13 @@
 
 namespace {
 
+using Support::bufferedMode;
 using Support::Entries;
 using Support::Line;
 using Support::Lines;
 using Support::marked;
+using Support::normalMode;
+using Support::overrideMode;
 using Support::word;
 
 constexpr const char* writeFunction =
@@ -33,7 +36,7 @@ class HardwareShadowWrite : public Support::ShadowTest {
 
 // --- The decision table -------------------------------------------------------------------------
 
-struct Decision {
+struct WriteDecision {
   const char* name;
   bool null;
   Hardware::ChipMemory::ChipMemoryMode mode;
@@ -48,16 +51,16 @@ struct Decision {
   U32 lines;
 };
 
-std::ostream& operator<<(std::ostream& out, const Decision& row) { return out << row.name; }
+std::ostream& operator<<(std::ostream& out, const WriteDecision& row) { return out << row.name; }
 
 class HardwareShadowWriteDecision : public HardwareShadowWrite,
-                                    public testing::WithParamInterface<Decision> {
+                                    public testing::WithParamInterface<WriteDecision> {
  protected:
   void isTaken(U32 lines);
 };
 
 void HardwareShadowWriteDecision::isTaken(U32 lines) {
-  const Decision& row = GetParam();
+  const WriteDecision& row = GetParam();
   mac->modeIs(row.mode);
   if (row.mode != ChipMemory::override()) {
     writeWords(0, {0x10, 0x11});
@@ -89,74 +92,94 @@ TEST_P(HardwareShadowWriteDecision, isTakenAlsoWithoutATrace) {
   isTaken(0);
 }
 
-constexpr auto normal = Hardware::ChipMemory::normal();
-constexpr auto override_ = Hardware::ChipMemory::override();
-constexpr auto buffered = Hardware::ChipMemory::buffered();
-
 INSTANTIATE_TEST_SUITE_P(
     Table, HardwareShadowWriteDecision,
     testing::Values(
-        Decision{"null", true, normal, true, false, 0, {0x10}, false, 0, {}, {}, 0},
-        Decision{"null_overrideHardware", true, normal, true, true, 0, {1}, false, 0, {}, {}, 0},
-        Decision{"override", false, override_, true, false, 0, {7}, true, 0, {}, {}, 0},
-        Decision{
-            "override_overrideHardware", false, override_, true, true, 0, {7}, true, 0, {}, {}, 0},
-        Decision{"allHit", false, normal, true, false, 0, {0x10, 0x11}, true, 2, {}, {0, 1}, 3},
-        Decision{"allHit_buffered",
-                 false,
-                 buffered,
-                 true,
-                 false,
-                 0,
-                 {0x10, 0x11},
-                 true,
-                 2,
-                 {},
-                 {0, 1},
-                 3},
-        Decision{
-            "secondMisses", false, normal, true, false, 0, {0x10, 7}, false, 1, {1}, {0, 1}, 2},
-        Decision{"firstMisses", false, normal, true, false, 0, {7, 0x11}, false, 1, {0}, {0, 1}, 2},
-        Decision{"miss_overrideHardware",
-                 false,
-                 normal,
-                 true,
-                 true,
-                 0,
-                 {0x10, 7},
-                 true,
-                 1,
-                 {1},
-                 {0, 1},
-                 2},
-        Decision{
-            "miss_buffered", false, buffered, true, false, 0, {0x10, 7}, true, 1, {1}, {0, 1}, 2},
-        Decision{"neverSkips",
-                 false,
-                 normal,
-                 false,
-                 false,
-                 0,
-                 {0x10, 0x11},
-                 false,
-                 0,
-                 {0, 1},
-                 {0, 1},
-                 1},
-        Decision{"equalButUninitialized",
-                 false,
-                 normal,
-                 true,
-                 false,
-                 2,
-                 {0},
-                 false,
-                 0,
-                 {2},
-                 {0, 1, 2},
-                 1},
-        Decision{"noEntry", false, normal, true, false, 1, {}, true, 0, {}, {0, 1}, 1},
-        Decision{"noEntry_atTheEnd", false, buffered, true, false, 16, {}, true, 0, {}, {0, 1}, 1}),
+        WriteDecision{"null", true, normalMode, true, false, 0, {0x10}, false, 0, {}, {}, 0},
+        WriteDecision{
+            "null_overrideHardware", true, normalMode, true, true, 0, {1}, false, 0, {}, {}, 0},
+        WriteDecision{"override", false, overrideMode, true, false, 0, {7}, true, 0, {}, {}, 0},
+        WriteDecision{"override_overrideHardware",
+                      false,
+                      overrideMode,
+                      true,
+                      true,
+                      0,
+                      {7},
+                      true,
+                      0,
+                      {},
+                      {},
+                      0},
+        WriteDecision{
+            "allHit", false, normalMode, true, false, 0, {0x10, 0x11}, true, 2, {}, {0, 1}, 3},
+        WriteDecision{"allHit_buffered",
+                      false,
+                      bufferedMode,
+                      true,
+                      false,
+                      0,
+                      {0x10, 0x11},
+                      true,
+                      2,
+                      {},
+                      {0, 1},
+                      3},
+        WriteDecision{
+            "secondMisses", false, normalMode, true, false, 0, {0x10, 7}, false, 1, {1}, {0, 1}, 2},
+        WriteDecision{
+            "firstMisses", false, normalMode, true, false, 0, {7, 0x11}, false, 1, {0}, {0, 1}, 2},
+        WriteDecision{"miss_overrideHardware",
+                      false,
+                      normalMode,
+                      true,
+                      true,
+                      0,
+                      {0x10, 7},
+                      true,
+                      1,
+                      {1},
+                      {0, 1},
+                      2},
+        WriteDecision{"miss_buffered",
+                      false,
+                      bufferedMode,
+                      true,
+                      false,
+                      0,
+                      {0x10, 7},
+                      true,
+                      1,
+                      {1},
+                      {0, 1},
+                      2},
+        WriteDecision{"neverSkips",
+                      false,
+                      normalMode,
+                      false,
+                      false,
+                      0,
+                      {0x10, 0x11},
+                      false,
+                      0,
+                      {0, 1},
+                      {0, 1},
+                      1},
+        WriteDecision{"equalButUninitialized",
+                      false,
+                      normalMode,
+                      true,
+                      false,
+                      2,
+                      {0},
+                      false,
+                      0,
+                      {2},
+                      {0, 1, 2},
+                      1},
+        WriteDecision{"noEntry", false, normalMode, true, false, 1, {}, true, 0, {}, {0, 1}, 1},
+        WriteDecision{
+            "noEntry_atTheEnd", false, bufferedMode, true, false, 16, {}, true, 0, {}, {0, 1}, 1}),
     [](const auto& row) { return row.param.name; });
 
 // --- Rules --------------------------------------------------------------------------------------

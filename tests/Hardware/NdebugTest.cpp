@@ -11,20 +11,22 @@
 
 namespace {
 
-struct Named {
+struct NamedRegion {
   const Zint::String8& fwkKey() const { return name; }
   Zint::String8 name = "mac";
 };
 
-void regionRule(const Named& region, int entries) { UMBRA_ASSERT_REGION(region, entries > 0); }
+void regionRule(const NamedRegion& region, int entries) {
+  UMBRA_ASSERT_REGION(region, entries > 0);
+}
 void quotedRule(int entries) { UMBRA_ASSERT(77, ( entries % 4 ) == 0); }
 void plainRule(int entries) { ZINT_ASSERT("Chips/Mine", entries > 0); }
 
 TEST(Ndebug, isOnHere) { assert(!"the standard library's assertion is gone"); }
 
 TEST(Ndebug, everyAssertionMacroStillEndsTheProcess) {
-  EXPECT_ASSERTION_OF("mac", regionRule({}, 0), "void {anonymous}::regionRule(const Named&, int)",
-                      "entries > 0");
+  EXPECT_ASSERTION_OF("mac", regionRule({}, 0),
+                      "void {anonymous}::regionRule(const NamedRegion&, int)", "entries > 0");
   EXPECT_ASSERTION(quotedRule(3), 77, "void {anonymous}::quotedRule(int)", "( entries % 4 ) == 0");
   EXPECT_DEATH(plainRule(0), Support::Assertion("Chips/Mine", 0, "void {anonymous}::plainRule(int)",
                                                 "entries > 0"));

@@ -113,13 +113,13 @@ TEST_F(ReaderReactors, observerOfTheEntriesReadMayStopWhatHasJustStarted) {
 }
 
 // Sets `isDestroyed` in its destructor.
-class Mortal : public ChipReader {
+class EndingReader : public ChipReader {
  public:
-  Mortal(const Zint::Ptr<Zint::ActivityConfig>& activity, bool& isDestroyed)
+  EndingReader(const Zint::Ptr<Zint::ActivityConfig>& activity, bool& isDestroyed)
       : ChipReader(activity, nullptr, nullptr, 4, 0.5), isDestroyed_(isDestroyed) {}
 
  protected:
-  ~Mortal() override { isDestroyed_ = true; }
+  ~EndingReader() override { isDestroyed_ = true; }
 
  private:
   bool& isDestroyed_;
@@ -129,7 +129,7 @@ TEST_F(ReaderReactors, theDestructionOfTheOldActivityMayDropTheReader) {
   auto old = Zint::Ptr<Zint::ActivityConfig>(
       Zint::activityFactory("old", Zint::Ptr<const Zint::Clock>(loop.clock)));
   bool isDestroyed = false, isDestroyedWithin = true;
-  ChipReader::Ptr dropped = Hardware::chipReaderFactoryOf<Mortal>(old, isDestroyed);
+  ChipReader::Ptr dropped = Hardware::chipReaderFactoryOf<EndingReader>(old, isDestroyed);
   const auto drop = Zint::makePtr<Reaction>(old, Zint::Entity::Id::isNondestructing, [&] {
     dropped = nullptr;
     isDestroyedWithin = isDestroyed;
@@ -177,7 +177,7 @@ TEST_F(ShadowReactors, withoutARequestNoAnswerIsAwaited) {
   EXPECT_EQ(request->notifiees(), 0u);
 }
 
-class Told : public Hardware::HardwareShadow::NotifieeConst {
+class AuditsObserver : public Hardware::HardwareShadow::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
   void onAudits() override { told.push_back(attribute()); }
@@ -185,7 +185,8 @@ class Told : public Hardware::HardwareShadow::NotifieeConst {
 };
 
 TEST_F(ShadowReactors, equalValuesAndUnhandledAttributesReachNoTypedObserver) {
-  const auto told = Zint::makePtr<Told>(nullptr, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
+  const auto told =
+      Zint::makePtr<AuditsObserver>(nullptr, Zint::Ptr<const Hardware::HardwareShadow>(shadow));
   shadow->auditsIs(0);
   shadow->zintFwkActivityIs(loop.activity);
   EXPECT_THAT(told->told, IsEmpty());

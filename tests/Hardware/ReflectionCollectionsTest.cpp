@@ -15,7 +15,7 @@ constexpr const char constInstance[] = "attempting to modify a const instance";
 
 // What a collection holds at first and how a member is added; keys in the order of the walk. `$`
 // texts stand for objects.
-struct Row {
+struct CollectionRow {
   const char* type;
   const char* collection;
   Names keys;
@@ -27,7 +27,7 @@ struct Row {
   const char* unreadable;  // a text that is no key; null where every text is one
 };
 
-const Row rows[] = {
+const CollectionRow collectionRows[] = {
     {"ChipReadRequest", "chipMemory", {}, {}, {{"chipMemory", "$cm"}}, "4096", "$cm", "1", "x"},
     {"ChipReader", "chipMemory", {}, {}, {{"chipMemory", "$cm"}}, "0", "$cm", "7", "x"},
     {"ChipMemoryChunk",
@@ -100,7 +100,7 @@ const Row rows[] = {
 };
 
 class ReflectionCollection : public Support::ReflectionTest,
-                             public testing::WithParamInterface<Row> {
+                             public testing::WithParamInterface<CollectionRow> {
  protected:
   void SetUp() override { shadow->overrideHardwareIs(true); }  // the registry may change
 
@@ -127,7 +127,7 @@ class ReflectionCollection : public Support::ReflectionTest,
     return values;
   }
 
-  const Row row = GetParam();
+  const CollectionRow row = GetParam();
   GenericIf_ target = named(row.type);
   Zint::GenericIf::List_ list = target.list(row.collection);
   const std::string place = std::string(target.typeName()) + "::" + row.collection;
@@ -249,8 +249,8 @@ TEST_P(ReflectionCollection, refusesToChangeThroughAReadOnlyView) {
   EXPECT_EQ(keys(), row.keys);
 }
 
-INSTANTIATE_TEST_SUITE_P(all, ReflectionCollection, testing::ValuesIn(rows),
-                         [](const testing::TestParamInfo<Row>& tested) {
+INSTANTIATE_TEST_SUITE_P(all, ReflectionCollection, testing::ValuesIn(collectionRows),
+                         [](const testing::TestParamInfo<CollectionRow>& tested) {
                            return std::string(tested.param.type) + "_" + tested.param.collection;
                          });
 
@@ -261,7 +261,8 @@ TEST(ReflectionCollections, everyCollectionOfEveryTypeIsTested) {
       if (member->list != nullptr) expected.push_back(name + "::" + member->name);
     }
   }
-  for (const Row& row : rows) tested.push_back(std::string(row.type) + "::" + row.collection);
+  for (const CollectionRow& row : collectionRows)
+    tested.push_back(std::string(row.type) + "::" + row.collection);
   EXPECT_THAT(tested, testing::UnorderedElementsAreArray(expected));
 }
 

@@ -13,7 +13,7 @@ using testing::HasSubstr;
 
 class ReflectionCall;
 
-struct Row {
+struct OperationRow {
   const char* type;
   const char* operation;
   Zint::Arguments arguments;  // `$` texts stand for objects
@@ -23,7 +23,8 @@ struct Row {
 };
 
 // Public members: the rows look at them.
-class ReflectionCall : public Support::ReflectionTest, public testing::WithParamInterface<Row> {
+class ReflectionCall : public Support::ReflectionTest,
+                       public testing::WithParamInterface<OperationRow> {
  public:
   using ReflectionTest::chip;
   using ReflectionTest::cm;
@@ -53,7 +54,7 @@ class ReflectionCall : public Support::ReflectionTest, public testing::WithParam
     if (row.expected != nullptr) row.expected(*this);
   }
 
-  const Row row = GetParam();
+  const OperationRow row = GetParam();
   GenericIf_ target = named(row.type);
   const std::string place = std::string(target.typeName()) + "::" + row.operation;
 };
@@ -75,8 +76,8 @@ void reading(ReflectionCall& t) {
 }
 void notOverride(ReflectionCall& t) { t.shadow->overrideHardwareIs(true); }
 
-const std::vector<Row>& rows() {
-  static const std::vector<Row> all = {
+const std::vector<OperationRow>& operationRows() {
+  static const std::vector<OperationRow> all = {
       {"ChipAddress", "chipAddressIs", {{"memId", "3"}, {"offset", "16"}}, ""},
       {"GenericChipHam",
        "doRead",
@@ -274,7 +275,7 @@ const std::vector<Row>& rows() {
   return all;
 }
 
-const Zint::Member& memberOf(const Row& row) {
+const Zint::Member& memberOf(const OperationRow& row) {
   return *Zint::TypeRegistry::find(std::string("Hardware::") + row.type)->find(row.operation);
 }
 
@@ -351,9 +352,9 @@ TEST_P(ReflectionCall, isRefusedThroughAReadOnlyViewUnlessItIsConstant) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(all, ReflectionCall, testing::ValuesIn(rows()),
-                         [](const testing::TestParamInfo<Row>& tested) {
-                           const Row& row = tested.param;
+INSTANTIATE_TEST_SUITE_P(all, ReflectionCall, testing::ValuesIn(operationRows()),
+                         [](const testing::TestParamInfo<OperationRow>& tested) {
+                           const OperationRow& row = tested.param;
                            const bool ofNothing =
                                !row.arguments.empty() && row.arguments[0].second == "";
                            return std::string(row.type) + "_" + row.operation +
@@ -370,7 +371,8 @@ TEST(ReflectionOperations, everyOperationOfEveryTypeIsTested) {
       expected.push_back((name == "ChipHam" ? "GenericChipHam" : name) + "::" + member.name);
     }
   }
-  for (const Row& row : rows()) tested.insert(std::string(row.type) + "::" + row.operation);
+  for (const OperationRow& row : operationRows())
+    tested.insert(std::string(row.type) + "::" + row.operation);
   EXPECT_THAT(tested, testing::UnorderedElementsAreArray(expected));
 }
 

@@ -9,14 +9,14 @@ using testing::StartsWith;
 
 // What an attribute of a fresh object reads, and what it is set to. A text that ends in '*' stands
 // for all that begin so.
-struct Row {
+struct AttributeRow {
   const char* type;
   const char* attribute;
   const char* text;
   const char* newText = nullptr;  // null for one that cannot be set
 };
 
-const Row rows[] = {
+const AttributeRow attributeRows[] = {
     {"ChipAddress", "value", "8589942528", "18446744073709551615"},
     {"ChipAddress", "chipMemoryId", "2"},
     {"ChipAddress", "chipMemoryOffset", "7936"},
@@ -83,7 +83,7 @@ const Row rows[] = {
 };
 
 class ReflectionAttribute : public Support::ReflectionTest,
-                            public testing::WithParamInterface<Row> {
+                            public testing::WithParamInterface<AttributeRow> {
  protected:
   void expectText(const std::string& actual, const std::string& expected) {
     if (expected.ends_with('*')) {
@@ -96,7 +96,7 @@ class ReflectionAttribute : public Support::ReflectionTest,
     return object.attribute(attribute).bytes();
   }
 
-  const Row row = GetParam();
+  const AttributeRow row = GetParam();
   GenericIf_ target = named(row.type);
 };
 
@@ -152,8 +152,8 @@ TEST_P(ReflectionAttribute, refusesToChangeAReadOnlyView) {
   EXPECT_EQ(read(target, row.attribute), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(all, ReflectionAttribute, testing::ValuesIn(rows),
-                         [](const testing::TestParamInfo<Row>& tested) {
+INSTANTIATE_TEST_SUITE_P(all, ReflectionAttribute, testing::ValuesIn(attributeRows),
+                         [](const testing::TestParamInfo<AttributeRow>& tested) {
                            return std::string(tested.param.type) + "_" + tested.param.attribute;
                          });
 
@@ -167,7 +167,7 @@ TEST(ReflectionAttributes, everyAttributeOfEveryTypeIsTested) {
       }
     }
   }
-  for (const Row& row : rows) {
+  for (const AttributeRow& row : attributeRows) {
     tested.push_back(std::string(row.type) + "::" + row.attribute +
                      (row.newText == nullptr ? "" : "="));
   }

@@ -11,21 +11,18 @@ namespace {
 constexpr const char* modeNames[] = {"normal", "override", "buffered"};
 constexpr const char* stateNames[] = {"unconf", "config", "idle", "audit"};
 constexpr const char* phaseNames[] = {"none", "reading", "between", "compared"};
-constexpr U32 unconfigured = 0;
-constexpr U32 configured = 1;
-constexpr U32 idle = 2;
 
 }  // namespace
 
 const char* Coverage::excluded(const Cell& cell) {
-  if (cell.state == configured) {
+  if (cell.state == States::configured) {
     return "the state configured is passed through within one call; between calls it is seen only "
            "where that call ended the process";
   }
-  if (cell.operation == Operation::auditEnabled && cell.state != idle) {
+  if (cell.operation == Operation::auditEnabled && cell.state != States::idle) {
     return "chipMemoryAuditEnabledIs ends the process in every state but idle";
   }
-  if (cell.operation == Operation::read && cell.state == unconfigured) {
+  if (cell.operation == Operation::read && cell.state == States::unconfigured) {
     return "readFromCache ends the process while unconfigured";
   }
   return nullptr;
@@ -50,7 +47,7 @@ void Coverage::print(std::ostream& out) const {
          "phase of the pass)\n"
       << std::setw(26) << "";
   for (U32 state = 0; state < states; ++state) {
-    if (state == configured) continue;
+    if (state == States::configured) continue;
     for (const char* phase : phaseNames) {
       out << std::setw(9)
           << std::string(stateNames[state]).substr(0, 3) + "." + std::string(phase).substr(0, 4);
@@ -70,7 +67,7 @@ void Coverage::print(std::ostream& out) const {
       out << std::setw(16) << nameOf(static_cast<Operation>(operation)) << " " << std::setw(9)
           << modeNames[mode];
       for (U32 state = 0; state < states; ++state) {
-        if (state == configured) continue;
+        if (state == States::configured) continue;
         for (U32 phase = 0; phase < phases; ++phase) {
           const Cell cell{static_cast<Operation>(operation), mode, state,
                           static_cast<Phase>(phase)};

@@ -20,6 +20,14 @@ constexpr U32 phases = 4;
 constexpr U32 modes = 3;
 constexpr U32 states = 4;
 
+// The shadow's states by their numbers, as a cell and a step have them.
+namespace States {
+constexpr U32 unconfigured = 0;
+constexpr U32 configured = 1;
+constexpr U32 idle = 2;
+constexpr U32 auditing = 3;
+}  // namespace States
+
 struct Cell {
   Operation operation;
   U32 mode;

@@ -8,11 +8,6 @@ namespace {
 
 using Model::none;
 
-constexpr U32 unconfigured = 0;
-constexpr U32 configured = 1;
-constexpr U32 idle = 2;
-constexpr U32 auditing = 3;
-
 constexpr U32 stepsOfScenario = 400;
 constexpr U32 patienceOfGoal = 60;
 // One step in so many ends its scenario by an assertion.
@@ -164,13 +159,14 @@ Step Driver::randomStep() {
 
 // Passes that run on their own while the regions are used and damaged.
 Step Driver::liveStep() {
-  goal_ = {auditing, Phase::reading};
-  if (stuck_ > 3) return makeStep(Operation::state, 0, {random_.oneIn(2) ? unconfigured : idle});
-  if (scenario_->state() != auditing) return towardsGoal();
+  goal_ = {States::auditing, Phase::reading};
+  if (stuck_ > 3)
+    return makeStep(Operation::state, 0, {random_.oneIn(2) ? States::unconfigured : States::idle});
+  if (scenario_->state() != States::auditing) return towardsGoal();
   if (shadowState().overrideHardware) return makeStep(Operation::overrideHardware, 0, {0});
   if (shadowState().alarm.due == Model::never && scenario_->phase() != Phase::reading &&
       scenario_->phase() != Phase::between) {
-    return makeStep(Operation::state, 0, {idle});
+    return makeStep(Operation::state, 0, {States::idle});
   }
   Step step = randomStep();
   constexpr Operation usual[] = {
@@ -186,7 +182,7 @@ Step Driver::liveStep() {
 void Driver::chooseGoal() {
   U64 least = std::numeric_limits<U64>::max();
   const U64 enough = coverage_.steps() / 1500 + 10;
-  for (U32 state : {unconfigured, idle, auditing}) {
+  for (U32 state : {States::unconfigured, States::idle, States::auditing}) {
     for (U32 phase = 0; phase < phases; ++phase) {
       U64 sum = random_.below(100);
       for (U32 operation = 0; operation < operations; ++operation) {
@@ -239,16 +235,17 @@ U32 Driver::waiting() const {
 
 Step Driver::towardsGoal() {
   const U32 state = scenario_->state();
-  if (state == configured) return makeStep(Operation::state, 0, {unconfigured});
+  if (state == States::configured) return makeStep(Operation::state, 0, {States::unconfigured});
   if (state != goal_.state) {
-    if (goal_.state == unconfigured) return makeStep(Operation::state, 0, {unconfigured});
-    if (state == unconfigured) {
+    if (goal_.state == States::unconfigured)
+      return makeStep(Operation::state, 0, {States::unconfigured});
+    if (state == States::unconfigured) {
       if (!isRequestEmpty()) return makeStep(Operation::requestMember, 0, {230});
-      return makeStep(Operation::state, 0, {configured});
+      return makeStep(Operation::state, 0, {States::configured});
     }
-    if (goal_.state == idle) return makeStep(Operation::state, 0, {idle});
+    if (goal_.state == States::idle) return makeStep(Operation::state, 0, {States::idle});
     if (isRequestEmpty()) return towardsReading();
-    return makeStep(Operation::state, 0, {auditing});
+    return makeStep(Operation::state, 0, {States::auditing});
   }
   const Phase phase = scenario_->phase();
   switch (goal_.phase) {
@@ -267,7 +264,7 @@ Step Driver::towardsGoal() {
                               : makeStep(Operation::turn, 0, {1});
     }
     default:
-      if (goal_.state != auditing || random_.oneIn(6)) {
+      if (goal_.state != States::auditing || random_.oneIn(6)) {
         // By hand; what is being read is given up first.
         return phase == Phase::none ? makeStep(Operation::auditCall, 0, {4})
                                     : makeStep(Operation::request, 0, {1});
@@ -289,12 +286,12 @@ Step Driver::towardsReading() {
     if (region == none)
       return makeStep(Operation::mode, random_.below(12), {random_.oneIn(2) ? 2u : 0u});
     const Model::Region& joining = model.region(region);
-    if (scenario_->state() == idle && !joining.auditEnabled) {
+    if (scenario_->state() == States::idle && !joining.auditEnabled) {
       return makeStep(Operation::auditEnabled, static_cast<U32>(region), {1});
     }
     return makeStep(Operation::requestMember, static_cast<U32>(region), {1});
   }
-  if (scenario_->state() == auditing && random_.oneIn(2)) {
+  if (scenario_->state() == States::auditing && random_.oneIn(2)) {
     if (shadowState().overrideHardware) return makeStep(Operation::overrideHardware, 0, {0});
     if (shadowState().alarm.due != Model::never) return makeStep(Operation::turn, 0, {1});
     return makeStep(Operation::auditCall, 0, {0});
@@ -304,7 +301,7 @@ Step Driver::towardsReading() {
 
 // What has to come before a step in that cell, if anything.
 std::optional<Step> Driver::preparation(const Cell& cell) {
-  const bool locked = scenario_->state() != unconfigured && !shadowState().overrideHardware;
+  const bool locked = scenario_->state() != States::unconfigured && !shadowState().overrideHardware;
   if (locked &&
       (cell.operation == Operation::registryAdd || cell.operation == Operation::registryDel)) {
     return makeStep(Operation::overrideHardware, 0, {1});

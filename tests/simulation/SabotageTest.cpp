@@ -6,7 +6,7 @@
 namespace Simulation {
 namespace {
 
-constexpr U64 seeds = 20;
+constexpr U64 sabotageSeeds = 20;
 
 // In how many of the runs each rule was broken; `goesOn`: also after the first one.
 struct Breaches {
@@ -15,7 +15,7 @@ struct Breaches {
 
 Breaches breaches(Sabotage::Kind kind, bool goesOn = false) {
   Breaches found;
-  for (U64 seed = 1; seed <= seeds; ++seed) {
+  for (U64 seed = 1; seed <= sabotageSeeds; ++seed) {
     Options options;
     options.sabotage.kind = kind;
     options.sabotage.after = 3;

@@ -2,17 +2,16 @@
 // registers, and regions on it.
 #pragma once
 
-#include <Hardware/Entries.h>
 #include <Hardware/GenericChipHam.h>
 #include <Hardware/HardwareShadow.h>
 #include <Zint/Assert.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "support/Buffers.h"
 #include "support/Death.h"
 #include "support/ManualLoop.h"
 #include "support/RecordingRegisters.h"
@@ -21,24 +20,14 @@
 
 namespace Support {
 
-// The entries whose bit is set.
-inline std::vector<U32> marked(const Hal::BufBase::Ptr& bitmap) {
-  std::vector<U32> entries;
-  for (U32 i = 0; i < bitmap->size() * 8; ++i) {
-    if (Hardware::bitmapBit(bitmap->data(), i)) entries.push_back(i);
-  }
-  return entries;
-}
-
-inline U32 word(const Hal::BufBase::Ptr& buffer, U32 index) {
-  U32 value;
-  std::memcpy(&value, buffer->data() + std::size_t{4} * index, 4);
-  return value;
-}
-
-inline void wordIs(const Hal::BufBase::Ptr& buffer, U32 index, U32 value) {
-  std::memcpy(buffer->data() + std::size_t{4} * index, &value, 4);
-}
+// The shadow's states and a region's modes, in words short enough for tables.
+constexpr auto unconfiguredState = Hardware::HardwareShadow::unconfigured();
+constexpr auto configuredState = Hardware::HardwareShadow::configured();
+constexpr auto idleState = Hardware::HardwareShadow::idle();
+constexpr auto auditingState = Hardware::HardwareShadow::auditing();
+constexpr auto normalMode = Hardware::ChipMemory::normal();
+constexpr auto overrideMode = Hardware::ChipMemory::override();
+constexpr auto bufferedMode = Hardware::ChipMemory::buffered();
 
 // Runs the statement until an assertion fails in it, and returns the condition; "" for none. The
 // operation is left half done: for looking at what happened before.

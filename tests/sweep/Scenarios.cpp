@@ -8,10 +8,6 @@ namespace {
 
 using namespace Steps;
 
-constexpr auto a = &World::a;
-constexpr auto b = &World::b;
-constexpr auto c = &World::c;
-
 // --- Reads ---
 
 template <Region region, U32 entry>
@@ -70,12 +66,6 @@ bool writeback(World& w) {
 }
 
 // --- Entries ---
-
-bool unconfigured(World& w) {
-  w.shadow->stateIs(HardwareShadow::unconfigured());
-  return true;
-}
-bool configured(World& w) { return w.configured(); }
 
 template <Region region, U32 entries>
 bool setEntries(World& w) {

@@ -9,14 +9,6 @@ namespace {
 
 using namespace Steps;
 
-constexpr auto a = &World::a;
-
-bool unconfigured(World& w) {
-  w.shadow->stateIs(HardwareShadow::unconfigured());
-  return true;
-}
-bool configured(World& w) { return w.configured(); }
-
 // --- Registry ---
 
 const ChipAddress spareAddress(1, 0x300);

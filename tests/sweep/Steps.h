@@ -9,6 +9,15 @@
 namespace Sweep::Steps {
 
 using Region = ChipMemory::Ptr World::*;
+constexpr Region a = &World::a;
+constexpr Region b = &World::b;
+constexpr Region c = &World::c;
+
+inline bool unconfigured(World& w) {
+  w.shadow->stateIs(HardwareShadow::unconfigured());
+  return true;
+}
+inline bool configured(World& w) { return w.configured(); }
 
 template <class T, class Make>
 bool made(Zint::Ptr<T>& slot, Make make) {

@@ -13,13 +13,13 @@ static void checked(int entries) { ZINT_ASSERT("Chips/Mine", ( entries % 4 ) == 
 namespace {
 
 // What the hook was given last.
-struct Seen {
+struct SeenFailure {
   std::string condition, source, function, detail;
   int line = 0;
-} seen;
+} lastFailure;
 
 void throwingHook(const Zint::AssertionFailure& failure) {
-  seen = {failure.condition, failure.source, failure.function, failure.detail, failure.line};
+  lastFailure = {failure.condition, failure.source, failure.function, failure.detail, failure.line};
   throw 1;
 }
 
@@ -56,11 +56,11 @@ TEST(Assert, aHookThatThrowsLeavesTheProcessAlive) {
   ASSERT_EQ(Zint::assertionHookIs(throwingHook), nullptr);
   EXPECT_THROW(checked(3), int);
   EXPECT_EQ(Zint::assertionHookIs(nullptr), throwingHook);
-  EXPECT_EQ(seen.condition, "( entries % 4 ) == 0");
-  EXPECT_EQ(seen.source, "Chips/Mine");
-  EXPECT_EQ(seen.line, checkedLine);
-  EXPECT_EQ(seen.function, "void checked(int)");
-  EXPECT_EQ(seen.detail, "");
+  EXPECT_EQ(lastFailure.condition, "( entries % 4 ) == 0");
+  EXPECT_EQ(lastFailure.source, "Chips/Mine");
+  EXPECT_EQ(lastFailure.line, checkedLine);
+  EXPECT_EQ(lastFailure.function, "void checked(int)");
+  EXPECT_EQ(lastFailure.detail, "");
 }
 
 }  // namespace

@@ -6,8 +6,8 @@ namespace {
 
 using Probes::rangeMessage;
 
-constexpr const char* names[] = {"red", "green", "blue"};
-constexpr Zint::Enumeration colour{"Lamp::Colour", "Colour", names};
+constexpr const char* colourNames[] = {"red", "green", "blue"};
+constexpr Zint::Enumeration colour{"Lamp::Colour", "Colour", colourNames};
 
 TEST(Enumeration, aNumberWithANameIsWrittenAsTheName) {
   EXPECT_EQ(Zint::enumerationText(colour, 0), "red");

@@ -28,15 +28,15 @@ struct Placed {
 U32 reversedHash(const Placed& key) { return key.place; }
 
 template <class K>
-class Member : public Zint::PtrInterface, public HashMapLink<Member<K>> {
+class HashedMember : public Zint::PtrInterface, public HashMapLink<HashedMember<K>> {
  public:
-  explicit Member(K key) : key_(std::move(key)) { ++living; }
+  explicit HashedMember(K key) : key_(std::move(key)) { ++living; }
   const K& fwkKey() const { return key_; }
 
   static inline int living = 0;
 
  protected:
-  ~Member() override { --living; }
+  ~HashedMember() override { --living; }
 
  private:
   K key_;
@@ -47,30 +47,30 @@ Support::Assertion assertionOfInsert(const char* condition) {
 }
 
 template <class K>
-using Map = HashMap<Member<K>, K>;
+using HashedMap = HashMap<HashedMember<K>, K>;
 
 template <class K>
-Ptr<Member<K>> insert(Map<K>& map, K key) {
-  Ptr<Member<K>> member = makePtr<Member<K>>(std::move(key));
+Ptr<HashedMember<K>> insert(HashedMap<K>& map, K key) {
+  Ptr<HashedMember<K>> member = makePtr<HashedMember<K>>(std::move(key));
   map.insert(member);
   return member;
 }
 
 template <class K>
-std::vector<K> keys(const Map<K>& map) {
+std::vector<K> keys(const HashedMap<K>& map) {
   std::vector<K> keys;
   for (auto it = map.iterator(); it; ++it) keys.push_back(it->fwkKey());
   return keys;
 }
 
-std::vector<U32> ids(const Map<Placed>& map) {
+std::vector<U32> ids(const HashedMap<Placed>& map) {
   std::vector<U32> ids;
   for (const Placed& key : keys(map)) ids.push_back(key.id);
   return ids;
 }
 
 TEST(HashMap, findsWhatWasInsertedUntilItIsDeleted) {
-  Map<U32> map;
+  HashedMap<U32> map;
   EXPECT_EQ(map.find(7), nullptr);
   const auto member = insert(map, 7u);
   EXPECT_EQ(map.find(7), member.ptr());
@@ -84,21 +84,21 @@ TEST(HashMap, findsWhatWasInsertedUntilItIsDeleted) {
 
 TEST(HashMap, holdsItsMembersAlive) {
   {
-    Map<U32> map;
+    HashedMap<U32> map;
     insert(map, 1u);
     insert(map, 2u);
-    EXPECT_EQ(Member<U32>::living, 2);
+    EXPECT_EQ(HashedMember<U32>::living, 2);
     map.delAll();
     EXPECT_EQ(map.size(), 0u);
-    EXPECT_EQ(Member<U32>::living, 0);
+    EXPECT_EQ(HashedMember<U32>::living, 0);
     insert(map, 3u);
   }
-  EXPECT_EQ(Member<U32>::living, 0);
+  EXPECT_EQ(HashedMember<U32>::living, 0);
 }
 
 TEST(HashMap, aDeletedMemberMayEnterAgain) {
-  Map<U32> first;
-  Map<U32> second;
+  HashedMap<U32> first;
+  HashedMap<U32> second;
   const auto member = insert(first, 7u);
   first.del(7);
   second.insert(member);
@@ -106,13 +106,13 @@ TEST(HashMap, aDeletedMemberMayEnterAgain) {
 }
 
 TEST(HashMap, iteratesInTheOrderOfTheReversedHash) {
-  Map<U32> map;
+  HashedMap<U32> map;
   for (U32 key : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 0x80000000u}) insert(map, key);
   EXPECT_THAT(keys(map), ElementsAre(0, 0x80000000u, 4, 2, 6, 1, 5, 3, 7));
 }
 
 TEST(HashMap, aStringStandsByItsStringHashReversed) {
-  Map<Zint::String8> map;
+  HashedMap<Zint::String8> map;
   std::vector<Zint::String8> expected = {"mac", "vlan", "route", "acl", "", "counters"};
   for (const Zint::String8& name : expected) insert(map, name);
   std::sort(expected.begin(), expected.end(), [](const auto& left, const auto& right) {
@@ -123,7 +123,7 @@ TEST(HashMap, aStringStandsByItsStringHashReversed) {
 }
 
 TEST(HashMap, equalHashesStandInTheOrderOfTheirKeys) {
-  Map<Placed> map;
+  HashedMap<Placed> map;
   for (U32 id : {5u, 3u, 9u}) insert(map, Placed{100, id});
   insert(map, Placed{99, 1});
   insert(map, Placed{101, 2});
@@ -138,7 +138,7 @@ TEST(HashMap, equalHashesStandInTheOrderOfTheirKeys) {
 TEST(HashMap, aCrowdOfEqualHashesIsKeptInOrder) {
   constexpr unsigned seed = 11;
   std::mt19937 random(seed);
-  Map<Placed> map;
+  HashedMap<Placed> map;
   std::set<std::pair<U32, U32>> expected;
   for (int step = 0; step < 20'000; ++step) {
     const Placed key{static_cast<U32>(random() % 3) << 29 | static_cast<U32>(random() % 2),
@@ -163,8 +163,8 @@ TEST(HashMap, theOrderDoesNotDependOnTheNumberOfBuckets) {
   std::mt19937 random(seed);
   std::set<U32> some;
   while (some.size() < 500) some.insert(static_cast<U32>(random()));
-  Map<U32> small;
-  Map<U32> large;
+  HashedMap<U32> small;
+  HashedMap<U32> large;
   for (U32 i = 0; i < 20'000; ++i) insert(large, i * 2654435761u);  // grows the buckets
   large.delAll();
   std::vector<U32> shuffled(some.begin(), some.end());
@@ -176,7 +176,7 @@ TEST(HashMap, theOrderDoesNotDependOnTheNumberOfBuckets) {
 }
 
 TEST(HashMap, everyMemberIsFoundAtEverySizeOfGrowth) {
-  Map<U32> map;
+  HashedMap<U32> map;
   for (U32 count = 0; count < 3000; ++count) {
     insert(map, count << 20);
     ASSERT_NE(map.find((count / 2) << 20), nullptr);
@@ -188,24 +188,24 @@ TEST(HashMap, everyMemberIsFoundAtEverySizeOfGrowth) {
 }
 
 TEST(HashMap, insertingAMemberWhoseLinkIsSetFailsTheAssertion) {
-  Map<Placed> map;
+  HashedMap<Placed> map;
   const auto first = insert(map, Placed{1, 1});
   insert(map, Placed{1, 2});
   ASSERT_NE(first->fwkHmNext(), nullptr);
   EXPECT_DEATH(map.insert(first), assertionOfInsert("t->fwkHmNext() == 0"));
-  Map<Placed> other;
+  HashedMap<Placed> other;
   EXPECT_DEATH(other.insert(first), assertionOfInsert("t->fwkHmNext() == 0"));
 }
 
 TEST(HashMap, insertingTheLastMemberOfAChainASecondTimeFailsAnAssertion) {
-  Map<U32> map;
+  HashedMap<U32> map;
   const auto only = insert(map, 1u);
   ASSERT_EQ(only->fwkHmNext(), nullptr);
   EXPECT_DEATH(map.insert(only), assertionOfInsert("link(*t).fwkHmMap_ == nullptr"));
 }
 
 TEST(HashMap, insertingASecondMemberOfAKeyFailsAnAssertion) {
-  Map<U32> map;
+  HashedMap<U32> map;
   insert(map, 1u);
   EXPECT_DEATH(insert(map, 1u), assertionOfInsert("!place.holdsKey"));
 }
@@ -239,13 +239,13 @@ struct HashMapIterator : testing::Test {
     for (U32 id = 0; id < 5; ++id) insert(map, Placed{id << 28, id});
   }
   void del(U32 id) { map.del({id << 28, id}); }
-  std::vector<U32> rest(Map<Placed>::Iterator it) {
+  std::vector<U32> rest(HashedMap<Placed>::Iterator it) {
     std::vector<U32> rest;
     for (; it; ++it) rest.push_back(it->fwkKey().id);
     return rest;
   }
 
-  Map<Placed> map;
+  HashedMap<Placed> map;
 };
 
 TEST_F(HashMapIterator, survivesTheRemovalOfItsMember) {
@@ -306,7 +306,7 @@ TEST_F(HashMapIterator, survivesTheGrowthOfTheMap) {
 }
 
 TEST_F(HashMapIterator, survivesTheEndOfTheMap) {
-  auto brief = std::make_unique<Map<U32>>();
+  auto brief = std::make_unique<HashedMap<U32>>();
   insert(*brief, 1u);
   insert(*brief, 2u);
   auto it = brief->iterator();
@@ -355,7 +355,7 @@ TEST_F(HashMapIterator, oneThatWasAssignedNoLongerFollowsItsOldMember) {
 TEST_F(HashMapIterator, visitsEveryRemainingMemberOnceWhateverIsRemoved) {
   for (unsigned seed = 1; seed <= 200; ++seed) {
     std::mt19937 random(seed);
-    Map<Placed> walked;
+    HashedMap<Placed> walked;
     std::vector<Placed> model;
     for (U32 id = 0; id < 60; ++id) model.push_back({static_cast<U32>(random() % 40) << 26, id});
     for (const Placed& key : model) insert(walked, key);
@@ -468,18 +468,20 @@ void onSmallStack(Body body) {
 // All places are small numbers, so chains of thousands form however many buckets there are.
 TEST(HashMap, aMillionMembersAreDestroyedWithoutRecursion) {
   constexpr U32 members = 1'000'000;
-  auto map = std::make_unique<Map<Placed>>();
+  auto map = std::make_unique<HashedMap<Placed>>();
   for (U32 place = members; place-- > 0;) insert(*map, Placed{place, place});
   ASSERT_EQ(map->size(), members);
   std::size_t chain = 0;
-  for (const Member<Placed>* m = map->find({0, 0}); m != nullptr; m = m->fwkHmNext().ptr()) ++chain;
+  for (const HashedMember<Placed>* m = map->find({0, 0}); m != nullptr; m = m->fwkHmNext().ptr()) {
+    ++chain;
+  }
   ASSERT_GE(chain, 4000u);
   onSmallStack([&] { map = nullptr; });
-  EXPECT_EQ(Member<Placed>::living, 0);
+  EXPECT_EQ(HashedMember<Placed>::living, 0);
 }
 
 TEST(HashMap, insertingNullIsRefusedAndNothingChanges) {
-  Map<U32> map;
+  HashedMap<U32> map;
   insert(map, 1u);
   EXPECT_EQ(Probes::rangeMessage([&] { map.insert(nullptr); }),
             "null _t parameter to mutator for Zint::HashMap::insert not allowed\"");

@@ -16,27 +16,27 @@ using Zint::makePtr;
 using Zint::Ptr;
 
 template <class I>
-class Member : public Zint::PtrInterface, public Zint::LinkQueueLink<Member<I>, I> {
+class QueueMember : public Zint::PtrInterface, public Zint::LinkQueueLink<QueueMember<I>, I> {
  public:
-  explicit Member(std::string of = "") : name(std::move(of)) { ++living; }
+  explicit QueueMember(std::string of = "") : name(std::move(of)) { ++living; }
   const std::string name;
 
   static inline int living = 0;
 
  protected:
-  ~Member() override { --living; }
+  ~QueueMember() override { --living; }
 };
 
 template <class I>
-using Queue = Zint::LinkQueue<Member<I>, I>;
+using Queue = Zint::LinkQueue<QueueMember<I>, I>;
 
-constexpr U32 last = 0xffffffff;
+constexpr U32 lastIndex = 0xffffffff;
 constexpr const char* full = "linkqueue index space full";
 constexpr const char* outOfRange = "linkqueue index out of range";
 
 struct LinkQueueTest : testing::Test {
-  Ptr<Member<U32>> enq(const char* name = "") {
-    const Ptr<Member<U32>> member = makePtr<Member<U32>>(name);
+  Ptr<QueueMember<U32>> enq(const char* name = "") {
+    const Ptr<QueueMember<U32>> member = makePtr<QueueMember<U32>>(name);
     queue.enq(member);
     return member;
   }
@@ -88,44 +88,44 @@ TEST_F(LinkQueueTest, enq_takesTheNextIndexWhenItLiesBehindTheLastMember) {
 
 TEST_F(LinkQueueTest, insert_takesAnIndexFromTheNextOneOn) {
   enq();
-  queue.insert(7, makePtr<Member<U32>>("seven"));
+  queue.insert(7, makePtr<QueueMember<U32>>("seven"));
   EXPECT_EQ(enq()->zint_index(), 8u);
   EXPECT_THAT(indices(), ElementsAre(0, 7, 8));
-  EXPECT_EQ(rangeMessage([&] { queue.insert(5, makePtr<Member<U32>>()); }), outOfRange);
-  EXPECT_EQ(rangeMessage([&] { queue.insert(8, makePtr<Member<U32>>()); }), outOfRange);
+  EXPECT_EQ(rangeMessage([&] { queue.insert(5, makePtr<QueueMember<U32>>()); }), outOfRange);
+  EXPECT_EQ(rangeMessage([&] { queue.insert(8, makePtr<QueueMember<U32>>()); }), outOfRange);
   EXPECT_THAT(indices(), ElementsAre(0, 7, 8));
 }
 
 TEST_F(LinkQueueTest, theIndexWrapsAt32Bits) {
-  queue.metadataIs({last - 1, last - 1});
+  queue.metadataIs({lastIndex - 1, lastIndex - 1});
   for (int i = 0; i < 4; ++i) enq();
-  EXPECT_THAT(indices(), ElementsAre(last - 1, last, 0, 1));
+  EXPECT_THAT(indices(), ElementsAre(lastIndex - 1, lastIndex, 0, 1));
   EXPECT_EQ(queue.del(0)->zint_index(), 0u);
-  EXPECT_EQ(queue.del(last)->zint_index(), last);
-  EXPECT_THAT(indices(), ElementsAre(last - 1, 1));
-  EXPECT_EQ(queue.deq()->zint_index(), last - 1);
+  EXPECT_EQ(queue.del(lastIndex)->zint_index(), lastIndex);
+  EXPECT_THAT(indices(), ElementsAre(lastIndex - 1, 1));
+  EXPECT_EQ(queue.deq()->zint_index(), lastIndex - 1);
   EXPECT_EQ(queue.metadata(), (Queue<U32>::Metadata{1, 2}));
 }
 
 TEST_F(LinkQueueTest, enq_raisesIndexSpaceFullWhenItWouldWrapOntoTheHead) {
   enq("head");
-  queue.metadataIs({0, last});
+  queue.metadataIs({0, lastIndex});
   EXPECT_EQ(rangeMessage([&] { enq(); }), full);
   EXPECT_EQ(queue.size(), 1u);
-  EXPECT_EQ(queue.metadata(), (Queue<U32>::Metadata{0, last}));
+  EXPECT_EQ(queue.metadata(), (Queue<U32>::Metadata{0, lastIndex}));
   queue.deq();
-  EXPECT_EQ(enq()->zint_index(), last) << "room again";
+  EXPECT_EQ(enq()->zint_index(), lastIndex) << "room again";
 }
 
 TEST_F(LinkQueueTest, enq_fillsASmallIndexSpaceToTheLastIndexBeforeTheHead) {
   Queue<U8> small;
   small.metadataIs({100, 100});
-  for (int i = 0; i < 255; ++i) small.enq(makePtr<Member<U8>>());
+  for (int i = 0; i < 255; ++i) small.enq(makePtr<QueueMember<U8>>());
   EXPECT_EQ(small.tail()->zint_index(), 98);
-  EXPECT_EQ(rangeMessage([&] { small.enq(makePtr<Member<U8>>()); }), full);
+  EXPECT_EQ(rangeMessage([&] { small.enq(makePtr<QueueMember<U8>>()); }), full);
   EXPECT_EQ(small.size(), 255u);
   small.deq();
-  small.enq(makePtr<Member<U8>>());
+  small.enq(makePtr<QueueMember<U8>>());
   EXPECT_EQ(small.tail()->zint_index(), 99);
 }
 
@@ -168,7 +168,7 @@ TEST_F(LinkQueueTest, del_outsideTheQueueRaisesIndexOutOfRange) {
   EXPECT_EQ(rangeMessage([&] { queue.del(0); }), outOfRange);
   enq();
   EXPECT_EQ(rangeMessage([&] { queue.del(1); }), outOfRange);
-  EXPECT_EQ(rangeMessage([&] { queue.del(last); }), outOfRange);
+  EXPECT_EQ(rangeMessage([&] { queue.del(lastIndex); }), outOfRange);
   EXPECT_EQ(queue.size(), 1u);
 }
 
@@ -197,7 +197,7 @@ TEST_F(LinkQueueTest, delAll_keepsCountingWhereItWas) {
   enq();
   queue.delAll();
   EXPECT_THAT(indices(), IsEmpty());
-  EXPECT_EQ(Member<U32>::living, 0);
+  EXPECT_EQ(QueueMember<U32>::living, 0);
   EXPECT_EQ(enq()->zint_index(), 2u);
 }
 
@@ -211,9 +211,9 @@ TEST_F(LinkQueueTest, aDequeuedMemberMayEnterAgain) {
 
 TEST_F(LinkQueueTest, aMillionMembersAreDestroyedWithoutRecursion) {
   auto large = std::make_unique<Queue<U32>>();
-  for (int i = 0; i < 1'000'000; ++i) large->enq(makePtr<Member<U32>>());
+  for (int i = 0; i < 1'000'000; ++i) large->enq(makePtr<QueueMember<U32>>());
   large = nullptr;
-  EXPECT_EQ(Member<U32>::living, 0);
+  EXPECT_EQ(QueueMember<U32>::living, 0);
 }
 
 const Support::Assertion insertTwice{"Zint/LinkQueue", 0,

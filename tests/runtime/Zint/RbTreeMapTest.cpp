@@ -15,43 +15,43 @@ using testing::IsEmpty;
 using Zint::makePtr;
 using Zint::Ptr;
 
-class Member : public Zint::PtrInterface {
+class TreeMember : public Zint::PtrInterface {
  public:
-  explicit Member(U32 key) : key_(key) { ++living; }
+  explicit TreeMember(U32 key) : key_(key) { ++living; }
   const U32& fwkKey() const { return key_; }
 
   static inline int living = 0;
 
  protected:
-  ~Member() override { --living; }
+  ~TreeMember() override { --living; }
 
  private:
   U32 key_;
 };
 
-using Map = Zint::RbTreeMap<Member, U32>;
+using TreeMap = Zint::RbTreeMap<TreeMember, U32>;
 
 struct RbTreeMapTest : testing::Test {
   RbTreeMapTest() {
-    for (U32 key : {30u, 10u, 50u, 20u, 40u}) map.insert(makePtr<Member>(key));
+    for (U32 key : {30u, 10u, 50u, 20u, 40u}) map.insert(makePtr<TreeMember>(key));
   }
-  static std::vector<U32> rest(Map::Iterator it) {
+  static std::vector<U32> rest(TreeMap::Iterator it) {
     std::vector<U32> rest;
     for (; it; ++it) rest.push_back(it->fwkKey());
     return rest;
   }
 
-  Map map;
+  TreeMap map;
 };
 
 TEST_F(RbTreeMapTest, iteratesInAscendingOrder) {
   EXPECT_THAT(rest(map.iterator()), ElementsAre(10, 20, 30, 40, 50));
-  EXPECT_THAT(rest(Map().iterator()), IsEmpty());
+  EXPECT_THAT(rest(TreeMap().iterator()), IsEmpty());
 }
 
 TEST_F(RbTreeMapTest, findsAndDeletesByKey) {
   EXPECT_EQ(map.size(), 5u);
-  Member* member = map.find(20);
+  TreeMember* member = map.find(20);
   ASSERT_NE(member, nullptr);
   EXPECT_EQ(member->fwkKey(), 20u);
   EXPECT_EQ(map.find(21), nullptr);
@@ -61,15 +61,15 @@ TEST_F(RbTreeMapTest, findsAndDeletesByKey) {
 }
 
 TEST_F(RbTreeMapTest, holdsItsMembersUntilTheyAreDeleted) {
-  EXPECT_EQ(Member::living, 5);
+  EXPECT_EQ(TreeMember::living, 5);
   map.delAll();
-  EXPECT_EQ(Member::living, 0);
+  EXPECT_EQ(TreeMember::living, 0);
   EXPECT_EQ(map.size(), 0u);
 }
 
 TEST_F(RbTreeMapTest, insertingASecondMemberOfAKeyFailsAnAssertion) {
   EXPECT_DEATH(
-      map.insert(makePtr<Member>(20u)),
+      map.insert(makePtr<TreeMember>(20u)),
       Support::Assertion("Zint/RbTreeMap", 0,
                          "void Zint::RbTreeMap<V, K>::insert(const Zint::Ptr<T>&)", "isNew"));
 }
@@ -90,9 +90,9 @@ TEST_F(RbTreeMapTest, anIteratorSurvivesTheRemovalOfItsMember) {
   EXPECT_EQ(it->fwkKey(), 20u) << "held until the next step";
   map.del(30);
   EXPECT_EQ(it->fwkKey(), 20u) << "not the one behind it";
-  EXPECT_EQ(Member::living, 4);
+  EXPECT_EQ(TreeMember::living, 4);
   ++it;
-  EXPECT_EQ(Member::living, 3);
+  EXPECT_EQ(TreeMember::living, 3);
   EXPECT_THAT(rest(it), ElementsAre(40, 50));
 }
 
@@ -110,8 +110,8 @@ TEST_F(RbTreeMapTest, aCopyOfAnIteratorStandsWhereTheOriginalStood) {
 }
 
 TEST_F(RbTreeMapTest, anAssignedIteratorStandsInTheMapOfTheOther) {
-  Map other;
-  for (U32 key : {1u, 2u, 3u}) other.insert(makePtr<Member>(key));
+  TreeMap other;
+  for (U32 key : {1u, 2u, 3u}) other.insert(makePtr<TreeMember>(key));
   auto it = map.iterator();
   it = other.iterator();
   map.del(10);
@@ -120,7 +120,7 @@ TEST_F(RbTreeMapTest, anAssignedIteratorStandsInTheMapOfTheOther) {
 }
 
 TEST_F(RbTreeMapTest, anAssignedIteratorMayEndBeforeTheOneItCameFrom) {
-  std::optional<Map::Iterator> brief = map.iterator();
+  std::optional<TreeMap::Iterator> brief = map.iterator();
   auto it = map.iterator();
   *brief = it;
   brief.reset();
@@ -139,15 +139,15 @@ TEST_F(RbTreeMapTest, anIteratorEndsWhenAllHaveGone) {
 TEST_F(RbTreeMapTest, anIteratorSeesWhatIsInsertedAheadOfIt) {
   auto it = map.iterator();
   ++it;
-  map.insert(makePtr<Member>(25u));
-  map.insert(makePtr<Member>(5u));
+  map.insert(makePtr<TreeMember>(25u));
+  map.insert(makePtr<TreeMember>(5u));
   EXPECT_THAT(rest(it), ElementsAre(20, 25, 30, 40, 50));
 }
 
 TEST_F(RbTreeMapTest, anIteratorSurvivesTheEndOfTheMap) {
-  auto brief = std::make_unique<Map>();
-  brief->insert(makePtr<Member>(1u));
-  brief->insert(makePtr<Member>(2u));
+  auto brief = std::make_unique<TreeMap>();
+  brief->insert(makePtr<TreeMember>(1u));
+  brief->insert(makePtr<TreeMember>(2u));
   auto it = brief->iterator();
   brief = nullptr;
   EXPECT_EQ(it->fwkKey(), 1u);
@@ -181,10 +181,10 @@ TEST_F(RbTreeMapTest, aMemberMayDeleteAnotherAtItsEnd) {
 TEST_F(RbTreeMapTest, visitsWhatLiesAheadWhateverComesAndGoes) {
   for (unsigned seed = 1; seed <= 200; ++seed) {
     std::mt19937 random(seed);
-    Map walked;
+    TreeMap walked;
     std::set<U32> model;
     for (int i = 0; i < 60; ++i) model.insert(static_cast<U32>(random() % 1000));
-    for (U32 key : model) walked.insert(makePtr<Member>(key));
+    for (U32 key : model) walked.insert(makePtr<TreeMember>(key));
     auto expected = model.begin();
     U32 last = 0;
     for (auto it = walked.iterator(); it; ++it) {
@@ -199,7 +199,7 @@ TEST_F(RbTreeMapTest, visitsWhatLiesAheadWhateverComesAndGoes) {
           // on the next one already and would not see what comes between.
           if (model.empty() || *model.rbegin() <= last || key <= *model.rbegin()) continue;
           model.insert(key);
-          walked.insert(makePtr<Member>(key));
+          walked.insert(makePtr<TreeMember>(key));
         } else if (victim != model.end()) {
           walked.del(*victim);
           model.erase(victim);
@@ -212,8 +212,8 @@ TEST_F(RbTreeMapTest, visitsWhatLiesAheadWhateverComesAndGoes) {
 }
 
 TEST(RbTreeMap, insertingNullIsRefusedAndNothingChanges) {
-  Map map;
-  map.insert(makePtr<Member>(1u));
+  TreeMap map;
+  map.insert(makePtr<TreeMember>(1u));
   EXPECT_EQ(Probes::rangeMessage([&] { map.insert(nullptr); }),
             "null _member parameter to mutator for Zint::RbTreeMap::insert not allowed\"");
   EXPECT_EQ(map.size(), 1u);

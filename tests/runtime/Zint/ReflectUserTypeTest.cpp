@@ -194,13 +194,14 @@ TEST_F(ReflectUserType, servesARegionThatIsMadeByName) {
 }
 
 TEST_F(ReflectUserType, changesAreAnnouncedUnderItsIds) {
-  class Watch : public TcamHam::NotifieeConst {
+  class AttributeWatch : public TcamHam::NotifieeConst {
    public:
     using NotifieeConst::NotifieeConst;
     void handleNotification(Zint::ActivityConfig*) override { told.push_back(attribute()); }
     std::vector<Zint::AttributeId> told;
   };
-  const auto watch = Zint::makePtr<Watch>(nullptr, Zint::Ptr<const Hardware::ChipHam>(ham));
+  const auto watch =
+      Zint::makePtr<AttributeWatch>(nullptr, Zint::Ptr<const Hardware::ChipHam>(ham));
   named.attributeIs("parity", "true");
   named.attributeIs("parity", "true");
   ASSERT_EQ(watch->told, (std::vector<Zint::AttributeId>{TcamHam::Id::parity}));
