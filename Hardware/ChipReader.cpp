@@ -7,7 +7,7 @@
 namespace Hardware {
 namespace {
 
-constexpr const char* nullChipMemory =
+constexpr const char* nullQueueMember =
     "null _chipMemory parameter to mutator for Hardware::ChipReader::chipMemory not allowed\"";
 
 // Returns `readInterval`. A wake-up could not be armed with what is no number: the reading would
@@ -179,7 +179,7 @@ void ChipReader::entriesReadIs(U32 entriesRead) {
 // --- Queue ---
 
 void ChipReader::chipMemoryEnq(const ChipMemory::Ptr& chipMemory) {
-  refuseNull(chipMemory, nullChipMemory);
+  refuseNull(chipMemory, nullQueueMember);
   chipMemory_.enq(Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 
@@ -199,7 +199,7 @@ void ChipReader::chipMemoryDelAll() {
 }
 
 void ChipReader::newChipMemory(U32 index, const ChipMemory::Ptr& chipMemory) {
-  refuseNull(chipMemory, nullChipMemory);
+  refuseNull(chipMemory, nullQueueMember);
   chipMemory_.insert(index, Zint::makePtr<ZintChipMemory>(chipMemory));
 }
 

@@ -87,7 +87,7 @@ built() {
   cmake --preset "$preset" >"build/soak/$preset-configure.log" 2>&1 ||
     { cat "build/soak/$preset-configure.log"; die "configuring $preset failed"; }
   for target in "$@"; do
-    cmake --build "build/$preset" --target help | grep -q "^$target: " ||
+    grep -q "^$target: " <(cmake --build "build/$preset" --target help) ||
       die "there is no program $target: tests/${target%-tests} has not been written yet"
   done
   cmake --build "build/$preset" -j "$JOBS" --target "$@" || die "building $preset failed"
