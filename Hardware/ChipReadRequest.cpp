@@ -5,7 +5,7 @@
 namespace Hardware {
 namespace {
 
-constexpr const char* nullChipMemory =
+constexpr const char* nullRequestMember =
     "null _chipMemory parameter to mutator for Hardware::ChipReadRequest::chipMemory not allowed\"";
 
 }  // namespace
@@ -25,7 +25,7 @@ ChipMemory::Ptr ChipReadRequest::chipMemory(const ChipAddress& address) const {
 }
 
 void ChipReadRequest::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  const ChipMemory::Ptr cm = refuseNull(chipMemory, nullChipMemory);
+  const ChipMemory::Ptr cm = refuseNull(chipMemory, nullRequestMember);
   const Ptr self(this);  // the destructor of a replaced region may drop this request
   const Zint::Ptr<ZintChipMemory> member = chipMemory_.find(cm->address());
   if (member == nullptr) {
@@ -39,11 +39,11 @@ void ChipReadRequest::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
 }
 
 void ChipReadRequest::newChipMemory(const ChipMemory::Ptr& chipMemory) {
-  chipMemory_.insert(Zint::makePtr<ZintChipMemory>(refuseNull(chipMemory, nullChipMemory)));
+  chipMemory_.insert(Zint::makePtr<ZintChipMemory>(refuseNull(chipMemory, nullRequestMember)));
 }
 
 void ChipReadRequest::ZintChipMemory::chipMemoryIs(const ChipMemory::Ptr& chipMemory) {
-  chipMemory_ = refuseNull(chipMemory, nullChipMemory);
+  chipMemory_ = refuseNull(chipMemory, nullRequestMember);
 }
 
 ChipMemory::Ptr ChipReadRequest::chipMemoryDel(const ChipAddress& address) {
