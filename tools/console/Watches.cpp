@@ -5,7 +5,6 @@
 #include "tools/console/Values.h"
 
 namespace Console {
-namespace {
 
 class ChangeNotifiee : public Zint::NotifieeConst {
  public:
@@ -25,8 +24,6 @@ class ChangeNotifiee : public Zint::NotifieeConst {
   const Zint::String8 name_;
   const std::function<void()> changed_;
 };
-
-}  // namespace
 
 Zint::Ptr<Zint::NotifieeConst> changeNotifiee(const Zint::Ptr<Zint::ActivityConfig>& activity,
                                               const Zint::GenericIf_& object,
