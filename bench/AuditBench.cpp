@@ -137,12 +137,12 @@ void registerAuditBenches() {
   for (const U32 size : {1u, 16u, 64u}) {
     const std::string megabytes = std::to_string(size) + " MiB";
     auto plain = shared<RegionStand>(size * mebi / 4, 4u, plainHam());
-    const std::string row1 = "row01/audit of " + megabytes;
+    const std::string row1 = "row01/comparison of " + megabytes;
     side(row1, "ours", pass(plain));
     side(row1, "memcmp", memcmpOfAll(plain));
 
     auto comparing = shared<RegionStand>(size * mebi / 4, 4u, comparingHam());
-    const std::string row2 = "row02/audit with own doCompare, " + megabytes;
+    const std::string row2 = "row02/comparison with own doCompare, " + megabytes;
     side(row2, "ours", pass(comparing));
     side(row2, "bare loop", bareCompareLoop(comparing));
   }
@@ -154,7 +154,7 @@ void registerAuditBenches() {
 
   for (const U32 entrySize : {1u, 2u, 3u, 4u, 8u, 12u, 16u, 64u}) {
     auto stand = shared<RegionStand>(mebi / entrySize, entrySize, plainHam());
-    const std::string row = "sizes/audit, " + std::to_string(entrySize) + "-byte entries";
+    const std::string row = "sizes/comparison, " + std::to_string(entrySize) + "-byte entries";
     side(row, "ours", pass(stand));
     side(row, "literal loop", literalPass(stand));
   }

@@ -44,6 +44,8 @@ void registerTraceBenches();
 void registerConfigureBenches();
 void registerMemoryBenches();
 void registerTurnBenches();
+void registerPassBenches();
+void registerLifeBenches();
 
 // Ends the program unless a benchmark has computed what it should have.
 void require(bool holds, const char* what);

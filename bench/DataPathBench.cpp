@@ -115,51 +115,81 @@ bool memcpyOfAll(DataStand& s) {
   return true;
 }
 
-// One region of 16,384 registers and random addresses in it.
-struct RegisterStand : DataStand {
-  RegisterStand() : DataStand(16384, 4) {
-    region->skipWriteIfMatchesCacheIs(false);
+// 16,384 registers in one region or in many of them, 64 KiB apart, and random addresses in them.
+struct RegisterStand : Stand {
+  RegisterStand(U32 regionCount, bool skip) {
+    const Hardware::ChipHam::Ptr ham = plainHam();
+    const U32 entries = registers / regionCount;
+    for (U32 i = 0; i < regionCount; ++i) {
+      const auto region = regionIs(ChipAddress(0, i * 0x10000), entries, 4, ham);
+      region->shadowEnabledIs(true);
+      region->readFromCacheIs(true);
+      region->skipWriteIfMatchesCacheIs(skip);
+      regions.push_back(region);
+    }
+    configured();
     std::mt19937 random = randomNumbers();
     for (ChipAddress& address : addresses) {
-      address = ChipAddress(0, static_cast<U32>(random() % entries * 4));
+      const U32 region = static_cast<U32>(random() % regionCount);
+      address = ChipAddress(0, region * 0x10000 + static_cast<U32>(random() % entries * 4));
     }
-    for (U32 e = 0; e < entries; ++e) map[4 * e] = e;
-    for (U32 e = 0; e < entries; ++e) shadow->shadowWriteU32(ChipAddress(0, 4 * e), e);
+    for (const auto& region : regions) {
+      for (U32 e = 0; e < entries; ++e) {
+        const ChipAddress address = region->entryAddress(e);
+        map[address.value()] = address.chipMemoryOffset();
+        shadow->shadowWriteU32(address, address.chipMemoryOffset());
+      }
+    }
   }
 
+  static constexpr U32 registers = 16384;
+  std::vector<Hardware::ChipMemory::Ptr> regions;
   std::vector<ChipAddress> addresses{randoms};
   std::unordered_map<U64, U32> map;
 };
 
-void registerRegisterAccess() {
-  auto stand = shared<RegisterStand>();
-  const std::string row7Write = "row07/shadowWriteU32 at random";
-  side(row7Write, "ours", [stand](benchmark::State& state) {
+// What is written: the same value again, or another one each time.
+enum class Value { same, another };
+
+template <class Source>
+void registerWrites(const std::string& comparison, Source stand, Value value) {
+  side(comparison, "ours", [stand, value](benchmark::State& state) {
     Hardware::HardwareShadow& shadow = *stand().shadow;
-    U32 value = 0;
-    usedInBlocks(state, stand().addresses,
-                 [&](const ChipAddress& address) { shadow.shadowWriteU32(address, ++value); });
-    shadow.shadowWriteU32(ChipAddress(0, 4), 1);
-    require(shadow.readFromCacheU32(ChipAddress(0, 4)) == 1, "the register holds its value");
+    for (const ChipAddress& address : stand().addresses)
+      shadow.shadowWriteU32(address, address.chipMemoryOffset());
+    U32 last = 0;
+    if (value == Value::same) {
+      usedInBlocks(state, stand().addresses, [&](const ChipAddress& address) {
+        shadow.shadowWriteU32(address, address.chipMemoryOffset());
+      });
+    } else {
+      usedInBlocks(state, stand().addresses,
+                   [&](const ChipAddress& address) { shadow.shadowWriteU32(address, ++last); });
+    }
+    const ChipAddress probe = stand().addresses[0];
+    shadow.shadowWriteU32(probe, 1);
+    require(shadow.readFromCacheU32(probe) == 1, "the register holds its value");
   });
-  side(row7Write, "std::unordered_map", [stand](benchmark::State& state) {
+  side(comparison, "std::unordered_map", [stand, value](benchmark::State& state) {
     std::unordered_map<U64, U32>& map = stand().map;
-    U32 value = 0;
+    U32 last = 0;
     usedInBlocks(state, stand().addresses, [&](const ChipAddress& address) {
-      map[address.value()] = ++value;
+      map[address.value()] = value == Value::same ? address.chipMemoryOffset() : ++last;
       benchmark::ClobberMemory();
     });
   });
+}
 
-  const std::string row7Read = "row07/readFromCacheU32 at random";
-  side(row7Read, "ours", [stand](benchmark::State& state) {
+template <class Source>
+void registerReads(const std::string& comparison, Source stand) {
+  side(comparison, "ours", [stand](benchmark::State& state) {
     Hardware::HardwareShadow& shadow = *stand().shadow;
     usedInBlocks(state, stand().addresses, [&shadow](const ChipAddress& address) {
       U32 value = shadow.readFromCacheU32(address);
       opaque(value);
     });
   });
-  side(row7Read, "std::unordered_map", [stand](benchmark::State& state) {
+  side(comparison, "std::unordered_map", [stand](benchmark::State& state) {
     const std::unordered_map<U64, U32>& map = stand().map;
     usedInBlocks(state, stand().addresses, [&map](const ChipAddress& address) {
       const auto place = map.find(address.value());
@@ -167,6 +197,42 @@ void registerRegisterAccess() {
       opaque(value);
     });
   });
+}
+
+void registerRegisterAccess() {
+  for (const U32 regions : {1u, 64u, 1024u}) {
+    const std::string where =
+        ", " + std::to_string(regions) + (regions == 1 ? " region" : " regions");
+    auto literal = shared<RegisterStand>(regions, false);
+    auto skipping = shared<RegisterStand>(regions, true);
+    registerWrites("row07/shadowWriteU32 at random" + where, literal, Value::another);
+    registerWrites("row07/shadowWriteU32 at random, skip on, misses" + where, skipping,
+                   Value::another);
+    registerWrites("row07/shadowWriteU32 at random, skip on, hits" + where, skipping, Value::same);
+    registerReads("row07/readFromCacheU32 at random" + where, literal);
+  }
+}
+
+// --- An observer at a region -------------------------------------------------------------------
+
+// Hears of everything, does nothing.
+class Deaf : public Hardware::ChipMemory::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+};
+
+struct ObservedStand : DataStand {
+  ObservedStand() : DataStand(1024, 4), watch(Zint::makePtr<Deaf>(activity, region)) {}
+  Zint::Ptr<Deaf> watch;
+};
+
+// The same operation on a region with one notifiee and on one with none.
+template <class Write>
+void registerObserved(const std::string& what, Write measured) {
+  auto observed = shared<ObservedStand>();
+  auto unobserved = shared<DataStand>(1024u, 4u);
+  side("row22/" + what + ", one notifiee at the region", "ours", measured(observed));
+  side("row22/" + what + ", one notifiee at the region", "no notifiee", measured(unobserved));
 }
 
 }  // namespace
@@ -180,6 +246,12 @@ void registerDataPathBenches() {
        misses(table, memcmpAndMemcpy));
 
   registerRegisterAccess();
+  registerObserved("read of 1,024 entries",
+                   [](auto stand) { return reads(stand, readFromShadow); });
+  registerObserved("write of 1,024 entries, all hits",
+                   [](auto stand) { return hits(stand, written); });
+  registerObserved("write of 1,024 entries, all misses",
+                   [](auto stand) { return misses(stand, written); });
 
   auto block = shared<DataStand>(16384u, 4u);
   side("row08/read of 64 KiB", "ours", reads(block, readFromShadow));

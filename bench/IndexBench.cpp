@@ -15,20 +15,33 @@ namespace {
 using Hardware::ChipAddress;
 using Hardware::ChipMemory;
 
-// Regions of 16 registers without a gap between them, and a long list of random addresses in them.
+// Where the regions of a chunk lie: the distance of their starts; 0 for uneven sizes and gaps.
+constexpr U32 packed = 64;
+constexpr U32 uneven = 0;
+
+// Regions of 16 registers (uneven: of 1 to 256), and a long list of random addresses: in them, or
+// in the gaps between them (`missed`).
 struct IndexStand : Stand {
-  IndexStand(U32 chunks, U32 regionsOfChunk) {
+  IndexStand(U32 chunks, U32 regionsOfChunk, U32 distance, bool missed) {
     const Hardware::ChipHam::Ptr ham = plainHam();
+    std::mt19937 random = randomNumbers();
     for (U32 chunk = 0; chunk < chunks; ++chunk) {
+      U32 offset = 0;
       for (U32 i = 0; i < regionsOfChunk; ++i) {
-        regions.push_back(regionIs(ChipAddress(chunk, i * 64), 16, 4, ham));
+        const U32 entries = distance == uneven ? 1 + static_cast<U32>(random() % 256) : 16;
+        regions.push_back(regionIs(ChipAddress(chunk, offset), entries, 4, ham));
+        offset +=
+            distance == uneven ? entries * 4 + static_cast<U32>(random() % 16) * 256 : distance;
       }
     }
     configured();
-    std::mt19937 random = randomNumbers();
     for (ChipAddress& address : addresses) {
-      const U32 chunk = static_cast<U32>(random() % chunks);
-      address = ChipAddress(chunk, static_cast<U32>(random() % (regionsOfChunk * 16) * 4));
+      do {
+        const ChipMemory& region = *regions[random() % regions.size()];
+        const U32 span = region.entries() * 4;
+        const U32 inside = static_cast<U32>(random() % span) & ~3u;
+        address = region.address().plus(missed ? span + inside % 64 : inside);
+      } while (missed && shadow->findChipMemory(address, 4) != nullptr);
     }
   }
 
@@ -53,10 +66,12 @@ const ChipMemory* found(const Map& map, const ChipAddress& address) {
 
 // Looks up one address after the other, and checks each answer once.
 template <class Find>
-void lookedUp(benchmark::State& state, const IndexStand& stand, Find find) {
+void lookUp(benchmark::State& state, const IndexStand& stand, Find find) {
+  const bool missed = stand.shadow->findChipMemory(stand.addresses[0], 4) == nullptr;
   for (const ChipAddress& address : stand.addresses) {
     const ChipMemory* region = find(address);
-    require(region != nullptr && region->inRange(address), "the region was found");
+    require(missed ? region == nullptr : region != nullptr && region->inRange(address),
+            "the answer is right");
   }
   usedInBlocks(state, stand.addresses, [&find](const ChipAddress& address) {
     const ChipMemory* region = find(address);
@@ -68,15 +83,16 @@ template <class Map, class Source>
 Body lookUpInMap(Source stand) {
   return [stand](benchmark::State& state) {
     const Map map = stand().template map<Map>();
-    lookedUp(state, stand(), [&map](const ChipAddress& address) { return found(map, address); });
+    lookUp(state, stand(), [&map](const ChipAddress& address) { return found(map, address); });
   };
 }
 
-void registerLookUps(const std::string& comparison, U32 chunks, U32 regionsOfChunk) {
-  auto stand = shared<IndexStand>(chunks, regionsOfChunk);
+void registerLookUps(const std::string& comparison, U32 chunks, U32 regionsOfChunk,
+                     U32 distance = packed, bool missed = false) {
+  auto stand = shared<IndexStand>(chunks, regionsOfChunk, distance, missed);
   side(comparison, "ours", [stand](benchmark::State& state) {
     Hardware::HardwareShadow& shadow = *stand().shadow;
-    lookedUp(state, stand(), [&shadow](const ChipAddress& address) {
+    lookUp(state, stand(), [&shadow](const ChipAddress& address) {
       return static_cast<const ChipMemory*>(shadow.findChipMemory(address, 4).ptr());
     });
   });
@@ -97,20 +113,27 @@ void registerIndexBenches() {
   registerLookUps("row04/random look-up, 1,024 regions", 1, 1024);
   registerLookUps("row04/random look-up, 65,535 regions", 1, 65535);
   registerLookUps("row04/random look-up, 4,096 chunks of 16", 4096, 16);
+  registerLookUps("row04/random look-up, 1,024 regions 4 KiB apart", 1, 1024, 4096);
+  registerLookUps("row04/random look-up, 65,535 regions 64 KiB apart", 1, 65535, 65536);
+  registerLookUps("row04/random look-up, 1,024 uneven regions", 1, 1024, uneven);
+  registerLookUps("row04/random look-up, 65,535 uneven regions", 1, 65535, uneven);
+  registerLookUps("row04/look-up that finds nothing, 1,024 regions 4 KiB apart", 1, 1024, 4096,
+                  true);
+  registerLookUps("row04/look-up that finds nothing, 65,535 regions 64 KiB apart", 1, 65535, 65536,
+                  true);
 
   const std::string row5 = "row05/look-up in the last region";
-  auto single = shared<IndexStand>(1u, 1u);
+  auto single = shared<IndexStand>(1u, 1u, packed, false);
   side(row5, "ours", [single](benchmark::State& state) {
     Hardware::HardwareShadow& shadow = *single().shadow;
-    lookedUp(state, single(), [&shadow](const ChipAddress& address) {
+    lookUp(state, single(), [&shadow](const ChipAddress& address) {
       return static_cast<const ChipMemory*>(shadow.findChipMemory(address, 4).ptr());
     });
   });
   side(row5, "inlined range check", [single](benchmark::State& state) {
     const ChipMemory* last = single().regions[0].ptr();
-    lookedUp(state, single(), [last](const ChipAddress& address) {
-      return last->inRange(address) ? last : nullptr;
-    });
+    lookUp(state, single(),
+           [last](const ChipAddress& address) { return last->inRange(address) ? last : nullptr; });
   });
 
   for (const U32 regions : {1u, 4u, 16u, 64u, 256u, 1024u, 4096u, 16384u, 65535u}) {

@@ -106,6 +106,38 @@ double allocationsOfPass(U32 regions) {
   return allocationsOf([&] { stand.shadow->doAuditChips(); });
 }
 
+// One whole pass: start, slices, comparison and end.
+double allocationsOfWholePass(U32 regions) {
+  Stand stand;
+  const Hardware::ChipHam::Ptr ham = plainHam();
+  for (U32 i = 0; i < regions; ++i) {
+    const ChipMemory::Ptr region = auditedRegion(i * 4096, 1024, ham);
+    region->doClear();
+    stand.shadow->chipMemoryIs(region);
+  }
+  stand.configured();
+  const auto reader = Hardware::chipReaderFactory(stand.activity, stand.shadow->auditReadRequest(),
+                                                  stand.clock, 1024, 0.0);
+  stand.shadow->stateIs(Hardware::HardwareShadow::auditing());
+  return allocationsOf([&] {
+    const U32 audits = stand.shadow->audits();
+    while (stand.shadow->audits() == audits) stand.activity->turn();
+  });
+}
+
+// One entry that differs and is repaired; text trace is built for level 0 alone.
+double allocationsOfDifference(U32 entrySize) {
+  constexpr U32 entries = 64;
+  RegionStand stand(entries, entrySize, plainHam());
+  const double count = allocationsOf([&] {
+    for (U32 i = 0; i < stand.bytes; ++i)
+      stand.hardwareBytes()[i] = static_cast<U8>(~stand.shadowBytes()[i]);
+    stand.shadow->doAuditChips();
+  });
+  require(stand.region->registersFixed() % entries == 0, "every entry was repaired");
+  return count / entries;
+}
+
 double allocationsOfTick() {
   RegionStand stand(1 << 20, 4, plainHam());
   const Hardware::ChipReadRequest::Ptr request = stand.shadow->auditReadRequest();
@@ -142,9 +174,16 @@ void registerMemoryBenches() {
   figure("row17/write hit", "allocations", [] { return allocationsOfWrite(true); });
   figure("row17/write miss", "allocations", [] { return allocationsOfWrite(false); });
   figure("row17/read", "allocations", allocationsOfRead);
-  figure("row17/equal compare, one more region", "allocations",
+  figure("row17/comparison, one more region", "allocations",
          [] { return allocationsOfPass(2) - allocationsOfPass(1); });
-  figure("row17/equal compare, whole pass", "allocations", [] { return allocationsOfPass(1); });
+  figure("row17/comparison of 1 region", "allocations", [] { return allocationsOfPass(1); });
+  figure("row17/whole pass of 1 region", "allocations", [] { return allocationsOfWholePass(1); });
+  figure("row17/whole pass of 100 regions", "allocations",
+         [] { return allocationsOfWholePass(100); });
+  figure("row17/real difference, 4-byte entry", "allocations",
+         [] { return allocationsOfDifference(4); });
+  figure("row17/real difference, 4,096-byte entry", "allocations",
+         [] { return allocationsOfDifference(4096); });
   figure("row17/reader tick", "allocations", allocationsOfTick);
   figure("row17/notification of 8", "allocations", allocationsOfNotification);
 }

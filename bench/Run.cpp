@@ -27,6 +27,8 @@ int run(int count, char** arguments) {
   registerConfigureBenches();
   registerMemoryBenches();
   registerTurnBenches();
+  registerPassBenches();
+  registerLifeBenches();
 
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;

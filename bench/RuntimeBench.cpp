@@ -1,11 +1,15 @@
 // The runtime: notifiees, counted pointers and collections.
 #include <Zint/LinkQueue.h>
 #include <Zint/RbTreeMap.h>
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <unordered_map>
+#include <unordered_set>
 #ifdef BENCH_BOOST
 #include <boost/signals2.hpp>
+#include <boost/signals2/dummy_mutex.hpp>
+#include <boost/signals2/signal_type.hpp>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #endif
 #ifdef BENCH_SIGC
@@ -39,7 +43,7 @@ struct WatchedStand : Stand {
   std::vector<Zint::Ptr<Watch>> watches;
 };
 
-// What a user would write with a signal library: a value that notifies of its changes.
+// What a user would write with a signal library: a value that is announced when it changes.
 template <class Signal>
 struct Announced {
   void valueIs(U32 newValue) {
@@ -89,17 +93,23 @@ void registerNotification(const std::string& comparison, U32 notifiees) {
   side(comparison, "boost::signals2",
        emission<boost::signals2::signal<void(U32)>>(
            notifiees, [](S64* count) { return [count](U32) { ++*count; }; }));
+  // For one thread, as ours is.
+  using boost::signals2::keywords::mutex_type;
+  side(comparison, "boost::signals2 without locks",
+       emission<
+           boost::signals2::signal_type<void(U32), mutex_type<boost::signals2::dummy_mutex>>::type>(
+           notifiees, [](S64* count) { return [count](U32) { ++*count; }; }));
 #endif
 }
 
 // --- Counted pointers ----------------------------------------------------------------------------
 
-// The number of objects of one walk.
+// As many objects as are walked over in one iteration.
 constexpr U32 pointed = 64;
 
 class Counted : public Zint::PtrInterface {};
 
-// An object of the same size that contains its own reference count.
+// The same shape with a count of its own.
 struct PeerCounted {
   virtual ~PeerCounted() = default;
   mutable std::size_t references = 0;
@@ -151,15 +161,38 @@ class Member : public Zint::PtrInterface,
 
 using MemberPtr = Zint::Ptr<Member>;
 
-// Members with distinct random keys, in the order in which they were made.
+// Distinct keys of one kind. Addresses are multiples of a page: what a chip's map really holds.
+enum class Keys { random, ascending, of4KiB, of64KiB };
+
+U32 keyOf(Keys keys, U32 i, std::mt19937& random) {
+  switch (keys) {
+    case Keys::random:
+      return static_cast<U32>(random());
+    case Keys::ascending:
+      return i;
+    case Keys::of4KiB:
+      return i * 4096;
+    case Keys::of64KiB:
+      return i * 65536;
+  }
+  return 0;
+}
+
+// Members with distinct keys, in random order; and what is asked for: keys of members, or (absent)
+// keys of none.
 struct MemberStand {
-  explicit MemberStand(U32 count) {
-    // An odd factor maps the numbers to distinct ones all over the range.
-    for (const U32 i : shuffled(count)) {
-      members.push_back(Zint::makePtr<Member>((i + 1) * 2654435761u));
-    }
+  explicit MemberStand(U32 count, Keys keys = Keys::random, bool absent = false) {
     std::mt19937 random = randomNumbers();
-    for (U32& key : wanted) key = members[random() % count]->fwkKey();
+    std::unordered_set<U32> used;
+    std::vector<U32> all;
+    const U32 wantedKeys = absent ? 2 * count : count;
+    for (U32 i = 0; all.size() < wantedKeys; ++i) {
+      const U32 key = keyOf(keys, i, random);
+      if (used.insert(key).second) all.push_back(key);
+    }
+    std::shuffle(all.begin(), all.end(), random);
+    for (U32 i = 0; i < count; ++i) members.push_back(Zint::makePtr<Member>(all[i]));
+    for (U32& key : wanted) key = all[(absent ? count : 0) + random() % count];
   }
   U32 size() const { return static_cast<U32>(members.size()); }
 
@@ -185,10 +218,12 @@ struct Filled {
 };
 
 template <class Find>
-void found(benchmark::State& state, const MemberStand& stand, Find find) {
+void lookUp(benchmark::State& state, const MemberStand& stand, Find find) {
+  const bool absent = find(stand.wanted[0]) == nullptr;
   for (const U32 key : stand.wanted) {
     const Member* member = find(key);
-    require(member != nullptr && member->fwkKey() == key, "the member was found");
+    require(absent ? member == nullptr : member != nullptr && member->fwkKey() == key,
+            "the answer is right");
   }
   usedInBlocks(state, stand.wanted, [&find](U32 key) {
     const Member* member = find(key);
@@ -201,19 +236,19 @@ void registerFind(const std::string& comparison, Source stand) {
   auto ours = shared<Filled<Zint::HashMap<Member, U32>>>(stand);
   side(comparison, "ours", [stand, ours](benchmark::State& state) {
     const auto& map = ours().map;
-    found(state, stand(), [&map](U32 key) { return map.find(key); });
+    lookUp(state, stand(), [&map](U32 key) { return map.find(key); });
   });
   auto peer = shared<Filled<std::unordered_map<U32, MemberPtr>>>(stand);
   side(comparison, "std::unordered_map", [stand, peer](benchmark::State& state) {
     const auto& map = peer().map;
-    found(state, stand(), [&map](U32 key) {
+    lookUp(state, stand(), [&map](U32 key) {
       const auto place = map.find(key);
       return place == map.end() ? nullptr : place->second.ptr();
     });
   });
 }
 
-// Many small collections are filled per iteration, so that the cost of stopping the time is small.
+// Small collections are filled many at a time, so that what is not measured does not count.
 template <class Map, class Insert>
 void inserted(benchmark::State& state, const MemberStand& stand, Insert insert) {
   const U32 maps = 1 + 4096 / stand.size();
@@ -268,7 +303,7 @@ void registerTree(const std::string& many, Source stand) {
   });
 }
 
-// Inserts all members, then removes them.
+// All members in, then all of them out.
 template <class Source>
 void registerQueue(const std::string& comparison, Source stand) {
   side(comparison, "ours", [stand](benchmark::State& state) {
@@ -307,9 +342,20 @@ void registerRuntimeBenches() {
 
   const std::pair<U32, const char*> sizes[] = {
       {10, "10"}, {1000, "1,000"}, {100000, "100,000"}, {1000000, "1,000,000"}};
+  const std::pair<Keys, const char*> kinds[] = {{Keys::random, "random keys"},
+                                                {Keys::ascending, "ascending keys"},
+                                                {Keys::of4KiB, "multiples of 4 KiB"},
+                                                {Keys::of64KiB, "multiples of 64 KiB"}};
   for (const auto& [count, many] : sizes) {
+    for (const auto& [keys, kind] : kinds) {
+      // 2^32 bytes hold as many: of both kinds when none is absent.
+      if (keys == Keys::of64KiB && count > 32768) continue;
+      if (keys == Keys::of4KiB && count > 500000) continue;
+      const std::string what = std::string("row12/HashMap find, ") + many + ", " + kind;
+      registerFind(what, shared<MemberStand>(count, keys, false));
+      registerFind(what + ", absent", shared<MemberStand>(count, keys, true));
+    }
     auto stand = shared<MemberStand>(count);
-    registerFind(std::string("row12/HashMap find, ") + many, stand);
     registerTree(many, stand);
     registerQueue(std::string("row12/LinkQueue pass, ") + many, stand);
   }

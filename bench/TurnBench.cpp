@@ -93,7 +93,7 @@ double percentile(std::vector<double> times, double fraction) {
 
 void registerTurnBenches() {
   auto stand = shared<PassStand>();
-  const std::string comparing = "row18/turn that compares 64 MiB";
+  const std::string comparing = "row18/comparing turn, 64 MiB";
   side(comparing, "ours",
        [stand](benchmark::State& state) {
          for (auto _ : state) state.SetIterationTime(onePass(stand()).last);

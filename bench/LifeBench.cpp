@@ -1,0 +1,217 @@
+// Creation and destruction in bulk, the turns that are as long as their work, and what an activity
+// costs that has nothing to do.
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+
+#include "Bench.h"
+
+namespace Bench {
+namespace {
+
+using Hardware::ChipAddress;
+using Hardware::ChipMemory;
+using Hardware::HardwareShadow;
+
+double processorTime() {
+  timespec time;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+// --- Creation and destruction ------------------------------------------------------------------
+
+constexpr U32 many = 10000;
+
+// What one region is by hand: an object, its four buffers and a name.
+struct PeerRegion {
+  std::string name = "region";
+  std::unique_ptr<U8[]> hardware = std::make_unique<U8[]>(1024);
+  std::unique_ptr<U8[]> shadow = std::make_unique<U8[]>(1024);
+  std::unique_ptr<U8[]> initialized = std::make_unique<U8[]>(33);
+  std::unique_ptr<U8[]> dirty = std::make_unique<U8[]>(33);
+};
+
+ChipMemory::Ptr madeRegion(U32 i, const Hardware::ChipHam::Ptr& ham) {
+  ChipMemory::Ptr region =
+      Hardware::chipMemoryFactory("region", ChipAddress(0, i * 4096), 256, 4, 4, ham);
+  region->shadowEnabledIs(true);
+  return region;
+}
+
+void registerRegions() {
+  const std::string comparison = "row23/10,000 regions made and destroyed";
+  side(comparison, "ours", [](benchmark::State& state) {
+    const Hardware::ChipHam::Ptr ham = plainHam();
+    for (auto _ : state) {
+      std::vector<ChipMemory::Ptr> regions;
+      for (U32 i = 0; i < many; ++i) regions.push_back(madeRegion(i, ham));
+      opaque(regions);
+    }
+    partsOfIteration(state, many);
+  });
+  side(comparison, "objects of six blocks", [](benchmark::State& state) {
+    for (auto _ : state) {
+      std::vector<std::unique_ptr<PeerRegion>> regions;
+      for (U32 i = 0; i < many; ++i) regions.push_back(std::make_unique<PeerRegion>());
+      opaque(regions);
+    }
+    partsOfIteration(state, many);
+  });
+  side("row23/10,000 shadows made and destroyed", "ours", [](benchmark::State& state) {
+    Stand stand;
+    for (auto _ : state) {
+      std::vector<HardwareShadow::Ptr> shadows;
+      for (U32 i = 0; i < many; ++i)
+        shadows.push_back(Hardware::hardwareShadowFactory(stand.activity, stand.clock));
+      opaque(shadows);
+    }
+    partsOfIteration(state, many);
+  });
+  side("row23/a shadow of 10,000 regions destroyed", "ours", [](benchmark::State& state) {
+    const Hardware::ChipHam::Ptr ham = plainHam();
+    std::vector<ChipMemory::Ptr> regions;
+    for (U32 i = 0; i < many; ++i) regions.push_back(madeRegion(i, ham));
+    for (auto _ : state) {
+      state.PauseTiming();
+      auto stand = std::make_unique<Stand>();
+      for (const ChipMemory::Ptr& region : regions) stand->shadow->chipMemoryIs(region);
+      stand->configured();
+      state.ResumeTiming();
+      stand.reset();
+    }
+    partsOfIteration(state, many);
+  });
+}
+
+// --- The longest turns -------------------------------------------------------------------------
+
+// Many audited regions, or one large one, with a reader. Every handler of a pass is one turn.
+struct LongStand : Stand {
+  LongStand(U32 regionCount, U32 entries) {
+    const Hardware::ChipHam::Ptr ham = plainHam();
+    for (U32 i = 0; i < regionCount; ++i) {
+      const ChipMemory::Ptr region =
+          regionIs(ChipAddress(i / 50000, i % 50000 * 65536), entries, 4, ham);
+      region->shadowEnabledIs(true);
+      region->auditEnabledIs(true);
+      regions.push_back(region);
+    }
+    configured();
+    for (const ChipMemory::Ptr& region : regions) region->doClear();
+    reader = Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock, 65536, 0.0);
+    shadow->stateIs(HardwareShadow::auditing());
+  }
+
+  struct Turns {
+    double start = 0, slice = 0, comparison = 0;
+  };
+  Turns onePass() {
+    Turns turns;
+    const U32 audits = shadow->audits();
+    double began = processorTime();
+    activity->turn();
+    turns.start = processorTime() - began;
+    while (shadow->audits() == audits) {
+      turns.slice = std::max(turns.slice, turns.comparison);
+      began = processorTime();
+      activity->turn();
+      turns.comparison = processorTime() - began;
+    }
+    return turns;
+  }
+
+  std::vector<ChipMemory::Ptr> regions;
+  Hardware::ChipReader::Ptr reader;
+};
+
+using Bare = std::function<void(const LongStand&)>;
+
+void registerTurn(const std::string& name, const std::function<LongStand&()>& stand,
+                  double LongStand::Turns::*turn, const Bare& bare) {
+  side(name, "ours",
+       [stand, turn](benchmark::State& state) {
+         for (auto _ : state) state.SetIterationTime(stand().onePass().*turn);
+       })
+      ->UseManualTime()
+      ->Iterations(1);
+  side(name, "bare loop",
+       [stand, bare](benchmark::State& state) {
+         for (auto _ : state) {
+           stand().onePass();  // leaves the caches as a pass would
+           const double began = processorTime();
+           bare(stand());
+           state.SetIterationTime(processorTime() - began);
+         }
+       })
+      ->UseManualTime()
+      ->Iterations(1);
+}
+
+void registerTurnsOf(const std::string& what, U32 regions, U32 entries) {
+  auto stand = shared<LongStand>(regions, entries);
+  registerTurn("row24/start turn, " + what, stand, &LongStand::Turns::start,
+               [](const LongStand& s) {
+                 for (const ChipMemory::Ptr& region : s.regions)
+                   std::memset(region->dirty()->data(), 0, region->dirty()->size());
+                 benchmark::ClobberMemory();
+               });
+  registerTurn("row24/comparing turn, " + what, stand, &LongStand::Turns::comparison,
+               [](const LongStand& s) {
+                 int difference = 0;
+                 for (const ChipMemory::Ptr& region : s.regions) {
+                   difference |= std::memcmp(region->shadow()->data(), region->hardware()->data(),
+                                             region->hardware()->size());
+                 }
+                 opaque(difference);
+               });
+}
+
+// --- Idleness ----------------------------------------------------------------------------------
+
+// Wakes a number of times, a millisecond apart, and then stops its activity.
+class Ticker : public Zint::Clock::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onTime() override {
+    if (--left == 0) return zintFwkActivity()->stop();
+    timeMinIs(Zint::now() + 0.001);
+  }
+  U32 left = 0;
+};
+
+double microsecondsOfWakeUp() {
+  constexpr U32 wakeUps = 300;
+  const Zint::Ptr<Zint::Clock> clock = Zint::monotonicClockFactory("clock");
+  const auto activity = Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
+  const auto ticker = Zint::makePtr<Ticker>(activity, Zint::Ptr<const Zint::Clock>(clock));
+  std::vector<double> runs;
+  for (U32 run = 0; run < 9; ++run) {
+    ticker->left = wakeUps;
+    ticker->timeMinIs(0.0);
+    const double began = processorTime();
+    activity->run();
+    runs.push_back((processorTime() - began) * 1e6 / wakeUps);
+  }
+  std::nth_element(runs.begin(), runs.begin() + 4, runs.end());
+  return runs[4];
+}
+
+}  // namespace
+
+void registerLifeBenches() {
+  registerRegions();
+  // As much as a 32-bit process holds comfortably.
+  if constexpr (sizeof(void*) == 8) {
+    registerTurnsOf("1 region of 1 GiB", 1, 1u << 28);
+  } else {
+    registerTurnsOf("1 region of 256 MiB", 1, 1u << 26);
+  }
+  registerTurnsOf("100,000 regions", 100000, 16);
+  figure("row25/CPU of a wake-up inside run()", "us", microsecondsOfWakeUp);
+}
+
+}  // namespace Bench
