@@ -110,22 +110,10 @@ def grown_from(name):
     return "one of " + name.split(", ", 1)[1]
 
 
-def fits(goal, name, width):
-    return re.match(goal["name"], name) and goal.get("width", width) == width
-
-
 def goal_of(name, width, reference):
     """The goal, {} if there is none; `reference` is None for what is counted."""
     for goal in GOALS:
-        if fits(goal, name, width) and goal.get("reference") == reference:
+        if (re.match(goal["name"], name) and goal.get("width", width) == width and
+                goal.get("reference") == reference):
             return goal
     return {}
-
-
-def references_of(name, width):
-    """The references that there are goals for."""
-    others = {grown_from(few) for few in GROWTH.values()}
-    if name in GROWTH:
-        others.remove(grown_from(GROWTH[name]))
-    return list(dict.fromkeys(goal.get("reference") for goal in GOALS if fits(goal, name, width) and
-                              goal.get("reference") not in others))
