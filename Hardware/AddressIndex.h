@@ -145,7 +145,7 @@ class AddressIndex {
   Zint::DynArray<ChipMemoryChunk::Ptr, ChipMemoryArrayIndex> chipMemoryChunkArray_;
 };
 
-// Inline: the one look-up that calls it has no call in between.
+// Inlined into the look-up of the shadow, its only caller: the call took a tenth of its time.
 [[gnu::always_inline]] inline ChipMemory* AddressIndex::find(const ChipAddress& address) const {
   if (nextIndex_ == 0) return nullptr;
   if (!isIntact_) [[unlikely]]

@@ -267,8 +267,11 @@ void ChipReader::handleTimeout() {
   doRead();
   if (command.isSuperseded()) return;  // stopped or restarted by an access
   if (currentChipMemory_ != nullptr) {
-    // From the end of this slice.
-    if (clock_ != nullptr) clock_->timeMinIs(clock_->notifier()->time() + readInterval_);
+    const Zint::Ptr<const Zint::Clock> clock = this->clock();
+    if (clock == nullptr) return;
+    // From the end of this slice. The reading may stop this reader or give it another clock.
+    const Zint::Seconds time = clock->time();
+    if (!command.isSuperseded() && clock == this->clock()) clock_->timeMinIs(time + readInterval_);
   } else {
     request->statusIs(ChipReadRequest::done_);
   }

@@ -157,7 +157,8 @@ void HardwareShadow::doStartAudit() {
   }
   // A time of the clock that wakes the next pass. When that clock has called this, now() is the
   // same time.
-  lastAuditStartTimeIs(clock_ == nullptr ? Zint::now() : clock_->notifier()->time());
+  const Zint::Ptr<const Zint::Clock> clock = this->clock();
+  lastAuditStartTimeIs(clock == nullptr ? Zint::now() : clock->time());
   if (mark.isSuperseded()) return;  // a notifiee ended the audit
   request->stateIs(ChipReadRequest::start_);
 }

@@ -86,9 +86,9 @@ void Clock::NotifieeConst::timeMinIs(Seconds timeMin) {
   if (timeMin != timeMin) throwRangeException("a wake-up time must be a number");
   const Ptr<const NotifieeConst> self(this);
   const bool isArmed = timeMin != never;
-  const bool isNext = isArmed && isNextTurn(timeMin);
+  const bool isNext = isArmed && hasNotificationActive() && isNextTurn(timeMin);
   if (isArmed && notifier() == nullptr) throwRangeException("a wake-up needs a clock");
-  if (isArmed) served_->reserve();
+  if (isArmed && hasNotificationActive()) served_->reserve();
   timeMin_ = timeMin;
   isArmed_ = isArmed;
   updateWakeUp(isNext);
@@ -131,8 +131,8 @@ void Clock::NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
 void Clock::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
   const Ptr<const NotifieeConst> self(this);
-  const bool isNext = isArmed_ && isNextTurn(timeMin_);
-  if (served_ != nullptr) served_->reserve();
+  const bool isNext = active && isArmed_ && isNextTurn(timeMin_);
+  if (active && isArmed_) served_->reserve();
   Entity::NotifieeConst::hasNotificationActiveIs(active);
   updateWakeUp(isNext);
 }
@@ -146,9 +146,9 @@ void Clock::NotifieeConst::zintFwkActivityIs(const Ptr<ActivityConfig>& activity
   if (activity == zintFwkActivity()) return;
   const Ptr<const NotifieeConst> self(this);
   const Ptr<ActivityConfig> old = zintFwkActivity(), next = activity;  // outlive what they serve
-  const bool isNext = isArmed_ && isNextTurn(timeMin_);
+  const bool isNext = isArmed_ && hasNotificationActive() && isNextTurn(timeMin_);
   ServedClock::Share served = serve(next.ptr(), notifier());
-  if (served != nullptr) served->reserve();
+  if (served != nullptr && isArmed_ && hasNotificationActive()) served->reserve();
   Entity::NotifieeConst::zintFwkActivityIs(next);
   wakeUp_.leaveQueue();
   served_ = std::move(served);  // sets the old activity's timer anew

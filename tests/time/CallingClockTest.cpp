@@ -4,6 +4,7 @@
 
 #include <Hardware/ChipReader.h>
 #include <Hardware/HardwareShadow.h>
+#include <support/RecordingHam.h>
 
 namespace {
 
@@ -75,6 +76,39 @@ TEST_F(CallingClock, reader_itsClockIsTakenAwayWhileItIsTakenAway) {
   reader->clockIs(nullptr);
   EXPECT_EQ(calls, 1);
   EXPECT_EQ(reader->clock(), nullptr);
+}
+
+// Within a slice, so that the reader's next reading is the one that calls.
+struct ReaderOnCallingClock : CallingClock {
+  ReaderOnCallingClock() {
+    ham->onAccess = [this](const Support::HamAccess&, U8*) { callOnce(call); };
+    const auto region =
+        Hardware::chipMemoryFactory("region", Hardware::ChipAddress(0, 0), 4, 4, 4, ham);
+    region->auditEnabledIs(true);
+    request->chipMemoryIs(region);
+    request->stateIs(Hardware::ChipReadRequest::start_);
+  }
+
+  std::function<void()> call;
+  Ptr<Support::RecordingHam> ham = makePtr<Support::RecordingHam>();
+  Hardware::ChipReadRequest::Ptr request = Hardware::chipReadRequestFactory("request");
+  Hardware::ChipReader::Ptr reader =
+      Hardware::chipReaderFactory(activity, request, ClockPtr(clock), 1, 1.0);
+};
+
+TEST_F(ReaderOnCallingClock, tick_itsClockIsTakenAwayWhileTheTimeIsRead) {
+  call = [this] { reader->clockIs(nullptr); };
+  activity->turn();
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(reader->clock(), nullptr);
+  EXPECT_EQ(activity->wakeTime(), 5.0);
+}
+
+TEST_F(ReaderOnCallingClock, tick_itIsStoppedWhileTheTimeIsRead) {
+  call = [this] { request->stateIs(Hardware::ChipReadRequest::stop_); };
+  activity->turn();
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(activity->wakeTime(), 5.0) << "nothing of the reader's is armed";
 }
 
 TEST_F(CallingClock, shadow_itsClockIsTakenAwayWhileItIsTakenAway) {

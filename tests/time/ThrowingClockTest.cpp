@@ -50,6 +50,31 @@ TEST_F(ThrowingClock, timeMinIs_anotherClockThatFailsDoesNotRefuseTheWakeUp) {
   EXPECT_NO_THROW(other->timeIs(3.0));
 }
 
+TEST_F(ThrowingClock, hasNotificationActiveIs_switchesOffWhileTheClockFails) {
+  const Ptr<Sleeper> s = sleeper(activity, clock);
+  s->timeMinIs(5.0);
+  failAfter(0);
+  EXPECT_NO_THROW(s->hasNotificationActiveIs(false));
+  EXPECT_FALSE(s->hasNotificationActive());
+}
+
+TEST_F(ThrowingClock, timeMinIs_ofANotifieeThatIsSwitchedOffDoesNotReadTheClock) {
+  const Ptr<Sleeper> s = sleeper(activity, clock);
+  s->hasNotificationActiveIs(false);
+  failAfter(0);
+  EXPECT_NO_THROW(s->timeMinIs(5.0));
+  EXPECT_EQ(s->timeMin(), 5.0);
+}
+
+TEST_F(ThrowingClock, zintFwkActivityIs_ofANotifieeThatIsSwitchedOffDoesNotReadTheClock) {
+  const auto second = Zint::activityFactory("second", ClockPtr(clock));
+  const Ptr<Sleeper> s = sleeper(activity, clock);
+  s->timeMinIs(5.0);
+  s->hasNotificationActiveIs(false);
+  failAfter(0);
+  EXPECT_NO_THROW(s->zintFwkActivityIs(Ptr<Zint::ActivityConfig>(second)));
+}
+
 TEST_F(ThrowingClock, aNotifieeIsDestroyedWhileItsClockFails) {
   activity->descriptor();
   const Ptr<Sleeper> s = sleeper(activity, clock);
