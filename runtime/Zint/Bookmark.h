@@ -63,6 +63,8 @@ class BookmarkList {
     for (auto* mark = first_; mark != nullptr; mark = mark->next_) mark->list_ = nullptr;
   }
 
+  // No position is open.
+  bool isEmpty() const { return first_ == nullptr; }
   // Call it before the member at `place` leaves; `next` is the place after it.
   void movePast(const Ptr<V>& member, const Place& place, const Place& next) {
     for (auto* mark = first_; mark != nullptr; mark = mark->next_) {

@@ -1,48 +1,13 @@
 #include <Zint/DynArray.h>
 
+#include <runtime/Heap.h>
 #include <runtime/Probes.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <memory>
-#include <new>
 
 namespace {
 
-// The block whose release is watched, its size in bytes, and what was seen then.
-struct Watched {
-  const void* block = nullptr;
-  std::size_t bytes = 0;
-  bool released = false;
-  bool wasZero = false;
-} watched;
-
-void* obtained(std::size_t size) noexcept { return std::malloc(size == 0 ? 1 : size); }
-
-void released(void* block) noexcept {
-  if (block != nullptr && block == watched.block) {
-    const auto* bytes = static_cast<const volatile U8*>(block);
-    watched.released = true;
-    watched.wasZero = std::all_of(bytes, bytes + watched.bytes, [](U8 byte) { return byte == 0; });
-    watched.block = nullptr;
-  }
-  std::free(block);
-}
-
-}  // namespace
-
-// The program's own heap functions, so that a test can look at a block at its release.
-void* operator new(std::size_t size) {
-  if (void* block = obtained(size)) return block;
-  throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return obtained(size); }
-void operator delete(void* block) noexcept { released(block); }
-void operator delete(void* block, std::size_t) noexcept { released(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { released(block); }
-
-namespace {
-
+using Runtime::Heap::watched;
 using Zint::DynArray;
 using Zint::makePtr;
 using Zint::Ptr;
