@@ -72,8 +72,10 @@ class ActivityConfig::Turn {
     turnClock_ = outer_;
     for (const auto& served : activity_->served_) served->endTurn();
     activity_->isTurning_ = false;
-    activity_->dropUnserved();
-    activity_->updateTimer();  // what was armed and disarmed during the turn
+    activity_->eraseUnserved();
+    // For what was armed and disarmed during the turn. A run does it before it waits, and at its
+    // end.
+    if (!activity_->isRunning_) activity_->updateTimer();
   }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
@@ -146,13 +148,18 @@ ServedClock::Share ActivityConfig::serve(const Clock& clock) {
 
 void ActivityConfig::dropUnserved() {
   if (isTurning_ || walks_ > 0) return;  // the end of the turn does it, or the next one to leave
+  eraseUnserved();
+  updateTimer();
+}
+
+void ActivityConfig::eraseUnserved() {
+  if (walks_ > 0) return;
   for (std::size_t i = served_.size(); --i > 0;) {
     if (served_[i]->isShared()) continue;
     if (timer_.source == served_[i].get())
       timer_.due = std::nan("");  // another may get its address
     served_.erase(served_.begin() + static_cast<std::ptrdiff_t>(i));
   }
-  updateTimer();
 }
 
 // --- Turns ---
@@ -180,18 +187,23 @@ void ActivityConfig::runUntil(Seconds time) {
     ActivityConfig& activity;
     ~Limit() {
       activity.limit_ = never;
+      activity.isRunning_ = false;
       activity.updateTimer();
     }
   } limit{*this};
   limit_ = time;
+  isRunning_ = true;
   for (;;) {
-    if (isStopped_.exchange(false)) return;
+    if (takeStop()) return;
     const Seconds began = runTurn();
     // In this order: a stop() that came during the last turn has been obeyed.
-    if (isStopped_.exchange(false) || began >= time) return;
+    if (takeStop() || began >= time) return;
     if (!wait(time)) return;
   }
 }
+
+// Whether stop() was called since the last time. Reads before it exchanges: most often it was not.
+bool ActivityConfig::takeStop() { return isStopped_ && isStopped_.exchange(false); }
 
 // Waits for the next wake-up, `until` or stop(), or advances a manual clock; false when that would
 // be for ever.
@@ -205,8 +217,18 @@ bool ActivityConfig::wait(Seconds until) {
     }
     if (delay == never) return false;
   }
-  pollfd poll{descriptor(), POLLIN, 0};
-  updateTimer();
+  makeDescriptor();
+  pollfd poll{descriptor_, POLLIN, 0};
+  const Timer wanted = earliestOrDue();
+  if (wanted.delay <= 0) {
+    const Seconds time = MonotonicClock::systemTime();
+    if (time - polled_ >= pollInterval) {
+      polled_ = time;
+      ::poll(&poll, 1, 0);
+    }
+    return true;
+  }
+  setTimerTo(wanted);
   // A stop() that came before the timer was set has set its flag by now; a later one sets the
   // timer.
   if (!isStopped_) {
@@ -237,13 +259,17 @@ Seconds ActivityConfig::wakeTime() const {
 }
 
 int ActivityConfig::descriptor() {
-  if (descriptor_ < 0) {
-    const int made = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-    if (made < 0) throw std::system_error(errno, std::generic_category(), "timerfd_create");
-    descriptor_ = made;
-    updateTimer();
-  }
+  if (makeDescriptor()) updateTimer();
   return descriptor_;
+}
+
+// False: it is there already.
+bool ActivityConfig::makeDescriptor() {
+  if (descriptor_ >= 0) return false;
+  const int made = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+  if (made < 0) throw std::system_error(errno, std::generic_category(), "timerfd_create");
+  descriptor_ = made;
+  return true;
 }
 
 ActivityConfig::Timer ActivityConfig::earliest() const {
@@ -262,15 +288,22 @@ ActivityConfig::Timer ActivityConfig::earliest() const {
 
 // Throws nothing: destructors call it. A clock that cannot be read counts as due, so that the next
 // turn reads it again and throws to whoever runs that turn.
-void ActivityConfig::updateTimer() {
-  if (descriptor_ < 0 || isTurning_) return;
-  Timer wanted{.source = this, .delay = 0};
+ActivityConfig::Timer ActivityConfig::earliestOrDue() const {
   try {
-    wanted = earliest();
+    return earliest();
   } catch (abi::__forced_unwind&) {
     throw;
   } catch (...) {
+    return {.source = this, .delay = 0};
   }
+}
+
+void ActivityConfig::updateTimer() {
+  if (descriptor_ < 0 || isTurning_) return;
+  setTimerTo(earliestOrDue());
+}
+
+void ActivityConfig::setTimerTo(Timer wanted) {
   const Seconds time = MonotonicClock::systemTime();
   // A timer that has expired keeps the descriptor readable until it is set again.
   const bool isExpired = timer_.deadline <= time;

@@ -15,7 +15,10 @@
 // 2. A turn allocates nothing.
 // 3. The descriptor's timer is set when the earliest wake-up changes or has passed, and not
 //    otherwise.
-// 4. All but stop() belong to the one thread.
+// 4. A run sets the timer only to wait: not while a wake-up is due. Then it polls without waiting,
+//    every 20 us or after each longer turn, so that no descriptor starves; one whose own clock is
+//    manual does not poll then.
+// 5. All but stop() belong to the one thread.
 #pragma once
 
 #include <Zint/Clock.h>
@@ -85,10 +88,19 @@ class UMBRA_API ActivityConfig : public Entity {
     Seconds deadline = never;  // the system's monotonic time at which it expires
   };
 
+  // While a wake-up is due, a run polls when this time has passed since it last did. Half of the 20
+  // us that are the rule, because a turn may begin just before: a longer turn ends in a poll.
+  static constexpr Seconds pollInterval = 10e-6;
+
   ServedClock& own() const { return *served_.front(); }
   Seconds runTurn();
-  Timer earliest() const;
+  bool takeStop();
   bool wait(Seconds until);
+  Timer earliest() const;
+  Timer earliestOrDue() const;
+  void setTimerTo(Timer wanted);
+  bool makeDescriptor();
+  void eraseUnserved();
 
   Ptr<const Clock> clock_;
   std::vector<std::unique_ptr<ServedClock>> served_;  // the own clock's is the first
@@ -96,9 +108,11 @@ class UMBRA_API ActivityConfig : public Entity {
   U64 armings_ = 0;
   U32 delivered_ = 0;  // in the turn under way
   bool isTurning_ = false;
+  bool isRunning_ = false;  // in run() or runUntil()
   mutable U32 walks_ = 0;
   Timer timer_;
-  Seconds limit_ = never;  // of the run under way
+  Seconds limit_ = never;    // of the run under way
+  Seconds polled_ = -never;  // the system's time when a run last polled while a wake-up was due
   std::atomic<bool> isStopped_{false};
   std::atomic<bool> isTimerTaken_{false};  // stop() has set the timer
   std::atomic<int> descriptor_{-1};

@@ -66,6 +66,24 @@ bool becomesReadable(Zint::ActivityConfig& activity);
 // How often this program has set a timer.
 unsigned timerCalls();
 
+// While one lives, the system's monotonic time is the one that the test sets, and what the loop
+// asks of the system is recorded. A poll that waits moves the time on to the timer's deadline.
+class SimulatedSystem {
+ public:
+  SimulatedSystem();
+  ~SimulatedSystem();
+  SimulatedSystem(const SimulatedSystem&) = delete;
+  SimulatedSystem& operator=(const SimulatedSystem&) = delete;
+
+  void pass(S64 nanoseconds) { time += nanoseconds; }
+
+  S64 time = 1'000'000'000;  // nanoseconds
+  S64 deadline = 0;          // of the timer that was set last
+  std::vector<S64> polls;    // the times of those that did not wait
+  std::vector<S64> waits;    // the times at which the others began
+  std::vector<S64> timers;   // the times at which a timer was set
+};
+
 // How many blocks this program has taken from the heap.
 unsigned allocations();
 // Lets the allocations after the next `count` ones fail, until it is destroyed.
