@@ -1,7 +1,5 @@
 // Whole audit passes: start, the slices of the reader, the comparison and the end; and what a pass
 // costs that finds differences.
-#include <x86intrin.h>
-
 #include <cstring>
 
 #include "Bench.h"
@@ -11,41 +9,6 @@ namespace Bench {
 namespace {
 
 using Hardware::ChipAddress;
-
-// Cycles of the time stamp counter in a nanosecond, measured once.
-double cyclesPerNanosecond() {
-  static const double cycles = [] {
-    const auto begin = std::chrono::steady_clock::now();
-    const U64 first = __rdtsc();
-    while (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(20)) {
-    }
-    const U64 last = __rdtsc();
-    const std::chrono::duration<double, std::nano> spent = std::chrono::steady_clock::now() - begin;
-    return static_cast<double>(last - first) / spent.count();
-  }();
-  return cycles;
-}
-
-// Registers that all hold 0; an access takes a fixed time.
-class TimedRegisters : public Fru::HamImpl {
- public:
-  explicit TimedRegisters(double nanoseconds)
-      : cycles_(static_cast<U64>(nanoseconds * cyclesPerNanosecond())) {}
-  void read(U32, U32* value) override {
-    spend();
-    *value = 0;
-  }
-  void write(U32, U32) override { spend(); }
-
- private:
-  void spend() const {
-    const U64 begin = __rdtsc();
-    while (__rdtsc() - begin < cycles_) {
-    }
-  }
-
-  const U64 cycles_;
-};
 
 // Reads a chip that is memory, in one copy.
 class CopyingHam : public Hardware::ChipHam {
@@ -100,7 +63,7 @@ void registerRegisters(const std::string& what, double nanoseconds, U32 entries,
       "row19/whole pass, registers of " + what + ", slices of " + std::to_string(slice);
   auto registers = [nanoseconds]() -> Zint::Ptr<Fru::HamImpl> {
     if (nanoseconds == 0) return memoryRegisters();
-    return Zint::makePtr<TimedRegisters>(nanoseconds);
+    return timedRegisters(nanoseconds);
   };
   auto held = std::make_shared<Zint::Ptr<Fru::HamImpl>>();
   auto stand = shared<PassStand>(entries, slice, [held, registers]() -> Hardware::ChipHam::Ptr {
@@ -132,7 +95,7 @@ void registerRun(const std::string& what, double nanoseconds, U32 entries, U32 s
       "row20/pass inside run(), registers of " + what + ", slices of " + std::to_string(slice);
   auto registers = std::make_shared<Zint::Ptr<Fru::HamImpl>>();
   auto stand = shared<RunStand>(entries, slice, [registers, nanoseconds]() {
-    *registers = Zint::makePtr<TimedRegisters>(nanoseconds);
+    *registers = timedRegisters(nanoseconds);
     return Hardware::ChipHam::Ptr(Hardware::genericChipHamFactory("generic", *registers));
   });
   side(comparison, "ours", [stand](benchmark::State& state) {
@@ -155,7 +118,7 @@ void registerDifferences(U32 entries) {
       "row21/pass in which " + std::to_string(entries) + " entries differ, registers of 1 us";
   auto registers = std::make_shared<Zint::Ptr<Fru::HamImpl>>();
   auto stand = shared<PassStand>(entries, entries, [registers]() {
-    *registers = Zint::makePtr<TimedRegisters>(1000);
+    *registers = timedRegisters(1000);
     return Hardware::ChipHam::Ptr(Hardware::genericChipHamFactory("generic", *registers));
   });
   side(comparison, "ours", [stand](benchmark::State& state) {

@@ -57,12 +57,13 @@ class ActivityConfig::Walk {
 // One turn: holds the turn time of all clocks that are served, and sets the clock that now() reads.
 class ActivityConfig::Turn {
  public:
-  explicit Turn(ActivityConfig& activity) : activity_(&activity), outer_(turnClock_) {
+  Turn(ActivityConfig& activity, SystemTime& systemTime)
+      : activity_(&activity), outer_(turnClock_) {
     ZINT_ASSERT("Zint/Activity", !activity_->isTurning_);
     auto& served = activity_->served_;
     // A clock may throw: then nothing has changed.
     const Walk walk(*activity_);
-    for (std::size_t i = 0; i < served.size(); ++i) served[i]->readTime();
+    for (std::size_t i = 0; i < served.size(); ++i) served[i]->readTime(systemTime);
     activity_->isTurning_ = true;
     activity_->delivered_ = 0;
     for (const auto& clock : served) clock->beginTurn();
@@ -166,13 +167,14 @@ void ActivityConfig::eraseUnserved() {
 
 U32 ActivityConfig::turn() {
   const Ptr<ActivityConfig> self(this);
-  runTurn();
+  SystemTime systemTime;
+  runTurn(systemTime);
   return delivered_;
 }
 
 // Returns the own clock's time at which the turn began.
-Seconds ActivityConfig::runTurn() {
-  Turn turn(*this);
+Seconds ActivityConfig::runTurn(SystemTime& systemTime) {
+  Turn turn(*this, systemTime);
   const Seconds time = own().turnTime();
   while (ServedClock* next = turn.next()) turn.deliver(*next);
   return time;
@@ -193,12 +195,13 @@ void ActivityConfig::runUntil(Seconds time) {
   } limit{*this};
   limit_ = time;
   isRunning_ = true;
-  for (;;) {
+  for (SystemTime systemTime;;) {
     if (takeStop()) return;
-    const Seconds began = runTurn();
+    const Seconds began = runTurn(systemTime);
     // In this order: a stop() that came during the last turn has been obeyed.
     if (takeStop() || began >= time) return;
-    if (!wait(time)) return;
+    systemTime.forget();
+    if (!wait(time, systemTime)) return;
   }
 }
 
@@ -207,9 +210,9 @@ bool ActivityConfig::takeStop() { return isStopped_ && isStopped_.exchange(false
 
 // Waits for the next wake-up, `until` or stop(), or advances a manual clock; false when that would
 // be for ever.
-bool ActivityConfig::wait(Seconds until) {
+bool ActivityConfig::wait(Seconds until, SystemTime& systemTime) {
   if (clock_->isManual()) {
-    const Seconds delay = earliest().delay;
+    const Seconds delay = earliest(systemTime).delay;
     if (delay <= 0) return true;
     if (const Seconds next = std::min(own().wakeTime(), until); next != never) {
       clock_->advanceTimeTo(next);
@@ -217,24 +220,21 @@ bool ActivityConfig::wait(Seconds until) {
     }
     if (delay == never) return false;
   }
+  const Timer wanted = earliestOrDue(systemTime);
+  if (wanted.delay <= 0 && systemTime.read() - polled_ < pollInterval) return true;
   makeDescriptor();
   pollfd poll{descriptor_, POLLIN, 0};
-  const Timer wanted = earliestOrDue();
   if (wanted.delay <= 0) {
-    const Seconds time = MonotonicClock::systemTime();
-    if (time - polled_ >= pollInterval) {
-      polled_ = time;
-      ::poll(&poll, 1, 0);
-    }
-    return true;
-  }
-  setTimerTo(wanted);
-  // A stop() that came before the timer was set has set its flag by now; a later one sets the
-  // timer.
-  if (!isStopped_) {
-    while (::poll(&poll, 1, -1) < 0 && errno == EINTR && !isStopped_) {
+    polled_ = systemTime.read();
+    ::poll(&poll, 1, 0);
+  } else {
+    setTimerTo(wanted);
+    // A stop() that came before the timer was set has set its flag by now; a later one sets the
+    // timer.
+    while (!isStopped_ && ::poll(&poll, 1, -1) < 0 && errno == EINTR) {
     }
   }
+  systemTime.forget();
   return true;
 }
 
@@ -250,9 +250,10 @@ void ActivityConfig::stop() {
 
 Seconds ActivityConfig::wakeTime() const {
   const Walk walk(*this);
+  SystemTime systemTime;
   Seconds earliest = own().wakeTime();
   for (std::size_t i = 1; i < served_.size(); ++i) {
-    const Seconds delay = served_[i]->delay();
+    const Seconds delay = served_[i]->delay(systemTime);
     if (delay != never) earliest = std::min(earliest, clock_->time() + std::max(delay, 0.0));
   }
   return earliest;
@@ -272,11 +273,11 @@ bool ActivityConfig::makeDescriptor() {
   return true;
 }
 
-ActivityConfig::Timer ActivityConfig::earliest() const {
+ActivityConfig::Timer ActivityConfig::earliest(SystemTime& systemTime) const {
   const Walk walk(*this);
   Timer earliest;
   for (std::size_t i = 0; i < served_.size(); ++i) {
-    const Seconds delay = served_[i]->delay();
+    const Seconds delay = served_[i]->delay(systemTime);
     if (delay < earliest.delay) earliest = {served_[i].get(), served_[i]->waitsFor(), delay};
   }
   if (limit_ != never && !clock_->isManual()) {
@@ -288,9 +289,9 @@ ActivityConfig::Timer ActivityConfig::earliest() const {
 
 // Throws nothing: destructors call it. A clock that cannot be read counts as due, so that the next
 // turn reads it again and throws to whoever runs that turn.
-ActivityConfig::Timer ActivityConfig::earliestOrDue() const {
+ActivityConfig::Timer ActivityConfig::earliestOrDue(SystemTime& systemTime) const {
   try {
-    return earliest();
+    return earliest(systemTime);
   } catch (abi::__forced_unwind&) {
     throw;
   } catch (...) {
@@ -300,7 +301,8 @@ ActivityConfig::Timer ActivityConfig::earliestOrDue() const {
 
 void ActivityConfig::updateTimer() {
   if (descriptor_ < 0 || isTurning_) return;
-  setTimerTo(earliestOrDue());
+  SystemTime systemTime;
+  setTimerTo(earliestOrDue(systemTime));
 }
 
 void ActivityConfig::setTimerTo(Timer wanted) {

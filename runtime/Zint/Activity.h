@@ -93,11 +93,11 @@ class UMBRA_API ActivityConfig : public Entity {
   static constexpr Seconds pollInterval = 10e-6;
 
   ServedClock& own() const { return *served_.front(); }
-  Seconds runTurn();
+  Seconds runTurn(SystemTime& systemTime);
   bool takeStop();
-  bool wait(Seconds until);
-  Timer earliest() const;
-  Timer earliestOrDue() const;
+  bool wait(Seconds until, SystemTime& systemTime);
+  Timer earliest(SystemTime& systemTime) const;
+  Timer earliestOrDue(SystemTime& systemTime) const;
   void setTimerTo(Timer wanted);
   bool makeDescriptor();
   void eraseUnserved();

@@ -2,6 +2,7 @@
 
 #include <Zint/Activity.h>
 #include <algorithm>
+#include <typeinfo>
 
 namespace Zint {
 namespace {
@@ -11,8 +12,13 @@ bool isUnmarked(const WakeUp* wakeUp) { return !wakeUp->notifiee()->zintMarkedFo
 
 }  // namespace
 
+Seconds SystemTime::read() {
+  if (!std::exchange(isKnown_, true)) time_ = MonotonicClock::systemTime();
+  return time_;
+}
+
 ServedClock::ServedClock(ActivityConfig& activity, const Clock& clock)
-    : activity_(activity), clock_(&clock) {
+    : activity_(activity), clock_(&clock), isSystemClock_(typeid(clock) == typeid(MonotonicClock)) {
   clock_->servedAdd(this);
 }
 
@@ -37,7 +43,10 @@ Seconds ServedClock::clockTime() const {
 }
 
 bool ServedClock::isNext(Seconds due) const {
-  return due == 0.0 || (clock_ != nullptr && due <= clockTime());
+  if (due == 0.0 || clock_ == nullptr) return due == 0.0;
+  // In a turn the system's clock is not read: what it has reached by now may as well wait for it,
+  // because it never goes back.
+  return due <= (isSystemClock_ && isInTurn_ ? time_ : clockTime());
 }
 
 void ServedClock::reserve() {
@@ -70,8 +79,8 @@ void ServedClock::onClockDestroyed() {
   for (WakeQueue* queue : {&waiting_, &next_, &turn_, &parked_}) queue->clear();
 }
 
-void ServedClock::readTime() {
-  if (clock_ != nullptr) time_ = clockTime();
+void ServedClock::readTime(SystemTime& systemTime) {
+  if (clock_ != nullptr) time_ = isSystemClock_ ? systemTime.read() : clockTime();
 }
 
 void ServedClock::beginTurn() {
@@ -117,9 +126,10 @@ Seconds ServedClock::wakeTime() const {
   return earliest;
 }
 
-Seconds ServedClock::delay() const {
+Seconds ServedClock::delay(SystemTime& systemTime) const {
   if (hasDue()) return 0;
   if (waiting_.isEmpty()) return never;
+  if (isSystemClock_) return waitsFor() - systemTime.read();
   const bool isManual = clock_->isManual();
   const Seconds delay = waitsFor() - clockTime();
   // A clock that is moved by hand reports when it has been; no real time brings it there.

@@ -8,6 +8,7 @@
 // Where a wake-up is:
 //   waiting_  until the clock reaches its time
 //   next_     for the next turn, whatever the clock reads: 0.0, or a time that was past at arming
+//             (on the system's own clock, which never goes back: past when the turn began)
 //   turn_     in the turn under way, until its notifiee is notified
 //   parked_   was due while its notifiee was marked for deletion; due again once the mark is gone
 #pragma once
@@ -19,6 +20,17 @@ namespace Zint {
 
 class ActivityConfig;
 class Clock;
+
+// The system's monotonic time, read when it is first asked for and then held until forget().
+class SystemTime {
+ public:
+  Seconds read();
+  void forget() { isKnown_ = false; }
+
+ private:
+  bool isKnown_ = false;
+  Seconds time_ = 0;
+};
 
 class ServedClock {
  public:
@@ -56,8 +68,9 @@ class ServedClock {
   void onClockDestroyed();
 
   // --- For the activity ---
-  // Reads the clock; may throw what the clock throws.
-  void readTime();
+  // Reads the clock; may throw what the clock throws. The system's own clock is at `systemTime`,
+  // here and in delay().
+  void readTime(SystemTime& systemTime);
   Seconds turnTime() const { return time_; }
   // Moves all that is due at the time read into the turn, and holds the clock's turn time.
   void beginTurn();
@@ -73,7 +86,7 @@ class ServedClock {
   Seconds wakeTime() const;
   // Real seconds until the earliest wake-up is due: 0 or less when one is due, never when none is
   // armed or the clock is moved by hand. The clock is read where that matters.
-  Seconds delay() const;
+  Seconds delay(SystemTime& systemTime) const;
   // The time of the earliest one that waits for the clock; never when there is none.
   Seconds waitsFor() const { return waiting_.isEmpty() ? never : waiting_.earliest()->due(); }
 
@@ -85,6 +98,7 @@ class ServedClock {
 
   ActivityConfig& activity_;
   const Clock* clock_;
+  const bool isSystemClock_;  // a MonotonicClock itself, of no derived class
   U32 shares_ = 0;
   bool isInTurn_ = false;
   Seconds time_ = 0;

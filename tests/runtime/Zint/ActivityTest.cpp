@@ -211,9 +211,10 @@ TEST_F(ActivityTest, turn_insideATurnIsFatal) {
         a->reaction = [this] { loop.turn(); };
         loop.turn();
       },
-      Support::Assertion("Zint/Activity", 0,
-                         "Zint::ActivityConfig::Turn::Turn(Zint::ActivityConfig&)",
-                         "!activity_->isTurning_"));
+      Support::Assertion(
+          "Zint/Activity", 0,
+          "Zint::ActivityConfig::Turn::Turn(Zint::ActivityConfig&, Zint::SystemTime&)",
+          "!activity_->isTurning_"));
 }
 
 TEST_F(ActivityTest, run_insideATurnOnTheSameClockIsFatal) {
