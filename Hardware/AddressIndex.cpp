@@ -24,11 +24,22 @@ void AddressIndex::add(const ChipMemory::Ptr& cm) {
   chunk->nextIndex_ = static_cast<U16>(index + 1);
 }
 
+// An array that was changed by hand is not searched with its table.
+void AddressIndex::buildStartTables() {
+  if (!isIntact_) return;
+  for (U16 i = 0; i < nextIndex_; ++i) {
+    ChipMemoryChunk& chunk = *chipMemoryChunkArray_.data()[i];
+    if (chunk.isIntact_) chunk.offsetStarts_.build(chunk.offset_.data(), chunk.nextIndex_);
+  }
+  idStarts_.build(chipMemoryId_.data(), nextIndex_);
+}
+
 void AddressIndex::clear() {
   decltype(chipMemoryChunkArray_) released;
   chipMemoryChunkDelAll();
   released.swap(chipMemoryChunkArray_);
   chipMemoryId_.delAll();
+  idStarts_.clear();
   nextIndex_ = 0;
   isIntact_ = true;
 }

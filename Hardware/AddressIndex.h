@@ -1,7 +1,7 @@
 // The address index of a shadow: from an address to the region that contains it.
 //
 //   index.build(registry.iterator());      // regions in ascending address order
-//   ChipMemory* cm = index.find(address);  // two binary searches over dense arrays
+//   ChipMemory* cm = index.find(address);  // two searches of dense arrays, see StartTable
 //
 // Two levels, both in ascending order. The upper level has the memory ids (upper address words) and
 // a chunk for each of them. A chunk has the offsets (lower address words) of its regions and the
@@ -17,6 +17,7 @@
 #include <Hardware/ChipMemory.h>
 #include <Hardware/ChipMemoryArrayIndex.h>
 #include <Hardware/ChipMemoryChunk.h>
+#include <Hardware/StartTable.h>
 #include <Zint/DynArray.h>
 #include <Zint/HashMap.h>
 
@@ -36,6 +37,7 @@ class AddressIndex {
   void build(Iterator reactor) {
     if (isEmpty()) isIntact_ = true;
     for (; reactor; ++reactor) add(reactor->chipMemory());
+    buildStartTables();
   }
   // Releases the chunks. Regions that only they hold are destroyed last, when the index is empty:
   // their destructors may call the shadow.
@@ -102,38 +104,10 @@ class AddressIndex {
 
  private:
   void add(const ChipMemory::Ptr& cm);
+  void buildStartTables();
   ChipMemory* findByProbes(const ChipAddress& address) const;
   bool isEmpty() const {
     return nextIndex_ == 0 && chipMemoryId_.size() == 0 && chipMemoryChunkArray_.size() == 0;
-  }
-
-  // `first` ? a : b. Compiles to a conditional move: the branch would be unpredictable.
-  static const U32* select(bool first, const U32* a, const U32* b) {
-    return __builtin_expect_with_probability(first, 1, 0.5) ? a : b;
-  }
-
-  // The position of the greatest of `count` (more than 0) ascending numbers that is not above
-  // `sought`; 0 if all are above it. A binary search without branches to mispredict. Each step
-  // leaves a quarter of the numbers: its three loads do not depend on one another, so that their
-  // cache misses overlap. The last steps leave a half.
-  [[gnu::always_inline]] static U32 lastNotAbove(const U32* numbers, U32 count, U32 sought) {
-    const U32* base = numbers;
-    while (count > 3) {
-      const U32 quarter = count / 4;
-      const U32* first = base + quarter;
-      const U32* second = first + quarter;
-      const U32* third = second + quarter;
-      base = select(*first <= sought, first, base);
-      base = select(*second <= sought, second, base);
-      base = select(*third <= sought, third, base);
-      count -= 3 * quarter;
-    }
-    while (count > 1) {
-      const U32 half = count / 2;
-      base = select(base[half] <= sought, base + half, base);
-      count -= half;
-    }
-    return static_cast<U32>(base - numbers);
   }
 
   // Destroyed from the last to the first.
@@ -141,6 +115,7 @@ class AddressIndex {
   ChipMemoryArrayIndex nextIndex_;
   // Whether the arrays are as build() makes them: `nextIndex_` ascending ids, each with a chunk.
   bool isIntact_ = true;
+  StartTable idStarts_;
   Zint::DynArray<U32, ChipMemoryArrayIndex> chipMemoryId_;
   Zint::DynArray<ChipMemoryChunk::Ptr, ChipMemoryArrayIndex> chipMemoryChunkArray_;
 };
@@ -152,7 +127,7 @@ class AddressIndex {
     return findByProbes(address);
 
   // The chunk of exactly this memory id.
-  U32 mid = lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
+  U32 mid = idStarts_.lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
   if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
   const ChipMemoryChunk* cmc = chipMemoryChunkArray_.data()[mid].ptr();
   if (!cmc->isIntact_) [[unlikely]]
@@ -160,7 +135,8 @@ class AddressIndex {
 
   // The region with the greatest offset that is not above the address's. It is a candidate only:
   // the address may be below the first offset, or in the gap after the region.
-  mid = lastNotAbove(cmc->offset_.data(), cmc->nextIndex_, address.chipMemoryOffset());
+  mid = cmc->offsetStarts_.lastNotAbove(cmc->offset_.data(), cmc->nextIndex_,
+                                        address.chipMemoryOffset());
   ChipMemory* cm = cmc->chipMemory_.data()[mid].ptr();
   return cm->inRange(address) ? cm : nullptr;
 }

@@ -4,6 +4,7 @@
 
 #include <Hardware/ChipMemory.h>
 #include <Hardware/ChipMemoryArrayIndex.h>
+#include <Hardware/StartTable.h>
 #include <Zint/DynArray.h>
 #include <Zint/Entity.h>
 #include <Zint/HashMap.h>
@@ -81,6 +82,7 @@ class UMBRA_API ChipMemoryChunk : public Zint::Entity, public Zint::HashMapLink<
   // Whether the arrays are as the index builds them: `nextIndex_` ascending offsets, each with the
   // region that starts there. False once anything was changed by hand.
   bool isIntact_ = true;
+  StartTable offsetStarts_;
   Zint::DynArray<U32, ChipMemoryArrayIndex> offset_;
   Zint::DynArray<ChipMemory::Ptr, ChipMemoryArrayIndex> chipMemory_;
 };

@@ -180,12 +180,23 @@ void ChipReader::entriesReadIs(U32 entriesRead) {
 
 void ChipReader::chipMemoryEnq(const ChipMemory::Ptr& chipMemory) {
   refuseNull(chipMemory, nullQueueMember);
-  chipMemory_.enq(Zint::makePtr<ZintChipMemory>(chipMemory));
+  chipMemory_.enq(newMember(chipMemory));
+}
+
+Zint::Ptr<ChipReader::ZintChipMemory> ChipReader::newMember(const ChipMemory::Ptr& chipMemory) {
+  Zint::Ptr<ZintChipMemory> member = spares_.deq();
+  if (member == nullptr) return Zint::makePtr<ZintChipMemory>(chipMemory);
+  member->chipMemory_ = chipMemory;
+  return member;
 }
 
 ChipMemory::Ptr ChipReader::chipMemoryDeq() {
   const Zint::Ptr<ZintChipMemory> head = chipMemory_.deq();
-  return head == nullptr ? nullptr : head->chipMemory();
+  if (head == nullptr) return nullptr;
+  if (head->references() != 1) return head->chipMemory();  // a client looks at it
+  ChipMemory::Ptr chipMemory = std::move(head->chipMemory_);
+  spares_.enq(head);
+  return chipMemory;
 }
 
 ChipMemory::Ptr ChipReader::chipMemoryDel(U32 index) {
@@ -195,12 +206,13 @@ ChipMemory::Ptr ChipReader::chipMemoryDel(U32 index) {
 
 void ChipReader::chipMemoryDelAll() {
   const Ptr self(this);  // a region's destructor may drop this reader
+  spares_.delAll();
   chipMemory_.delAll();
 }
 
 void ChipReader::newChipMemory(U32 index, const ChipMemory::Ptr& chipMemory) {
   refuseNull(chipMemory, nullQueueMember);
-  chipMemory_.insert(index, Zint::makePtr<ZintChipMemory>(chipMemory));
+  chipMemory_.insert(index, newMember(chipMemory));
 }
 
 void ChipReader::chipMemoryMetadataIs(const ChipMemoryMetadata& metadata) {

@@ -98,7 +98,9 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
     const ChipMemory::Ptr& chipMemory() const { return chipMemory_; }
 
    private:
-    const ChipMemory::Ptr chipMemory_;
+    friend class ChipReader;
+
+    ChipMemory::Ptr chipMemory_;
   };
   using Queue = Zint::LinkQueue<ZintChipMemory, U32>;
   using ChipMemoryMetadata = Queue::Metadata;
@@ -169,6 +171,8 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   void handleTimeout();
 
  private:
+  Zint::Ptr<ZintChipMemory> newMember(const ChipMemory::Ptr& chipMemory);
+
   // Destroyed from the last to the first.
   Zint::Ptr<Zint::ActivityConfig> zintFwkActivity_;
   Zint::Ptr<ZintRequest> request_;
@@ -179,6 +183,7 @@ class UMBRA_API ChipReader : public Zint::PtrInterface {
   U32 entriesRead_ = 0;
   Zint::Epoch commands_;  // advanced by every start and stop
   Queue chipMemory_;
+  Queue spares_;  // members without a region, kept for the next pass: it allocates nothing
 };
 
 // `request` and `clock` may be null. A clock needs an activity (range exception). Neither handler

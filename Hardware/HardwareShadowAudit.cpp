@@ -8,6 +8,8 @@
 #include <Hardware/Umbra.h>
 #include <Mirl/Mirl.h>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 namespace Hardware {
 namespace {
@@ -63,12 +65,6 @@ struct Comparison {
   }
 };
 
-Zint::String8 byteTexts(const U8* bytes, U32 size) {
-  Zint::String8 text;
-  for (U32 i = 0; i < size; ++i) text += Zint::format("x%02X", bytes[i]);
-  return text;
-}
-
 void recordRecentWrite(U32 e) {
   static const Mirl::MsgDesc desc(
       Mirl::theTraceFile, "Difference found in entry %u but it was written since the audit began",
@@ -96,10 +92,42 @@ void recordDifference(const ChipMemory& cm, U32 e, const U8* shadowEntry, const 
   }
 }
 
-void recordBytes(const Zint::String8& expected, const Zint::String8& actual) {
+// Writes "x" and two hexadecimal digits for each byte. Returns the end.
+char* writeBytes(char* to, const U8* bytes, U32 size) {
+  constexpr const char* digits = "0123456789ABCDEF";
+  for (U32 i = 0; i < size; ++i) {
+    *to++ = 'x';
+    *to++ = digits[bytes[i] >> 4];
+    *to++ = digits[bytes[i] & 15];
+  }
+  return to;
+}
+
+// Traces and records both sides of an entry. Allocates nothing for entries of up to 4,096 bytes.
+// noinline: its text takes 24 KiB of the stack.
+[[gnu::noinline]] void reportBytes(const U8* shadowEntry, const U8* hardwareEntry, U32 entrySize) {
+  constexpr std::string_view expected = "Expected: ", actual = " Actual: ";
+  constexpr U32 fewBytes = 4096;
+  char few[expected.size() + actual.size() + 6 * fewBytes + 1];
+  std::string many;
+  char* text = few;
+  if (entrySize > fewBytes) {
+    many.resize(expected.size() + actual.size() + 6 * std::size_t{entrySize});
+    text = many.data();
+  }
+  char* const expectedBytes = text + expected.copy(text, expected.size());
+  char* end = writeBytes(expectedBytes, shadowEntry, entrySize);
+  const std::string_view expectedText(expectedBytes, 3 * std::size_t{entrySize});
+  end += actual.copy(end, actual.size());
+  const std::string_view actualText(end, 3 * std::size_t{entrySize});
+  end = writeBytes(end, hardwareEntry, entrySize);
+  *end = '\0';
+  umbraTrace().trace(std::string_view(text, static_cast<std::size_t>(end - text)), 0, "",
+                     "Hardware/Umbra", __LINE__, "doAuditChips");
+
   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "Expected: %s Actual: %s", __LINE__);
   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
-  msg << expected << actual;
+  msg << expectedText << actualText;
   msg.endMsg();
 }
 
@@ -224,8 +252,9 @@ void HardwareShadow::doAuditChips() {
       U8* shadowEntry = comparison.shadowEntry(e);
       U8* hardwareEntry = comparison.hardwareEntry(e);
       if (!bitmapBit(initializedBuf->data(), e)) {
-        UMBRA_TRACE(8, __LINE__,
-                    "Difference found in uninitialized entry " << e << " of memory " << cm->name());
+        UMBRA_TRACE(
+            8, __LINE__,
+            "Difference found in uninitialized entry " << e << " of memory " << cm->fwkKey());
         if (ham.doReadToCache(shadowEntry, hardwareEntry, entrySize)) {
           bitmapBitIs(initializedBuf->data(), e);
         }
@@ -236,12 +265,10 @@ void HardwareShadow::doAuditChips() {
             "Difference found in entry " << e << " but it was written since the audit began");
         recordRecentWrite(e);
       } else {
-        UMBRA_TRACE(0, __LINE__, "Difference found in entry " << e << " of memory " << cm->name());
+        UMBRA_TRACE(0, __LINE__,
+                    "Difference found in entry " << e << " of memory " << cm->fwkKey());
         recordDifference(*cm, e, shadowEntry, hardwareEntry);
-        const Zint::String8 expected = byteTexts(shadowEntry, entrySize);
-        const Zint::String8 actual = byteTexts(hardwareEntry, entrySize);
-        UMBRA_TRACE(0, __LINE__, "Expected: " << expected << " Actual: " << actual);
-        recordBytes(expected, actual);
+        reportBytes(shadowEntry, hardwareEntry, entrySize);
         doFixBadRegister(cm, e, shadowEntry);
       }
       e = comparison.findDifference(e + 1);

@@ -110,14 +110,40 @@ struct BaseWriter {
   return hits;
 }
 
+// Whether a hit calls what a client may have supplied: a notifiee or an overridden counter.
+bool reportsHits(const ChipMemory& cm) {
+  return cm.isObserved(ChipMemory::Id::writeCacheHits) || overridesWriteCacheHits(cm);
+}
+
+// Whether any of `count` entries would be a hit.
+bool holdsHit(const ChipMemory& cm, U32 entry, const U8* data, U32 count) {
+  if (!cm.skipWriteIfMatchesCache()) return false;
+  const auto& view = StoreAccess::view(cm);
+  const U32 entrySize = cm.entrySize();
+  const U8* shadow = view.shadow + std::size_t{entrySize} * entry;
+  for (U32 e = entry, left = count; left > 0;) {
+    const BitGroup group(e, left);
+    const U32 initialized = view.initialized[e >> 3] & group.mask;
+    if (initialized != 0 &&
+        (equalEntries(shadow, data, entrySize, group.count) << (e & 7) & initialized) != 0) {
+      return true;
+    }
+    shadow += group.count * entrySize;
+    data += group.count * entrySize;
+    e += group.count;
+    left -= group.count;
+  }
+  return false;
+}
+
 // The number of entries that writeDisjointEntries may write; 0 where the reference must.
 [[gnu::noinline]] U32 disjointEntries(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
   const U32 count = wholeEntries(cm, entry, size);
-  const bool isDisjoint = count != 0 && StoreAccess::isDisjoint(cm) &&
-                          !overlap(*cm.shadow(), data, size) &&
-                          !overlap(*cm.initialized(), data, size) &&
-                          !overlap(*cm.dirty(), data, size) && !overridesWriteCacheHits(cm);
-  return isDisjoint ? count : 0;
+  const bool isDisjoint =
+      count != 0 && StoreAccess::isDisjoint(cm) && !overlap(*cm.shadow(), data, size) &&
+      !overlap(*cm.initialized(), data, size) && !overlap(*cm.dirty(), data, size);
+  if (!isDisjoint || (reportsHits(cm) && holdsHit(cm, entry, data, count))) return 0;
+  return count;
 }
 
 // The fast path, which calls nothing that a client can override. False: nothing was changed, and
@@ -125,7 +151,7 @@ struct BaseWriter {
 [[gnu::always_inline]] inline bool writeFast(const HardwareShadow& shadow, ChipMemory& cm,
                                              U32 entry, U8* data, U32 size, bool& result) {
   const auto& view = StoreAccess::view(cm);
-  if (umbraTrace().isBuiltFrom(7) || cm.notifiees() != 0 || cm.chipHam() == nullptr ||
+  if (umbraTrace().isBuiltFrom(7) || cm.chipHam() == nullptr ||
       overridesWriteToCache(*cm.chipHam())) {
     return false;
   }
@@ -136,7 +162,7 @@ struct BaseWriter {
     BaseWriter writer{cm};
     writeEntries(writer, view.shadow, view.initialized, view.dirty, size, entry, 1, data);
     hits = writer.hits;
-    if (hits != 0 && overridesWriteCacheHits(cm)) return false;  // a hit has changed nothing
+    if (hits != 0 && reportsHits(cm)) return false;  // a hit has changed nothing
   } else {
     count = disjointEntries(cm, entry, data, size);
     if (count == 0) return false;

@@ -3,6 +3,8 @@
 
 #include <Zint/Integers.h>
 
+#include <algorithm>
+
 namespace Zint {
 
 // Names one member of a type: 256 + its position in the type's member list, the members of the base
@@ -10,6 +12,16 @@ namespace Zint {
 using AttributeId = U32;
 
 constexpr AttributeId firstAttributeId = 256;
+
+// A set of attributes, one bit for each: what a notifiee is to be notified of. From the 64th
+// attribute of a type on, all share the last bit, and so do ids below firstAttributeId.
+using Interest = U64;
+
+constexpr Interest everyAttribute = ~Interest{0};
+
+constexpr Interest interestIn(AttributeId attribute) {
+  return Interest{1} << std::min(attribute - firstAttributeId, AttributeId{63});
+}
 
 // The setter's first line: false when the value is held already, else stores it.
 template <class T, class V>

@@ -62,6 +62,11 @@ void NotifieeConst::isRegisteredNotifieeIs(bool registered) {
   if (nonReferencing_) notifier_ = nullptr;
 }
 
+void NotifieeConst::interestIs(Interest interest) {
+  if (!updated(interest_, interest)) return;
+  if (registered_) notifier_->notifieeList()->updateInterest();
+}
+
 void NotifieeConst::isNonReferencingIs(bool nonReferencing) {
   if (nonReferencing == nonReferencing_) return;
   // The list is how it learns that the notifier is destroyed.
@@ -73,13 +78,13 @@ void NotifieeConst::isNonReferencingIs(bool nonReferencing) {
 
 void NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
-  if (hasPlace_) notifier_->notifiees_->recordSwitch(this, !active);
+  if (hasPlace_) notifier_->notifieeList()->recordSwitch(this, !active);
   if (!nonReferencing_ && notifier_ != nullptr) {
     if (active) {
       enterList();
     } else if (registered_) {
-      notifier_->notifiees_->changeRegistered(false);
       registered_ = false;
+      notifier_->notifieeList()->changeRegistered(false);
     }
   }
   PtrInterface::hasNotificationActiveIs(active);
@@ -89,15 +94,16 @@ void NotifieeConst::hasNotificationActiveIs(bool active) {
 void NotifieeConst::enterList() {
   if (registered_) return;
   if (hasPlace_) {
-    notifier_->notifiees_->changeRegistered(true);
+    registered_ = true;
+    notifier_->notifieeList()->changeRegistered(true);
   } else {
     notifier_->notifieeAdd(this);
+    hasPlace_ = registered_ = true;
   }
-  hasPlace_ = registered_ = true;
 }
 
 void NotifieeConst::leaveList() {
-  if (hasPlace_) notifier_->notifiees_->remove(this, registered_);
+  if (hasPlace_) notifier_->notifieeList()->remove(this, registered_);
   hasPlace_ = registered_ = false;
 }
 
@@ -122,7 +128,7 @@ void NotifieeConst::reportException(AttributeId attribute) {
 }
 
 NotifieeWalk::NotifieeWalk(const PtrInterface& notifier)
-    : notifier_(&notifier), list_(notifier.notifiees_) {
+    : notifier_(&notifier), list_(notifier.notifieeList()) {
   if (list_ == nullptr) return;
   list_->beginWalk(start_, outerStart_);
   end_ = list_->size();
@@ -132,12 +138,13 @@ NotifieeWalk::~NotifieeWalk() {
   if (list_ != nullptr) list_->endWalk(outerStart_);
 }
 
-NotifieeConst* NotifieeWalk::next() {
+NotifieeConst* NotifieeWalk::next(Interest interest) {
   current_ = nullptr;  // first: its destructor may unregister the next one
   while (next_ < end_) {
     const std::size_t place = next_++;
     NotifieeConst* notifiee = (*list_)[place];
-    if (notifiee != nullptr && list_->wasActive(place, start_)) {
+    if (notifiee != nullptr && (notifiee->interest() & interest) != 0 &&
+        list_->wasActive(place, start_)) {
       current_ = notifiee;
       return notifiee;
     }
@@ -148,7 +155,7 @@ NotifieeConst* NotifieeWalk::next() {
 // flatten inlines the walk: a notification costs little more than the handlers' calls.
 [[gnu::flatten]] void PtrInterface::notifyAll(AttributeId attribute) const {
   NotifieeWalk walk(*this);
-  while (NotifieeConst* notifiee = walk.next()) {
+  while (NotifieeConst* notifiee = walk.next(interestIn(attribute))) {
     notifiee->runGuarded(attribute,
                          [notifiee] { notifiee->handleNotification(notifiee->activity_.ptr()); });
   }

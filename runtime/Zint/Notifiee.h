@@ -67,6 +67,11 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   // forgotten.
   void isRegisteredNotifieeIs(bool registered);
 
+  // What this is notified of: by default every attribute. A change takes effect at once, also for a
+  // walk under way.
+  Interest interest() const { return interest_; }
+  void interestIs(Interest interest);
+
   bool isNonReferencing() const { return nonReferencing_; }
   // True: does not keep the notifier alive, and the notifier is null once it is destroyed.
   void isNonReferencingIs(bool nonReferencing);
@@ -97,6 +102,7 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   // Call it from a catch clause only.
   [[gnu::cold, gnu::noinline]] void reportException(AttributeId attribute);
 
+  Interest interest_ = everyAttribute;
   const PtrInterface* notifier_ = nullptr;
   Ptr<ActivityConfig> activity_;
   AttributeId attribute_ = 0;
@@ -120,7 +126,7 @@ class NotifieeOf : public Const {
 
 // One walk over the notifiees of an object (invariants 2 and 3), on the stack:
 //
-//   for (NotifieeWalk walk(*this); NotifieeConst* notifiee = walk.next();) ...
+//   for (NotifieeWalk walk(*this); NotifieeConst* notifiee = walk.next(everyAttribute);) ...
 class UMBRA_API NotifieeWalk {
  public:
   explicit NotifieeWalk(const PtrInterface& notifier);
@@ -128,8 +134,9 @@ class UMBRA_API NotifieeWalk {
   NotifieeWalk(const NotifieeWalk&) = delete;
   NotifieeWalk& operator=(const NotifieeWalk&) = delete;
 
-  // The next notifiee, held until the next call; null at the end.
-  NotifieeConst* next();
+  // The next notifiee that is interested in one of these, held until the next call; null at the
+  // end.
+  NotifieeConst* next(Interest interest);
 
  private:
   Ptr<const PtrInterface> notifier_;
@@ -143,9 +150,9 @@ class UMBRA_API NotifieeWalk {
 
 template <class N, class Handler>
 void PtrInterface::notifyEach(AttributeId attribute, Handler handler) const {
-  if (notifiees_ == nullptr) return;
+  if (!isObserved(attribute)) return;
   NotifieeWalk walk(*this);
-  while (NotifieeConst* notifiee = walk.next()) {
+  while (NotifieeConst* notifiee = walk.next(interestIn(attribute))) {
     if (auto* typed = dynamic_cast<N*>(notifiee)) {
       typed->runGuarded(attribute, [&] { handler(*typed); });
     }

@@ -8,7 +8,7 @@
 //    so that the walk knows who was switched on when it began.
 #pragma once
 
-#include <Zint/Types.h>
+#include <Zint/Notifiee.h>
 
 #include <algorithm>
 #include <new>
@@ -17,9 +17,7 @@
 
 namespace Zint {
 
-class NotifieeConst;
-
-class NotifieeList {
+class NotifieeList : public NotifieeListHead {
  public:
   std::size_t size() const { return members_.size(); }
   // Null for a hole.
@@ -31,6 +29,7 @@ class NotifieeList {
   void add(NotifieeConst* notifiee) {
     members_.push_back(notifiee);
     ++registered_;
+    interest |= notifiee->interest();
   }
 
   void remove(NotifieeConst* notifiee, bool isRegistered) {
@@ -42,9 +41,23 @@ class NotifieeList {
       *place = nullptr;
       hasHoles_ = true;
     }
+    updateInterest();
   }
 
-  void changeRegistered(bool isRegistered) { isRegistered ? ++registered_ : --registered_; }
+  // A member was switched on or off.
+  void changeRegistered(bool isRegistered) {
+    isRegistered ? ++registered_ : --registered_;
+    updateInterest();
+  }
+
+  // A member's interest has changed.
+  void updateInterest() {
+    interest = 0;
+    for (const NotifieeConst* member : members_) {
+      if (member != nullptr && member->isRegisteredNotifiee()) interest |= member->interest();
+      if (interest == everyAttribute) return;
+    }
+  }
 
   // Call it before a notifiee that has a place is switched on or off. Without memory nothing is
   // recorded: then its state at its turn decides whether it is notified.
@@ -126,5 +139,9 @@ class NotifieeList {
   bool hasHoles_ = false;
   bool hasSwitches_ = false;
 };
+
+inline NotifieeList* PtrInterface::notifieeList() const {
+  return static_cast<NotifieeList*>(notifiees_);
+}
 
 }  // namespace Zint

@@ -32,30 +32,31 @@ PtrInterface::~PtrInterface() {
   if (notifiees_ != nullptr) {
     references_ = underDestruction;
     notifieeDelAll();
-    delete notifiees_;
+    delete notifieeList();
   }
   if (hasTextNumber_) forgetObjectText(this);
 }
 
 void PtrInterface::notifieeAdd(NotifieeConst* notifiee) const {
   if (notifiees_ == nullptr) notifiees_ = new NotifieeList;
-  notifiees_->add(notifiee);
+  notifieeList()->add(notifiee);
 }
 
 // Those that are switched off have a place, too.
 void PtrInterface::notifieeDelAll() const {
   if (notifiees_ == nullptr) return;
   NotifieeWalk walk(*this);  // places do not move
-  for (std::size_t place = 0, end = notifiees_->size(); place < end; ++place) {
-    const Ptr<NotifieeConst> notifiee((*notifiees_)[place]);
+  const NotifieeList& list = *notifieeList();
+  for (std::size_t place = 0, end = list.size(); place < end; ++place) {
+    const Ptr<NotifieeConst> notifiee(list[place]);
     if (notifiee == nullptr) continue;
     notifiee->notifierIs(nullptr);
     // It may be overridden: nothing may be left that points to this object.
-    if ((*notifiees_)[place] != nullptr) notifiee->NotifieeConst::notifierIs(nullptr);
+    if (list[place] != nullptr) notifiee->NotifieeConst::notifierIs(nullptr);
   }
 }
 
-U32 PtrInterface::countNotifiees() const { return notifiees_->registered(); }
+U32 PtrInterface::countNotifiees() const { return notifieeList()->registered(); }
 
 void PtrInterface::lastReferenceDel() const {
   references_ = underDestruction;

@@ -18,6 +18,12 @@ class NotifieeConst;
 class NotifieeList;
 struct Type;
 
+// The head of an object's list of notifiees: the attributes that any registered one is interested
+// in.
+struct NotifieeListHead {
+  Interest interest = 0;
+};
+
 class UMBRA_API PtrInterface {
  public:
   PtrInterface(const PtrInterface&) = delete;
@@ -56,14 +62,15 @@ class UMBRA_API PtrInterface {
       lastReferenceDel();
   }
 
-  // Notifies all notifiees, in the order of their places, that the attribute has changed.
+  // Notifies the notifiees that are interested in it, in the order of their places, that the
+  // attribute has changed.
   void notify(AttributeId attribute) const {
-    if (notifiees_ != nullptr) [[unlikely]]
+    if (isObserved(attribute)) [[unlikely]]
       notifyAll(attribute);
   }
 
-  // Calls `handler` for every active notifiee of type N, in the order of their places and under the
-  // exception guard: for changes that carry a key. Defined in <Zint/Notifiee.h>.
+  // Calls `handler` for every interested notifiee of type N, in the order of their places and under
+  // the exception guard: for changes that carry a key. Defined in <Zint/Notifiee.h>.
   template <class N, class Handler>
   void notifyEach(AttributeId attribute, Handler handler) const;
 
@@ -72,6 +79,10 @@ class UMBRA_API PtrInterface {
 
   // The number of registered notifiees; one that is switched off does not count.
   U32 notifiees() const { return notifiees_ == nullptr ? 0 : countNotifiees(); }
+  // Whether a registered notifiee is interested in the attribute.
+  bool isObserved(AttributeId attribute) const {
+    return notifiees_ != nullptr && (notifiees_->interest & interestIn(attribute)) != 0;
+  }
 
  protected:
   // Unregisters every notifiee; they forget this object.
@@ -88,10 +99,11 @@ class UMBRA_API PtrInterface {
   [[gnu::cold, gnu::noinline]] void lastReferenceDel() const;
   void notifyAll(AttributeId attribute) const;
   U32 countNotifiees() const;
+  NotifieeList* notifieeList() const;
   void notifieeAdd(NotifieeConst* notifiee) const;
 
   mutable std::size_t references_ = 1;
-  mutable NotifieeList* notifiees_ = nullptr;  // owned; null until the first registration
+  mutable NotifieeListHead* notifiees_ = nullptr;  // owned; null until the first registration
   mutable bool hasTextNumber_ = false;
   bool hasNotificationActive_ = false;
   bool nondestructing_ = true;

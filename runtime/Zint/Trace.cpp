@@ -146,8 +146,11 @@ void coverageStreamIs(std::ostream* stream) {
   }
 }
 
-void traceHelper(const TraceHandle& handle, const String8& text, U32 level, const char* context,
-                 const char* source, int line, const char* function) {
+namespace {
+
+// `text` has a NUL behind it.
+void traceLine(const TraceHandle& handle, std::string_view text, U32 level, const char* context,
+               const char* source, int line, const char* function) {
   if (traceState().coverage.load() != nullptr) {
     std::lock_guard guard(traceState().mutex);
     // Read again: once coverageStreamIs() has returned, the old stream may be destroyed.
@@ -155,11 +158,57 @@ void traceHelper(const TraceHandle& handle, const String8& text, U32 level, cons
       *coverage << source << ':' << line << ' ' << text << '\n';
   }
   if (!handle.level(level)) return;
-  const bool hasNul = text.bytes().find('\0') != std::string::npos;
-  const String8 escaped = hasNul ? escapeNuls(text) : String8();
+  const bool hasNul = text.find('\0') != std::string_view::npos;
+  const String8 escaped = hasNul ? escapeNuls(String8(text)) : String8();
   const InSink inSink;
-  inSink.sink().traceLine(
-      {handle.name(), level, (hasNul ? escaped : text).c_str(), context, source, line, function});
+  inSink.sink().traceLine({handle.name(), level, hasNul ? escaped.c_str() : text.data(), context,
+                           source, line, function});
+}
+
+}  // namespace
+
+void traceHelper(const TraceHandle& handle, const String8& text, U32 level, const char* context,
+                 const char* source, int line, const char* function) {
+  traceLine(handle, text.bytes(), level, context, source, line, function);
+}
+
+void TraceHandle::trace(std::string_view text, U32 level, const char* context, const char* source,
+                        int line, const char* function) const {
+  if (!isBuilt(level)) return;
+  try {
+    traceLine(*this, text, level, context, source, line, function);
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+  }
+}
+
+TraceText::TraceText() : std::ostream(nullptr) {
+  rdbuf(&buffer_);
+  imbue(std::locale::classic());
+}
+
+TraceText::~TraceText() = default;
+
+std::string_view TraceText::Buffer::bytes() {
+  if (!isComplete_) throw std::bad_alloc();
+  *pptr() = '\0';
+  return {pbase(), static_cast<std::size_t>(pptr() - pbase())};
+}
+
+// Doubles the room. Without memory the stream goes bad and what follows is lost.
+TraceText::Buffer::int_type TraceText::Buffer::overflow(int_type character) {
+  if (!isComplete_) return traits_type::eof();
+  const std::size_t size = static_cast<std::size_t>(pptr() - pbase());
+  isComplete_ = false;
+  std::string more(2 * size + 2, '\0');
+  isComplete_ = true;
+  more.replace(0, size, pbase(), size);
+  many_.swap(more);
+  setp(many_.data(), many_.data() + many_.size() - 1);
+  pbump(static_cast<int>(size));
+  if (traits_type::eq_int_type(character, traits_type::eof())) return 0;
+  return sputc(traits_type::to_char_type(character));
 }
 
 TraceHandle& zintTrace() {

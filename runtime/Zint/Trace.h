@@ -14,9 +14,10 @@
 #include <cxxabi.h>
 
 #include <atomic>
-#include <locale>
 #include <ostream>
-#include <sstream>
+#include <streambuf>
+#include <string>
+#include <string_view>
 
 namespace Zint {
 
@@ -64,6 +65,11 @@ class UMBRA_API TraceHandle {
   // Whether a text of this level, or of a finer one, is to be built.
   bool isBuiltFrom(U32 level) const { return built_.load(std::memory_order_relaxed) >> level != 0; }
 
+  // Traces a text that has a NUL behind it, if its level is to be built. What the sink throws is
+  // swallowed, and the line is lost.
+  void trace(std::string_view text, U32 level, const char* context, const char* source, int line,
+             const char* function) const;
+
   void registerHandle();
   // The handle of that name, null when there is none.
   static TraceHandle* find(const String8& name);
@@ -102,6 +108,33 @@ UMBRA_API void coverageStreamIs(std::ostream* stream);
 UMBRA_API void traceHelper(const TraceHandle& handle, const String8& text, U32 level,
                            const char* context, const char* source, int line, const char* function);
 
+// A text under construction, on the caller's stack. A text of up to 255 bytes allocates nothing.
+class UMBRA_API TraceText : public std::ostream {
+ public:
+  TraceText();
+  ~TraceText() override;
+
+  // With a NUL behind it. std::bad_alloc where memory ran out while it was built.
+  std::string_view bytes() { return buffer_.bytes(); }
+
+ private:
+  class UMBRA_API Buffer : public std::streambuf {
+   public:
+    Buffer() { setp(few_, few_ + sizeof few_ - 1); }
+    std::string_view bytes();
+
+   protected:
+    int_type overflow(int_type character) override;
+
+   private:
+    char few_[256];
+    std::string many_;
+    bool isComplete_ = true;
+  };
+
+  Buffer buffer_;
+};
+
 // The runtime's own handle, "Zint".
 UMBRA_API TraceHandle& zintTrace();
 
@@ -109,19 +142,18 @@ UMBRA_API TraceHandle& zintTrace();
 
 // `text` is the right-hand side of `stream <<`. A line whose text or sink throws is dropped:
 // tracing never changes what is traced. Only a cancellation of the thread passes through.
-#define ZINT_TRACE_IN(function, handle, level, context, source, line, text)                       \
-  do {                                                                                            \
-    if ((handle).isBuilt(level)) [[unlikely]] {                                                   \
-      try {                                                                                       \
-        std::ostringstream zintTraceText;                                                         \
-        zintTraceText.imbue(std::locale::classic());                                              \
-        zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                           \
-        ::Zint::traceHelper(handle, zintTraceText.str(), level, context, source, line, function); \
-      } catch (abi::__forced_unwind&) {                                                           \
-        throw;                                                                                    \
-      } catch (...) {                                                                             \
-      }                                                                                           \
-    }                                                                                             \
+#define ZINT_TRACE_IN(function, handle, level, context, source, line, text)            \
+  do {                                                                                 \
+    if ((handle).isBuilt(level)) [[unlikely]] {                                        \
+      try {                                                                            \
+        ::Zint::TraceText zintTraceText;                                               \
+        zintTraceText << text; /* NOLINT(bugprone-macro-parentheses) */                \
+        (handle).trace(zintTraceText.bytes(), level, context, source, line, function); \
+      } catch (abi::__forced_unwind&) {                                                \
+        throw;                                                                         \
+      } catch (...) {                                                                  \
+      }                                                                                \
+    }                                                                                  \
   } while (0)
 
 // The same, with the name of the function that contains it.

@@ -50,6 +50,20 @@ TEST_F(GenericChipHamTest, doRead_leavesTheBytesWhereARegisterAccessStoresNothin
   EXPECT_EQ(word(1), 0x9abcdef0u);
 }
 
+// Wherever the buffer begins.
+TEST_F(GenericChipHamTest, doRead_storesAtAnyByte) {
+  registers->registers = {{0, 0x11223344}, {4, 0x55667788}};
+  for (U32 at = 0; at < 4; ++at) {
+    std::memset(buffer, 0xEE, sizeof buffer);
+    ham->doRead(ChipAddress(), buffer + at, 4, 2);
+    U32 values[2];
+    std::memcpy(values, buffer + at, 8);
+    EXPECT_THAT(values, ElementsAre(0x11223344, 0x55667788));
+    EXPECT_TRUE(at == 0 || buffer[at - 1] == 0xEE);
+    EXPECT_EQ(buffer[at + 8], 0xEE);
+  }
+}
+
 TEST_F(GenericChipHamTest, attributeString_addsHamImpl) {
   EXPECT_EQ(ham->attributeString(GenericChipHam::Id::hamImpl), "hamImpl");
   EXPECT_EQ(ham->attributeString(GenericChipHam::Id::name), "name");
