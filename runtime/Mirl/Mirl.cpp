@@ -1,97 +1,61 @@
 #include <Mirl/Mirl.h>
 
+#include <Mirl/Format.h>
 #include <Zint/Clock.h>
-#include <Zint/Sizes.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 namespace Mirl {
 namespace {
 
-// A record: its size and its descriptor's id, the time, then the arguments. An argument: a tag (its
-// size for a number, textTag for a text, followed by the text's length) and the bytes.
-struct Header {
-  U32 size;
-  U32 id;
-  Zint::Seconds time;
+// --- Threads ---
+
+// The keys of the threads that live and have written a record, each at the index that is its
+// remainder. A key is used once.
+constexpr U32 threadsMax = 64;
+constinit std::atomic<U32> threads[threadsMax];
+constinit std::atomic<U32> threadsBegun{0};
+
+struct Thread {
+  U32 key;        // 0 before the first record, at the end, and for one too many
+  bool hasBegun;  // the first record was written
 };
-constexpr U8 textTag = 0;
-constexpr U8 leftOutTag = 0xfd;  // after the arguments: more were given
-constexpr U8 cutTextTag = 0xfe;  // a text that is the beginning of the one that was given
-constexpr U8 endTag = 0xff;      // fills the last unit
+// Trivially destructible: destructors of other objects may still trace. initial-exec: no call to
+// __tls_get_addr, also in a library that is loaded later.
+[[gnu::tls_model("initial-exec")]] constinit thread_local Thread thread{0, false};
+// The part that the thread wrote to last, at each level.
+[[gnu::tls_model("initial-exec")]] constinit thread_local void* used[TraceFile::rings]{};
 
-// What can be read back of a record's arguments.
-struct Arguments {
-  std::vector<Argument> values;
-  bool lastIsCut = false;
-  bool leavesOut = false;
+bool isAlive(U32 key) { return threads[key % threadsMax].load(std::memory_order_acquire) == key; }
+
+// Gives the thread's key back when the thread ends. What is written after that is nobody's.
+struct ThreadEnd {
+  ThreadEnd() = default;
+  ThreadEnd(const ThreadEnd&) = delete;
+  ThreadEnd& operator=(const ThreadEnd&) = delete;
+  ~ThreadEnd() {
+    const U32 key = std::exchange(thread.key, 0);
+    std::fill(std::begin(used), std::end(used), nullptr);
+    threads[key % threadsMax].store(0, std::memory_order_release);
+  }
 };
 
-class SpinHold {
- public:
-  explicit SpinHold(std::atomic_flag& flag) : flag_(flag) {
-    while (flag_.test_and_set(std::memory_order_acquire)) {
-    }
+void beginThread() {
+  thread.hasBegun = true;
+  const U32 begun = threadsBegun.fetch_add(1, std::memory_order_relaxed) + 1;
+  for (U32 i = 0; i < threadsMax; ++i) {
+    U32 none = 0;
+    const U32 key = begun * threadsMax + i;
+    if (key == 0 || !threads[i].compare_exchange_strong(none, key)) continue;
+    thread.key = key;
+    static thread_local const ThreadEnd end;
+    (void)&end;
+    return;
   }
-  ~SpinHold() { flag_.clear(std::memory_order_release); }
-  SpinHold(const SpinHold&) = delete;
-  SpinHold& operator=(const SpinHold&) = delete;
-
- private:
-  std::atomic_flag& flag_;
-};
-
-Zint::String8 argumentText(const Argument& argument, char conversion) {
-  if (const auto* text = std::get_if<Zint::String8>(&argument)) return *text;
-  const U64 value = std::get<Number>(argument).value;
-  char text[32];
-  (void)std::snprintf(text, sizeof text, conversion == 'x' ? "%llx" : "%llu",
-                      static_cast<unsigned long long>(value));
-  return text;
-}
-
-Zint::String8 recordText(const char* format, const Arguments& arguments) {
-  std::string text;
-  std::size_t next = 0;
-  for (const char* c = format; *c != '\0'; ++c) {
-    const bool isPlace = *c == '%' && c[1] != '\0';
-    if (isPlace && next < arguments.values.size()) {
-      text += argumentText(arguments.values[next++], *++c);
-      if (arguments.lastIsCut && next == arguments.values.size()) text += "[cut]";
-    } else if (isPlace && arguments.leavesOut) {
-      text += "[left out]";
-      ++c;
-    } else {
-      text += *c;
-    }
-  }
-  return text;
-}
-
-Arguments readArguments(const U8* bytes, const U8* end) {
-  Arguments arguments;
-  while (bytes < end) {
-    const U8 tag = *bytes++;
-    if (tag == endTag) break;
-    if (tag == leftOutTag) {
-      arguments.leavesOut = true;
-    } else if (tag == textTag || tag == cutTextTag) {
-      U16 length = 0;
-      std::memcpy(&length, bytes, sizeof length);
-      bytes += sizeof length;
-      arguments.values.emplace_back(
-          Zint::String8(std::string_view(reinterpret_cast<const char*>(bytes), length)));
-      arguments.lastIsCut = tag == cutTextTag;
-      bytes += length;
-    } else {
-      U64 value = 0;
-      std::memcpy(&value, bytes, tag);
-      arguments.values.emplace_back(Number{value, tag});
-      bytes += tag;
-    }
-  }
-  return arguments;
 }
 
 }  // namespace
@@ -113,100 +77,176 @@ MsgDesc::~MsgDesc() {
   *link = next_;
 }
 
-RingBuf::Msg::Msg(RingBuf& ring, U32 id) : ring_(ring), size_(sizeof(Header)) {
-  const Header header{0, id, Zint::turnTime()};
-  std::memcpy(bytes_, &header, sizeof header);
+// --- Parts ---
+
+U32 RingBuf::Part::recordSize(U32 place) const {
+  U32 record = 0;
+  std::memcpy(&record, bytes + place, sizeof record);
+  return record;
 }
 
-RingBuf::Msg& RingBuf::Msg::operator<<(std::string_view text) {
-  if (isFull_ || recordMax - size_ < 3) {
-    isFull_ = true;
-    return *this;
+// By a new owner. What the last one had under construction is lost.
+void RingBuf::Part::takeOver() {
+  if (held == 0) limit = size;  // in a new one it is 0
+  current = nullptr;
+}
+
+// Drops what is not shown any more, and then as much as is needed. REQUIRES: the owner.
+void RingBuf::Part::makeRoom(U32 needed) {
+  while (held > capacity || (held > 0 && limit - next < needed)) {
+    const U32 oldest = recordSize(first);
+    const bool isWrapped = limit != size;
+    held -= oldest;
+    first = following(first, oldest);
+    limit = isWrapped && first != 0 && held > 0 ? first : size;
+    ++dropped;
   }
-  const auto length = static_cast<U16>(std::min<std::size_t>(text.size(), recordMax - size_ - 3));
-  bytes_[size_] = length < text.size() ? cutTextTag : textTag;
-  std::memcpy(bytes_ + size_ + 1, &length, sizeof length);
-  std::memcpy(bytes_ + size_ + 3, text.data(), length);
-  size_ += 3u + length;
+  begin.exchange(dropped << 16 | first / unit);
+  while (isRead.load()) {
+  }
+}
+
+// The bytes of a whole record are in their place.
+inline void RingBuf::Part::commit(U32 record) {
+  held += record;
+  next += record;
+  if (next >= starts) {
+    next = 0;
+    limit = first;
+  }
+  ++written;
+  end.store(written << 12 | next / unit, std::memory_order_release);
+}
+
+void RingBuf::Part::append(const U8* record, U32 recordBytes) {
+  if (limit - next < recordBytes) makeRoom(recordBytes);
+  std::memcpy(bytes + next, record, recordBytes);
+  commit(recordBytes);
+}
+
+// The part that this thread writes to at a level.
+[[gnu::always_inline]] inline RingBuf::Part& RingBuf::partOf(U32 level) {
+  // The last one may be another file's, also of one that is gone.
+  auto* part = static_cast<Part*>(used[level]);
+  const std::uintptr_t offset =
+      reinterpret_cast<std::uintptr_t>(part) - reinterpret_cast<std::uintptr_t>(parts_);
+  if (offset >= sizeof parts_ || part->owner.load(std::memory_order_relaxed) != thread.key)
+      [[unlikely]] {
+    used[level] = part = &claim();
+  }
+  return *part;
+}
+
+// A part that was never used, or else one whose owner has ended, or else the last one.
+[[gnu::cold]] RingBuf::Part& RingBuf::claim() {
+  if (!thread.hasBegun) beginThread();
+  const SpinHold hold(held_);
+  Part* part = nullptr;
+  for (Part* each = parts_ + threadParts; thread.key != 0 && each-- != parts_;) {
+    const U32 owner = each->owner.load(std::memory_order_relaxed);
+    if (owner == thread.key) return *each;
+    const bool isFree = owner == 0 || (!isAlive(owner) && (part == nullptr || part->owner != 0));
+    if (isFree) part = each;
+  }
+  if (part != nullptr) {
+    part->takeOver();
+    part->owner.store(thread.key, std::memory_order_relaxed);
+    return *part;
+  }
+  if (parts_[threadParts].held == 0) parts_[threadParts].takeOver();
+  return parts_[threadParts];
+}
+
+// --- Records ---
+
+[[gnu::always_inline]] inline RingBuf::Msg::Msg(RingBuf& ring, U32 id, U32 level)
+    : ring_(ring),
+      part_(&ring.partOf(level)),
+      size_(sizeof(Header)),
+      isInPlace_(part_ != ring.parts_ + threadParts) {
+  if (isInPlace_) {
+    if (part_->current != nullptr) part_->current->moveToStack();
+    part_->current = this;
+    constexpr U32 usual = 256;  // bytes of a record
+    if (part_->limit - part_->next < usual) part_->makeRoom(usual);
+    bytes_ = part_->bytes + part_->next;
+    limit_ = std::min(recordMax, part_->limit - part_->next - Part::slack);
+  } else {
+    bytes_ = own_;
+    limit_ = recordMax;
+  }
+  // The size is known at the end.
+  std::memcpy(bytes_ + offsetof(Header, id), &id, sizeof id);
+  const Zint::Seconds time = Zint::recordTime();
+  std::memcpy(bytes_ + offsetof(Header, time), &time, sizeof time);
+}
+
+void RingBuf::Msg::moveToStack() {
+  std::memcpy(own_, bytes_, size_);
+  bytes_ = own_;
+  limit_ = leavesOut_ ? 0 : recordMax;
+  isInPlace_ = false;
+  part_->current = nullptr;
+}
+
+// For so many more bytes; false when the record is full. Then it takes nothing any more.
+bool RingBuf::Msg::makeRoom(U32 bytes) {
+  if (limit_ != 0 && bytes <= recordMax - size_) {
+    // Less than the record may have: it is in its place.
+    part_->makeRoom(size_ + bytes + Part::slack);
+    limit_ = std::min(recordMax, part_->limit - part_->next - Part::slack);
+    return true;
+  }
+  limit_ = 0;
+  leavesOut_ = !hasEnded_;
+  return false;
+}
+
+RingBuf::Msg& RingBuf::Msg::appendText(std::string_view text) {
+  constexpr U32 tag = 3;  // and the length
+  if (size_ + tag > limit_ && !makeRoom(tag)) return *this;
+  const auto length = static_cast<U16>(std::min<std::size_t>(text.size(), recordMax - size_ - tag));
+  if (size_ + tag + length > limit_ && !makeRoom(tag + length)) return *this;
+  U8* to = bytes_ + size_;
+  *to = length < text.size() ? cutTextTag : textTag;
+  std::memcpy(to + 1, &length, sizeof length);
+  std::memcpy(to + tag, text.data(), length);
+  size_ += tag + length;
   return *this;
 }
 
 void RingBuf::Msg::endMsg() {
-  if (size_ == 0) return;  // ended before
-  if (isFull_) bytes_[size_++] = leftOutTag;
+  if (hasEnded_) return;
+  hasEnded_ = true;
+  limit_ = 0;
+  if (leavesOut_) bytes_[size_++] = leftOutTag;
   std::memset(bytes_ + size_, endTag, unit);
-  size_ = (size_ + unit - 1) / unit * unit;
-  std::memcpy(bytes_, &size_, sizeof size_);
-  ring_.append(bytes_, size_);
-  size_ = 0;
-  isFull_ = true;
+  const U32 size = (size_ + unit - 1) / unit * unit;
+  std::memcpy(bytes_, &size, sizeof size);
+  if (std::exchange(isInPlace_, false)) {
+    if (part_->current != this) return;  // the thread has ended, and the part is another one's
+    part_->current = nullptr;
+    part_->commit(size);
+  } else {
+    ring_.append(*part_, bytes_, size);
+  }
+}
+
+// A record that is not in its place: it was on the stack.
+void RingBuf::append(Part& part, const U8* record, U32 size) {
+  if (&part != parts_ + threadParts && part.owner == thread.key) {
+    if (part.current != nullptr) part.current->moveToStack();
+    part.append(record, size);
+  } else {
+    const SpinHold hold(held_);
+    Part& shared = parts_[threadParts];
+    if (shared.held == 0) shared.takeOver();
+    shared.append(record, size);
+  }
 }
 
 RingBuf::Msg RingBuf::startMsg(TraceFile& file, const MsgDesc& desc, U32 level) {
-  return Msg(file.ringBuf(level), desc.id());
-}
-
-U64 RingBuf::lost() const {
-  const SpinHold hold(held_);
-  return lost_;
-}
-
-void RingBuf::append(const U8* record, U32 size) {
-  const SpinHold hold(held_);
-  while (end_ + size - begin_ > capacity) {
-    U32 oldest = 0;
-    std::memcpy(&oldest, bytes_ + begin_ % capacity, sizeof oldest);
-    begin_ += oldest;
-    ++lost_;
-  }
-  for (U32 at = 0; at < size; at += unit) {
-    std::memcpy(bytes_ + (end_ + at) % capacity, record + at, unit);
-  }
-  end_ += size;
-}
-
-void RingBuf::copy(U32 position, U8* to, U32 size) const {
-  const U32 place = position % capacity;
-  const U32 first = std::min(size, capacity - place);
-  std::memcpy(to, bytes_ + place, first);
-  std::memcpy(to + first, bytes_, size - first);
-}
-
-std::vector<Record> TraceFile::records(U32 level) const {
-  const RingBuf& ring = rings_[level];
-  std::vector<U8> bytes(RingBuf::capacity);  // allocated before the ring is held
-  {
-    const SpinHold hold(ring.held_);
-    bytes.resize(ring.end_ - ring.begin_);
-    ring.copy(ring.begin_, bytes.data(), Zint::countOf(bytes));
-  }
-  std::vector<Record> records;
-  for (std::size_t at = 0; at < bytes.size();) {
-    Header header;
-    std::memcpy(&header, &bytes[at], sizeof header);
-    const U8* record = bytes.data() + at;
-    Arguments arguments = readArguments(record + sizeof header, record + header.size);
-    const MsgDesc* desc = find(header.id);
-    Zint::String8 text = recordText(desc == nullptr ? "unknown" : desc->format(), arguments);
-    records.push_back({header.id, header.time, std::move(arguments.values), std::move(text)});
-    at += header.size;
-  }
-  return records;
-}
-
-void TraceFile::clear() {
-  for (RingBuf& ring : rings_) {
-    const SpinHold hold(ring.held_);
-    ring.begin_ = ring.end_;
-    ring.lost_ = 0;
-  }
-}
-
-const MsgDesc* TraceFile::find(U32 id) const {
-  const SpinHold hold(held_);
-  const MsgDesc* desc = descs_;
-  while (desc != nullptr && desc->id_ != id) desc = desc->next_;
-  return desc;
+  return Msg(file.ringBuf(level), desc.id(), level);
 }
 
 }  // namespace Mirl

@@ -2,6 +2,14 @@
 // oldest. It is always on, and a small record costs a few nanoseconds: what happened last can be
 // read after the fact.
 //
+// Each thread has a part of each ring to itself, which it writes without a lock; who reads a ring
+// sees the records of all threads in the order of their times. A thread that writes its first
+// record at a level takes a free part, or else that of a thread that has ended, whose records stay
+// until they are overwritten. When there is none it shares the last part, under a lock, with all
+// others like it; so does what is written while a thread or the process ends. The memory is the
+// file's own, 64 KiB for each part that is used. Nothing is allocated but once by a thread's first
+// record: the announcement that the thread's end is of interest.
+//
 //   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "repaired entry %u of %s", __LINE__);
 //   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
 //   msg << entry << name;
@@ -57,7 +65,7 @@ using Argument = std::variant<Number, Zint::String8>;
 // A record as it is read back.
 struct Record {
   U32 id;
-  Zint::Seconds time;  // Zint::turnTime() at startMsg
+  Zint::Seconds time;  // Zint::recordTime() at startMsg
   std::vector<Argument> arguments;
   // The format with the arguments in their places. A text that was cut ends in "[cut]", and
   // "[left out]" stands for an argument that there was no room for.
@@ -65,44 +73,87 @@ struct Record {
 };
 
 class UMBRA_API RingBuf {
+  struct Part;
+
  public:
-  static constexpr U32 capacity = 32768;  // bytes
+  static constexpr U32 capacity = 32768;  // bytes of records that a thread's part of the ring keeps
   // Bytes. Two texts of three characters for each byte of an entry of 4,096 bytes fit; a record is
   // cut where it would become longer.
   static constexpr U32 recordMax = 24'640;
-  // Bytes: records are whole units, so that neither the header nor a unit's copy is ever torn.
-  static constexpr U32 unit = 16;
+  static constexpr U32 unit = 16;  // bytes; records are whole units
+  // Each ring has so many parts that belong to one thread, and one more that all others share.
+  static constexpr U32 threadParts = 7;
 
-  // A record under construction, on the caller's stack (25 KB, of which only what is written is
-  // touched); lost unless endMsg() is called.
+  // A record under construction; lost unless endMsg() is called, by the thread that started it. It
+  // is written in its place in the ring. When its thread starts another one before its end, it
+  // moves to the caller's stack (25 KB, untouched otherwise).
   class UMBRA_API Msg {
    public:
+    Msg(const Msg&) = delete;
+    Msg& operator=(const Msg&) = delete;
+    ~Msg() {
+      if (isInPlace_ && part_->current == this) [[unlikely]]
+        part_->current = nullptr;
+    }
+
     Msg& operator<<(U8 value) { return appendNumber(value); }
     Msg& operator<<(U32 value) { return appendNumber(value); }
     Msg& operator<<(U64 value) { return appendNumber(value); }
-    Msg& operator<<(std::string_view text);
+    // Most texts are names, for which a call takes longer than the copy.
+    Msg& operator<<(std::string_view text) {
+      const std::size_t length = text.size();
+      if (length > 16 || size_ + 19 > limit_) [[unlikely]]
+        return appendText(text);
+      U8* to = bytes_ + size_;
+      to[0] = 0;  // the tag of a text, and its length
+      to[1] = static_cast<U8>(length);
+      to[2] = 0;
+      copyName(to + 3, text.data(), length);
+      size_ += 3 + static_cast<U32>(length);
+      return *this;
+    }
     // Writes the record. What follows it is ignored.
     void endMsg();
 
    private:
     friend class RingBuf;
-    Msg(RingBuf& ring, U32 id);
+    Msg(RingBuf& ring, U32 id, U32 level);
     template <class T>
     Msg& appendNumber(T value) {
-      if (isFull_ || recordMax - size_ < 1 + sizeof value) {
-        isFull_ = true;
+      constexpr U32 bytes = 1 + sizeof value;
+      if (size_ + bytes > limit_ && !makeRoom(bytes)) [[unlikely]]
         return *this;
-      }
       bytes_[size_] = sizeof value;
       std::memcpy(bytes_ + size_ + 1, &value, sizeof value);
-      size_ += 1 + sizeof value;
+      size_ += bytes;
       return *this;
     }
+    Msg& appendText(std::string_view text);
+    static void copyName(U8* to, const char* from, std::size_t length) {
+      if (length >= 8) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + length - 8, from + length - 8, 8);
+      } else if (length >= 4) {
+        std::memcpy(to, from, 4);
+        std::memcpy(to + length - 4, from + length - 4, 4);
+      } else if (length != 0) {
+        to[0] = static_cast<U8>(from[0]);
+        to[length / 2] = static_cast<U8>(from[length / 2]);
+        to[length - 1] = static_cast<U8>(from[length - 1]);
+      }
+    }
+    bool makeRoom(U32 bytes);
+    void moveToStack();
 
     RingBuf& ring_;
-    U32 size_;             // 0 once it has ended
-    bool isFull_ = false;  // an argument was left out: all later ones are, too
-    alignas(U32) U8 bytes_[recordMax + 2 * unit];
+    Part* part_;
+    U8* bytes_;
+    U32 size_;
+    U32 limit_;  // what size_ may grow to as it is; 0 when nothing more is taken
+    bool isInPlace_;
+    bool leavesOut_ = false;  // an argument was left out: all later ones are, too
+    bool hasEnded_ = false;
+    alignas(U32) U8 own_[recordMax + 2 * unit];
   };
 
   static Msg startMsg(TraceFile& file, const MsgDesc& desc, U32 level);
@@ -113,15 +164,52 @@ class UMBRA_API RingBuf {
  private:
   friend class TraceFile;
 
-  void append(const U8* record, U32 size);
-  void copy(U32 position, U8* to, U32 size) const;
+  // What one thread writes. The owner alone changes it, without a lock; whoever reads it announces
+  // itself, and the owner then overwrites no more until it has read. Zero when it is new.
+  //
+  // Bytes: records begin before `starts` and follow each other; after the one that passes it the
+  // next one begins at 0. So each is in one piece. More of them are kept than are shown, so that
+  // the owner makes room for many at a time.
+  struct Part {
+    static constexpr U32 size = 65536;
+    static constexpr U32 slack = 2 * unit;  // for the end of a record
+    static constexpr U32 starts = size - recordMax - slack;
 
-  mutable std::atomic_flag held_{};
-  // Byte positions of the oldest record and past the newest, counted since the start, mod 2^32.
-  U32 begin_ = 0;
-  U32 end_ = 0;
-  U64 lost_ = 0;
-  U8 bytes_[capacity] = {};
+    class Reading;
+
+    void takeOver();
+    void makeRoom(U32 needed);
+    void commit(U32 record);
+    void append(const U8* record, U32 recordBytes);
+    U32 recordSize(U32 place) const;
+    static U32 following(U32 place, U32 bytes) {
+      return place + bytes < starts ? place + bytes : 0;
+    }
+    // Whether nothing was ever written.
+    bool isNew() const { return end.load() == 0 && begin.load() == 0; }
+
+    std::atomic<U32> owner;  // the thread's key; 0 for none
+    std::atomic<bool> isRead;
+    std::atomic<U64> begin;  // records dropped so far << 16 | place of the oldest in units
+    std::atomic<U32> end;    // records written so far, mod 2^20, << 12 | place of the next in units
+    U64 cleared;             // so many records are forgotten; guarded by the ring
+    // The owner's alone.
+    Msg* current;  // that is written in its place
+    U64 dropped;
+    U32 written;
+    U32 first;  // place of the oldest record
+    U32 next;   // place of the next one
+    U32 limit;  // where the bytes end that it may fill
+    U32 held;   // bytes of records
+    alignas(unit) U8 bytes[size];
+  };
+
+  Part& partOf(U32 level);
+  Part& claim();
+  void append(Part& part, const U8* record, U32 size);
+
+  mutable std::atomic_flag held_{};  // guards readers, claims, and the last part
+  mutable Part parts_[threadParts + 1] = {};
 };
 
 class UMBRA_API TraceFile {
@@ -134,7 +222,8 @@ class UMBRA_API TraceFile {
 
   // Level n's ring. REQUIRES: level < rings.
   RingBuf& ringBuf(U32 level) { return rings_[level]; }
-  // The records of one level, oldest first.
+  // The records of one level in the order of their times; those of one thread in the order in which
+  // they were ended.
   std::vector<Record> records(U32 level) const;
   // Forgets all records; the counts of what was lost start at 0 again.
   void clear();

@@ -2,6 +2,7 @@
 
 #include <Zint/Activity.h>
 #include <Zint/Type.h>
+
 #include <ctime>
 
 namespace Zint {

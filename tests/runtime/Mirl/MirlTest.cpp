@@ -4,6 +4,8 @@
 #include <support/ManualLoop.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <random>
@@ -215,6 +217,18 @@ TEST_F(MirlTest, argumentsWithoutRoomAreLeftOut) {
   }
 }
 
+TEST_F(MirlTest, aTextOfAnyLengthIsWhole) {
+  for (std::size_t length = 0; length < 70; ++length) {
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('0' + i);
+    auto msg = RingBuf::startMsg(*file, desc, 0);
+    msg << std::string_view(text) << U32{3};
+    msg.endMsg();
+    EXPECT_THAT(file->records(0).back().arguments,
+                ElementsAre(Argument(String8(text)), Argument(Number{3, 4})));
+  }
+}
+
 TEST_F(MirlTest, anEmptyTextIsAnArgument) {
   auto msg = RingBuf::startMsg(*file, desc, 0);
   msg << "" << U32{3};
@@ -386,6 +400,208 @@ TEST_F(MirlTest, descriptorsLeaveInAnyOrder) {
   EXPECT_THAT(texts(0), ElementsAre("unknown", "newer 2"));
   write(desc, 0, 3);
   EXPECT_THAT(texts(0), ElementsAre("unknown", "newer 2", "n 3"));
+}
+
+// --- Threads ---
+
+// Runs `body` on a thread of its own with a clock of its own, to its end.
+template <class Body>
+void onThread(Body body) {
+  std::thread([&body] {
+    Support::ManualLoop loop;
+    body(loop);
+  }).join();
+}
+
+TEST_F(MirlTest, recordsOfAllThreadsAreReadInTheOrderOfTheirTimes) {
+  for (U32 thread = 0; thread < 3; ++thread) {
+    onThread([&](Support::ManualLoop& loop) {
+      for (U32 i = 0; i < 4; ++i) {
+        loop.clock->timeIs(1 + 3 * i + thread);
+        write(desc, 0, 3 * i + thread);
+      }
+    });
+  }
+  EXPECT_THAT(texts(0), ElementsAre("n 0", "n 1", "n 2", "n 3", "n 4", "n 5", "n 6", "n 7", "n 8",
+                                    "n 9", "n 10", "n 11"));
+}
+
+TEST_F(MirlTest, recordsOfThreadsThatHaveEndedAreReadWhoeverFollowsThem) {
+  constexpr U32 threads = 5 * RingBuf::threadParts;
+  std::vector<std::string> expected;
+  for (U32 thread = 0; thread < threads; ++thread) {
+    onThread([&](Support::ManualLoop& loop) {
+      loop.clock->timeIs(thread);
+      write(desc, 0, thread);
+    });
+    expected.push_back("n " + std::to_string(thread));
+  }
+  EXPECT_EQ(texts(0), expected);
+  EXPECT_EQ(file->ringBuf(0).lost(), 0u);
+}
+
+// Some have parts of their own, the others share one; as many keys as there are do not do for all.
+TEST_F(MirlTest, recordsOfMoreThreadsThanThereArePartsAreWhole) {
+  constexpr U32 threads = 80, each = 300;
+  const MsgDesc numbered(*file, "%u %u %s", __LINE__);
+  std::vector<std::thread> running;
+  std::atomic<U32> arrived{0};
+  for (U32 thread = 0; thread < threads; ++thread) {
+    running.emplace_back([&, thread] {
+      for (U32 i = 0; i < each; ++i) {
+        auto msg = RingBuf::startMsg(*file, numbered, 0);
+        msg << thread << i << std::string(thread % 7, 'x');
+        msg.endMsg();
+        // All live at the same time.
+        if (i == 0 && ++arrived == threads) arrived.notify_all();
+        for (U32 now = arrived; i == 0 && now != threads; now = arrived) arrived.wait(now);
+      }
+    });
+  }
+  for (int i = 0; i < 20; ++i) (void)file->records(0);
+  for (std::thread& thread : running) thread.join();
+  const auto records = file->records(0);
+  EXPECT_EQ(records.size() + file->ringBuf(0).lost(), threads * each);
+  EXPECT_GT(records.size(), RingBuf::threadParts * 500u) << "the parts of some are full";
+  std::vector<U64> next(threads);
+  for (const Record& record : records) {
+    const U64 thread = std::get<Number>(record.arguments.at(0)).value;
+    const U64 i = std::get<Number>(record.arguments.at(1)).value;
+    ASSERT_EQ(std::get<String8>(record.arguments.at(2)).bytes(),
+              std::string(static_cast<std::size_t>(thread % 7), 'x'));
+    ASSERT_GE(i, next.at(static_cast<std::size_t>(thread)));
+    next[static_cast<std::size_t>(thread)] = i + 1;
+  }
+}
+
+// Destroyed after what the ring keeps for the thread.
+struct WritesWhenDestroyed {
+  explicit WritesWhenDestroyed(MirlTest& of) : test(of) {}
+  WritesWhenDestroyed(const WritesWhenDestroyed&) = delete;
+  WritesWhenDestroyed& operator=(const WritesWhenDestroyed&) = delete;
+  ~WritesWhenDestroyed() {
+    test.write(test.desc, 0, 2);
+    test.write(test.desc, 0, 3);
+  }
+  MirlTest& test;
+};
+
+TEST_F(MirlTest, aRecordOfAThreadLocalDestructorIsWritten) {
+  for (int i = 0; i < 2; ++i) {
+    std::thread([this] {
+      thread_local const WritesWhenDestroyed late(*this);
+      (void)&late;
+      write(desc, 0, 1);
+    }).join();
+  }
+  EXPECT_THAT(texts(0), testing::UnorderedElementsAre("n 1", "n 2", "n 3", "n 1", "n 2", "n 3"));
+}
+
+// Exit handlers run after the thread_local destructors of the main thread.
+TEST(Mirl, aRecordOfAnExitHandlerIsWritten) {
+  const auto exitWithRecords = [](bool early) {
+    static const MsgDesc desc(Mirl::theTraceFile, "exit %u", __LINE__);
+    static const auto write = [] {
+      auto msg = RingBuf::startMsg(Mirl::theTraceFile, desc, 3);
+      msg << U32{1};
+      msg.endMsg();
+    };
+    Mirl::theTraceFile.clear();
+    std::atexit([] {
+      const std::size_t before = Mirl::theTraceFile.records(3).size();
+      write();
+      std::_Exit(Mirl::theTraceFile.records(3).size() == before + 1 ? 0 : 1);
+    });
+    if (early) write();
+    std::exit(2);
+  };
+  EXPECT_EXIT(exitWithRecords(true), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(exitWithRecords(false), testing::ExitedWithCode(0), "");
+}
+
+// Another file may get the memory of one that a thread has written to.
+TEST_F(MirlTest, aThreadWritesToEachFileItIsGiven) {
+  for (U32 i = 0; i < 10; ++i) {
+    auto other = std::make_unique<TraceFile>();
+    const MsgDesc descOfOther(*other, "other %u", __LINE__);
+    for (U32 record = 0; record < 3; ++record) {
+      auto msg = RingBuf::startMsg(*other, descOfOther, 0);
+      msg << record;
+      msg.endMsg();
+      write(desc, 0, i);
+    }
+    EXPECT_EQ(other->records(0).size(), 3u);
+  }
+  EXPECT_EQ(texts(0).size(), 30u);
+}
+
+// --- The ring against a list ---
+
+// What a part keeps is the longest end of what was written that its capacity holds.
+TEST_F(MirlTest, whatIsKeptIsAsMuchAsTheCapacityHoldsWhateverIsBegunAndDropped) {
+  constexpr unsigned seed = 7;
+  std::mt19937 random(seed);
+  std::vector<std::string> texts;
+  std::vector<U32> sizes;
+  const auto text = [&](std::size_t bytes) {
+    std::string made(bytes, static_cast<char>('a' + random() % 26));
+    return made;
+  };
+  const auto bytes = [&]() -> std::size_t {
+    return random() % 20 == 0 ? random() % (RingBuf::recordMax - 19) : random() % 300;
+  };
+  const auto end = [&](RingBuf::Msg& msg, const std::string& what) {
+    msg.endMsg();
+    texts.push_back(what);
+    sizes.push_back((16 + 3 + static_cast<U32>(what.size()) + 15) / 16 * 16);
+  };
+  U32 lostAtClear = 0;
+  for (int step = 0; step < 4000; ++step) {
+    auto msg = RingBuf::startMsg(*file, desc, 1);
+    const std::string what = text(bytes());
+    switch (random() % 8) {
+      case 0:  // never ended; small enough to drop nothing that is shown
+        msg << text(random() % 300);
+        break;
+      case 1: {  // moves to the stack before it is filled, and ends last
+        auto inner = RingBuf::startMsg(*file, desc, 1);
+        msg << what;
+        const std::string of = text(random() % 300);
+        inner << of;
+        end(inner, of);
+        end(msg, what);
+        break;
+      }
+      case 2: {  // moves to the stack when it is filled, and ends first
+        msg << what;
+        auto inner = RingBuf::startMsg(*file, desc, 1);
+        const std::string of = text(random() % 300);
+        inner << of;
+        end(msg, what);
+        end(inner, of);
+        break;
+      }
+      default:
+        msg << what;
+        end(msg, what);
+    }
+    if (random() % 500 == 0) {
+      file->clear();
+      lostAtClear = static_cast<U32>(texts.size());
+    }
+    if (random() % 50 != 0) continue;
+    U32 kept = 0;
+    std::size_t first = texts.size();
+    while (first > 0 && kept + sizes[first - 1] <= RingBuf::capacity) kept += sizes[--first];
+    const std::size_t lost = first > lostAtClear ? first - lostAtClear : 0;
+    first = std::max<std::size_t>(first, lostAtClear);
+    ASSERT_EQ(file->ringBuf(1).lost(), lost) << "step " << step;
+    const auto records = file->records(1);
+    ASSERT_EQ(records.size(), texts.size() - first) << "step " << step;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+      ASSERT_EQ(std::get<String8>(records[i].arguments.at(0)).bytes(), texts[first + i]);
+    }
+  }
 }
 
 }  // namespace

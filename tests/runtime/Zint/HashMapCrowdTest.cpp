@@ -228,7 +228,7 @@ struct HashMapOneHash : testing::TestWithParam<U32> {
     for (const CountedKey& key : keys) use(key);
     const double each =
         static_cast<double>(CountedKey::comparisons - before) / static_cast<double>(keys.size());
-    return each / std::bit_width(keys.size());
+    return each / static_cast<int>(std::bit_width(keys.size()));
   }
 };
 
