@@ -462,7 +462,7 @@ TEST_F(MirlTest, recordsOfMoreThreadsThanThereArePartsAreWhole) {
   for (std::thread& thread : running) thread.join();
   const auto records = file->records(0);
   EXPECT_EQ(records.size() + file->ringBuf(0).lost(), threads * each);
-  EXPECT_GT(records.size(), RingBuf::threadParts * 500u) << "the parts of some are full";
+  EXPECT_GE(records.size(), RingBuf::threadParts * each) << "all of those that have a part";
   std::vector<U64> next(threads);
   for (const Record& record : records) {
     const U64 thread = std::get<Number>(record.arguments.at(0)).value;

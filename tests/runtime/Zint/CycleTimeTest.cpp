@@ -69,7 +69,8 @@ TEST_F(CycleTimeTest, read_readsTheClockOnceInAMillisecondOnceTwoRatesAgree) {
 
 TEST_F(CycleTimeTest, read_isRightAtAnyDistance) {
   std::mt19937 random(4);
-  for (int i = 0; i < 2000; ++i) readEach(std::pow(10.0, -8.0 + random() % 9), 1 + random() % 5);
+  const auto below = [&random](unsigned end) { return static_cast<int>(random() % end); };
+  for (int i = 0; i < 2000; ++i) readEach(std::pow(10.0, below(9) - 8), 1 + below(5));
 }
 
 TEST_F(CycleTimeTest, read_readsTheClockEachTimeWhileTheRateChanges) {
@@ -109,7 +110,7 @@ TEST_F(CycleTimeTest, read_isRightAfterTheCounterWentBack) {
 TEST_F(CycleTimeTest, read_isRightWhenItIsInterruptedWithinAReading) {
   std::mt19937 random(5);
   for (int i = 0; i < 300; ++i) {
-    TestedSource::interruption = (random() % 1000) * 1e-6;
+    TestedSource::interruption = static_cast<int>(random() % 1000) * 1e-6;
     const Seconds before = TestedSource::elapsed + 1000;
     TestedSource::pass(2e-3);
     const Seconds read = time.read();
