@@ -83,14 +83,13 @@ class HashMap {
     return size_ == 0 ? nullptr : delBelow(table_, reversedHash(key), key);
   }
 
-  // Removes every member, one after the other.
+  // Removes every member, one after the other in the order of iteration; also those that
+  // destructors insert after the current one.
   void delAll() {
-    // By index: the destructor of a member may insert others, and so move the buckets.
-    for (std::size_t i = 0; i < table_.buckets(); ++i) {
-      while (!table_.bucket(i).isEmpty()) {
-        if (table_.bucket(i).hasTable()) table_.dissolve(table_.bucket(i));
-        unlink(table_, {nullptr, table_.bucket(i).first(), true});
-      }
+    for (V* t = table_.firstFrom(0); t != nullptr;) {
+      const U32 hash = link(*t).fwkHmHash_;
+      delBelow(table_, hash, t->fwkKey());
+      t = table_.firstOfHash(hash);
     }
   }
 

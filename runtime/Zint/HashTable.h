@@ -23,6 +23,8 @@
 #include <cstdint>
 #include <memory>
 #include <set>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace Zint {
@@ -45,28 +47,46 @@ class HashMapLink {
   U32 fwkHmHash_ = 0;  // reversed
 };
 
+// Whether keys of equal hashes are equal.
+template <class K>
+constexpr bool isHashUnique = std::is_same_v<K, U32>;
+
 template <class V, class K>
 class HashTable {
  public:
   static constexpr U32 longestChain = 8;
 
-  // One word: null, a chain, or a table. It owns a reference to the first member of its chain, or
+  // Empty, a chain, or a table. It says the hash of the first member, and whether there are more,
+  // so that most searches touch no member. It owns a reference to the first member of its chain, or
   // its table; who copies or overwrites a bucket sees to that.
   class Bucket {
    public:
     Bucket() = default;
-    explicit Bucket(V* first) : word_(reinterpret_cast<std::uintptr_t>(first)) {}
-    explicit Bucket(HashTable* table) : word_(reinterpret_cast<std::uintptr_t>(table) | 1) {}
+    // Null makes it empty.
+    explicit Bucket(V* first) {
+      if (first == nullptr) return;
+      const bool hasMore = next(*first) != nullptr;
+      word_ = reinterpret_cast<std::uintptr_t>(first) | (hasMore ? more : 0);
+      hash_ = link(*first).fwkHmHash_;
+    }
+    explicit Bucket(HashTable* table) : word_(reinterpret_cast<std::uintptr_t>(table) | below) {}
 
     bool isEmpty() const { return word_ == 0; }
-    bool hasTable() const { return (word_ & 1) != 0; }
-    // Null when it is empty. REQUIRES: it has no table.
-    V* first() const { return reinterpret_cast<V*>(word_); }
+    bool hasTable() const { return (word_ & below) != 0; }
     // REQUIRES: it has one.
-    HashTable* table() const { return reinterpret_cast<HashTable*>(word_ - 1); }
+    HashTable* table() const { return reinterpret_cast<HashTable*>(word_ - below); }
+    // The rest REQUIRES: it has no table. Null when it is empty.
+    V* first() const { return reinterpret_cast<V*>(word_ & ~more); }
+    bool hasMore() const { return (word_ & more) != 0; }
+    // Of the first member. REQUIRES: it is not empty.
+    U32 hash() const { return hash_; }
 
    private:
+    // Objects have virtual functions, so the two low bits of their addresses are 0.
+    static constexpr std::uintptr_t below = 1, more = 2;
+
     std::uintptr_t word_ = 0;
+    U32 hash_ = 0;
   };
 
   // Where a key is in a chain, or where it would be inserted.
@@ -79,10 +99,10 @@ class HashTable {
   // The first table; it has no buckets until a member is inserted.
   HashTable() = default;
 
-  // REQUIRES: it has buckets and is the first table.
-  Bucket firstBucketOf(U32 hash) const { return buckets_[hash >> (32 - bits_)]; }
+  // REQUIRES: it is the first table, and has buckets.
+  Bucket firstBucketOf(U32 hash) const { return buckets_[hash << from_ >> (32 - bits_)]; }
 
-  // The search of a bucket that has a table. Null when there is none.
+  // The member of that key in the table of a bucket. Null when there is none.
   static V* findBelow(Bucket bucket, U32 hash, const K& key) {
     do {
       const HashTable& table = *bucket.table();
@@ -95,8 +115,12 @@ class HashTable {
     return findInChain(bucket, hash, key);
   }
   static V* findInChain(Bucket bucket, U32 hash, const K& key) {
-    for (V* t = bucket.first(); t != nullptr; t = next(*t)) {
-      if (link(*t).fwkHmHash_ == hash && t->fwkKey() == key) return t;
+    if (bucket.hash() == hash && !bucket.isEmpty() && holdsKey(*bucket.first(), key)) {
+      return bucket.first();
+    }
+    if (!bucket.hasMore()) return nullptr;
+    for (V* t = next(*bucket.first()); t != nullptr; t = next(*t)) {
+      if (link(*t).fwkHmHash_ == hash && holdsKey(*t, key)) return t;
     }
     return nullptr;
   }
@@ -110,6 +134,15 @@ class HashTable {
     }
     return nullptr;
   }
+  // The first member of that hash or a later one; null when there is none.
+  V* firstOfHash(U32 hash) const {
+    if (!hasPrefix(hash)) return hash < prefix_ ? firstFrom(0) : nullptr;
+    const std::size_t index = indexOf(hash);
+    const Bucket bucket = buckets_[index];
+    V* t = bucket.hasTable() ? bucket.table()->firstOfHash(hash) : bucket.first();
+    while (t != nullptr && link(*t).fwkHmHash_ < hash) t = next(*t);
+    return t != nullptr ? t : firstFrom(index + 1);
+  }
   // The first member after the chain of that hash. REQUIRES: the hash is that of a member.
   V* firstAfter(U32 hash) const {
     const std::size_t index = indexOf(hash);
@@ -122,14 +155,19 @@ class HashTable {
   // The table whose chain receives a member of that hash, after what is crowded was divided. Who
   // calls is the first table. Nothing that can be observed changes, also when memory runs out.
   HashTable& makeRoom(U32 hash) {
+    if (!hasPrefix(hash)) moveBelow(hash);
     for (HashTable* table = this;;) {
       if (table->isFull()) table->grow();
       Bucket& bucket = table->bucketOf(hash);
       if (!bucket.hasTable()) {
         if (table->isOfOneHash() || !isLong(bucket)) return *table;
         table->divide(bucket);
+        if (table == this && chained_ == 0 && tables_ == 1 && !bucket.table()->isOfOneHash()) {
+          replaceBy(bucket);
+          return makeRoom(hash);
+        }
       }
-      if (!bucket.table()->hasPrefix(hash)) table->insertAbove(bucket, hash);
+      if (!bucket.table()->hasPrefix(hash)) insertAbove(bucket, hash);
       table = bucket.table();
     }
   }
@@ -145,7 +183,7 @@ class HashTable {
     } else {
       for (; at != nullptr && isBefore(*at, hash, key); at = next(*at)) before = at;
     }
-    return {before, at, at != nullptr && link(*at).fwkHmHash_ == hash && at->fwkKey() == key};
+    return {before, at, at != nullptr && link(*at).fwkHmHash_ == hash && holdsKey(*at, key)};
   }
 
   // REQUIRES: `place` is that of the member's key.
@@ -153,11 +191,13 @@ class HashTable {
     if (isOfOneHash()) byKey_->insert(t.ptr());
     link(*t).fwkHmNext_ = Ptr<V>::adopt(place.at);
     Ptr<V> counted = t;
+    Bucket& bucket = bucketOf(link(*t).fwkHmHash_);
     if (place.before == nullptr) {
-      bucketOf(link(*t).fwkHmHash_) = Bucket(counted.release());
+      bucket = Bucket(counted.release());
     } else {
       link(*place.before).fwkHmNext_.release();
       link(*place.before).fwkHmNext_ = std::move(counted);
+      bucket = Bucket(bucket.first());
     }
     ++chained_;
   }
@@ -168,12 +208,14 @@ class HashTable {
     V* after = link(*place.at).fwkHmNext_.release();
     link(*place.at).fwkHmMap_ = nullptr;
     --chained_;
+    Bucket& bucket = bucketOf(link(*place.at).fwkHmHash_);
     if (place.before == nullptr) {
-      bucketOf(link(*place.at).fwkHmHash_) = Bucket(after);
+      bucket = Bucket(after);
       return Ptr<V>::adopt(place.at);
     }
     Ptr<V> t = std::move(link(*place.before).fwkHmNext_);
     link(*place.before).fwkHmNext_ = Ptr<V>::adopt(after);
+    bucket = Bucket(bucket.first());
     return t;
   }
 
@@ -182,6 +224,53 @@ class HashTable {
     const HashTable& table = *bucket.table();
     if (table.tables_ == 0 && table.chained_ <= longestChain / 2) dissolve(bucket);
   }
+  Bucket& bucketOf(U32 hash) { return buckets_[indexOf(hash)]; }
+
+ private:
+  struct KeyOrder {
+    using is_transparent = void;
+    bool operator()(const V* left, const V* right) const {
+      return left->fwkKey() < right->fwkKey();
+    }
+    bool operator()(const V* left, const K& right) const { return left->fwkKey() < right; }
+    bool operator()(const K& left, const V* right) const { return left < right->fwkKey(); }
+  };
+
+  // A table of members that have the first `from` bits of `hash`.
+  HashTable(U32 from, U32 bits, U32 hash)
+      : from_(from),
+        bits_(bits),
+        prefix_(from == 0 ? 0 : hash >> (32 - from) << (32 - from)),
+        buckets_(std::size_t{1} << bits) {
+    if (isOfOneHash()) byKey_ = std::make_unique<std::set<V*, KeyOrder>>();
+  }
+
+  static HashMapLink<V>& link(V& member) { return member; }
+  static V* next(V& member) { return link(member).fwkHmNext_.ptr(); }
+
+  // Whether a member that has the hash of a key has the key.
+  static bool holdsKey(const V& member, const K& key) {
+    return isHashUnique<K> || member.fwkKey() == key;
+  }
+  // Whether the member comes before the place of a key.
+  static bool isBefore(V& member, U32 hash, const K& key) {
+    const U32 its = link(member).fwkHmHash_;
+    return its < hash || (its == hash && static_cast<const K&>(member.fwkKey()) < key);
+  }
+  // Whether it has no room for another member.
+  static bool isLong(Bucket bucket) {
+    U32 count = 0;
+    for (V* t = bucket.first(); t != nullptr; t = next(*t)) {
+      if (++count == longestChain) return true;
+    }
+    return false;
+  }
+
+  bool isOfOneHash() const { return from_ == 32; }
+  bool isFull() const { return 2 * chained_ >= buckets_.size() && from_ + bits_ < 32; }
+  bool hasPrefix(U32 hash) const { return from_ == 0 || ((hash ^ prefix_) >> (32 - from_)) == 0; }
+  std::size_t indexOf(U32 hash) const { return bits_ == 0 ? 0 : hash << from_ >> (32 - bits_); }
+
   // Makes one chain of the members of a bucket, however many they are.
   void dissolve(Bucket& bucket) noexcept {
     const std::unique_ptr<HashTable> table(bucket.table());
@@ -201,51 +290,6 @@ class HashTable {
     --tables_;
     bucket = Bucket(first);
   }
-
-  std::size_t buckets() const { return buckets_.size(); }
-  Bucket& bucket(std::size_t index) { return buckets_[index]; }
-  Bucket& bucketOf(U32 hash) { return buckets_[indexOf(hash)]; }
-
- private:
-  struct KeyOrder {
-    using is_transparent = void;
-    bool operator()(const V* left, const V* right) const {
-      return left->fwkKey() < right->fwkKey();
-    }
-    bool operator()(const V* left, const K& right) const { return left->fwkKey() < right; }
-    bool operator()(const K& left, const V* right) const { return left < right->fwkKey(); }
-  };
-
-  // A table of members that have the first `from` bits of `hash`. REQUIRES: from is at least 1.
-  HashTable(U32 from, U32 bits, U32 hash)
-      : from_(from),
-        bits_(bits),
-        prefix_(hash >> (32 - from) << (32 - from)),
-        buckets_(std::size_t{1} << bits) {
-    if (isOfOneHash()) byKey_ = std::make_unique<std::set<V*, KeyOrder>>();
-  }
-
-  static HashMapLink<V>& link(V& member) { return member; }
-  static V* next(V& member) { return link(member).fwkHmNext_.ptr(); }
-
-  // Whether the member comes before the place of a key.
-  static bool isBefore(V& member, U32 hash, const K& key) {
-    const U32 its = link(member).fwkHmHash_;
-    return its < hash || (its == hash && static_cast<const K&>(member.fwkKey()) < key);
-  }
-  // Whether it has no room for another member.
-  static bool isLong(Bucket bucket) {
-    U32 count = 0;
-    for (V* t = bucket.first(); t != nullptr; t = next(*t)) {
-      if (++count == longestChain) return true;
-    }
-    return false;
-  }
-
-  bool isOfOneHash() const { return from_ == 32; }
-  bool isFull() const { return chained_ >= buckets_.size() && from_ + bits_ < 32; }
-  bool hasPrefix(U32 hash) const { return ((hash ^ prefix_) >> (32 - from_)) == 0; }
-  std::size_t indexOf(U32 hash) const { return bits_ == 0 ? 0 : hash << from_ >> (32 - bits_); }
 
   // Doubles the buckets. A table below that begins with the new bit is made anew, as two.
   void grow() {
@@ -300,27 +344,51 @@ class HashTable {
     }
   }
 
+  // For the first table. Takes the place of the table of that bucket, its only one, and so saves
+  // each search a step.
+  void replaceBy(Bucket bucket) {
+    const std::unique_ptr<HashTable> table(bucket.table());
+    std::swap(*this, *table);
+  }
+  // For the first table. Moves it below another one, for a hash that has not its prefix.
+  void moveBelow(U32 hash) {
+    if (chained_ == 0 && tables_ == 0) {
+      from_ = prefix_ = 0;
+      return;
+    }
+    auto below = std::make_unique<HashTable>();
+    HashTable table = above(*this, hash);
+    std::swap(*this, *below);
+    std::swap(*this, table);
+    Bucket& bucket = bucketOf(below->prefix_);
+    bucket = Bucket(below.release());
+    tables_ = 1;
+  }
+
   // Puts a table above that of a bucket, for a hash that has not its prefix.
-  void insertAbove(Bucket& bucket, U32 hash) {
-    const HashTable& below = *bucket.table();
-    const U32 from = static_cast<U32>(std::countl_zero(below.prefix_ ^ hash));
-    const U32 bits = std::min(firstBits, below.from_ - from);
-    std::unique_ptr<HashTable> table(new HashTable(from, bits, hash));
-    table->bucketOf(below.prefix_) = bucket;
+  static void insertAbove(Bucket& bucket, U32 hash) {
+    auto table = std::make_unique<HashTable>(above(*bucket.table(), hash));
+    table->bucketOf(bucket.table()->prefix_) = bucket;
     table->tables_ = 1;
     bucket = Bucket(table.release());
+  }
+  // An empty table that distinguishes the hash from those of another one.
+  static HashTable above(const HashTable& below, U32 hash) {
+    const U32 from = static_cast<U32>(std::countl_zero(below.prefix_ ^ hash));
+    return HashTable(from, std::min(firstBits, below.from_ - from), hash);
   }
 
   // Puts the members of a chain into their buckets, which are empty.
   void distribute(V* t) noexcept {
     while (t != nullptr) {
-      Bucket& bucket = bucketOf(link(*t).fwkHmHash_);
-      bucket = Bucket(t);
+      V* const first = t;
       V* last = t;
-      for (t = next(*t); t != nullptr && &bucketOf(link(*t).fwkHmHash_) == &bucket; t = next(*t)) {
+      const std::size_t index = indexOf(link(*first).fwkHmHash_);
+      for (t = next(*t); t != nullptr && indexOf(link(*t).fwkHmHash_) == index; t = next(*t)) {
         last = t;
       }
       link(*last).fwkHmNext_.release();
+      buckets_[index] = Bucket(first);
     }
   }
 
@@ -328,7 +396,7 @@ class HashTable {
 
   U32 from_ = 0;  // constant after construction
   U32 bits_ = 0;
-  U32 prefix_ = 0;   // constant after construction; all later bits are 0
+  U32 prefix_ = 0;   // all later bits are 0
   U32 chained_ = 0;  // members in its own chains
   U32 tables_ = 0;   // buckets that have a table
   std::vector<Bucket> buckets_;
