@@ -8,13 +8,9 @@
 
 namespace Hardware {
 
-Zint::Ptr<Hal::Buf> ChipMemory::newStore() const {
-  return Zint::makePtr<Hal::Buf>(entrySize_ * entries_);
-}
+Zint::Ptr<Hal::Buf> ChipMemory::newStore() const { return Hal::bufFactory(entrySize_ * entries_); }
 
-Zint::Ptr<Hal::Buf> ChipMemory::newBitmap() const {
-  return Zint::makePtr<Hal::Buf>((entries_ >> 3) + 1);
-}
+Zint::Ptr<Hal::Buf> ChipMemory::newBitmap() const { return Hal::bufFactory((entries_ >> 3) + 1); }
 
 void ChipMemory::updateStoreView() {
   storeView_ = {};

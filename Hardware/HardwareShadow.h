@@ -284,6 +284,9 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
       checkSizeForLast(size);
     return true;
   }
+  // The region of entries of `size` bytes that contains the address, which becomes the last one.
+  // Calls nothing. Null if there is none, or if findChipMemory() may have to call something.
+  ChipMemory* findForEntry(const ChipAddress& address, U32 size);
   // Asserts that `size`, which is not entrySize, is whole entries of the last region.
   void checkSizeForLast(U32 size) const;
   // The state whose action is under way; otherwise the state.

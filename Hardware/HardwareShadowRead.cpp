@@ -10,39 +10,51 @@
 namespace Hardware {
 namespace {
 
-// Reads several whole entries at once. Returns their number; 0, and nothing was changed, if they
-// are not all initialized and in the store, or if `data` overlaps the shadow. noinline: one entry
-// is the common case.
-[[gnu::noinline]] U32 readDisjointEntries(const ChipMemory& cm, U32 entry, U8* data, U32 size) {
-  const auto& view = StoreAccess::view(cm);
+// The number of entries of a read of several whole ones; 0 if they are not all initialized and in
+// the store, or if `data` overlaps the shadow. noinline: one entry is the common case.
+[[gnu::noinline]] U32 disjointEntries(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
   const U32 count = wholeEntries(cm, entry, size);
-  if (count == 0 || overlap(*cm.shadow(), data, size) ||
-      !bitmapRangeIsSet(view.initialized, entry, count)) {
-    return 0;
-  }
-  std::memcpy(data, view.shadow + std::size_t{cm.entrySize()} * entry, size);
-  return count;
+  const bool isServed = count != 0 && !overlap(*cm.shadow(), data, size) &&
+                        bitmapRangeIsSet(StoreAccess::view(cm).initialized, entry, count);
+  return isServed ? count : 0;
 }
 
-// The fast path, which calls nothing that a client can override. False: nothing was changed, and
-// the reference must follow. True: done, and the answer is true.
+// A read that is served, where a notifiee or an overridden counter is called first. Held is what
+// may be dropped then: the region, and its buffers, as `data` may lie in any of them.
+[[gnu::noinline]] void readAnnounced(const ChipMemory& region, U32 entry, U8* data, U32 count) {
+  const Zint::Ptr<const ChipMemory> cm(&region);
+  const Hal::BufBase::Ptr held[] = {cm->shadow(), cm->initialized(), cm->dirty(), cm->hardware()};
+  const U32 entrySize = cm->entrySize();
+  const U8* from = held[0]->data() + std::size_t{entrySize} * entry;
+  cm->readCacheHitsInc(count);
+  ZINT_TRACE_IN("readFromCache", umbraTrace(), 7, "", "Hardware/Umbra", __LINE__,
+                "Read hit cache " << cm->name() << " " << count << " entries starting at 0x"
+                                  << std::hex << entry);
+  copyBytes(data, from, entrySize * count);
+}
+
+// The fast path, which calls nothing that a client can override but the counter. False: nothing was
+// changed, and the reference must follow. True: done, and the answer is true.
 [[gnu::always_inline]] inline bool readFast(const HardwareShadow& shadow, const ChipMemory& cm,
                                             U32 entry, U8* data, U32 size) {
   if (shadow.state() == HardwareShadow::unconfigured() ||
       !(cm.readFromCache() || shadow.overrideHardware()) || umbraTrace().isBuilt(7) ||
-      cm.isObserved(ChipMemory::Id::readCacheHits) || cm.chipHam() == nullptr ||
-      overridesReadFromCache(*cm.chipHam()) || overridesReadCacheHits(cm)) {
+      cm.chipHam() == nullptr || overridesReadFromCache(*cm.chipHam())) {
     return false;
   }
   const auto& view = StoreAccess::view(cm);
   U32 count = 1;
   if (size == cm.entrySize() && size != 0) [[likely]] {
     if (entry >= view.entries || !bitmapBit(view.initialized, entry)) return false;
-    copyBytes(data, view.shadow + std::size_t{size} * entry, size);
   } else {
-    count = readDisjointEntries(cm, entry, data, size);
+    count = disjointEntries(cm, entry, data, size);
     if (count == 0) return false;
   }
+  if (cm.isObserved(ChipMemory::Id::readCacheHits) || overridesReadCacheHits(cm)) [[unlikely]] {
+    readAnnounced(cm, entry, data, count);
+    return true;
+  }
+  copyBytes(data, view.shadow + std::size_t{cm.entrySize()} * entry, size);
   StoreAccess::countReads(cm, count);
   return true;
 }
@@ -154,9 +166,10 @@ namespace {
 }  // namespace
 
 bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
-  const ChipMemory* last = lastChipMemory_.ptr();
-  return (last != nullptr && size == last->entrySize() && last->inRange(address) &&
-          readFast(*this, *last, last->entryIndexFromAddress(address), data, size)) ||
+  const ChipMemory* cm = lastChipMemory_.ptr();
+  if (cm == nullptr || size != cm->entrySize() || !cm->inRange(address))
+    cm = findForEntry(address, size);
+  return (cm != nullptr && readFast(*this, *cm, cm->entryIndexFromAddress(address), data, size)) ||
          findAndRead(*this, address, data, size);
 }
 

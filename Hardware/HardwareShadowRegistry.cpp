@@ -121,6 +121,15 @@ ChipMemory* HardwareShadow::findInIndex(const ChipAddress& address, U32 size) {
   return answer.release();
 }
 
+[[gnu::noinline]] ChipMemory* HardwareShadow::findForEntry(const ChipAddress& address, U32 size) {
+  ChipMemory* last = lastChipMemory_.ptr();
+  if (last == nullptr || last->references() == 1) return nullptr;  // its end would call something
+  ChipMemory* cm = index_.find(address);
+  if (cm == nullptr || cm->entrySize() != size) return nullptr;
+  lastChipMemory_ = ChipMemory::Ptr(cm);
+  return cm;
+}
+
 void HardwareShadow::checkSizeForLast(U32 size) const {
   UMBRA_ASSERT_IN(findChipMemoryFunction, __LINE__, lastChipMemory_->entrySize() != 0,
                   lastChipMemory_->fwkKey().c_str());

@@ -226,10 +226,12 @@ namespace {
 }  // namespace
 
 void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
-  ChipMemory* last = lastChipMemory_.ptr();
+  ChipMemory* cm = lastChipMemory_.ptr();
+  if (cm == nullptr || size != cm->entrySize() || !cm->inRange(address))
+    cm = findForEntry(address, size);
   bool answer;
-  if (last == nullptr || size != last->entrySize() || !last->inRange(address) ||
-      !writeFast(*this, *last, last->entryIndexFromAddress(address), data, size, answer)) {
+  if (cm == nullptr ||
+      !writeFast(*this, *cm, cm->entryIndexFromAddress(address), data, size, answer)) {
     findAndWrite(*this, address, data, size);
   }
 }

@@ -87,6 +87,8 @@ std::vector<U32> shuffled(U32 count);
 Hardware::ChipHam::Ptr plainHam();      // keeps the base's cache side
 Hardware::ChipHam::Ptr comparingHam();  // overrides doCompare, with the same answer
 Zint::Ptr<Fru::HamImpl> memoryRegisters();
+// An access method like plainHam(), of the program around the module: compiled without PIC.
+Hardware::ChipHam::Ptr programHam();
 
 // Hides a value from the optimiser, which must assume that it is used and changed. (The benchmark
 // library's own form lets the compiler choose between register and memory, which g++ 12 gets wrong

@@ -13,7 +13,8 @@ using Hardware::ChipAddress;
 // A region whose entries are all known, and two versions of them: `same` is what the shadow holds
 // at first, in `other` each entry differs.
 struct DataStand : RegionStand {
-  DataStand(U32 entryCount, U32 size) : RegionStand(entryCount, size, plainHam()) {
+  DataStand(U32 entryCount, U32 size, const Hardware::ChipHam::Ptr& access = plainHam())
+      : RegionStand(entryCount, size, access) {
     region->skipWriteIfMatchesCacheIs(true);
     region->readFromCacheIs(true);
     same.assign(shadowBytes(), shadowBytes() + bytes);
@@ -115,11 +116,10 @@ bool memcpyOfAll(DataStand& s) {
   return true;
 }
 
-// 16,384 registers in one region or in many of them, 64 KiB apart, and random addresses in them.
+// Regions of registers, 64 KiB apart, and random addresses in them.
 struct RegisterStand : Stand {
-  RegisterStand(U32 regionCount, bool skip) {
+  RegisterStand(U32 regionCount, U32 entries, bool skip) {
     const Hardware::ChipHam::Ptr ham = plainHam();
-    const U32 entries = registers / regionCount;
     for (U32 i = 0; i < regionCount; ++i) {
       const auto region = regionIs(ChipAddress(0, i * 0x10000), entries, 4, ham);
       region->shadowEnabledIs(true);
@@ -142,7 +142,6 @@ struct RegisterStand : Stand {
     }
   }
 
-  static constexpr U32 registers = 16384;
   std::vector<Hardware::ChipMemory::Ptr> regions;
   std::vector<ChipAddress> addresses{randoms};
   std::unordered_map<U64, U32> map;
@@ -200,11 +199,17 @@ void registerReads(const std::string& comparison, Source stand) {
 }
 
 void registerRegisterAccess() {
-  for (const U32 regions : {1u, 64u, 1024u}) {
-    const std::string where =
-        ", " + std::to_string(regions) + (regions == 1 ? " region" : " regions");
-    auto literal = shared<RegisterStand>(regions, false);
-    auto skipping = shared<RegisterStand>(regions, true);
+  const struct {
+    U32 regions, entries;
+    const char* text;
+  } layouts[] = {{1, 16384, ", 1 region"},
+                 {64, 16, ", 64 regions of 16"},
+                 {64, 256, ", 64 regions of 256"},
+                 {1024, 16, ", 1,024 regions of 16"}};
+  for (const auto& [regions, entries, text] : layouts) {
+    const std::string where = text;
+    auto literal = shared<RegisterStand>(regions, entries, false);
+    auto skipping = shared<RegisterStand>(regions, entries, true);
     registerWrites("row07/shadowWriteU32 at random" + where, literal, Value::another);
     registerWrites("row07/shadowWriteU32 at random, skip on, misses" + where, skipping,
                    Value::another);
@@ -213,26 +218,107 @@ void registerRegisterAccess() {
   }
 }
 
-// --- An observer at a region -------------------------------------------------------------------
+// --- A notifiee at a region ----------------------------------------------------------------------
 
-// Hears of everything, does nothing.
-class Deaf : public Hardware::ChipMemory::NotifieeConst {
+// Is notified, and does nothing.
+class Idle : public Hardware::ChipMemory::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
 };
 
 struct ObservedStand : DataStand {
-  ObservedStand() : DataStand(1024, 4), watch(Zint::makePtr<Deaf>(activity, region)) {}
-  Zint::Ptr<Deaf> watch;
+  explicit ObservedStand(Zint::Interest interest)
+      : DataStand(1024, 4), watch(Zint::makePtr<Idle>(activity, region)) {
+    watch->interestIs(interest);
+  }
+  Zint::Ptr<Idle> watch;
 };
 
-// The same operation on a region with one notifiee and on one with none.
-template <class Write>
-void registerObserved(const std::string& what, Write measured) {
-  auto observed = shared<ObservedStand>();
+// The same operation on a region with one notifiee, of everything or of another attribute than
+// those that the data path announces, and on one with none.
+template <class Measured>
+void registerObserved(const std::string& what, Measured measured) {
+  auto observed = shared<ObservedStand>(Zint::everyAttribute);
+  auto other = shared<ObservedStand>(Zint::interestIn(Hardware::ChipMemory::Id::registersFixed));
   auto unobserved = shared<DataStand>(1024u, 4u);
-  side("row22/" + what + ", one notifiee at the region", "ours", measured(observed));
-  side("row22/" + what + ", one notifiee at the region", "no notifiee", measured(unobserved));
+  side("row22/" + what + ", one notifiee", "ours", measured(observed));
+  side("row22/" + what + ", one notifiee", "no notifiee", measured(unobserved));
+  side("row22/" + what + ", one of another attribute", "ours", measured(other));
+  side("row22/" + what + ", one of another attribute", "no notifiee", measured(unobserved));
+}
+
+// One register after the other, in the order of the entries.
+template <class Source, class Use>
+Body registerByRegister(Source stand, Use use) {
+  return [stand, use](benchmark::State& state) {
+    DataStand& s = stand();
+    s.sameIs();
+    U32 value = 0;
+    for (auto _ : state) {
+      ++value;
+      for (U32 offset = 0; offset < s.bytes; offset += 4) use(*s.shadow, offset, value);
+    }
+    partsOfIteration(state, s.entries);
+  };
+}
+
+void registerObservedRows() {
+  registerObserved("read of 1,024 entries",
+                   [](auto stand) { return reads(stand, readFromShadow); });
+  registerObserved("write of 1,024 entries, all misses",
+                   [](auto stand) { return misses(stand, written); });
+  registerObserved("readFromCacheU32", [](auto stand) {
+    return registerByRegister(stand, [](auto& shadow, U32 offset, U32) {
+      U32 read = shadow.readFromCacheU32(ChipAddress(0, offset));
+      opaque(read);
+    });
+  });
+  registerObserved("shadowWriteU32, a miss", [](auto stand) {
+    return registerByRegister(stand, [](auto& shadow, U32 offset, U32 value) {
+      shadow.shadowWriteU32(ChipAddress(0, offset), value);
+    });
+  });
+
+  // Each hit is announced by itself: what remains to compare with is the announcements.
+  const std::string hit = "row22/write of 1,024 entries, all hits, one notifiee";
+  auto observed = shared<ObservedStand>(Zint::everyAttribute);
+  side(hit, "ours", hits(observed, written));
+  side(hit, "1,024 announcements", [observed](benchmark::State& state) {
+    Hardware::ChipMemory& region = *observed().region;
+    for (auto _ : state) {
+      for (U32 i = 0; i < 1024; ++i) region.writeCacheHitsInc(1);
+    }
+  });
+}
+
+// --- A program without position-independent code -------------------------------------------------
+
+// The access method of the program, which is compiled without -fPIC. Its virtual table may name the
+// library's functions by addresses of its own.
+struct NoPicStand : DataStand {
+  NoPicStand() : DataStand(1 << 18, 4, programHam()) {}
+};
+
+void registerNoPic() {
+  auto program = shared<NoPicStand>();
+  auto module = shared<DataStand>(1u << 18, 4u);
+  const auto rows = [program, module](const std::string& what, auto measured) {
+    side("row26/" + what + ", access method of a program without PIC", "ours", measured(program));
+    side("row26/" + what + ", access method of a program without PIC", "one of a module",
+         measured(module));
+  };
+  rows("write hits of 1 MiB", [](auto stand) { return hits(stand, written); });
+  rows("write misses of 1 MiB", [](auto stand) { return misses(stand, written); });
+  rows("read of 1 MiB", [](auto stand) { return reads(stand, readFromShadow); });
+  rows("comparison of 1 MiB", [](auto stand) {
+    return Body([stand](benchmark::State& state) {
+      DataStand& s = stand();
+      s.sameIs();
+      std::memcpy(s.hardwareBytes(), s.same.data(), s.bytes);
+      for (auto _ : state) s.shadow->doAuditChips();
+      require(s.region->registersFixed() == 0, "equal regions need no repair");
+    });
+  });
 }
 
 }  // namespace
@@ -246,12 +332,8 @@ void registerDataPathBenches() {
        misses(table, memcmpAndMemcpy));
 
   registerRegisterAccess();
-  registerObserved("read of 1,024 entries",
-                   [](auto stand) { return reads(stand, readFromShadow); });
-  registerObserved("write of 1,024 entries, all hits",
-                   [](auto stand) { return hits(stand, written); });
-  registerObserved("write of 1,024 entries, all misses",
-                   [](auto stand) { return misses(stand, written); });
+  registerObservedRows();
+  registerNoPic();
 
   auto block = shared<DataStand>(16384u, 4u);
   side("row08/read of 64 KiB", "ours", reads(block, readFromShadow));

@@ -13,9 +13,15 @@ class NoSink : public Zint::TraceSink {
   void traceLine(const Zint::TraceLine& line) override { opaque(line.text); }
 };
 
+Hardware::ChipHam::Ptr (*makeHam)() = nullptr;
+
 }  // namespace
 
-int run(int count, char** arguments) {
+Hardware::ChipHam::Ptr programHam() { return makeHam(); }
+
+int run(int count, char** arguments, Hardware::ChipHam::Ptr (*makeProgramHam)());
+int run(int count, char** arguments, Hardware::ChipHam::Ptr (*makeProgramHam)()) {
+  makeHam = makeProgramHam;
   NoSink sink;
   Zint::traceSinkIs(&sink);
   registerAuditBenches();

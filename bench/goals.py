@@ -33,7 +33,8 @@ GOALS = [
     {"name": r"row07/shadowWrite", "reference": "std::unordered_map", "goal": 4},
     {"name": r"row07/readFrom", "reference": "std::unordered_map", "goal": 5},
     {"name": r"row08/", "reference": "memcpy", "goal": 1.15},
-    {"name": r"row09/", "reference": "register calls", "goal": 1.3},
+    # The registers take most of it: 2 to 3 ns around an access of 100.
+    {"name": r"row09/", "reference": "register calls", "goal": 1.05},
     # One notifiee is no list: what is left is the check for it.
     {"name": r"row10/.* 1 notifiee", "reference": "sigc++", "goal": 0.4},
     {"name": r"row10/.* 8 notifiees", "reference": "sigc++", "goal": 0.6},
@@ -58,7 +59,7 @@ GOALS = [
     {"name": r"row16/one entry", "goal": 2},
     {"name": r"row17/", "goal": 0},
     {"name": r"row18/comparing turn", "reference": "memcmp", "goal": 1.1},
-    {"name": r"row18/slice", "reference": "register calls", "goal": 1.3},
+    {"name": r"row18/slice", "reference": "register calls", "goal": 1.05},
     # A copied slice takes less than the turn around it: 0.15 us for each.
     {"name": r"row19/.*copied, slices of 256$", "reference": "memcpy + memset + memcmp", "goal": 3},
     {"name": r"row19/.*copied", "reference": "memcpy + memset + memcmp", "goal": 1.6},
@@ -71,12 +72,15 @@ GOALS = [
     # One entry bears the whole pass.
     {"name": r"row21/pass in which 1 entries", "reference": "register writes", "goal": 6},
     {"name": r"row21/", "reference": "register writes", "goal": 4},
-    # One notification for each call, whatever the number of entries: a hit is no more than a read.
+    # One notification for each read, none for a miss. Each hit is announced by itself.
+    {"name": r"row22/.*one of another attribute", "reference": "no notifiee", "goal": 1.05},
     {"name": r"row22/", "reference": "no notifiee", "goal": 3},
+    {"name": r"row22/", "reference": "1,024 announcements", "goal": 2},
     # A region has as many blocks, but also fills its buffers and takes its place in lists.
     {"name": r"row23/", "reference": "objects of six blocks", "goal": 1.5},
     {"name": r"row24/", "reference": "bare loop", "goal": 1.1},
     {"name": r"row25/", "goal": 7},
+    {"name": r"row26/", "reference": "one of a module", "goal": 1.05},
 ]
 
 # The literal loop takes its time for each entry, comparing and copying in one go for each byte: so

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Zint/Ptr.h>
+#include <cstddef>
 
 namespace Hal {
 
@@ -17,12 +18,15 @@ class UMBRA_API BufBase : public Zint::PtrInterface {
   U32 size() const { return size_; }
 
  protected:
-  BufBase(U8* data, U32 size) : data_(data), size_(size) {}
+  BufBase(U8* data, U32 size) : size_(size), data_(data) {}
   ~BufBase() override;
 
  private:
-  U8* data_;
+  friend class Buf;
+
+  bool isJoined_ = false;  // a Buf whose bytes lie in the block of the object
   U32 size_;
+  U8* data_;
 };
 
 // A block that it owns, zero-filled.
@@ -30,14 +34,27 @@ class UMBRA_API Buf : public BufBase {
  public:
   using Ptr = Zint::Ptr<Buf>;
 
-  // No memory: std::bad_alloc.
+  // No memory: std::bad_alloc. bufFactory() makes one that takes less memory.
   explicit Buf(U32 size);
 
   const Zint::Type* fwkType() const override;
 
+  static void* operator new(std::size_t size);
+  static void operator delete(void* block) noexcept;
+
  protected:
   ~Buf() override;
+
+ private:
+  friend Zint::Ptr<Buf> bufFactory(U32 size);
+
+  // The object at the beginning of a block; its bytes follow.
+  static void* operator new(std::size_t, void* block) noexcept { return block; }
+  Buf(U8* data, U32 size) : BufBase(data, size) { isJoined_ = true; }
 };
+
+// A buffer whose bytes lie in the same block as the object.
+UMBRA_API Zint::Ptr<Buf> bufFactory(U32 size);
 
 // The names under which reflection shows them.
 constexpr const char* zintTypeName(const BufBase*) { return "Hal::BufBase"; }

@@ -63,7 +63,8 @@ void NotifieeConst::isRegisteredNotifieeIs(bool registered) {
 }
 
 void NotifieeConst::interestIs(Interest interest) {
-  if (!updated(interest_, interest)) return;
+  if (interest == this->interest()) return;
+  interest_ = interest == everyAttribute ? nullptr : std::make_unique<Interest>(interest);
   if (registered_) notifier_->notifieeList()->updateInterest();
 }
 

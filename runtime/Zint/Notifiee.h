@@ -29,6 +29,8 @@
 #include <Zint/Types.h>
 #include <cxxabi.h>
 
+#include <memory>
+
 namespace Zint {
 
 class ActivityConfig;
@@ -69,7 +71,7 @@ class UMBRA_API NotifieeConst : public PtrInterface {
 
   // What this is notified of: by default every attribute. A change takes effect at once, also for a
   // walk under way.
-  Interest interest() const { return interest_; }
+  Interest interest() const { return interest_ == nullptr ? everyAttribute : *interest_; }
   void interestIs(Interest interest);
 
   bool isNonReferencing() const { return nonReferencing_; }
@@ -102,13 +104,13 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   // Call it from a catch clause only.
   [[gnu::cold, gnu::noinline]] void reportException(AttributeId attribute);
 
-  Interest interest_ = everyAttribute;
-  const PtrInterface* notifier_ = nullptr;
-  Ptr<ActivityConfig> activity_;
-  AttributeId attribute_ = 0;
   bool hasPlace_ = false;    // in the notifier's list
   bool registered_ = false;  // implies a place; one with a place may be switched off
   bool nonReferencing_ = false;
+  const PtrInterface* notifier_ = nullptr;
+  Ptr<ActivityConfig> activity_;
+  AttributeId attribute_ = 0;
+  std::unique_ptr<Interest> interest_;  // null for everything: most have no other
 };
 
 // The same as the notifiee `Const` of an `Object`, for one that may change its notifier.

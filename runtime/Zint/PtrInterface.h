@@ -104,10 +104,11 @@ class UMBRA_API PtrInterface {
 
   mutable std::size_t references_ = 1;
   mutable NotifieeListHead* notifiees_ = nullptr;  // owned; null until the first registration
-  mutable bool hasTextNumber_ = false;
-  bool hasNotificationActive_ = false;
-  bool nondestructing_ = true;
-  bool markedForDeletion_ = false;
+  // One byte: derived classes use the three behind it.
+  mutable bool hasTextNumber_ : 1 = false;
+  bool hasNotificationActive_ : 1 = false;
+  bool nondestructing_ : 1 = true;
+  bool markedForDeletion_ : 1 = false;
 };
 
 }  // namespace Zint

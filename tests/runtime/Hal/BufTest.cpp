@@ -15,37 +15,62 @@ bool isZero(const Hal::BufBase& buf) {
   return std::all_of(buf.data(), buf.data() + buf.size(), [](U8 byte) { return byte == 0; });
 }
 
+// Its bytes in a block of their own, and in the block of the object.
+Hal::Buf::Ptr separate(U32 size) { return makePtr<Hal::Buf>(size); }
+constexpr Hal::Buf::Ptr (*makers[])(U32) = {separate, Hal::bufFactory};
+
 TEST(Buf, isZeroFilledAtEverySize) {
-  for (U32 size : {1u, 7u, 4096u, 1u << 20}) {
-    for (int round = 0; round < 2; ++round) {  // the second may receive the first one's memory
-      const Hal::Buf::Ptr buf = makePtr<Hal::Buf>(size);
-      EXPECT_EQ(buf->size(), size);
-      EXPECT_TRUE(isZero(*buf)) << size;
-      std::memset(buf->data(), 0xff, size);
+  for (const auto make : makers) {
+    for (U32 size : {1u, 7u, 4096u, 1u << 20}) {
+      for (int round = 0; round < 2; ++round) {  // the second may receive the first one's memory
+        const Hal::Buf::Ptr buf = make(size);
+        EXPECT_EQ(buf->size(), size);
+        EXPECT_TRUE(isZero(*buf)) << size;
+        std::memset(buf->data(), 0xff, size);
+      }
     }
   }
 }
 
 TEST(Buf, size0HasAnAddressOfItsOwn) {
-  const Hal::Buf::Ptr first = makePtr<Hal::Buf>(0u);
-  const Hal::Buf::Ptr second = makePtr<Hal::Buf>(0u);
-  EXPECT_EQ(first->size(), 0u);
-  EXPECT_NE(first->data(), nullptr);
-  EXPECT_NE(first->data(), second->data());
+  for (const auto make : makers) {
+    const Hal::Buf::Ptr first = make(0);
+    const Hal::Buf::Ptr second = make(0);
+    EXPECT_EQ(first->size(), 0u);
+    EXPECT_NE(first->data(), nullptr);
+    EXPECT_NE(first->data(), second->data());
+  }
 }
 
 TEST(Buf, aSizeThatTheAddressSpaceCannotHoldRaisesBadAlloc) {
   if (sizeof(void*) > 4) GTEST_SKIP() << "every size fits";
   if (Support::addressesAreSanitized()) GTEST_SKIP() << "the sanitizer ends the process";
-  EXPECT_THROW(makePtr<Hal::Buf>(0xffffffffu), std::bad_alloc);
+  for (const auto make : makers) {
+    EXPECT_THROW(make(0xffffffffu), std::bad_alloc);
+    EXPECT_THROW(make(0xfffffff0u), std::bad_alloc);
+  }
 }
 
 TEST(Buf, isCountedAndSeenThroughItsBase) {
-  const Hal::Buf::Ptr buf = makePtr<Hal::Buf>(8u);
-  const Hal::BufBase::Ptr base = buf;
-  EXPECT_EQ(buf->references(), 2u);
-  EXPECT_EQ(base->data(), buf->data());
-  EXPECT_STREQ(base->fwkType()->name, "Hal::Buf");
+  for (const auto make : makers) {
+    const Hal::Buf::Ptr buf = make(8);
+    const Hal::BufBase::Ptr base = buf;
+    EXPECT_EQ(buf->references(), 2u);
+    EXPECT_EQ(base->data(), buf->data());
+    EXPECT_STREQ(base->fwkType()->name, "Hal::Buf");
+  }
+}
+
+class Derived : public Hal::Buf {
+ public:
+  Derived() : Buf(5) {}
+  U64 more[3] = {1, 2, 3};
+};
+
+TEST(Buf, mayBeDerivedFrom) {
+  const Zint::Ptr<Derived> buf = makePtr<Derived>();
+  std::memset(buf->data(), 0xff, buf->size());
+  EXPECT_EQ(buf->more[2], 3u);
 }
 
 // A block that somebody else owns.
