@@ -97,6 +97,8 @@ void registerConfigureBenches() {
   registerConfigured("row15/configured, 100,000 audited regions", 100000, 4, true);
   registerConfigured("row15/configured, 62,500 audited regions 4 KiB apart", 62500, 4096, true);
   registerConfigured("row15/configured, 62,500 audited regions 64 KiB apart", 62500, 65536, true);
+  registerConfigured("row15/configured, 1,000,000 audited regions 64 KiB apart", 1000000, 65536,
+                     true);
 
   for (const U32 count : {1000u, 10000u, 100000u, 1000000u}) {
     registerConfigured("curve/regions-configured/" + std::to_string(count), count, 4, false);

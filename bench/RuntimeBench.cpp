@@ -248,6 +248,47 @@ void registerFind(const std::string& comparison, Source stand) {
   });
 }
 
+// Addresses of one register in many chips: of one hash, because that is the low word's.
+class AddressMember : public Zint::PtrInterface, public Zint::HashMapLink<AddressMember> {
+ public:
+  explicit AddressMember(U32 chip) : key_(chip, 0x1000) {}
+  const Hardware::ChipAddress& fwkKey() const { return key_; }
+
+ private:
+  const Hardware::ChipAddress key_;
+};
+
+void registerOneHash() {
+  constexpr U32 count = 1000;
+  const std::string comparison = "row12/HashMap find, 1,000 keys of one hash";
+  const auto wantedKeys = [] {
+    std::mt19937 random = randomNumbers();
+    std::vector<Hardware::ChipAddress> wanted;
+    for (std::size_t i = 0; i < randoms; ++i) wanted.emplace_back(random() % count, 0x1000);
+    return wanted;
+  };
+  side(comparison, "ours", [wantedKeys](benchmark::State& state) {
+    Zint::HashMap<AddressMember, Hardware::ChipAddress> map;
+    for (const U32 chip : shuffled(count)) map.insert(Zint::makePtr<AddressMember>(chip));
+    usedInBlocks(state, wantedKeys(), [&map](const Hardware::ChipAddress& key) {
+      const AddressMember* member = map.find(key);
+      benchmark::DoNotOptimize(member);
+    });
+    require(map.find({count, 0x1000}) == nullptr && map.find({7, 0x1000}) != nullptr, "found");
+  });
+  side(comparison, "std::map", [wantedKeys](benchmark::State& state) {
+    std::map<Hardware::ChipAddress, Zint::Ptr<AddressMember>> map;
+    for (const U32 chip : shuffled(count)) {
+      auto member = Zint::makePtr<AddressMember>(chip);
+      map.emplace(member->fwkKey(), member);
+    }
+    usedInBlocks(state, wantedKeys(), [&map](const Hardware::ChipAddress& key) {
+      const auto place = map.find(key);
+      benchmark::DoNotOptimize(place);
+    });
+  });
+}
+
 // Small collections are filled many at a time, so that what is not measured does not count.
 template <class Map, class Insert>
 void inserted(benchmark::State& state, const MemberStand& stand, Insert insert) {
@@ -359,6 +400,8 @@ void registerRuntimeBenches() {
     registerTree(many, stand);
     registerQueue(std::string("row12/LinkQueue pass, ") + many, stand);
   }
+
+  registerOneHash();
 
   for (U32 notifiees = 1; notifiees <= 256; notifiees *= 4) {
     registerNotification("curve/notifiees-set/" + std::to_string(notifiees), notifiees);

@@ -19,7 +19,7 @@ using Zint::HashMapLink;
 using Zint::makePtr;
 using Zint::Ptr;
 
-// A key that says itself where it stands: keys of equal `place` differ by their `id`.
+// A key that gives its own place: keys of equal `place` differ by their `id`.
 struct Placed {
   U32 place;
   U32 id;
@@ -111,7 +111,7 @@ TEST(HashMap, iteratesInTheOrderOfTheReversedHash) {
   EXPECT_THAT(keys(map), ElementsAre(0, 0x80000000u, 4, 2, 6, 1, 5, 3, 7));
 }
 
-TEST(HashMap, aStringStandsByItsStringHashReversed) {
+TEST(HashMap, aStringIsPlacedByItsStringHashReversed) {
   HashedMap<Zint::String8> map;
   std::vector<Zint::String8> expected = {"mac", "vlan", "route", "acl", "", "counters"};
   for (const Zint::String8& name : expected) insert(map, name);
@@ -122,7 +122,7 @@ TEST(HashMap, aStringStandsByItsStringHashReversed) {
   EXPECT_NE(map.find("route"), nullptr);
 }
 
-TEST(HashMap, equalHashesStandInTheOrderOfTheirKeys) {
+TEST(HashMap, equalHashesAreInTheOrderOfTheirKeys) {
   HashedMap<Placed> map;
   for (U32 id : {5u, 3u, 9u}) insert(map, Placed{100, id});
   insert(map, Placed{99, 1});
@@ -226,7 +226,7 @@ class Returning : public Zint::PtrInterface, public HashMapLink<Returning> {
   U32 key_;
 };
 
-TEST(HashMap, delAll_allowsMembersToInsertOthersAtTheirEnd) {
+TEST(HashMap, delAll_allowsMembersToInsertOthersInTheirDestructors) {
   HashMap<Returning, U32> map;
   for (U32 key = 0; key < 100; ++key) map.insert(makePtr<Returning>(map, key));
   map.delAll();
@@ -256,17 +256,17 @@ TEST_F(HashMapIterator, survivesTheRemovalOfItsMember) {
   EXPECT_THAT(rest(it), ElementsAre(1, 2, 3, 4));
 }
 
-TEST_F(HashMapIterator, survivesTheRemovalOfItsMemberAndThoseBehind) {
+TEST_F(HashMapIterator, survivesTheRemovalOfItsMemberAndThoseAfterIt) {
   auto it = map.iterator();
   del(0);
   del(1);
   del(2);
-  EXPECT_EQ(it->fwkKey().id, 0u) << "not one of those behind it";
+  EXPECT_EQ(it->fwkKey().id, 0u) << "not one of those after it";
   ++it;
   EXPECT_THAT(rest(it), ElementsAre(3, 4));
 }
 
-TEST_F(HashMapIterator, aCopyStandsWhereTheOriginalStood) {
+TEST_F(HashMapIterator, aCopyIsWhereTheOriginalWas) {
   auto it = map.iterator();
   auto assigned = map.iterator();
   ++it;
@@ -289,7 +289,7 @@ TEST_F(HashMapIterator, survivesTheRemovalOfOthers) {
   EXPECT_THAT(rest(it), ElementsAre(1, 3, 4));
 }
 
-TEST_F(HashMapIterator, endsWhenAllHaveGone) {
+TEST_F(HashMapIterator, endsWhenAllAreRemoved) {
   auto it = map.iterator();
   map.delAll();
   ASSERT_TRUE(it);
@@ -305,7 +305,7 @@ TEST_F(HashMapIterator, survivesTheGrowthOfTheMap) {
   EXPECT_EQ(it->fwkKey().id, 2u);
 }
 
-TEST_F(HashMapIterator, survivesTheEndOfTheMap) {
+TEST_F(HashMapIterator, survivesTheDestructionOfTheMap) {
   auto brief = std::make_unique<HashedMap<U32>>();
   insert(*brief, 1u);
   insert(*brief, 2u);
@@ -377,33 +377,34 @@ TEST_F(HashMapIterator, visitsEveryRemainingMemberOnceWhateverIsRemoved) {
   }
 }
 
-// Does something as it goes.
+// Runs a function in its destructor.
 class Ending : public Zint::PtrInterface, public HashMapLink<Ending> {
  public:
-  Ending(U32 id, std::function<void()> atEnd) : key_{id << 28, id}, atEnd_(std::move(atEnd)) {}
+  Ending(U32 id, std::function<void()> inDestructor)
+      : key_{id << 28, id}, inDestructor_(std::move(inDestructor)) {}
   const Placed& fwkKey() const { return key_; }
 
  protected:
   ~Ending() override {
-    if (atEnd_) atEnd_();
+    if (inDestructor_) inDestructor_();
   }
 
  private:
   Placed key_;
-  std::function<void()> atEnd_;
+  std::function<void()> inDestructor_;
 };
 
-// Stands on the first of five members, which has left and goes with the next step.
+// At the first of five members, which has left and is destroyed by the next step.
 struct HashMapStep : testing::Test {
   using EndingMap = HashMap<Ending, Placed>;
 
   HashMapStep() {
-    insert(0, [this] { atFirstEnd(); });
-    insert(1, [this] { atSecondEnd(); });
+    insert(0, [this] { inFirstDestructor(); });
+    insert(1, [this] { inSecondDestructor(); });
     for (U32 id = 2; id < 5; ++id) insert(id, nullptr);
   }
-  void insert(U32 id, std::function<void()> atEnd) {
-    map->insert(makePtr<Ending>(id, std::move(atEnd)));
+  void insert(U32 id, std::function<void()> inDestructor) {
+    map->insert(makePtr<Ending>(id, std::move(inDestructor)));
   }
   void del(U32 id) { map->del({id << 28, id}); }
   std::vector<U32> walked() {
@@ -415,27 +416,27 @@ struct HashMapStep : testing::Test {
     return walked;
   }
 
-  std::function<void()> atFirstEnd = [] {}, atSecondEnd = [] {};
+  std::function<void()> inFirstDestructor = [] {}, inSecondDestructor = [] {};
   std::unique_ptr<EndingMap> map = std::make_unique<EndingMap>();
 };
 
-TEST_F(HashMapStep, survivesTheRemovalOfTheNextMemberByTheEndOfTheLast) {
-  atFirstEnd = [&] { del(1); };
+TEST_F(HashMapStep, survivesTheRemovalOfTheNextMemberByTheDestructorOfTheLast) {
+  inFirstDestructor = [&] { del(1); };
   EXPECT_THAT(walked(), ElementsAre(0, 1, 2, 3, 4)) << "the next is held until the step after";
   EXPECT_EQ(map->size(), 3u);
 }
 
-TEST_F(HashMapStep, survivesTheRemovalOfSeveralMembersByTheEndOfTheLast) {
-  atFirstEnd = [&] {
+TEST_F(HashMapStep, survivesTheRemovalOfSeveralMembersByTheDestructorOfTheLast) {
+  inFirstDestructor = [&] {
     for (const U32 id : {2u, 1u, 4u}) del(id);
   };
   EXPECT_THAT(walked(), ElementsAre(0, 1, 3));
   EXPECT_EQ(map->size(), 1u);
 }
 
-TEST_F(HashMapStep, survivesEndsThatBringAboutOneAnother) {
-  atFirstEnd = [&] { del(1); };
-  atSecondEnd = [&] {
+TEST_F(HashMapStep, survivesDestructorsThatCallOneAnother) {
+  inFirstDestructor = [&] { del(1); };
+  inSecondDestructor = [&] {
     del(2);
     del(3);
   };
@@ -443,8 +444,8 @@ TEST_F(HashMapStep, survivesEndsThatBringAboutOneAnother) {
   EXPECT_EQ(map->size(), 1u);
 }
 
-TEST_F(HashMapStep, endsWhenTheEndOfTheLastMemberDestroysTheMap) {
-  atFirstEnd = [&] { map = nullptr; };
+TEST_F(HashMapStep, endsWhenTheDestructorOfTheLastMemberDestroysTheMap) {
+  inFirstDestructor = [&] { map = nullptr; };
   EXPECT_THAT(walked(), ElementsAre(0, 1)) << "the next is held until the step after";
   EXPECT_EQ(map, nullptr);
 }
