@@ -40,6 +40,7 @@ void AddressIndex::clear() {
   released.swap(chipMemoryChunkArray_);
   chipMemoryId_.delAll();
   idStarts_.clear();
+  lastFound_ = 0;
   nextIndex_ = 0;
   isIntact_ = true;
 }

@@ -116,6 +116,7 @@ class AddressIndex {
   // Whether the arrays are as build() makes them: `nextIndex_` ascending ids, each with a chunk.
   bool isIntact_ = true;
   StartTable idStarts_;
+  mutable U32 lastFound_ = 0;  // the chunk in which the last address was sought
   Zint::DynArray<U32, ChipMemoryArrayIndex> chipMemoryId_;
   Zint::DynArray<ChipMemoryChunk::Ptr, ChipMemoryArrayIndex> chipMemoryChunkArray_;
 };
@@ -127,8 +128,13 @@ class AddressIndex {
     return findByProbes(address);
 
   // The chunk of exactly this memory id.
-  U32 mid = idStarts_.lastNotAbove(chipMemoryId_.data(), nextIndex_, address.chipMemoryId());
-  if (chipMemoryId_.data()[mid] != address.chipMemoryId()) return nullptr;
+  const U32* ids = chipMemoryId_.data();
+  U32 mid = lastFound_;
+  if (ids[mid] != address.chipMemoryId()) {
+    mid = idStarts_.lastNotAbove(ids, nextIndex_, address.chipMemoryId());
+    if (ids[mid] != address.chipMemoryId()) return nullptr;
+    lastFound_ = mid;
+  }
   const ChipMemoryChunk* cmc = chipMemoryChunkArray_.data()[mid].ptr();
   if (!cmc->isIntact_) [[unlikely]]
     return findByProbes(address);

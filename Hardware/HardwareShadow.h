@@ -284,9 +284,14 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
       checkSizeForLast(size);
     return true;
   }
-  // The region of entries of `size` bytes that contains the address, which becomes the last one.
-  // Calls nothing. Null if there is none, or if findChipMemory() may have to call something.
-  ChipMemory* findForEntry(const ChipAddress& address, U32 size);
+  // The same as findChipMemory() for one entry of `size` bytes, but it calls nothing and counts no
+  // reference. Null where findChipMemory() has to be asked.
+  ChipMemory* findForEntry(const ChipAddress& address, U32 size) {
+    ChipMemory* last = lastChipMemory_.ptr();
+    if (last == nullptr || !last->inRange(address)) return findOtherForEntry(address, size);
+    return size == last->entrySize() ? last : nullptr;
+  }
+  ChipMemory* findOtherForEntry(const ChipAddress& address, U32 size);
   // Asserts that `size`, which is not entrySize, is whole entries of the last region.
   void checkSizeForLast(U32 size) const;
   // The state whose action is under way; otherwise the state.

@@ -26,7 +26,12 @@ namespace {
   const Hal::BufBase::Ptr held[] = {cm->shadow(), cm->initialized(), cm->dirty(), cm->hardware()};
   const U32 entrySize = cm->entrySize();
   const U8* from = held[0]->data() + std::size_t{entrySize} * entry;
-  cm->readCacheHitsInc(count);
+  if (overridesReadCacheHits(*cm)) {
+    cm->readCacheHitsInc(count);
+  } else {
+    StoreAccess::countReads(*cm, count);
+    cm->notify(ChipMemory::Id::readCacheHits);
+  }
   ZINT_TRACE_IN("readFromCache", umbraTrace(), 7, "", "Hardware/Umbra", __LINE__,
                 "Read hit cache " << cm->name() << " " << count << " entries starting at 0x"
                                   << std::hex << entry);
@@ -166,9 +171,7 @@ namespace {
 }  // namespace
 
 bool HardwareShadow::readFromCacheHack(const ChipAddress& address, U8* data, U32 size) {
-  const ChipMemory* cm = lastChipMemory_.ptr();
-  if (cm == nullptr || size != cm->entrySize() || !cm->inRange(address))
-    cm = findForEntry(address, size);
+  const ChipMemory* cm = findForEntry(address, size);
   return (cm != nullptr && readFast(*this, *cm, cm->entryIndexFromAddress(address), data, size)) ||
          findAndRead(*this, address, data, size);
 }

@@ -121,8 +121,9 @@ ChipMemory* HardwareShadow::findInIndex(const ChipAddress& address, U32 size) {
   return answer.release();
 }
 
-[[gnu::noinline]] ChipMemory* HardwareShadow::findForEntry(const ChipAddress& address, U32 size) {
-  ChipMemory* last = lastChipMemory_.ptr();
+// REQUIRES: the last region does not contain the address.
+ChipMemory* HardwareShadow::findOtherForEntry(const ChipAddress& address, U32 size) {
+  const ChipMemory* last = lastChipMemory_.ptr();
   if (last == nullptr || last->references() == 1) return nullptr;  // its end would call something
   ChipMemory* cm = index_.find(address);
   if (cm == nullptr || cm->entrySize() != size) return nullptr;

@@ -226,9 +226,7 @@ namespace {
 }  // namespace
 
 void HardwareShadow::shadowWriteHack(const ChipAddress& address, U8* data, U32 size) {
-  ChipMemory* cm = lastChipMemory_.ptr();
-  if (cm == nullptr || size != cm->entrySize() || !cm->inRange(address))
-    cm = findForEntry(address, size);
+  ChipMemory* cm = findForEntry(address, size);
   bool answer;
   if (cm == nullptr ||
       !writeFast(*this, *cm, cm->entryIndexFromAddress(address), data, size, answer)) {

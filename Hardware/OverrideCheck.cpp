@@ -6,7 +6,8 @@ namespace {
 BaseFunctions readBaseFunctions() {
   const ChipHam::Ptr ham = Zint::makePtr<ChipHam>("base");
   const ChipMemory::Ptr region = chipMemoryFactory("base", ChipAddress(), 0, 0, 0, nullptr);
-  return {slotFunction(*ham, &ChipHam::doCompare),
+  return {virtualTable(*region),
+          slotFunction(*ham, &ChipHam::doCompare),
           slotFunction(*ham, &ChipHam::doWriteToCache),
           slotFunction(*ham, &ChipHam::doReadFromCache),
           slotFunction(*region, &ChipMemory::readCacheHitsInc),

@@ -29,9 +29,18 @@ const void* slotFunction(const Object& object, Operation operation) {
   return function;
 }
 
-// The functions of the base classes. Null until static initialization has run: until then every
-// class counts as overriding.
+// The virtual table of the object's class.
+template <class Object>
+const void* virtualTable(const Object& object) {
+  const void* table;
+  std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
+  return table;
+}
+
+// The virtual table of the region class itself, and the functions of the base classes. Null until
+// static initialization has run: until then every class counts as overriding.
 struct BaseFunctions {
+  const void* regionTable;
   const void* doCompare;
   const void* doWriteToCache;
   const void* doReadFromCache;
@@ -51,11 +60,16 @@ inline bool overridesWriteToCache(const ChipHam& ham) {
 inline bool overridesReadFromCache(const ChipHam& ham) {
   return slotFunction(ham, &ChipHam::doReadFromCache) != baseFunctions.doReadFromCache;
 }
+// A region is seldom of a derived class.
 inline bool overridesReadCacheHits(const ChipMemory& cm) {
+  if (virtualTable(cm) == baseFunctions.regionTable) [[likely]]
+    return false;
   return slotFunction(cm, &ChipMemory::readCacheHitsInc) != baseFunctions.readCacheHitsInc ||
          slotFunction(cm, &ChipMemory::readCacheHitsIs) != baseFunctions.readCacheHitsIs;
 }
 inline bool overridesWriteCacheHits(const ChipMemory& cm) {
+  if (virtualTable(cm) == baseFunctions.regionTable) [[likely]]
+    return false;
   return slotFunction(cm, &ChipMemory::writeCacheHitsInc) != baseFunctions.writeCacheHitsInc ||
          slotFunction(cm, &ChipMemory::writeCacheHitsIs) != baseFunctions.writeCacheHitsIs;
 }

@@ -50,8 +50,11 @@ class StartTable {
     const U32 high = start[1];
     if (high - low > 1) [[unlikely]]
       return low + search(numbers + low, high - low + 1, sought);
-    // The number at `low` is not above `sought`. Not a branch: it would be unpredictable.
-    return high - U32{numbers[high] > sought};
+    // The number at `low` is not above `sought`. A branch: where distances are even, it goes one
+    // way, and what the place is used for begins before the number has arrived.
+    if (numbers[high] > sought) [[unlikely]]
+      return low;
+    return high;
   }
 
  private:

@@ -10,8 +10,8 @@ struct StoreAccess {
   static const auto& view(const ChipMemory& cm) { return cm.storeView_; }
   static bool isDisjoint(const ChipMemory& cm) { return cm.storeIsDisjoint_; }
 
-  // Count without a virtual call. REQUIRES: the counter is neither observed nor overridden, or `n`
-  // is 0.
+  // Count without a virtual call. REQUIRES: the counter is not overridden, or `n` is 0. The caller
+  // notifies of it where it is observed.
   static void countReads(const ChipMemory& cm, U32 n) { cm.readCacheHits_ += n; }
   static void countSkippedWrites(ChipMemory& cm, U32 n) { cm.writeCacheHits_ += n; }
 };

@@ -101,6 +101,7 @@ GROWTH = {
     for few, manys in (("1,000 regions", ("1,000,000 regions", "1,000,000 regions 4 KiB apart",
                                           "1,000,000 regions 64 KiB apart")),
                        ("1,000 audited regions", ("100,000 audited regions",
+                                                  "1,000,000 audited regions 64 KiB apart",
                                                   "62,500 audited regions 4 KiB apart",
                                                   "62,500 audited regions 64 KiB apart")))
     for many in manys}

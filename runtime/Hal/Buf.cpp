@@ -39,11 +39,7 @@ Buf::~Buf() {
   if (!isJoined_) std::free(data());
 }
 
-void* Buf::operator new(std::size_t size) {
-  void* block = std::malloc(size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
+void* Buf::operator new(std::size_t size) { return newZeroedBlock(size); }
 
 void Buf::operator delete(void* block) noexcept { std::free(block); }
 

@@ -57,6 +57,28 @@ TEST_F(HardwareShadowIndex, regionThatRunsIntoTheNextMemoryIdIsFoundThereOnlyAsT
   EXPECT_NE(found(0x200000000, 0x10), nullptr);
 }
 
+// Where regions overlap, the last one answers for each access that it contains, whatever its size.
+TEST_F(HardwareShadowIndex, lastRegionIsAskedFirstForAccessesOfEverySize) {
+  const ChipMemory::Ptr a = region("a", 0x100, 8, 4), b = region("b", 0x108, 2, 8);
+  for (const ChipMemory::Ptr& each : {a, b}) {
+    each->shadowEnabledIs(true);
+    each->readFromCacheIs(true);
+  }
+  configure({a, b});
+  EXPECT_EQ(found(0x100), a);
+  U8 data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  shadow->shadowWriteHack(ChipAddress(0, 0x108), data, 8);
+  EXPECT_EQ(shadow->lastChipMemory(), a);
+  EXPECT_TRUE(a->entryInitialized(2) && a->entryInitialized(3));
+  EXPECT_FALSE(b->entryInitialized(0));
+  U8 read[8] = {};
+  EXPECT_TRUE(shadow->readFromCacheHack(ChipAddress(0, 0x108), read, 8));
+  EXPECT_EQ(shadow->lastChipMemory(), a);
+  shadow->lastChipMemoryIs(nullptr);
+  shadow->shadowWriteHack(ChipAddress(0, 0x108), data, 8);
+  EXPECT_EQ(shadow->lastChipMemory(), b);
+}
+
 TEST_F(HardwareShadowIndex, wordsAreComparedUnsigned) {
   configure({region("a", 0x00000000'10000000, 1), region("b", 0x00000000'90000000, 1),
              region("c", 0x80000000'00000000, 1), region("d", 0xffffffff'fffffff0, 1)});
