@@ -39,10 +39,8 @@ void AddressIndex::clear() {
   chipMemoryChunkDelAll();
   released.swap(chipMemoryChunkArray_);
   chipMemoryId_.delAll();
-  idStarts_.clear();
-  lastFound_ = 0;
   nextIndex_ = 0;
-  isIntact_ = true;
+  forget();
 }
 
 // The search for an index that was changed by hand. What it finds in arrays that are out of order

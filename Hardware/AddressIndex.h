@@ -35,7 +35,7 @@ class AddressIndex {
   // count 65,536 in its 16 bits.
   template <class Iterator>
   void build(Iterator reactor) {
-    if (isEmpty()) isIntact_ = true;
+    if (isEmpty()) forget();
     for (; reactor; ++reactor) add(reactor->chipMemory());
     buildStartTables();
   }
@@ -105,6 +105,12 @@ class AddressIndex {
  private:
   void add(const ChipMemory::Ptr& cm);
   void buildStartTables();
+  // What an empty index remembers of the one before.
+  void forget() {
+    idStarts_.clear();
+    lastFound_ = 0;
+    isIntact_ = true;
+  }
   ChipMemory* findByProbes(const ChipAddress& address) const;
   bool isEmpty() const {
     return nextIndex_ == 0 && chipMemoryId_.size() == 0 && chipMemoryChunkArray_.size() == 0;

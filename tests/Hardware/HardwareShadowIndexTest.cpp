@@ -306,6 +306,23 @@ TEST_F(HardwareShadowIndex, configuredOverABuiltIndexClearsItFirst) {
   EXPECT_EQ(shadow->auditErrors(), 0u);
 }
 
+// Nothing is left of what was found in the index before.
+TEST_F(HardwareShadowIndex, configuredOverAnIndexEmptiedByHandBuildsASmallerOne) {
+  manyRegions(40, U64{1} << 32);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_EQ(foundAt(U64{39} << 32), U64{39} << 32);
+  shadow->chipMemoryChunkDelAll();
+  shadow->chipMemoryChunkArrayDelAll();
+  shadow->chipMemoryIdDelAll();
+  shadow->nextIndexIs(0);
+  shadow->lastChipMemoryIs(nullptr);
+  shadow->chipMemoryDelAll();
+  manyRegions(2, U64{1} << 32);
+  shadow->stateIs(HardwareShadow::configured());
+  for (const U64 id : {0, 1}) EXPECT_EQ(foundAt(id << 32), id << 32);
+  EXPECT_EQ(found(U64{39} << 32), nullptr);
+}
+
 TEST_F(HardwareShadowIndex, chunkHoldsUpTo65535Regions) {
   manyRegions(65535, 4);
   shadow->stateIs(HardwareShadow::configured());
