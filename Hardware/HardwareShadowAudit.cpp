@@ -7,6 +7,7 @@
 #include <Hardware/StoreAccess.h>
 #include <Hardware/Umbra.h>
 #include <Mirl/Mirl.h>
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -112,7 +113,9 @@ char* writeBytes(char* to, const U8* bytes, U32 size) {
   std::string many;
   char* text = few;
   if (entrySize > fewBytes) {
-    many.resize(expected.size() + actual.size() + 6 * std::size_t{entrySize});
+    const U64 length = expected.size() + actual.size() + U64{6} * entrySize;
+    // std::length_error where no text is that long: in 32 bits.
+    many.resize(static_cast<std::size_t>(std::min(length, U64{many.max_size()} + 1)));
     text = many.data();
   }
   char* const expectedBytes = text + expected.copy(text, expected.size());

@@ -3,7 +3,9 @@
 #include <Hardware/ChipReader.h>
 
 #include <deque>
+#include <stdexcept>
 
+#include "support/Sanitizers.h"
 #include "support/ShadowTest.h"
 
 namespace {
@@ -223,6 +225,19 @@ TEST_F(Limits, aReadWhoseEndWrapsIsOutOfRange) {
                    "bool Hardware::HardwareShadow::shadowWriteAndCompareWithCache(const "
                    "Hardware::ChipMemory::Ptr&, U32, U8*, U32)",
                    "entry + numEntries <= cm->entries()");
+}
+
+// In 32 bits the length of the text itself would wrap.
+TEST_F(Limits, aDifferenceWhoseTextIsTooLongIsRefused) {
+  if (sizeof(void*) > 4) GTEST_SKIP() << "every text has room";
+  if (Support::addressesAreSanitized()) GTEST_SKIP() << "the sanitizer takes the room";
+  const ChipMemory::Ptr huge = audited("huge", 0, 1, 0x2aaaaaac);
+  configure({huge});
+  huge->entryInitializedIs(0);
+  huge->shadow()->data()[0] = 1;
+  EXPECT_THROW(shadow->doAuditChips(), std::length_error);
+  EXPECT_EQ(shadow->audits(), 0u);
+  EXPECT_EQ(huge->registersFixed(), 0u);
 }
 
 // --- Addresses that wrap ------------------------------------------------------------------------
