@@ -39,15 +39,23 @@ Buf::~Buf() {
   if (!isJoined_) std::free(data());
 }
 
-void* Buf::operator new(std::size_t size) { return newZeroedBlock(size); }
+// The object at the beginning of a block; its bytes follow.
+class JoinedBuf final : public Buf {
+ public:
+  JoinedBuf(U8* block, U32 size) : Buf(block + sizeof(JoinedBuf), size) {}
 
-void Buf::operator delete(void* block) noexcept { std::free(block); }
+  static void* operator new(std::size_t, U8* block) noexcept { return block; }
+  static void operator delete(void* block) noexcept { std::free(block); }
+
+ protected:
+  ~JoinedBuf() override = default;
+};
 
 Zint::Ptr<Buf> bufFactory(U32 size) {
   // In 32 bits the sum may be more than the address space.
-  if (size > ~std::size_t{0} - sizeof(Buf)) throw std::bad_alloc();
-  U8* block = newZeroedBlock(sizeof(Buf) + size);
-  return Zint::Ptr<Buf>::adopt(new (block) Buf(block + sizeof(Buf), size));
+  if (size > ~std::size_t{0} - sizeof(JoinedBuf)) throw std::bad_alloc();
+  U8* block = newZeroedBlock(sizeof(JoinedBuf) + size);
+  return Zint::Ptr<Buf>::adopt(new (block) JoinedBuf(block, size));
 }
 
 const Zint::Type* Buf::fwkType() const { return &bufType; }

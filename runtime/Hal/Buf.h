@@ -2,7 +2,6 @@
 #pragma once
 
 #include <Zint/Ptr.h>
-#include <cstddef>
 
 namespace Hal {
 
@@ -39,17 +38,13 @@ class UMBRA_API Buf : public BufBase {
 
   const Zint::Type* fwkType() const override;
 
-  static void* operator new(std::size_t size);
-  static void operator delete(void* block) noexcept;
-
  protected:
   ~Buf() override;
 
  private:
-  friend Zint::Ptr<Buf> bufFactory(U32 size);
+  friend class JoinedBuf;
 
-  // The object at the beginning of a block; its bytes follow.
-  static void* operator new(std::size_t, void* block) noexcept { return block; }
+  // Bytes that lie in the block of the object.
   Buf(U8* data, U32 size) : BufBase(data, size) { isJoined_ = true; }
 };
 

@@ -4,8 +4,10 @@
 #include <support/Sanitizers.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -71,6 +73,20 @@ TEST(Buf, mayBeDerivedFrom) {
   const Zint::Ptr<Derived> buf = makePtr<Derived>();
   std::memset(buf->data(), 0xff, buf->size());
   EXPECT_EQ(buf->more[2], 3u);
+}
+
+class alignas(64) Aligned : public Hal::Buf {
+ public:
+  Aligned() : Buf(5) {}
+  U8 more[64] = {};
+};
+
+TEST(Buf, derivedOneIsAlignedAsItsClassAsks) {
+  std::vector<Zint::Ptr<Aligned>> bufs;
+  for (int i = 0; i < 20; ++i) {
+    bufs.push_back(makePtr<Aligned>());
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bufs.back().ptr()) % 64, 0u);
+  }
 }
 
 // A block that somebody else owns.
