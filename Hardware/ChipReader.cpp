@@ -193,7 +193,7 @@ Zint::Ptr<ChipReader::ZintChipMemory> ChipReader::newMember(const ChipMemory::Pt
 ChipMemory::Ptr ChipReader::chipMemoryDeq() {
   const Zint::Ptr<ZintChipMemory> head = chipMemory_.deq();
   if (head == nullptr) return nullptr;
-  if (head->references() != 1) return head->chipMemory();  // a client looks at it
+  if (head->references() != 1) return head->chipMemory();  // a client holds it
   ChipMemory::Ptr chipMemory = std::move(head->chipMemory_);
   spares_.enq(head);
   return chipMemory;

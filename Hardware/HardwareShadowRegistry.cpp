@@ -124,7 +124,8 @@ ChipMemory* HardwareShadow::findInIndex(const ChipAddress& address, U32 size) {
 // REQUIRES: the last region does not contain the address.
 ChipMemory* HardwareShadow::findOtherForEntry(const ChipAddress& address, U32 size) {
   const ChipMemory* last = lastChipMemory_.ptr();
-  if (last == nullptr || last->references() == 1) return nullptr;  // its end would call something
+  // A last region that only this shadow holds would be destroyed, which may call back.
+  if (last == nullptr || last->references() == 1) return nullptr;
   ChipMemory* cm = index_.find(address);
   if (cm == nullptr || cm->entrySize() != size) return nullptr;
   lastChipMemory_ = ChipMemory::Ptr(cm);

@@ -15,6 +15,14 @@
 
 namespace Hardware {
 
+// The virtual table of the object's class.
+template <class Object>
+const char* virtualTable(const Object& object) {
+  const char* table;
+  std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
+  return table;
+}
+
 // The function that the object's class has in the slot of a virtual operation. In the C++ ABI of
 // x86 a pointer to a virtual member holds 1 + the slot's offset in the virtual table.
 template <class Object, class Operation>
@@ -22,25 +30,15 @@ const void* slotFunction(const Object& object, Operation operation) {
   static_assert(sizeof(Operation) == 2 * sizeof(std::size_t));
   std::size_t offset;
   std::memcpy(&offset, &operation, sizeof offset);
-  const char* table;
-  std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
   const void* function;
-  std::memcpy(&function, table + (offset - 1), sizeof function);
+  std::memcpy(&function, virtualTable(object) + (offset - 1), sizeof function);
   return function;
-}
-
-// The virtual table of the object's class.
-template <class Object>
-const void* virtualTable(const Object& object) {
-  const void* table;
-  std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
-  return table;
 }
 
 // The virtual table of the region class itself, and the functions of the base classes. Null until
 // static initialization has run: until then every class counts as overriding.
 struct BaseFunctions {
-  const void* regionTable;
+  const char* regionTable;
   const void* doCompare;
   const void* doWriteToCache;
   const void* doReadFromCache;

@@ -20,11 +20,11 @@ class Watch : public ChipMemory::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
   void handleNotification(Zint::ActivityConfig*) override {
-    told.push_back(attribute());
+    notified.push_back(attribute());
     if (reaction) reaction();
   }
 
-  std::vector<Zint::AttributeId> told;
+  std::vector<Zint::AttributeId> notified;
   std::function<void()> reaction;
 };
 
@@ -62,7 +62,7 @@ constexpr Zint::AttributeId writeHits = ChipMemory::Id::writeCacheHits;
 TEST_F(ObservedRegionTest, writeThatMissesAnnouncesNothing) {
   EXPECT_FALSE(write(0, {1}));
   EXPECT_FALSE(write(1, {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
-  EXPECT_THAT(watch->told, IsEmpty());
+  EXPECT_THAT(watch->notified, IsEmpty());
   EXPECT_TRUE(read(0, 12));
   EXPECT_THAT(readWords, testing::Contains(12u));
 }
@@ -70,9 +70,9 @@ TEST_F(ObservedRegionTest, writeThatMissesAnnouncesNothing) {
 TEST_F(ObservedRegionTest, eachEntryThatIsSkippedIsAnnounced) {
   write(0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
   EXPECT_TRUE(write(3, {4}));
-  EXPECT_THAT(watch->told, ElementsAre(writeHits));
+  EXPECT_THAT(watch->notified, ElementsAre(writeHits));
   EXPECT_FALSE(write(0, {1, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 12}));
-  EXPECT_THAT(watch->told, ElementsAre(writeHits, writeHits, writeHits, writeHits));
+  EXPECT_THAT(watch->notified, ElementsAre(writeHits, writeHits, writeHits, writeHits));
   EXPECT_EQ(region->writeCacheHits(), 4u);
 }
 
@@ -93,18 +93,18 @@ TEST_F(ObservedRegionTest, readIsAnnouncedOnceAndCopiesAfterwards) {
     std::memcpy(region->shadow()->data() + 8, &value, 4);
   };
   EXPECT_TRUE(read(0, 10));
-  EXPECT_THAT(watch->told, ElementsAre(readHits));
+  EXPECT_THAT(watch->notified, ElementsAre(readHits));
   EXPECT_EQ(readWords[2], 77u);
   EXPECT_EQ(readWords[9], 10u);
   watch->reaction = nullptr;
-  watch->told.clear();
+  watch->notified.clear();
   EXPECT_TRUE(read(1, 1));
-  EXPECT_THAT(watch->told, ElementsAre(readHits));
+  EXPECT_THAT(watch->notified, ElementsAre(readHits));
   EXPECT_FALSE(read(9, 2)) << "one was never written";
-  EXPECT_THAT(watch->told, ElementsAre(readHits));
+  EXPECT_THAT(watch->notified, ElementsAre(readHits));
 }
 
-// The region's store is replaced by whoever is notified: the read goes on with the old one.
+// The region's store is replaced by its notifiee: the read uses the old one.
 TEST_F(ObservedRegionTest, readGoesOnWithTheStoreItBeganWith) {
   write(0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
   watch->reaction = [&] { region->entriesIs(entries + 1); };
@@ -118,11 +118,11 @@ TEST_F(ObservedRegionTest, aNotifieeOfAnotherAttributeIsNotNotifiedOfAccesses) {
   write(0, {1, 2, 3});
   EXPECT_TRUE(write(0, {1, 2, 3}));
   EXPECT_TRUE(read(0, 3));
-  EXPECT_THAT(watch->told, IsEmpty());
+  EXPECT_THAT(watch->notified, IsEmpty());
   EXPECT_EQ(region->readCacheHits(), 3u);
   EXPECT_EQ(region->writeCacheHits(), 3u);
   region->registersFixedIs(1);
-  EXPECT_THAT(watch->told, ElementsAre(ChipMemory::Id::registersFixed));
+  EXPECT_THAT(watch->notified, ElementsAre(ChipMemory::Id::registersFixed));
 }
 
 }  // namespace
