@@ -64,7 +64,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
       chipMemoryAuditEnabledIs,
       chipMemoryEntriesUnderAudit,
       hasNotificationActiveIs,
-      zintDoZombieReactors
+      zintDoZombieReactors,
+      lastMember = zintDoZombieReactors  // the ids of a derived class begin behind it
     };
   };
 
@@ -273,6 +274,23 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void handleAuditReadRequestStatus();
   void doAuditChips();
 
+ protected:
+  // --- For a derived shadow that audits by itself ---
+  // While it does, the base begins no pass and compares nothing.
+  bool auditsItself() const { return auditsItself_; }
+  void auditsItselfIs(bool auditsItself) { auditsItself_ = auditsItself; }
+  // The first entry from `first` on and before `end` whose image in the hardware buffer differs
+  // from the shadow, as doCompare of the access method judges it; `end` if there is none, or if
+  // doCompare sets the state or replaces the shadow buffer. Whatever the mode and flags of the
+  // region are. REQUIRES: a region (range exception), its access method, and buffers that hold
+  // `end` entries (fatal assertion).
+  U32 differentEntry(const ChipMemory::Ptr& cm, U32 first, U32 end) const;
+  // Does with an entry that differs what doAuditChips() does: one that was never written is
+  // adopted, one that was written since the pass began is left, any other is reported and repaired
+  // by doFixBadRegister().
+  // REQUIRES: as above, for this entry.
+  void doAuditEntry(const ChipMemory::Ptr& cm, U32 entry);
+
  private:
   // findChipMemory() without the last region. The region is counted once for the caller, who adopts
   // it: a raw pointer stays in a register where findChipMemory() is inlined.
@@ -305,6 +323,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   Zint::Ptr<Zint::ActivityConfig> zintFwkActivity_;
   State state_ = unconfigured_;
   bool overrideHardware_ = false;
+  bool auditsItself_ = false;
   Zint::Ptr<ZintClock> clock_;
   Zint::RbTreeMap<ZintChipMemory, ChipAddress> chipMemory_;
   ChipMemory::Ptr lastChipMemory_;

@@ -20,18 +20,38 @@ bool isSkipped(const ChipMemory& cm) {
   return !cm.shadowEnabled() || cm.mode() == ChipMemory::override() || !cm.auditEnabled();
 }
 
+// The operation that traces of the comparison name, wherever they stand.
+constexpr const char* auditFunction = "doAuditChips";
+
 // The shadow and hardware images of one region. The comparison ends early if a call that it makes
 // replaces the shadow buffer or sets the shadow's state.
 struct Comparison {
+  // REQUIRES: the region has an access method, the store and the hardware buffer, and the caller
+  // holds all of them.
+  Comparison(const ChipMemory& region, U32 end, const Zint::Epoch::Mark& mark)
+      : cm(region),
+        ham(*region.chipHam()),
+        state(mark),
+        shadowBuf(region.shadow().ptr()),
+        shadow(shadowBuf->data()),
+        hardware(region.hardware()->data()),
+        initialized(region.initialized()->data()),
+        dirty(region.dirty()->data()),
+        entries(end),
+        entrySize(region.entrySize()),
+        comparesBytes(entrySize != 0 && !overridesCompare(ham)) {}
+
   const ChipMemory& cm;
   const ChipHam& ham;
-  const Hal::BufBase* shadowBuf;
   const Zint::Epoch::Mark state;
-  U8* shadow;
-  U8* hardware;
-  U32 entries;
-  U32 entrySize;
-  bool comparesBytes;  // doCompare is not overridden
+  const Hal::BufBase* const shadowBuf;
+  U8* const shadow;
+  U8* const hardware;
+  U8* const initialized;
+  U8* const dirty;
+  const U32 entries;
+  const U32 entrySize;
+  const bool comparesBytes;  // doCompare is not overridden
 
   bool hasEnded() const { return cm.shadow().ptr() != shadowBuf || state.isSuperseded(); }
   U8* shadowEntry(U32 e) const { return &shadow[std::size_t{e} * entrySize]; }
@@ -126,12 +146,37 @@ char* writeBytes(char* to, const U8* bytes, U32 size) {
   end = writeBytes(end, hardwareEntry, entrySize);
   *end = '\0';
   umbraTrace().trace(std::string_view(text, static_cast<std::size_t>(end - text)), 0, "",
-                     "Hardware/Umbra", __LINE__, "doAuditChips");
+                     "Hardware/Umbra", __LINE__, auditFunction);
 
   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "Expected: %s Actual: %s", __LINE__);
   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
   msg << expectedText << actualText;
   msg.endMsg();
+}
+
+// What the audit does with an entry that differs: adopts it, leaves it, or repairs it.
+[[gnu::always_inline]] inline void auditEntry(HardwareShadow& shadow, const ChipMemory::Ptr& cm,
+                                              const Comparison& images, U32 e) {
+  U8* shadowEntry = images.shadowEntry(e);
+  U8* hardwareEntry = images.hardwareEntry(e);
+  if (!bitmapBit(images.initialized, e)) {
+    ZINT_TRACE_IN(auditFunction, umbraTrace(), 8, "", "Hardware/Umbra", __LINE__,
+                  "Difference found in uninitialized entry " << e << " of memory " << cm->fwkKey());
+    if (images.ham.doReadToCache(shadowEntry, hardwareEntry, images.entrySize)) {
+      bitmapBitIs(images.initialized, e);
+    }
+  } else if (bitmapBit(images.dirty, e)) {
+    // The entry was written after the pass began, so the difference proves nothing.
+    ZINT_TRACE_IN(auditFunction, umbraTrace(), 8, "", "Hardware/Umbra", __LINE__,
+                  "Difference found in entry " << e << " but it was written since the audit began");
+    recordRecentWrite(e);
+  } else {
+    ZINT_TRACE_IN(auditFunction, umbraTrace(), 0, "", "Hardware/Umbra", __LINE__,
+                  "Difference found in entry " << e << " of memory " << cm->fwkKey());
+    recordDifference(*cm, e, shadowEntry, hardwareEntry);
+    reportBytes(shadowEntry, hardwareEntry, images.entrySize);
+    shadow.doFixBadRegister(cm, e, shadowEntry);
+  }
 }
 
 }  // namespace
@@ -173,7 +218,7 @@ void HardwareShadow::ZintClock::onTime() {
 }
 
 void HardwareShadow::doStartAudit() {
-  if (state_ != auditing_ || overrideHardware_) return;
+  if (state_ != auditing_ || overrideHardware_ || auditsItself_) return;
   const Ptr self(this);
   const Zint::Epoch::Mark mark(stateChanges_);
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::doStartAudit");
@@ -217,6 +262,7 @@ void HardwareShadow::handleAuditReadRequestStatus() {
 
 // Ends without counting the pass if a repair or a notifiee sets the state (deliberate).
 void HardwareShadow::doAuditChips() {
+  if (auditsItself_) return;
   // Held: a trace's receiver, a repair or a notifiee may drop the request, a region or this shadow.
   const Ptr self(this);
   const Zint::Epoch::Mark mark(stateChanges_);
@@ -240,46 +286,54 @@ void HardwareShadow::doAuditChips() {
     UMBRA_ASSERT_REGION(*cm, U64{entries} * entrySize <= hardwareBuf->size());
     UMBRA_ASSERT_REGION(*cm, entries <= StoreAccess::view(*cm).entries);
 
-    const ChipHam& ham = *cm->chipHam();
-    const Comparison comparison{*cm,
-                                ham,
-                                shadowBuf.ptr(),
-                                mark,
-                                shadowBuf->data(),
-                                hardwareBuf->data(),
-                                entries,
-                                entrySize,
-                                entrySize != 0 && !overridesCompare(ham)};
+    const Comparison comparison(*cm, entries, mark);
     U32 e = comparison.findDifference(0);
     while (e < entries) {
-      U8* shadowEntry = comparison.shadowEntry(e);
-      U8* hardwareEntry = comparison.hardwareEntry(e);
-      if (!bitmapBit(initializedBuf->data(), e)) {
-        UMBRA_TRACE(
-            8, __LINE__,
-            "Difference found in uninitialized entry " << e << " of memory " << cm->fwkKey());
-        if (ham.doReadToCache(shadowEntry, hardwareEntry, entrySize)) {
-          bitmapBitIs(initializedBuf->data(), e);
-        }
-      } else if (bitmapBit(dirtyBuf->data(), e)) {
-        // The entry was written after the pass began, so the difference proves nothing.
-        UMBRA_TRACE(
-            8, __LINE__,
-            "Difference found in entry " << e << " but it was written since the audit began");
-        recordRecentWrite(e);
-      } else {
-        UMBRA_TRACE(0, __LINE__,
-                    "Difference found in entry " << e << " of memory " << cm->fwkKey());
-        recordDifference(*cm, e, shadowEntry, hardwareEntry);
-        reportBytes(shadowEntry, hardwareEntry, entrySize);
-        doFixBadRegister(cm, e, shadowEntry);
-      }
+      auditEntry(*this, cm, comparison, e);
       e = comparison.findDifference(e + 1);
     }
     if (mark.isSuperseded()) return;
   }
   auditsIs(audits_ + 1);
   if (!mark.isSuperseded()) wakeClockAt(lastAuditStartTime_ + minIntervalBetweenAudits_);
+}
+
+// --- What a derived shadow audits by itself ---
+
+namespace {
+
+// What a comparison of a region goes on with, whatever it calls.
+struct HeldRegion {
+  HeldRegion(const ChipMemory::Ptr& region, const char* nullMessage)
+      : cm(refuseNull(region, nullMessage)),
+        buffers{cm->shadow(), cm->hardware(), cm->dirty(), cm->initialized()} {}
+  bool holdsEntries(U32 end) const {
+    return cm->chipHam() && buffers[0] && buffers[1] && buffers[2] && buffers[3] &&
+           end <= StoreAccess::view(*cm).entries &&
+           U64{end} * cm->entrySize() <= buffers[1]->size();
+  }
+
+  const ChipMemory::Ptr cm;
+  const Hal::BufBase::Ptr buffers[4];
+};
+
+}  // namespace
+
+U32 HardwareShadow::differentEntry(const ChipMemory::Ptr& cm, U32 first, U32 end) const {
+  const Zint::Ptr<const HardwareShadow> self(this);
+  const HeldRegion held(
+      cm, "null cm parameter to Hardware::HardwareShadow::differentEntry not allowed");
+  UMBRA_ASSERT_REGION(*held.cm, held.holdsEntries(end));
+  return Comparison(*held.cm, end, Zint::Epoch::Mark(stateChanges_)).findDifference(first);
+}
+
+void HardwareShadow::doAuditEntry(const ChipMemory::Ptr& cm, U32 entry) {
+  const Ptr self(this);
+  const HeldRegion held(cm,
+                        "null cm parameter to Hardware::HardwareShadow::doAuditEntry not allowed");
+  UMBRA_ASSERT_REGION(*held.cm, entry < ~0u && held.holdsEntries(entry + 1));
+  auditEntry(*this, held.cm, Comparison(*held.cm, entry + 1, Zint::Epoch::Mark(stateChanges_)),
+             entry);
 }
 
 void HardwareShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
