@@ -27,8 +27,12 @@ struct Thread {
 // Trivially destructible: destructors of other objects may still trace. initial-exec: no call to
 // __tls_get_addr, also in a library that is loaded later.
 [[gnu::tls_model("initial-exec")]] constinit thread_local Thread thread{0, false};
-// The part that the thread wrote to last, at each level.
-[[gnu::tls_model("initial-exec")]] constinit thread_local void* used[TraceFile::rings]{};
+// The ring and the part that the thread wrote to last, at each level.
+struct Used {
+  const void* ring;
+  void* part;
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local Used used[TraceFile::rings]{};
 
 bool isAlive(U32 key) { return threads[key % threadsMax].load(std::memory_order_acquire) == key; }
 
@@ -39,7 +43,7 @@ struct ThreadEnd {
   ThreadEnd& operator=(const ThreadEnd&) = delete;
   ~ThreadEnd() {
     const U32 key = std::exchange(thread.key, 0);
-    std::fill(std::begin(used), std::end(used), nullptr);
+    std::fill(std::begin(used), std::end(used), Used{});
     threads[key % threadsMax].store(0, std::memory_order_release);
   }
 };
@@ -126,13 +130,12 @@ void RingBuf::Part::append(const U8* record, U32 recordBytes) {
 
 // The part that this thread writes to at a level.
 [[gnu::always_inline]] inline RingBuf::Part& RingBuf::partOf(U32 level) {
-  // The last one may be another file's, also of one that is gone.
-  auto* part = static_cast<Part*>(used[level]);
-  const std::uintptr_t offset =
-      reinterpret_cast<std::uintptr_t>(part) - reinterpret_cast<std::uintptr_t>(parts_);
-  if (offset >= sizeof parts_ || part->owner.load(std::memory_order_relaxed) != thread.key)
-      [[unlikely]] {
-    used[level] = part = &claim();
+  // The last one may be another file's, also of one that is destroyed and had the same memory.
+  Used& last = used[level];
+  auto* part = static_cast<Part*>(last.part);
+  if (last.ring != this || part->owner.load(std::memory_order_relaxed) != thread.key) [[unlikely]] {
+    part = &claim();
+    last = {this, part};
   }
   return *part;
 }
@@ -164,6 +167,8 @@ void RingBuf::Part::append(const U8* record, U32 recordBytes) {
       part_(&ring.partOf(level)),
       size_(sizeof(Header)),
       isInPlace_(part_ != ring.parts_ + threadParts) {
+  // Read first: a clock may throw, and then the part must not know this record.
+  const Zint::Seconds time = Zint::recordTime();
   if (isInPlace_) {
     if (part_->current != nullptr) part_->current->moveToStack();
     part_->current = this;
@@ -177,7 +182,6 @@ void RingBuf::Part::append(const U8* record, U32 recordBytes) {
   }
   // The size is known at the end.
   std::memcpy(bytes_ + offsetof(Header, id), &id, sizeof id);
-  const Zint::Seconds time = Zint::recordTime();
   std::memcpy(bytes_ + offsetof(Header, time), &time, sizeof time);
 }
 

@@ -222,8 +222,8 @@ class UMBRA_API TraceFile {
 
   // Level n's ring. REQUIRES: level < rings.
   RingBuf& ringBuf(U32 level) { return rings_[level]; }
-  // The records of one level in the order of their times; those of one thread in the order in which
-  // they were ended.
+  // The records of one level in the order of their times, except that those of one part are in the
+  // order in which they were ended.
   std::vector<Record> records(U32 level) const;
   // Forgets all records; the counts of what was lost start at 0 again.
   void clear();

@@ -145,8 +145,8 @@ UMBRA_API Seconds now();
 // The turn time of the same clock: for records, which need no exact time.
 UMBRA_API Seconds turnTime();
 
-// The same, but where it would be the current time of the system's clock, to within 2 us. Never
-// goes back on a thread as long as the clock is the same.
+// The same, but to within 2 us where it would be the current time of the system's clock. There it
+// never goes back on a thread; the time of a turn after it may be up to 2 us earlier.
 UMBRA_API Seconds recordTime();
 
 // The name under which reflection shows it.

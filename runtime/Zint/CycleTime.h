@@ -19,7 +19,7 @@ class CycleTime {
     const U64 cycles = Source::cycles() - base_;
     if (cycles >= reach_) [[unlikely]]
       return readClock();
-    return last_ = time_ + static_cast<S32>(cycles) * rate_;
+    return later(time_ + static_cast<S32>(cycles) * rate_);
   }
 
  private:
@@ -52,7 +52,7 @@ class CycleTime {
     return later(time);
   }
 
-  // The count may have been a little ahead of the clock.
+  // The count may have been a little ahead of the clock, or that of another processor.
   Seconds later(Seconds time) { return last_ = time > last_ ? time : last_; }
 
   U64 base_ = 0;     // the count at time_

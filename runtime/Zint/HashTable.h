@@ -394,7 +394,7 @@ class HashTable {
 
   static constexpr U32 firstBits = 3;
 
-  U32 from_ = 0;  // constant after construction
+  U32 from_ = 0;  // the first bit that distinguishes its members
   U32 bits_ = 0;
   U32 prefix_ = 0;   // all later bits are 0
   U32 chained_ = 0;  // members in its own chains

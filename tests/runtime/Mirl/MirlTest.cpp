@@ -4,11 +4,17 @@
 #include <support/ManualLoop.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <new>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -533,6 +539,65 @@ TEST_F(MirlTest, aThreadWritesToEachFileItIsGiven) {
     EXPECT_EQ(other->records(0).size(), 3u);
   }
   EXPECT_EQ(texts(0).size(), 30u);
+}
+
+// The second file's records are where the thread's part of the first one was.
+TEST_F(MirlTest, aThreadWritesToAFileThatOverlapsTheMemoryOfAFormerOne) {
+  constexpr std::size_t distance = 4096;
+  const std::unique_ptr<std::byte[]> memory(new std::byte[sizeof(TraceFile) + 2 * distance]());
+  std::byte* const second =
+      memory.get() + distance - reinterpret_cast<std::uintptr_t>(memory.get()) % distance;
+  const auto make = [](void* at) {
+    return std::unique_ptr<TraceFile, void (*)(TraceFile*)>(
+        new (at) TraceFile, [](TraceFile* of) { of->~TraceFile(); });
+  };
+  U32 key = 0;
+  {
+    const auto former = make(second + distance);
+    RingBuf::startMsg(*former, desc, 0);
+    // The first number in the file says whose part it is.
+    for (std::size_t at = 0; key == 0 && at < sizeof(TraceFile); at += sizeof key) {
+      std::memcpy(&key, second + distance + at, sizeof key);
+    }
+  }
+  const auto overlapping = make(second);
+  std::thread([&] {
+    auto msg = RingBuf::startMsg(*overlapping, desc, 0);
+    std::string keys(2 * distance, '\0');
+    for (std::size_t at = 0; at < keys.size(); at += 4) std::memcpy(&keys[at], &key, sizeof key);
+    // So that the numbers are aligned: a record begins with 16 bytes, a text with 3.
+    msg << U32{0} << keys;
+    msg.endMsg();
+  }).join();
+  auto msg = RingBuf::startMsg(*overlapping, desc, 0);
+  msg << U32{1};
+  msg.endMsg();
+  EXPECT_EQ(overlapping->records(0).size(), 2u);
+}
+
+// --- A clock that cannot be read ---
+
+struct UnreadableClock : Zint::Clock {
+  using Clock::Clock;
+  Zint::Seconds timeRead() const override {
+    if (isUnreadable) throw std::runtime_error("unreadable");
+    return 5;
+  }
+  bool isUnreadable = false;
+};
+
+TEST_F(MirlTest, startMsg_thatThrowsLeavesNoRecordUnderConstruction) {
+  const auto clock = Zint::makePtr<UnreadableClock>("unreadable");
+  const auto activity = Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
+  alignas(RingBuf::Msg) std::array<std::byte, sizeof(RingBuf::Msg)> memory{};
+  clock->isUnreadable = true;
+  EXPECT_THROW(new (memory.data()) RingBuf::Msg(RingBuf::startMsg(*file, desc, 0)),
+               std::runtime_error);
+  clock->isUnreadable = false;
+  memory.fill(std::byte{0});
+  write(desc, 0, 1);
+  EXPECT_THAT(memory, testing::Each(std::byte{0})) << "its memory is the caller's again";
+  EXPECT_THAT(texts(0), ElementsAre("n 1"));
 }
 
 // --- The ring against a list ---

@@ -107,6 +107,20 @@ TEST_F(CycleTimeTest, read_isRightAfterTheCounterWentBack) {
   EXPECT_LE(clockReadsOf(1e-6, 10'000), 12u);
 }
 
+// As between two processors: by less than the count since the clock was read.
+TEST_F(CycleTimeTest, read_neverGoesBackWhenTheCounterDoesALittle) {
+  readEach(1e-6, 5000);
+  for (int i = 0; i < 100; ++i) {
+    readEach(1e-6, 900);
+    TestedSource::counted -= 2.5e4;
+    TestedSource::pass(1e-7);
+    const Seconds read = time.read();
+    ASSERT_GE(read, last) << i;
+    last = read;
+    TestedSource::counted += 2.5e4;
+  }
+}
+
 TEST_F(CycleTimeTest, read_isRightWhenItIsInterruptedWithinAReading) {
   std::mt19937 random(5);
   for (int i = 0; i < 300; ++i) {
