@@ -1,6 +1,6 @@
 // Where the search of an ascending array begins: the array's range is cut into buckets of one
 // width, about two for each number, and the table holds for each bucket the position of the last
-// number at or before its end. So a search compares few numbers, wherever the array's size.
+// number at or before its end. So a search compares few numbers, whatever the array's size.
 //
 //   StartTable starts;
 //   starts.build(numbers, count);

@@ -4,6 +4,14 @@
 #include <cstdlib>
 #include <new>
 
+#if defined(__SANITIZE_ADDRESS__)
+#define UMBRA_ADDRESSES_ARE_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define UMBRA_ADDRESSES_ARE_SANITIZED
+#endif
+#endif
+
 namespace Hal {
 namespace {
 
@@ -39,23 +47,33 @@ Buf::~Buf() {
   if (!isJoined_) std::free(data());
 }
 
-// The object at the beginning of a block; its bytes follow.
+// The bytes at the beginning of a block, aligned as it is; the object follows.
 class JoinedBuf final : public Buf {
  public:
-  JoinedBuf(U8* block, U32 size) : Buf(block + sizeof(JoinedBuf), size) {}
+  JoinedBuf(U8* block, U32 size) : Buf(JoinedBytes(), block, size) {}
 
-  static void* operator new(std::size_t, U8* block) noexcept { return block; }
-  static void operator delete(void* block) noexcept { std::free(block); }
+  static void* operator new(std::size_t, U8* place) noexcept { return place; }
+  static void operator delete(JoinedBuf* buf, std::destroying_delete_t) noexcept {
+    U8* const block = buf->data();
+    buf->~JoinedBuf();
+    std::free(block);
+  }
 
  protected:
   ~JoinedBuf() override = default;
 };
 
 Zint::Ptr<Buf> bufFactory(U32 size) {
-  // In 32 bits the sum may be more than the address space.
-  if (size > ~std::size_t{0} - sizeof(JoinedBuf)) throw std::bad_alloc();
-  U8* block = newZeroedBlock(sizeof(JoinedBuf) + size);
-  return Zint::Ptr<Buf>::adopt(new (block) JoinedBuf(block, size));
+#ifdef UMBRA_ADDRESSES_ARE_SANITIZED
+  return Zint::makePtr<Buf>(size);  // an access beyond its bytes leaves their block
+#else
+  const U64 place = (U64{size} + alignof(JoinedBuf) - 1) / alignof(JoinedBuf) * alignof(JoinedBuf);
+  // In 32 bits it may be more than the address space.
+  if (place > ~std::size_t{0} - sizeof(JoinedBuf)) throw std::bad_alloc();
+  const auto offset = static_cast<std::size_t>(place);
+  U8* block = newZeroedBlock(offset + sizeof(JoinedBuf));
+  return Zint::Ptr<Buf>::adopt(new (block + offset) JoinedBuf(block, size));
+#endif
 }
 
 const Zint::Type* Buf::fwkType() const { return &bufType; }

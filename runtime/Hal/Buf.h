@@ -33,7 +33,7 @@ class UMBRA_API Buf : public BufBase {
  public:
   using Ptr = Zint::Ptr<Buf>;
 
-  // No memory: std::bad_alloc. bufFactory() makes one that takes less memory.
+  // No memory: std::bad_alloc.
   explicit Buf(U32 size);
 
   const Zint::Type* fwkType() const override;
@@ -44,11 +44,12 @@ class UMBRA_API Buf : public BufBase {
  private:
   friend class JoinedBuf;
 
-  // Bytes that lie in the block of the object.
-  Buf(U8* data, U32 size) : BufBase(data, size) { isJoined_ = true; }
+  struct JoinedBytes {};
+  Buf(JoinedBytes, U8* data, U32 size) : BufBase(data, size) { isJoined_ = true; }
 };
 
-// A buffer whose bytes lie in the same block as the object.
+// A buffer whose bytes lie in the same block as the object: it takes less memory. Bytes of both
+// kinds are aligned as those of malloc.
 UMBRA_API Zint::Ptr<Buf> bufFactory(U32 size);
 
 // The names under which reflection shows them.

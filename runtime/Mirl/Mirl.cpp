@@ -214,7 +214,7 @@ RingBuf::Msg& RingBuf::Msg::appendText(std::string_view text) {
   U8* to = bytes_ + size_;
   *to = length < text.size() ? cutTextTag : textTag;
   std::memcpy(to + 1, &length, sizeof length);
-  std::memcpy(to + tag, text.data(), length);
+  if (length != 0) std::memcpy(to + tag, text.data(), length);  // no text: null
   size_ += tag + length;
   return *this;
 }

@@ -62,7 +62,7 @@ class HashMap {
                              : Table::findInChain(bucket, hash, key);
   }
 
-  // REQUIRES: no member has its key.
+  // REQUIRES: no member has its key, and it keeps that key as long as it is in the map.
   void insert(const Ptr<V>& t) {
     if (t == nullptr) throwNullParameter("t", "Zint::HashMap::insert");
     ZINT_ASSERT("Zint/HashMap", t->fwkHmNext() == 0);
@@ -88,7 +88,8 @@ class HashMap {
   void delAll() {
     for (V* t = table_.firstFrom(0); t != nullptr;) {
       const U32 hash = link(*t).fwkHmHash_;
-      delBelow(table_, hash, t->fwkKey());
+      const bool keyIsKept = delBelow(table_, hash, t->fwkKey()) != nullptr;
+      ZINT_ASSERT("Zint/HashMap", keyIsKept);
       t = table_.firstOfHash(hash);
     }
   }

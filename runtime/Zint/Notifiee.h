@@ -69,8 +69,8 @@ class UMBRA_API NotifieeConst : public PtrInterface {
   // forgotten.
   void isRegisteredNotifieeIs(bool registered);
 
-  // What this is notified of: by default every attribute. A change takes effect at once, also for a
-  // walk under way.
+  // The attributes that this is notified of: every one by default. A change takes effect at once,
+  // also for a walk under way. Wake-ups of a clock do not depend on it.
   Interest interest() const { return interest_ == nullptr ? everyAttribute : *interest_; }
   void interestIs(Interest interest);
 

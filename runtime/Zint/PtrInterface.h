@@ -99,12 +99,12 @@ class UMBRA_API PtrInterface {
   [[gnu::cold, gnu::noinline]] void lastReferenceDel() const;
   void notifyAll(AttributeId attribute) const;
   U32 countNotifiees() const;
-  NotifieeList* notifieeList() const;
+  inline NotifieeList* notifieeList() const;
   void notifieeAdd(NotifieeConst* notifiee) const;
 
   mutable std::size_t references_ = 1;
   mutable NotifieeListHead* notifiees_ = nullptr;  // owned; null until the first registration
-  // One byte: derived classes use the three behind it.
+  // One byte: derived classes use the three after it.
   mutable bool hasTextNumber_ : 1 = false;
   bool hasNotificationActive_ : 1 = false;
   bool nondestructing_ : 1 = true;

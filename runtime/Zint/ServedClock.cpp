@@ -80,7 +80,13 @@ void ServedClock::onClockDestroyed() {
 }
 
 void ServedClock::readTime(SystemTime& systemTime) {
-  if (clock_ != nullptr) time_ = isSystemClock_ ? systemTime.read() : clockTime();
+  if (clock_ == nullptr) return;
+  if (isSystemClock_) {
+    time_ = systemTime.read();
+  } else {
+    time_ = clockTime();
+    systemTime.forget();  // the reading may have taken long
+  }
 }
 
 void ServedClock::beginTurn() {
@@ -132,6 +138,7 @@ Seconds ServedClock::delay(SystemTime& systemTime) const {
   if (isSystemClock_) return waitsFor() - systemTime.read();
   const bool isManual = clock_->isManual();
   const Seconds delay = waitsFor() - clockTime();
+  systemTime.forget();  // as above
   // A clock that is moved by hand reports when it has been; no real time brings it there.
   return delay > 0 && isManual ? never : delay;
 }

@@ -148,7 +148,7 @@ void coverageStreamIs(std::ostream* stream) {
 
 namespace {
 
-// `text` has a NUL behind it.
+// `text` has a NUL after it.
 void traceLine(const TraceHandle& handle, std::string_view text, U32 level, const char* context,
                const char* source, int line, const char* function) {
   if (traceState().coverage.load() != nullptr) {

@@ -65,7 +65,7 @@ class UMBRA_API TraceHandle {
   // Whether a text of this level, or of a finer one, is to be built.
   bool isBuiltFrom(U32 level) const { return built_.load(std::memory_order_relaxed) >> level != 0; }
 
-  // Traces a text that has a NUL behind it, if its level is to be built. What the sink throws is
+  // Traces a text that has a NUL after it, if its level is to be built. What the sink throws is
   // swallowed, and the line is lost.
   void trace(std::string_view text, U32 level, const char* context, const char* source, int line,
              const char* function) const;
@@ -114,7 +114,7 @@ class UMBRA_API TraceText : public std::ostream {
   TraceText();
   ~TraceText() override;
 
-  // With a NUL behind it. std::bad_alloc where memory ran out while it was built.
+  // With a NUL after it. std::bad_alloc where memory ran out while it was built.
   std::string_view bytes() { return buffer_.bytes(); }
 
  private:

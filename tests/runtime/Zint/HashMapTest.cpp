@@ -210,6 +210,25 @@ TEST(HashMap, insertingASecondMemberOfAKeyFailsAnAssertion) {
   EXPECT_DEATH(insert(map, 1u), assertionOfInsert("!place.holdsKey"));
 }
 
+// A member must not lose the key under which it was inserted: among many of one hash it is not
+// found again.
+TEST(HashMapDeathTest, delAllOfAMemberWhoseKeyHasChanged) {
+  struct Fickle : Zint::PtrInterface, HashMapLink<Fickle> {
+    explicit Fickle(U32 id) : key{1, id} {}
+    Placed fwkKey() const { return key; }
+    Placed key;
+  };
+  HashMap<Fickle, Placed> map;
+  const Ptr<Fickle> first = makePtr<Fickle>(0u);
+  map.insert(first);
+  for (U32 id = 1; id < 1000; ++id) map.insert(makePtr<Fickle>(id));
+  first->key.id = 5000;
+  EXPECT_DEATH(
+      map.delAll(),
+      (Support::Assertion{"Zint/HashMap", 0, "void Zint::HashMap<V, K>::delAll()", "keyIsKept"}));
+  first->key.id = 0;
+}
+
 // Enters its map anew, under other keys, when it is destroyed.
 class Returning : public Zint::PtrInterface, public HashMapLink<Returning> {
  public:
