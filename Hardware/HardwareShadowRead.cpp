@@ -12,7 +12,7 @@ namespace {
 
 // The number of entries of a read of several whole ones; 0 if they are not all initialized and in
 // the store, or if `data` overlaps the shadow. noinline: one entry is the common case.
-[[gnu::noinline]] U32 disjointEntries(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
+[[gnu::noinline]] U32 servedEntries(const ChipMemory& cm, U32 entry, const U8* data, U32 size) {
   const U32 count = wholeEntries(cm, entry, size);
   const bool isServed = count != 0 && !overlap(*cm.shadow(), data, size) &&
                         bitmapRangeIsSet(StoreAccess::view(cm).initialized, entry, count);
@@ -52,7 +52,7 @@ namespace {
   if (size == cm.entrySize() && size != 0) [[likely]] {
     if (entry >= view.entries || !bitmapBit(view.initialized, entry)) return false;
   } else {
-    count = disjointEntries(cm, entry, data, size);
+    count = servedEntries(cm, entry, data, size);
     if (count == 0) return false;
   }
   if (cm.isObserved(ChipMemory::Id::readCacheHits) || overridesReadCacheHits(cm)) [[unlikely]] {

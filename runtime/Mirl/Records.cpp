@@ -85,21 +85,21 @@ class RingBuf::Part::Reading {
   // other side: both are sequentially consistent.
   explicit Reading(Part& part) : part_(part) {
     part_.isRead.exchange(true);
-    const U64 begin = part_.begin.load();
-    const U32 end = part_.end.load(std::memory_order_acquire);
-    dropped_ = begin >> 16;
-    place_ = static_cast<U32>(begin & 0xffff) * unit;
-    records_ = ((end >> 12) - static_cast<U32>(dropped_)) & 0xfffff;
-    U32 bytes = 0;
+    const U64 oldest = part_.begin.load();
+    const U32 newest = part_.end.load(std::memory_order_acquire);
+    dropped_ = oldest >> 16;
+    place_ = static_cast<U32>(oldest & 0xffff) * unit;
+    records_ = ((newest >> 12) - static_cast<U32>(dropped_)) & 0xfffff;
+    U32 total = 0;
     for (U32 i = 0, at = place_; i < records_; ++i) {
-      const U32 size = part_.recordSize(at);
-      bytes += size;
-      at = following(at, size);
+      const U32 length = part_.recordSize(at);
+      total += length;
+      at = following(at, length);
     }
-    for (; bytes > capacity; --records_, ++dropped_) {  // kept, but not shown
-      const U32 size = part_.recordSize(place_);
-      bytes -= size;
-      place_ = following(place_, size);
+    for (; total > capacity; --records_, ++dropped_) {  // kept, but not shown
+      const U32 length = part_.recordSize(place_);
+      total -= length;
+      place_ = following(place_, length);
     }
   }
   ~Reading() { part_.isRead.store(false, std::memory_order_release); }
@@ -111,16 +111,16 @@ class RingBuf::Part::Reading {
   void clear() { part_.cleared = dropped_ + records_; }
   // Returns the bytes of all records.
   U32 copy(U8* to) const {
-    U32 bytes = 0;
+    U32 total = 0;
     for (U32 i = 0, at = place_; i < records_; ++i) {
-      const U32 size = part_.recordSize(at);
+      const U32 length = part_.recordSize(at);
       if (dropped_ + i >= part_.cleared) {
-        std::memcpy(to + bytes, part_.bytes + at, size);
-        bytes += size;
+        std::memcpy(to + total, part_.bytes + at, length);
+        total += length;
       }
-      at = following(at, size);
+      at = following(at, length);
     }
-    return bytes;
+    return total;
   }
 
  private:

@@ -3,8 +3,6 @@
 
 #include <Zint/Integers.h>
 
-#include <algorithm>
-
 namespace Zint {
 
 // Names one member of a type: 256 + its position in the type's member list, the members of the base
@@ -20,7 +18,9 @@ using Interest = U64;
 constexpr Interest everyAttribute = ~Interest{0};
 
 constexpr Interest interestIn(AttributeId attribute) {
-  return Interest{1} << std::min(attribute - firstAttributeId, AttributeId{63});
+  constexpr AttributeId last = firstAttributeId + 63;
+  const bool hasOwn = attribute >= firstAttributeId && attribute < last;
+  return Interest{1} << (hasOwn ? attribute - firstAttributeId : 63);
 }
 
 // The setter's first line: false when the value is held already, else stores it.

@@ -58,7 +58,8 @@ class HashTable {
 
   // Empty, a chain, or a table. It says the hash of the first member, and whether there are more,
   // so that most searches touch no member. It owns a reference to the first member of its chain, or
-  // its table; who copies or overwrites a bucket sees to that.
+  // its table. A copy owns nothing: whoever copies or overwrites a
+  // bucket moves the reference by hand.
   class Bucket {
    public:
     Bucket() = default;
@@ -74,8 +75,10 @@ class HashTable {
     bool isEmpty() const { return word_ == 0; }
     bool hasTable() const { return (word_ & below) != 0; }
     // REQUIRES: it has one.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a tagged address
     HashTable* table() const { return reinterpret_cast<HashTable*>(word_ - below); }
     // The rest REQUIRES: it has no table. Null when it is empty.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a tagged address
     V* first() const { return reinterpret_cast<V*>(word_ & ~more); }
     bool hasMore() const { return (word_ & more) != 0; }
     // Of the first member. REQUIRES: it is not empty.

@@ -175,7 +175,14 @@ TEST_F(OwnAudit, refusesNullAndWhatTheBuffersDoNotHold) {
       Hardware::chipMemoryFactory("no method", ChipAddress(0, 0x3000), 4, 4, 4, nullptr);
   noMethod->shadowEnabledIs(true);
   EXPECT_EQ(Support::assertedCondition([&] { own->differentEntry(noMethod, 0, 1); }), holds);
-  EXPECT_REGION_ASSERTION(own->differentEntry(mac, 0, 17), "mac");
+  EXPECT_ASSERTION_OF("mac", own->differentEntry(mac, 0, 17),
+                      "U32 Hardware::HardwareShadow::differentEntry(const "
+                      "Hardware::ChipMemory::Ptr&, U32, U32) const",
+                      "held.holdsEntries(end)");
+  EXPECT_ASSERTION_OF(
+      "mac", own->doAuditEntry(mac, 16),
+      "void Hardware::HardwareShadow::doAuditEntry(const Hardware::ChipMemory::Ptr&, U32)",
+      "entry < ~0u && held.holdsEntries(entry + 1)");
 }
 
 }  // namespace
