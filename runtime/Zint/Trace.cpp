@@ -111,6 +111,7 @@ void TraceHandle::levelUpToIs(U32 level) {
 }
 
 TraceHandle* TraceHandle::find(const String8& name) {
+  (void)zintTrace();  // made by its first use, which may be this one
   std::lock_guard guard(traceState().mutex);
   TraceHandle* handle = traceState().handles;
   while (handle != nullptr && name != handle->name_) handle = handle->next_;
