@@ -65,7 +65,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
       chipMemoryEntriesUnderAudit,
       hasNotificationActiveIs,
       zintDoZombieReactors,
-      lastMember = zintDoZombieReactors  // the ids of a derived class begin behind it
+      lastMember = zintDoZombieReactors  // the ids of a derived class begin after it
     };
   };
 

@@ -112,10 +112,9 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry,
   UMBRA_ASSERT_REGION(*cm, numEntries == 0 || end <= bitsOf(*initializedBuf));
 
   const U8* initialized = initializedBuf->data();
-  const U32 count = static_cast<U32>(numEntries);
   // One byte of the bitmap, up to eight entries, at a time.
   U32 b = entry;
-  for (U32 left = bitmapRangeIsSet(initialized, entry, count) ? 0 : count; left > 0;) {
+  for (U32 left = static_cast<U32>(numEntries); left > 0;) {
     const BitGroup group(b, left);
     if ((initialized[b >> 3] & group.mask) != group.mask) {
       if (!overrideHardware_) {
@@ -135,11 +134,6 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry,
   UMBRA_TRACE(7, __LINE__,
               "Read hit cache " << cm->name() << " " << numEntries << " entries starting at 0x"
                                 << std::hex << entry);
-  if (offset + size <= shadowBuf->size() && !overridesReadFromCache(*cm->chipHam()) &&
-      !overlap(*shadowBuf, data, size)) {
-    copyBytes(data, shadowBuf->data() + offset, size);
-    return true;
-  }
   for (U64 source = offset; size > 0;) {
     const U32 part = std::min(entrySize, size);
     const bool isServed =

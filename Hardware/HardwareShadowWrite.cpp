@@ -69,6 +69,13 @@ struct BaseWriter {
   static void finishMiss() {}
 };
 
+// The bits of a group's entries that are hits, from `e` on.
+[[gnu::always_inline]] inline U32 hitsOfGroup(const U8* initialized, U32 e, const BitGroup& group,
+                                              const U8* shadow, const U8* data, U32 entrySize) {
+  const U32 equal = equalEntries(shadow, data, entrySize, group.count) << (e & 7);
+  return equal & initialized[e >> 3] & group.mask;
+}
+
 // Equivalent to writeEntries with a BaseWriter, but a byte of the bitmaps at a time. Returns the
 // number of hits. REQUIRES: the three buffers and `data` are disjoint. Then copying a hit changes
 // nothing, and no entry depends on another.
@@ -95,8 +102,7 @@ struct BaseWriter {
   const U8* offered = data;
   for (U32 e = entry, left = count; left > 0;) {
     const BitGroup group(e, left);
-    const U32 equal = equalEntries(shadow, offered, entrySize, group.count) << (e & 7);
-    const U32 hit = equal & initialized[e >> 3] & group.mask;
+    const U32 hit = hitsOfGroup(initialized, e, group, shadow, offered, entrySize);
     const U32 missed = group.mask & ~hit;
     dirty[e >> 3] = static_cast<U8>(dirty[e >> 3] | missed);
     initialized[e >> 3] = static_cast<U8>(initialized[e >> 3] | missed);
@@ -123,11 +129,7 @@ bool holdsHit(const ChipMemory& cm, U32 entry, const U8* data, U32 count) {
   const U8* shadow = view.shadow + std::size_t{entrySize} * entry;
   for (U32 e = entry, left = count; left > 0;) {
     const BitGroup group(e, left);
-    const U32 initialized = view.initialized[e >> 3] & group.mask;
-    if (initialized != 0 &&
-        (equalEntries(shadow, data, entrySize, group.count) << (e & 7) & initialized) != 0) {
-      return true;
-    }
+    if (hitsOfGroup(view.initialized, e, group, shadow, data, entrySize) != 0) return true;
     shadow += group.count * entrySize;
     data += group.count * entrySize;
     e += group.count;

@@ -14,23 +14,17 @@ using Clock = std::chrono::steady_clock;
 constexpr U32 slice = 1024;
 
 // Registers under audit; the chip and the shadow hold zeroes.
-struct TurnStand : Stand {
+struct TurnStand : PassStand {
   TurnStand(U32 entryCount, const std::function<Zint::Ptr<Fru::HamImpl>()>& makeRegisters)
-      : entries(entryCount), registers(makeRegisters()) {
-    region = regionIs(Hardware::ChipAddress(0, 0), entries, 4,
-                      Hardware::genericChipHamFactory("generic", registers));
-    region->shadowEnabledIs(true);
-    region->auditEnabledIs(true);
-    configured();
-    region->doClear();
-    reader = Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock, slice, 0.0);
-    shadow->stateIs(Hardware::HardwareShadow::auditing());
-  }
+      : TurnStand(entryCount, makeRegisters()) {}
 
-  U32 entries;
   Zint::Ptr<Fru::HamImpl> registers;
-  Hardware::ChipMemory::Ptr region;
-  Hardware::ChipReader::Ptr reader;
+
+ private:
+  TurnStand(U32 entryCount, const Zint::Ptr<Fru::HamImpl>& chip)
+      : PassStand(entryCount, slice,
+                  [&chip] { return Hardware::genericChipHamFactory("generic", chip); }),
+        registers(chip) {}
 };
 
 double seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }

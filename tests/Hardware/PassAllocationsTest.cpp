@@ -100,7 +100,7 @@ TEST_F(PassAllocationsTest, memberThatIsHeldIsNotUsedAgain) {
   EXPECT_EQ(held->chipMemory(), region);
 }
 
-// What is kept for the next pass keeps no region, and stopping releases it.
+// What is kept for the next pass keeps no region: the end of the reader releases none.
 TEST_F(PassAllocationsTest, keepsNoRegion) {
   audit(2, 40, 4);
   const ChipMemory::Ptr region = shadow->chipMemory(ChipAddress(0, 0));
