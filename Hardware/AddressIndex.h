@@ -1,7 +1,7 @@
 // The address index of a shadow: from an address to the region that contains it.
 //
-//   index.build(registry.iterator());      // regions in ascending address order
-//   ChipMemory* cm = index.find(address);  // two searches of dense arrays, see StartTable
+//   index.build(registry.iterator(), visit);  // regions in ascending address order
+//   ChipMemory* cm = index.find(address);     // two searches of dense arrays, see StartTable
 //
 // Two levels, both in ascending order. The upper level has the memory ids (upper address words) and
 // a chunk for each of them. A chunk has the offsets (lower address words) of its regions and the
@@ -30,13 +30,16 @@ constexpr const char* findChipMemoryFunction =
 
 class AddressIndex {
  public:
-  // Adds every region. `reactor` walks them in ascending address order.
+  // Adds every region and calls `visit` with it. `reactor` walks them in ascending address order.
   // REQUIRES: at most 65,535 memory ids, and 65,535 regions of one memory id: nextIndex cannot
   // count 65,536 in its 16 bits.
-  template <class Iterator>
-  void build(Iterator reactor) {
+  template <class Iterator, class Visit>
+  void build(Iterator reactor, Visit visit) {
     if (isEmpty()) forget();
-    for (; reactor; ++reactor) add(reactor->chipMemory());
+    for (; reactor; ++reactor) {
+      add(reactor->chipMemory());
+      visit(*reactor->chipMemory());
+    }
     buildStartTables();
   }
   // Releases the chunks. Regions that only they hold are destroyed last, when the index is empty:

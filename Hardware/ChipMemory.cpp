@@ -27,6 +27,7 @@ ChipMemory::~ChipMemory() {
   initialized_ = nullptr;
   shadow_ = nullptr;
   hardware_ = nullptr;
+  volatileEntries_ = nullptr;
   chipHam_ = nullptr;
 }
 
@@ -142,6 +143,14 @@ void ChipMemory::initializedIs(const Zint::Ptr<Hal::BufBase>& buffer) {
 
 void ChipMemory::dirtyIs(const Zint::Ptr<Hal::BufBase>& buffer) {
   bufferIs(dirty_, buffer, Id::dirty);
+}
+
+// Not an attribute: nobody is notified.
+void ChipMemory::volatileEntriesIs(const Zint::Ptr<Hal::BufBase>& bitmap) {
+  const Ptr self(this);
+  Zint::Ptr<Hal::BufBase> replaced = bitmap;
+  volatileEntries_.swap(replaced);
+  updateStoreView();
 }
 
 void ChipMemory::NotifieeConst::handleNotification(Zint::ActivityConfig* activity) {

@@ -217,6 +217,14 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   // Writes the whole shadow to the chip in one access, or only the initialized entries one by one.
   void writeback(bool initializedOnly);
 
+  // --- Entries that change by themselves ---
+
+  // A bitmap, null where there are none (the default): an entry whose bit is set is never served
+  // from the cache, nor skipped as a write hit, whatever `initialized` says. Entries beyond its end
+  // are not volatile. While there is one, the region's data path is the reference loop.
+  const Zint::Ptr<Hal::BufBase>& volatileEntries() const { return volatileEntries_; }
+  void volatileEntriesIs(const Zint::Ptr<Hal::BufBase>& bitmap);
+
   // --- Reactions ---
   void handleAuditEnabled();
   void handleMode();
@@ -227,7 +235,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   // The store as the data path uses it: computed when a buffer, the mode or `entries` changes, not
   // at every access. The pointers are null where the buffers are.
   struct StoreView {
-    U32 entries = 0;  // that all three buffers hold; 0 in override mode or without a store
+    U32 entries = 0;  // for the fast path: storedEntries(), or 0 while some are volatile
     U8* shadow = nullptr;
     U8* initialized = nullptr;
     U8* dirty = nullptr;
@@ -240,6 +248,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   template <class Buffer>
   void bufferIs(Zint::Ptr<Buffer>& held, const Zint::Ptr<Buffer>& buffer, Zint::AttributeId id);
   void updateStoreView();
+  U32 storedEntries() const;  // that all three buffers hold; 0 in override mode or without a store
 
   // In the order of use: what a look-up, a write and a read touch comes first.
   const ChipAddress address_;
@@ -262,6 +271,7 @@ class UMBRA_API ChipMemory : public Zint::PtrInterface, public Zint::HashMapLink
   Zint::Ptr<Hal::BufBase> initialized_;
   Zint::Ptr<Hal::BufBase> dirty_;
   Zint::Ptr<Hal::Buf> hardware_;
+  Zint::Ptr<Hal::BufBase> volatileEntries_;
   U32 indirectCmdRegAddr_ = 0;
   U32 registersFixed_ = 0;
   Zint::Epoch stores_;  // advances with every store that is created or released

@@ -12,15 +12,18 @@ Zint::Ptr<Hal::Buf> ChipMemory::newStore() const { return Hal::bufFactory(entryS
 
 Zint::Ptr<Hal::Buf> ChipMemory::newBitmap() const { return Hal::bufFactory((entries_ >> 3) + 1); }
 
+U32 ChipMemory::storedEntries() const {
+  if (mode_ == override() || !shadow_ || !initialized_ || !dirty_) return 0;
+  const U64 marks = std::min(bitsOf(*initialized_), bitsOf(*dirty_));
+  const U32 marked = static_cast<U32>(std::min(marks, U64{entries_}));
+  return entrySize_ == 0 ? marked : std::min(marked, shadow_->size() / entrySize_);
+}
+
 void ChipMemory::updateStoreView() {
   storeView_ = {};
   storeIsDisjoint_ = false;
   if (mode_ == override() || !shadow_ || !initialized_ || !dirty_) return;
-  const U64 marks = std::min(bitsOf(*initialized_), bitsOf(*dirty_));
-  storeView_.entries = static_cast<U32>(std::min(marks, U64{entries_}));
-  if (entrySize_ != 0) {
-    storeView_.entries = std::min(storeView_.entries, shadow_->size() / entrySize_);
-  }
+  storeView_.entries = volatileEntries_ == nullptr ? storedEntries() : 0;
   storeView_.shadow = shadow_->data();
   storeView_.initialized = initialized_->data();
   storeView_.dirty = dirty_->data();

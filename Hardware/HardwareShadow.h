@@ -285,6 +285,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   // region are. REQUIRES: a region (range exception), its access method, and buffers that hold
   // `end` entries (fatal assertion).
   U32 differentEntry(const ChipMemory::Ptr& cm, U32 first, U32 end) const;
+  // Whether differentEntry() compares bytes: doCompare of the access method is not overridden.
+  static bool comparesBytes(const ChipHam& ham);
   // Does with an entry that differs what doAuditChips() does: one that was never written is
   // adopted, one that was written since the pass began is left, any other is reported and repaired
   // by doFixBadRegister().
@@ -314,7 +316,7 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void checkSizeForLast(U32 size) const;
   // The state whose action is under way; otherwise the state.
   State stateInAction() const { return isActing_ ? commands_.front() : state_; }
-  void enrolAuditedRegions();
+  void enrolAuditedRegions(bool isAnyAudited);
   void emptyAuditReadRequest();
   void clearIndex();
   void wakeClockAt(const Zint::Seconds& time);

@@ -284,7 +284,7 @@ void HardwareShadow::doAuditChips() {
     const U32 entries = cm->entries();
     const U32 entrySize = cm->entrySize();
     UMBRA_ASSERT_REGION(*cm, U64{entries} * entrySize <= hardwareBuf->size());
-    UMBRA_ASSERT_REGION(*cm, entries <= StoreAccess::view(*cm).entries);
+    UMBRA_ASSERT_REGION(*cm, entries <= StoreAccess::storedEntries(*cm));
 
     const Comparison comparison(*cm, entries, mark);
     U32 e = comparison.findDifference(0);
@@ -309,7 +309,7 @@ struct HeldRegion {
         buffers{cm->shadow(), cm->hardware(), cm->dirty(), cm->initialized()} {}
   bool holdsEntries(U32 end) const {
     return cm->chipHam() && buffers[0] && buffers[1] && buffers[2] && buffers[3] &&
-           end <= StoreAccess::view(*cm).entries &&
+           end <= StoreAccess::storedEntries(*cm) &&
            U64{end} * cm->entrySize() <= buffers[1]->size();
   }
 
@@ -326,6 +326,8 @@ U32 HardwareShadow::differentEntry(const ChipMemory::Ptr& cm, U32 first, U32 end
   UMBRA_ASSERT_REGION(*held.cm, held.holdsEntries(end));
   return Comparison(*held.cm, end, Zint::Epoch::Mark(stateChanges_)).findDifference(first);
 }
+
+bool HardwareShadow::comparesBytes(const ChipHam& ham) { return !overridesCompare(ham); }
 
 void HardwareShadow::doAuditEntry(const ChipMemory::Ptr& cm, U32 entry) {
   const Ptr self(this);

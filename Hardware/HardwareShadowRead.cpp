@@ -116,7 +116,8 @@ bool HardwareShadow::readFromCache(const ChipMemory::Ptr& chipMemory, U32 entry,
   U32 b = entry;
   for (U32 left = static_cast<U32>(numEntries); left > 0;) {
     const BitGroup group(b, left);
-    if ((initialized[b >> 3] & group.mask) != group.mask) {
+    const U32 served = initialized[b >> 3] & ~StoreAccess::volatileByte(*cm, b);
+    if ((served & group.mask) != group.mask) {
       if (!overrideHardware_) {
         UMBRA_TRACE(7, __LINE__,
                     "Read miss cache " << cm->name() << " " << group.count

@@ -66,18 +66,21 @@ void HardwareShadow::handleState() {
   const State state = stateInAction();
   UMBRA_TRACE(0, __LINE__, "HardwareShadow::handleState( " << state << " )");
   switch (state) {
-    case configured_:
+    case configured_: {
       if (auditReadRequest() != nullptr) {
         UMBRA_ASSERT(__LINE__, auditReadRequest()->chipMemorys() == 0);
       } else {
         auditReadRequestIs(chipReadRequestFactory("UmbraReadRequest"));
       }
       if (nextIndex() != 0) clearIndex();
-      index_.build(chipMemory_.iterator());
+      bool isAnyAudited = false;
+      index_.build(chipMemory_.iterator(),
+                   [&isAnyAudited](const ChipMemory& cm) { isAnyAudited |= cm.auditEnabled(); });
       UMBRA_ASSERT(__LINE__, auditReadRequest());  // a notifiee may have dropped it
-      enrolAuditedRegions();
+      enrolAuditedRegions(isAnyAudited);
       if (commands_.size() <= 1) stateIs(idle_);
       break;
+    }
     case idle_:
       wakeClockAt(Zint::never);
       UMBRA_ASSERT(__LINE__, auditReadRequest());
@@ -102,13 +105,16 @@ void HardwareShadow::handleState() {
 }
 
 // The entries are counted at the end: notifiees may switch the audit of regions on and off.
+// A walk of the registry takes as long as building the index.
 // REQUIRES: the request.
-void HardwareShadow::enrolAuditedRegions() {
+void HardwareShadow::enrolAuditedRegions(bool isAnyAudited) {
   const ChipReadRequest::Ptr request = auditReadRequest();
   enrolments_.advance();
-  for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
-    const ChipMemory::Ptr cm = reactor->chipMemory();
-    if (cm->mode() != ChipMemory::override() && cm->auditEnabled()) request->chipMemoryIs(cm);
+  if (isAnyAudited) {
+    for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
+      const ChipMemory::Ptr cm = reactor->chipMemory();
+      if (cm->mode() != ChipMemory::override() && cm->auditEnabled()) request->chipMemoryIs(cm);
+    }
   }
   U32 entries = 0;
   for (auto member = request->chipMemoryIterator(); member; ++member) {

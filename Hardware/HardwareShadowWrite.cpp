@@ -25,7 +25,7 @@ template <class Writer>
   U8* src = data;
   U8* dst = shadow + std::size_t{entrySize} * entry;
   for (U32 e = entry, left = count; left > 0; --left, ++e, src += entrySize, dst += entrySize) {
-    if (writer.skipsMatches() && bitmapBit(initialized, e) && entriesEqual(dst, src, entrySize)) {
+    if (writer.skipsMatches(e) && bitmapBit(initialized, e) && entriesEqual(dst, src, entrySize)) {
       writer.countHit(e);
       continue;
     }
@@ -42,7 +42,9 @@ struct CallingWriter {
   ChipMemory& cm;
   bool result = true;
 
-  bool skipsMatches() const { return cm.skipWriteIfMatchesCache(); }
+  bool skipsMatches(U32 e) const {
+    return cm.skipWriteIfMatchesCache() && (StoreAccess::volatileByte(cm, e) >> (e & 7) & 1) == 0;
+  }
   void countHit(U32 e) const {
     ZINT_TRACE_IN(writeFunction, umbraTrace(), 7, "", "Hardware/Umbra", __LINE__,
                   "Write hit cache " << cm.name() << " entry 0x" << std::hex << e);
@@ -60,7 +62,7 @@ struct BaseWriter {
   const ChipMemory& cm;
   U32 hits = 0;
 
-  bool skipsMatches() const { return cm.skipWriteIfMatchesCache(); }
+  bool skipsMatches(U32) const { return cm.skipWriteIfMatchesCache(); }
   void countHit(U32) { ++hits; }
   static bool copy(U8* dst, const U8* src, U32 entrySize) {
     copyBytes(dst, src, entrySize);
@@ -202,7 +204,7 @@ bool HardwareShadow::shadowWriteAndCompareWithCache(const ChipMemory::Ptr& chipM
   const U64 numEntries = size / entrySize;
   UMBRA_ASSERT(__LINE__, size % cm->entrySize() == 0);
   UMBRA_ASSERT(__LINE__, entry + numEntries <= cm->entries());
-  UMBRA_ASSERT_REGION(*cm, numEntries == 0 || entry + numEntries <= StoreAccess::view(*cm).entries);
+  UMBRA_ASSERT_REGION(*cm, numEntries == 0 || entry + numEntries <= StoreAccess::storedEntries(*cm));
 
   CallingWriter writer{*cm};
   writeEntries(writer, shadowBuf->data(), initializedBuf->data(), dirtyBuf->data(), entrySize,

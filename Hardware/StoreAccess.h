@@ -9,6 +9,12 @@ namespace Hardware {
 struct StoreAccess {
   static const auto& view(const ChipMemory& cm) { return cm.storeView_; }
   static bool isDisjoint(const ChipMemory& cm) { return cm.storeIsDisjoint_; }
+  static U32 storedEntries(const ChipMemory& cm) { return cm.storedEntries(); }
+  // The byte of volatileEntries() that holds the bit of `entry`.
+  static U32 volatileByte(const ChipMemory& cm, U32 entry) {
+    const Hal::BufBase* bitmap = cm.volatileEntries_.ptr();
+    return bitmap == nullptr || entry >> 3 >= bitmap->size() ? 0 : bitmap->data()[entry >> 3];
+  }
 
   // Count without a virtual call. REQUIRES: the counter is not overridden, or `n` is 0. The caller
   // notifies of it where it is observed.

@@ -155,11 +155,11 @@ TEST_F(RegionAssertions, write_needsASizeAnAccessMethodAndRoom) {
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", write(mac, 15), writeEntries,
-                      "numEntries == 0 || entry + numEntries <= StoreAccess::view(*cm).entries");
+                      "numEntries == 0 || entry + numEntries <= StoreAccess::storedEntries(*cm)");
   mac->shadowIs(shadowBuf);
   mac->initializedIs(buffer(1));
   EXPECT_ASSERTION_OF("mac", write(mac, 8), writeEntries,
-                      "numEntries == 0 || entry + numEntries <= StoreAccess::view(*cm).entries");
+                      "numEntries == 0 || entry + numEntries <= StoreAccess::storedEntries(*cm)");
 }
 
 TEST_F(RegionAssertions, read_needsASizeAnAccessMethodAndWhatItReads) {
@@ -237,10 +237,10 @@ TEST_F(RegionAssertions, audit_needsAnAccessMethodAndWholeBuffers) {
   const Hal::BufBase::Ptr shadowBuf = mac->shadow();
   mac->dirtyIs(buffer(1));
   EXPECT_ASSERTION_OF("mac", shadow->doAuditChips(), auditChips,
-                      "entries <= StoreAccess::view(*cm).entries");
+                      "entries <= StoreAccess::storedEntries(*cm)");
   mac->shadowIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", shadow->doAuditChips(), auditChips,
-                      "entries <= StoreAccess::view(*cm).entries");
+                      "entries <= StoreAccess::storedEntries(*cm)");
   mac->hardwareIs(buffer(63));
   EXPECT_ASSERTION_OF("mac", shadow->doAuditChips(), auditChips,
                       "U64{entries} * entrySize <= hardwareBuf->size()");
