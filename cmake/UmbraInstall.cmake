@@ -1,4 +1,5 @@
-# Installation: the library, its headers under include/umbra, the CMake package and umbra.pc.
+# Installation: the libraries, their headers under include/umbra, the CMake package, and one .pc file
+# for each library.
 # A 32-bit and a 64-bit build may share a prefix when they differ in CMAKE_INSTALL_LIBDIR.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -12,7 +13,13 @@ install(TARGETS Umbra EXPORT UmbraTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-foreach(folder IN ITEMS runtime Hardware platform)
+# A component of the package: Umbra::Driver is there where it was asked for.
+install(TARGETS UmbraDriver EXPORT UmbraDriverTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+foreach(folder IN ITEMS runtime Hardware platform Driver)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/umbra
@@ -22,7 +29,8 @@ foreach(folder IN ITEMS runtime Hardware platform)
             PATTERN "OverrideCheck.h" EXCLUDE
             PATTERN "StoreAccess.h" EXCLUDE
             PATTERN "ByName.h" EXCLUDE
-            PATTERN "Umbra.h" EXCLUDE)
+            PATTERN "Umbra.h" EXCLUDE
+            PATTERN "Driver.h" EXCLUDE)
   endif()
 endforeach()
 
@@ -38,6 +46,7 @@ install(FILES ${PROJECT_BINARY_DIR}/UmbraConfig.cmake
               ${PROJECT_BINARY_DIR}/UmbraConfigVersion.cmake
         DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+install(EXPORT UmbraDriverTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 
 # umbra.pc finds its own prefix, so the installed tree may be moved or installed elsewhere with
 # `cmake --install --prefix`. Absolute folders are taken as they are.
@@ -66,5 +75,9 @@ endif()
 list(APPEND UMBRA_PC_LIBS ${UMBRA_LINK_ALWAYS} "")
 string(REPLACE ";" " " UMBRA_PC_CFLAGS "${UMBRA_PC_CFLAGS}")
 string(REPLACE ";" " " UMBRA_PC_LIBS "${UMBRA_PC_LIBS}")
-configure_file(${CMAKE_CURRENT_LIST_DIR}/umbra.pc.in ${PROJECT_BINARY_DIR}/umbra.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/umbra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(UMBRA_DRIVER_PC_LIBS ${UMBRA_DRIVER_LINK_ALWAYS} "")
+string(REPLACE ";" " " UMBRA_DRIVER_PC_LIBS "${UMBRA_DRIVER_PC_LIBS}")
+foreach(name IN ITEMS umbra umbra-driver)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

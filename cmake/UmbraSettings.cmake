@@ -44,12 +44,12 @@ function(umbra_settings target)
   if(UMBRA_WERROR)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror)
     # Where one width needs a cast that the other does not, runtime/Zint/Sizes.h has it.
-    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND target STREQUAL "Umbra")
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND target MATCHES "^Umbra")
       target_compile_options(${target} PRIVATE -Wuseless-cast)
     endif()
-    # clang counts a change of sign as a conversion, g++ does not. The library is held to the
+    # clang counts a change of sign as a conversion, g++ does not. The libraries are held to the
     # stricter rule; for what is built around it g++'s is the rule.
-    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT target STREQUAL "Umbra")
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT target MATCHES "^Umbra")
       target_compile_options(${target} PRIVATE -Wno-sign-conversion)
     endif()
   endif()

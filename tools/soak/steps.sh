@@ -11,7 +11,7 @@ STEPS=(
 source tools/soak/builds.sh
 STEPS+=("${BUILDS[@]}")
 # Programs that are quick enough for valgrind, which slows them down thirty times and more.
-VALGRIND_PROGRAMS=(Hardware-tests runtime-tests scenario-tests contract-tests platform-tests)
+VALGRIND_PROGRAMS=(Hardware-tests runtime-tests scenario-tests contract-tests platform-tests Driver-tests)
 # Left out there: death tests fork and abort by intent; the sizes of the limits are for real speed;
 # valgrind puts its own operator new and delete in the place of those that count, and takes a block
 # that the address space cannot hold for an error.
@@ -184,7 +184,7 @@ run_reentrancy() {
 }
 
 run_ndebug() {
-  built x86-ndebug Hardware-tests runtime-tests platform-tests
+  built x86-ndebug Hardware-tests runtime-tests platform-tests Driver-tests
   tools/check/assertions build/x86-ndebug | tee "build/soak/$step.out" &&
     figure "$(sed -n 's/^check-assertions: \([0-9]* assertions\).*/\1/p' "build/soak/$step.out")"
 }
@@ -197,7 +197,7 @@ run_tsan() {
 
 # A wrap that is not listed is printed and the program goes on; so the output is what counts.
 run_unsigned() {
-  local program programs=(Hardware-tests runtime-tests platform-tests scenario-tests contract-tests)
+  local program programs=(Hardware-tests runtime-tests platform-tests Driver-tests scenario-tests contract-tests)
   local reports=0
   # A compiler cache does not know that the list is part of the command.
   export CCACHE_DISABLE=1
