@@ -7,5 +7,9 @@ namespace Driver {
 
 UMBRA_API extern const Zint::Type alarmRuleType;
 UMBRA_API extern const Zint::Type alarmRuleScopeType;
+UMBRA_API extern const Zint::Type policyType;
+UMBRA_API extern const Zint::Type ruleType;
+UMBRA_API extern const Zint::Type rewriteType;
+UMBRA_API extern const Zint::Type unwrittenType;
 
 }  // namespace Driver

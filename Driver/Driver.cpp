@@ -3,6 +3,7 @@
 #include <Driver/Driver.h>
 
 #include <Driver/AlarmRule.h>
+#include <Driver/Policy.h>
 
 #include <algorithm>
 #include <array>
@@ -29,13 +30,15 @@ constexpr TypeRow row(const Zint::Type& type) {
 
 // In the order of registration: that of the alphabet.
 constexpr TypeRow types[] = {
-    row<AlarmRule>(alarmRuleType),
-    row<AlarmRule::Scope>(alarmRuleScopeType),
+    row<AlarmRule>(alarmRuleType), row<AlarmRule::Scope>(alarmRuleScopeType),
+    row<Policy>(policyType),       row<Rewrite>(rewriteType),
+    row<Rule>(ruleType),           row<Unwritten>(unwrittenType),
 };
 
 constexpr Member factories[] = {
     factory<&alarmRuleFactory>("alarmRuleFactory", "name", "scope", "count", "within",
                                "clearAfter"),
+    factory<&policyFactory>("policyFactory", "chipMemory"),
 };
 
 constexpr std::size_t typeNamesSize = [] {

@@ -159,7 +159,7 @@ class UMBRA_API Policy : public Zint::PtrInterface {
   void isInForceIs(bool inForce);
   // Whether something was set for entries that the region does not have, and what: a text such as
   // "detectOnly (entries 60 to 69), once (entry 99)".
-  bool hasUnmatchedRun() const { return !unmatchedRuns().empty(); }
+  bool hasUnmatchedRun() const;
   Zint::String8 unmatchedRuns() const;
   // All that holds for the entry, for people, in one line.
   Zint::String8 text(U32 entry) const;
@@ -173,7 +173,14 @@ class UMBRA_API Policy : public Zint::PtrInterface {
     bool operator==(const Mask&) const = default;
   };
 
+  static Zint::String8 textOfMask(const Mask& mask);
   const Mask* maskOf(U32 entry) const;
+  Shared<Mask> makeMask(std::span<const U8> mask, Rewrite rewrite) const;
+  void requireEntry(std::span<const U8> value) const;
+  Hal::Buf::Ptr newBitmap() const;
+  bool hasVolatileEntry() const;
+  void handleEntries();
+  void tellRegion();
   static U32 atMost(U64 entry, U32 end) { return entry < end ? static_cast<U32>(entry) : end; }
 
   const ChipMemory::Ptr chipMemory_;
@@ -186,7 +193,8 @@ class UMBRA_API Policy : public Zint::PtrInterface {
   Unwritten unwritten_ = Unwritten::adopted;
   U32 auditEvery_ = 1;
   bool isInForce_ = true;
-  Hal::Buf::Ptr volatiles_;                         // the bitmap; null while no entry is volatile
+  Hal::Buf::Ptr volatiles_;  // the bitmap; null while no entry of the region is volatile
+  Hal::Buf::Ptr told_;       // what the region was given
   mutable std::unique_ptr<Comparison> comparison_;  // null after a change
 };
 

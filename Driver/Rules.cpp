@@ -1,4 +1,4 @@
-// The names of rules.
+// The names of the rules, of what a rewrite does and of what unwritten entries are.
 #include <Driver/Rules.h>
 
 #include <Zint/Enumeration.h>
@@ -8,41 +8,43 @@ namespace {
 
 constexpr const char* ruleNames[] = {"repaired", "detectOnly", "volatile",
                                      "noRead",   "writeOnly",  "readOnly"};
-constexpr Zint::Enumeration rules{"Driver::Rule", "Rule", ruleNames};
+constexpr Zint::Enumeration ruleWords{"Rule", "Rule", ruleNames};
 
 constexpr const char* rewriteNames[] = {"kept", "zero", "shadow"};
-constexpr Zint::Enumeration rewrites{"Driver::Rewrite", "Rewrite", rewriteNames};
+constexpr Zint::Enumeration rewriteWords{"Rewrite", "Rewrite", rewriteNames};
 
 constexpr const char* unwrittenNames[] = {"adopted", "zero", "defaults", "baseline"};
-constexpr Zint::Enumeration unwrittens{"Driver::Unwritten", "Unwritten", unwrittenNames};
+constexpr Zint::Enumeration unwrittenWords{"Unwritten", "Unwritten", unwrittenNames};
 
 }  // namespace
 
-Rule RuleInstance(U32 value) { return static_cast<Rule>(Zint::enumerationInstance(rules, value)); }
+Rule RuleInstance(U32 value) {
+  return static_cast<Rule>(Zint::enumerationInstance(ruleWords, value));
+}
 Rule RuleInstance(const Zint::String8& text) {
-  return static_cast<Rule>(Zint::enumerationInstance(rules, text));
+  return static_cast<Rule>(Zint::enumerationInstance(ruleWords, text));
 }
 Rewrite RewriteInstance(U32 value) {
-  return static_cast<Rewrite>(Zint::enumerationInstance(rewrites, value));
+  return static_cast<Rewrite>(Zint::enumerationInstance(rewriteWords, value));
 }
 Rewrite RewriteInstance(const Zint::String8& text) {
-  return static_cast<Rewrite>(Zint::enumerationInstance(rewrites, text));
+  return static_cast<Rewrite>(Zint::enumerationInstance(rewriteWords, text));
 }
 Unwritten UnwrittenInstance(U32 value) {
-  return static_cast<Unwritten>(Zint::enumerationInstance(unwrittens, value));
+  return static_cast<Unwritten>(Zint::enumerationInstance(unwrittenWords, value));
 }
 Unwritten UnwrittenInstance(const Zint::String8& text) {
-  return static_cast<Unwritten>(Zint::enumerationInstance(unwrittens, text));
+  return static_cast<Unwritten>(Zint::enumerationInstance(unwrittenWords, text));
 }
 
 Zint::String8 stringValue(Rule rule) {
-  return Zint::enumerationText(rules, static_cast<S32>(rule));
+  return Zint::enumerationText(ruleWords, static_cast<S32>(rule));
 }
 Zint::String8 stringValue(Rewrite rewrite) {
-  return Zint::enumerationText(rewrites, static_cast<S32>(rewrite));
+  return Zint::enumerationText(rewriteWords, static_cast<S32>(rewrite));
 }
 Zint::String8 stringValue(Unwritten unwritten) {
-  return Zint::enumerationText(unwrittens, static_cast<S32>(unwritten));
+  return Zint::enumerationText(unwrittenWords, static_cast<S32>(unwritten));
 }
 
 Zint::String8 valueToStrep(const Rule& rule) { return Zint::valueToStrep(stringValue(rule)); }
@@ -55,15 +57,15 @@ Zint::String8 valueToStrep(const Unwritten& unwritten) {
 
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      Rule& rule) {
-  rule = static_cast<Rule>(Zint::readEnumeration(rules, pos, end));
+  rule = static_cast<Rule>(Zint::readEnumeration(ruleWords, pos, end));
 }
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      Rewrite& rewrite) {
-  rewrite = static_cast<Rewrite>(Zint::readEnumeration(rewrites, pos, end));
+  rewrite = static_cast<Rewrite>(Zint::readEnumeration(rewriteWords, pos, end));
 }
 void sequenceToValue(Zint::String8::IteratorConst& pos, const Zint::String8::IteratorConst& end,
                      Unwritten& unwritten) {
-  unwritten = static_cast<Unwritten>(Zint::readEnumeration(unwrittens, pos, end));
+  unwritten = static_cast<Unwritten>(Zint::readEnumeration(unwrittenWords, pos, end));
 }
 
 std::ostream& operator<<(std::ostream& out, const Rule& rule) { return out << stringValue(rule); }

@@ -30,7 +30,8 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             PATTERN "StoreAccess.h" EXCLUDE
             PATTERN "ByName.h" EXCLUDE
             PATTERN "Umbra.h" EXCLUDE
-            PATTERN "Driver.h" EXCLUDE)
+            PATTERN "Driver.h" EXCLUDE
+            PATTERN "PolicyComparison.h" EXCLUDE)
   endif()
 endforeach()
 

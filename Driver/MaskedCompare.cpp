@@ -1,0 +1,132 @@
+#include <Driver/MaskedCompare.h>
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <numeric>
+#include <utility>
+
+namespace Driver {
+namespace {
+
+constexpr std::size_t vectorSize = sizeof(__m128i);
+// Of a difference, so much is searched again for its place. Larger blocks gain nothing.
+constexpr std::size_t largestBlock = 4096;
+// The most vectors of a period for which a block has accumulators.
+constexpr std::size_t mostVectors = 16;
+
+[[gnu::always_inline]] inline __m128i loadVector(const U8* at) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+}
+
+[[gnu::always_inline]] inline bool isZeroVector(__m128i v) {
+  return _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())) == 0xffff;
+}
+
+[[gnu::always_inline]] inline __m128i maskedDifference(const U8* a, const U8* b,
+                                                       const U8* compared) {
+  return _mm_and_si128(_mm_xor_si128(loadVector(a), loadVector(b)), loadVector(compared));
+}
+
+// Unrolled by hand: one accumulator for each vector of the period.
+template <std::size_t... i>
+[[gnu::always_inline]] inline bool differs(const U8* a, const U8* b, const U8* compared,
+                                           std::size_t periods, std::index_sequence<i...>) {
+  constexpr std::size_t period = sizeof...(i) * vectorSize;
+  __m128i found[] = {(static_cast<void>(i), _mm_setzero_si128())...};
+  for (; periods != 0; --periods, a += period, b += period) {
+    ((found[i] = _mm_or_si128(
+          found[i], _mm_xor_si128(loadVector(a + i * vectorSize), loadVector(b + i * vectorSize)))),
+     ...);
+  }
+  __m128i all = _mm_setzero_si128();
+  ((all = _mm_or_si128(all, _mm_and_si128(found[i], loadVector(compared + i * vectorSize)))), ...);
+  return !isZeroVector(all);
+}
+
+template <std::size_t vectors>
+bool blockDiffers(const U8* a, const U8* b, const U8* compared, std::size_t periods) {
+  return differs(a, b, compared, periods, std::make_index_sequence<vectors>());
+}
+
+template <std::size_t... i>
+constexpr auto blockKernelsOf(std::index_sequence<i...>) {
+  return std::array{blockDiffers<i + 1>...};
+}
+
+// By the number of vectors less 1.
+constexpr auto blockKernels = blockKernelsOf(std::make_index_sequence<mostVectors>());
+
+}  // namespace
+
+std::size_t differentByte(const U8* a, const U8* b, const U8* compared, std::size_t bytes) {
+  std::size_t at = 0;
+  for (; bytes - at >= 4 * vectorSize; at += 4 * vectorSize) {
+    const __m128i d0 = maskedDifference(a + at, b + at, compared + at);
+    const __m128i d1 = maskedDifference(a + at + 16, b + at + 16, compared + at + 16);
+    const __m128i d2 = maskedDifference(a + at + 32, b + at + 32, compared + at + 32);
+    const __m128i d3 = maskedDifference(a + at + 48, b + at + 48, compared + at + 48);
+    if (!isZeroVector(_mm_or_si128(_mm_or_si128(d0, d1), _mm_or_si128(d2, d3)))) break;
+  }
+  for (; bytes - at >= vectorSize; at += vectorSize) {
+    const int equal = _mm_movemask_epi8(
+        _mm_cmpeq_epi8(maskedDifference(a + at, b + at, compared + at), _mm_setzero_si128()));
+    if (equal != 0xffff) return at + static_cast<U32>(std::countr_one(static_cast<U32>(equal)));
+  }
+  while (at < bytes && ((a[at] ^ b[at]) & compared[at]) == 0) ++at;
+  return at;
+}
+
+std::size_t differentByte(const U8* a, const U8* b, std::size_t bytes) {
+  std::size_t at = 0;
+  for (std::size_t block = 64; at < bytes; block = std::min(2 * block, largestBlock)) {
+    block = std::min(block, bytes - at);
+    if (std::memcmp(a + at, b + at, block) != 0) break;
+    at += block;
+  }
+  for (; bytes - at >= vectorSize; at += vectorSize) {
+    const int equal = _mm_movemask_epi8(_mm_cmpeq_epi8(loadVector(a + at), loadVector(b + at)));
+    if (equal != 0xffff) return at + static_cast<U32>(std::countr_one(static_cast<U32>(equal)));
+  }
+  while (at < bytes && a[at] == b[at]) ++at;
+  return at;
+}
+
+MaskedCompare::MaskedCompare(std::span<const U8> mask) {
+  std::size_t period = std::lcm(mask.size(), vectorSize);
+  if (period > largestBlock) {
+    period = mask.size();
+  } else {
+    // Short periods are repeated: more accumulators do not wait for each other.
+    while (period <= 3 * vectorSize) period *= 2;
+    if (period <= mostVectors * vectorSize) blockDiffers_ = blockKernels[period / vectorSize - 1];
+  }
+  compared_.resize(period);
+  for (std::size_t i = 0; i < period; ++i) compared_[i] = static_cast<U8>(~mask[i % mask.size()]);
+}
+
+std::size_t MaskedCompare::differentByte(const U8* a, const U8* b, std::size_t bytes) const {
+  const std::size_t period = compared_.size();
+  std::size_t at = 0;
+  if (blockDiffers_ != nullptr) {
+    // A difference may be near, so the first blocks are short.
+    const std::size_t most = largestBlock / period;
+    for (std::size_t periods = 1;; periods = std::min(2 * periods, most)) {
+      periods = std::min(periods, (bytes - at) / period);
+      if (periods == 0 || blockDiffers_(a + at, b + at, compared_.data(), periods)) break;
+      at += periods * period;
+    }
+  }
+  while (at < bytes) {
+    const std::size_t part = std::min(period, bytes - at);
+    const std::size_t found = Driver::differentByte(a + at, b + at, compared_.data(), part);
+    at += found;
+    if (found < part) break;
+  }
+  return at;
+}
+
+}  // namespace Driver

@@ -1,0 +1,41 @@
+// How the images of a region are compared under its policy: prepared once for many comparisons,
+// made anew after a change. No public header includes this one.
+#pragma once
+
+#include <Driver/MaskedCompare.h>
+#include <Driver/Policy.h>
+#include <map>
+#include <set>
+
+namespace Driver {
+
+// Pieces in ascending order; entries between them are not compared. Where runs are long, a piece is
+// a run of entries under one mask. Where they are short, it is a stretch of about 4 KiB with an
+// image of all its compared bits: regular patterns share theirs.
+class Policy::Comparison {
+ public:
+  // REQUIRES: entries of at least one byte.
+  explicit Comparison(const Policy& policy);
+
+  U32 differentEntry(const U8* shadow, const U8* hardware, U32 first, U32 end) const;
+
+ private:
+  using Bytes = std::vector<U8>;
+
+  struct Piece {
+    U32 first;
+    U32 last;
+    const MaskedCompare* masked;  // null: every bit is compared
+    const U8* image;              // in its place, if not null: the compared bits from `first` on
+  };
+
+  void pieceIs(const Policy& policy, U32 first, U64 end);
+  const U8* imageOf(const Policy& policy, U32 first, U32 entries);
+
+  const std::size_t entrySize_;
+  std::vector<Piece> pieces_;
+  std::map<Bytes, MaskedCompare> masks_;
+  std::set<Bytes> images_;
+};
+
+}  // namespace Driver
