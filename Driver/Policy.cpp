@@ -93,8 +93,8 @@ void Policy::ruleIs(U32 first, U32 count, Rule rule) {
   rules_.runIs(first, end, rule);
   comparison_ = nullptr;
   if (bitmap != nullptr) {
-    bitmapBitsAre(bitmap->data(), first, std::min(end, bitsOfBitmap(*bitmap)),
-                  rule == Rule::volatile_);
+    const U64 held = std::min(bitsOfBitmap(*bitmap), U64{chipMemory_->entries()});
+    bitmapBitsAre(bitmap->data(), first, std::min(end, held), rule == Rule::volatile_);
   }
   volatiles_ = hasVolatileEntry() ? bitmap : nullptr;
   tellRegion();
