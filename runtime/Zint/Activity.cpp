@@ -1,6 +1,7 @@
 #include <Zint/Activity.h>
 
 #include <Zint/CycleTime.h>
+#include <Zint/PostQueue.h>
 #include <Zint/Type.h>
 #include <cpuid.h>
 #include <poll.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <cmath>
 #include <ctime>
+#include <optional>
 #include <system_error>
 #include <typeinfo>
 
@@ -145,7 +147,11 @@ ActivityConfig::~ActivityConfig() {
   ActivityConfig** link = &lastActivity_;
   while (*link != nullptr && *link != this) link = &(*link)->older_;
   if (*link == this) *link = older_;
-  if (descriptor_ >= 0) close(descriptor_);
+  if (posts_ != nullptr) {
+    posts_->end();
+  } else if (descriptor_ >= 0) {
+    close(descriptor_);
+  }
 }
 
 const Type* ActivityConfig::fwkType() const { return &activityType; }
@@ -203,6 +209,8 @@ U32 ActivityConfig::turn() {
 Seconds ActivityConfig::runTurn(SystemTime& systemTime) {
   Turn turn(*this, systemTime);
   const Seconds time = own().turnTime();
+  if (hasPosts()) [[unlikely]]
+    delivered_ += posts_->run();
   while (ServedClock* next = turn.next()) turn.deliver(*next);
   return time;
 }
@@ -222,11 +230,17 @@ void ActivityConfig::runUntil(Seconds time) {
   } limit{*this};
   limit_ = time;
   isRunning_ = true;
+  std::optional<U64> posted;  // when `time` was reached
   for (SystemTime systemTime;;) {
     if (takeStop()) return;
     const Seconds began = runTurn(systemTime);
     // In this order: a stop() that came during the last turn has been obeyed.
-    if (takeStop() || began >= time) return;
+    if (takeStop()) return;
+    if (began >= time) {
+      if (!hasPosts()) return;
+      if (!posted) posted = posts_->claimed();
+      if (!clock_->isManual() && posts_->taken() >= *posted) return;
+    }
     systemTime.forget();
     if (!wait(time, systemTime)) return;
   }
@@ -273,12 +287,27 @@ void ActivityConfig::stop() {
   }
 }
 
+// --- Functions from other threads ---
+
+Poster ActivityConfig::poster(U32 capacity) {
+  if (capacity == 0 || capacity > Poster::maxCapacity)
+    throwRangeException("the capacity of a poster is 1 to 65536");
+  if (posts_ == nullptr) {
+    const int descriptor = ActivityConfig::descriptor();
+    posts_ = std::make_shared<PostQueue>(capacity, descriptor);
+  }
+  return Poster(posts_);
+}
+
+[[gnu::noinline]] bool ActivityConfig::isPostPending() const { return posts_->isPending(); }
+
 // --- The earliest wake-up ---
 
 Seconds ActivityConfig::wakeTime() const {
   const Walk walk(*this);
   SystemTime systemTime;
   Seconds earliest = own().wakeTime();
+  if (hasPosts()) earliest = std::min(earliest, clock_->time());
   for (std::size_t i = 1; i < served_.size(); ++i) {
     const Seconds delay = served_[i]->delay(systemTime);
     if (delay != never) earliest = std::min(earliest, clock_->time() + std::max(delay, 0.0));
@@ -303,6 +332,10 @@ bool ActivityConfig::makeDescriptor() {
 ActivityConfig::Timer ActivityConfig::earliest(SystemTime& systemTime) const {
   const Walk walk(*this);
   Timer earliest;
+  if (hasPosts()) [[unlikely]] {
+    earliest = {posts_.get(), 0, 0};
+    return earliest;
+  }
   for (std::size_t i = 0; i < served_.size(); ++i) {
     const Seconds delay = served_[i]->delay(systemTime);
     if (delay < earliest.delay) earliest = {served_[i].get(), served_[i]->waitsFor(), delay};
@@ -338,7 +371,10 @@ void ActivityConfig::setTimerTo(Timer wanted) {
   const bool isExpired = timer_.deadline <= time;
   const bool isDue = wanted.delay <= 0;
   wanted.deadline = isDue ? 0 : time + wanted.delay;
-  if (!isTimerTaken_.exchange(false)) {
+  bool isTaken = isTimerTaken_.exchange(false);
+  if (posts_ != nullptr && posts_->takeTimer()) [[unlikely]]
+    isTaken = true;
+  if (!isTaken) {
     if (isDue && isExpired) return;
     if (wanted.source == nullptr && timer_.source == nullptr) return;
     // The deadline of one wake-up comes out a little different each time. A clock that runs faster
@@ -350,6 +386,15 @@ void ActivityConfig::setTimerTo(Timer wanted) {
     }
   }
   timer_ = wanted;
+  setTimer(descriptor_, timer_.deadline);
+  if (!isDue && hasPosts()) [[unlikely]]
+    setTimerForPosts();
+}
+
+// A function was posted after the earliest wake-up had been worked out, and its sender's timer has
+// been set over.
+[[gnu::noinline]] void ActivityConfig::setTimerForPosts() {
+  timer_ = {posts_.get(), 0, 0, 0};
   setTimer(descriptor_, timer_.deadline);
 }
 

@@ -5,7 +5,8 @@
 //   auto activity = activityFactory("main", clock);  when it is readable: activity->turn();
 //   activity->run();   // until stop()             (or sleep until activity->wakeTime())
 //
-// An activity serves its own clock and every other clock that one of its notifiees observes.
+// An activity serves its own clock and every other clock that one of its notifiees observes. Other
+// threads hand it functions through its poster().
 //
 // Invariants:
 // 1. A turn delivers what was due when it began. Of one clock: in the order of time, then of
@@ -18,10 +19,12 @@
 // 4. A run sets the timer only to wait: not while a wake-up is due. Then it polls without waiting,
 //    every 20 us or after each longer turn, so that no descriptor starves; one whose own clock is
 //    manual does not poll then.
-// 5. All but stop() belong to the one thread.
+// 5. Posted functions run first in a turn. They are due like a wake-up at the next turn.
+// 6. All but stop() belong to the one thread. Another thread touches a Poster only.
 #pragma once
 
 #include <Zint/Clock.h>
+#include <Zint/Poster.h>
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -41,17 +44,28 @@ class UMBRA_API ActivityConfig : public Entity {
   // Its own clock: the one that turns and runs are measured by.
   const Clock* clock() const { return clock_.ptr(); }
 
-  // Delivers what is due now and returns how many wake-ups that were. Not from inside a turn.
+  // Delivers what is due now and returns how many wake-ups and posted functions that were. Not from
+  // inside a turn.
   U32 turn();
   // Turns and waits until stop(); an own clock that is manual is advanced instead of waiting.
   // Returns at once if the own clock is manual and has nothing to be advanced to, and no other
-  // clock will ever wake a notifiee. Not from inside a turn on its own clock.
+  // clock will ever wake a notifiee: it does not wait for what other threads may post. Not from
+  // inside a turn on its own clock.
   void run();
-  // The same until the own clock's time reaches `time`; what is due then has been delivered.
+  // The same until the own clock's time reaches `time`; what is due then has been delivered. Of
+  // posted functions: those that were posted before the time was reached; on a manual clock, all.
   void runUntil(Seconds time);
   // Ends run() or runUntil() after the current turn; before them, ends the next one. The one
   // operation that any thread and any signal handler may call.
   void stop();
+
+  // A handle for other threads; see Poster. The first call makes the queue, with room for
+  // `capacity` functions or a little more, and the descriptor; later ones share it.
+  // REQUIRES: a capacity of 1 to Poster::maxCapacity (range exception). May raise
+  // std::system_error.
+  Poster poster(U32 capacity = Poster::defaultCapacity);
+  // The same as poster().post(), on this thread.
+  bool post(std::function<void()>&& function) { return poster().post(std::move(function)); }
 
   // The earliest wake-up, in the own clock's time; +infinity when nothing is armed. May be in the
   // past: due at the next turn. One on another clock counts with the real time that is left; on
@@ -99,8 +113,12 @@ class UMBRA_API ActivityConfig : public Entity {
   Timer earliest(SystemTime& systemTime) const;
   Timer earliestOrDue(SystemTime& systemTime) const;
   void setTimerTo(Timer wanted);
+  void setTimerForPosts();
   bool makeDescriptor();
   void eraseUnserved();
+  // The one test that an activity without posters pays for.
+  bool hasPosts() const { return posts_ != nullptr && isPostPending(); }
+  bool isPostPending() const;
 
   Ptr<const Clock> clock_;
   std::vector<std::unique_ptr<ServedClock>> served_;  // the own clock's is the first
@@ -116,6 +134,7 @@ class UMBRA_API ActivityConfig : public Entity {
   std::atomic<bool> isStopped_{false};
   std::atomic<bool> isTimerTaken_{false};  // stop() has set the timer
   std::atomic<int> descriptor_{-1};
+  std::shared_ptr<PostQueue> posts_;  // null until poster(); owns the descriptor from then on
 };
 
 UMBRA_API ValidPtr<ActivityConfig> activityFactory(Name name, const ValidPtr<const Clock>& clock);
