@@ -36,7 +36,7 @@ what_is() {
     ndebug-*) echo "every assertion stays in a build with NDEBUG" ;;
     asan-*) echo "tests, g++ with address and undefined sanitizers" ;;
     clang-asan-*) echo "tests, clang with address and undefined sanitizers" ;;
-    tsan-*) echo "two activities under the thread sanitizer" ;;
+    tsan-*) echo "two activities and posters under the thread sanitizer" ;;
     unsigned-*) echo "no unsigned number wraps but those listed" ;;
     memcheck-*) echo "tests under valgrind: no bad access, no leak" ;;
     builds-*) echo "contract, data path and audit in this build" ;;
@@ -64,17 +64,18 @@ is_there() {
 }
 
 set_figures() {
-  local operations=200000000 seeds=200000
+  local operations=200000000 seeds=200000 posts=10000000
   chunk=2500000
-  if $1; then operations=2000000 seeds=200 chunk=500000; fi
+  if $1; then operations=2000000 seeds=200 chunk=500000 posts=1000000; fi
   operations=${UMBRA_LOCKSTEP_OPERATIONS:-$operations}
   seeds=${UMBRA_SIMULATION_SEEDS:-$seeds}
+  posts=${UMBRA_POSTS:-$posts}
   first_seed=${UMBRA_LOCKSTEP_SEED:-1}
   local name
-  for name in operations seeds first_seed; do
+  for name in operations seeds first_seed posts; do
     [[ ${!name} =~ ^[1-9][0-9]*$ ]] || bad_usage "'${!name}' is no number above 0"
   done
-  OPERATIONS=$operations SEEDS=$seeds
+  OPERATIONS=$operations SEEDS=$seeds POSTS=$posts
   is_quick=$1
 }
 
@@ -191,8 +192,8 @@ run_ndebug() {
 
 run_tsan() {
   built x64-tsan threads-tests
-  TSAN_OPTIONS=halt_on_error=0:exitcode=66 build/x64-tsan/tests/threads-tests \
-    | tee "build/soak/$step.out" && figure "$(passed "build/soak/$step.out") tests"
+  TSAN_OPTIONS=halt_on_error=0:exitcode=66 UMBRA_POSTS=$POSTS build/x64-tsan/tests/threads-tests \
+    | tee "build/soak/$step.out" && figure "$(passed "build/soak/$step.out") tests, $POSTS posts"
 }
 
 # A wrap that is not listed is printed and the program goes on; so the output is what counts.

@@ -50,9 +50,11 @@ run_memcheck() {
   return "$verdict"
 }
 
+# Without the posters: their ring is made of atomics, which helgrind does not know.
 run_helgrind() {
   valgrind_ready
   built x86 threads-tests
-  under_valgrind "build/soak/$step.out" --tool=helgrind -- build/x86/tests/threads-tests &&
+  under_valgrind "build/soak/$step.out" --tool=helgrind -- build/x86/tests/threads-tests \
+    --gtest_filter=-'Posters*' &&
     figure "$(passed "build/soak/$step.out") tests"
 }
