@@ -7,6 +7,7 @@ namespace Driver {
 
 UMBRA_API extern const Zint::Type alarmRuleType;
 UMBRA_API extern const Zint::Type alarmRuleScopeType;
+UMBRA_API extern const Zint::Type chipWriteRequestType;
 UMBRA_API extern const Zint::Type policyType;
 UMBRA_API extern const Zint::Type ruleType;
 UMBRA_API extern const Zint::Type rewriteType;

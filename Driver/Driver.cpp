@@ -3,6 +3,7 @@
 #include <Driver/Driver.h>
 
 #include <Driver/AlarmRule.h>
+#include <Driver/ChipWriteRequest.h>
 #include <Driver/Policy.h>
 
 #include <algorithm>
@@ -30,14 +31,19 @@ constexpr TypeRow row(const Zint::Type& type) {
 
 // In the order of registration: that of the alphabet.
 constexpr TypeRow types[] = {
-    row<AlarmRule>(alarmRuleType), row<AlarmRule::Scope>(alarmRuleScopeType),
-    row<Policy>(policyType),       row<Rewrite>(rewriteType),
-    row<Rule>(ruleType),           row<Unwritten>(unwrittenType),
+    row<AlarmRule>(alarmRuleType),
+    row<AlarmRule::Scope>(alarmRuleScopeType),
+    row<ChipWriteRequest>(chipWriteRequestType),
+    row<Policy>(policyType),
+    row<Rewrite>(rewriteType),
+    row<Rule>(ruleType),
+    row<Unwritten>(unwrittenType),
 };
 
 constexpr Member factories[] = {
     factory<&alarmRuleFactory>("alarmRuleFactory", "name", "scope", "count", "within",
                                "clearAfter"),
+    factory<&chipWriteRequestFactory>("chipWriteRequestFactory", "name"),
     factory<&policyFactory>("policyFactory", "chipMemory"),
 };
 
