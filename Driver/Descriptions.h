@@ -7,7 +7,10 @@ namespace Driver {
 
 UMBRA_API extern const Zint::Type alarmRuleType;
 UMBRA_API extern const Zint::Type alarmRuleScopeType;
+UMBRA_API extern const Zint::Type auditedShadowType;
+UMBRA_API extern const Zint::Type chipType;
 UMBRA_API extern const Zint::Type chipWriteRequestType;
+UMBRA_API extern const Zint::Type patrolStateType;
 UMBRA_API extern const Zint::Type policyType;
 UMBRA_API extern const Zint::Type ruleType;
 UMBRA_API extern const Zint::Type rewriteType;

@@ -3,6 +3,8 @@
 #include <Driver/Driver.h>
 
 #include <Driver/AlarmRule.h>
+#include <Driver/AuditedShadow.h>
+#include <Driver/Chip.h>
 #include <Driver/ChipWriteRequest.h>
 #include <Driver/Policy.h>
 
@@ -33,7 +35,10 @@ constexpr TypeRow row(const Zint::Type& type) {
 constexpr TypeRow types[] = {
     row<AlarmRule>(alarmRuleType),
     row<AlarmRule::Scope>(alarmRuleScopeType),
+    row<AuditedShadow>(auditedShadowType),
+    row<Chip>(chipType),
     row<ChipWriteRequest>(chipWriteRequestType),
+    row<PatrolState>(patrolStateType),
     row<Policy>(policyType),
     row<Rewrite>(rewriteType),
     row<Rule>(ruleType),
@@ -43,6 +48,8 @@ constexpr TypeRow types[] = {
 constexpr Member factories[] = {
     factory<&alarmRuleFactory>("alarmRuleFactory", "name", "scope", "count", "within",
                                "clearAfter"),
+    factory<&auditedShadowFactory>("auditedShadowFactory", "zintFwkActivity", "clock"),
+    factory<&chipFactory>("chipFactory", "name", "chipHam"),
     factory<&chipWriteRequestFactory>("chipWriteRequestFactory", "name"),
     factory<&policyFactory>("policyFactory", "chipMemory"),
 };

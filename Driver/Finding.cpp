@@ -1,0 +1,58 @@
+// The texts of what the patrol tells.
+#include <Driver/Finding.h>
+
+#include <Zint/Enumeration.h>
+#include <algorithm>
+#include <cstdio>
+
+namespace Driver {
+namespace {
+
+constexpr const char* verdictNames[] = {"repaired", "adopted", "writtenMeanwhile", "detectOnly",
+                                        "deferred", "refused", "transient",        "quarantined",
+                                        "failed",   "reset"};
+constexpr Zint::Enumeration verdicts{"Driver::Verdict", "Verdict", verdictNames};
+
+constexpr const char* natureNames[] = {"unverified", "soft", "recurring", "stuck"};
+constexpr Zint::Enumeration natures{"Driver::Nature", "Nature", natureNames};
+
+// "x00x1f..."
+std::string findingBytes(std::span<const U8> bytes) {
+  constexpr std::size_t most = 32;
+  std::string text;
+  for (const U8 byte : bytes.first(std::min(bytes.size(), most))) {
+    char digits[4];
+    std::snprintf(digits, sizeof digits, "x%02x", byte);
+    text += digits;
+  }
+  return bytes.size() > most ? text + "..." : text;
+}
+
+}  // namespace
+
+Zint::String8 stringValue(Verdict verdict) {
+  return Zint::enumerationText(verdicts, static_cast<S32>(verdict));
+}
+Zint::String8 stringValue(Nature nature) {
+  return Zint::enumerationText(natures, static_cast<S32>(nature));
+}
+std::ostream& operator<<(std::ostream& out, Verdict verdict) { return out << stringValue(verdict); }
+std::ostream& operator<<(std::ostream& out, Nature nature) { return out << stringValue(nature); }
+
+Zint::String8 Finding::stringValue() const {
+  std::string text = chipMemory == nullptr ? "" : chipMemory->name().bytes();
+  text += " entry " + std::to_string(entry) + ": expected " + findingBytes(expected) + ", actual " +
+          findingBytes(actual) + ": " + Driver::stringValue(verdict).bytes();
+  if (nature != Nature::unverified) text += " (" + Driver::stringValue(nature).bytes() + ")";
+  return text;
+}
+
+Zint::String8 PassResult::stringValue() const {
+  std::string text = isComplete ? "complete" : "ended early: " + reason.bytes();
+  text += ", " + std::to_string(entries) + " entries, " + std::to_string(differences) +
+          " differences, " + std::to_string(repairs) + " repairs, " + std::to_string(adopted) +
+          " adopted";
+  return text;
+}
+
+}  // namespace Driver

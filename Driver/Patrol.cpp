@@ -1,0 +1,477 @@
+// The patrol's reactions to changes, and what it knows of regions and chips.
+#include <Driver/Patrol.h>
+
+#include <Driver/Driver.h>
+#include <algorithm>
+#include <utility>
+
+namespace Driver {
+
+using Hardware::ChipMemory;
+using Hardware::HardwareShadow;
+
+// Observes the shadow from inside; does not keep it alive.
+class Patrol::SelfWatch : public HardwareShadow::NotifieeConst {
+ public:
+  SelfWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, Patrol& patrol)
+      : NotifieeConst(activity, HardwareShadow::Ptr(&patrol.shadow_)), patrol_(&patrol) {
+    isNonReferencingIs(true);
+  }
+  void handleNotification(Zint::ActivityConfig*) override {
+    if (patrol_ != nullptr) patrol_->handleAttribute(attribute());
+  }
+  void onChipMemory(const Hardware::ChipAddress& address) override {
+    if (patrol_ != nullptr) patrol_->handleRegion(address);
+  }
+  void forget() { patrol_ = nullptr; }
+
+ private:
+  Patrol* patrol_;
+};
+
+class Patrol::ChipWatch : public Chip::NotifieeConst {
+ public:
+  ChipWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, Patrol& patrol, const Chip::Ptr& chip)
+      : NotifieeConst(activity, chip), patrol_(&patrol) {}
+  void onResets() override {
+    if (patrol_ != nullptr) patrol_->handleReset(Chip::Ptr(const_cast<Chip*>(notifier())));
+  }
+  void onRestoring() override {
+    if (patrol_ == nullptr || notifier()->isRestoring()) return;
+    patrol_->handleRestored(Chip::Ptr(const_cast<Chip*>(notifier())));
+  }
+  void forget() {
+    patrol_ = nullptr;
+    isRegisteredNotifieeIs(false);
+  }
+
+ private:
+  Patrol* patrol_;
+};
+
+// A store was made anew: the last of its three buffers is there.
+class Patrol::StoreWatch : public ChipMemory::NotifieeConst {
+ public:
+  StoreWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, Patrol& patrol,
+             const ChipMemory::Ptr& region)
+      : NotifieeConst(activity, region), patrol_(&patrol) {
+    isNonReferencingIs(true);
+    interestIs(Zint::interestIn(ChipMemory::Id::initialized));
+  }
+  void handleNotification(Zint::ActivityConfig*) override {
+    if (patrol_ == nullptr || notifier() == nullptr) return;
+    const auto marks = patrol_->marks_.find(notifier());
+    if (marks != patrol_->marks_.end()) patrol_->applyUnwritten(*marks->second);
+  }
+  void forget() {
+    patrol_ = nullptr;
+    isRegisteredNotifieeIs(false);
+  }
+
+ private:
+  Patrol* patrol_;
+};
+
+class Patrol::SliceClock : public Zint::Clock::NotifieeConst {
+ public:
+  SliceClock(const Zint::Ptr<Zint::ActivityConfig>& activity,
+             const Zint::Ptr<const Zint::Clock>& clock, Patrol& patrol)
+      : NotifieeConst(activity, clock, patrol.shadow_.hasNotificationActive()), patrol_(&patrol) {}
+  void onTime() override {
+    if (patrol_ == nullptr) return;
+    const AuditedShadow::Ptr shadow(&patrol_->shadow_);
+    patrol_->doSlice();
+  }
+  void forget() {
+    patrol_ = nullptr;
+    timeMinIs(Zint::never);
+    isRegisteredNotifieeIs(false);
+  }
+
+ private:
+  Patrol* patrol_;
+};
+
+Patrol::Patrol(AuditedShadow& shadow) : shadow_(shadow) {
+  self_ = Zint::makePtr<SelfWatch>(shadow.zintFwkActivity(), *this);
+  clockIs(shadow.clock());
+}
+
+Patrol::~Patrol() {
+  self_->forget();
+  if (clock_ != nullptr) clock_->forget();
+  for (const auto& [region, marks] : marks_) {
+    if (marks->watch != nullptr) static_cast<StoreWatch&>(*marks->watch).forget();
+  }
+  for (const auto& state : chips_) state->watch->forget();
+  for (const auto& [ham, state] : defaultChips_) state->watch->forget();
+}
+
+// --- What has changed ----------------------------------------------------------------------------
+
+void Patrol::hasNotificationActiveIs(bool active) {
+  if (clock_ != nullptr) clock_->hasNotificationActiveIs(active);
+}
+
+void Patrol::zombieIs(bool zombie) {
+  if (clock_ != nullptr) clock_->zintDoZombieReactors(zombie);
+}
+
+void Patrol::activityIs(const Zint::Ptr<Zint::ActivityConfig>& activity) {
+  if (clock_ != nullptr) clock_->zintFwkActivityIs(activity);
+  self_->zintFwkActivityIs(activity);
+}
+
+void Patrol::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
+  const Zint::Ptr<SliceClock> old = std::move(clock_);
+  clock_ = nullptr;
+  if (old != nullptr) old->forget();
+  if (clock != nullptr) {
+    clock_ = Zint::makePtr<SliceClock>(shadow_.zintFwkActivity(), clock, *this);
+    if (isRunning()) wakeAt(0.0);
+  }
+}
+
+void Patrol::handleAttribute(Zint::AttributeId attribute) {
+  const AuditedShadow::Ptr self(&shadow_);
+  switch (attribute) {
+    case HardwareShadow::Id::state:
+      commands_.advance();
+      if (shadow_.state() == HardwareShadow::configured()) dropRemoved();
+      if (shadow_.state() == HardwareShadow::auditing()) {
+        start();
+      } else {
+        stop();
+      }
+      break;
+    case HardwareShadow::Id::overrideHardware:
+      commands_.advance();
+      if (isRunning()) wakeAt(0.0);
+      updateState();
+      break;
+    case HardwareShadow::Id::clock:
+      clockIs(shadow_.clock());
+      break;
+    case HardwareShadow::Id::minIntervalBetweenAudits:
+      if (isRunning() && !isInPass_) wakeAt(0.0);
+      break;
+    default:
+      break;
+  }
+}
+
+// A region was registered, or its place is free.
+void Patrol::handleRegion(const Hardware::ChipAddress& address) {
+  const ChipMemory::Ptr there = shadow_.chipMemory(address);
+  std::vector<std::unique_ptr<RegionMarks>> dropped;  // their regions' destructors may call back
+  for (auto marks = marks_.begin(); marks != marks_.end();) {
+    const bool isGone =
+        marks->second->region->address() == address && marks->second->region != there;
+    if (isGone && marks->second->policy == nullptr) {
+      dropped.push_back(std::move(marks->second));
+      marks = marks_.erase(marks);
+    } else {
+      ++marks;
+    }
+  }
+}
+
+// Bulk removals are not notified of.
+void Patrol::dropRemoved() {
+  std::vector<std::unique_ptr<RegionMarks>> dropped;
+  for (auto marks = marks_.begin(); marks != marks_.end();) {
+    const ChipMemory::Ptr& region = marks->second->region;
+    if (marks->second->policy == nullptr && shadow_.chipMemory(region->address()) != region) {
+      dropped.push_back(std::move(marks->second));
+      marks = marks_.erase(marks);
+    } else {
+      ++marks;
+    }
+  }
+}
+
+void Patrol::handlePaused() {
+  commands_.advance();
+  if (isRunning()) wakeAt(0.0);
+  updateState();
+}
+
+void Patrol::handleReset(const Chip::Ptr& chip) {
+  const AuditedShadow::Ptr self(&shadow_);
+  const Zint::Epoch::Mark mark = commands_.advance();
+  if (isInPass_) endPass(chip->name() + " was reset");
+  if (mark.isSuperseded()) return;
+  if (isRunning()) wakeAt(0.0);  // the other chips' audit goes on
+  for (const auto& state : chips_) {
+    if (state->chip == chip) return restore(*state);
+  }
+  for (const auto& [ham, state] : defaultChips_) {
+    if (state->chip == chip) return restore(*state);
+  }
+}
+
+void Patrol::handleRestored(const Chip::Ptr&) {
+  const AuditedShadow::Ptr self(&shadow_);
+  commands_.advance();
+  if (isRunning()) wakeAt(0.0);
+  updateState();
+}
+
+void Patrol::start() {
+  wakeAt(0.0);
+  updateState();
+}
+
+void Patrol::stop() {
+  wakeAt(Zint::never);
+  if (isInPass_) endPass("the shadow is " + stringValue(shadow_.state()));
+  updateState();
+}
+
+void Patrol::wakeAt(Zint::Seconds time) {
+  if (clock_ != nullptr) clock_->timeMinIs(time);
+}
+
+bool Patrol::isRunning() const {
+  return shadow_.state() == HardwareShadow::auditing() && !shadow_.overrideHardware() &&
+         !shadow_.paused();
+}
+
+Zint::Seconds Patrol::time() const {
+  const Zint::Ptr<const Zint::Clock> clock = shadow_.clock();
+  return clock == nullptr ? Zint::now() : clock->time();
+}
+
+// --- The state that people see -------------------------------------------------------------------
+
+void Patrol::updateState() {
+  PatrolState state = PatrolState::waiting;
+  bool isAnyAlive = false, isAnyAbsent = false, isAnyRestoring = false;
+  const auto look = [&](const ChipState& chip) {
+    isAnyAlive |= chip.hasRead;
+    isAnyAbsent |= chip.chip->isAbsent();
+    isAnyRestoring |= chip.chip->isRestoring();
+  };
+  for (const auto& chip : chips_) look(*chip);
+  for (const auto& [ham, chip] : defaultChips_) look(*chip);
+  if (shadow_.state() != HardwareShadow::auditing()) {
+    state = isAnyRestoring ? PatrolState::restoring : PatrolState::stopped;
+  } else if (shadow_.paused()) {
+    state = PatrolState::paused;
+  } else if (isAnyRestoring && !isAnyAlive) {
+    state = PatrolState::restoring;
+  } else if (shadow_.overrideHardware() || (isAnyAbsent && !isAnyAlive)) {
+    state = PatrolState::suspended;
+  } else if (isInPass_) {
+    state = PatrolState::reading;
+  }
+  shadow_.patrolStateIs(state, time());
+}
+
+Zint::String8 Patrol::reason() const {
+  if (!shadow_.hasNotificationActive()) {
+    return "its reactors were never switched on: make it with auditedShadowFactory()";
+  }
+  for (const auto& state : chips_) {
+    if (state->chip->isRestoring()) return state->chip->name() + " is being restored";
+  }
+  for (const auto& [ham, state] : defaultChips_) {
+    if (state->chip->isRestoring()) return state->chip->name() + " is being restored";
+  }
+  if (shadow_.state() != HardwareShadow::auditing()) {
+    return "the shadow is " + stringValue(shadow_.state());
+  }
+  if (shadow_.overrideHardware()) return "overrideHardware is set";
+  if (shadow_.paused()) return "it is paused";
+  if (clock_ == nullptr) return "it has no clock";
+  const Zint::Ptr<const Zint::Clock> clock = shadow_.clock();
+  const Zint::Seconds late = clock->time() - clock_->timeMin();
+  if (clock_->isArmed() && late > 1) {
+    return "nobody drives the loop: a turn is due for " + std::to_string(static_cast<U64>(late)) +
+           " s";
+  }
+  const auto absent = [](const ChipState& state) {
+    return state.chip->name() + " is absent: " + state.chip->reason();
+  };
+  for (const auto& state : chips_) {
+    if (state->chip->isAbsent()) return absent(*state);
+  }
+  for (const auto& [ham, state] : defaultChips_) {
+    if (state->chip->isAbsent()) return absent(*state);
+  }
+  return "";
+}
+
+Zint::Seconds Patrol::nextTry() const {
+  Zint::Seconds next = Zint::never;
+  for (const auto& state : chips_) next = std::min(next, state->chip->nextTry());
+  for (const auto& [ham, state] : defaultChips_) next = std::min(next, state->chip->nextTry());
+  return next;
+}
+
+// --- Regions -------------------------------------------------------------------------------------
+
+const RegionMarks* Patrol::marks(const ChipMemory* region) const {
+  const auto found = marks_.find(region);
+  return found == marks_.end() ? nullptr : found->second.get();
+}
+
+RegionMarks& Patrol::marksOf(const ChipMemory::Ptr& region) {
+  std::unique_ptr<RegionMarks>& marks = marks_[region.ptr()];
+  if (marks == nullptr) {
+    try {
+      marks = std::make_unique<RegionMarks>();
+    } catch (...) {
+      marks_.erase(region.ptr());
+      throw;
+    }
+    marks->region = region;
+  }
+  if (marks->store != region->dirty()) {
+    marks->store = region->dirty();
+    marks->written.clear();
+    marks->open.clear();
+  }
+  return *marks;
+}
+
+void Patrol::policyIs(const ChipMemory::Ptr& region, const Policy::Ptr& policy) {
+  const AuditedShadow::Ptr self(&shadow_);
+  commands_.advance();
+  RegionMarks& marks = marksOf(region);
+  const Policy::Ptr old = std::exchange(marks.policy, policy);
+  const Zint::Ptr<Zint::NotifieeConst> watch = std::exchange(marks.watch, nullptr);
+  if (watch != nullptr) static_cast<StoreWatch&>(*watch).forget();
+  if (old != nullptr && old != policy) old->isInForceIs(false);
+  if (policy != nullptr) {
+    marks.watch = Zint::makePtr<StoreWatch>(shadow_.zintFwkActivity(), *this, region);
+    applyUnwritten(marks);
+    policy->isInForceIs(true);
+  }
+  if (isRunning()) wakeAt(0.0);
+}
+
+// Gives entries that nobody wrote the value that the policy says they have.
+void Patrol::applyUnwritten(RegionMarks& marks) {
+  if (marks.policy == nullptr) return;
+  const Unwritten unwritten = marks.policy->unwritten();
+  if (unwritten != Unwritten::zero && unwritten != Unwritten::defaults) return;
+  const ChipMemory& region = *marks.region;
+  const Hal::BufBase::Ptr shadow = region.shadow();
+  if (shadow == nullptr || region.initialized() == nullptr || region.entrySize() == 0) return;
+  const U32 stored = std::min(region.entries(), shadow->size() / region.entrySize());
+  const U32 entries =
+      static_cast<U32>(std::min(U64{stored}, U64{region.initialized()->size()} * 8));
+  for (U32 e = 0; e < entries; ++e) {
+    if (region.entryInitialized(e) || !isCompared(marks.policy->rule(e))) continue;
+    if (unwritten == Unwritten::defaults) {
+      if (const U8* value = marks.policy->resetValue(e); value != nullptr) {
+        std::copy_n(value, region.entrySize(),
+                    shadow->data() + std::size_t{e} * region.entrySize());
+      }
+    }
+    marks.region->entryInitializedIs(e);
+  }
+}
+
+bool Patrol::isWritten(const ChipMemory& region, U32 entry) const {
+  const Hal::BufBase::Ptr dirty = region.dirty();
+  if (dirty == nullptr) return false;
+  if (U64{dirty->size()} * 8 > entry && (dirty->data()[entry >> 3] >> (entry & 7) & 1) != 0) {
+    return true;
+  }
+  const RegionMarks* marks = this->marks(&region);
+  return marks != nullptr && marks->store == dirty && marks->written.at(entry);
+}
+
+void Patrol::quarantineDel(const ChipMemory::Ptr& region, U32 entry) {
+  const auto marks = marks_.find(region.ptr());
+  if (marks == marks_.end()) return;
+  const auto history = marks->second->repairs.find(entry);
+  if (history == marks->second->repairs.end()) return;
+  const bool isLifted = history->second.isQuarantined;
+  marks->second->repairs.erase(history);
+  if (isLifted) shadow_.quarantinedIs(shadow_.quarantined() - 1);
+}
+
+Zint::String8 Patrol::policyText(const ChipMemory::Ptr& region, U32 entry) const {
+  const auto text = [&](const char* what) { return region->name() + ": " + what; };
+  if (entry >= region->entries()) return text("no such entry");
+  if (shadow_.chipMemory(region->address()) != region) return text("not registered");
+  if (!region->shadowEnabled()) return text("not audited: shadowEnabled is off");
+  if (region->mode() == ChipMemory::override()) return text("not audited: mode override");
+  if (!region->auditEnabled()) return text("not audited: auditEnabled is off");
+  const RegionMarks* marks = this->marks(region.ptr());
+  Zint::String8 answer = marks == nullptr || marks->policy == nullptr
+                             ? Zint::String8("repaired (no policy)")
+                             : marks->policy->text(entry);
+  if (region->mode() == ChipMemory::buffered()) answer += "; deferred: mode buffered";
+  if (marks != nullptr) {
+    const auto history = marks->repairs.find(entry);
+    if (history != marks->repairs.end() && history->second.isQuarantined) {
+      answer += "; in quarantine";
+    }
+  }
+  if (shadow_.state() != HardwareShadow::auditing()) {
+    answer += "; the shadow is " + stringValue(shadow_.state()).bytes();
+  }
+  return answer;
+}
+
+// --- Chips ---------------------------------------------------------------------------------------
+
+Patrol::ChipState* Patrol::findState(const ChipMemory& region) const {
+  for (auto state = chips_.rbegin(); state != chips_.rend(); ++state) {
+    if ((*state)->chip->holds(region)) return state->get();
+  }
+  const auto found = defaultChips_.find(region.chipHam().ptr());
+  return found == defaultChips_.end() ? nullptr : found->second.get();
+}
+
+Patrol::ChipState& Patrol::stateOf(const ChipMemory::Ptr& region) {
+  if (ChipState* state = findState(*region); state != nullptr) return *state;
+  const Hardware::ChipHam::Ptr& ham = region->chipHam();
+  auto state = std::make_unique<ChipState>();
+  state->chip = chipFactory(ham == nullptr ? Zint::Name("chip") : ham->name(), ham);
+  state->watch = Zint::makePtr<ChipWatch>(shadow_.zintFwkActivity(), *this, state->chip);
+  return *(defaultChips_[ham.ptr()] = std::move(state));
+}
+
+Chip::Ptr Patrol::findChip(const ChipMemory& region) const {
+  const ChipState* state = findState(region);
+  return state == nullptr ? nullptr : state->chip;
+}
+
+Chip::Ptr Patrol::makeChip(const ChipMemory::Ptr& region) { return stateOf(region).chip; }
+
+std::vector<Chip::Ptr> Patrol::chips() const {
+  std::vector<Chip::Ptr> chips;
+  for (const auto& state : chips_) chips.push_back(state->chip);
+  for (const auto& [ham, state] : defaultChips_) chips.push_back(state->chip);
+  return chips;
+}
+
+void Patrol::chipIs(const Chip::Ptr& chip) {
+  for (const auto& state : chips_) {
+    if (state->chip == chip) return;
+  }
+  auto state = std::make_unique<ChipState>();
+  state->chip = chip;
+  state->watch = Zint::makePtr<ChipWatch>(shadow_.zintFwkActivity(), *this, chip);
+  commands_.advance();
+  chips_.push_back(std::move(state));
+  if (isRunning()) wakeAt(0.0);
+}
+
+void Patrol::chipDel(const Chip::Ptr& chip) {
+  const auto found = std::find_if(chips_.begin(), chips_.end(),
+                                  [&](const auto& state) { return state->chip == chip; });
+  if (found == chips_.end()) return;
+  const std::unique_ptr<ChipState> state = std::move(*found);
+  chips_.erase(found);
+  commands_.advance();
+  state->watch->forget();
+  if (isRunning()) wakeAt(0.0);
+}
+
+}  // namespace Driver

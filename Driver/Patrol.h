@@ -1,0 +1,161 @@
+// The patrol of an audited shadow: passes, slices, and what is done with an entry that differs.
+// Used by AuditedShadow alone.
+//
+// One turn: doSlice() visits regions until the slice is full; visit() reads a run of entries and
+// judges it; judge() decides about one entry. Whatever calls out may change everything: `commands_`
+// advances with each change that ends the slice, and is looked at after each call.
+#pragma once
+
+#include <Driver/AuditedShadow.h>
+#include <Driver/RegionMarks.h>
+#include <Zint/Epoch.h>
+#include <functional>
+#include <optional>
+#include <unordered_map>
+
+namespace Driver {
+
+class Patrol {
+ public:
+  explicit Patrol(AuditedShadow& shadow);
+  ~Patrol();
+  Patrol(const Patrol&) = delete;
+  Patrol& operator=(const Patrol&) = delete;
+
+  // --- What has changed ---
+  void hasNotificationActiveIs(bool active);
+  void zombieIs(bool zombie);
+  void activityIs(const Zint::Ptr<Zint::ActivityConfig>& activity);
+  void handleAttribute(Zint::AttributeId attribute);  // of the shadow
+  void handleRegion(const Hardware::ChipAddress& address);
+  void handlePaused();
+  void handleReset(const Chip::Ptr& chip);
+  void handleRestored(const Chip::Ptr& chip);
+
+  void doSlice();
+  PassResult doAudit(const Hardware::ChipMemory::Ptr& region, U32 first, U32 count);
+  // The repair of the entry that is being judged. False: it is another one.
+  bool repairJudged(const Hardware::ChipMemory::Ptr& cm, U32 entry);
+
+  Zint::String8 reason() const;
+  Zint::Seconds nextTry() const;
+
+  // --- Regions and chips ---
+  const RegionMarks* marks(const Hardware::ChipMemory* region) const;
+  RegionMarks& marksOf(const Hardware::ChipMemory::Ptr& region);
+  void policyIs(const Hardware::ChipMemory::Ptr& region, const Policy::Ptr& policy);
+  bool isWritten(const Hardware::ChipMemory& region, U32 entry) const;
+  void quarantineDel(const Hardware::ChipMemory::Ptr& region, U32 entry);
+  Zint::String8 policyText(const Hardware::ChipMemory::Ptr& region, U32 entry) const;
+  std::vector<Chip::Ptr> chips() const;
+  Chip::Ptr findChip(const Hardware::ChipMemory& region) const;
+  Chip::Ptr makeChip(const Hardware::ChipMemory::Ptr& region);
+  void chipIs(const Chip::Ptr& chip);
+  void chipDel(const Chip::Ptr& chip);
+
+ private:
+  class SelfWatch;
+  class ChipWatch;
+  class StoreWatch;
+  class SliceClock;
+
+  struct ChipState {
+    Chip::Ptr chip;
+    Zint::Ptr<ChipWatch> watch;
+    Zint::Ptr<Zint::PtrInterface> replay;  // under way; null while there is none
+    bool hasRead = false;   // it answered in this pass, and has not become absent since
+    bool isMissed = false;  // a region of it was not audited in this pass
+    U64 probedPass = 0;     // the last pass in which a difference asked for it
+  };
+
+  // The entries that one access reads and that are judged after it.
+  struct Run;
+  // The entry that is being judged.
+  struct Judgement;
+  enum class Visit {
+    done,    // all entries of the run are judged
+    full,    // the turn is: those before the place are judged
+    isVoid,  // the chip did not answer or was reset: nothing is judged
+    ended    // what was called has ended the slice
+  };
+
+  // --- Patrol.cpp: what has changed, and the regions and chips ---
+  void start();
+  void stop();
+  void clockIs(const Zint::Ptr<const Zint::Clock>& clock);
+  void wakeAt(Zint::Seconds time);
+  void updateState();
+  bool isRunning() const;
+  Zint::Seconds time() const;
+  ChipState* findState(const Hardware::ChipMemory& region) const;
+  ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
+  void applyUnwritten(RegionMarks& marks);
+  void dropRemoved();
+
+  // --- PatrolPass.cpp: passes and slices ---
+  void beginPass();
+  void endPass(const Zint::String8& reason);
+  bool nextRegion();
+  void leaveRegion();
+  Visit visit(U32 budget, U32& done);
+  bool isTurnOver() const;
+  void makeAbsent(ChipState& state, const Zint::String8& reason);
+  void restore(ChipState& state);
+
+  // --- PatrolJudge.cpp: what is done with a run ---
+  Visit audit(const Hardware::ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,
+              U32& judged);
+  void takeMarks(Run& run);
+  void giveMarksBack(Run& run, U32 from);
+  void takeOpenFindings(Run& run);
+  void giveOpenFindingsBack(Run& run, U32 from);
+  Visit readRun(Run& run);
+  Visit judgeRun(Run& run, U32& judged);
+  U32 nextDifference(const Run& run, U32 entry) const;
+  void learnEqual(Run& run, U32 end);
+  Visit judge(Run& run, U32 entry);
+  Visit leave(Run& run, U32 entry);
+  Verdict verdictOf(const Run& run, U32 entry) const;
+  Visit readAgain(Run& run, U32 entry, U8* to);
+  Finding finding(const Run& run, U32 entry, Verdict verdict, Nature nature) const;
+  void tell(const Run& run, U32 entry, Verdict verdict, Nature nature = Nature::unverified);
+
+  // --- PatrolRepair.cpp: the repair of one entry, and what is remembered of it ---
+  void rewrite(Judgement& judgement);
+  void verify(Judgement& judgement);
+  void remember(Judgement& judgement);
+  void countVisits(Run& run, U32 end);
+
+  // --- PatrolProbe.cpp: has the chip lost its state? ---
+  bool needsProbe(const Run& run) const;
+  Visit probe(Run& run, U32 entry);
+
+  AuditedShadow& shadow_;
+  Zint::Ptr<SelfWatch> self_;
+  Zint::Ptr<SliceClock> clock_;
+  Zint::Epoch commands_;
+  std::unordered_map<const Hardware::ChipMemory*, std::unique_ptr<RegionMarks>> marks_;
+  std::vector<std::unique_ptr<ChipState>> chips_;  // given ones; the last is asked first
+  // Made here, for access methods that have none.
+  std::unordered_map<const Hardware::ChipHam*, std::unique_ptr<ChipState>> defaultChips_;
+
+  // --- The pass under way ---
+  bool isInPass_ = false;
+  U64 pass_ = 0;  // its number, from 1 on
+  PassResult result_;
+  Zint::Ptr<Hardware::ChipReadRequest> request_;  // held: the iterator walks it
+  std::optional<Hardware::ChipReadRequest::ChipMemoryIteratorConst> next_;
+  Hardware::ChipMemory::Ptr region_;  // that is being read; null between two
+  U32 entry_ = 0;                     // the next one of it
+  U64 done_ = 0;                      // entries behind
+  Zint::String8 missed_;              // why the pass is not complete; empty while it is
+
+  // --- The turn under way ---
+  Zint::Seconds turnStart_ = 0;
+  U32 repairsOfTurn_ = 0;
+  Judgement* judgement_ = nullptr;  // on the stack of judge()
+
+  U32 histories_ = 0;  // entries of all regions whose repairs are remembered
+};
+
+}  // namespace Driver

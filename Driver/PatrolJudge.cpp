@@ -1,0 +1,310 @@
+// What the patrol does with a run of entries: read, ask whether the chip answers, judge each entry
+// that differs, repair.
+#include <Driver/Driver.h>
+#include <Driver/Patrol.h>
+#include <Driver/PatrolRun.h>
+#include <algorithm>
+
+namespace Driver {
+
+using Hardware::ChipMemory;
+
+namespace {
+
+bool holdsBits(const Hal::BufBase::Ptr& bitmap, U32 entries) {
+  return bitmap != nullptr && U64{bitmap->size()} * 8 >= entries;
+}
+bool holdsEntries(const Hal::BufBase* buffer, const ChipMemory& cm) {
+  return buffer != nullptr && U64{cm.entries()} * cm.entrySize() <= buffer->size();
+}
+
+}  // namespace
+
+Zint::String8 whyNotHeld(const ChipMemory& cm) {
+  const auto text = [&cm](const char* what) { return cm.name() + ": " + what; };
+  if (cm.chipHam() == nullptr) return text("it has no access method");
+  if (cm.entrySize() == 0 || cm.entries() == 0) return "";
+  if (!holdsEntries(cm.hardware().ptr(), cm)) return text("its hardware buffer is too short");
+  if (!holdsEntries(cm.shadow().ptr(), cm) || !holdsBits(cm.initialized(), cm.entries()) ||
+      !holdsBits(cm.dirty(), cm.entries())) {
+    return text("its shadow store is too short");
+  }
+  return "";
+}
+
+U32 firstRead(const Policy& policy, U32 first, U32 end) {
+  while (first < end && !isRead(policy.rule(first))) first = policy.ruleEnd(first, end);
+  return first;
+}
+
+U32 readEnd(const Policy& policy, U32 first, U32 end) {
+  while (first < end && isRead(policy.rule(first))) first = policy.ruleEnd(first, end);
+  return first;
+}
+
+// --- A run ---------------------------------------------------------------------------------------
+
+// Reads the entries and judges them. `judged` of them are behind afterwards.
+Patrol::Visit Patrol::audit(const ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,
+                            U32& judged) {
+  judged = 0;
+  if (cm->entrySize() == 0) {
+    judged = end - first;
+    return Visit::done;
+  }
+  Run run(*this, cm, first, end, result);
+  if (shadow_.judgeAtOnce()) takeMarks(run);
+  if (const Visit read = readRun(run); read != Visit::done) {
+    if (shadow_.judgeAtOnce()) giveMarksBack(run, first);
+    return read;
+  }
+  if (shadow_.judgeAtOnce()) {
+    run.marks.forget();
+  } else {
+    takeMarks(run);
+  }
+  takeOpenFindings(run);
+  const Visit visited = judgeRun(run, judged);
+  // What was not judged keeps its marks and its findings.
+  giveMarksBack(run, first + judged);
+  giveOpenFindingsBack(run, first + judged);
+  if (!run.isSuperseded()) {
+    result.entries += judged;
+    learnEqual(run, first + judged);
+    countVisits(run, first + judged);
+  }
+  return visited;
+}
+
+// Clears the marks of the run's entries, and remembers that they were written. Marks that are set
+// from now on are those of the next visit.
+void Patrol::takeMarks(Run& run) {
+  U8* const dirty = run.dirtyBuf->data();
+  run.marks.take(dirty, run.first, run.end);
+  if (!run.marks.isAnySet()) return run.marks.forget();
+  EntryBits& written = marksOf(run.cm).written;
+  for (U32 e = run.first; e < run.end; ++e) {
+    if (!run.marks.at(e)) continue;
+    written.atIs(e, true);
+    bitIs(dirty, e, false);
+  }
+}
+
+void Patrol::giveMarksBack(Run& run, U32 from) {
+  for (U32 e = from; e < run.end; ++e) {
+    if (run.marks.at(e)) bitIs(run.dirtyBuf->data(), e, true);
+  }
+}
+
+// An entry that is equal has no open finding any more; one that differs gets it anew.
+void Patrol::takeOpenFindings(Run& run) {
+  const RegionMarks* marks = this->marks(run.cm.ptr());
+  if (marks == nullptr || marks->open.size() == 0) return;
+  EntryBits& open = marksOf(run.cm).open;
+  for (U32 e = run.first; e < run.end; ++e) {
+    if (!open.at(e)) continue;
+    run.open.push_back(e);
+    open.atIs(e, false);
+  }
+}
+
+void Patrol::giveOpenFindingsBack(Run& run, U32 from) {
+  for (const U32 e : run.open) {
+    if (e >= from) marksOf(run.cm).open.atIs(e, true);
+  }
+}
+
+// Reads the run into the hardware buffer. The chip's sentinel decides whether it counts.
+Patrol::Visit Patrol::readRun(Run& run) {
+  Zint::String8 error;
+  bool isPresent = true, isReset = false;
+  const bool wasAbsent = run.chip->isAbsent();
+  const bool isRead = callGuarded(
+      [&] {
+        run.ham->doRead(run.cm->entryAddress(run.first), run.actual(run.first), run.entrySize,
+                        run.end - run.first);
+        if (run.isSuperseded()) return;
+        isPresent = run.chip->isPresent();
+        if (wasAbsent && isPresent && !run.isSuperseded()) isReset = run.chip->wasReset();
+      },
+      error);
+  if (run.isSuperseded()) return Visit::ended;
+  if (!isRead || !isPresent) {
+    makeAbsent(run.state, isRead ? "its sentinel register is wrong" : error);
+    return run.isSuperseded() ? Visit::ended : Visit::isVoid;
+  }
+  if (wasAbsent) run.chip->absentIs(false, "", time());
+  if (run.isSuperseded()) return Visit::ended;
+  if (isReset) {
+    run.chip->doChipReset();
+    return Visit::ended;
+  }
+  run.state.hasRead = true;
+  return Visit::done;
+}
+
+Patrol::Visit Patrol::judgeRun(Run& run, U32& judged) {
+  U32 e = nextDifference(run, run.first);
+  for (; e < run.end; e = nextDifference(run, e + 1)) {
+    const Visit visited = judge(run, e);
+    judged = e - run.first;
+    if (visited != Visit::done) return visited;
+    ++judged;
+    if (run.isSuperseded()) return Visit::ended;
+    if (isTurnOver()) return Visit::full;
+  }
+  if (run.isSuperseded()) return Visit::ended;
+  judged = run.end - run.first;
+  return Visit::done;
+}
+
+// The first entry from `entry` on that is compared and differs; the run's end if there is none, or
+// if a comparison ends the slice.
+U32 Patrol::nextDifference(const Run& run, U32 entry) const {
+  if (entry >= run.end) return run.end;
+  if (run.policy == nullptr || run.policy->isPlain()) {
+    return shadow_.differentEntry(run.cm, entry, run.end);
+  }
+  const Policy& policy = *run.policy;
+  if (AuditedShadow::comparesBytes(*run.ham)) {
+    return policy.differentEntry(run.shadowBuf->data(), run.hardwareBuf->data(), entry, run.end);
+  }
+  while (entry < run.end && !run.isSuperseded()) {
+    const U32 runEnd = policy.ruleEnd(entry, run.end);
+    if (!isCompared(policy.rule(entry))) {
+      entry = runEnd;
+      continue;
+    }
+    const U32 different = shadow_.differentEntry(run.cm, entry, runEnd);
+    if (run.isSuperseded()) break;
+    if (different < runEnd &&
+        !policy.equals(different, run.expected(different), run.actual(different))) {
+      return different;
+    }
+    entry = different < runEnd ? different + 1 : runEnd;
+  }
+  return run.end;
+}
+
+// Baseline entries become known where they equal the zeroed shadow.
+void Patrol::learnEqual(Run& run, U32 end) {
+  if (run.policy == nullptr || run.policy->unwritten() != Unwritten::baseline) return;
+  for (U32 e = run.first; e < end; ++e) {
+    if (!run.isKnown(e) && isCompared(run.policy->rule(e)) &&
+        std::equal(run.expected(e), run.expected(e) + run.entrySize, run.actual(e))) {
+      bitIs(run.initializedBuf->data(), e, true);
+    }
+  }
+}
+
+// --- One entry -----------------------------------------------------------------------------------
+
+Patrol::Visit Patrol::judge(Run& run, U32 entry) {
+  if (!run.isKnown(entry)) {
+    shadow_.doAuditEntry(run.cm, entry);
+    ++run.result.adopted;
+    tell(run, entry, Verdict::adopted);
+    return Visit::done;
+  }
+  if (run.isMarked(entry)) return leave(run, entry);
+
+  if (shadow_.findsResets() && needsProbe(run)) {
+    const Visit probed = probe(run, entry);
+    if (probed != Visit::done) return probed;
+  }
+  Verdict verdict = verdictOf(run, entry);
+  if (verdict == Verdict::repaired && repairsOfTurn_ >= shadow_.maxRepairsPerTurn()) {
+    return Visit::full;
+  }
+  if (verdict == Verdict::repaired && shadow_.rereads()) {
+    std::vector<U8> again(run.entrySize);
+    if (const Visit read = readAgain(run, entry, again.data()); read != Visit::done) return read;
+    if (run.isMarked(entry)) return leave(run, entry);
+    if (run.isEqual(entry, again.data())) {
+      if (run.isSuperseded()) return Visit::ended;
+      shadow_.transientsInc();
+      ++run.result.differences;
+      tell(run, entry, Verdict::transient);
+      return Visit::done;
+    }
+    if (run.isSuperseded()) return Visit::ended;
+    std::copy(again.begin(), again.end(), run.actual(entry));
+  }
+  Judgement judgement{run, entry, verdict};
+  Judgement* const outer = std::exchange(judgement_, &judgement);
+  shadow_.doAuditEntry(run.cm, entry);
+  judgement_ = outer;
+  ++run.result.differences;
+  const bool isOpen = judgement.verdict != Verdict::repaired || judgement.nature == Nature::stuck;
+  if (isOpen && run.cm->dirty() == run.dirtyBuf) marksOf(run.cm).open.atIs(entry, true);
+  tell(run, entry, judgement.verdict, judgement.nature);
+  if (run.isSuperseded()) return Visit::ended;
+  if (!judgement.error.empty()) {
+    makeAbsent(run.state, judgement.error);
+    return run.isSuperseded() ? Visit::ended : Visit::isVoid;
+  }
+  return Visit::done;
+}
+
+// The entry was written since the last visit: the difference proves nothing.
+Patrol::Visit Patrol::leave(Run& run, U32 entry) {
+  U8* const dirty = run.dirtyBuf->data();
+  const bool isMarkedNow = bitAt(dirty, entry);
+  bitIs(dirty, entry, true);
+  shadow_.doAuditEntry(run.cm, entry);
+  if (!isMarkedNow) bitIs(dirty, entry, false);
+  tell(run, entry, Verdict::writtenMeanwhile);
+  return Visit::done;
+}
+
+Verdict Patrol::verdictOf(const Run& run, U32 entry) const {
+  if (run.policy != nullptr) {
+    if (!isRewritten(run.policy->rule(entry))) return Verdict::detectOnly;
+    if (run.policy->unwritten() == Unwritten::defaults && !isWritten(*run.cm, entry)) {
+      return Verdict::detectOnly;
+    }
+  }
+  if (run.cm->mode() == ChipMemory::buffered()) return Verdict::deferred;
+  const RegionMarks* marks = this->marks(run.cm.ptr());
+  if (marks != nullptr) {
+    const auto history = marks->repairs.find(entry);
+    if (history != marks->repairs.end() && history->second.isQuarantined) {
+      return Verdict::quarantined;
+    }
+  }
+  return run.result.repairs >= shadow_.maxRepairsPerPass() ? Verdict::deferred : Verdict::repaired;
+}
+
+// Reads one entry. Not done: the chip did not answer, or the slice has ended.
+Patrol::Visit Patrol::readAgain(Run& run, U32 entry, U8* to) {
+  Zint::String8 error;
+  const bool isRead = callGuarded(
+      [&] { run.ham->doRead(run.cm->entryAddress(entry), to, run.entrySize, 1); }, error);
+  if (run.isSuperseded()) return Visit::ended;
+  if (isRead) return Visit::done;
+  makeAbsent(run.state, error);
+  return run.isSuperseded() ? Visit::ended : Visit::isVoid;
+}
+
+// --- Telling -------------------------------------------------------------------------------------
+
+Finding Patrol::finding(const Run& run, U32 entry, Verdict verdict, Nature nature) const {
+  return {.chipMemory = run.cm,
+          .entry = entry,
+          .expected = {run.expected(entry), run.entrySize},
+          .actual = {run.actual(entry), run.entrySize},
+          .verdict = verdict,
+          .nature = nature,
+          .time = time()};
+}
+
+void Patrol::tell(const Run& run, U32 entry, Verdict verdict, Nature nature) {
+  if (verdict != Verdict::adopted && verdict != Verdict::writtenMeanwhile) shadow_.findingsInc();
+  if (!shadow_.isObserved(AuditedShadow::Id::finding)) return;
+  const Finding told = finding(run, entry, verdict, nature);
+  shadow_.notifyEach<AuditedShadow::NotifieeConst>(
+      AuditedShadow::Id::finding,
+      [&](AuditedShadow::NotifieeConst& notifiee) { notifiee.onFinding(told); });
+}
+
+}  // namespace Driver

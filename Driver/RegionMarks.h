@@ -1,0 +1,56 @@
+// What the patrol remembers of a region. Used by Patrol alone.
+#pragma once
+
+#include <Driver/Policy.h>
+#include <Zint/Clock.h>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace Driver {
+
+// One bit an entry; grows with the entries that are set.
+class EntryBits {
+ public:
+  bool at(U32 entry) const {
+    return entry >> 3 < bytes_.size() && (bytes_[entry >> 3] >> (entry & 7) & 1) != 0;
+  }
+  void atIs(U32 entry, bool is) {
+    if (at(entry) == is) return;
+    if (entry >> 3 >= bytes_.size()) bytes_.resize((entry >> 3) + std::size_t{1});
+    const U32 bit = 1u << (entry & 7);
+    U8& byte = bytes_[entry >> 3];
+    byte = static_cast<U8>(is ? byte | bit : byte & ~bit);
+    set_ += is ? 1u : ~0u;
+  }
+  U32 size() const { return set_; }  // bits that are set
+  void clear() {
+    bytes_.clear();
+    set_ = 0;
+  }
+
+ private:
+  std::vector<U8> bytes_;
+  U32 set_ = 0;
+};
+
+// The repairs of one entry that are not older than the time of the quarantine.
+struct RepairHistory {
+  std::vector<Zint::Seconds> times;  // the oldest first
+  Zint::Seconds lastDifference = 0;
+  U32 cleanVisits = 0;
+  bool isQuarantined = false;
+};
+
+struct RegionMarks {
+  Hardware::ChipMemory::Ptr region;
+  Policy::Ptr policy;                    // null for none
+  Zint::Ptr<Zint::NotifieeConst> watch;  // of its store, where `policy` says what a new one holds
+  Hal::BufBase::Ptr store;               // the dirty bitmap to which `written` belongs
+  EntryBits written;                     // by clients, besides those that are dirty now
+  EntryBits open;                        // findings that a client's write must not be kept from
+  std::map<U32, RepairHistory> repairs;
+  U64 probedPass = 0;  // the last pass in which a difference asked for the chip
+};
+
+}  // namespace Driver
