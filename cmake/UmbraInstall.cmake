@@ -31,7 +31,10 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             PATTERN "ByName.h" EXCLUDE
             PATTERN "Umbra.h" EXCLUDE
             PATTERN "Driver.h" EXCLUDE
-            PATTERN "PolicyComparison.h" EXCLUDE)
+            PATTERN "Patrol.h" EXCLUDE
+            PATTERN "PatrolRun.h" EXCLUDE
+            PATTERN "PolicyComparison.h" EXCLUDE
+            PATTERN "RegionMarks.h" EXCLUDE)
   endif()
 endforeach()
 
