@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <pthread.h>
 #include <runtime/Heap.h>
 #include <runtime/Probes.h>
 #include <support/Death.h>
@@ -228,6 +229,37 @@ TEST_F(PosterTest, turn_ofFunctionsAllocatesNothing) {
   loop.turn();
   noMore.end();
   EXPECT_EQ(ran, 100u);
+}
+
+TEST_F(PosterTest, turn_ofAThreadThatEndsInAFunctionLeavesTheOthersWaiting) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizers object to what g++ binds a catch of forced unwinding to";
+#endif
+  struct Story {
+    std::string log;
+    bool isWoken = false;
+  } story;
+  const auto body = [](void* argument) -> void* {
+    auto* s = static_cast<Story*>(argument);
+    struct LaterTurn {
+      ~LaterTurn() {
+        s->isWoken = becomesReadable(*loop.activity);
+        loop.turn();
+      }
+      Story* s;
+      Support::ManualLoop loop;
+    } const later{s, {}};
+    later.loop.activity->post([] { pthread_exit(nullptr); });
+    later.loop.activity->post([s] { s->log += "b"; });
+    later.loop.activity->turn();
+    s->log += "came back";
+    return nullptr;
+  };
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, nullptr, body, &story), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  EXPECT_TRUE(story.isWoken);
+  EXPECT_EQ(story.log, "b");
 }
 
 // --- The end ---
