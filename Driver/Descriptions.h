@@ -5,6 +5,9 @@
 
 namespace Driver {
 
+UMBRA_API extern const Zint::Type alarmType;
+UMBRA_API extern const Zint::Type alarmStateType;
+UMBRA_API extern const Zint::Type alarmBoardType;
 UMBRA_API extern const Zint::Type alarmRuleType;
 UMBRA_API extern const Zint::Type alarmRuleScopeType;
 UMBRA_API extern const Zint::Type auditedShadowType;

@@ -2,7 +2,7 @@
 // ...Type.cpp files. Compiled for size.
 #include <Driver/Driver.h>
 
-#include <Driver/AlarmRule.h>
+#include <Driver/AlarmBoard.h>
 #include <Driver/AuditedShadow.h>
 #include <Driver/Chip.h>
 #include <Driver/ChipWriteRequest.h>
@@ -32,7 +32,11 @@ constexpr TypeRow row(const Zint::Type& type) {
 }
 
 // In the order of registration: that of the alphabet.
+// clang-format off: a line for each
 constexpr TypeRow types[] = {
+    row<Alarm>(alarmType),
+    row<Alarm::State>(alarmStateType),
+    row<AlarmBoard>(alarmBoardType),
     row<AlarmRule>(alarmRuleType),
     row<AlarmRule::Scope>(alarmRuleScopeType),
     row<AuditedShadow>(auditedShadowType),
@@ -44,8 +48,10 @@ constexpr TypeRow types[] = {
     row<Rule>(ruleType),
     row<Unwritten>(unwrittenType),
 };
+// clang-format on
 
 constexpr Member factories[] = {
+    factory<&alarmBoardFactory>("alarmBoardFactory", "name", "activity", "clock"),
     factory<&alarmRuleFactory>("alarmRuleFactory", "name", "scope", "count", "within",
                                "clearAfter"),
     factory<&auditedShadowFactory>("auditedShadowFactory", "zintFwkActivity", "clock"),
