@@ -5,7 +5,9 @@
 #include <Driver/AlarmBoard.h>
 #include <Driver/AuditedShadow.h>
 #include <Driver/Chip.h>
+#include <Driver/ChipAccess.h>
 #include <Driver/ChipWriteRequest.h>
+#include <Driver/ChipWriter.h>
 #include <Driver/Policy.h>
 
 #include <algorithm>
@@ -41,7 +43,9 @@ constexpr TypeRow types[] = {
     row<AlarmRule::Scope>(alarmRuleScopeType),
     row<AuditedShadow>(auditedShadowType),
     row<Chip>(chipType),
+    row<ChipAccess>(chipAccessType),
     row<ChipWriteRequest>(chipWriteRequestType),
+    row<ChipWriter>(chipWriterType),
     row<PatrolState>(patrolStateType),
     row<Policy>(policyType),
     row<Rewrite>(rewriteType),
@@ -56,7 +60,10 @@ constexpr Member factories[] = {
                                "clearAfter"),
     factory<&auditedShadowFactory>("auditedShadowFactory", "zintFwkActivity", "clock"),
     factory<&chipFactory>("chipFactory", "name", "chipHam"),
+    factory<&chipAccessFactory>("chipAccessFactory", "shadow", "chipMemory"),
     factory<&chipWriteRequestFactory>("chipWriteRequestFactory", "name"),
+    factory<&chipWriterFactory>("chipWriterFactory", "activity", "shadow", "request", "clock",
+                                "maxEntriesPerWrite", "maxEntriesPerSlice", "writeInterval"),
     factory<&policyFactory>("policyFactory", "chipMemory"),
 };
 

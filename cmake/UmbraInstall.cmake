@@ -35,7 +35,9 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             PATTERN "Patrol.h" EXCLUDE
             PATTERN "PatrolRun.h" EXCLUDE
             PATTERN "PolicyComparison.h" EXCLUDE
-            PATTERN "RegionMarks.h" EXCLUDE)
+            PATTERN "RegionMarks.h" EXCLUDE
+            PATTERN "RegionWrite.h" EXCLUDE
+            PATTERN "ReplayRegion.h" EXCLUDE)
   endif()
 endforeach()
 

@@ -1,0 +1,50 @@
+#include <Driver/ChipAccess.h>
+#include <Driver/Driver.h>
+#include <Zint/Accessors.h>
+#include <Zint/Bytes.h>
+
+namespace Driver {
+namespace {
+
+using Zint::attribute;
+using Zint::constructorParameter;
+using Zint::operation;
+using Zint::readOnly;
+
+constexpr U64 longestAccessText = 1u << 24;
+
+Zint::Bytes readByName(const ChipAccess& access, U32 entry, U32 entries) {
+  const U64 size = U64{access.chipMemory()->entrySize()} * entries;
+  if (size > longestAccessText) {
+    throw Zint::ArgumentException(
+        Zint::format("%ju bytes are more than a text should hold", std::uintmax_t{size}));
+  }
+  Zint::Bytes bytes{std::vector<U8>(static_cast<std::size_t>(size))};
+  access.readBytes(entry, bytes.bytes);
+  return bytes;
+}
+
+void writeByName(ChipAccess& access, U32 entry, Zint::Bytes data) {
+  access.writeBytes(entry, data.bytes);
+}
+
+using A = ChipAccess;
+constexpr Zint::Member chipAccessMembers[] = {
+    constructorParameter<&A::shadow>("shadow"),
+    constructorParameter<&A::chipMemory>("chipMemory"),
+    attribute<&A::holdsWhileRestoring, &A::holdsWhileRestoringIs>("holdsWhileRestoring"),
+    readOnly<&A::readMisses>("readMisses"),
+    readOnly<&A::writeMisses>("writeMisses"),
+    readOnly<&A::writesHeld>("writesHeld"),
+    operation<&readByName>("read", "entry", "entries"),
+    operation<&writeByName>("write", "entry", "data"),
+};
+ZINT_CHECK_IDS(ChipAccess, chipAccessMembers, Zint::firstAttributeId, shadow, chipMemory,
+               holdsWhileRestoring, readMisses, writeMisses, writesHeld, read, write);
+
+}  // namespace
+
+constexpr Zint::Type chipAccessType =
+    describe<ChipAccess>(countedObject, nullptr, chipAccessMembers);
+
+}  // namespace Driver

@@ -1,0 +1,397 @@
+// The writing: what a command does, one tick, one slice, and the passes that a replay consists of.
+#include <Driver/ChipWriter.h>
+
+#include <Driver/Driver.h>
+#include <Driver/ReplayRegion.h>
+#include <Zint/Sizes.h>
+#include <cxxabi.h>
+
+namespace Driver {
+namespace {
+
+// Entries that a slice looks at, at most: most of a large region may never have been written.
+constexpr U64 visitsPerSlice = 65536;
+// How often is looked again for writes that were held back.
+constexpr U32 maxPasses = 8;
+constexpr std::size_t maxDifferences = 1024;
+
+}  // namespace
+
+// --- Commands ---
+
+void ChipWriter::handleWriteRequest() {
+  const Ptr self(this);
+  const ChipWriteRequest::Ptr request = this->request();
+  if (request == nullptr) return;
+  DRIVER_TRACE(0, "handleWriteRequest " << request->state());
+  switch (static_cast<S32>(request->state())) {
+    case ChipWriteRequest::idle_:
+      return;
+    case ChipWriteRequest::start_:
+      return start(*request);
+    case ChipWriteRequest::stop_:
+      return stop();
+    default:
+      DRIVER_ASSERT(0);
+  }
+}
+
+void ChipWriter::start(const ChipWriteRequest& request) {
+  std::vector<Job> jobs;
+  std::vector<Zint::Seconds> delays;
+  for (const ChipWriteRequest::Group& group : request.groups()) {
+    for (const ChipMemory::Ptr& region : group.chipMemory) {
+      jobs.push_back({region, Zint::countOf(delays)});
+    }
+    delays.push_back(group.delay);
+  }
+  const Zint::Epoch::Mark command = commands_.advance();
+  const bool wasInterrupted = std::exchange(isInterrupted_, false);
+  isStarted_ = true;
+  includesAdopted_ = request.includesAdopted();
+  leavesBuffered_ = request.leavesBuffered();
+  verifiesThis_ = verifies_;
+  pause_ = 0;
+  reason_ = {};
+  remarks_.clear();
+  differences_.clear();
+  leftOut_.clear();
+  entriesToWrite_ = plan().entries;
+  entriesRewritten_ = 0;
+  jobs_.swap(jobs);
+  delays_.swap(delays);
+  groupIs(0);
+  jobs.clear();  // the destructor of a region may give another command
+  if (command.isSuperseded()) return;
+  entriesWrittenIs(0);
+  // A notifiee may stop or restart re-entrantly: that command wins.
+  if (command.isSuperseded()) return;
+  currentChipMemoryIs(jobs_.empty() ? nullptr : jobs_.front().region);
+  if (command.isSuperseded()) return;
+  notify(Id::entriesToWrite);
+  if (wasInterrupted && !command.isSuperseded()) notify(Id::isInterrupted);
+  if (!command.isSuperseded()) wakeAfter(delays_.front());
+}
+
+void ChipWriter::stop() {
+  const Zint::Epoch::Mark command = commands_.advance();
+  isStarted_ = false;
+  isInterrupted_ = false;
+  reason_ = {};
+  std::vector<Job> jobs;
+  jobs_.swap(jobs);
+  wakeAt(Zint::never);
+  jobs.clear();
+  if (!command.isSuperseded()) currentChipMemoryIs(nullptr);
+}
+
+void ChipWriter::doResume() {
+  if (!isStarted_ || !isInterrupted_) return;
+  const Ptr self(this);
+  DRIVER_TRACE(0, "doResume");
+  const Zint::Epoch::Mark command = commands_.advance();
+  isInterrupted_ = false;
+  reason_ = {};
+  notify(Id::isInterrupted);
+  if (!command.isSuperseded()) wakeAt(0.0);
+}
+
+void ChipWriter::fail(const Zint::String8& reason) {
+  const Ptr self(this);
+  const Zint::Epoch::Mark command(commands_);
+  const ChipWriteRequest::Ptr request = this->request();
+  isInterrupted_ = true;
+  reason_ = reason;
+  DRIVER_TRACE(0, "ChipWriter: " << reason_);
+  notify(Id::isInterrupted);
+  if (!command.isSuperseded() && request != nullptr) request->statusIs(ChipWriteRequest::failed_);
+}
+
+void ChipWriter::finish() {
+  const Zint::Epoch::Mark command(commands_);
+  const ChipWriteRequest::Ptr request = this->request();
+  isStarted_ = false;
+  std::vector<Job> jobs;
+  jobs_.swap(jobs);
+  jobs.clear();
+  if (!command.isSuperseded()) currentChipMemoryIs(nullptr);
+  if (!command.isSuperseded() && request != nullptr) request->statusIs(ChipWriteRequest::done_);
+}
+
+// --- Ticks and slices ---
+
+void ChipWriter::wakeAfter(Zint::Seconds seconds) {
+  if (seconds == 0) return wakeAt(0.0);
+  const Zint::Epoch::Mark command(commands_);
+  const Zint::Ptr<const Zint::Clock> clock = this->clock();
+  if (clock == nullptr) return;
+  // The reading of the time may stop this writer or give it another clock.
+  const Zint::Seconds time = clock->time();
+  if (!command.isSuperseded() && clock == this->clock()) wakeAt(time + seconds);
+}
+
+void ChipWriter::handleTimeout() {
+  const Ptr self(this);
+  const ChipWriteRequest::Ptr request = this->request();
+  if (request == nullptr || request->state() != ChipWriteRequest::start_) return;
+  if (!isStarted_ || isInterrupted_) return;
+  DRIVER_TRACE(9, "ChipWriter::handleTimeout");
+  const Zint::Epoch::Mark command(commands_);
+  doWrite();
+  if (command.isSuperseded() || !isStarted_ || isInterrupted_) return;
+  const Zint::Seconds wait = std::max(writeInterval_, pause_);
+  if (wait == 0) return wakeAt(0.0);
+  wakeAfter(wait);
+}
+
+void ChipWriter::doWrite() {
+  if (!isStarted_ || isInterrupted_) return;
+  const Ptr self(this);
+  const AuditedShadow::Ptr shadow = this->shadow();
+  const Zint::Epoch::Mark command(commands_);
+  if (shadow == nullptr) return fail("the shadow is gone");
+  const auto failAt = [&](const Zint::String8& what) {
+    if (command.isSuperseded()) return;
+    const Zint::String8 where =
+        currentChipMemory_ == nullptr ? Zint::String8("replay") : currentChipMemory_->name();
+    fail(where + Zint::format(" entry %u: ", accessedEntry_) + what);
+  };
+  try {
+    writeSlice(shadow);
+  } catch (abi::__forced_unwind&) {  // cancels the thread; must not be stopped
+    throw;
+  } catch (const std::exception& exception) {
+    failAt(exception.what());
+  } catch (...) {
+    failAt("an exception of the access method");
+  }
+}
+
+void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
+  const Zint::Epoch::Mark command(commands_);
+  pause_ = 0;
+  U32 left = maxEntriesPerSlice_;
+  for (U64 visits = visitsPerSlice; visits > 0;) {
+    if (shadow->overrideHardware()) return fail("overrideHardware is set");
+    if (place_.job >= place_.end) {
+      const bool goesOn = nextPass(*shadow);
+      if (command.isSuperseded()) return;
+      if (!goesOn) return finish();
+      if (pause_ > 0) return;
+      continue;
+    }
+    const ReplayRegion region(shadow, jobs_[place_.job].region);
+    --visits;
+    if (region.isHindered() || region.isBuffered()) {
+      if (place_.phase == Phase::write && !leaveOrRemark(shadow, region, left)) return;
+      if (command.isSuperseded()) return;
+      nextJob();
+      continue;
+    }
+    const EntryRun run = findRun(region, std::max(left, 1u), visits);
+    place_.entry = run.first;
+    if (run.second == 0) {
+      if (run.first >= region.cm()->entries()) nextJob();
+      continue;
+    }
+    if (left == 0) return;
+    currentChipMemoryIs(region.cm());
+    if (command.isSuperseded()) return;
+    if (!isChipPresent(shadow, region)) return;
+    if (place_.phase == Phase::verify) {
+      verifyRun(*shadow, region, run);
+    } else {
+      writeRun(shadow, region, run);
+    }
+    if (command.isSuperseded()) return;
+    place_.entry = run.first + run.second;
+    place_.hasFound = true;
+    left -= run.second;
+  }
+}
+
+bool ChipWriter::isChipPresent(const AuditedShadow::Ptr& shadow, const ReplayRegion& region) {
+  const Chip::Ptr chip = shadow->chip(region.cm());
+  if (chip == nullptr || !chip->isAbsent()) return true;
+  fail(chip->name() + " is absent: " + chip->reason());
+  return false;
+}
+
+EntryRun ChipWriter::findRun(const ReplayRegion& region, U32 limit, U64& visits) const {
+  const U32 most = std::min(maxEntriesPerWrite_, limit);
+  const bool adopted = includesAdopted_;
+  const auto isLeftOut = [&](U32 entry) {
+    return !leftOut_.empty() && leftOut_.contains({region.cm().ptr(), entry});
+  };
+  switch (place_.phase) {
+    case Phase::write:
+      return region.find(place_.entry, most, visits, true,
+                         [&](U32 entry) { return region.isReplayed(entry, adopted); });
+    case Phase::verify:
+      return region.find(place_.entry, most, visits, false, [&](U32 entry) {
+        return region.isReplayed(entry, adopted) && region.isComparable(entry) &&
+               !region.hasOpenFinding(entry);
+      });
+    default:
+      return region.find(place_.entry, most, visits, true, [&](U32 entry) {
+        return region.hasOpenFinding(entry) && region.isReplayed(entry, adopted) &&
+               !isLeftOut(entry);
+      });
+  }
+}
+
+std::function<void(bool)> ChipWriter::accessTimer() {
+  return [this, begin = Zint::Seconds{0}](bool begins) mutable {
+    const Zint::Ptr<const Zint::Clock> clock = this->clock();
+    if (clock == nullptr) return;
+    if (begins) {
+      begin = clock->time();
+    } else {
+      accessTime_ += std::max(0.0, clock->time() - begin);
+      ++accesses_;
+    }
+  };
+}
+
+void ChipWriter::writeRun(const AuditedShadow::Ptr& shadow, const ReplayRegion& region,
+                          EntryRun run) {
+  const Zint::Epoch::Mark command(commands_);
+  const ChipMemory::Ptr cm = region.cm();
+  const bool isOnce = region.isOnce(run.first);
+  accessedEntry_ = run.first;
+  RegionWrite write(shadow, cm);
+  write.honoursPolicy = true;
+  write.repeats = !isOnce;
+  write.writer = "ChipWriter::doWrite";
+  write.isSuperseded = [&command] { return command.isSuperseded(); };
+  write.accessing = accessTimer();
+  const auto leaveOut = [&](ReplayNote note, const char* reason) {
+    leftOut_.insert({cm.ptr(), run.first});
+    remarkAdd({cm, note, run.first, 1, reason});
+  };
+  try {
+    write.write(run);
+  } catch (...) {
+    if (isOnce && !command.isSuperseded()) {
+      place_.entry = run.first + 1;
+      leaveOut(ReplayNote::interrupted, "it is not repeated");
+    }
+    throw;
+  }
+  if (command.isSuperseded()) return;
+  if (isOnce && !write.unsettled.empty()) {
+    leaveOut(ReplayNote::unsettled, "a client wrote it during its access");
+    if (command.isSuperseded()) return;
+  }
+  entriesRewritten_ += write.rewritten;
+  countWritten(run.second);
+}
+
+// What is written beyond the number that was fixed at the start counts as written again.
+void ChipWriter::countWritten(U32 entries) {
+  const U64 counted =
+      place_.phase == Phase::write ? std::min<U64>(entries, entriesToWrite_ - entriesWritten_) : 0;
+  entriesRewritten_ += entries - counted;
+  entriesWrittenIs(entriesWritten_ + counted);
+}
+
+void ChipWriter::verifyRun(AuditedShadow& shadow, const ReplayRegion& region, EntryRun run) {
+  const Zint::Epoch::Mark command(commands_);
+  accessedEntry_ = run.first;
+  DRIVER_TRACE(6, "ChipWriter::doWrite: verifying " << region.cm()->name() << " entry " << run.first
+                                                    << " " << run.second << " entries");
+  compareRun(region, run, [&](U32 entry, std::span<const U8> expected, std::span<const U8> actual) {
+    if (command.isSuperseded()) return false;
+    shadow.openFindingIs(region.cm(), entry, true);
+    leftOut_.insert({region.cm().ptr(), entry});
+    if (differences_.size() < maxDifferences) {
+      differences_.push_back(
+          {region.cm(), entry, {expected.begin(), expected.end()}, {actual.begin(), actual.end()}});
+      notify(Id::differences);
+    }
+    return true;
+  });
+}
+
+// --- Passes ---
+
+void ChipWriter::nextJob() {
+  ++place_.job;
+  place_.entry = 0;
+}
+
+// Begins a pass over the jobs of the place.
+void ChipWriter::passIs(Phase phase) {
+  place_.phase = phase;
+  place_.job = place_.begin;
+  place_.entry = 0;
+  place_.hasFound = false;
+  place_.heldWrites = heldWriteCount();
+}
+
+void ChipWriter::groupIs(U32 group) {
+  place_ = {};
+  place_.group = group;
+  const auto isBefore = [](const Job& job, U32 number) { return job.group < number; };
+  const auto place = [&](U32 number) {
+    return static_cast<std::size_t>(std::lower_bound(jobs_.begin(), jobs_.end(), number, isBefore) -
+                                    jobs_.begin());
+  };
+  place_.begin = place(group);
+  place_.end = place(group + 1);
+  passIs(Phase::write);
+}
+
+// What was held back during the writing is looked for at the end of each group, and, where a later
+// group or the verification took time, at the end of all. False: nothing is left to do.
+bool ChipWriter::nextPass(AuditedShadow& shadow) {
+  const auto all = [this](Phase phase) {
+    place_.begin = 0;
+    place_.end = jobs_.size();
+    place_.passes = 0;
+    passIs(phase);
+    return true;
+  };
+  if (place_.phase == Phase::write) {
+    passIs(Phase::again);
+    return true;
+  }
+  if (place_.phase == Phase::verify) return all(Phase::last);
+  if (place_.hasFound || place_.heldWrites != heldWriteCount()) {
+    if (++place_.passes < maxPasses) {
+      passIs(place_.phase);
+      return true;
+    }
+    const Zint::Epoch::Mark command(commands_);
+    reportUnsettled(shadow);
+    if (command.isSuperseded()) return false;
+  }
+  if (place_.phase == Phase::last) return false;
+  if (place_.group + 1 < delays_.size()) {
+    groupIs(place_.group + 1);
+    pause_ = delays_[place_.group];
+    return true;
+  }
+  if (verifiesThis_) return all(Phase::verify);
+  return delays_.size() > 1 && all(Phase::last);
+}
+
+void ChipWriter::reportUnsettled(AuditedShadow& shadow) {
+  const Zint::Epoch::Mark command(commands_);
+  for (place_.job = place_.begin; place_.job < place_.end; nextJob()) {
+    const ReplayRegion region(AuditedShadow::Ptr(&shadow), jobs_[place_.job].region);
+    if (region.isHindered() || region.isBuffered()) continue;
+    U64 visits = everyVisit;
+    while (true) {
+      const EntryRun run = findRun(region, ~0u, visits);
+      if (run.second == 0) break;
+      for (U32 i = 0; i < run.second; ++i) leftOut_.insert({region.cm().ptr(), run.first + i});
+      remarkAdd({region.cm(), ReplayNote::unsettled, run.first, run.second,
+                 "clients write it again and again"});
+      if (command.isSuperseded()) return;
+      place_.entry = run.first + run.second;
+    }
+  }
+}
+
+}  // namespace Driver
