@@ -136,6 +136,8 @@ void AuditedShadow::pausedIs(bool paused) {
 
 Zint::String8 AuditedShadow::patrolReason() const { return patrol_->reason(); }
 
+Zint::Seconds AuditedShadow::lastPassAge() const { return patrol_->time() - lastPassTime_; }
+
 Zint::Seconds AuditedShadow::nextTry() const { return patrol_->nextTry(); }
 
 PassResult AuditedShadow::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) {

@@ -61,6 +61,7 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
       passEntriesDone,
       passPeriods,
       lastPassTime,
+      lastPassAge,
       findings,
       repairs,
       transients,
@@ -183,6 +184,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   U64 passEntriesDone() const { return passEntriesDone_; }
   // When the last complete pass ended; negative infinity before the first.
   Zint::Seconds lastPassTime() const { return lastPassTime_; }
+  // Seconds since then; infinity before the first.
+  Zint::Seconds lastPassAge() const;
   // From start to start, the newest last; at most 16.
   const std::vector<Zint::Seconds>& passPeriods() const { return passPeriods_; }
   // Reads and judges entries of a region at once, beside the patrol. The region need not be under

@@ -55,6 +55,7 @@ constexpr Zint::Member auditedShadowMembers[] = {
     readOnly<&A::passEntriesDone>("passEntriesDone"),
     readOnly<&passPeriodsByName>("passPeriods"),
     readOnly<&A::lastPassTime>("lastPassTime"),
+    readOnly<&A::lastPassAge>("lastPassAge"),
     readOnly<&A::findings>("findings"),
     readOnly<&A::repairs>("repairs"),
     readOnly<&A::transients>("transients"),
@@ -74,7 +75,7 @@ ZINT_CHECK_IDS(AuditedShadow, auditedShadowMembers, Hardware::HardwareShadow::Id
                maxEntriesPerSlice, sliceInterval, turnBound, judgeAtOnce, rereads, verifies,
                maxRepairsPerTurn, maxRepairsPerPass, quarantineRepairs, quarantineTime,
                quarantineVisits, findsResets, paused, patrolState, patrolReason, patrolSince,
-               nextTry, passEntries, passEntriesDone, passPeriods, lastPassTime, findings, repairs,
+               nextTry, passEntries, passEntriesDone, passPeriods, lastPassTime, lastPassAge, findings, repairs,
                transients, quarantined, policyIs, policy, chipIs, chip, policyText, doAudit,
                isQuarantined, quarantineDel, hasOpenFinding, isWritten);
 

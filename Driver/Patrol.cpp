@@ -1,6 +1,8 @@
 // The patrol's reactions to changes, and what it knows of regions and chips.
 #include <Driver/Patrol.h>
 
+#include <Driver/PatrolReplay.h>
+
 #include <Driver/Driver.h>
 #include <algorithm>
 #include <utility>
@@ -72,6 +74,29 @@ class Patrol::StoreWatch : public ChipMemory::NotifieeConst {
   Patrol* patrol_;
 };
 
+// What an entry is before anybody wrote it has changed.
+class Patrol::PolicyWatch : public Policy::NotifieeConst {
+ public:
+  PolicyWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, Patrol& patrol,
+              const Policy::Ptr& policy)
+      : NotifieeConst(activity, policy), patrol_(&patrol) {
+    isNonReferencingIs(true);
+    interestIs(Zint::interestIn(Policy::Id::unwritten) | Zint::interestIn(Policy::Id::resetValue));
+  }
+  void handleNotification(Zint::ActivityConfig*) override {
+    if (patrol_ == nullptr || notifier() == nullptr) return;
+    const auto marks = patrol_->marks_.find(notifier()->chipMemory().ptr());
+    if (marks != patrol_->marks_.end()) patrol_->applyUnwritten(*marks->second);
+  }
+  void forget() {
+    patrol_ = nullptr;
+    isRegisteredNotifieeIs(false);
+  }
+
+ private:
+  Patrol* patrol_;
+};
+
 class Patrol::SliceClock : public Zint::Clock::NotifieeConst {
  public:
   SliceClock(const Zint::Ptr<Zint::ActivityConfig>& activity,
@@ -102,9 +127,14 @@ Patrol::~Patrol() {
   if (clock_ != nullptr) clock_->forget();
   for (const auto& [region, marks] : marks_) {
     if (marks->watch != nullptr) static_cast<StoreWatch&>(*marks->watch).forget();
+    if (marks->policyWatch != nullptr) static_cast<PolicyWatch&>(*marks->policyWatch).forget();
   }
-  for (const auto& state : chips_) state->watch->forget();
-  for (const auto& [ham, state] : defaultChips_) state->watch->forget();
+  const auto forget = [this](ChipState& state) {
+    state.watch->forget();
+    dropReplay(state);
+  };
+  for (const auto& state : chips_) forget(*state);
+  for (const auto& [ham, state] : defaultChips_) forget(*state);
 }
 
 // --- What has changed ----------------------------------------------------------------------------
@@ -202,17 +232,13 @@ void Patrol::handleReset(const Chip::Ptr& chip) {
   if (isInPass_) endPass(chip->name() + " was reset");
   if (mark.isSuperseded()) return;
   if (isRunning()) wakeAt(0.0);  // the other chips' audit goes on
-  for (const auto& state : chips_) {
-    if (state->chip == chip) return restore(*state);
-  }
-  for (const auto& [ham, state] : defaultChips_) {
-    if (state->chip == chip) return restore(*state);
-  }
+  if (ChipState* state = stateOf(chip); state != nullptr) restore(*state);
 }
 
-void Patrol::handleRestored(const Chip::Ptr&) {
+void Patrol::handleRestored(const Chip::Ptr& chip) {
   const AuditedShadow::Ptr self(&shadow_);
   commands_.advance();
+  if (ChipState* state = stateOf(chip); state != nullptr) dropReplay(*state);
   if (isRunning()) wakeAt(0.0);
   updateState();
 }
@@ -228,7 +254,9 @@ void Patrol::stop() {
   updateState();
 }
 
+// 0 is the next turn: due now.
 void Patrol::wakeAt(Zint::Seconds time) {
+  due_ = time == 0 ? this->time() : time;
   if (clock_ != nullptr) clock_->timeMinIs(time);
 }
 
@@ -284,9 +312,8 @@ Zint::String8 Patrol::reason() const {
   if (shadow_.overrideHardware()) return "overrideHardware is set";
   if (shadow_.paused()) return "it is paused";
   if (clock_ == nullptr) return "it has no clock";
-  const Zint::Ptr<const Zint::Clock> clock = shadow_.clock();
-  const Zint::Seconds late = clock->time() - clock_->timeMin();
-  if (clock_->isArmed() && late > 1) {
+  const Zint::Seconds late = time() - due_;
+  if (late > 1) {
     return "nobody drives the loop: a turn is due for " + std::to_string(static_cast<U64>(late)) +
            " s";
   }
@@ -341,10 +368,13 @@ void Patrol::policyIs(const ChipMemory::Ptr& region, const Policy::Ptr& policy) 
   RegionMarks& marks = marksOf(region);
   const Policy::Ptr old = std::exchange(marks.policy, policy);
   const Zint::Ptr<Zint::NotifieeConst> watch = std::exchange(marks.watch, nullptr);
+  const Zint::Ptr<Zint::NotifieeConst> policyWatch = std::exchange(marks.policyWatch, nullptr);
   if (watch != nullptr) static_cast<StoreWatch&>(*watch).forget();
+  if (policyWatch != nullptr) static_cast<PolicyWatch&>(*policyWatch).forget();
   if (old != nullptr && old != policy) old->isInForceIs(false);
   if (policy != nullptr) {
     marks.watch = Zint::makePtr<StoreWatch>(shadow_.zintFwkActivity(), *this, region);
+    marks.policyWatch = Zint::makePtr<PolicyWatch>(shadow_.zintFwkActivity(), *this, policy);
     applyUnwritten(marks);
     policy->isInForceIs(true);
   }
@@ -391,6 +421,7 @@ void Patrol::quarantineDel(const ChipMemory::Ptr& region, U32 entry) {
   if (history == marks->second->repairs.end()) return;
   const bool isLifted = history->second.isQuarantined;
   marks->second->repairs.erase(history);
+  --histories_;
   if (isLifted) shadow_.quarantinedIs(shadow_.quarantined() - 1);
 }
 
@@ -437,6 +468,16 @@ Patrol::ChipState& Patrol::stateOf(const ChipMemory::Ptr& region) {
   return *(defaultChips_[ham.ptr()] = std::move(state));
 }
 
+Patrol::ChipState* Patrol::stateOf(const Chip::Ptr& chip) const {
+  for (const auto& state : chips_) {
+    if (state->chip == chip) return state.get();
+  }
+  for (const auto& [ham, state] : defaultChips_) {
+    if (state->chip == chip) return state.get();
+  }
+  return nullptr;
+}
+
 Chip::Ptr Patrol::findChip(const ChipMemory& region) const {
   const ChipState* state = findState(region);
   return state == nullptr ? nullptr : state->chip;
@@ -471,6 +512,7 @@ void Patrol::chipDel(const Chip::Ptr& chip) {
   chips_.erase(found);
   commands_.advance();
   state->watch->forget();
+  dropReplay(*state);
   if (isRunning()) wakeAt(0.0);
 }
 

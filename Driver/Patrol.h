@@ -38,6 +38,7 @@ class Patrol {
   bool repairJudged(const Hardware::ChipMemory::Ptr& cm, U32 entry);
 
   Zint::String8 reason() const;
+  Zint::Seconds time() const;  // of the shadow's clock
   Zint::Seconds nextTry() const;
 
   // --- Regions and chips ---
@@ -57,15 +58,17 @@ class Patrol {
   class SelfWatch;
   class ChipWatch;
   class StoreWatch;
+  class PolicyWatch;
   class SliceClock;
+  class Replay;
 
   struct ChipState {
     Chip::Ptr chip;
     Zint::Ptr<ChipWatch> watch;
-    Zint::Ptr<Zint::PtrInterface> replay;  // under way; null while there is none
-    bool hasRead = false;   // it answered in this pass, and has not become absent since
-    bool isMissed = false;  // a region of it was not audited in this pass
-    U64 probedPass = 0;     // the last pass in which a difference asked for it
+    Zint::Ptr<Replay> replay;  // under way; null while there is none
+    bool hasRead = false;      // it answered in this pass, and has not become absent since
+    bool isMissed = false;     // a region of it was not audited in this pass
+    U64 probedPass = 0;        // the last pass in which a difference asked for it
   };
 
   // The entries that one access reads and that are judged after it.
@@ -86,9 +89,9 @@ class Patrol {
   void wakeAt(Zint::Seconds time);
   void updateState();
   bool isRunning() const;
-  Zint::Seconds time() const;
   ChipState* findState(const Hardware::ChipMemory& region) const;
   ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
+  ChipState* stateOf(const Chip::Ptr& chip) const;  // null where it is none of this shadow's
   void applyUnwritten(RegionMarks& marks);
   void dropRemoved();
 
@@ -100,11 +103,18 @@ class Patrol {
   Visit visit(U32 budget, U32& done);
   bool isTurnOver() const;
   void makeAbsent(ChipState& state, const Zint::String8& reason);
+
+  // --- PatrolRestore.cpp: the replay after a reset ---
+  Zint::Ptr<ChipWriteRequest> replayRequest(const Chip& chip) const;
   void restore(ChipState& state);
+  void dropReplay(ChipState& state);
+  void handleReplay(Replay& ended);
+  void retryReplays();
 
   // --- PatrolJudge.cpp: what is done with a run ---
   Visit audit(const Hardware::ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,
               U32& judged);
+  Visit readAndJudge(Run& run, U32& judged);
   void takeMarks(Run& run);
   void giveMarksBack(Run& run, U32 from);
   void takeOpenFindings(Run& run);
@@ -152,6 +162,7 @@ class Patrol {
 
   // --- The turn under way ---
   Zint::Seconds turnStart_ = 0;
+  Zint::Seconds due_ = Zint::never;  // the next turn, or the one under way
   U32 repairsOfTurn_ = 0;
   Judgement* judgement_ = nullptr;  // on the stack of judge()
 

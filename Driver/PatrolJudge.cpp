@@ -44,7 +44,8 @@ U32 readEnd(const Policy& policy, U32 first, U32 end) {
 
 // --- A run ---------------------------------------------------------------------------------------
 
-// Reads the entries and judges them. `judged` of them are behind afterwards.
+// Reads the entries and judges them. `judged` of them are behind afterwards. An exception of a
+// comparison or of a copy into the cache counts as one of an access.
 Patrol::Visit Patrol::audit(const ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,
                             U32& judged) {
   judged = 0;
@@ -53,27 +54,32 @@ Patrol::Visit Patrol::audit(const ChipMemory::Ptr& cm, U32 first, U32 end, PassR
     return Visit::done;
   }
   Run run(*this, cm, first, end, result);
+  Visit visited = Visit::done;
+  Zint::String8 error;
+  const bool isDone = callGuarded([&] { visited = readAndJudge(run, judged); }, error);
+  // What was not judged keeps its marks and its findings.
+  giveMarksBack(run, first + judged);
+  giveOpenFindingsBack(run, first + judged);
+  if (isDone || run.isSuperseded()) return isDone ? visited : Visit::ended;
+  makeAbsent(run.state, error);
+  return run.isSuperseded() ? Visit::ended : Visit::isVoid;
+}
+
+Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
   if (shadow_.judgeAtOnce()) takeMarks(run);
-  if (const Visit read = readRun(run); read != Visit::done) {
-    if (shadow_.judgeAtOnce()) giveMarksBack(run, first);
-    return read;
-  }
+  if (const Visit read = readRun(run); read != Visit::done) return read;
   if (shadow_.judgeAtOnce()) {
-    run.marks.forget();
+    run.marks.forget();  // only what is marked from now on was written meanwhile
   } else {
     takeMarks(run);
   }
   takeOpenFindings(run);
   const Visit visited = judgeRun(run, judged);
-  // What was not judged keeps its marks and its findings.
-  giveMarksBack(run, first + judged);
-  giveOpenFindingsBack(run, first + judged);
-  if (!run.isSuperseded()) {
-    result.entries += judged;
-    learnEqual(run, first + judged);
-    countVisits(run, first + judged);
-  }
-  return visited;
+  if (run.isSuperseded()) return Visit::ended;
+  run.result.entries += judged;
+  learnEqual(run, run.first + judged);
+  countVisits(run, run.first + judged);
+  return run.isSuperseded() ? Visit::ended : visited;
 }
 
 // Clears the marks of the run's entries, and remembers that they were written. Marks that are set
@@ -197,6 +203,25 @@ void Patrol::learnEqual(Run& run, U32 end) {
   }
 }
 
+namespace {
+
+// Says which entry is judged while doAuditEntry() runs, also where that throws.
+template <class Judgement>
+class Judging {
+ public:
+  Judging(Judgement*& current, Judgement* judgement)
+      : current_(current), outer_(std::exchange(current, judgement)) {}
+  ~Judging() { current_ = outer_; }
+  Judging(const Judging&) = delete;
+  Judging& operator=(const Judging&) = delete;
+
+ private:
+  Judgement*& current_;
+  Judgement* const outer_;
+};
+
+}  // namespace
+
 // --- One entry -----------------------------------------------------------------------------------
 
 Patrol::Visit Patrol::judge(Run& run, U32 entry) {
@@ -231,9 +256,10 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
     std::copy(again.begin(), again.end(), run.actual(entry));
   }
   Judgement judgement{run, entry, verdict};
-  Judgement* const outer = std::exchange(judgement_, &judgement);
-  shadow_.doAuditEntry(run.cm, entry);
-  judgement_ = outer;
+  {
+    const Judging judging(judgement_, &judgement);
+    shadow_.doAuditEntry(run.cm, entry);
+  }
   ++run.result.differences;
   const bool isOpen = judgement.verdict != Verdict::repaired || judgement.nature == Nature::stuck;
   if (isOpen && run.cm->dirty() == run.dirtyBuf) marksOf(run.cm).open.atIs(entry, true);

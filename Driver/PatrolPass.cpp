@@ -9,6 +9,13 @@ namespace Driver {
 using Hardware::ChipMemory;
 using Hardware::ChipReadRequest;
 
+namespace {
+
+// A turn that is late by more than this many seconds is worth a line.
+constexpr Zint::Seconds longDelay = 1;
+
+}  // namespace
+
 // --- Passes --------------------------------------------------------------------------------------
 
 // A notifiee that ends the pass re-entrantly wins.
@@ -59,11 +66,10 @@ void Patrol::endPass(const Zint::String8& reason) {
   result_.duration = end - result_.start;
   const PassResult result = result_;
   if (reason.empty()) {
-    const auto count = [](ChipState& state) {
-      if (!state.isMissed && state.hasRead) state.chip->auditsInc();
-    };
-    for (std::size_t i = 0; i < chips_.size(); ++i) count(*chips_[i]);
-    for (const auto& [ham, state] : defaultChips_) count(*state);
+    for (const Chip::Ptr& chip : chips()) {
+      const ChipState* state = stateOf(chip);
+      if (state != nullptr && !state->isMissed && state->hasRead) chip->auditsInc();
+    }
   }
   if (result.isComplete) {
     shadow_.passEntriesDoneIs(shadow_.passEntries());
@@ -80,10 +86,15 @@ void Patrol::endPass(const Zint::String8& reason) {
 
 void Patrol::doSlice() {
   const AuditedShadow::Ptr self(&shadow_);
-  if (!isRunning()) return;
+  retryReplays();
+  if (!isRunning()) return wakeAt(nextTry());
   const Zint::Epoch::Mark mark(commands_);
   turnStart_ = time();
   repairsOfTurn_ = 0;
+  const Zint::Seconds late = turnStart_ - due_;
+  if (late > longDelay) DRIVER_TRACE(0, "nobody drove the loop for " << late << " s");
+  // What throws, for want of memory for instance, does not end the patrol.
+  wakeAt(turnStart_ + std::max(shadow_.sliceInterval(), 1.0));
   if (!isInPass_) {
     beginPass();
     if (mark.isSuperseded() || !isInPass_) return;
@@ -96,7 +107,8 @@ void Patrol::doSlice() {
       if (mark.isSuperseded()) return;
       const bool isWaiting = shadow_.patrolState() == PatrolState::suspended ||
                              shadow_.patrolState() == PatrolState::restoring;
-      wakeAt(isWaiting ? nextTry() : result_.start + shadow_.minIntervalBetweenAudits());
+      const Zint::Seconds next = result_.start + shadow_.minIntervalBetweenAudits();
+      wakeAt(isWaiting ? std::max(nextTry(), next) : next);
       return;
     }
     U32 done = 0;

@@ -114,31 +114,35 @@ void Patrol::remember(Judgement& judgement) {
 // Entries that were equal come nearer to the end of their quarantine; old repairs are forgotten.
 void Patrol::countVisits(Run& run, U32 end) {
   const auto found = marks_.find(run.cm.ptr());
-  if (found == marks_.end()) return;
-  auto& repairs = found->second->repairs;
+  if (found == marks_.end() || found->second->repairs.empty()) return;
+  std::vector<U32> visited;
+  const auto& remembered = found->second->repairs;
+  for (auto at = remembered.lower_bound(run.first); at != remembered.end() && at->first < end;
+       ++at) {
+    visited.push_back(at->first);
+  }
   const Zint::Seconds now = time();
   U32 lifted = 0;
-  for (auto at = repairs.lower_bound(run.first); at != repairs.end() && at->first < end;) {
+  for (const U32 entry : visited) {
+    const bool differs = !run.isEqual(entry, run.actual(entry));
+    if (run.isSuperseded()) break;
+    auto& repairs = marksOf(run.cm).repairs;
+    const auto at = repairs.find(entry);
+    if (at == repairs.end()) continue;
     RepairHistory& history = at->second;
-    const bool differs = !run.isEqual(at->first, run.actual(at->first));
-    if (differs) {
-      if (history.isQuarantined) {
-        history.lastDifference = now;
-        history.cleanVisits = 0;
-      }
-    } else {
+    if (!differs) {
       ++history.cleanVisits;
+    } else if (history.isQuarantined) {
+      history.lastDifference = now;
+      history.cleanVisits = 0;
     }
     const bool isOld = history.lastDifference + shadow_.quarantineTime() < now;
     const bool isLifted =
         history.isQuarantined && history.cleanVisits >= shadow_.quarantineVisits();
-    if (!isOld && !isLifted) {
-      ++at;
-      continue;
-    }
+    if (!isOld && !isLifted) continue;
     lifted += history.isQuarantined ? 1 : 0;
     --histories_;
-    at = repairs.erase(at);
+    repairs.erase(at);
   }
   if (lifted != 0) shadow_.quarantinedIs(shadow_.quarantined() - lifted);
 }
