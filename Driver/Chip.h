@@ -128,7 +128,9 @@ class UMBRA_API Chip : public Zint::Entity {
   // Whether the audited shadow replays by itself after a reset; on by default.
   bool restoresItself() const { return restoresItself_; }
   void restoresItselfIs(bool restoresItself);
-  // What is replayed, in which order. Null: all regions of the chip, by address.
+  // What is replayed, in which order. Null: all regions of the chip, by address. The audited shadow
+  // writes it, with a writer of its own: give the request no other one while `restoresItself` is
+  // on.
   const Zint::Ptr<ChipWriteRequest>& replay() const { return replay_; }
   void replayIs(const Zint::Ptr<ChipWriteRequest>& request);
 

@@ -1,6 +1,7 @@
 // What the patrol of an audited shadow tells: one difference, and the end of a pass.
 #pragma once
 
+#include <Driver/Chip.h>
 #include <Hardware/ChipMemory.h>
 #include <span>
 
@@ -31,6 +32,7 @@ enum class Nature : S32 {
 // One difference. Valid during the call that tells it; the bytes lie in buffers that the caller
 // holds.
 struct UMBRA_API Finding {
+  Chip::Ptr chip;
   Hardware::ChipMemory::Ptr chipMemory;
   U32 entry = 0;
   std::span<const U8> expected;  // entrySize bytes: what the shadow holds

@@ -315,7 +315,8 @@ Patrol::Visit Patrol::readAgain(Run& run, U32 entry, U8* to) {
 // --- Telling -------------------------------------------------------------------------------------
 
 Finding Patrol::finding(const Run& run, U32 entry, Verdict verdict, Nature nature) const {
-  return {.chipMemory = run.cm,
+  return {.chip = run.chip,
+          .chipMemory = run.cm,
           .entry = entry,
           .expected = {run.expected(entry), run.entrySize},
           .actual = {run.actual(entry), run.entrySize},

@@ -1,10 +1,92 @@
 // A chip that has lost its state is written again before its audit goes on.
+#include <Driver/ChipWriteRequest.h>
+#include <Driver/ChipWriter.h>
+#include <Driver/Driver.h>
+#include <Driver/Patrol.h>
 #include <Driver/PatrolReplay.h>
+#include <Driver/PatrolRun.h>
+#include <algorithm>
 
 namespace Driver {
 
-void Patrol::restore(ChipState&) { updateState(); }
-void Patrol::dropReplay(ChipState&) {}
-void Patrol::retryReplays() {}
+using Hardware::ChipMemory;
+
+namespace {
+
+constexpr U32 entriesPerReplayAccess = 64;
+
+}  // namespace
+
+// Of all its registered regions, by address, where the driver gave no other order.
+ChipWriteRequest::Ptr Patrol::replayRequest(const Chip& chip) const {
+  if (chip.replay() != nullptr) return chip.replay();
+  const ChipWriteRequest::Ptr request = chipWriteRequestFactory(chip.name() + " replay");
+  for (auto reactor = shadow_.chipMemoryIterator(); reactor; ++reactor) {
+    const ChipMemory::Ptr region = reactor->chipMemory();
+    if (findChip(*region).ptr() == &chip) request->chipMemoryIs(region);
+  }
+  return request;
+}
+
+// Begins the replay, or begins it again.
+void Patrol::restore(ChipState& state) {
+  const Chip::Ptr chip = state.chip;
+  dropReplay(state);
+  const Zint::Ptr<const Zint::Clock> clock = shadow_.clock();
+  if (chip->restoresItself() && clock != nullptr) {
+    const ChipWriteRequest::Ptr request = replayRequest(*chip);
+    const ChipWriter::Ptr writer = chipWriterFactory(
+        shadow_.zintFwkActivity(), AuditedShadow::Ptr(&shadow_), request, clock,
+        entriesPerReplayAccess, shadow_.maxEntriesPerSlice(), shadow_.sliceInterval());
+    state.replay = Zint::makePtr<Replay>(*this, chip, request, writer);
+    request->stateIs(Zint::Request::start_);
+  }
+  updateState();
+}
+
+void Patrol::dropReplay(ChipState& state) {
+  const Zint::Ptr<Replay> replay = std::exchange(state.replay, nullptr);
+  if (replay != nullptr) replay->forget();
+}
+
+// A replay that fails is tried again when the chip is.
+void Patrol::handleReplay(Replay& ended) {
+  const Zint::Ptr<Replay> replay(&ended);
+  const Chip::Ptr chip = replay->chip();
+  ChipState* const state = stateOf(chip);
+  if (state == nullptr || state->replay != replay) return;
+  if (replay->request()->status() == Zint::Request::done_) {
+    if (chip->isAbsent()) chip->absentIs(false, "", time());
+    chip->doRestored();
+  } else if (replay->request()->status() == Zint::Request::failed_) {
+    makeAbsent(*state, replay->writer()->reason());
+    wakeAt(std::min(nextTry(), isRunning() ? time() : Zint::never));
+    updateState();
+  }
+}
+
+// Goes on with the replays whose chips may answer again.
+void Patrol::retryReplays() {
+  const Zint::Seconds now = time();
+  for (const Chip::Ptr& chip : chips()) {
+    const ChipState* const state = stateOf(chip);
+    if (state == nullptr || state->replay == nullptr || !chip->isRestoring() || !chip->isAbsent() ||
+        now < chip->nextTry()) {
+      continue;
+    }
+    const Zint::Ptr<Replay> replay = state->replay;
+    Zint::String8 error;
+    bool isPresent = false;
+    callGuarded([&] { isPresent = chip->isPresent(); }, error);
+    ChipState* const after = stateOf(chip);
+    if (after == nullptr || after->replay != replay) continue;
+    if (!isPresent) {
+      makeAbsent(*after, error.empty() ? "its sentinel register is wrong" : error);
+      continue;
+    }
+    chip->absentIs(false, "", now);
+    replay->writer()->doResume();
+  }
+}
 
 }  // namespace Driver

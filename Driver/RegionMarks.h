@@ -44,7 +44,7 @@ struct RepairHistory {
 
 struct RegionMarks {
   Hardware::ChipMemory::Ptr region;
-  Policy::Ptr policy;                    // null for none
+  Policy::Ptr policy;  // null for none
   Zint::Ptr<Zint::NotifieeConst> policyWatch;
   Zint::Ptr<Zint::NotifieeConst> watch;  // of its store, where `policy` says what a new one holds
   Hal::BufBase::Ptr store;               // the dirty bitmap to which `written` belongs

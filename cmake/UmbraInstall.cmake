@@ -33,6 +33,7 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             PATTERN "AlarmWindows.h" EXCLUDE
             PATTERN "Driver.h" EXCLUDE
             PATTERN "Patrol.h" EXCLUDE
+            PATTERN "PatrolReplay.h" EXCLUDE
             PATTERN "PatrolRun.h" EXCLUDE
             PATTERN "PolicyComparison.h" EXCLUDE
             PATTERN "RegionMarks.h" EXCLUDE

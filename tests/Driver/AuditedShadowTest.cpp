@@ -196,6 +196,64 @@ TEST_F(AuditedShadow, aResetChipIsFoundByItsOtherEntries) {
   EXPECT_TRUE(passes.back().isComplete);
 }
 
+// The chip of 8,192 entries that forgot them all.
+TEST_F(AuditedShadow, aResetChipIsReplayedAndItsAuditGoesOn) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 8192);
+  const ChipMemory::Ptr learned = region("learned", 0x20000, 16);
+  set(learned, 3, 77);
+  audit();
+  for (U32 e = 0; e < 8192; ++e) write(mac, e, e + 1);
+  pass();
+  pass();
+  told.clear();
+  chip->bytes = {};
+  set(learned, 3, 78);
+  chip->writes = 0;
+  for (U32 i = 0; i < 100 && shadow->chip(mac)->resets() == 0; ++i) step();
+  for (U32 i = 0; i < 1000 && shadow->chip(mac)->isRestoring(); ++i) step();
+  EXPECT_FALSE(shadow->chip(mac)->isRestoring());
+  EXPECT_EQ(told.size(), 1u);
+  EXPECT_EQ(told[0].verdict, Verdict::reset);
+  EXPECT_EQ(mac->registersFixed(), 0u);
+  EXPECT_EQ(chip->writes, 8192u);
+  for (U32 e = 0; e < 8192; ++e) ASSERT_EQ(get(mac, e), e + 1) << e;
+  ASSERT_TRUE(pass());
+  EXPECT_TRUE(passes.back().isComplete);
+}
+
+TEST_F(AuditedShadow, aReplayThatMeetsAnAbsentChipGoesOnWhenItAnswers) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 100);
+  audit();
+  for (U32 e = 0; e < 100; ++e) write(mac, e, e + 1);
+  pass();
+  pass();
+  chip->bytes = {};
+  chip->isAway = true;
+  shadow->chip(mac)->doChipReset();
+  for (U32 i = 0; i < 10; ++i) step();
+  EXPECT_TRUE(shadow->chip(mac)->isRestoring());
+  EXPECT_TRUE(shadow->chip(mac)->isAbsent());
+  EXPECT_EQ(shadow->patrolState(), PatrolState::restoring);
+  chip->isAway = false;
+  for (U32 i = 0; i < 50 && shadow->chip(mac)->isRestoring(); ++i) step();
+  EXPECT_FALSE(shadow->chip(mac)->isRestoring());
+  EXPECT_FALSE(shadow->chip(mac)->isAbsent());
+  for (U32 e = 0; e < 100; ++e) ASSERT_EQ(get(mac, e), e + 1) << e;
+  ASSERT_TRUE(pass());
+  EXPECT_TRUE(passes.back().isComplete);
+}
+
+// Also while nothing is audited.
+TEST_F(AuditedShadow, aResetIsReplayedWhileTheShadowIsIdle) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 10);
+  shadow->stateIs(HardwareShadow::configured());
+  for (U32 e = 0; e < 10; ++e) write(mac, e, e + 1);
+  chip->bytes = {};
+  shadow->chip(mac)->doChipReset();
+  for (U32 i = 0; i < 20; ++i) step();
+  for (U32 e = 0; e < 10; ++e) EXPECT_EQ(get(mac, e), e + 1);
+}
+
 TEST_F(AuditedShadow, fewDamagesAreRepairedAndNoReset) {
   const ChipMemory::Ptr mac = region("mac", 0x1000, 100);
   audit();

@@ -338,6 +338,7 @@ TEST_F(ChipWriterTest, writesHeldBackInRegionsThatAreDoneAreWrittenBeforeTheEnd)
   resetChip();
   own->chip(a)->replayIs(request);
   writerIs(8, 2);
+  own->chip(a)->restoresItselfIs(false);  // this writer does
   own->chip(a)->doChipReset();
   request->stateIs(start);
   EXPECT_EQ(tick(), (Accesses{writeOf(0x3000, 2)}));
@@ -364,6 +365,7 @@ TEST_F(ChipWriterTest, writesHeldBackReachTheChipBeforeTheNextGroup) {
   const auto access = Driver::chipAccessFactory(own, a);
   resetChip();
   own->chip(a)->replayIs(request);
+  own->chip(a)->restoresItselfIs(false);  // this writer does
   own->chip(a)->doChipReset();
   writerIs(8, 2);
   request->stateIs(start);

@@ -5,6 +5,8 @@
 #include <Driver/AuditedShadow.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <functional>
 #include <map>
 #include <set>
