@@ -337,10 +337,8 @@ TEST_F(ChipWriterTest, writesHeldBackInRegionsThatAreDoneAreWrittenBeforeTheEnd)
   const auto access = Driver::chipAccessFactory(own, a);
   resetChip();
   own->chip(a)->replayIs(request);
-  writerIs(8, 2);
-  own->chip(a)->restoresItselfIs(false);  // this writer does
-  own->chip(a)->doChipReset();
-  request->stateIs(start);
+  own->maxEntriesPerSliceIs(2);
+  own->chip(a)->doChipReset();  // starts the replay
   EXPECT_EQ(tick(), (Accesses{writeOf(0x3000, 2)}));
   access->write<U32>(0, 77);
   access->write<U32>(5, 78);
@@ -365,10 +363,8 @@ TEST_F(ChipWriterTest, writesHeldBackReachTheChipBeforeTheNextGroup) {
   const auto access = Driver::chipAccessFactory(own, a);
   resetChip();
   own->chip(a)->replayIs(request);
-  own->chip(a)->restoresItselfIs(false);  // this writer does
-  own->chip(a)->doChipReset();
-  writerIs(8, 2);
-  request->stateIs(start);
+  own->maxEntriesPerSliceIs(2);
+  own->chip(a)->doChipReset();  // starts the replay
   tick();
   access->write<U32>(0, 77);
   EXPECT_EQ(tick(), (Accesses{writeOf(0x3008, 1), writeOf(0x3000, 1)}));
