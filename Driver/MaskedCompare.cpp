@@ -15,6 +15,8 @@ namespace {
 constexpr std::size_t vectorSize = sizeof(__m128i);
 // Of a difference, so much is searched again for its place. Larger blocks gain nothing.
 constexpr std::size_t largestBlock = 4096;
+// Up to so many bytes memcmp's beginning and end cost more than they save.
+constexpr std::size_t largestShortRun = sizeof(void*) == 8 ? 128 : 512;
 // The most vectors of a period for which a block has accumulators.
 constexpr std::size_t mostVectors = 16;
 
@@ -29,6 +31,30 @@ constexpr std::size_t mostVectors = 16;
 [[gnu::always_inline]] inline __m128i maskedDifference(const U8* a, const U8* b,
                                                        const U8* compared) {
   return _mm_and_si128(_mm_xor_si128(loadVector(a), loadVector(b)), loadVector(compared));
+}
+
+[[gnu::always_inline]] inline __m128i xorOf(const U8* a, const U8* b) {
+  return _mm_xor_si128(loadVector(a), loadVector(b));
+}
+
+// Whether some bits differ. REQUIRES: at least one vector. For short runs: no more than the bytes
+// asked for is compared, and but one is compared twice.
+[[gnu::always_inline]] inline bool shortRunDiffers(const U8* a, const U8* b, std::size_t bytes) {
+  __m128i d0 = xorOf(a + bytes - vectorSize, b + bytes - vectorSize);
+  __m128i d1 = _mm_setzero_si128(), d2 = d1, d3 = d1;
+  for (; bytes >= 4 * vectorSize; bytes -= 4 * vectorSize, a += 64, b += 64) {
+    d0 = _mm_or_si128(d0, xorOf(a, b));
+    d1 = _mm_or_si128(d1, xorOf(a + 16, b + 16));
+    d2 = _mm_or_si128(d2, xorOf(a + 32, b + 32));
+    d3 = _mm_or_si128(d3, xorOf(a + 48, b + 48));
+  }
+  if (bytes >= 2 * vectorSize) {
+    d1 = _mm_or_si128(d1, xorOf(a, b));
+    d2 = _mm_or_si128(d2, xorOf(a + 16, b + 16));
+    a += 32, b += 32, bytes -= 32;
+  }
+  if (bytes >= vectorSize) d3 = _mm_or_si128(d3, xorOf(a, b));
+  return !isZeroVector(_mm_or_si128(_mm_or_si128(d0, d1), _mm_or_si128(d2, d3)));
 }
 
 // Unrolled by hand: one accumulator for each vector of the period.
@@ -82,8 +108,9 @@ std::size_t differentByte(const U8* a, const U8* b, const U8* compared, std::siz
 
 std::size_t differentByte(const U8* a, const U8* b, std::size_t bytes) {
   std::size_t at = 0;
-  for (std::size_t block = 64; at < bytes; block = std::min(2 * block, largestBlock)) {
-    block = std::min(block, bytes - at);
+  // memcmp stops early, but does not tell where.
+  while (at < bytes) {
+    const std::size_t block = std::min(largestBlock, bytes - at);
     if (std::memcmp(a + at, b + at, block) != 0) break;
     at += block;
   }
@@ -93,6 +120,19 @@ std::size_t differentByte(const U8* a, const U8* b, std::size_t bytes) {
   }
   while (at < bytes && a[at] == b[at]) ++at;
   return at;
+}
+
+std::size_t differentRun(const U8* a, const U8* b, std::span<const ByteRun> runs) {
+  std::size_t i = 0;
+  for (; i < runs.size(); ++i) {
+    const auto [first, bytes] = runs[i];
+    if (bytes < vectorSize || bytes > largestShortRun) {
+      if (std::memcmp(a + first, b + first, bytes) != 0) break;
+    } else if (shortRunDiffers(a + first, b + first, bytes)) {
+      break;
+    }
+  }
+  return i;
 }
 
 MaskedCompare::MaskedCompare(std::span<const U8> mask) {

@@ -23,6 +23,15 @@ UMBRA_API std::size_t differentByte(const U8* a, const U8* b, const U8* compared
 // The same for all bits.
 UMBRA_API std::size_t differentByte(const U8* a, const U8* b, std::size_t bytes);
 
+// Some bytes of two images.
+struct ByteRun {
+  std::size_t first;
+  std::size_t bytes;
+};
+
+// The number of the first run in which a bit differs, the number of runs if there is none.
+UMBRA_API std::size_t differentRun(const U8* a, const U8* b, std::span<const ByteRun> runs);
+
 class UMBRA_API MaskedCompare {
  public:
   // REQUIRES: at least one byte.

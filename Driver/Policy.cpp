@@ -4,6 +4,7 @@
 #include <Driver/Driver.h>
 #include <Driver/PolicyComparison.h>
 #include <algorithm>
+#include <bit>
 
 namespace Driver {
 namespace {
@@ -23,18 +24,18 @@ bool isZeroBytes(std::span<const U8> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](U8 byte) { return byte == 0; });
 }
 
-// Sets or clears the bits of [first, end).
-void bitmapBitsAre(U8* bitmap, U64 first, U64 end, bool set) {
-  for (; first < end; ++first) {
+// Sets or clears the bits of [first, end). The number of those that change.
+U32 bitmapBitsAre(U8* bitmap, U64 first, U64 end, bool set) {
+  U32 changed = 0;
+  while (first < end) {
     U8& byte = bitmap[first >> 3];
-    if ((first & 7) == 0 && end - first >= 8) {
-      byte = set ? 0xff : 0;
-      first += 7;
-      continue;
-    }
-    const U32 bit = 1u << (first & 7);
-    byte = static_cast<U8>(set ? byte | bit : byte & ~bit);
+    const U32 count = static_cast<U32>(std::min(8 - (first & 7), end - first));
+    const U32 bits = ((1u << count) - 1) << (first & 7);
+    changed += static_cast<U32>(std::popcount(bits & (set ? ~byte : byte)));
+    byte = static_cast<U8>(set ? byte | bits : byte & ~bits);
+    first += count;
   }
+  return changed;
 }
 
 U64 bitsOfBitmap(const Hal::Buf& bitmap) { return U64{bitmap.size()} * 8; }
@@ -85,18 +86,25 @@ void Policy::ruleIs(U32 first, U32 count, Rule rule) {
   const Ptr self(this);
   rules_.roomIs();
   // What may lack memory comes first.
+  const bool isVolatile = rule == Rule::volatile_;
+  const U32 entries = chipMemory_->entries();
   Hal::Buf::Ptr bitmap = volatiles_;
-  if ((rule == Rule::volatile_ || hasVolatileEntry()) &&
-      (bitmap == nullptr || bitsOfBitmap(*bitmap) < chipMemory_->entries())) {
-    bitmap = newBitmap();
+  U32 marked = volatileEntries_;
+  const bool isTooSmall = bitmap == nullptr ? isVolatile : bitsOfBitmap(*bitmap) < entries;
+  if (isVolatilesStale_ || isTooSmall) {
+    bitmap = Hal::bufFactory((entries >> 3) + 1);
+    marked = markVolatileEntries(*bitmap);
   }
   rules_.runIs(first, end, rule);
   comparison_ = nullptr;
   if (bitmap != nullptr) {
-    const U64 held = std::min(bitsOfBitmap(*bitmap), U64{chipMemory_->entries()});
-    bitmapBitsAre(bitmap->data(), first, std::min(end, held), rule == Rule::volatile_);
+    const U32 changed =
+        bitmapBitsAre(bitmap->data(), first, std::min(end, U64{entries}), isVolatile);
+    marked = isVolatile ? marked + changed : marked - changed;
   }
-  volatiles_ = hasVolatileEntry() ? bitmap : nullptr;
+  volatiles_ = marked != 0 ? bitmap : nullptr;
+  volatileEntries_ = marked;
+  isVolatilesStale_ = false;
   tellRegion();
   notify(Id::rule);
 }
@@ -111,28 +119,26 @@ void Policy::onceIs(U32 first, U32 count, bool once) {
 
 // --- Volatile entries ---
 
-// For all entries of the region, with the bits of the rules.
-Hal::Buf::Ptr Policy::newBitmap() const {
-  const U32 entries = chipMemory_->entries();
-  Hal::Buf::Ptr bitmap = Hal::bufFactory((entries >> 3) + 1);
-  for (U64 at = 0; at < entries;) {
-    const U32 first = static_cast<U32>(at);
-    at = std::min(rules_.endOf(first), U64{entries});
-    if (rule(first) == Rule::volatile_) bitmapBitsAre(bitmap->data(), first, at, true);
+// Sets the bits of the region's volatile entries. Their number.
+U32 Policy::markVolatileEntries(Hal::Buf& bitmap) const {
+  U32 marked = 0;
+  const U64 entries = chipMemory_->entries();
+  Runs<Rule>::Cursor rules(rules_);
+  for (U64 at = 0; at < entries; at = rules.end()) {
+    rules.entryIs(at);
+    if (rules.value() != Rule::volatile_) continue;
+    marked += bitmapBitsAre(bitmap.data(), at, std::min(rules.end(), entries), true);
   }
-  return bitmap;
-}
-
-bool Policy::hasVolatileEntry() const {
-  for (const auto& run : rules_.runs()) {
-    if (run.value == Rule::volatile_) return run.first < chipMemory_->entries();
-  }
-  return false;
+  return marked;
 }
 
 void Policy::handleEntries() {
   const Ptr self(this);
-  volatiles_ = hasVolatileEntry() ? newBitmap() : nullptr;
+  isVolatilesStale_ = true;
+  const Hal::Buf::Ptr bitmap = Hal::bufFactory((chipMemory_->entries() >> 3) + 1);
+  volatileEntries_ = markVolatileEntries(*bitmap);
+  volatiles_ = volatileEntries_ != 0 ? bitmap : nullptr;
+  isVolatilesStale_ = false;
   tellRegion();
 }
 

@@ -177,8 +177,7 @@ class UMBRA_API Policy : public Zint::PtrInterface {
   const Mask* maskOf(U32 entry) const;
   Shared<Mask> makeMask(std::span<const U8> mask, Rewrite rewrite) const;
   void requireEntry(std::span<const U8> value) const;
-  Hal::Buf::Ptr newBitmap() const;
-  bool hasVolatileEntry() const;
+  U32 markVolatileEntries(Hal::Buf& bitmap) const;
   void handleEntries();
   void tellRegion();
   static U32 atMost(U64 entry, U32 end) { return entry < end ? static_cast<U32>(entry) : end; }
@@ -193,8 +192,10 @@ class UMBRA_API Policy : public Zint::PtrInterface {
   Unwritten unwritten_ = Unwritten::adopted;
   U32 auditEvery_ = 1;
   bool isInForce_ = true;
-  Hal::Buf::Ptr volatiles_;  // the bitmap; null while no entry of the region is volatile
-  Hal::Buf::Ptr told_;       // what the region was given
+  Hal::Buf::Ptr volatiles_;        // the bitmap; null while no entry of the region is volatile
+  Hal::Buf::Ptr told_;             // what the region was given
+  U32 volatileEntries_ = 0;        // bits that are set in it
+  bool isVolatilesStale_ = false;  // there was no memory for it when the region grew
   mutable std::unique_ptr<Comparison> comparison_;  // null after a change
 };
 

@@ -29,11 +29,16 @@ class Policy::Comparison {
     const U8* image;              // in its place, if not null: the compared bits from `first` on
   };
 
-  void pieceIs(const Policy& policy, U32 first, U64 end);
-  const U8* imageOf(const Policy& policy, U32 first, U32 entries);
+  class Place;
+
+  std::size_t pieceOf(U32 entry) const;
+  void pieceIs(const Place& place, U32 first, U64 end);
+  const U8* imageOf(Place place, U64 first, U64 end);
 
   const std::size_t entrySize_;
   std::vector<Piece> pieces_;
+  std::vector<ByteRun> runs_;          // the bytes of each piece
+  std::vector<std::size_t> unmasked_;  // how many from each piece on have neither mask nor image
   std::map<Bytes, MaskedCompare> masks_;
   std::set<Bytes> images_;
 };

@@ -26,6 +26,22 @@ class Runs {
     T value;  // up to the next run
   };
 
+  // Goes through the entries in ascending order, without a search.
+  class Cursor {
+   public:
+    explicit Cursor(const Runs& runs) : runs_(runs) {}
+    // REQUIRES: no entry before the last one.
+    void entryIs(U64 entry) {
+      while (next_ < runs_.runs_.size() && runs_.runs_[next_].first <= entry) ++next_;
+    }
+    const T& value() const { return next_ == 0 ? default_ : runs_.runs_[next_ - 1].value; }
+    U64 end() const { return next_ == runs_.runs_.size() ? endOfAll : runs_.runs_[next_].first; }
+
+   private:
+    const Runs& runs_;
+    std::size_t next_ = 0;  // the first run that begins behind the entry
+  };
+
   // One past the last entry number.
   static constexpr U64 endOfAll = U64{1} << 32;
 

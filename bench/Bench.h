@@ -46,6 +46,7 @@ void registerMemoryBenches();
 void registerTurnBenches();
 void registerPassBenches();
 void registerLifeBenches();
+void registerPolicyBenches();
 
 // Ends the program unless a benchmark has computed what it should have.
 void require(bool holds, const char* what);

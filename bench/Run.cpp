@@ -35,6 +35,7 @@ int run(int count, char** arguments, Hardware::ChipHam::Ptr (*makeProgramHam)())
   registerTurnBenches();
   registerPassBenches();
   registerLifeBenches();
+  registerPolicyBenches();
 
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
