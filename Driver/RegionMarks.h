@@ -21,7 +21,7 @@ class EntryBits {
     const U32 bit = 1u << (entry & 7);
     U8& byte = bytes_[entry >> 3];
     byte = static_cast<U8>(is ? byte | bit : byte & ~bit);
-    set_ += is ? 1u : ~0u;
+    set_ = is ? set_ + 1 : set_ - 1;
   }
   U32 size() const { return set_; }  // bits that are set
   void clear() {
