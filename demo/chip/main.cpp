@@ -31,7 +31,9 @@ void run(const char* folder) {
   const Demo::SharedMemory controlFile(Demo::SharedFolder::controlPath(folder));
   auto& control = *static_cast<Demo::ControlBlock*>(controlFile.data());
   if (getppid() != control.driver) return;  // the driver has ended already
-  Demo::Injector injector(static_cast<U32*>(registers.data()), control.flips, control.seed);
+  auto* const values = static_cast<U32*>(registers.data());
+  values[Demo::identityAddress.chipMemoryOffset() / 4] = Demo::identity;
+  Demo::Injector injector(values, control.flips, control.seed);
   control.isReady = 1;
   double due = 0;  // flips that should have happened by now and have not
   for (double last = time(); control.isStopped == 0;) {

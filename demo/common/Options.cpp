@@ -53,7 +53,7 @@ library find and repair the damage while traffic goes on. Ends with an account o
   --flips-per-second N    errors that the chip makes (default 50; 0 for none)
   --seed N                of the random errors and of the traffic (default 1)
   --audit-interval N      seconds from the start of one audit pass to the next (default 0.5)
-  --trace LEVEL           write the library's trace up to that level, 0 to 9, to standard error
+  --trace LEVEL           write the libraries' trace up to that level, 0 to 9, to standard error
   --trace-file FILE       write it to that file instead
   --freeze-audit          switch the audit off once the switch is up: the damage stays and the
                           account shows it, with exit status 1

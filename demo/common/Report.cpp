@@ -8,8 +8,8 @@ namespace {
 std::string rowText(const Report::Row& row) {
   const auto number = [](U64 value) { return static_cast<unsigned long long>(value); };
   const Account& account = row.account;
-  return Zint::format(" %-8s %7llu %9llu %12llu %7llu %10llu %17u\n", row.name.c_str(),
-                      number(account.injected), number(account.repaired),
+  return Zint::format(" %-8s %7llu %9llu %9llu %12llu %7llu %10llu %9u\n", row.name.c_str(),
+                      number(account.injected), number(account.repaired), number(account.restored),
                       number(account.overwritten), number(account.undone),
                       number(account.remaining), row.registersDiffering)
       .bytes();
@@ -40,8 +40,8 @@ std::vector<std::string> Report::faults() const {
 
 std::string Report::text() const {
   std::string text =
-      "                  --------------- of these ----------------   registers not\n"
-      " table     errors  repaired  overwritten  undone  remaining  as in the shadow\n";
+      "                  -------------------- of these --------------------- registers\n"
+      " table     errors  repaired  restored  overwritten  undone  remaining differing\n";
   for (const Row& row : rows) text += rowText(row);
   text += rowText({"all", all, registersDiffering()});
   text +=

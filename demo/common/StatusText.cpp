@@ -49,9 +49,9 @@ StatusView statusOf(const Switch& theSwitch) {
   StatusView view;
   view.passes = theSwitch.shadow()->audits();
   view.progress = theSwitch.passProgress();
-  if (const auto& current = theSwitch.reader()->currentChipMemory(); current != nullptr) {
-    view.reading = current->name().bytes();
-  }
+  if (const Table* table = theSwitch.tableBeingRead()) view.reading = table->layout->name;
+  const Driver::PatrolState state = theSwitch.shadow()->patrolState();
+  if (state != Driver::PatrolState::reading) view.patrol = stringValue(state).bytes();
   for (const Table& table : theSwitch.tables()) {
     const Hardware::ChipMemory& region = *table.region;
     StatusView::Row row;
@@ -80,7 +80,7 @@ std::vector<std::string> statusPicture(const StatusView& view) {
   const bool isRunning = !view.reading.empty();
   lines.push_back(text(" pass %-7u [%s] %3.0f %%  %s", view.passes + (isRunning ? 1 : 0),
                        bar(view.progress).c_str(), 100 * view.progress,
-                       isRunning ? view.reading.c_str() : "completed"));
+                       isRunning ? view.reading.c_str() : view.patrol.c_str()));
   lines.push_back("");
   lines.push_back(" table     entries  mode      differences  repairs   read hits  write hits");
   for (const StatusView::Row& row : view.rows) lines.push_back(rowText(row));

@@ -28,7 +28,8 @@ struct StatusView {
   double seconds = 0;  // how long they go on
   U32 passes = 0;
   double progress = 0;  // of the running pass, 0 to 1
-  std::string reading;  // the table being read; empty between two passes
+  std::string reading;  // the table being read; empty while the patrol reads none
+  std::string patrol;   // what it does instead
   U64 injected = 0;
   std::vector<Row> rows;
 

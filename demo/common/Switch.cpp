@@ -1,5 +1,6 @@
 #include "demo/common/Switch.h"
 
+#include <Driver/ChipWriter.h>
 #include <Hardware/GenericChipHam.h>
 #include <platform/SparseChipHam.h>
 
@@ -8,18 +9,20 @@
 
 namespace Demo {
 
+using Driver::AlarmRule;
 using Hardware::ChipMemory;
 using Hardware::HardwareShadow;
 
-void AuditedShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
+void AccountingShadow::doFixBadRegister(const ChipMemory::Ptr& chipMemory, U32 entry, U8* data) {
   ++regionDifferences_[chipMemory.ptr()];
   ++differences_;
+  const U32 fixed = chipMemory->registersFixed();
   ledger_.beginRepair(chipMemory->entryAddress(entry).chipMemoryOffset(), chipMemory->entrySize());
-  HardwareShadow::doFixBadRegister(chipMemory, entry, data);
-  ledger_.endRepair();
+  AuditedShadow::doFixBadRegister(chipMemory, entry, data);
+  ledger_.endRepair(chipMemory->registersFixed() != fixed);
 }
 
-U32 AuditedShadow::differences(const ChipMemory& region) const {
+U32 AccountingShadow::differences(const ChipMemory& region) const {
   const auto found = regionDifferences_.find(&region);
   return found == regionDifferences_.end() ? 0 : found->second;
 }
@@ -30,8 +33,14 @@ Switch::Switch(const Zint::Ptr<Zint::ActivityConfig>& activity,
     : activity_(activity),
       clock_(clock),
       registers_(registers),
-      shadow_(Zint::makePtr<AuditedShadow>(activity, clock, ledger)) {
-  shadow_->hasNotificationActiveIs(true);
+      shadow_(Hardware::hardwareShadowFactoryOf<AccountingShadow>(activity, clock, ledger)),
+      chip_(Zint::makePtr<SwitchChip>("switch",
+                                      Hardware::genericChipHamFactory("identity", registers))),
+      alarms_(Driver::alarmBoardFactory("alarms", activity, clock)),
+      alarmWatch_(Driver::alarmWatchFactory(activity, shadow_, alarms_)) {
+  ledger.valueIs(identityAddress.chipMemoryOffset(), identity);
+  const U32 expected = identity;
+  chip_->sentinelIs(identityAddress, {reinterpret_cast<const U8*>(&expected), sizeof expected});
 }
 
 Zint::Ptr<Hardware::ChipHam> Switch::accessMethod(const TableLayout& layout) const {
@@ -41,7 +50,24 @@ Zint::Ptr<Hardware::ChipHam> Switch::accessMethod(const TableLayout& layout) con
   return Hardware::genericChipHamFactory(layout.name, registers_);
 }
 
+// A difference is looked at twice before the entry is rewritten, and the repair is verified. An
+// entry that does not hold is left alone, and raises an alarm.
+void Switch::judgeWithCare() {
+  shadow_->chipIs(chip_);
+  shadow_->maxEntriesPerSliceIs(1024);
+  shadow_->sliceIntervalIs(0.001);
+  shadow_->turnBoundIs(0.002);
+  shadow_->rereadsIs(true);
+  shadow_->verifiesIs(true);
+  shadow_->maxRepairsPerTurnIs(256);
+  shadow_->quarantineRepairsIs(3);
+  shadow_->quarantineTimeIs(60);
+  alarms_->ruleIs(Driver::alarmRuleFactory("often", AlarmRule::entry_, 3, 60, 60));
+  alarms_->ruleIs(Driver::alarmRuleFactory("many", AlarmRule::manyAtOnce_, 1000, 1, 60));
+}
+
 void Switch::bringUp() {
+  judgeWithCare();
   for (const TableLayout& layout : switchTables) {
     const ChipMemory::Ptr region =
         Hardware::chipMemoryFactory(layout.name, layout.address, layout.entries, layout.entrySize,
@@ -52,51 +78,48 @@ void Switch::bringUp() {
     if (layout.bringUp == TableLayout::buffered) region->modeIs(ChipMemory::buffered());
     if (layout.bringUp == TableLayout::absent) region->modeIs(ChipMemory::override());
     region->auditEnabledIs(layout.isOnChip());
+    const Driver::Policy::Ptr policy = Driver::policyFactory(region);
+    policy->unwrittenIs(Driver::Unwritten::baseline);
     shadow_->chipMemoryIs(region);
-    tables_.push_back({&layout, region, 0, 0, std::vector<U8>(layout.entries)});
+    shadow_->policyIs(policy);
+    tables_.push_back({&layout, region, policy, Driver::chipAccessFactory(shadow_, region), 0, 0,
+                       std::vector<U8>(layout.entries)});
   }
   shadow_->stateIs(HardwareShadow::configured());
-  reader_ =
-      Hardware::chipReaderFactory(activity_, shadow_->auditReadRequest(), clock_, 1024, 0.001);
 
+  const auto writer =
+      Driver::chipWriterFactory(activity_, shadow_, nullptr, clock_, 64, 1024, 0.001);
   for (Table& table : tables_) {
     constexpr U32 run = 64;
     for (U32 entry = 0; entry < table.layout->entries; entry += run) {
       configureEntries(table, entry, std::min(run, table.layout->entries - entry));
     }
-    if (table.region->mode() == ChipMemory::buffered()) {
-      table.region->modeIs(ChipMemory::normal());
-    }
+    if (table.region->mode() == ChipMemory::buffered()) writer->doLeaveBuffered(table.region);
     table.entriesWritten = 0;
   }
 }
 
-void Switch::write(Table& table, U32 entry, U8* data, U32 entries) {
-  const ChipMemory::Ptr& region = table.region;
+void Switch::write(Table& table, U32 entry, const U8* data, U32 entries) {
   table.entriesWritten += entries;
-  if (shadow_->shadowWriteAndCompareWithCache(region, entry, data, entries * region->entrySize())) {
-    return;
-  }
-  region->chipHam()->doWrite(region->entryAddress(entry), data, region->entrySize(), entries);
+  table.access->writeBytes(entry, {data, std::size_t{entries} * table.layout->entrySize});
 }
 
 void Switch::read(Table& table, U32 entry, U8* data, U32 entries) {
-  const ChipMemory::Ptr& region = table.region;
   table.entriesRead += entries;
-  if (shadow_->readFromCache(region, entry, data, entries * region->entrySize())) return;
-  region->chipHam()->doRead(region->entryAddress(entry), data, region->entrySize(), entries);
+  table.access->readBytes(entry, {data, std::size_t{entries} * table.layout->entrySize});
 }
 
 void Switch::configureEntries(Table& table, U32 entry, U32 entries) {
-  buffer_.resize(entries * table.layout->entrySize);
+  buffer_.resize(std::size_t{entries} * table.layout->entrySize);
   U8* to = buffer_.data();
   for (U32 e = entry; e < entry + entries; ++e) {
+    const U32 bits = e % 8 == 7 ? 0 : ~0u;
     // Mixed well enough that entries, versions and registers all look different.
     U32 mixed = table.layout->address.chipMemoryOffset() + e * 0x9e3779b9u;
     mixed ^= table.versions.at(e) * 0x85ebca6bu;
     for (U32 i = 0; i < table.layout->registersPerEntry(); ++i, to += sizeof(U32)) {
       mixed = (mixed ^ (mixed >> 15)) * 0x2c1b3c6du + i;
-      const U32 value = mixed | 1;
+      const U32 value = (mixed | 1) & bits;
       std::memcpy(to, &value, sizeof value);
     }
   }
@@ -104,15 +127,20 @@ void Switch::configureEntries(Table& table, U32 entry, U32 entries) {
 }
 
 double Switch::passProgress() const {
-  const ChipMemory::Ptr& current = reader_->currentChipMemory();
-  if (current == nullptr) return shadow_->audits() == 0 ? 0.0 : 1.0;
-  U64 left = current->entries() - reader_->entriesRead();
-  const Hardware::ChipReader::Queue& waiting = reader_->chipMemory();
-  for (auto* each = waiting.head(); each != nullptr; each = waiting.after(*each)) {
-    left += each->chipMemory()->entries();
+  const U64 all = shadow_->passEntries();
+  if (all == 0) return 0;
+  return static_cast<double>(shadow_->passEntriesDone()) / static_cast<double>(all);
+}
+
+const Table* Switch::tableBeingRead() const {
+  if (shadow_->patrolState() != Driver::PatrolState::reading) return nullptr;
+  U64 done = shadow_->passEntriesDone();
+  for (const Table& table : tables_) {  // by address, as a pass goes
+    if (!table.layout->isOnChip()) continue;
+    if (done < table.layout->entries) return &table;
+    done -= table.layout->entries;
   }
-  const U32 all = shadow_->chipMemoryEntriesUnderAudit();
-  return all == 0 ? 1.0 : 1.0 - static_cast<double>(left) / all;
+  return nullptr;
 }
 
 U32 Switch::registersDiffering(const Table& table, const volatile U32* registers) {

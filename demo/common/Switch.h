@@ -1,14 +1,14 @@
-// The software side of the switch: its tables, their shadow and their audit, and the two ways of a
-// client to a table, write() and read().
+// The software side of the switch: its tables, their shadow and policies, the audit with its
+// alarms, and the two ways of a client to a table, write() and read().
 //
 //   Switch theSwitch(activity, clock, registers, ledger);
 //   theSwitch.bringUp();
 //   theSwitch.shadow()->stateIs(HardwareShadow::auditing());
 #pragma once
 
+#include <Driver/AlarmWatch.h>
+#include <Driver/ChipAccess.h>
 #include <Fru/HamImpl.h>
-#include <Hardware/ChipReader.h>
-#include <Hardware/HardwareShadow.h>
 
 #include <unordered_map>
 #include <vector>
@@ -22,18 +22,20 @@ namespace Demo {
 struct Table {
   const TableLayout* layout;
   Hardware::ChipMemory::Ptr region;
+  Driver::Policy::Ptr policy;
+  Driver::ChipAccess::Ptr access;
   U64 entriesRead = 0;
   U64 entriesWritten = 0;
   std::vector<U8> versions;  // of each entry's configuration, see Switch::configureEntries()
 };
 
 // A shadow that counts what the audit finds, and marks for the ledger which writes are repairs.
-class AuditedShadow : public Hardware::HardwareShadow {
+class AccountingShadow : public Driver::AuditedShadow {
  public:
   // The ledger must outlive this.
-  AuditedShadow(const Zint::Ptr<Zint::ActivityConfig>& activity,
-                const Zint::Ptr<const Zint::Clock>& clock, Ledger& ledger)
-      : HardwareShadow(activity, clock), ledger_(ledger) {}
+  AccountingShadow(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                   const Zint::Ptr<const Zint::Clock>& clock, Ledger& ledger)
+      : AuditedShadow(activity, clock), ledger_(ledger) {}
 
   void doFixBadRegister(const Hardware::ChipMemory::Ptr& chipMemory, U32 entry, U8* data) override;
 
@@ -47,6 +49,15 @@ class AuditedShadow : public Hardware::HardwareShadow {
   U32 differences_ = 0;
 };
 
+// The one chip that holds all tables, whatever their access methods.
+class SwitchChip : public Driver::Chip {
+ public:
+  using Chip::Chip;
+  bool holds(const Hardware::ChipMemory& region) const override {
+    return isOnChip(region.address());
+  }
+};
+
 class Switch {
  public:
   // The ledger must outlive this.
@@ -55,39 +66,44 @@ class Switch {
   Switch(const Switch&) = delete;
   Switch& operator=(const Switch&) = delete;
 
-  // Programs every entry of every table. Afterwards the shadow is idle and no table is buffered.
-  // The table that was buffered starts with an empty shadow, which the first audit pass fills from
-  // the chip: let it pass before errors may happen.
+  // Programs every entry of every table. Afterwards the shadow is idle, no table is buffered, and
+  // every entry on the chip is known.
   void bringUp();
 
-  const Zint::Ptr<AuditedShadow>& shadow() const { return shadow_; }
-  const Hardware::ChipReader::Ptr& reader() const { return reader_; }
+  const Zint::Ptr<AccountingShadow>& shadow() const { return shadow_; }
+  const Driver::Chip::Ptr& chip() const { return chip_; }
+  const Driver::AlarmBoard::Ptr& alarms() const { return alarms_; }
   std::vector<Table>& tables() { return tables_; }
   const std::vector<Table>& tables() const { return tables_; }
 
-  // Offers the entries to the shadow, and writes them to the chip when the shadow asks for it.
-  void write(Table& table, U32 entry, U8* data, U32 entries);
-  // Reads them from the shadow, and from the chip when the shadow does not know them.
+  // Through the table's access: to the chip goes what differs, from the chip comes what is not
+  // known.
+  void write(Table& table, U32 entry, const U8* data, U32 entries);
   void read(Table& table, U32 entry, U8* data, U32 entries);
   // Writes the configurations that the entries have at these versions; the same version makes the
-  // same bytes, and no register is ever 0 in them.
+  // same bytes. Bit 0 of each register is set, but in every eighth entry all registers are 0.
   void configureEntries(Table& table, U32 entry, U32 entries);
 
-  // How much of the running pass has been read, 0 to 1; between two passes 1, before the first 0.
+  // How much of the running pass is behind, 0 to 1; between two passes 1, before the first 0.
   double passProgress() const;
+  // The table that the patrol reads next; null while it reads none.
+  const Table* tableBeingRead() const;
   // Registers of the table whose value on the chip is not the one in the shadow; 0 for one without
   // registers. The chip is read directly, not through the library.
   static U32 registersDiffering(const Table& table, const volatile U32* registers);
 
  private:
+  void judgeWithCare();
   Zint::Ptr<Hardware::ChipHam> accessMethod(const TableLayout& layout) const;
 
   const Zint::Ptr<Zint::ActivityConfig> activity_;
   const Zint::Ptr<const Zint::Clock> clock_;
   const Zint::Ptr<Fru::HamImpl> registers_;
   std::vector<Table> tables_;
-  const Zint::Ptr<AuditedShadow> shadow_;
-  Hardware::ChipReader::Ptr reader_;
+  const Zint::Ptr<AccountingShadow> shadow_;
+  const Driver::Chip::Ptr chip_;
+  const Driver::AlarmBoard::Ptr alarms_;
+  const Zint::Ptr<Driver::AlarmWatch> alarmWatch_;
   std::vector<U8> buffer_;  // of configureEntries()
 };
 

@@ -48,4 +48,13 @@ constexpr std::array<TableLayout, 6> switchTables{{
 // Bytes of the register file; its first register is at address 0.
 constexpr U32 registerFileSize = 0xc0000;
 
+// A register of the chip itself, outside of the tables: it holds this value also after a reset.
+constexpr Hardware::ChipAddress identityAddress{2, 0xbfffc};
+constexpr U32 identity = 0x0517c401;
+
+// Whether the chip holds the registers at this address: tables of absent options have none.
+constexpr bool isOnChip(const Hardware::ChipAddress& address) {
+  return address.chipMemoryId() == 1 || address.chipMemoryId() == 2;
+}
+
 }  // namespace Demo

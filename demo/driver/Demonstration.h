@@ -22,20 +22,18 @@ class Demonstration {
  private:
   // Counts the passes that found nothing, from the last one back. While passes are awaited, each
   // one's end stops the activity.
-  class PassWatch : public Hardware::HardwareShadow::NotifieeConst {
+  class PassWatch : public Driver::AuditedShadow::NotifieeConst {
    public:
     PassWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, const Switch& theSwitch)
-        : NotifieeConst(activity, theSwitch.shadow()), switch_(theSwitch) {}
-    void onAudits() override;
+        : NotifieeConst(activity, theSwitch.shadow()) {}
+    void onPass(const Driver::PassResult& pass) override;
     // Begins to count.
     void isAwaitedIs(bool isAwaited);
     U32 cleanPasses() const { return clean_; }
 
    private:
-    const Switch& switch_;
     bool isAwaited_ = false;
     U32 clean_ = 0;
-    U32 differencesBefore_ = 0;
   };
 
   // Audits from now on until that many passes in a row have found nothing; false when that does not
@@ -57,7 +55,7 @@ class Demonstration {
   const Zint::Ptr<PassWatch> passWatch_;
   const bool isPicture_;
   Zint::Ptr<Status> status_;
-  const char* phase_ = "first audit pass";
+  const char* phase_ = "bring-up";
   Zint::Seconds began_ = Zint::never;  // when errors and traffic did
   Zint::Seconds ended_ = Zint::never;
 };

@@ -4,6 +4,7 @@
 #include <Zint/Trace.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -11,7 +12,16 @@
 namespace Demo {
 namespace {
 
-Zint::TraceHandle& libraryTrace() { return *Zint::TraceHandle::find("Umbra"); }
+constexpr const char* libraryHandles[] = {"Umbra", "Driver"};
+
+bool isOfLibrary(const Zint::TraceLine& line) {
+  return std::ranges::any_of(libraryHandles,
+                             [&](const char* name) { return std::strcmp(line.handle, name) == 0; });
+}
+
+void libraryLevelsAre(U32 level) {
+  for (const char* name : libraryHandles) Zint::TraceHandle::find(name)->levelUpToIs(level);
+}
 
 }  // namespace
 
@@ -23,19 +33,18 @@ TraceOutput::TraceOutput(const Options& options)
       throw std::system_error(errno, std::generic_category(), "open " + options.traceFile);
     }
   }
-  if (isOn_) libraryTrace().levelUpToIs(*options.traceLevel);
+  if (isOn_) libraryLevelsAre(*options.traceLevel);
   before_ = Zint::traceSinkIs(this);
 }
 
 TraceOutput::~TraceOutput() {
   Zint::traceSinkIs(before_);
-  libraryTrace().levelUpToIs(0);
+  libraryLevelsAre(0);
   if (file_ != stderr) std::fclose(file_);
 }
 
 void TraceOutput::traceLine(const Zint::TraceLine& line) {
-  const bool isLibrary = std::strcmp(line.handle, libraryTrace().name()) == 0;
-  if (isLibrary && !isOn_) return;
+  if (isOfLibrary(line) && !isOn_) return;
   std::fprintf(file_, "%.6f %s %u %s:%d %s\n", Zint::now(), line.handle, line.level, line.source,
                line.line, line.text);
 }

@@ -10,7 +10,7 @@
 
 namespace Demo {
 
-// While it lives, the library's lines go to the file or stream that the options name, and nowhere
+// While it lives, the libraries' lines go to the file or stream that the options name, and nowhere
 // without --trace. Lines of the runtime are never dropped: they report exceptions in handlers.
 class TraceOutput : public Zint::TraceSink {
  public:

@@ -7,6 +7,7 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
 
@@ -54,23 +55,23 @@ TEST_F(CommandsTest, set_aPathStandsForWhatIsThere) {
   session_.run("cd /shadow/chipMemory/mac");
   session_.run("set /shadow/lastChipMemory .");
   EXPECT_EQ(outputOf("get /shadow/lastChipMemory/name"), "'mac'\n");
-  session_.run("set /reader/maxEntriesPerRead ./entrySize");
-  EXPECT_EQ(outputOf("get /reader/maxEntriesPerRead"), "8\n");
-  session_.run("set /reader/maxEntriesPerRead ../vlan/hardware/../stride");
-  EXPECT_EQ(outputOf("get /reader/maxEntriesPerRead"), "8\n");
+  session_.run("set /shadow/maxEntriesPerSlice ./entrySize");
+  EXPECT_EQ(outputOf("get /shadow/maxEntriesPerSlice"), "8\n");
+  session_.run("set /shadow/maxEntriesPerSlice ../vlan/hardware/../stride");
+  EXPECT_EQ(outputOf("get /shadow/maxEntriesPerSlice"), "8\n");
 }
 
 TEST_F(CommandsTest, set_refuses) {
   EXPECT_EQ(refusal("set /shadow 1"), "/shadow is no attribute");
   EXPECT_EQ(refusal("set /shadow/chipMemory 1"),
-            "Hardware::HardwareShadow::chipMemory: cannot be set to 1");
+            "Driver::AuditedShadow::chipMemory: cannot be set to 1");
   EXPECT_EQ(refusal("set /shadow/chipMemory/mac/stride 1"),
             "Hardware::ChipMemory::stride: cannot be set to 1");
   EXPECT_EQ(refusal("set /shadow/chipMemory/mac/mode 'odd'"),
             "ChipMemoryMode deserializing attribute Hardware::ChipMemory::mode from \"'odd'\"; "
             "it is one of normal, override, buffered");
   EXPECT_EQ(refusal("set /shadow/audits /shadow/nowhere"),
-            "/shadow (Hardware::HardwareShadow) has no member nowhere");
+            "/shadow (Driver::AuditedShadow) has no member nowhere");
   EXPECT_EQ(refusal("set /shadow/audits /"), "/ is no object");
   EXPECT_EQ(refusal("set /shadow/clock/name 'x'"), "attempting to modify a const instance");
 }
@@ -109,11 +110,11 @@ TEST_F(CommandsTest, call_refuses) {
   EXPECT_EQ(refusal("call /shadow/findChipMemory 4"),
             "an argument is given as name=value, not as 4");
   EXPECT_EQ(refusal("call /shadow/findChipMemory size=4"),
-            "Hardware::HardwareShadow::findChipMemory: missing argument address");
+            "Driver::AuditedShadow::findChipMemory: missing argument address");
   EXPECT_EQ(refusal("call /shadow/findChipMemory size=4 size=4 address=4"),
-            "Hardware::HardwareShadow::findChipMemory: argument given twice: size");
+            "Driver::AuditedShadow::findChipMemory: argument given twice: size");
   EXPECT_THAT(refusal("call /shadow/findChipMemory address=x size=4"),
-              HasSubstr("Hardware::HardwareShadow::findChipMemory from \"address=x size=4\""));
+              HasSubstr("Driver::AuditedShadow::findChipMemory from \"address=x size=4\""));
   EXPECT_EQ(refusal("call /directory/chipMemoryIs name='open"),
             "a quote is not closed in name='open");
 }
@@ -146,11 +147,11 @@ TEST_F(CommandsTest, let_whatMayOnlyBeReadStaysSo) {
 TEST_F(CommandsTest, let_refuses) {
   EXPECT_EQ(refusal("let x is /shadow"),
             "usage: let NAME = PATH | NAME = call PATH [NAME=VALUE...] | NAME = null");
-  EXPECT_EQ(refusal("let shadow = /reader"), "/shadow is part of the system and keeps its name");
+  EXPECT_EQ(refusal("let shadow = /chip"), "/shadow is part of the system and keeps its name");
   EXPECT_EQ(refusal("let shadow = null"), "/shadow is part of the system and keeps its name");
-  EXPECT_EQ(refusal("let a/b = /reader"), "a/b is no name: letters, digits, - and _");
+  EXPECT_EQ(refusal("let a/b = /chip"), "a/b is no name: letters, digits, - and _");
   EXPECT_EQ(refusal("let x = call"), "let: call what?");
-  EXPECT_EQ(refusal("let x = /reader /shadow"), "let: too much after /reader");
+  EXPECT_EQ(refusal("let x = /chip /shadow"), "let: too much after /chip");
   EXPECT_EQ(refusal("let x = /shadow/chipMemory"), "/shadow/chipMemory is no object");
   EXPECT_EQ(refusal("let x = /shadow/state"), "let: no object: 'auditing'");
   EXPECT_EQ(refusal("let x = /shadow/lastChipMemory"), "let: no object: null");
@@ -179,10 +180,14 @@ TEST_F(CommandsTest, describe_showsAllOfAType) {
 
 TEST_F(CommandsTest, describe_theLastPartOfANameWillDo) {
   EXPECT_EQ(outputOf("describe ChipMemory"), outputOf("describe Hardware::ChipMemory"));
-  EXPECT_EQ(outputOf("describe State"),
+  EXPECT_EQ(outputOf("describe Hardware::HardwareShadow::State"),
             "Hardware::HardwareShadow::State: enumeration\n"
             "  unconfigured    = 0\n  configured      = 1\n  idle            = 2\n"
             "  auditing        = 3\n");
+}
+
+TEST_F(CommandsTest, describe_aPartThatSeveralNamesHaveWillNotDo) {
+  EXPECT_EQ(refusal("describe State"), "several types are named State: give the whole name");
 }
 
 TEST_F(CommandsTest, describe_withoutANameShowsTheTypeOfWhatIsHere) {
@@ -258,6 +263,85 @@ TEST_F(CommandsTest, wait_refuses) {
   EXPECT_EQ(refusal("wait 1 pass"), "wait: no audit pass ended within 10 seconds");
 }
 
+TEST_F(CommandsTest, findings_areTheLastOnes) {
+  EXPECT_EQ(outputOf("findings"), "");
+  session_.run("poke 0x80000 0x17");
+  session_.run("poke 0x80008 0x18");
+  session_.run("wait 2 passes");
+  EXPECT_THAT(
+      outputOf("findings"),
+      MatchesRegex("[0-9.]+ s  vlan entry 0: expected .*, actual x17.*: repaired .soft.\n"
+                   "[0-9.]+ s  vlan entry 1: expected .*, actual x18.*: repaired .soft.\n"));
+  EXPECT_THAT(outputOf("findings 1"), HasSubstr("vlan entry 1"));
+  EXPECT_THAT(outputOf("findings 1"), Not(HasSubstr("vlan entry 0")));
+  EXPECT_EQ(refusal("findings x"), "findings: an integer expected at \"x\"");
+}
+
+TEST_F(CommandsTest, theLayersObjectsAreWorkedByName) {
+  session_.run("set /shadow/paused true");
+  EXPECT_EQ(outputOf("get /shadow/patrolState"), "'paused'\n");
+  EXPECT_EQ(outputOf("get /shadow/patrolReason"), "'it is paused'\n");
+  session_.run("set /shadow/paused false");
+  session_.run("call /vlan-policy/ruleIs first=16 count=16 rule=detectOnly");
+  EXPECT_THAT(outputOf("call /shadow/policyText chipMemory=/shadow/chipMemory/vlan entry=20"),
+              HasSubstr("detectOnly (entries 16 to 31)"));
+  session_.run("poke 0x800a0 0x17");
+  EXPECT_THAT(outputOf("call /shadow/doAudit chipMemory=/shadow/chipMemory/vlan first=16 count=8"),
+              HasSubstr("1 difference"));
+  EXPECT_EQ(outputOf("call /shadow/hasOpenFinding chipMemory=/shadow/chipMemory/vlan entry=20"),
+            "true\n");
+  EXPECT_EQ(onChip(0x800a0), 0x17u);
+  session_.run("call /vlan-access/write entry=20 data=0102030405060708");
+  EXPECT_EQ(onChip(0x800a0), 0x04030201u);
+  EXPECT_EQ(outputOf("get /alarms/rule"), "2\n");
+}
+
+TEST_F(CommandsTest, aResetThatIsToldIsReplayed) {
+  const U32 before = onChip(0x80000);
+  onChip(0x80000) = 0;
+  session_.run("call /chip/doChipReset");
+  EXPECT_EQ(outputOf("get /chip/isRestoring"), "true\n");
+  session_.run("wait 1 pass");
+  EXPECT_EQ(outputOf("get /chip/isRestoring"), "false\n");
+  EXPECT_EQ(onChip(0x80000), before);
+}
+
+TEST_F(CommandsTest, fault_befallsTheChip) {
+  const U32 before = onChip(0x80000);
+  session_.run("fault absent");
+  session_.run("wait 2");
+  EXPECT_EQ(outputOf("get /chip/isAbsent"), "true\n");
+  EXPECT_EQ(outputOf("get /shadow/patrolState"), "'suspended'\n");
+  EXPECT_EQ(onChip(0x80000), before);
+  session_.run("fault present");
+  session_.run("wait 1 pass");
+  EXPECT_EQ(outputOf("get /chip/isAbsent"), "false\n");
+  EXPECT_EQ(outputOf("findings"), "");
+
+  session_.run("fault reset");
+  EXPECT_EQ(onChip(0x80000), 0u);
+  session_.run("wait 2 passes");
+  EXPECT_EQ(onChip(0x80000), before);
+  EXPECT_EQ(outputOf("get /chip/resets"), "1\n");
+  EXPECT_THAT(outputOf("findings"), MatchesRegex("[0-9.]+ s  [a-z]+ entry .*: reset\n"));
+
+  session_.run("fault stuck 0x80000 1");
+  session_.run("wait 5 passes");
+  EXPECT_EQ(onChip(0x80000), before & ~1u);
+  EXPECT_EQ(outputOf("get /shadow/quarantined"), "1\n");
+  session_.run("fault free");
+  session_.run("call /shadow/quarantineDel chipMemory=/shadow/chipMemory/vlan entry=0");
+  session_.run("wait 2 passes");
+  EXPECT_EQ(onChip(0x80000), before);
+}
+
+TEST_F(CommandsTest, fault_refuses) {
+  EXPECT_EQ(refusal("fault ansent"), "fault: no fault ansent; did you mean 'absent'?");
+  EXPECT_EQ(refusal("fault stuck 4"),
+            "usage: fault absent | present | reset | stuck ADDRESS BITS | free");
+  EXPECT_THAT(refusal("fault stuck 2 1"), StartsWith("fault: no register at 0x2;"));
+}
+
 TEST_F(CommandsTest, wait_anInterruptEndsIt) {
   class Interrupt : public Zint::Clock::NotifieeConst {
    public:
@@ -319,7 +403,7 @@ TEST_F(CommandsTest, unwatch_endsIt) {
 TEST_F(CommandsTest, watchAndUnwatch_refuse) {
   EXPECT_EQ(refusal("watch /shadow"), "/shadow is no attribute");
   EXPECT_EQ(refusal("watch /shadow/chipMemory/mac"), "/shadow/chipMemory/mac is no attribute");
-  EXPECT_EQ(refusal("watch /shadow/writ"), "/shadow (Hardware::HardwareShadow) has no member writ");
+  EXPECT_EQ(refusal("watch /shadow/writ"), "/shadow (Driver::AuditedShadow) has no member writ");
   session_.run("watch /shadow/state");
   EXPECT_EQ(refusal("watch /shadow/state"), "/shadow/state is watched already");
   EXPECT_EQ(refusal("unwatch /shadow/sate"),
@@ -329,9 +413,7 @@ TEST_F(CommandsTest, watchAndUnwatch_refuse) {
 TEST_F(CommandsTest, trace_isShownWhenAskedFor) {
   EXPECT_EQ(outputOf("set /shadow/overrideHardware false"), "");
   session_.run("trace 0");
-  EXPECT_EQ(outputOf("set /shadow/state 'idle'"),
-            "Umbra 0: HardwareShadow::handleState( idle )\n"
-            "Umbra 0: handleReadRequest 2\n");
+  EXPECT_EQ(outputOf("set /shadow/state 'idle'"), "Umbra 0: HardwareShadow::handleState( idle )\n");
   session_.run("trace 9 Umbra");
   EXPECT_TRUE(Hardware::umbraTrace().level(9));
   session_.run("trace off");

@@ -46,8 +46,8 @@ TEST_F(CompletionTest, pathsBeginWhereTheSessionIs) {
   session_.run("cd /shadow/chipMemory");
   EXPECT_THAT(candidatesFor("cd "),
               ElementsAre("acl/", "mac/", "port/", "qos/", "stack/", "vlan/"));
-  EXPECT_EQ(completedLine("ls ../../re"), "ls ../../re");
-  EXPECT_THAT(candidatesFor("ls ../../re"), ElementsAre("reader/", "registers/"));
+  EXPECT_EQ(completedLine("ls ../../vl"), "ls ../../vlan-");
+  EXPECT_THAT(candidatesFor("ls ../../vl"), ElementsAre("vlan-access/", "vlan-policy/"));
 }
 
 TEST_F(CompletionTest, whatLeadsNowhereIsNotCompleted) {
@@ -109,7 +109,7 @@ TEST_F(CompletionTest, askingChangesNothing) {
   session_.run("cd /shadow");
   const U32 before = opened_.theSwitch().shadow()->audits();
   for (const char* line :
-       {"set state 'idle' ", "call removeOverrideOnlyChipMem ", "cd ..", "let x = reader/"}) {
+       {"set state 'idle' ", "call removeOverrideOnlyChipMem ", "cd ..", "let x = chip/"}) {
     candidatesFor(line);
   }
   EXPECT_EQ(Console::textOf(session_.names().here()), "/shadow");

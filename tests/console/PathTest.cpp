@@ -23,7 +23,8 @@ TEST_F(PathTest, cd_goesAlongAttributesAndCollections) {
   EXPECT_EQ(hereAfter("cd chipHam"), "/shadow/chipMemory/mac/chipHam");
   EXPECT_EQ(hereAfter("cd ../../vlan"), "/shadow/chipMemory/vlan");
   EXPECT_EQ(hereAfter("cd ."), "/shadow/chipMemory/vlan");
-  EXPECT_EQ(hereAfter("cd /reader/request/chipMemory"), "/reader/request/chipMemory");
+  EXPECT_EQ(hereAfter("cd /shadow/auditReadRequest/chipMemory"),
+            "/shadow/auditReadRequest/chipMemory");
   EXPECT_EQ(hereAfter("cd /"), "/");
   EXPECT_EQ(hereAfter("cd .."), "/");
   EXPECT_EQ(hereAfter("cd /shadow/"), "/shadow");
@@ -54,8 +55,9 @@ TEST_F(PathTest, aNameWithOtherCharactersIsQuoted) {
   session_.run(
       "let t = call chipMemoryFactory name='a table/1' address=0x9000 entries=1 "
       "entrySize=4 stride=4 chipHam=/shadow/chipMemory/mac/chipHam");
-  session_.run("call /reader/chipMemoryIs chipMemory=/t");
-  EXPECT_EQ(outputOf("get /reader/chipMemory/'a table/1'/address"), "0x0:00009000\n");
+  session_.run("let r = call chipReadRequestFactory name=r");
+  session_.run("call /r/chipMemoryIs chipMemory=/t");
+  EXPECT_EQ(outputOf("get /r/chipMemory/'a table/1'/address"), "0x0:00009000\n");
 }
 
 TEST_F(PathTest, twoMembersOfOneNameAreNotMistaken) {
@@ -77,7 +79,7 @@ TEST_F(PathTest, aWrongPathIsRefused) {
   EXPECT_EQ(refusal("cd shadwo"), "no object /shadwo; did you mean 'shadow'?");
   EXPECT_EQ(refusal("cd /nothing/at/all"), "no object /nothing");
   EXPECT_EQ(refusal("get /shadow/sate"),
-            "/shadow (Hardware::HardwareShadow) has no member sate; did you mean 'state'?");
+            "/shadow (Driver::AuditedShadow) has no member sate; did you mean 'state'?");
   EXPECT_EQ(refusal("get /shadow/chipMemory/mca"),
             "/shadow/chipMemory has no member mca; did you mean 'mac'?");
   EXPECT_EQ(refusal("get /shadow/chipMemory/17"), "/shadow/chipMemory has no member 17");
@@ -103,8 +105,8 @@ TEST_F(PathTest, hereIsNotHeldOnTo) {
 
 TEST_F(PathTest, ls_theTopHasTheObjectsAndWhatMakesNewOnes) {
   const std::string text = outputOf("ls");
-  for (const char* name : {"shadow/ ", "reader/ ", "directory/ ", "Hardware::HardwareShadow\n",
-                           "\nchipMemoryBogonFactory(name)\n"}) {
+  for (const char* name : {"shadow/ ", "chip/ ", "alarms/ ", "mac-policy/ ", "directory/ ",
+                           "Driver::AuditedShadow\n", "\nchipMemoryBogonFactory(name)\n"}) {
     EXPECT_THAT(text, HasSubstr(name));
   }
 }

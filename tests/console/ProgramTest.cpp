@@ -64,7 +64,7 @@ TEST(ConsoleProgramTest, errorsGoToStandardErrorWithTheirLine_exit1) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "'auditing'\n");
   EXPECT_EQ(run.errors,
-            "line 1: /shadow (Hardware::HardwareShadow) has no member sate; did you mean "
+            "line 1: /shadow (Driver::AuditedShadow) has no member sate; did you mean "
             "'state'?\n"
             "line 3: unknown command watsh; did you mean 'watch'?\n");
 }
@@ -93,7 +93,7 @@ TEST(ConsoleProgramTest, aCommandsOutputCanBeFiltered) {
 }
 
 TEST(ConsoleProgramTest, theChipDamagesItselfWhenAskedTo) {
-  const Outcome run = outcome("--flips-per-second 20000 --seed 3 --traffic",
+  const Outcome run = outcome("--flips-per-second 2000 --seed 3 --traffic",
                               "set /shadow/minIntervalBetweenAudits 0\nwait 3 passes\n"
                               "get /shadow/chipMemory/vlan/registersFixed\n");
   EXPECT_EQ(run.status, 0) << run.errors;

@@ -217,7 +217,7 @@ const Break breaks[] = {
     {"entriesRead_beyond",
      {"set /shadow/auditReadRequest/state 1"},
      "set /reader/entriesRead 65536",
-     "entriesRead (65536) must be below the entries (1024) of vlan"},
+     "entriesRead (65536) must be below the entries (65536) of mac"},
     {"queue_unreadable",
      {idle},
      "call /reader/chipMemoryIs chipMemory=/shadow/chipMemory/stack",
@@ -345,7 +345,11 @@ const Break breaks[] = {
      "vlan has no shadow"},
 };
 
-class RulesTest : public Support::SessionTest, public testing::WithParamInterface<Break> {};
+// Most rules are those of a shadow whose audit needs a reader.
+class RulesTest : public Support::SessionTest, public testing::WithParamInterface<Break> {
+ protected:
+  RulesTest() : SessionTest(withReader) {}
+};
 
 TEST_P(RulesTest, aBrokenRuleIsRefused_andNothingChanges) {
   for (const char* line : GetParam().before) session_.run(line);
@@ -363,7 +367,7 @@ using RulesDeathTest = RulesTest;
 // Some do so only after the line, as the system runs on.
 TEST_P(RulesDeathTest, withoutTheCheckItEndsTheProcess) {
   const auto broken = [&] {
-    Console::World world = opened_.world();
+    Console::World world = this->world();
     world.checksRules = false;
     Console::Session session(world, std::cerr);
     for (const char* line : GetParam().before) session.run(line);
@@ -378,7 +382,10 @@ constexpr auto nameOf = [](const auto& info) { return std::string(info.param.nam
 INSTANTIATE_TEST_SUITE_P(Rules, RulesTest, testing::ValuesIn(breaks), nameOf);
 INSTANTIATE_TEST_SUITE_P(Rules, RulesDeathTest, testing::ValuesIn(breaks), nameOf);
 
-using RuleBoundsTest = Support::SessionTest;
+class RuleBoundsTest : public Support::SessionTest {
+ protected:
+  RuleBoundsTest() : SessionTest(withReader) {}
+};
 
 // What just keeps the rules is run.
 TEST_F(RuleBoundsTest, whatKeepsTheRulesIsRun) {

@@ -84,7 +84,7 @@ TEST_F(ScriptTest, eachErrorIsALineWithItsNumber_andTheOthersAreCarriedOut) {
   EXPECT_EQ(errors_.str(),
             "line 1: unknown command gte; did you mean 'get'?\n"
             "line 4: an integer expected at \"x\" deserializing attribute "
-            "Hardware::HardwareShadow::audits from \"x\"\n");
+            "Driver::AuditedShadow::audits from \"x\"\n");
   EXPECT_EQ(out_.str(), "1\n");
 }
 

@@ -50,6 +50,7 @@ TEST(ChipProcessTest, everyErrorIsInTheRegistersAndInTheLog) {
   while (!chip.control().flips.take(flip)) std::this_thread::yield();
   ASSERT_TRUE(chip.end());
   Demo::Ledger ledger(Demo::registerFileSize);
+  ledger.valueIs(Demo::identityAddress.chipMemoryOffset(), Demo::identity);
   do {
     ledger.recordFlip(flip);
   } while (chip.control().flips.take(flip));

@@ -87,8 +87,8 @@ TEST(DriverProgramTest, wrongOption_oneLineAndExit2) {
 
 TEST(DriverProgramTest, trace_goesToStandardErrorOrToTheFile) {
   const Outcome run = outcome("--seconds 0.1 --trace 0");
-  EXPECT_THAT(run.errors, HasSubstr("HardwareShadow::doStartAudit"));
-  EXPECT_THAT(run.output, Not(HasSubstr("doStartAudit")));
+  EXPECT_THAT(run.errors, HasSubstr("HardwareShadow::handleState( auditing )"));
+  EXPECT_THAT(run.output, Not(HasSubstr("handleState")));
 
   const std::string file = testing::TempDir() + "driver-trace";
   const Outcome toFile = outcome("--seconds 0.1 --trace 9 --trace-file '" + file + "'");
@@ -96,7 +96,7 @@ TEST(DriverProgramTest, trace_goesToStandardErrorOrToTheFile) {
   EXPECT_THAT(toFile.errors, IsEmpty());
   std::ifstream in(file);
   const std::string trace(std::istreambuf_iterator<char>(in), {});
-  EXPECT_THAT(trace, HasSubstr("ChipReader::handleTimeout"));
+  EXPECT_THAT(trace, HasSubstr("HardwareShadow::shadowWrite"));
   std::filesystem::remove(file);
 }
 

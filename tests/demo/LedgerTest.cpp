@@ -14,7 +14,8 @@ namespace Demo {
 void PrintTo(const Account& a, std::ostream* out) {
   *out << "injected " << a.injected << " repaired " << a.repaired << " overwritten "
        << a.overwritten << " undone " << a.undone << " remaining " << a.remaining << " unexplained "
-       << a.unexplained << " without damage " << a.repairsWithoutDamage;
+       << a.unexplained << " without damage " << a.repairsWithoutDamage << " lost " << a.lost
+       << " forgotten " << a.forgotten << " stuck " << a.stuck << " restored " << a.restored;
 }
 
 }  // namespace Demo
@@ -45,6 +46,25 @@ struct Story {
     write(address, first);
     write(address + 4, second);
     ledger.endRepair();
+  }
+  void lost(U32 address, U32 value) { ledger.recordLostWrite(address, value); }
+  void reset(U32 address) {
+    ledger.recordReset(address, registers[address / 4], 0);
+    registers[address / 4] = 0;
+  }
+  void stick(U32 address, U32 bits) {
+    ledger.recordStuck(address, registers[address / 4], bits);
+    registers[address / 4] &= ~bits;
+  }
+  // To a register with these stuck bits.
+  void writeStuck(U32 address, U32 value, U32 bits) {
+    ledger.recordWrite(address, registers[address / 4], value, value & ~bits);
+    registers[address / 4] = value & ~bits;
+  }
+  void restore(U32 address, U32 value) {
+    ledger.isRestoringIs(true);
+    write(address, value);
+    ledger.isRestoringIs(false);
   }
   Account account() const { return ledger.account(registers); }
 
@@ -221,6 +241,115 @@ TEST(LedgerTest, accountOfARangeCountsItsRegistersAlone) {
   EXPECT_EQ(story.ledger.account(story.registers, 12, 16),
             (Account{.injected = 1, .remaining = 1}));
   EXPECT_EQ(story.ledger.account(story.registers, 16, 24), (Account{.injected = 1, .repaired = 1}));
+}
+
+TEST(LedgerTest, lostWrite_everyBitThatDidNotLandIsAnErrorUntilItIsRepaired) {
+  Story story;
+  story.write(8, 5);
+  story.lost(8, 6);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .lost = 2, .remaining = 2}));
+  story.repair(8, 6, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .lost = 2, .repaired = 2}));
+}
+
+TEST(LedgerTest, lostWrite_ofTheValueThatIsThereIsNoError) {
+  Story story;
+  story.write(8, 5);
+  story.lost(8, 5);
+  EXPECT_EQ(story.account(), Account());
+}
+
+TEST(LedgerTest, lostWrite_takenBackByAnotherLostOneIsOverwritten) {
+  Story story;
+  story.write(8, 5);
+  story.lost(8, 4);
+  story.lost(8, 5);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .lost = 1, .overwritten = 1}));
+}
+
+TEST(LedgerTest, lostWrite_flipInTheRegisterIsAnotherError) {
+  Story story;
+  story.write(8, 5);
+  story.lost(8, 4);
+  story.flip(8, 0x10);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .lost = 1, .remaining = 2}));
+  story.repair(8, 4, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .lost = 1, .repaired = 2}));
+}
+
+TEST(LedgerTest, reset_everyBitThatIsForgottenIsAnErrorUntilItIsRestored) {
+  Story story;
+  story.write(8, 7);
+  story.write(12, 1);
+  story.reset(8);
+  story.reset(12);
+  story.reset(16);
+  EXPECT_EQ(story.account(), (Account{.injected = 4, .forgotten = 4, .remaining = 4}));
+  story.restore(8, 7);
+  story.write(12, 3);
+  EXPECT_EQ(story.account(),
+            (Account{.injected = 4, .forgotten = 4, .restored = 3, .overwritten = 1}));
+}
+
+TEST(LedgerTest, reset_endsFlips) {
+  Story story;
+  story.write(8, 1);
+  story.flip(8, 0x10);
+  story.reset(8);
+  EXPECT_EQ(story.account(),
+            (Account{.injected = 2, .forgotten = 1, .overwritten = 1, .remaining = 1}));
+}
+
+TEST(LedgerTest, reset_undoesALostWriteOfZeros) {
+  Story story;
+  story.write(8, 1);
+  story.lost(8, 0);
+  story.reset(8);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .lost = 1, .undone = 1}));
+}
+
+TEST(LedgerTest, replayMayMeetFlips) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x10);
+  story.restore(8, 5);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .restored = 1}));
+}
+
+TEST(LedgerTest, stuckBit_isOneErrorHoweverOftenItIsRewritten) {
+  Story story;
+  story.write(8, 5);
+  story.stick(8, 1);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .stuck = 1, .remaining = 1}));
+  story.ledger.beginRepair(8, 4);
+  story.writeStuck(8, 5, 1);
+  story.ledger.endRepair();
+  story.writeStuck(8, 7, 1);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .stuck = 1, .remaining = 1}));
+  story.repair(8, 7, 0);
+  EXPECT_EQ(story.account(), (Account{.injected = 1, .stuck = 1, .repaired = 1}));
+}
+
+TEST(LedgerTest, stuckBit_flipsOfOtherBitsAreLeftAlone) {
+  Story story;
+  story.write(8, 5);
+  story.flip(8, 0x10);
+  story.stick(8, 1);
+  EXPECT_EQ(story.account(), (Account{.injected = 2, .stuck = 1, .remaining = 2}));
+}
+
+TEST(LedgerTest, repairThatWroteNothingNeedsNoDamage) {
+  Story story;
+  story.ledger.beginRepair(8, 4);
+  story.ledger.endRepair(false);
+  EXPECT_EQ(story.account(), Account());
+}
+
+TEST(LedgerTest, registerThatHoldsAValueFromTheStartIsNoError) {
+  Story story;
+  story.registers[2] = 7;
+  story.ledger.valueIs(8, 7);
+  EXPECT_EQ(story.account(), Account());
 }
 
 TEST(LedgerTest, soFar_countsBeforeTheSettlement) {

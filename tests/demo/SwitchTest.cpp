@@ -19,7 +19,9 @@ using Hardware::HardwareShadow;
 // A register file in memory that counts its accesses and keeps the ledger.
 class Registers : public Fru::HamImpl {
  public:
-  explicit Registers(Demo::Ledger& ledger) : ledger_(ledger) {}
+  explicit Registers(Demo::Ledger& ledger) : ledger_(ledger) {
+    values[Demo::identityAddress.chipMemoryOffset() / 4] = Demo::identity;
+  }
   void read(U32 address, U32* value) override {
     ++reads;
     *value = values.at(address / 4);
@@ -80,7 +82,9 @@ TEST_F(SwitchTest, bringUp_writesEveryRegisterOfEveryTableOnce) {
   for (const auto& layout : Demo::switchTables) {
     expected += layout.registers();
     for (U32 i = 0; i < layout.registers(); ++i) {
-      ASSERT_NE(registers_->values[layout.registerAddress(i) / 4], 0u) << layout.name << " " << i;
+      const bool isZero = i / layout.registersPerEntry() % 8 == 7;
+      ASSERT_EQ(registers_->values[layout.registerAddress(i) / 4] == 0, isZero)
+          << layout.name << " " << i;
     }
   }
   EXPECT_EQ(registers_->writes, expected);
@@ -99,13 +103,47 @@ TEST_F(SwitchTest, bringUp_sixTablesInTheirModes) {
   EXPECT_EQ(table("mac").region->entries(), 65536u);
 }
 
-TEST_F(SwitchTest, firstPass_learnsTheTableThatWasBuffered) {
-  EXPECT_FALSE(table("acl").region->entryInitialized(0));
-  EXPECT_EQ(Demo::Switch::registersDiffering(table("acl"), registers_->values.data()), 2048u);
-  passed(1);
-  for (U32 e = 0; e < 512; ++e) ASSERT_TRUE(table("acl").region->entryInitialized(e)) << e;
+TEST_F(SwitchTest, bringUp_everyEntryOnTheChipIsKnownAndWritten) {
+  for (const Table& each : switch_.tables()) {
+    if (!each.layout->isOnChip()) continue;
+    for (U32 e = 0; e < each.layout->entries; ++e) {
+      ASSERT_TRUE(each.region->entryInitialized(e)) << each.layout->name << " " << e;
+      ASSERT_TRUE(switch_.shadow()->isWritten(each.region, e)) << each.layout->name << " " << e;
+    }
+  }
   EXPECT_EQ(differing(), 0u);
+  passed(2);
   EXPECT_EQ(switch_.shadow()->differences(), 0u);
+}
+
+TEST_F(SwitchTest, damageBeforeTheFirstPassIsRepaired_alsoInATableThatWasBuffered) {
+  damage(0xa0000, 0x10);
+  damage(0xa0070, 0x10);  // an entry of zeros
+  passed(2);
+  EXPECT_EQ(differing(), 0u);
+  EXPECT_EQ(ledger_.account(registers_->values.data()),
+            (Demo::Account{.injected = 2, .repaired = 2}));
+}
+
+TEST_F(SwitchTest, oneChipHoldsAllTablesButTheAbsentOne) {
+  for (Table& each : switch_.tables()) {
+    EXPECT_EQ(switch_.shadow()->chip(each.region) == switch_.chip(), each.layout->isOnChip())
+        << each.layout->name;
+  }
+  EXPECT_TRUE(switch_.chip()->isPresent());
+  registers_->values[Demo::identityAddress.chipMemoryOffset() / 4] = ~0u;
+  EXPECT_FALSE(switch_.chip()->isPresent());
+}
+
+TEST_F(SwitchTest, entryThatDiffersAgainAndAgainIsLeftAloneAndRaisesAnAlarm) {
+  for (U32 i = 1; i <= 4; ++i) {
+    damage(0x80010, 1);
+    passed(2 * i);
+  }
+  EXPECT_EQ(table("vlan").region->registersFixed(), 3u);
+  EXPECT_EQ(switch_.shadow()->quarantined(), 1u);
+  ASSERT_NE(switch_.alarms()->alarm("often/vlan/2"), nullptr);
+  EXPECT_EQ(switch_.alarms()->alarm("often/vlan/2")->state(), Driver::Alarm::raised_);
 }
 
 TEST_F(SwitchTest, equalConfigurationDoesNotReachTheChipOfATableThatSkips) {

@@ -40,12 +40,13 @@ TEST(StatusTextTest, picture_showsEverything) {
                   " 150 errors made by the chip, 6 passes completed. Ctrl-C ends it."));
 }
 
-TEST(StatusTextTest, picture_betweenTwoPassesShowsTheCompletedOne) {
+TEST(StatusTextTest, picture_saysWhatThePatrolDoesWhileItReadsNothing) {
   Demo::StatusView waiting = view();
   waiting.reading.clear();
+  waiting.patrol = "suspended";
   waiting.progress = 1;
   EXPECT_EQ(Demo::statusPicture(waiting)[1],
-            " pass 6       [########################################] 100 %  completed");
+            " pass 6       [########################################] 100 %  suspended");
 }
 
 TEST(StatusTextTest, picture_barKeepsItsLengthWhateverTheProgress) {
@@ -90,12 +91,12 @@ TEST(ReportTest, goodOneHasNoFaults) {
 
 TEST(ReportTest, text_showsEachTableAndAll) {
   EXPECT_THAT(report().text(),
-              HasSubstr(" mac            7         4            1       2          0"
-                        "                 0\n"
-                        " qos            1         1            0       0          0"
-                        "                 0\n"
-                        " all            8         5            1       2          0"
-                        "                 0\n"));
+              HasSubstr(" mac            7         4         0            1       2          0"
+                        "         0\n"
+                        " qos            1         1         0            0       0          0"
+                        "         0\n"
+                        " all            8         5         0            1       2          0"
+                        "         0\n"));
   EXPECT_THAT(report().text(), HasSubstr("Passes 9, differences found 5, entries repaired 5, of "
                                          "them without damage 0."));
 }

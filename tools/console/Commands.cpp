@@ -63,11 +63,19 @@ const std::vector<Command>& commands() {
        Takes::nothing, 1, 1, doPeek},
       {"poke", "ADDRESS VALUE", "damages a register of the chip without the library's knowledge",
        Takes::nothing, 2, 2, doPoke},
+      {"fault", "absent | present | reset | stuck ADDRESS BITS | free",
+       "what befalls the chip: it does not answer, and does again; it forgets everything; bits of "
+       "a\n"
+       "register read 0 whatever is written, and are free again",
+       Takes::nothing, 1, 3, doFault},
       {"wait", "SECONDS | N passes",
        "lets the system run. A running pass counts, so damage done during it is found by the "
        "second\n"
        "one at the latest",
        Takes::nothing, 1, 2, doWait},
+      {"findings", "[N]",
+       "the last N (10) things that the patrol has found, the newest last, and what it did",
+       Takes::nothing, 0, 1, doFindings},
       {"help", "[COMMAND]",
        "explains all commands, or one. COMMAND | SHELL COMMAND filters a command's output: ls | "
        "head",

@@ -51,5 +51,7 @@ void doTrace(Session&, const Words&);
 void doPeek(Session&, const Words&);
 void doPoke(Session&, const Words&);
 void doWait(Session&, const Words&);
+void doFindings(Session&, const Words&);
+void doFault(Session&, const Words&);
 
 }  // namespace Console

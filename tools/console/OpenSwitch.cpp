@@ -1,11 +1,29 @@
 #include "tools/console/OpenSwitch.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
 #include "tools/console/TraceLines.h"
 
 namespace Console {
+
+FindingList::FindingList(const Zint::Ptr<Zint::ActivityConfig>& activity,
+                         const Driver::AuditedShadow::Ptr& shadow)
+    : NotifieeConst(activity, shadow) {
+  isNonReferencingIs(true);
+  interestIs(Zint::interestIn(Driver::AuditedShadow::Id::finding));
+}
+
+void FindingList::onFinding(const Driver::Finding& finding) {
+  if (lines_.size() == capacity) lines_.pop_front();
+  lines_.push_back(Zint::format("%.3f s  ", finding.time).bytes() + finding.stringValue().bytes());
+}
+
+std::vector<std::string> FindingList::last(std::size_t most) const {
+  const auto count = static_cast<std::ptrdiff_t>(std::min(most, lines_.size()));
+  return {lines_.end() - count, lines_.end()};
+}
 
 OpenSwitch::OpenSwitch(const Zint::Ptr<Zint::ActivityConfig>& activity,
                        const Zint::Ptr<const Zint::Clock>& clock,
@@ -14,6 +32,7 @@ OpenSwitch::OpenSwitch(const Zint::Ptr<Zint::ActivityConfig>& activity,
       clock_(clock),
       registers_(Zint::makePtr<Demo::AccountedRegisters>(std::move(registers), ledger)),
       switch_(activity, clock, registers_, ledger),
+      findings_(Zint::makePtr<FindingList>(activity, switch_.shadow())),
       directory_(Hardware::chipMemoryBogonFactory("directory")) {
   // Of the bring-up only what the runtime has to say about exceptions in handlers.
   const TraceLines quiet(
@@ -33,14 +52,20 @@ World OpenSwitch::world() {
   World world;
   world.activity = activity_;
   world.objects = {
-      {"shadow", objectOf<Hardware::HardwareShadow>(switch_.shadow())},
-      {"reader", objectOf(switch_.reader())},
+      {"shadow", objectOf<Driver::AuditedShadow>(switch_.shadow())},
+      {"chip", objectOf(switch_.chip())},
+      {"alarms", objectOf(switch_.alarms())},
       {"directory", objectOf(directory_)},
       {"registers", objectOf(registers_)},
       {"activity", objectOf(activity_)},
       {"clock", objectOf(clock_)},
   };
+  for (const Demo::Table& table : switch_.tables()) {
+    world.objects.emplace_back(std::string(table.layout->name) + "-policy", objectOf(table.policy));
+    world.objects.emplace_back(std::string(table.layout->name) + "-access", objectOf(table.access));
+  }
   world.passes = "/shadow/audits";
+  world.findings = [this](std::size_t most) { return findings_->last(most); };
   world.traceHandle = "Umbra";
   world.chipSize = Demo::registerFileSize;
   world.peek = [this](U32 address) {
@@ -48,6 +73,9 @@ World OpenSwitch::world() {
     registers_->read(address, &value);
     return value;
   };
+  world.absentIs = [this](bool isAbsent) { registers_->isAbsentIs(isAbsent); };
+  world.reset = [this] { registers_->doReset(); };
+  world.stuckBitsAre = [this](U32 address, U32 bits) { registers_->stuckBitsAre(address, bits); };
   world.poke = [this](U32 address, U32 value) { registers_->damage(address, value); };
   return world;
 }

@@ -58,14 +58,18 @@ void checkRequest(const ChipReadRequest& request, const Action& action) {
     requireCommand(request, *state, isQueueEmpty);
   } else if (action.name == "status=") {
     const auto status = action.argument<S32>("value");
-    if (!status || auditing == nullptr) return;
+    const bool isPatrolled = action.audits.isPatrolled(request);
+    if (!status || (auditing == nullptr && !isPatrolled)) return;
     require(*status != ChipReadRequest::failed_,
             "the request of a shadow that is auditing must not fail: set the shadow idle first");
-    if (*status == ChipReadRequest::done_) requireAuditable(request);
+    if (*status == ChipReadRequest::done_ && !isPatrolled) requireAuditable(request);
   } else if (action.name == "chipMemoryIs") {
     const auto region = action.argument<Hardware::ChipMemory::Ptr>("chipMemory");
     const bool isRead = auditing != nullptr || request.state() == ChipReadRequest::start_;
     if (region && *region != nullptr && isRead) requireAuditable(**region);
+    if (region && *region != nullptr && action.audits.isPatrolled(request)) {
+      requirePatrollable(**region);
+    }
   } else if (action.name == "chipMemoryDel") {
     const auto address = action.argument<Hardware::ChipAddress>("address");
     require(!address || auditing == nullptr || request.chipMemorys() != 1 ||

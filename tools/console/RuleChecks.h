@@ -1,6 +1,7 @@
 // What the sources of the rules share.
 #pragma once
 
+#include <Driver/AuditedShadow.h>
 #include <Hardware/ChipMemoryBogon.h>
 #include <Hardware/ChipReader.h>
 #include <Hardware/HardwareShadow.h>
@@ -20,8 +21,11 @@ class Audits {
  public:
   explicit Audits(const Names& names);
 
-  // The shadow that audits by this request; null when none is auditing by it.
+  // The shadow that audits by this request; null when none is auditing by it. A patrol is left out:
+  // it passes over what it cannot read.
   const Hardware::HardwareShadow* auditing(const Hardware::ChipReadRequest& request) const;
+  // Whether a patrol works through this request.
+  bool isPatrolled(const Hardware::ChipReadRequest& request) const;
   // Whether a pass reads or compares the region, now or before it ends.
   bool isUnderAudit(const Hardware::ChipMemory& region) const;
   // The readers of a request.
@@ -61,6 +65,9 @@ void require(bool holds, const std::string& rule);
 // "4 bytes"
 std::string countText(U64 count, const char* unit);
 
+// Whether the shadow audits by itself.
+bool hasPatrol(const Hardware::HardwareShadow& shadow);
+
 // An access of that many entries through the access method.
 void requireAccess(const Hardware::ChipHam* ham, U32 entrySize, U64 entries);
 // The shadow, dirty and initialized of the entries before `end`.
@@ -68,6 +75,9 @@ void requireStore(const Hardware::ChipMemory& region, U64 end);
 // That a pass can read the region, and compare it where it does.
 void requireAuditable(const Hardware::ChipMemory& region);
 void requireAuditable(const Hardware::ChipReadRequest& request);
+// That a patrol can read what it reads of them.
+void requirePatrollable(const Hardware::ChipMemory& region);
+void requirePatrollable(const Hardware::ChipReadRequest& request);
 // The same of the regions that wait in a reader's queue.
 void requireQueue(const Hardware::ChipReader& reader);
 
@@ -78,6 +88,10 @@ void checkDirectory(const Hardware::ChipMemoryBogon& directory, const Action& ac
 void checkRequest(const Hardware::ChipReadRequest& request, const Action& action);
 void checkReader(const Hardware::ChipReader& reader, const Action& action);
 void checkShadow(const Hardware::HardwareShadow& shadow, const Action& action);
+// What is there only where a shadow audits by itself.
+void checkPatrol(const Hardware::HardwareShadow& shadow, const Action& action);
+// Chips, accesses, writers and their requests.
+void checkDriver(const Zint::Result& object, const Action& action);
 // The data path: look-ups, reads and writes.
 void checkDataPath(const Hardware::HardwareShadow& shadow, const Action& action);
 

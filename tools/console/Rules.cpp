@@ -25,6 +25,9 @@ void check(const Zint::Result& object, const Action& action) {
              shadow != nullptr) {
     checkShadow(*shadow, action);
     checkDataPath(*shadow, action);
+    checkPatrol(*shadow, action);
+  } else {
+    checkDriver(object, action);
   }
 }
 
@@ -54,12 +57,22 @@ Audits::Audits(const Names& names) {
 
 const Hardware::HardwareShadow* Audits::auditing(const Hardware::ChipReadRequest& request) const {
   for (const auto& shadow : shadows_) {
-    if (shadow->state() == Hardware::HardwareShadow::auditing() &&
+    if (!hasPatrol(*shadow) && shadow->state() == Hardware::HardwareShadow::auditing() &&
         shadow->auditReadRequest().ptr() == &request) {
       return shadow.ptr();
     }
   }
   return nullptr;
+}
+
+bool Audits::isPatrolled(const Hardware::ChipReadRequest& request) const {
+  for (const auto& shadow : shadows_) {
+    if (hasPatrol(*shadow) && shadow->state() == Hardware::HardwareShadow::auditing() &&
+        shadow->auditReadRequest().ptr() == &request) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool Audits::isUnderAudit(const Hardware::ChipMemory& region) const {

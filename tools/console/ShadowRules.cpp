@@ -43,6 +43,10 @@ void requireState(const HardwareShadow& shadow, HardwareShadow::State state, con
     case HardwareShadow::auditing_:
       require(request != nullptr,
               "auditing must come after configured, which makes the audit's request");
+      if (hasPatrol(shadow)) {
+        requirePatrollable(*request);
+        break;
+      }
       requireAuditable(*request);
       for (const Hardware::ChipReader* reader : audits.readersOf(*request)) requireQueue(*reader);
       break;
@@ -64,6 +68,7 @@ void requireRequest(const HardwareShadow& shadow, const Hardware::ChipReadReques
           "the audit's request must not be null before the shadow is "
           "unconfigured");
   if (shadow.state() != HardwareShadow::auditing()) return;
+  if (hasPatrol(shadow)) return requirePatrollable(*request);
   require(request->chipMemorys() != 0 || audits.readersOf(*request).empty(),
           "the request of a shadow that is auditing must have regions");
   requireAuditable(*request);
@@ -104,7 +109,7 @@ void checkShadow(const HardwareShadow& shadow, const Action& action) {
     if (shadow.state() != HardwareShadow::auditing() || request == nullptr) return;
     require(request->status() != Hardware::ChipReadRequest::failed_,
             "the request of a shadow that is auditing must not have failed");
-    requireAuditable(*request);
+    if (!hasPatrol(shadow)) requireAuditable(*request);
   } else if (name == "doFixBadRegister") {
     if (const auto region = action.argument<ChipMemory::Ptr>("chipMemory");
         region && *region != nullptr) {

@@ -105,6 +105,36 @@ void doPoke(Session& session, const Words& arguments) {
   session.world().poke(address, number<U32>("poke", arguments[1]));
 }
 
+void doFault(Session& session, const Words& arguments) {
+  const World& world = session.world();
+  const std::string& what = arguments[0];
+  if (!world.absentIs || !world.reset || !world.stuckBitsAre) {
+    throw Error("fault: nothing befalls this chip");
+  }
+  if (arguments.size() != (what == "stuck" ? 3u : 1u)) {
+    throw Error(std::string("usage: fault ") + commandNamed("fault").arguments);
+  }
+  if (what == "absent" || what == "present") {
+    world.absentIs(what == "absent");
+  } else if (what == "reset") {
+    world.reset();
+  } else if (what == "stuck") {
+    const U32 address = registerAddress(session, "fault", arguments[1]);
+    world.stuckBitsAre(address, number<U32>("fault", arguments[2]));
+  } else if (what == "free") {
+    world.stuckBitsAre(0, 0);
+  } else {
+    throw Error("fault: no fault " + what +
+                didYouMean(what, {"absent", "present", "reset", "stuck", "free"}));
+  }
+}
+
+void doFindings(Session& session, const Words& arguments) {
+  if (!session.world().findings) throw Error("findings: there is no patrol here");
+  const U32 most = arguments.empty() ? 10 : number<U32>("findings", arguments[0]);
+  for (const std::string& line : session.world().findings(most)) session.out() << line << "\n";
+}
+
 void doWait(Session& session, const Words& arguments) {
   Zint::ActivityConfig& activity = *session.world().activity;
   // Takes back a stop that came while nothing ran.

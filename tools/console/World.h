@@ -23,12 +23,19 @@ struct World {
   // Runs a shell command on a command's output, see Filter.h; none where lines are not to be
   // trusted.
   std::function<void(const std::string& shellCommand, const std::string& input)> filter;
+  // What the patrol has found, the newest last: at most that many lines. None where there is no
+  // patrol.
+  std::function<std::vector<std::string>(std::size_t most)> findings;
   // The trace handle of `trace` without a name.
   std::string traceHandle;
   // The chip's registers, past the library: byte addresses, multiples of 4 below `chipSize`.
   U32 chipSize = 0;
   std::function<U32(U32 address)> peek;
   std::function<void(U32 address, U32 value)> poke;
+  // What befalls the chip; none where it cannot be had.
+  std::function<void(bool isAbsent)> absentIs;
+  std::function<void()> reset;
+  std::function<void(U32 address, U32 bits)> stuckBitsAre;  // read 0; no bits: all are free
 };
 
 // An object as a console needs it.
