@@ -197,6 +197,9 @@ class ChipAccess::Write {
 
   void writeWithoutStore() {
     if (shadow_->overrideHardware()) return;
+    if (cm_->shadowStoreNeeded()) {
+      Zint::throwRangeException("the store of " + cm_->name() + " is being exchanged");
+    }
     access_.writeMisses_ += count_;
     cm_->chipHam()->doWrite(cm_->entryAddress(first_), values_.data(), entrySize_, count_);
     access_.notify(Id::writeMisses);
@@ -204,7 +207,9 @@ class ChipAccess::Write {
 
   // Entries that the replay will write are left to it.
   void hold() {
-    if (!access_.holdsWhileRestoring_ || !chip_->restoresItself()) return;
+    if (!access_.holdsWhileRestoring_ || !chip_->restoresItself() || shadow_->clock() == nullptr) {
+      return;
+    }
     const Zint::Ptr<ChipWriteRequest> replay = chip_->replay();
     if (replay != nullptr && !replay->holds(cm_)) return;
     U32 held = 0;

@@ -22,7 +22,8 @@
 // that the newest value stays. An entry that is written without a store (shadowEnabled off), or
 // read before the shadow is configured, goes to the chip.
 //
-// Bad entries and sizes are range exceptions, and nothing has changed then.
+// Bad entries and sizes are range exceptions, and nothing has changed then. So is a write while the
+// region's store is being exchanged: of a notifiee of that.
 #pragma once
 
 #include <Driver/AuditedShadow.h>
@@ -118,8 +119,8 @@ class UMBRA_API ChipAccess : public Zint::PtrInterface {
 
   // Whether writes are held back while the chip is being restored: they are offered to the shadow
   // alone, and the replay writes them before it ends. On by default. Writes that no replay would
-  // write go to the chip at once: of a chip that does not restore itself, of a region that its
-  // replay does not have, of entries that are never replayed.
+  // write go to the chip at once: of a chip that does not restore itself, or a shadow without a
+  // clock, of a region that its replay does not have, of entries that are never replayed.
   bool holdsWhileRestoring() const { return holdsWhileRestoring_; }
   void holdsWhileRestoringIs(bool holds);
 

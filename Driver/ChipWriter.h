@@ -12,7 +12,8 @@
 //
 // Clients may write at any time. Each run is copied before its access; entries that a client has
 // changed during it are written again after it. Writes that ChipAccess holds back are written
-// before the end of their group, or before the status is `done`.
+// before the status is `done`, and before the next group where they are not too many. When clients
+// hold back more than slices can write, the rest is written in one turn.
 //
 // An exception of an access method, or a chip that is absent, ends the writing: the status is
 // `failed`, reason() says why, and the entries of the access have open findings. doResume() goes on
@@ -231,9 +232,10 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
     std::size_t begin = 0;
     U32 entry = 0;
     U32 group = 0;
-    bool hasFound = false;  // anything in this pass
-    U32 passes = 0;         // of `again` and `last`
-    U32 heldWrites = 0;     // before the pass
+    bool hasFound = false;     // anything in this pass
+    U32 passes = 0;            // of `again` and `last`
+    U32 heldWrites = 0;        // before the pass
+    bool isUnbounded = false;  // the rest in one turn
   };
 
   void newRequest(const ChipWriteRequest::Ptr& request);
@@ -265,7 +267,7 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   bool leaveOrRemark(const AuditedShadow::Ptr& shadow, const ReplayRegion& region, U32& left);
   bool writeBuffered(const AuditedShadow::Ptr& shadow, const ReplayRegion& region,
                      const Zint::Epoch::Mark& command, U32& written);
-  static bool leaveBuffered(AuditedShadow& shadow, const ChipMemory::Ptr& cm);
+  static bool leaveBuffered(const AuditedShadow::Ptr& shadow, const ChipMemory::Ptr& cm);
 
   void remarkAdd(const ReplayRemark& remark);
   void currentChipMemoryIs(const ChipMemory::Ptr& region);

@@ -28,9 +28,14 @@ void bitIs(const Hal::BufBase::Ptr& bitmap, U32 entry) {
 
 // The three buffers of a region's store.
 struct StoreBuffers {
+  StoreBuffers(Hal::BufBase::Ptr shadowBuf, Hal::BufBase::Ptr dirtyBuf,
+               Hal::BufBase::Ptr initializedBuf)
+      : shadow(std::move(shadowBuf)),
+        dirty(std::move(dirtyBuf)),
+        initialized(std::move(initializedBuf)) {}
   explicit StoreBuffers(const Hardware::ChipMemory& cm)
-      : shadow(cm.shadow()), dirty(cm.dirty()), initialized(cm.initialized()) {}
-  Hal::BufBase::Ptr shadow, dirty, initialized;
+      : StoreBuffers(cm.shadow(), cm.dirty(), cm.initialized()) {}
+  friend bool operator==(const StoreBuffers&, const StoreBuffers&) = default;
 
   // Takes over what the other store knows and this one does not, and what was written to it.
   void takeOver(const StoreBuffers& other, U32 entries, U32 entrySize) const {
@@ -41,11 +46,19 @@ struct StoreBuffers {
       if (shadow != other.shadow) {
         std::memcpy(shadow->data() + at, other.shadow->data() + at, entrySize);
       }
-      if (bitOf(other.initialized, e)) bitIs(initialized, e);
+      bitIs(initialized, e);
       if (isWritten) bitIs(dirty, e);
     }
   }
+
+  Hal::BufBase::Ptr shadow, dirty, initialized;
 };
+
+void install(Hardware::ChipMemory& cm, const StoreBuffers& buffers) {
+  cm.dirtyIs(buffers.dirty);
+  cm.initializedIs(buffers.initialized);
+  cm.shadowIs(buffers.shadow);
+}
 
 }  // namespace
 
@@ -156,7 +169,7 @@ bool ChipWriter::doLeaveBuffered(const ChipMemory::Ptr& region) {
   const Zint::Epoch never;
   const Zint::Epoch::Mark mark(never);
   U32 written = 0;
-  return writeBuffered(shadow, replayed, mark, written) && leaveBuffered(*shadow, replayed.cm());
+  return writeBuffered(shadow, replayed, mark, written) && leaveBuffered(shadow, replayed.cm());
 }
 
 // For the slices: lists a region that is not written, or lets it leave buffered. False: the writing
@@ -178,7 +191,7 @@ bool ChipWriter::leaveOrRemark(const AuditedShadow::Ptr& shadow, const ReplayReg
   U32 written = 0;
   const bool isWritten = writeBuffered(shadow, region, command, written);
   if (command.isSuperseded()) return false;
-  if (!isWritten || !leaveBuffered(*shadow, cm)) {
+  if (!isWritten || !leaveBuffered(shadow, cm)) {
     if (command.isSuperseded()) return false;
     remarkAdd({cm, ReplayNote::held, 0, 0, "a client changes it again and again"});
   }
@@ -236,42 +249,72 @@ bool ChipWriter::writeBuffered(const AuditedShadow::Ptr& shadow, const ReplayReg
   return false;
 }
 
-// Changes the mode without the write-back, and keeps the store with its marks. Whatever a notifiee
-// writes meanwhile goes over to it. False: a notifiee has changed the region, which wins.
-bool ChipWriter::leaveBuffered(AuditedShadow& shadow, const ChipMemory::Ptr& cm) {
+// Changes the mode without the write-back, and keeps the store with its marks. While the library
+// makes a store of its own, the region has empty bitmaps, so that nothing is served that is not
+// known. Whatever a notifiee writes meanwhile goes over to the store that is kept. False: a
+// notifiee has changed the region, which wins.
+bool ChipWriter::leaveBuffered(const AuditedShadow::Ptr& shadow, const ChipMemory::Ptr& cm) {
   const U32 entries = cm->entries();
   const U32 entrySize = cm->entrySize();
   const std::size_t bytes = std::size_t{entries} * entrySize;
   const StoreBuffers kept(*cm);
-  std::vector<bool> isWritten(entries), isOpen(entries);
+  const Hal::BufBase::Ptr empty = Hal::bufFactory(kept.dirty->size());
+  const Hal::BufBase::Ptr emptyToo = Hal::bufFactory(kept.initialized->size());
+  std::vector<bool> isWritten(entries), isOpen(entries), isHeld(entries);
   for (U32 e = 0; e < entries; ++e) {
-    isWritten[e] = shadow.isWritten(cm, e);
-    isOpen[e] = shadow.hasOpenFinding(cm, e);
+    isWritten[e] = shadow->isWritten(cm, e);
+    isOpen[e] = shadow->hasOpenFinding(cm, e);
   }
-  const auto isAsItWas = [&](const Hal::BufBase::Ptr& expected) {
-    return cm->mode() == ChipMemory::normal() && cm->entries() == entries &&
-           cm->shadow() == expected && hasStoreFor(*cm, entries);
+  const auto isAsItWas = [&](ChipMemory::ChipMemoryMode mode, const StoreBuffers& buffers) {
+    return cm->mode() == mode && cm->entries() == entries && StoreBuffers(*cm) == buffers;
   };
+
+  cm->dirtyIs(empty);
+  if (!isAsItWas(ChipMemory::buffered(), {kept.shadow, empty, kept.initialized})) return false;
+  cm->initializedIs(emptyToo);
+  if (!isAsItWas(ChipMemory::buffered(), {kept.shadow, empty, emptyToo})) return false;
+  for (U32 e = 0; e < entries; ++e) isHeld[e] = bitOf(empty, e);
+  kept.takeOver({kept.shadow, empty, emptyToo}, entries, entrySize);
+  std::memset(empty->data(), 0, empty->size());
+  std::memset(emptyToo->data(), 0, emptyToo->size());
   cm->shadowIs(nullptr);  // nothing to write back
-  if (cm->shadow() != nullptr || cm->mode() != ChipMemory::buffered()) return false;
-  cm->modeIs(ChipMemory::normal());
+  if (!isAsItWas(ChipMemory::buffered(), {nullptr, empty, emptyToo})) return false;
+  try {
+    cm->modeIs(ChipMemory::normal());
+  } catch (...) {  // no memory for a store
+    if (isAsItWas(ChipMemory::normal(), {nullptr, empty, emptyToo})) install(*cm, kept);
+    throw;
+  }
   const StoreBuffers made(*cm);
-  if (made.shadow == nullptr || !isAsItWas(made.shadow)) return false;
-  // Both stores hold the same before each exchange, so that notifiees see one that is sound.
+  if (cm->mode() != ChipMemory::normal() || cm->entries() != entries ||
+      !hasStoreFor(*cm, entries)) {
+    return false;
+  }
+  kept.takeOver({made.shadow, empty, emptyToo}, entries, entrySize);
   kept.takeOver(made, entries, entrySize);
+  // Both stores hold the same before each exchange, so that notifiees see one that is sound.
   std::memcpy(made.shadow->data(), kept.shadow->data(), bytes);
   cm->dirtyIs(kept.dirty);
-  if (!isAsItWas(made.shadow) || cm->dirty() != kept.dirty) return false;
+  if (!isAsItWas(ChipMemory::normal(), {made.shadow, kept.dirty, made.initialized})) return false;
   kept.takeOver(made, entries, entrySize);
   cm->initializedIs(kept.initialized);
-  if (!isAsItWas(made.shadow) || cm->initialized() != kept.initialized) return false;
+  if (!isAsItWas(ChipMemory::normal(), {made.shadow, kept.dirty, kept.initialized})) return false;
   std::memcpy(kept.shadow->data(), made.shadow->data(), bytes);
   cm->shadowIs(kept.shadow);
-  for (U32 e = 0; e < entries && isAsItWas(kept.shadow); ++e) {
-    if (isWritten[e]) shadow.writtenIs(cm, e, true);
-    if (isOpen[e]) shadow.openFindingIs(cm, e, true);
+  const auto isDone = [&] { return isAsItWas(ChipMemory::normal(), kept); };
+  for (U32 e = 0; e < entries && isDone(); ++e) {
+    if (isWritten[e]) shadow->writtenIs(cm, e, true);
+    if (isOpen[e]) shadow->openFindingIs(cm, e, true);
   }
-  return isAsItWas(kept.shadow);
+  // What a notifiee has written while the region was buffered still.
+  for (U32 e = 0; e < entries && isDone(); ++e) {
+    if (!isHeld[e] || !ReplayRegion(shadow, cm).isReplayed(e, false)) continue;
+    RegionWrite write(shadow, cm);
+    write.honoursPolicy = true;
+    write.writer = "ChipWriter::doLeaveBuffered";
+    write.write({e, 1});
+  }
+  return isDone();
 }
 
 }  // namespace Driver

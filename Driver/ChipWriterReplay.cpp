@@ -170,14 +170,18 @@ void ChipWriter::doWrite() {
 void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
   const Zint::Epoch::Mark command(commands_);
   pause_ = 0;
-  U32 left = maxEntriesPerSlice_;
-  for (U64 visits = visitsPerSlice; visits > 0;) {
+  U32 left = place_.isUnbounded ? ~0u : maxEntriesPerSlice_;
+  for (U64 visits = place_.isUnbounded ? everyVisit : visitsPerSlice; visits > 0;) {
     if (shadow->overrideHardware()) return fail("overrideHardware is set");
     if (place_.job >= place_.end) {
       const bool goesOn = nextPass(*shadow);
       if (command.isSuperseded()) return;
       if (!goesOn) return finish();
       if (pause_ > 0) return;
+      if (place_.isUnbounded) {
+        left = ~0u;
+        visits = everyVisit;
+      }
       continue;
     }
     const ReplayRegion region(shadow, jobs_[place_.job].region);
@@ -343,7 +347,9 @@ void ChipWriter::groupIs(U32 group) {
 }
 
 // What was held back during the writing is looked for at the end of each group, and, where a later
-// group or the verification took time, at the end of all. False: nothing is left to do.
+// group or the verification took time, at the end of all. Clients may hold writes back faster than
+// slices write them: what is left after some passes is written in one turn, which they cannot
+// overtake. False: nothing is left to do.
 bool ChipWriter::nextPass(AuditedShadow& shadow) {
   const auto all = [this](Phase phase) {
     place_.begin = 0;
@@ -357,13 +363,20 @@ bool ChipWriter::nextPass(AuditedShadow& shadow) {
     return true;
   }
   if (place_.phase == Phase::verify) return all(Phase::last);
+  const bool isEnd = place_.phase == Phase::last || (delays_.size() == 1 && !verifiesThis_);
   if (place_.hasFound || place_.heldWrites != heldWriteCount()) {
     if (++place_.passes < maxPasses) {
       passIs(place_.phase);
       return true;
     }
+    if (isEnd && !place_.isUnbounded) {
+      place_.isUnbounded = true;
+      place_.passes = 0;
+      passIs(place_.phase);
+      return true;
+    }
     const Zint::Epoch::Mark command(commands_);
-    reportUnsettled(shadow);
+    if (isEnd) reportUnsettled(shadow);
     if (command.isSuperseded()) return false;
   }
   if (place_.phase == Phase::last) return false;

@@ -34,7 +34,7 @@ struct ReplayRemark {
   const char* reason = "";  // "buffered", "overridden", "without a store", ...
 
   // "interrupted: mac entry 17, an exception of the access method"
-  Zint::String8 stringValue() const;
+  UMBRA_API Zint::String8 stringValue() const;
 };
 
 struct ReplayPlan {
@@ -47,7 +47,7 @@ struct ReplayPlan {
   Zint::Seconds time = 0;  // expected: accesses, delays of groups, intervals between slices
 
   // For people: a line of totals, then a line for each region.
-  Zint::String8 stringValue() const;
+  UMBRA_API Zint::String8 stringValue() const;
 };
 
 // An entry whose value on the chip is not that of the shadow.
@@ -58,7 +58,7 @@ struct ChipDifference {
   std::vector<U8> actual;
 
   // "mac entry 17: expected x00x01, actual x00x00". At most 32 bytes of each.
-  Zint::String8 stringValue() const;
+  UMBRA_API Zint::String8 stringValue() const;
 };
 
 // "held", "skipped", "interrupted", "unsettled"; another number as Driver::ReplayNote(number).

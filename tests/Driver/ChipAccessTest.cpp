@@ -381,6 +381,10 @@ TEST_F(ChipAccessTest, whileRestoring_whatNoReplayWouldWriteIsWrittenAtOnce) {
   chip0->restoresItselfIs(false);
   access->write<U32>(1, 3);
   EXPECT_EQ(memory->taken(), (Accesses{writeOf(0x1004, 1)}));
+  chip0->restoresItselfIs(true);
+  own->clockIs(nullptr);
+  access->write<U32>(1, 4);
+  EXPECT_EQ(memory->taken(), (Accesses{writeOf(0x1004, 1)}));
 }
 
 // --- Observers, ownership, by name --------------------------------------------------------------

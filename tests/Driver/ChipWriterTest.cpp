@@ -312,7 +312,7 @@ TEST_F(ChipWriterTest, anEntryThatChangesAtEachAccessIsReported) {
     Support::wordIs(a->shadow(), 0, ++value);
     own->writtenIs(a, 0, true);
   };
-  EXPECT_EQ(run().size(), 72u);  // eight tries each, of the first pass and of eight more
+  EXPECT_EQ(run().size(), 136u);  // eight tries of each of 17 passes
   EXPECT_EQ(request->status(), done);
   EXPECT_EQ(remarksText(), "unsettled: a entry 0, clients write it again and again");
   EXPECT_TRUE(own->hasOpenFinding(a, 0));
@@ -368,6 +368,23 @@ TEST_F(ChipWriterTest, writesHeldBackReachTheChipBeforeTheNextGroup) {
   tick();
   access->write<U32>(0, 77);
   EXPECT_EQ(tick(), (Accesses{writeOf(0x3008, 1), writeOf(0x3000, 1)}));
+}
+
+TEST_F(ChipWriterTest, clientsThatHoldBackMoreThanSlicesWriteDoNotKeepItFromEnding) {
+  threeRegions();
+  fill(a, {0, 1, 2, 3, 4, 5, 6, 7});
+  resetChip();
+  const auto access = Driver::chipAccessFactory(own, a);
+  own->chip(a)->replayIs(request);
+  own->maxEntriesPerSliceIs(1);
+  own->chip(a)->doChipReset();  // starts the replay
+  U32 value = 1000;
+  for (int i = 0; i < 1000 && own->chip(a)->isRestoring(); ++i) {
+    tick();
+    for (U32 entry = 0; entry < 8; ++entry) access->write<U32>(entry, ++value);
+  }
+  EXPECT_FALSE(own->chip(a)->isRestoring());
+  for (U32 entry = 0; entry < 8; ++entry) EXPECT_EQ(onChip(a, entry), inShadow(a, entry));
 }
 
 // --- Failures -----------------------------------------------------------------------------------
