@@ -1,6 +1,5 @@
-#include <Hardware/ChipReader.h>
+#include <Driver/ChipAccess.h>
 #include <Hardware/GenericChipHam.h>
-#include <Hardware/HardwareShadow.h>
 #include <platform/MemoryRegisters.h>
 
 #include <iostream>
@@ -17,25 +16,22 @@ int main() {
   table->shadowEnabledIs(true);
   table->readFromCacheIs(true);
   table->auditEnabledIs(true);
-  // Every entry has a value to defend: one that was never written is adopted as the chip has it.
-  table->doClearRange(0, table->entries() - 1, true);
-  auto shadow = Hardware::hardwareShadowFactory(activity, clock);
-  shadow->minIntervalBetweenAuditsIs(1.0);  // a pass begins at most once a second
+  // Every entry has a value to defend: what the first pass reads where nobody has written.
+  auto policy = Driver::policyFactory(table);
+  policy->unwrittenIs(Driver::Unwritten::baseline);
+  auto shadow = Driver::auditedShadowFactory(activity, clock);
+  shadow->minIntervalBetweenAuditsIs(0.1);  // a pass begins every 100 ms at most
   shadow->chipMemoryIs(table);
+  shadow->policyIs(policy);
   shadow->stateIs(Hardware::HardwareShadow::configured());
-  // Reads 256 entries of the audited regions every millisecond.
-  auto reader =
-      Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock, 256, 0.001);
-  // Write: offered to the shadow first. Read: served without the chip.
-  U32 value = 0xcafe;
-  U8* data = reinterpret_cast<U8*>(&value);
-  if (!shadow->shadowWriteAndCompareWithCache(table, 7, data, 4)) {
-    ham->doWrite(table->entryAddress(7), data, 4, 1);
-  }
-  std::cout << std::hex << shadow->readFromCacheU32(table->entryAddress(7)) << "\n";
-  // Audit: the next pass finds the damage and repairs it.
-  chip->registerAt(0x101c) = 0xbad;
+  // Write: what differs reaches the chip. Read: served without the chip.
+  auto mac = Driver::chipAccessFactory(shadow, table);
+  mac->write<U32>(7, 0xcafe);
+  std::cout << std::hex << mac->read<U32>(7) << "\n";
+  // Audit: the pass after the damage finds it and repairs it.
   shadow->stateIs(Hardware::HardwareShadow::auditing());
+  while (shadow->audits() == 0) activity->runUntil(Zint::now() + 0.01);
+  chip->registerAt(0x101c) = 0xbad;
   while (table->registersFixed() == 0) activity->runUntil(Zint::now() + 0.01);
   std::cout << chip->registerAt(0x101c) << " after " << table->registersFixed() << " repair\n";
 }
