@@ -107,7 +107,7 @@ class UMBRA_API Chip : public Zint::Entity {
   // Why, and since when (time of the shadow's clock).
   const Zint::String8& reason() const { return reason_; }
   Zint::Seconds since() const { return since_; }
-  // When the patrol looks again; `never` while it is present.
+  // When the patrol looks again, whatever the interval of its passes; `never` while it is present.
   Zint::Seconds nextTry() const { return nextTry_; }
   U32 tries() const { return tries_; }        // in this absence
   U32 absences() const { return absences_; }  // so far

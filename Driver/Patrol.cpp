@@ -156,9 +156,15 @@ void Patrol::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   const Zint::Ptr<SliceClock> old = std::move(clock_);
   clock_ = nullptr;
   if (old != nullptr) old->forget();
+  // Times of the old clock mean nothing to the new one.
+  nextPass_ = -Zint::never;
+  turnStart_ = result_.start = time();
+  for (const Chip::Ptr& chip : chips()) {
+    if (chip->isAbsent()) chip->nextTry_ = time();
+  }
   if (clock != nullptr) {
     clock_ = Zint::makePtr<SliceClock>(shadow_.zintFwkActivity(), clock, *this);
-    if (isRunning()) wakeAt(0.0);
+    resume();
   }
 }
 
@@ -176,14 +182,17 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
       break;
     case HardwareShadow::Id::overrideHardware:
       commands_.advance();
-      if (isRunning()) wakeAt(0.0);
+      resume();
       updateState();
       break;
     case HardwareShadow::Id::clock:
       clockIs(shadow_.clock());
       break;
     case HardwareShadow::Id::minIntervalBetweenAudits:
-      if (isRunning() && !isInPass_) wakeAt(0.0);
+      if (nextPass_ != -Zint::never) {
+        nextPass_ = result_.start + shadow_.minIntervalBetweenAudits();
+        resume();
+      }
       break;
     default:
       break;
@@ -204,6 +213,7 @@ void Patrol::handleRegion(const Hardware::ChipAddress& address) {
       ++marks;
     }
   }
+  forget(dropped);
 }
 
 // Bulk removals are not notified of.
@@ -218,32 +228,50 @@ void Patrol::dropRemoved() {
       ++marks;
     }
   }
+  forget(dropped);
+}
+
+void Patrol::forget(std::vector<std::unique_ptr<RegionMarks>>& dropped) {
+  U32 quarantined = 0;
+  for (const std::unique_ptr<RegionMarks>& marks : dropped) {
+    for (const auto& [entry, history] : marks->repairs) {
+      --histories_;
+      quarantined += history.isQuarantined ? 1 : 0;
+    }
+  }
+  if (quarantined != 0) shadow_.quarantinedIs(shadow_.quarantined() - quarantined);
 }
 
 void Patrol::handlePaused() {
   commands_.advance();
-  if (isRunning()) wakeAt(0.0);
+  resume();
   updateState();
 }
 
 void Patrol::handleReset(const Chip::Ptr& chip) {
   const AuditedShadow::Ptr self(&shadow_);
-  const Zint::Epoch::Mark mark = commands_.advance();
-  if (isInPass_) endPass(chip->name() + " was reset");
-  if (mark.isSuperseded()) return;
-  if (isRunning()) wakeAt(0.0);  // the other chips' audit goes on
-  if (ChipState* state = stateOf(chip); state != nullptr) restore(*state);
+  commands_.advance();
+  // The pass is void, but goes on for the other chips: one that is reset again and again does not
+  // keep the patrol from them.
+  if (isInPass_ && missed_.empty()) missed_ = chip->name() + " was reset";
+  resume();
+  if (ChipState* state = stateOf(chip); state != nullptr) {
+    state->isMissed = true;
+    restore(*state);
+  }
 }
 
 void Patrol::handleRestored(const Chip::Ptr& chip) {
   const AuditedShadow::Ptr self(&shadow_);
   commands_.advance();
   if (ChipState* state = stateOf(chip); state != nullptr) dropReplay(*state);
-  if (isRunning()) wakeAt(0.0);
+  nextPass_ = -Zint::never;
+  resume();
   updateState();
 }
 
 void Patrol::start() {
+  nextPass_ = -Zint::never;
   wakeAt(0.0);
   updateState();
 }
@@ -258,6 +286,11 @@ void Patrol::stop() {
 void Patrol::wakeAt(Zint::Seconds time) {
   due_ = time == 0 ? this->time() : time;
   if (clock_ != nullptr) clock_->timeMinIs(time);
+}
+
+// The next turn decides what is due. A pass does not begin before its time.
+void Patrol::resume() {
+  if (isRunning()) wakeAt(0.0);
 }
 
 bool Patrol::isRunning() const {
@@ -276,7 +309,7 @@ void Patrol::updateState() {
   PatrolState state = PatrolState::waiting;
   bool isAnyAlive = false, isAnyAbsent = false, isAnyRestoring = false;
   const auto look = [&](const ChipState& chip) {
-    isAnyAlive |= chip.hasRead;
+    isAnyAlive |= chip.isAlive && !chip.chip->isAbsent() && !chip.chip->isRestoring();
     isAnyAbsent |= chip.chip->isAbsent();
     isAnyRestoring |= chip.chip->isRestoring();
   };
@@ -357,6 +390,7 @@ RegionMarks& Patrol::marksOf(const ChipMemory::Ptr& region) {
   if (marks->store != region->dirty()) {
     marks->store = region->dirty();
     marks->written.clear();
+    marks->assumed.clear();
     marks->open.clear();
   }
   return *marks;
@@ -378,22 +412,31 @@ void Patrol::policyIs(const ChipMemory::Ptr& region, const Policy::Ptr& policy) 
     applyUnwritten(marks);
     policy->isInForceIs(true);
   }
-  if (isRunning()) wakeAt(0.0);
+  resume();
 }
 
 // Gives entries that nobody wrote the value that the policy says they have.
 void Patrol::applyUnwritten(RegionMarks& marks) {
   if (marks.policy == nullptr) return;
-  const Unwritten unwritten = marks.policy->unwritten();
-  if (unwritten != Unwritten::zero && unwritten != Unwritten::defaults) return;
   const ChipMemory& region = *marks.region;
+  marksOf(marks.region);  // forgets what belongs to an old store
+  const Unwritten unwritten = marks.policy->unwritten();
+  const bool isAssumed = unwritten == Unwritten::zero || unwritten == Unwritten::defaults;
+  if (!isAssumed && marks.assumed.size() == 0) return;
   const Hal::BufBase::Ptr shadow = region.shadow();
   if (shadow == nullptr || region.initialized() == nullptr || region.entrySize() == 0) return;
   const U32 stored = std::min(region.entries(), shadow->size() / region.entrySize());
   const U32 entries =
       static_cast<U32>(std::min(U64{stored}, U64{region.initialized()->size()} * 8));
   for (U32 e = 0; e < entries; ++e) {
-    if (region.entryInitialized(e) || !isCompared(marks.policy->rule(e))) continue;
+    if (marks.assumed.at(e)) {
+      marks.assumed.atIs(e, false);
+      if (isWritten(region, e)) continue;
+      std::fill_n(shadow->data() + std::size_t{e} * region.entrySize(), region.entrySize(), U8{0});
+      marks.region->entryInitializedDel(e);
+    }
+    if (!isAssumed || region.entryInitialized(e) || !isCompared(marks.policy->rule(e))) continue;
+    marks.assumed.atIs(e, true);
     if (unwritten == Unwritten::defaults) {
       if (const U8* value = marks.policy->resetValue(e); value != nullptr) {
         std::copy_n(value, region.entrySize(),
@@ -501,7 +544,7 @@ void Patrol::chipIs(const Chip::Ptr& chip) {
   state->watch = Zint::makePtr<ChipWatch>(shadow_.zintFwkActivity(), *this, chip);
   commands_.advance();
   chips_.push_back(std::move(state));
-  if (isRunning()) wakeAt(0.0);
+  resume();
 }
 
 void Patrol::chipDel(const Chip::Ptr& chip) {
@@ -513,7 +556,7 @@ void Patrol::chipDel(const Chip::Ptr& chip) {
   commands_.advance();
   state->watch->forget();
   dropReplay(*state);
-  if (isRunning()) wakeAt(0.0);
+  resume();
 }
 
 }  // namespace Driver

@@ -67,6 +67,7 @@ class Patrol {
     Zint::Ptr<ChipWatch> watch;
     Zint::Ptr<Replay> replay;  // under way; null while there is none
     bool hasRead = false;      // it answered in this pass, and has not become absent since
+    bool isAlive = false;      // it answered since the audit began, and has not become absent since
     bool isMissed = false;     // a region of it was not audited in this pass
     U64 probedPass = 0;        // the last pass in which a difference asked for it
   };
@@ -88,6 +89,8 @@ class Patrol {
   void clockIs(const Zint::Ptr<const Zint::Clock>& clock);
   void wakeAt(Zint::Seconds time);
   void updateState();
+  void resume();
+  void forget(std::vector<std::unique_ptr<RegionMarks>>& dropped);
   bool isRunning() const;
   ChipState* findState(const Hardware::ChipMemory& region) const;
   ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
@@ -102,7 +105,10 @@ class Patrol {
   void leaveRegion();
   Visit visit(U32 budget, U32& done);
   bool isTurnOver() const;
+  void wakeForPass();
   void makeAbsent(ChipState& state, const Zint::String8& reason);
+  void readAnyEntry(const Chip& chip) const;
+  void retryAbsent();
 
   // --- PatrolRestore.cpp: the replay after a reset ---
   Zint::Ptr<ChipWriteRequest> replayRequest(const Chip& chip) const;
@@ -110,6 +116,7 @@ class Patrol {
   void dropReplay(ChipState& state);
   void handleReplay(Replay& ended);
   void retryReplays();
+  Zint::Seconds nextReplayTry() const;
 
   // --- PatrolJudge.cpp: what is done with a run ---
   Visit audit(const Hardware::ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,
@@ -155,10 +162,11 @@ class Patrol {
   PassResult result_;
   Zint::Ptr<Hardware::ChipReadRequest> request_;  // held: the iterator walks it
   std::optional<Hardware::ChipReadRequest::ChipMemoryIteratorConst> next_;
-  Hardware::ChipMemory::Ptr region_;  // that is being read; null between two
-  U32 entry_ = 0;                     // the next one of it
-  U64 done_ = 0;                      // entries behind
-  Zint::String8 missed_;              // why the pass is not complete; empty while it is
+  Hardware::ChipMemory::Ptr region_;       // that is being read; null between two
+  U32 entry_ = 0;                          // the next one of it
+  U64 done_ = 0;                           // entries behind
+  Zint::String8 missed_;                   // why the pass is not complete; empty while it is
+  Zint::Seconds nextPass_ = -Zint::never;  // none begins before
 
   // --- The turn under way ---
   Zint::Seconds turnStart_ = 0;

@@ -145,8 +145,9 @@ Patrol::Visit Patrol::readRun(Run& run) {
     run.chip->doChipReset();
     return Visit::ended;
   }
-  run.state.hasRead = true;
-  return Visit::done;
+  run.state.hasRead = run.state.isAlive = true;
+  if (wasAbsent) updateState();
+  return run.isSuperseded() ? Visit::ended : Visit::done;
 }
 
 Patrol::Visit Patrol::judgeRun(Run& run, U32& judged) {
@@ -196,10 +197,10 @@ U32 Patrol::nextDifference(const Run& run, U32 entry) const {
 void Patrol::learnEqual(Run& run, U32 end) {
   if (run.policy == nullptr || run.policy->unwritten() != Unwritten::baseline) return;
   for (U32 e = run.first; e < end; ++e) {
-    if (!run.isKnown(e) && isCompared(run.policy->rule(e)) &&
-        std::equal(run.expected(e), run.expected(e) + run.entrySize, run.actual(e))) {
-      bitIs(run.initializedBuf->data(), e, true);
-    }
+    if (run.isKnown(e) || !isCompared(run.policy->rule(e))) continue;
+    const bool isEqual = run.isEqual(e, run.actual(e));
+    if (run.isSuperseded()) return;
+    if (isEqual) bitIs(run.initializedBuf->data(), e, true);
   }
 }
 
@@ -233,7 +234,7 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
   }
   if (run.isMarked(entry)) return leave(run, entry);
 
-  if (shadow_.findsResets() && needsProbe(run)) {
+  if (shadow_.findsResets() && run.cm->mode() != ChipMemory::buffered() && needsProbe(run)) {
     const Visit probed = probe(run, entry);
     if (probed != Visit::done) return probed;
   }
@@ -260,8 +261,13 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
     const Judging judging(judgement_, &judgement);
     shadow_.doAuditEntry(run.cm, entry);
   }
+  if (judgement.verdict == Verdict::writtenMeanwhile) {
+    tell(run, entry, judgement.verdict);
+    return run.isSuperseded() ? Visit::ended : Visit::done;
+  }
   ++run.result.differences;
-  const bool isOpen = judgement.verdict != Verdict::repaired || judgement.nature == Nature::stuck;
+  const bool isOpen = judgement.verdict != Verdict::repaired || judgement.nature == Nature::stuck ||
+                      !judgement.error.empty();
   if (isOpen && run.cm->dirty() == run.dirtyBuf) marksOf(run.cm).open.atIs(entry, true);
   tell(run, entry, judgement.verdict, judgement.nature);
   if (run.isSuperseded()) return Visit::ended;
@@ -303,11 +309,16 @@ Verdict Patrol::verdictOf(const Run& run, U32 entry) const {
 
 // Reads one entry. Not done: the chip did not answer, or the slice has ended.
 Patrol::Visit Patrol::readAgain(Run& run, U32 entry, U8* to) {
-  Zint::String8 error;
+  Zint::String8 error = "its sentinel register is wrong";
+  bool isPresent = true;
   const bool isRead = callGuarded(
-      [&] { run.ham->doRead(run.cm->entryAddress(entry), to, run.entrySize, 1); }, error);
+      [&] {
+        run.ham->doRead(run.cm->entryAddress(entry), to, run.entrySize, 1);
+        if (!run.isSuperseded()) isPresent = run.chip->isPresent();
+      },
+      error);
   if (run.isSuperseded()) return Visit::ended;
-  if (isRead) return Visit::done;
+  if (isRead && isPresent) return Visit::done;
   makeAbsent(run.state, error);
   return run.isSuperseded() ? Visit::ended : Visit::isVoid;
 }

@@ -87,7 +87,7 @@ void Patrol::endPass(const Zint::String8& reason) {
 void Patrol::doSlice() {
   const AuditedShadow::Ptr self(&shadow_);
   retryReplays();
-  if (!isRunning()) return wakeAt(nextTry());
+  if (!isRunning()) return wakeAt(nextReplayTry());
   const Zint::Epoch::Mark mark(commands_);
   turnStart_ = time();
   repairsOfTurn_ = 0;
@@ -95,7 +95,10 @@ void Patrol::doSlice() {
   if (late > longDelay) DRIVER_TRACE(0, "nobody drove the loop for " << late << " s");
   // What throws, for want of memory for instance, does not end the patrol.
   wakeAt(turnStart_ + std::max(shadow_.sliceInterval(), 1.0));
+  retryAbsent();
+  if (mark.isSuperseded()) return;
   if (!isInPass_) {
+    if (turnStart_ < nextPass_) return wakeForPass();
     beginPass();
     if (mark.isSuperseded() || !isInPass_) return;
   }
@@ -105,22 +108,27 @@ void Patrol::doSlice() {
       result_.longestTurn = std::max(result_.longestTurn, time() - turnStart_);
       endPass("");
       if (mark.isSuperseded()) return;
-      const bool isWaiting = shadow_.patrolState() == PatrolState::suspended ||
-                             shadow_.patrolState() == PatrolState::restoring;
-      const Zint::Seconds next = result_.start + shadow_.minIntervalBetweenAudits();
-      wakeAt(isWaiting ? std::max(nextTry(), next) : next);
-      return;
+      nextPass_ = result_.start + shadow_.minIntervalBetweenAudits();
+      return wakeForPass();
     }
     U32 done = 0;
     const Visit visited = visit(budget, done);
     if (mark.isSuperseded()) return;
     // A region that has nothing to read costs a little, too.
     budget -= std::min(budget, std::max(done, U32{1}));
-    isFull = visited == Visit::full;
+    isFull = visited == Visit::full || visited == Visit::ended;
   }
   result_.longestTurn = std::max(result_.longestTurn, time() - turnStart_);
   shadow_.passEntriesDoneIs(std::min(done_, shadow_.passEntries()));
   if (!mark.isSuperseded()) wakeAt(time() + shadow_.sliceInterval());
+}
+
+// For the next pass, or before that to look whether an absent chip answers. Without any chip that
+// answers there is nothing else to wake for.
+void Patrol::wakeForPass() {
+  const bool isWaiting = shadow_.patrolState() == PatrolState::suspended ||
+                         shadow_.patrolState() == PatrolState::restoring;
+  wakeAt(isWaiting ? nextTry() : std::min(nextPass_, nextTry()));
 }
 
 bool Patrol::isTurnOver() const {
@@ -208,6 +216,11 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
   const Zint::Epoch::Mark mark(commands_);
   PassResult result;
   result.start = time();
+  const Chip::Ptr chip = stateOf(cm).chip;
+  if (chip->isRestoring()) {
+    result.reason = chip->name() + " is being restored";
+    return result;
+  }
   const Zint::Seconds outer = std::exchange(turnStart_, Zint::never);  // no bound of time
   const U32 outerRepairs = std::exchange(repairsOfTurn_, 0);
   const RegionMarks* marks = this->marks(cm.ptr());
@@ -229,6 +242,9 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
   repairsOfTurn_ = outerRepairs;
   result.isComplete = visited == Visit::done;
   if (visited == Visit::full) result.reason = "maxRepairsPerTurn is reached";
+  if (visited == Visit::isVoid) {
+    result.reason = chip->name() + " is absent: " + chip->reason();
+  }
   if (visited == Visit::ended) result.reason = "a notifiee or an access has changed the audit";
   result.duration = result.longestTurn = time() - result.start;
   return result;
@@ -237,10 +253,57 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
 // --- Chips ---------------------------------------------------------------------------------------
 
 void Patrol::makeAbsent(ChipState& state, const Zint::String8& reason) {
-  state.hasRead = false;
+  state.hasRead = state.isAlive = false;
   state.isMissed = true;
   const Chip::Ptr chip = state.chip;
   chip->absentIs(true, reason, time());
+}
+
+// Throws where the chip does not answer. Nothing is read where no entry of it may be.
+void Patrol::readAnyEntry(const Chip& chip) const {
+  const Zint::Ptr<ChipReadRequest> request = shadow_.auditReadRequest();
+  if (request == nullptr) return;
+  for (auto member = request->chipMemoryIterator(); member; ++member) {
+    const ChipMemory::Ptr cm = member->chipMemory();
+    if (findChip(*cm).ptr() != &chip || !isUnderAudit(*cm) || !whyNotHeld(*cm).empty()) continue;
+    const RegionMarks* marks = this->marks(cm.ptr());
+    const U32 entry = marks == nullptr || marks->policy == nullptr
+                          ? 0
+                          : firstRead(*marks->policy, 0, cm->entries());
+    if (entry >= cm->entries()) continue;
+    std::vector<U8> value(cm->entrySize());
+    return cm->chipHam()->doRead(cm->entryAddress(entry), value.data(), cm->entrySize(), 1);
+  }
+}
+
+// Looks whether the absent chips whose time has come answer again. Those that are being restored
+// are tried by their replay.
+void Patrol::retryAbsent() {
+  const Zint::Seconds now = time();
+  bool isAnyTried = false;
+  for (const Chip::Ptr& chip : chips()) {
+    if (!chip->isAbsent() || chip->isRestoring() || now < chip->nextTry()) continue;
+    isAnyTried = true;
+    Zint::String8 error = "its sentinel register is wrong";
+    bool isPresent = false, isReset = false;
+    const bool isAnswered = callGuarded(
+        [&] {
+          readAnyEntry(*chip);
+          isPresent = chip->isPresent();
+          if (isPresent) isReset = chip->wasReset();
+        },
+        error);
+    ChipState* const state = stateOf(chip);
+    if (state == nullptr) continue;
+    if (!isAnswered || !isPresent) {
+      makeAbsent(*state, error);
+      continue;
+    }
+    state->isAlive = true;
+    chip->absentIs(false, "", now);
+    if (isReset) chip->doChipReset();
+  }
+  if (isAnyTried) updateState();
 }
 
 }  // namespace Driver

@@ -42,6 +42,7 @@ Patrol::Visit Patrol::probe(Run& run, U32 entry) {
   // Entries of one region, from `from` on and round. False: the search is over.
   const auto probeRegion = [&](const ChipMemory::Ptr& cm, U32 from, U32 except) {
     if (!isUnderAudit(*cm) || !whyNotAuditable(*cm).empty() || cm->entrySize() == 0) return true;
+    if (cm->mode() == ChipMemory::buffered()) return true;  // what is held is not in the chip yet
     const RegionMarks* marks = this->marks(cm.ptr());
     const Policy::Ptr policy = marks == nullptr ? nullptr : marks->policy;
     const U32 size = cm->entrySize(), entries = cm->entries();
@@ -90,6 +91,15 @@ Patrol::Visit Patrol::probe(Run& run, U32 entry) {
     if (inspected > maxInspected) break;
   }
   if (outcome != Visit::done || read < minProbes || 2 * wrong < read) return outcome;
+  // A chip that went away meanwhile answers noise, too.
+  Zint::String8 error = "its sentinel register is wrong";
+  bool isPresent = false;
+  const bool isAnswered = callGuarded([&] { isPresent = run.chip->isPresent(); }, error);
+  if (run.isSuperseded()) return Visit::ended;
+  if (!isAnswered || !isPresent) {
+    makeAbsent(run.state, error);
+    return run.isSuperseded() ? Visit::ended : Visit::isVoid;
+  }
   ++run.result.differences;
   tell(run, entry, Verdict::reset);
   if (!run.isSuperseded()) run.chip->doChipReset();

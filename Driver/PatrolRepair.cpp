@@ -46,11 +46,15 @@ void Patrol::rewrite(Judgement& judgement) {
     merged.resize(run.entrySize);
     kept.resize(run.entrySize);
   }
+  bool isPresent = true, isStillWanted = true;
   const bool isWritten = callGuarded(
       [&] {
         if (!merged.empty()) {
           if (run.policy->rewrite(entry) == Rewrite::kept) {
             run.ham->doRead(run.cm->entryAddress(entry), kept.data(), run.entrySize, 1);
+            if (!run.isSuperseded()) isPresent = run.chip->isPresent();
+            isStillWanted = isPresent && !run.isSuperseded() && !run.isMarked(entry);
+            if (!isStillWanted) return;
           }
           run.policy->mergeForRewrite(entry, run.expected(entry), kept.data(), merged.data());
           value = merged.data();
@@ -58,8 +62,13 @@ void Patrol::rewrite(Judgement& judgement) {
         run.ham->doWrite(run.cm->entryAddress(entry), value, run.entrySize, 1);
       },
       judgement.error);
+  if (isWritten && isPresent && !isStillWanted) {
+    judgement.verdict = run.isSuperseded() ? Verdict::refused : Verdict::writtenMeanwhile;
+    return;
+  }
   ++repairsOfTurn_;
-  if (!isWritten) {
+  if (!isWritten || !isPresent) {
+    if (!isPresent) judgement.error = "its sentinel register is wrong";
     judgement.verdict = Verdict::failed;
     return;
   }
@@ -80,7 +89,19 @@ void Patrol::verify(Judgement& judgement) {
       },
       judgement.error);
   if (!isRead || run.isSuperseded() || run.isMarked(judgement.entry)) return;
-  judgement.nature = run.isEqual(judgement.entry, value.data()) ? Nature::soft : Nature::stuck;
+  if (run.isEqual(judgement.entry, value.data())) {
+    judgement.nature = Nature::soft;
+    return;
+  }
+  // A chip that went away meanwhile is no stuck one.
+  bool isPresent = false;
+  const bool isAnswered = callGuarded([&] { isPresent = run.chip->isPresent(); }, judgement.error);
+  if (!isAnswered || run.isSuperseded()) return;
+  if (isPresent) {
+    judgement.nature = Nature::stuck;
+  } else {
+    judgement.error = "its sentinel register is wrong";
+  }
 }
 
 // Counts the repair for the quarantine. An entry that was repaired not long ago is recurring.

@@ -60,9 +60,19 @@ void Patrol::handleReplay(Replay& ended) {
     chip->doRestored();
   } else if (replay->request()->status() == Zint::Request::failed_) {
     makeAbsent(*state, replay->writer()->reason());
-    wakeAt(std::min(nextTry(), isRunning() ? time() : Zint::never));
+    wakeAt(std::min(nextReplayTry(), isRunning() ? time() : Zint::never));
     updateState();
   }
+}
+
+// When a replay waits for its chip to answer; `never` where none does.
+Zint::Seconds Patrol::nextReplayTry() const {
+  Zint::Seconds next = Zint::never;
+  for (const Chip::Ptr& chip : chips()) {
+    const ChipState* const state = stateOf(chip);
+    if (state != nullptr && state->replay != nullptr) next = std::min(next, chip->nextTry());
+  }
+  return next;
 }
 
 // Goes on with the replays whose chips may answer again.

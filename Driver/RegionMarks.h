@@ -49,6 +49,7 @@ struct RegionMarks {
   Zint::Ptr<Zint::NotifieeConst> watch;  // of its store, where `policy` says what a new one holds
   Hal::BufBase::Ptr store;               // the dirty bitmap to which `written` belongs
   EntryBits written;                     // by clients, besides those that are dirty now
+  EntryBits assumed;                     // known because of `policy`, unless a client wrote them
   EntryBits open;                        // findings that a client's write must not be kept from
   std::map<U32, RepairHistory> repairs;
   U64 probedPass = 0;  // the last pass in which a difference asked for the chip

@@ -1,5 +1,4 @@
 // A chip that has lost its state: told, asked, or found by a probe.
-#include <numeric>
 
 #include "PatrolWorld.h"
 #include "support/TraceCapture.h"
@@ -56,7 +55,8 @@ TEST_F(PatrolReset, of8192EntriesIsNoRepairOneFindingAndHardlyATraceLine) {
   EXPECT_EQ(shadow->repairs(), 0u);
 }
 
-// --- Sparse tables --------------------------------------------------------------------------------
+// --- Sparse tables
+// --------------------------------------------------------------------------------
 
 class PatrolSparse : public PatrolReset, public testing::WithParamInterface<U32> {};
 
@@ -280,186 +280,6 @@ TEST_F(PatrolReset, probe_isNotMadeWhereItIsSwitchedOff) {
   wipe(cm);
   ASSERT_TRUE(pass());
   EXPECT_EQ(count(Verdict::repaired), 64u);
-}
-
-// --- Several chips -------------------------------------------------------------------------------
-
-TEST_F(PatrolReset, ofTwoChipsAtOnceIsOneFindingEach) {
-  const auto second = Zint::makePtr<PatrolChip>("second");
-  const ChipMemory::Ptr a = region("a", 0x1000, 64), b = regionOf(second, "b", 0x2000, 64);
-  fill(a, 0, 64);
-  fill(b, 0, 64);
-  driverChip(a);
-  driverChip(b);
-  audit();
-  settle();
-  wipe(a);
-  wipe(b);
-  steps(30);
-  EXPECT_EQ(count(Verdict::reset), 2u);
-  EXPECT_EQ(told.size(), 2u);
-  EXPECT_EQ(shadow->repairs(), 0u);
-}
-
-TEST_F(PatrolReset, ofOneChipIsNotDecidedByAnotherOne) {
-  const auto second = Zint::makePtr<PatrolChip>("second");
-  const ChipMemory::Ptr a = region("a", 0x1000, 4), b = regionOf(second, "b", 0x2000, 64);
-  write(a, 0, 7);
-  fill(b, 0, 64);
-  audit();
-  settle();
-  const auto asic = driverChip(b);
-  wipe(a);
-  wipe(b);
-  steps(30);
-  EXPECT_EQ(get(a, 0), 7u);  // one known entry: repaired
-  EXPECT_EQ(asic->resets(), 1u);
-  EXPECT_EQ(held(b, 0), 0u);
-}
-
-TEST_F(PatrolReset, oneAbsentOneResetOneFine) {
-  Support::TraceCapture trace(0);
-  const auto away = Zint::makePtr<PatrolChip>("away"), fine = Zint::makePtr<PatrolChip>("fine");
-  const ChipMemory::Ptr a = regionOf(away, "a", 0x1000, 32), b = region("b", 0x2000, 32),
-                        c = regionOf(fine, "c", 0x3000, 32);
-  for (const ChipMemory::Ptr& cm : {a, b, c}) fill(cm, 0, 32);
-  for (const ChipMemory::Ptr& cm : {a, b, c}) driverChip(cm);
-  audit();
-  settle();
-  away->isAway = true;
-  wipe(b);
-  damage(c, 5, 99);
-  steps(40);
-  EXPECT_TRUE(shadow->chip(a)->isAbsent());
-  EXPECT_FALSE(shadow->chip(a)->isRestoring());
-  EXPECT_TRUE(shadow->chip(b)->isRestoring());
-  EXPECT_FALSE(shadow->chip(b)->isAbsent());
-  EXPECT_FALSE(shadow->chip(c)->isAbsent());
-  EXPECT_EQ(held(c, 5), 6u);
-  EXPECT_EQ(held(b, 5), 0u);
-  damage(c, 6, 99);  // and the third one's audit goes on
-  steps(40);
-  EXPECT_EQ(held(c, 6), 7u);
-}
-
-// --- Told and asked ------------------------------------------------------------------------------
-
-TEST_F(PatrolReset, doChipReset_letsTheAuditOfTheChipWaitUntilItIsRestored) {
-  const ChipMemory::Ptr cm = region("table", 0x1000, 64);
-  fill(cm, 0, 64);
-  const auto asic = driverChip(cm);
-  audit();
-  settle();
-  wipe(cm);
-  asic->doChipReset();
-  EXPECT_TRUE(asic->isRestoring());
-  EXPECT_EQ(asic->resets(), 1u);
-  const U64 reads = chip->reads;
-  steps(20);
-  EXPECT_EQ(chip->reads, reads);
-  EXPECT_EQ(chip->writes, 0u);
-  EXPECT_FALSE(shadow->patrolReason().bytes() == std::string());
-  restore(cm);
-  EXPECT_FALSE(asic->isRestoring());
-  damage(cm, 3, 99);
-  for (U32 i = 0; i < 40 && held(cm, 3) == 99; ++i) step();
-  EXPECT_EQ(held(cm, 3), 4u);
-}
-
-TEST_F(PatrolReset, doChipReset_withinAPassMakesThePassIncomplete) {
-  const ChipMemory::Ptr a = region("a", 0x1000, 64);
-  const auto second = Zint::makePtr<PatrolChip>("second");
-  const ChipMemory::Ptr b = regionOf(second, "b", 0x2000, 64);
-  fill(a, 0, 64);
-  fill(b, 0, 64);
-  driverChip(a);
-  const auto asic = driverChip(b);
-  shadow->maxEntriesPerSliceIs(8);
-  audit();
-  settle();
-  const U32 audits = shadow->audits();
-  bool once = true;
-  second->afterRead = [&](U64, U32) {
-    if (std::exchange(once, false)) asic->doChipReset();
-  };
-  ASSERT_TRUE(pass());
-  EXPECT_FALSE(passes.back().isComplete);
-  EXPECT_FALSE(passes.back().reason.bytes() == std::string());
-  EXPECT_EQ(shadow->audits(), audits);
-  EXPECT_EQ(shadow->repairs(), 0u);
-}
-
-class GenerationChip : public Driver::Chip {
- public:
-  using Chip::Chip;
-  bool wasReset() override {
-    ++asked;
-    if (throws) throw std::runtime_error("no answer");
-    return std::exchange(isNew, false);
-  }
-  U32 asked = 0;
-  bool isNew = false, throws = false;
-};
-
-TEST_F(PatrolReset, wasReset_isAskedBeforeEachPass) {
-  const ChipMemory::Ptr cm = region("table", 0x1000, 64);
-  fill(cm, 0, 64);
-  const auto asic = Zint::makePtr<GenerationChip>("asic", chip);
-  asic->restoresItselfIs(false);
-  shadow->chipIs(asic);
-  audit();
-  settle();
-  const U32 asked = asic->asked;
-  EXPECT_GE(asked, 1u);
-  ASSERT_TRUE(pass());
-  EXPECT_GT(asic->asked, asked);
-  wipe(cm);
-  asic->isNew = true;
-  steps(20);
-  EXPECT_EQ(asic->resets(), 1u);
-  EXPECT_TRUE(asic->isRestoring());
-  EXPECT_EQ(shadow->repairs(), 0u);
-  EXPECT_EQ(chip->writes, 0u);
-}
-
-TEST_F(PatrolReset, wasReset_thatThrowsMeansAbsent) {
-  Support::TraceCapture trace(0);
-  const ChipMemory::Ptr cm = region("table", 0x1000, 64);
-  fill(cm, 0, 64);
-  const auto asic = Zint::makePtr<GenerationChip>("asic", chip);
-  shadow->chipIs(asic);
-  audit();
-  settle();
-  asic->throws = true;
-  steps(10);
-  EXPECT_TRUE(asic->isAbsent());
-  EXPECT_EQ(asic->resets(), 0u);
-  asic->throws = false;
-  ASSERT_TRUE(pass());
-  EXPECT_FALSE(asic->isAbsent());
-}
-
-// A chip that was powered down has both: it was absent, and it forgot.
-TEST_F(PatrolReset, wasReset_isAskedAfterAnAbsenceBeforeAnythingIsJudged) {
-  Support::TraceCapture trace(0);
-  const ChipMemory::Ptr cm = region("table", 0x1000, 64);
-  fill(cm, 0, 64);
-  const auto asic = Zint::makePtr<GenerationChip>("asic", chip);
-  asic->restoresItselfIs(false);
-  shadow->chipIs(asic);
-  audit();
-  settle();
-  chip->isAway = true;
-  steps(5);
-  ASSERT_TRUE(asic->isAbsent());
-  wipe(cm);
-  asic->isNew = true;
-  chip->isAway = false;
-  steps(20);
-  EXPECT_FALSE(asic->isAbsent());
-  EXPECT_TRUE(asic->isRestoring());
-  EXPECT_EQ(chip->writes, 0u);
-  EXPECT_TRUE(told.empty());
 }
 
 }  // namespace

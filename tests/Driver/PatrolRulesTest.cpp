@@ -1,4 +1,4 @@
-// What the patrol does with an entry: rules, masks, and what an entry is before anybody wrote it.
+// What the patrol does with an entry: rules and masks.
 #include "PatrolWorld.h"
 
 namespace {
@@ -7,7 +7,6 @@ using Driver::Nature;
 using Driver::Policy;
 using Driver::Rewrite;
 using Driver::Rule;
-using Driver::Unwritten;
 using Driver::Verdict;
 using Support::Told;
 
@@ -274,115 +273,6 @@ TEST_F(PatrolRules, mask_adoptedEntryKeepsItsMaskedBits) {
   EXPECT_EQ(served(cm, 3), 0xabcd1234u);
 }
 
-TEST_F(PatrolRules, unwritten_adoptedTakesOverWhatTheChipHolds) {
-  set(cm, 3, 5);
-  audit();
-  ASSERT_TRUE(pass());
-  EXPECT_EQ(shadowed(cm, 3), 5u);
-  EXPECT_EQ(told, (std::vector<Told>{{"table", 3, Verdict::adopted, Nature::unverified}}));
-  EXPECT_EQ(passes.at(0).adopted, 1u);
-  EXPECT_EQ(passes.at(0).differences, 0u);
-}
-
-TEST_F(PatrolRules, unwritten_zeroIsDefendedFromTheStart) {
-  policyOf(cm)->unwrittenIs(Unwritten::zero);
-  set(cm, 3, 5);
-  audit();
-  ASSERT_TRUE(pass());
-  ASSERT_TRUE(pass());
-  EXPECT_EQ(get(cm, 3), 0u);
-  EXPECT_EQ(count(Verdict::repaired), 1u);
-  EXPECT_EQ(count(Verdict::adopted), 0u);
-}
-
-TEST_F(PatrolRules, unwritten_defaultsExpectsResetValuesAndReportsADifference) {
-  const Policy::Ptr policy = policyOf(cm);
-  policy->resetValueIs(3, 2, bits(0x11));
-  policy->unwrittenIs(Unwritten::defaults);
-  set(cm, 3, 0x11);
-  set(cm, 4, 0x12);
-  audit();
-  ASSERT_TRUE(pass());
-  ASSERT_TRUE(pass());
-  ASSERT_FALSE(told.empty());
-  for (const Told& finding : told) EXPECT_EQ(finding.entry, 4u);
-  EXPECT_EQ(count(Verdict::adopted), 0u);
-}
-
-TEST_F(PatrolRules, unwritten_baselineMakesALaterFlipADifference) {
-  policyOf(cm)->unwrittenIs(Unwritten::baseline);
-  cm->readFromCacheIs(true);
-  audit();
-  settle();
-  EXPECT_TRUE(cm->entryInitialized(3));
-  EXPECT_FALSE(shadow->isWritten(cm, 3));
-  set(cm, 3, 0x40);
-  ASSERT_TRUE(pass());
-  EXPECT_EQ(get(cm, 3), 0u);
-  EXPECT_EQ(served(cm, 3), 0u);
-  EXPECT_EQ(count(Verdict::repaired), 1u);
-}
-
-TEST_F(PatrolRules, unwritten_baselineOfAnEntryThatIsNotZeroIsAdopted) {
-  policyOf(cm)->unwrittenIs(Unwritten::baseline);
-  set(cm, 3, 9);
-  audit();
-  settle();
-  EXPECT_EQ(shadowed(cm, 3), 9u);
-  set(cm, 3, 8);
-  ASSERT_TRUE(pass());
-  EXPECT_EQ(get(cm, 3), 9u);
-}
-
-TEST_F(PatrolRules, unwritten_zeroWrittenWhileBufferedIsDefendedWithBaseline) {
-  policyOf(cm)->unwrittenIs(Unwritten::baseline);
-  cm->modeIs(ChipMemory::buffered());
-  offer(cm, 2, 0);
-  cm->modeIs(ChipMemory::normal());
-  audit();
-  settle();
-  set(cm, 2, 0x40);
-  ASSERT_TRUE(pass());
-  EXPECT_EQ(get(cm, 2), 0u);
-}
-
-TEST_F(PatrolRules, storeMadeAnewKeepsThePolicy) {
-  const Policy::Ptr policy = policyOf(cm);
-  policy->unwrittenIs(Unwritten::zero);
-  policy->ruleIs(4, 1, Rule::detectOnly);
-  policy->ruleIs(5, 1, Rule::volatile_);
-  policy->maskIs(6, 1, bits(0xff), Rewrite::kept);
-  audit();
-  settle();
-  cm->shadowEnabledIs(false);
-  cm->shadowEnabledIs(true);
-  for (const U32 entry : {3u, 4u, 5u, 6u}) set(cm, entry, 0x21);
-  ASSERT_TRUE(pass());
-  EXPECT_EQ(get(cm, 3), 0u);
-  EXPECT_EQ(get(cm, 4), 0x21u);
-  EXPECT_EQ(get(cm, 5), 0x21u);
-  EXPECT_EQ(get(cm, 6), 0x21u);
-  EXPECT_EQ(count(Verdict::repaired), 1u);
-  EXPECT_EQ(count(Verdict::detectOnly), 1u);
-  EXPECT_EQ(told.size(), 2u);
-}
-
-TEST_F(PatrolRules, storeMadeAnewDefendsResetValues) {
-  const Policy::Ptr policy = policyOf(cm);
-  policy->resetValueIs(0, 32, bits(0x11));
-  policy->unwrittenIs(Unwritten::defaults);
-  for (U32 i = 0; i < 32; ++i) set(cm, i, 0x11);
-  audit();
-  settle();
-  cm->entriesIs(16);
-  ASSERT_TRUE(pass());
-  EXPECT_TRUE(told.empty());
-  set(cm, 3, 0x12);
-  ASSERT_TRUE(pass());
-  ASSERT_EQ(told.size(), 1u);
-  EXPECT_EQ(told.at(0).entry, 3u);
-}
-
 TEST_F(PatrolRules, policyDel_letsThePlainRulesHoldAgain) {
   policyOf(cm)->ruleIs(3, 1, Rule::detectOnly);
   write(cm, 3, 7);
@@ -435,7 +325,10 @@ TEST_F(PatrolRules, policyText_namesWhatKeepsTheRegionOutOfTheAudit) {
   cm->modeIs(ChipMemory::buffered());
   const std::string buffered = shadow->policyText(cm, 0).bytes();
   EXPECT_EQ((std::set<std::string>{before, off, overridden, buffered}).size(), 4u)
-      << before << "\n" << off << "\n" << overridden << "\n" << buffered;
+      << before << "\n"
+      << off << "\n"
+      << overridden << "\n"
+      << buffered;
 }
 
 }  // namespace

@@ -16,8 +16,8 @@ class PatrolWorld : public PatrolTest {
 
   ChipMemory::Ptr regionOf(const Hardware::ChipHam::Ptr& ham, const char* name, U64 address,
                            U32 entries, U32 entrySize = 4) {
-    const ChipMemory::Ptr cm = Hardware::chipMemoryFactory(name, ChipAddress(address), entries,
-                                                           entrySize, entrySize, ham);
+    const ChipMemory::Ptr cm =
+        Hardware::chipMemoryFactory(name, ChipAddress(address), entries, entrySize, entrySize, ham);
     cm->shadowEnabledIs(true);
     cm->auditEnabledIs(true);
     shadow->chipMemoryIs(cm);
@@ -85,8 +85,8 @@ class PlainAudit : public testing::Test {
 
   ChipMemory::Ptr regionOf(const Hardware::ChipHam::Ptr& ham, const char* name, U64 address,
                            U32 entries, U32 entrySize = 4) {
-    const ChipMemory::Ptr cm = Hardware::chipMemoryFactory(name, ChipAddress(address), entries,
-                                                           entrySize, entrySize, ham);
+    const ChipMemory::Ptr cm =
+        Hardware::chipMemoryFactory(name, ChipAddress(address), entries, entrySize, entrySize, ham);
     cm->shadowEnabledIs(true);
     cm->auditEnabledIs(true);
     shadow->chipMemoryIs(cm);
