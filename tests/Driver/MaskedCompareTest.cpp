@@ -3,7 +3,7 @@
 #include <Driver/MaskedCompare.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -20,7 +20,7 @@ constexpr U32 comparedSizes[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,   10,  11,  
 struct ExactImage {
   ExactImage(const std::vector<U8>& bytes, std::size_t misalignment)
       : block(new U8[misalignment + bytes.size()]), data(block.get() + misalignment) {
-    std::memcpy(data, bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), data);
   }
   std::unique_ptr<U8[]> block;
   U8* data;
