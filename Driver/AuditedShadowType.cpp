@@ -75,9 +75,9 @@ ZINT_CHECK_IDS(AuditedShadow, auditedShadowMembers, Hardware::HardwareShadow::Id
                maxEntriesPerSlice, sliceInterval, turnBound, judgeAtOnce, rereads, verifies,
                maxRepairsPerTurn, maxRepairsPerPass, quarantineRepairs, quarantineTime,
                quarantineVisits, findsResets, paused, patrolState, patrolReason, patrolSince,
-               nextTry, passEntries, passEntriesDone, passPeriods, lastPassTime, lastPassAge, findings, repairs,
-               transients, quarantined, policyIs, policy, chipIs, chip, policyText, doAudit,
-               isQuarantined, quarantineDel, hasOpenFinding, isWritten);
+               nextTry, passEntries, passEntriesDone, passPeriods, lastPassTime, lastPassAge,
+               findings, repairs, transients, quarantined, policyIs, policy, chipIs, chip,
+               policyText, doAudit, isQuarantined, quarantineDel, hasOpenFinding, isWritten);
 
 }  // namespace
 

@@ -17,8 +17,10 @@ constexpr std::size_t vectorSize = sizeof(__m128i);
 constexpr std::size_t largestBlock = 4096;
 // Up to so many bytes memcmp's beginning and end cost more than they save.
 constexpr std::size_t largestShortRun = sizeof(void*) == 8 ? 128 : 512;
-// The most vectors of a period for which a block has accumulators.
+// The most vectors of a period that is compared in blocks.
 constexpr std::size_t mostVectors = 16;
+// As many as there are registers: one that does not fit costs less than another part.
+constexpr std::size_t mostAccumulators = sizeof(void*) == 8 ? 16 : 8;
 
 [[gnu::always_inline]] inline __m128i loadVector(const U8* at) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
@@ -57,25 +59,36 @@ constexpr std::size_t mostVectors = 16;
   return !isZeroVector(_mm_or_si128(_mm_or_si128(d0, d1), _mm_or_si128(d2, d3)));
 }
 
-// Unrolled by hand: one accumulator for each vector of the period.
-template <std::size_t... i>
-[[gnu::always_inline]] inline bool differs(const U8* a, const U8* b, const U8* compared,
-                                           std::size_t periods, std::index_sequence<i...>) {
-  constexpr std::size_t period = sizeof...(i) * vectorSize;
+// The vectors i of each period. Unrolled by hand: each has an accumulator, in a register.
+template <std::size_t vectors, std::size_t begin, std::size_t... i>
+[[gnu::always_inline]] inline bool differ(const U8* a, const U8* b, const U8* compared,
+                                          std::size_t periods, std::index_sequence<i...>) {
+  constexpr std::size_t period = vectors * vectorSize;
+  a += begin * vectorSize;
+  b += begin * vectorSize;
+  compared += begin * vectorSize;
   __m128i found[] = {(static_cast<void>(i), _mm_setzero_si128())...};
   for (; periods != 0; --periods, a += period, b += period) {
-    ((found[i] = _mm_or_si128(
-          found[i], _mm_xor_si128(loadVector(a + i * vectorSize), loadVector(b + i * vectorSize)))),
-     ...);
+    ((found[i] = _mm_or_si128(found[i], xorOf(a + i * vectorSize, b + i * vectorSize))), ...);
   }
   __m128i all = _mm_setzero_si128();
   ((all = _mm_or_si128(all, _mm_and_si128(found[i], loadVector(compared + i * vectorSize)))), ...);
   return !isZeroVector(all);
 }
 
-template <std::size_t vectors>
+// A long period goes in several parts through the block, which stays in the cache.
+template <std::size_t vectors, std::size_t begin = 0>
 bool blockDiffers(const U8* a, const U8* b, const U8* compared, std::size_t periods) {
-  return differs(a, b, compared, periods, std::make_index_sequence<vectors>());
+  constexpr std::size_t parts = (vectors - begin + mostAccumulators - 1) / mostAccumulators;
+  constexpr std::size_t part = (vectors - begin + parts - 1) / parts;
+  if (differ<vectors, begin>(a, b, compared, periods, std::make_index_sequence<part>())) {
+    return true;
+  }
+  if constexpr (begin + part < vectors) {
+    return blockDiffers<vectors, begin + part>(a, b, compared, periods);
+  } else {
+    return false;
+  }
 }
 
 template <std::size_t... i>

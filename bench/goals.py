@@ -81,6 +81,8 @@ GOALS = [
     {"name": r"row24/", "reference": "bare loop", "goal": 1.1},
     {"name": r"row25/", "goal": 7},
     {"name": r"row26/", "reference": "one of a module", "goal": 1.05},
+    # 25 vectors are too many for the registers.
+    {"name": r"row27/.*100-byte", "reference": "memcmp", "goal": 1.6},
     {"name": r"row27/", "reference": "memcmp", "goal": 1.3},
     # Where masked runs are short, the compared bits are loaded beside the images.
     {"name": r"row28/masked", "reference": "memcmp", "goal": 1.75},
