@@ -13,7 +13,7 @@ const Zint::Ptr<const Zint::Clock>& requireClock(const Zint::Ptr<const Zint::Clo
   return refuseNull(clock, "an alarm board needs a clock");
 }
 
-void requireTime(Zint::Seconds time) {
+void requireFindingTime(Zint::Seconds time) {
   if (!std::isfinite(time)) Zint::throwRangeException("the time of a finding must be finite");
 }
 
@@ -144,7 +144,7 @@ bool AlarmBoard::doAcknowledge(const Zint::String8& name) {
 void AlarmBoard::findingIs(const Hardware::ChipMemory::Ptr& region, U32 entry,
                            const Zint::String8& chip, Zint::Seconds time) {
   if (region == nullptr) Zint::throwNullParameter("region", "Driver::AlarmBoard::finding");
-  requireTime(time);
+  requireFindingTime(time);
   const Ptr self(this);
   const auto count = [&](const Hardware::ChipMemory::Ptr& where, const Zint::String8& which) {
     change([&](AlarmChanges& changes) {
@@ -161,7 +161,7 @@ void AlarmBoard::findingIs(const Hardware::ChipMemory::Ptr& region, U32 entry,
 
 void AlarmBoard::manyAtOnceIs(const Zint::String8& chip, U32 count, Zint::Seconds time) {
   if (count == 0) Zint::throwRangeException("no differences are not many at once");
-  requireTime(time);
+  requireFindingTime(time);
   const Ptr self(this);
   const Zint::String8 held = chip;
   clearDue(time);
@@ -171,7 +171,7 @@ void AlarmBoard::manyAtOnceIs(const Zint::String8& chip, U32 count, Zint::Second
 }
 
 void AlarmBoard::doBeginPass(Zint::Seconds time) {
-  requireTime(time);
+  requireFindingTime(time);
   const Ptr self(this);
   clearDue(time);
   windows_->beginPass(time);

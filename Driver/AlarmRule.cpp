@@ -11,18 +11,18 @@ namespace {
 constexpr const char* scopeNames[] = {"entry", "region", "chip", "shadow", "manyAtOnce"};
 constexpr Zint::Enumeration alarmScopes{"AlarmRule::Scope", "Scope", scopeNames};
 
-Zint::Name requireName(Zint::Name name) {
+Zint::Name requireRuleName(Zint::Name name) {
   if (name.empty()) Zint::throwRangeException("an alarm rule needs a name");
   return name;
 }
 
-U32 requireCount(U32 count) {
+U32 requireRuleCount(U32 count) {
   if (count < 1 || count > AlarmRule::maxCount)
     Zint::throwRangeException("the count of an alarm rule must be from 1 to 65536");
   return count;
 }
 
-Zint::Seconds requireDuration(Zint::Seconds seconds) {
+Zint::Seconds requireRuleTime(Zint::Seconds seconds) {
   if (!std::isfinite(seconds) || seconds < 0)
     Zint::throwRangeException("the times of an alarm rule must be finite and not negative");
   return seconds;
@@ -32,11 +32,11 @@ Zint::Seconds requireDuration(Zint::Seconds seconds) {
 
 AlarmRule::AlarmRule(Zint::Name name, Scope scope, U32 count, Zint::Seconds within,
                      Zint::Seconds clearAfter)
-    : Entity(requireName(std::move(name))),
+    : Entity(requireRuleName(std::move(name))),
       scope_(ScopeInstance(static_cast<U32>(scope))),
-      count_(requireCount(count)),
-      within_(requireDuration(within)),
-      clearAfter_(requireDuration(clearAfter)) {}
+      count_(requireRuleCount(count)),
+      within_(requireRuleTime(within)),
+      clearAfter_(requireRuleTime(clearAfter)) {}
 
 AlarmRule::~AlarmRule() = default;
 

@@ -4,6 +4,7 @@
 
 #include <Driver/AlarmBoard.h>
 #include <Driver/AuditedShadow.h>
+#include <Driver/Check.h>
 #include <Driver/Chip.h>
 #include <Driver/ChipAccess.h>
 #include <Driver/ChipWriteRequest.h>
@@ -46,6 +47,8 @@ constexpr TypeRow types[] = {
     row<ChipAccess>(chipAccessType),
     row<ChipWriteRequest>(chipWriteRequestType),
     row<ChipWriter>(chipWriterType),
+    row<Complaint>(complaintType),
+    row<ComplaintKind>(complaintKindType),
     row<PatrolState>(patrolStateType),
     row<Policy>(policyType),
     row<Rewrite>(rewriteType),
