@@ -9,7 +9,7 @@
 namespace Demo {
 namespace {
 
-enum Option : int { seconds = 1, flips, seed, interval, trace, traceFile, freeze, help };
+enum Option : int { seconds = 1, flips, seed, interval, trace, traceFile, freeze, story, help };
 
 constexpr option longOptions[] = {
     {"seconds", required_argument, nullptr, seconds},
@@ -19,6 +19,7 @@ constexpr option longOptions[] = {
     {"trace", required_argument, nullptr, trace},
     {"trace-file", required_argument, nullptr, traceFile},
     {"freeze-audit", no_argument, nullptr, freeze},
+    {"story", no_argument, nullptr, story},
     {"help", no_argument, nullptr, help},
     {nullptr, 0, nullptr, 0},
 };
@@ -49,7 +50,10 @@ const char* const optionsHelp =
 Brings up a small switch whose chip is another process that damages its own registers, and lets the
 library find and repair the damage while traffic goes on. Ends with an account of every error.
 
-  --seconds N             how long traffic and errors go on (default 10; Ctrl-C ends them earlier)
+  --story                 a story instead: soft errors, then the chip is absent, is reset, and has a
+                          stuck bit; each is said as it happens and accounted for at the end
+  --seconds N             how long traffic and errors go on (default 10; a story 15; Ctrl-C ends
+                          them earlier)
   --flips-per-second N    errors that the chip makes (default 50; 0 for none)
   --seed N                of the random errors and of the traffic (default 1)
   --audit-interval N      seconds from the start of one audit pass to the next (default 0.5)
@@ -68,10 +72,12 @@ Options parseOptions(int argc, char* const argv[]) {
   optind = 0;  // start afresh, also when the options of another command line were read before
   opterr = 0;
   constexpr double day = 86400;
+  bool hasSeconds = false;
   for (int chosen; (chosen = getopt_long(argc, argv, "+:", longOptions, nullptr)) != -1;) {
     switch (chosen) {
       case seconds:
         options.seconds = number("seconds", optarg, 0.0, day);
+        hasSeconds = true;
         break;
       case flips:
         options.flipsPerSecond = number<U32>("flips-per-second", optarg, 0, 100'000);
@@ -92,6 +98,9 @@ Options parseOptions(int argc, char* const argv[]) {
       case freeze:
         options.freezeAudit = true;
         break;
+      case story:
+        options.story = true;
+        break;
       case help:
         options.help = true;
         return options;
@@ -103,6 +112,10 @@ Options parseOptions(int argc, char* const argv[]) {
     }
   }
   if (optind < argc) throw UsageError(std::string("unexpected argument '") + argv[optind] + "'");
+  if (options.story && options.freezeAudit) {
+    throw UsageError("--story needs the audit: not with --freeze-audit");
+  }
+  if (options.story && !hasSeconds) options.seconds = 15;
   if (!options.traceFile.empty() && !options.traceLevel) {
     throw UsageError("--trace-file needs --trace LEVEL");
   }

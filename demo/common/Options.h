@@ -10,13 +10,14 @@
 namespace Demo {
 
 struct Options {
-  double seconds = 10;
+  double seconds = 10;  // 15 for a story
   U32 flipsPerSecond = 50;
   U32 seed = 1;
   double auditInterval = 0.5;
   std::optional<U32> traceLevel;
   std::string traceFile;  // empty for standard error
   bool freezeAudit = false;
+  bool story = false;
   bool help = false;
 };
 

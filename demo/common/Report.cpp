@@ -38,7 +38,7 @@ std::vector<std::string> Report::faults() const {
   return faults;
 }
 
-std::string Report::text() const {
+std::string Report::tableText() const {
   std::string text =
       "                  -------------------- of these --------------------- registers\n"
       " table     errors  repaired  restored  overwritten  undone  remaining differing\n";
@@ -51,6 +51,12 @@ std::string Report::text() const {
           passes, differences, repairs, static_cast<unsigned long long>(all.repairsWithoutDamage))
           .bytes();
   if (all.undone != 0) text += " Undone: a second error flipped the same bit back.\n";
+  if (all.restored != 0) text += " Restored: by the replay after a reset.\n";
+  return text;
+}
+
+std::string Report::text() const {
+  std::string text = tableText();
   const std::vector<std::string> wrong = faults();
   for (const std::string& fault : wrong) text += " FAILED: " + fault + "\n";
   if (wrong.empty()) text += " OK: every error is accounted for and none remains\n";

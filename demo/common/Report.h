@@ -26,6 +26,8 @@ struct Report {
   U32 registersDiffering() const;
   // What is wrong, one sentence each; empty when all is well.
   std::vector<std::string> faults() const;
+  // The table and the sums, without the verdict.
+  std::string tableText() const;
   std::string text() const;
 };
 

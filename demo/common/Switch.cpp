@@ -36,6 +36,7 @@ Switch::Switch(const Zint::Ptr<Zint::ActivityConfig>& activity,
       shadow_(Hardware::hardwareShadowFactoryOf<AccountingShadow>(activity, clock, ledger)),
       chip_(Zint::makePtr<SwitchChip>("switch",
                                       Hardware::genericChipHamFactory("identity", registers))),
+      restoreWatch_(Zint::makePtr<RestoreWatch>(activity, chip_, ledger)),
       alarms_(Driver::alarmBoardFactory("alarms", activity, clock)),
       alarmWatch_(Driver::alarmWatchFactory(activity, shadow_, alarms_)) {
   ledger.valueIs(identityAddress.chipMemoryOffset(), identity);

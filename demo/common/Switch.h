@@ -58,6 +58,19 @@ class SwitchChip : public Driver::Chip {
   }
 };
 
+// Tells the ledger when the replay after a reset writes.
+class RestoreWatch : public Driver::Chip::NotifieeConst {
+ public:
+  // The ledger must outlive this.
+  RestoreWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, const Driver::Chip::Ptr& chip,
+               Ledger& ledger)
+      : NotifieeConst(activity, chip), ledger_(ledger) {}
+  void onRestoring() override { ledger_.isRestoringIs(notifier()->isRestoring()); }
+
+ private:
+  Ledger& ledger_;
+};
+
 class Switch {
  public:
   // The ledger must outlive this.
@@ -102,6 +115,7 @@ class Switch {
   std::vector<Table> tables_;
   const Zint::Ptr<AccountingShadow> shadow_;
   const Driver::Chip::Ptr chip_;
+  const Zint::Ptr<RestoreWatch> restoreWatch_;
   const Driver::AlarmBoard::Ptr alarms_;
   const Zint::Ptr<Driver::AlarmWatch> alarmWatch_;
   std::vector<U8> buffer_;  // of configureEntries()

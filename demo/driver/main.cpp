@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "demo/driver/Demonstration.h"
+#include "demo/driver/Story.h"
 #include "demo/driver/TraceOutput.h"
 
 namespace {
@@ -10,6 +11,12 @@ namespace {
 int run(const Demo::Options& options) {
   const Demo::TraceOutput trace(options);
   const bool isPicture = Demo::Status::isPicturePossible() && !trace.isOnTerminal();
+  if (options.story) {
+    Demo::Story story(options);
+    const Demo::StoryReport report = story.run();
+    std::printf("\n%s", report.text().c_str());
+    return report.faults().empty() ? 0 : 1;
+  }
   std::printf("umbra-driver: seed %u, %u errors per second for %g s, a pass every %g s\n\n",
               options.seed, options.flipsPerSecond, options.seconds, options.auditInterval);
   Demo::Demonstration demonstration(options, isPicture);

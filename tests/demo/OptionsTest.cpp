@@ -34,6 +34,7 @@ TEST(OptionsTest, defaults) {
   EXPECT_EQ(options.auditInterval, 0.5);
   EXPECT_FALSE(options.traceLevel);
   EXPECT_FALSE(options.freezeAudit);
+  EXPECT_FALSE(options.story);
   EXPECT_FALSE(options.help);
 }
 
@@ -50,13 +51,26 @@ TEST(OptionsTest, everyOptionIsRead) {
   EXPECT_TRUE(options.freezeAudit);
 }
 
+TEST(OptionsTest, aStoryLastsLonger) {
+  EXPECT_EQ(parsed({"--story"}).seconds, 15);
+  EXPECT_TRUE(parsed({"--story"}).story);
+  EXPECT_EQ(parsed({"--seconds", "2", "--story"}).seconds, 2);
+  EXPECT_EQ(parsed({"--story", "--seconds", "10"}).seconds, 10);
+}
+
+TEST(OptionsTest, aStoryNeedsTheAudit) {
+  EXPECT_EQ(refusal({"--freeze-audit", "--story"}),
+            "--story needs the audit: not with --freeze-audit");
+}
+
 TEST(OptionsTest, helpComesBeforeWhateverIsWrongBehindIt) {
   EXPECT_TRUE(parsed({"--help", "--bogus"}).help);
 }
 
 TEST(OptionsTest, helpNamesEveryOption) {
-  for (const char* option : {"--seconds", "--flips-per-second", "--seed", "--audit-interval",
-                             "--trace LEVEL", "--trace-file", "--freeze-audit", "--help"}) {
+  for (const char* option :
+       {"--seconds", "--flips-per-second", "--seed", "--audit-interval", "--trace LEVEL",
+        "--trace-file", "--freeze-audit", "--story", "--help"}) {
     EXPECT_THAT(Demo::optionsHelp, HasSubstr(option));
   }
 }

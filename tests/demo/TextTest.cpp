@@ -1,5 +1,6 @@
 #include <demo/common/Report.h>
 #include <demo/common/StatusText.h>
+#include <demo/common/StoryReport.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -126,6 +128,49 @@ TEST(ReportTest, eachFaultIsNamed) {
               HasSubstr("FAILED: the chip process did not end in order"));
   EXPECT_THAT(fault([](Demo::Report& r) { r.isSettled = false; }),
               HasSubstr("FAILED: the audit did not come to two clean passes"));
+}
+
+Demo::StoryReport storyReport() {
+  Demo::StoryReport story;
+  story.scenes = {
+      {"soft errors", {.injected = 7, .repaired = 5, .overwritten = 2}, "5 repairs", {}},
+      {"reset", {.injected = 2'000'000, .restored = 2'000'000}, "1 finding", {}}};
+  story.end = report();
+  return story;
+}
+
+TEST(StoryReportTest, showsEachSceneAndTheTables) {
+  EXPECT_THAT(storyReport().faults(), IsEmpty());
+  EXPECT_THAT(
+      storyReport().text(),
+      AllOf(HasSubstr(" soft errors         7         5         0            2  5 repairs\n"
+                      " reset         2000000         0   2000000            0  1 finding\n"),
+            HasSubstr(report().tableText()),
+            HasSubstr(" OK: every error is accounted for and none remains\n")));
+}
+
+TEST(StoryReportTest, text_fits80Columns) {
+  Demo::StoryReport story = storyReport();
+  story.scenes[0].outcome = "0 repairs meanwhile";
+  std::istringstream lines(story.text());
+  for (std::string line; std::getline(lines, line);) EXPECT_LT(line.size(), 80u) << line;
+}
+
+TEST(StoryReportTest, whatDidNotComeAboutIsNamedWithItsScene) {
+  Demo::StoryReport story = storyReport();
+  story.scenes[1].failures = {"nobody found the reset"};
+  story.end.all.remaining = 3;
+  EXPECT_THAT(story.faults(),
+              ElementsAre("reset: nobody found the reset", "3 errors remain on the chip"));
+  EXPECT_THAT(story.text(),
+              AllOf(HasSubstr(" FAILED: reset: nobody found the reset\n"), Not(HasSubstr("OK:"))));
+}
+
+TEST(ReportTest, whatAReplayRestoredIsExplained) {
+  Demo::Report restored = report();
+  EXPECT_THAT(restored.text(), Not(HasSubstr("Restored:")));
+  restored.all.restored = 1;
+  EXPECT_THAT(restored.text(), HasSubstr(" Restored: by the replay after a reset.\n"));
 }
 
 }  // namespace
