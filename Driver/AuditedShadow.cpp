@@ -256,7 +256,7 @@ void AuditedShadow::writtenIs(const ChipMemory::Ptr& region, U32 entry, bool isW
 
 bool AuditedShadow::hasOpenFinding(const ChipMemory::Ptr& region, U32 entry) const {
   const RegionMarks* marks = patrol_->marks(region.ptr());
-  return marks != nullptr && marks->open.at(entry);
+  return marks != nullptr && marks->store == region->dirty() && marks->open.at(entry);
 }
 
 void AuditedShadow::openFindingIs(const ChipMemory::Ptr& region, U32 entry, bool isOpen) {

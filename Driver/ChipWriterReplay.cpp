@@ -45,7 +45,6 @@ void ChipWriter::start(const ChipWriteRequest& request) {
     }
     delays.push_back(group.delay);
   }
-  const U64 entries = plan().entries;
   const Zint::Epoch::Mark command = commands_.advance();
   const bool wasInterrupted = std::exchange(isInterrupted_, false);
   isStarted_ = true;
@@ -57,7 +56,7 @@ void ChipWriter::start(const ChipWriteRequest& request) {
   remarks_.clear();
   differences_.clear();
   leftOut_.clear();
-  entriesToWrite_ = entries;
+  entriesToWrite_ = plan().entries;
   entriesRewritten_ = 0;
   jobs_.swap(jobs);
   delays_.swap(delays);

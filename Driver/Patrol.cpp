@@ -2,6 +2,7 @@
 #include <Driver/Patrol.h>
 
 #include <Driver/PatrolReplay.h>
+#include <Driver/PatrolRun.h>
 
 #include <Driver/Driver.h>
 #include <algorithm>
@@ -74,14 +75,15 @@ class Patrol::StoreWatch : public ChipMemory::NotifieeConst {
   Patrol* patrol_;
 };
 
-// What an entry is before anybody wrote it has changed.
+// What an entry is before anybody wrote it has changed, or whether it is compared.
 class Patrol::PolicyWatch : public Policy::NotifieeConst {
  public:
   PolicyWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, Patrol& patrol,
               const Policy::Ptr& policy)
       : NotifieeConst(activity, policy), patrol_(&patrol) {
     isNonReferencingIs(true);
-    interestIs(Zint::interestIn(Policy::Id::unwritten) | Zint::interestIn(Policy::Id::resetValue));
+    interestIs(Zint::interestIn(Policy::Id::unwritten) | Zint::interestIn(Policy::Id::resetValue) |
+               Zint::interestIn(Policy::Id::rule));
   }
   void handleNotification(Zint::ActivityConfig*) override {
     if (patrol_ == nullptr || notifier() == nullptr) return;
@@ -174,7 +176,6 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
     case HardwareShadow::Id::state:
       commands_.advance();
       if (shadow_.state() == HardwareShadow::configured()) dropRemoved();
-      if (shadow_.state() == HardwareShadow::idle()) marks_.reserve(regionsUnderAudit());
       if (shadow_.state() == HardwareShadow::auditing()) {
         start();
       } else {
@@ -194,9 +195,6 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
         nextPass_ = result_.start + shadow_.minIntervalBetweenAudits();
         resume();
       }
-      break;
-    case AuditedShadow::Id::sliceInterval:
-      if (isRunning() && isInPass_) wakeAt(turnEnd_ + shadow_.sliceInterval());
       break;
     default:
       break;
@@ -286,9 +284,9 @@ void Patrol::stop() {
   updateState();
 }
 
-// 0 is the next turn: due now.
+// A time that is past is the next turn: due now.
 void Patrol::wakeAt(Zint::Seconds time) {
-  due_ = time == 0 ? this->time() : time;
+  due_ = std::max(time, this->time());
   if (clock_ != nullptr) clock_->timeMinIs(time);
 }
 
@@ -363,13 +361,24 @@ Zint::String8 Patrol::reason() const {
   for (const auto& [ham, state] : defaultChips_) {
     if (state->chip->isAbsent()) return absent(*state);
   }
-  return "";
+  const Zint::Ptr<Hardware::ChipReadRequest> request = shadow_.auditReadRequest();
+  if (request != nullptr) {
+    for (auto member = request->chipMemoryIterator(); member; ++member) {
+      if (isUnderAudit(*member->chipMemory())) return "";
+    }
+  }
+  return "no region is under audit";
 }
 
 Zint::Seconds Patrol::nextTry() const {
   Zint::Seconds next = Zint::never;
-  for (const auto& state : chips_) next = std::min(next, state->chip->nextTry());
-  for (const auto& [ham, state] : defaultChips_) next = std::min(next, state->chip->nextTry());
+  const auto look = [&next](const ChipState& state) {
+    // One that its driver restores is not tried until that is done.
+    if (state.chip->isRestoring() && state.replay == nullptr) return;
+    next = std::min(next, state.chip->nextTry());
+  };
+  for (const auto& state : chips_) look(*state);
+  for (const auto& [ham, state] : defaultChips_) look(*state);
   return next;
 }
 
@@ -556,7 +565,6 @@ void Patrol::chipDel(const Chip::Ptr& chip) {
                                   [&](const auto& state) { return state->chip == chip; });
   if (found == chips_.end()) return;
   const std::unique_ptr<ChipState> state = std::move(*found);
-  if (static_cast<std::size_t>(found - chips_.begin()) < checked_) --checked_;
   chips_.erase(found);
   commands_.advance();
   state->watch->forget();

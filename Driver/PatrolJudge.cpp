@@ -32,20 +32,13 @@ Zint::String8 whyNotHeld(const ChipMemory& cm) {
   return "";
 }
 
-// They look at a limited number of runs: a turn must end.
-constexpr U32 runsLookedAt = 1024;
-
 U32 firstRead(const Policy& policy, U32 first, U32 end) {
-  for (U32 runs = 0; runs < runsLookedAt && first < end && !isRead(policy.rule(first)); ++runs) {
-    first = policy.ruleEnd(first, end);
-  }
+  while (first < end && !isRead(policy.rule(first))) first = policy.ruleEnd(first, end);
   return first;
 }
 
 U32 readEnd(const Policy& policy, U32 first, U32 end) {
-  for (U32 runs = 0; runs < runsLookedAt && first < end && isRead(policy.rule(first)); ++runs) {
-    first = policy.ruleEnd(first, end);
-  }
+  while (first < end && isRead(policy.rule(first))) first = policy.ruleEnd(first, end);
   return first;
 }
 
@@ -73,7 +66,6 @@ Patrol::Visit Patrol::audit(const ChipMemory::Ptr& cm, U32 first, U32 end, PassR
 }
 
 Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
-  const Zint::Seconds begin = beginAccess();
   if (shadow_.judgeAtOnce()) takeMarks(run);
   if (const Visit read = readRun(run); read != Visit::done) return read;
   if (shadow_.judgeAtOnce()) {
@@ -82,20 +74,12 @@ Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
     takeMarks(run);
   }
   takeOpenFindings(run);
-  const Zint::Seconds beginJudging = beginAccess();
   const Visit visited = judgeRun(run, judged);
-  const Zint::Seconds endJudging = beginAccess();
   if (run.isSuperseded()) return Visit::ended;
   run.result.entries += judged;
   learnEqual(run, run.first + judged);
   countVisits(run, run.first + judged);
-  if (run.isSuperseded()) return Visit::ended;
-  if (isBounded()) {
-    // What differences cost is not what equal entries will.
-    const Zint::Seconds judging = run.differs ? endJudging - beginJudging : 0;
-    run.state.cost.add(run.end - run.first, time() - begin - judging);
-  }
-  return visited;
+  return run.isSuperseded() ? Visit::ended : visited;
 }
 
 // Clears the marks of the run's entries, and remembers that they were written. Marks that are set
@@ -141,7 +125,6 @@ Patrol::Visit Patrol::readRun(Run& run) {
   Zint::String8 error;
   bool isPresent = true, isReset = false;
   const bool wasAbsent = run.chip->isAbsent();
-  hasWorked_ = true;
   const bool isRead = callGuarded(
       [&] {
         run.ham->doRead(run.cm->entryAddress(run.first), run.actual(run.first), run.entrySize,
@@ -162,14 +145,15 @@ Patrol::Visit Patrol::readRun(Run& run) {
     run.chip->doChipReset();
     return Visit::ended;
   }
-  run.state.hasRead = run.state.isAlive = true;
-  run.state.lastRead = run.cm->address();
+  run.state.isAlive = true;
+  if (&run.result == &result_) run.state.hasRead = true;  // not on demand
   if (wasAbsent) updateState();
   return run.isSuperseded() ? Visit::ended : Visit::done;
 }
 
 Patrol::Visit Patrol::judgeRun(Run& run, U32& judged) {
   U32 e = nextDifference(run, run.first);
+  if (const Visit probed = probeFirst(run, e); probed != Visit::done) return probed;
   for (; e < run.end; e = nextDifference(run, e + 1)) {
     const Visit visited = judge(run, e);
     judged = e - run.first;
@@ -244,7 +228,6 @@ class Judging {
 // --- One entry -----------------------------------------------------------------------------------
 
 Patrol::Visit Patrol::judge(Run& run, U32 entry) {
-  run.differs = true;
   if (!run.isKnown(entry)) {
     shadow_.doAuditEntry(run.cm, entry);
     ++run.result.adopted;
@@ -253,15 +236,8 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
   }
   if (run.isMarked(entry)) return leave(run, entry);
 
-  if (shadow_.findsResets() && run.cm->mode() != ChipMemory::buffered() && needsProbe(run)) {
-    const Visit probed = probe(run, entry);
-    if (probed != Visit::done) return probed;
-  }
   Verdict verdict = verdictOf(run, entry);
   if (verdict == Verdict::repaired && repairsOfTurn_ >= shadow_.maxRepairsPerTurn()) {
-    return Visit::full;
-  }
-  if (verdict == Verdict::repaired && !hasTimeFor(run, accessesOfRepair(run, entry))) {
     return Visit::full;
   }
   if (verdict == Verdict::repaired && shadow_.rereads()) {
@@ -283,10 +259,7 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
     const Judging judging(judgement_, &judgement);
     shadow_.doAuditEntry(run.cm, entry);
   }
-  if (judgement.verdict == Verdict::writtenMeanwhile) {
-    tell(run, entry, judgement.verdict);
-    return run.isSuperseded() ? Visit::ended : Visit::done;
-  }
+  if (judgement.verdict == Verdict::writtenMeanwhile) return tellWrittenMeanwhile(run, entry);
   ++run.result.differences;
   const bool isOpen = judgement.verdict != Verdict::repaired || judgement.nature == Nature::stuck ||
                       !judgement.error.empty();
@@ -307,8 +280,16 @@ Patrol::Visit Patrol::leave(Run& run, U32 entry) {
   bitIs(dirty, entry, true);
   shadow_.doAuditEntry(run.cm, entry);
   if (!isMarkedNow) bitIs(dirty, entry, false);
+  return tellWrittenMeanwhile(run, entry);
+}
+
+// Nor does it prove that a finding is closed: the write of the chip may have failed.
+Patrol::Visit Patrol::tellWrittenMeanwhile(Run& run, U32 entry) {
+  if (std::ranges::count(run.open, entry) != 0 && run.cm->dirty() == run.dirtyBuf) {
+    marksOf(run.cm).open.atIs(entry, true);
+  }
   tell(run, entry, Verdict::writtenMeanwhile);
-  return Visit::done;
+  return run.isSuperseded() ? Visit::ended : Visit::done;
 }
 
 Verdict Patrol::verdictOf(const Run& run, U32 entry) const {
@@ -333,14 +314,12 @@ Verdict Patrol::verdictOf(const Run& run, U32 entry) const {
 Patrol::Visit Patrol::readAgain(Run& run, U32 entry, U8* to) {
   Zint::String8 error = "its sentinel register is wrong";
   bool isPresent = true;
-  const Zint::Seconds begin = beginAccess();
   const bool isRead = callGuarded(
       [&] {
         run.ham->doRead(run.cm->entryAddress(entry), to, run.entrySize, 1);
         if (!run.isSuperseded()) isPresent = run.chip->isPresent();
       },
       error);
-  endAccess(run, begin);
   if (run.isSuperseded()) return Visit::ended;
   if (isRead && isPresent) return Visit::done;
   makeAbsent(run.state, error);
@@ -363,10 +342,7 @@ Finding Patrol::finding(const Run& run, U32 entry, Verdict verdict, Nature natur
 void Patrol::tell(const Run& run, U32 entry, Verdict verdict, Nature nature) {
   if (verdict != Verdict::adopted && verdict != Verdict::writtenMeanwhile) shadow_.findingsInc();
   if (!shadow_.isObserved(AuditedShadow::Id::finding)) return;
-  tell(finding(run, entry, verdict, nature));
-}
-
-void Patrol::tell(const Finding& told) {
+  const Finding told = finding(run, entry, verdict, nature);
   shadow_.notifyEach<AuditedShadow::NotifieeConst>(
       AuditedShadow::Id::finding,
       [&](AuditedShadow::NotifieeConst& notifiee) { notifiee.onFinding(told); });

@@ -4,7 +4,6 @@
 #include <Driver/Patrol.h>
 #include <cxxabi.h>
 
-#include <algorithm>
 #include <cstring>
 #include <exception>
 
@@ -47,7 +46,7 @@ inline Zint::String8 whyNotAuditable(const Hardware::ChipMemory& cm) {
 }
 
 // The first entry in [first, end) that the patrol reads, and the first after `first` that it does
-// not; `end` if there is none. Both may be an earlier entry behind very many runs.
+// not; `end` if there is none.
 U32 firstRead(const Policy& policy, U32 first, U32 end);
 U32 readEnd(const Policy& policy, U32 first, U32 end);
 
@@ -63,9 +62,11 @@ class BitCopy {
     size_ = bytes;
     std::memcpy(bytes_, bitmap + first_, bytes);
   }
-  // False where nothing was taken.
+  // False where nothing was taken, or not this entry.
   bool at(U32 entry) const {
-    return size_ != 0 && (bytes_[(entry >> 3) - first_] >> (entry & 7) & 1) != 0;
+    const U32 byte = entry >> 3;
+    return byte >= first_ && byte - first_ < size_ &&
+           (bytes_[byte - first_] >> (entry & 7) & 1) != 0;
   }
   void forget() { size_ = 0; }
   bool isAnySet() const {
@@ -115,11 +116,6 @@ struct Patrol::Run {
   // Written by a client since the last visit.
   bool isMarked(U32 entry) const { return marks.at(entry) || bitAt(dirtyBuf->data(), entry); }
   // As nextDifference() judges it.
-  // Written by a client, or with an open finding, when the run was read; also for other entries.
-  bool wasMarked(U32 entry) const {
-    return entry >= first && entry < end &&
-           (marks.at(entry) || std::binary_search(open.begin(), open.end(), entry));
-  }
   bool isEqual(U32 entry, U8* value) const {
     if (policy != nullptr && policy->mask(entry) != nullptr &&
         policy->equals(entry, expected(entry), value)) {
@@ -144,8 +140,7 @@ struct Patrol::Run {
   const U32 end;
   const U32 entrySize;
   BitCopy marks;          // that were cleared when the run was read
-  std::vector<U32> open;  // entries whose finding was open then, ascending
-  bool differs = false;   // an entry of it
+  std::vector<U32> open;  // entries whose finding was open then
 };
 
 // One entry that differs, between its report and what is told of it.

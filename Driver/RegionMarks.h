@@ -9,38 +9,28 @@
 
 namespace Driver {
 
-// One bit an entry; grows with the entries that are set. In pages: no single step takes long,
-// however many entries there are.
+// One bit an entry; grows with the entries that are set.
 class EntryBits {
  public:
   bool at(U32 entry) const {
-    const std::size_t page = entry / entriesOfPage, byte = byteOf(entry);
-    return page < pages_.size() && byte < pages_[page].size() &&
-           (pages_[page][byte] >> (entry & 7) & 1) != 0;
+    return entry >> 3 < bytes_.size() && (bytes_[entry >> 3] >> (entry & 7) & 1) != 0;
   }
   void atIs(U32 entry, bool is) {
     if (at(entry) == is) return;
-    const std::size_t page = entry / entriesOfPage, byte = byteOf(entry);
-    if (page >= pages_.size()) pages_.resize(page + 1);
-    if (byte >= pages_[page].size()) pages_[page].resize(byte + 1);
+    if (entry >> 3 >= bytes_.size()) bytes_.resize((entry >> 3) + std::size_t{1});
     const U32 bit = 1u << (entry & 7);
-    U8& bits = pages_[page][byte];
-    bits = static_cast<U8>(is ? bits | bit : bits & ~bit);
-    set_ += is ? 1u : ~0u;
+    U8& byte = bytes_[entry >> 3];
+    byte = static_cast<U8>(is ? byte | bit : byte & ~bit);
+    set_ = is ? set_ + 1 : set_ - 1;
   }
   U32 size() const { return set_; }  // bits that are set
   void clear() {
-    pages_.clear();
+    bytes_.clear();
     set_ = 0;
   }
 
  private:
-  static constexpr U32 bytesOfPage = 4096;
-  static constexpr U32 entriesOfPage = bytesOfPage * 8;
-
-  static U32 byteOf(U32 entry) { return entry % entriesOfPage >> 3; }
-
-  std::vector<std::vector<U8>> pages_;
+  std::vector<U8> bytes_;
   U32 set_ = 0;
 };
 
