@@ -25,7 +25,6 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/umbra
             FILES_MATCHING PATTERN "*.h"
             # How the library works inside; no public header includes them.
-            PATTERN "AccessCost.h" EXCLUDE
             PATTERN "Entries.h" EXCLUDE
             PATTERN "OverrideCheck.h" EXCLUDE
             PATTERN "StoreAccess.h" EXCLUDE

@@ -3,7 +3,8 @@
 
 readonly JOBS=${UMBRA_JOBS:-$(nproc)}
 STEPS=(
-  scopes-x86 scopes-x64 lockstep-x86 lockstep-x64 simulation-x86 simulation-x64 reentrancy-x86 reentrancy-x64
+  scopes-x86 scopes-x64 lockstep-x86 lockstep-x64 driverlockstep-x86 driverlockstep-x64
+  simulation-x86 simulation-x64 reentrancy-x86 reentrancy-x64
   ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   memcheck-x86 helgrind-x86
 )
@@ -31,6 +32,7 @@ what_is() {
   case $1 in
     scopes-*) echo "every sequence of five operations on a small world, and of six merged by state" ;;
     lockstep-*) echo "library and independent model, compared after each operation" ;;
+    driverlockstep-*) echo "patrol and independent model, compared after each operation" ;;
     simulation-*) echo "whole systems of random clients, chips and faults" ;;
     reentrancy-*) echo "every pair of operation and interfering observer" ;;
     ndebug-*) echo "every assertion stays in a build with NDEBUG" ;;
@@ -52,7 +54,7 @@ list_steps() {
 # needed_folder <step>: the folder of tests/ it runs; nothing when it runs several.
 needed_folder() {
   case $1 in
-    scopes-* | lockstep-* | simulation-* | reentrancy-*) echo "${1%%-*}" ;;
+    scopes-* | lockstep-* | driverlockstep-* | simulation-* | reentrancy-*) echo "${1%%-*}" ;;
     tsan-* | helgrind-*) echo threads ;;
   esac
 }
@@ -64,18 +66,19 @@ is_there() {
 }
 
 set_figures() {
-  local operations=200000000 seeds=200000 posts=10000000
+  local operations=200000000 driver_operations=20000000 seeds=200000 posts=10000000
   chunk=2500000
-  if $1; then operations=2000000 seeds=200 chunk=500000 posts=1000000; fi
+  if $1; then operations=2000000 driver_operations=200000 seeds=200 chunk=500000 posts=1000000; fi
   operations=${UMBRA_LOCKSTEP_OPERATIONS:-$operations}
+  driver_operations=${UMBRA_DRIVERLOCKSTEP_OPERATIONS:-$driver_operations}
   seeds=${UMBRA_SIMULATION_SEEDS:-$seeds}
   posts=${UMBRA_POSTS:-$posts}
   first_seed=${UMBRA_LOCKSTEP_SEED:-1}
   local name
-  for name in operations seeds first_seed posts; do
+  for name in operations driver_operations seeds first_seed posts; do
     [[ ${!name} =~ ^[1-9][0-9]*$ ]] || bad_usage "'${!name}' is no number above 0"
   done
-  OPERATIONS=$operations SEEDS=$seeds POSTS=$posts
+  OPERATIONS=$operations DRIVER_OPERATIONS=$driver_operations SEEDS=$seeds POSTS=$posts
   is_quick=$1
 }
 
@@ -130,7 +133,8 @@ in_parallel() {
 
 lockstep_chunk() {
   local program=$1 operations=$2 seed=$3 log=$4 number=$5
-  UMBRA_LOCKSTEP_OPERATIONS=$operations UMBRA_LOCKSTEP_SEED=$((seed + number)) \
+  UMBRA_LOCKSTEP_OPERATIONS=$operations UMBRA_DRIVERLOCKSTEP_OPERATIONS=$operations \
+    UMBRA_LOCKSTEP_SEED=$((seed + number)) \
     "$program" --gtest_brief=1 >"$log.$number" 2>&1 || {
     cat "$log.$number"
     echo "chunk $number (seed $((seed + number))) failed"
@@ -141,13 +145,14 @@ lockstep_chunk() {
 }
 export -f lockstep_chunk
 
+# run_lockstep <preset> <program> <operations>
 run_lockstep() {
-  local preset=$1 count operations=$chunk
-  built "$preset" lockstep-tests
-  ((OPERATIONS >= operations)) || operations=$OPERATIONS
-  count=$(((OPERATIONS + operations - 1) / operations))
+  local preset=$1 program=$2 wanted=$3 count operations=$chunk
+  built "$preset" "$program"
+  ((wanted >= operations)) || operations=$wanted
+  count=$(((wanted + operations - 1) / operations))
   figure "$((count * operations)) operations"
-  in_parallel "$count" bash -c 'lockstep_chunk "$@"' - "build/$preset/tests/lockstep-tests" \
+  in_parallel "$count" bash -c 'lockstep_chunk "$@"' - "build/$preset/tests/$program" \
     "$operations" "$first_seed" "build/soak/$step.chunk"
 }
 
@@ -224,7 +229,8 @@ run_step() {
   step=$1
   case $step in
     scopes-*) run_scopes "${step##*-}" ;;
-    lockstep-*) run_lockstep "${step##*-}" ;;
+    lockstep-*) run_lockstep "${step##*-}" lockstep-tests "$OPERATIONS" ;;
+    driverlockstep-*) run_lockstep "${step##*-}" driverlockstep-tests "$DRIVER_OPERATIONS" ;;
     simulation-*) run_simulation "${step##*-}" ;;
     reentrancy-*) run_reentrancy "${step##*-}" ;;
     ndebug-*) run_ndebug ;;
