@@ -55,6 +55,7 @@ Zint::Ptr<Hardware::ChipHam> Switch::accessMethod(const TableLayout& layout) con
 // entry that does not hold is left alone, and raises an alarm.
 void Switch::judgeWithCare() {
   shadow_->chipIs(chip_);
+  shadow_->minIntervalBetweenAuditsIs(0.5);
   shadow_->maxEntriesPerSliceIs(1024);
   shadow_->sliceIntervalIs(0.001);
   shadow_->turnBoundIs(0.002);
@@ -125,6 +126,12 @@ void Switch::configureEntries(Table& table, U32 entry, U32 entries) {
     }
   }
   write(table, entry, buffer_.data(), entries);
+}
+
+std::vector<Driver::Complaint::Ptr> Switch::complaints() const {
+  Driver::CheckWith with;
+  for (const Table& table : tables_) with.regions.push_back(table.region);
+  return Driver::check(shadow_, with);
 }
 
 double Switch::passProgress() const {

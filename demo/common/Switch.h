@@ -7,6 +7,7 @@
 #pragma once
 
 #include <Driver/AlarmWatch.h>
+#include <Driver/Check.h>
 #include <Driver/ChipAccess.h>
 #include <Fru/HamImpl.h>
 
@@ -96,6 +97,9 @@ class Switch {
   // Writes the configurations that the entries have at these versions; the same version makes the
   // same bytes. Bit 0 of each register is set, but in every eighth entry all registers are 0.
   void configureEntries(Table& table, U32 entry, U32 entries);
+
+  // What will go wrong as the switch is set up; empty when it is as it should be.
+  std::vector<Driver::Complaint::Ptr> complaints() const;
 
   // How much of the running pass is behind, 0 to 1; between two passes 1, before the first 0.
   double passProgress() const;

@@ -11,7 +11,7 @@ Demonstration::Demonstration(const Options& options, bool isPicture)
 
 Report Demonstration::run() {
   const Driver::AuditedShadow::Ptr shadow = stage_.theSwitch.shadow();
-  stage_.theSwitch.bringUp();
+  stage_.bringUp();
   status_ =
       Zint::makePtr<Status>(stage_.activity, stage_.clock, isPicture_, [this] { return view(); });
 

@@ -1,5 +1,7 @@
 #include "demo/driver/Stage.h"
 
+#include <cstdio>
+
 namespace Demo {
 
 using Hardware::HardwareShadow;
@@ -17,6 +19,13 @@ Stage::Stage(U32 seed)
       traffic(Zint::makePtr<Traffic>(activity, clock, theSwitch, seed)),
       passWatch_(Zint::makePtr<PassWatch>(activity, theSwitch)) {
   chip.folderDel();
+}
+
+void Stage::bringUp() {
+  theSwitch.bringUp();
+  for (const Driver::Complaint::Ptr& complaint : theSwitch.complaints()) {
+    std::fprintf(stderr, "umbra-driver: %s\n", complaint->stringValue().c_str());
+  }
 }
 
 bool Stage::settle(U32 cleanPasses) {

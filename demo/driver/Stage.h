@@ -29,6 +29,8 @@ class Stage {
   const Zint::Ptr<ChipWatch> chipWatch;
   const Zint::Ptr<Traffic> traffic;
 
+  // Brings the switch up. What is wrong with its set-up goes to standard error.
+  void bringUp();
   // Neither has the user interrupted nor has the chip process ended.
   bool mayGoOn() { return Interrupts::count() == 0 && chip.isRunning(); }
   // Audits from now on, without pauses, until that many passes in a row have found nothing; false

@@ -66,7 +66,7 @@ StoryReport Story::run() {
 }
 
 void Story::bringUp() {
-  switch_.bringUp();
+  stage_.bringUp();
   // A careful driver asks for a new look after a second, and then less and less often.
   chip_.retryMinIs(std::max(0.3 * scale_, 0.001));
   chip_.retryMaxIs(std::max(1.0 * scale_, 0.001));

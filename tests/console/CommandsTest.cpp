@@ -335,6 +335,14 @@ TEST_F(CommandsTest, fault_befallsTheChip) {
   EXPECT_EQ(onChip(0x80000), before);
 }
 
+TEST_F(CommandsTest, check_saysWhatWillGoWrong) {
+  EXPECT_EQ(outputOf("check"), "nothing is wrong\n");
+  session_.run("set /shadow/sliceInterval 0");
+  session_.run("set /shadow/chipMemory/vlan/mode buffered");
+  EXPECT_THAT(outputOf("check"),
+              MatchesRegex("shadow: .*sliceInterval.*\nvlan: .*buffered.*\n"));
+}
+
 TEST_F(CommandsTest, fault_refuses) {
   EXPECT_EQ(refusal("fault ansent"), "fault: no fault ansent; did you mean 'absent'?");
   EXPECT_EQ(refusal("fault stuck 4"),

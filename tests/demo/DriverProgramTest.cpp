@@ -54,13 +54,13 @@ TEST(DriverProgramTest, everyErrorIsSettled_exit0) {
 TEST(DriverProgramTest, story_eachEventIsToldAndAccountedFor_exit0) {
   const Outcome run = outcome("--story --seconds 0.5 --flips-per-second 500");
   EXPECT_EQ(run.status, 0) << run.output << run.errors;
-  EXPECT_THAT(run.output,
-              AllOf(HasSubstr("The patrol is suspended: switch is absent: its sentinel register is "
-                              "wrong."),
-                    HasSubstr("Repaired while it was absent: 0 entries."),
-                    HasSubstr("1 finding, a replay"),
-                    HasSubstr("The alarm often/vlan/100 is raised."),
-                    HasSubstr("OK: every error is accounted for and none remains")));
+  EXPECT_THAT(
+      run.output,
+      AllOf(HasSubstr("The patrol is suspended: switch is absent: its sentinel register is "
+                      "wrong."),
+            HasSubstr("Repaired while it was absent: 0 entries."), HasSubstr("1 finding, a replay"),
+            HasSubstr("The alarm often/vlan/100 is raised."),
+            HasSubstr("OK: every error is accounted for and none remains")));
   EXPECT_THAT(run.errors, IsEmpty());
 }
 

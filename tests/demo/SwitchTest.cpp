@@ -2,6 +2,7 @@
 #include <demo/common/AccountedRegisters.h>
 #include <demo/common/Switch.h>
 #include <demo/common/Traffic.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -123,6 +124,12 @@ TEST_F(SwitchTest, damageBeforeTheFirstPassIsRepaired_alsoInATableThatWasBuffere
   EXPECT_EQ(differing(), 0u);
   EXPECT_EQ(ledger_.account(registers_->values.data()),
             (Demo::Account{.injected = 2, .repaired = 2}));
+}
+
+TEST_F(SwitchTest, nothingIsWrongWithItsSetUp) {
+  EXPECT_THAT(switch_.complaints(), testing::IsEmpty());
+  table("acl").region->modeIs(ChipMemory::buffered());
+  EXPECT_THAT(switch_.complaints(), testing::SizeIs(1));
 }
 
 TEST_F(SwitchTest, oneChipHoldsAllTablesButTheAbsentOne) {

@@ -73,6 +73,8 @@ const std::vector<Command>& commands() {
        "second\n"
        "one at the latest",
        Takes::nothing, 1, 2, doWait},
+      {"check", "", "what will go wrong as shadow and regions are set up, each with its remedy",
+       Takes::nothing, 0, 0, doCheck},
       {"findings", "[N]",
        "the last N (10) things that the patrol has found, the newest last, and what it did",
        Takes::nothing, 0, 1, doFindings},

@@ -53,5 +53,6 @@ void doPoke(Session&, const Words&);
 void doWait(Session&, const Words&);
 void doFindings(Session&, const Words&);
 void doFault(Session&, const Words&);
+void doCheck(Session&, const Words&);
 
 }  // namespace Console

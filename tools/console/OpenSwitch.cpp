@@ -65,6 +65,13 @@ World OpenSwitch::world() {
     world.objects.emplace_back(std::string(table.layout->name) + "-access", objectOf(table.access));
   }
   world.passes = "/shadow/audits";
+  world.check = [this] {
+    std::vector<std::string> lines;
+    for (const Driver::Complaint::Ptr& each : switch_.complaints()) {
+      lines.push_back(each->stringValue().bytes());
+    }
+    return lines;
+  };
   world.findings = [this](std::size_t most) { return findings_->last(most); };
   world.traceHandle = "Umbra";
   world.chipSize = Demo::registerFileSize;

@@ -129,6 +129,13 @@ void doFault(Session& session, const Words& arguments) {
   }
 }
 
+void doCheck(Session& session, const Words&) {
+  if (!session.world().check) throw Error("check: nothing can be checked here");
+  const std::vector<std::string> complaints = session.world().check();
+  for (const std::string& complaint : complaints) session.out() << complaint << "\n";
+  if (complaints.empty()) session.out() << "nothing is wrong\n";
+}
+
 void doFindings(Session& session, const Words& arguments) {
   if (!session.world().findings) throw Error("findings: there is no patrol here");
   const U32 most = arguments.empty() ? 10 : number<U32>("findings", arguments[0]);

@@ -26,6 +26,8 @@ struct World {
   // What the patrol has found, the newest last: at most that many lines. None where there is no
   // patrol.
   std::function<std::vector<std::string>(std::size_t most)> findings;
+  // What will go wrong as the system is set up, a line each; none where it cannot be checked.
+  std::function<std::vector<std::string>()> check;
   // The trace handle of `trace` without a name.
   std::string traceHandle;
   // The chip's registers, past the library: byte addresses, multiples of 4 below `chipSize`.
