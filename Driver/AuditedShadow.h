@@ -76,10 +76,11 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
       quarantineDel,
       hasOpenFinding,
       isWritten,
-      finding,       // with a finding, of notifiees alone, as the two below
+      finding,       // with a finding, of notifiees alone, as the three below
       pass,          // with the result of one
       allowsRepair,  // with a finding
-      lastPatrolMember = allowsRepair
+      turn,          // with what it took
+      lastPatrolMember = turn
     };
   };
 
@@ -97,6 +98,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
     // Whether the entry may be rewritten; asked before each repair. One that throws has not vetoed.
     virtual bool allowsRepair(const Finding&) { return true; }
     virtual void onPatrolState() {}
+    // At the end of each turn, before the next one is armed, and after an audit on demand.
+    virtual void onTurn(const TurnResult&) {}
 
    protected:
     ~NotifieeConst() override;
@@ -130,7 +133,10 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // times here).
   Zint::Seconds sliceInterval() const { return sliceInterval_; }
   void sliceIntervalIs(const Zint::Seconds& seconds);
-  // A turn ends after the access that reaches this time of the clock; `never` by default.
+  // How long a turn may take, in seconds of the clock; `never`, the default, is no bound. A bound
+  // makes the patrol measure what the accesses of each chip cost, read as many entries at once as
+  // fit, and end a turn after the access that reaches it. What one entry needs once it differs is
+  // not divided: a re-read, the read of kept bits, the write, the verification.
   Zint::Seconds turnBound() const { return turnBound_; }
   void turnBoundIs(const Zint::Seconds& seconds);
   // Clears the marks before the read instead of after the judgement: only for clients that write

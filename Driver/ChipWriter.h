@@ -205,7 +205,8 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   // and nothing else; the store is kept. (ChipMemory::modeIs writes the whole store and drops it.)
   // In one turn, so that no write is lost: its cost is that of all accesses. False: the region
   // stays buffered, because a client has changed it again and again, or its mode. What an access
-  // method throws goes on to the caller; the region stays buffered then.
+  // method throws goes on to the caller; the region stays buffered then, and the next call begins
+  // anew, also with entries that are once.
   // REQUIRES: a buffered region with a store and an access method, and a chip that is not absent
   // (range exceptions).
   bool doLeaveBuffered(const ChipMemory::Ptr& region);

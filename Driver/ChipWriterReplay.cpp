@@ -45,6 +45,7 @@ void ChipWriter::start(const ChipWriteRequest& request) {
     }
     delays.push_back(group.delay);
   }
+  const U64 entries = plan().entries;
   const Zint::Epoch::Mark command = commands_.advance();
   const bool wasInterrupted = std::exchange(isInterrupted_, false);
   isStarted_ = true;
@@ -56,7 +57,7 @@ void ChipWriter::start(const ChipWriteRequest& request) {
   remarks_.clear();
   differences_.clear();
   leftOut_.clear();
-  entriesToWrite_ = plan().entries;
+  entriesToWrite_ = entries;
   entriesRewritten_ = 0;
   jobs_.swap(jobs);
   delays_.swap(delays);

@@ -17,6 +17,7 @@ UMBRA_API extern const Zint::Type chipWriteRequestType;
 UMBRA_API extern const Zint::Type chipWriterType;
 UMBRA_API extern const Zint::Type complaintType;
 UMBRA_API extern const Zint::Type complaintKindType;
+UMBRA_API extern const Zint::Type governorType;
 UMBRA_API extern const Zint::Type patrolStateType;
 UMBRA_API extern const Zint::Type policyType;
 UMBRA_API extern const Zint::Type ruleType;

@@ -9,6 +9,7 @@
 #include <Driver/ChipAccess.h>
 #include <Driver/ChipWriteRequest.h>
 #include <Driver/ChipWriter.h>
+#include <Driver/Governor.h>
 #include <Driver/Policy.h>
 
 #include <algorithm>
@@ -49,6 +50,7 @@ constexpr TypeRow types[] = {
     row<ChipWriter>(chipWriterType),
     row<Complaint>(complaintType),
     row<ComplaintKind>(complaintKindType),
+    row<Governor>(governorType),
     row<PatrolState>(patrolStateType),
     row<Policy>(policyType),
     row<Rewrite>(rewriteType),
@@ -67,6 +69,7 @@ constexpr Member factories[] = {
     factory<&chipWriteRequestFactory>("chipWriteRequestFactory", "name"),
     factory<&chipWriterFactory>("chipWriterFactory", "activity", "shadow", "request", "clock",
                                 "maxEntriesPerWrite", "maxEntriesPerSlice", "writeInterval"),
+    factory<&governorFactory>("governorFactory", "zintFwkActivity", "shadow"),
     factory<&policyFactory>("policyFactory", "chipMemory"),
 };
 

@@ -60,6 +60,17 @@ struct UMBRA_API PassResult {
   Zint::String8 stringValue() const;
 };
 
+// One turn of the patrol, or its work outside a pass: an audit on demand, a look whether an absent
+// chip answers. What it took of the thread.
+struct UMBRA_API TurnResult {
+  Zint::Seconds start = 0;  // of the shadow's clock
+  Zint::Seconds duration = 0;
+  U64 entries = 0;       // judged or passed over
+  bool isFirst = false;  // of a pass
+  bool isLast = false;   // of a pass that is not ended early
+  bool isOutsidePass = false;
+};
+
 // "repaired", "adopted", "writtenMeanwhile", ...; another number as Driver::Verdict(number).
 UMBRA_API Zint::String8 stringValue(Verdict verdict);
 UMBRA_API Zint::String8 stringValue(Nature nature);

@@ -176,6 +176,7 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
     case HardwareShadow::Id::state:
       commands_.advance();
       if (shadow_.state() == HardwareShadow::configured()) dropRemoved();
+      if (shadow_.state() == HardwareShadow::idle()) marks_.reserve(regionsUnderAudit());
       if (shadow_.state() == HardwareShadow::auditing()) {
         start();
       } else {
@@ -195,6 +196,9 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
         nextPass_ = result_.start + shadow_.minIntervalBetweenAudits();
         resume();
       }
+      break;
+    case AuditedShadow::Id::sliceInterval:
+      if (isRunning() && isInPass_) wakeAt(turnEnd_ + shadow_.sliceInterval());
       break;
     default:
       break;
@@ -565,6 +569,7 @@ void Patrol::chipDel(const Chip::Ptr& chip) {
                                   [&](const auto& state) { return state->chip == chip; });
   if (found == chips_.end()) return;
   const std::unique_ptr<ChipState> state = std::move(*found);
+  if (static_cast<std::size_t>(found - chips_.begin()) < checked_) --checked_;
   chips_.erase(found);
   commands_.advance();
   state->watch->forget();

@@ -6,6 +6,7 @@
 // advances with each change that ends the slice, and is looked at after each call.
 #pragma once
 
+#include <Driver/AccessCost.h>
 #include <Driver/AuditedShadow.h>
 #include <Driver/RegionMarks.h>
 #include <Zint/Epoch.h>
@@ -70,12 +71,16 @@ class Patrol {
     bool isAlive = false;      // it answered since the audit began, and has not become absent since
     bool isMissed = false;     // a region of it was not audited in this pass
     U64 probedPass = 0;        // the last pass in which a difference asked for it
+    AccessCost cost;           // measured while turns are bounded
+    Hardware::ChipAddress lastRead;  // the region that was read last
   };
 
   // The entries that one access reads and that are judged after it.
   struct Run;
   // The entry that is being judged.
   struct Judgement;
+  // The search for entries that tell whether a chip has lost its state.
+  struct Probe;
   enum class Visit {
     done,    // all entries of the run are judged
     full,    // the turn is: those before the place are judged
@@ -101,14 +106,28 @@ class Patrol {
   // --- PatrolPass.cpp: passes and slices ---
   void beginPass();
   void endPass(const Zint::String8& reason);
+  bool slice(const Zint::Epoch::Mark& mark);
+  bool checkChips(const Zint::Epoch::Mark& mark);
+  void wakeForPass();
+  U32 regionsUnderAudit() const;
+  void tellTurn(const TurnResult& turn);
   bool nextRegion();
   void leaveRegion();
   Visit visit(U32 budget, U32& done);
+
+  // --- The bound of a turn ---
+  bool isBounded() const { return shadow_.turnBound() != Zint::never; }
+  Zint::Seconds timeLeft() const;  // of the turn; infinity without a bound
   bool isTurnOver() const;
-  void wakeForPass();
+  bool hasTimeFor(const Run& run, U32 accesses) const;
+  U32 entriesOfAccess(const ChipState& chip) const;
+  // Around accesses of one entry: the time before them, and what each of them took.
+  Zint::Seconds beginAccess() const { return isBounded() ? time() : 0; }
+  void endAccess(Run& run, Zint::Seconds begin, U32 accesses = 1);
   void makeAbsent(ChipState& state, const Zint::String8& reason);
-  void readAnyEntry(const Chip& chip) const;
-  void retryAbsent();
+  bool readAnyEntry(const Hardware::ChipMemory::Ptr& cm) const;
+  void readAnyEntry(const Chip::Ptr& chip) const;
+  bool retryAbsent();
 
   // --- PatrolRestore.cpp: the replay after a reset ---
   Zint::Ptr<ChipWriteRequest> replayRequest(const Chip& chip) const;
@@ -137,8 +156,10 @@ class Patrol {
   Visit readAgain(Run& run, U32 entry, U8* to);
   Finding finding(const Run& run, U32 entry, Verdict verdict, Nature nature) const;
   void tell(const Run& run, U32 entry, Verdict verdict, Nature nature = Nature::unverified);
+  void tell(const Finding& told);
 
   // --- PatrolRepair.cpp: the repair of one entry, and what is remembered of it ---
+  U32 accessesOfRepair(const Run& run, U32 entry) const;
   void rewrite(Judgement& judgement);
   void verify(Judgement& judgement);
   void remember(Judgement& judgement);
@@ -148,6 +169,10 @@ class Patrol {
   bool needsProbe(const Run& run) const;
   Visit probeFirst(Run& run, U32& different);
   Visit probe(Run& run, U32 entry);
+  Visit goOnProbing(const Run* run);
+  bool nextProbedRegion(Probe& probe) const;
+  bool isProbed(const Probe& probe, U32 entry, const Run* run) const;
+  Visit readProbed(Probe& probe, U32 entry);
 
   AuditedShadow& shadow_;
   Zint::Ptr<SelfWatch> self_;
@@ -167,12 +192,19 @@ class Patrol {
   Hardware::ChipMemory::Ptr region_;       // that is being read; null between two
   U32 entry_ = 0;                          // the next one of it
   U64 done_ = 0;                           // entries behind
+  std::size_t checked_ = 0;                // given chips that were asked whether they were reset
+  std::shared_ptr<Probe> probe_;           // under way, over turns where they are bounded
+  U32 runLimit_ = ~0u;                     // entries of an access, after a turn that left some
   Zint::String8 missed_;                   // why the pass is not complete; empty while it is
   Zint::Seconds nextPass_ = -Zint::never;  // none begins before
 
   // --- The turn under way ---
   Zint::Seconds turnStart_ = 0;
   Zint::Seconds due_ = Zint::never;  // the next turn, or the one under way
+  Zint::Seconds turnEnd_ = 0;        // of the last one
+  bool isInTurn_ = false;
+  bool isFirstRun_ = true;  // of the turn
+  bool hasWorked_ = false;  // the turn has done something: it may end
   U32 repairsOfTurn_ = 0;
   Judgement* judgement_ = nullptr;  // on the stack of judge()
 

@@ -32,13 +32,20 @@ Zint::String8 whyNotHeld(const ChipMemory& cm) {
   return "";
 }
 
+// They look at a limited number of runs: a turn must end.
+constexpr U32 runsLookedAt = 1024;
+
 U32 firstRead(const Policy& policy, U32 first, U32 end) {
-  while (first < end && !isRead(policy.rule(first))) first = policy.ruleEnd(first, end);
+  for (U32 runs = 0; runs < runsLookedAt && first < end && !isRead(policy.rule(first)); ++runs) {
+    first = policy.ruleEnd(first, end);
+  }
   return first;
 }
 
 U32 readEnd(const Policy& policy, U32 first, U32 end) {
-  while (first < end && isRead(policy.rule(first))) first = policy.ruleEnd(first, end);
+  for (U32 runs = 0; runs < runsLookedAt && first < end && isRead(policy.rule(first)); ++runs) {
+    first = policy.ruleEnd(first, end);
+  }
   return first;
 }
 
@@ -66,6 +73,7 @@ Patrol::Visit Patrol::audit(const ChipMemory::Ptr& cm, U32 first, U32 end, PassR
 }
 
 Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
+  const Zint::Seconds begin = beginAccess();
   if (shadow_.judgeAtOnce()) takeMarks(run);
   if (const Visit read = readRun(run); read != Visit::done) return read;
   if (shadow_.judgeAtOnce()) {
@@ -74,12 +82,20 @@ Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
     takeMarks(run);
   }
   takeOpenFindings(run);
+  const Zint::Seconds beginJudging = beginAccess();
   const Visit visited = judgeRun(run, judged);
+  const Zint::Seconds endJudging = beginAccess();
   if (run.isSuperseded()) return Visit::ended;
   run.result.entries += judged;
   learnEqual(run, run.first + judged);
   countVisits(run, run.first + judged);
-  return run.isSuperseded() ? Visit::ended : visited;
+  if (run.isSuperseded()) return Visit::ended;
+  if (isBounded()) {
+    // What differences cost is not what equal entries will.
+    const Zint::Seconds judging = run.differs ? endJudging - beginJudging : 0;
+    run.state.cost.add(run.end - run.first, time() - begin - judging);
+  }
+  return visited;
 }
 
 // Clears the marks of the run's entries, and remembers that they were written. Marks that are set
@@ -125,6 +141,7 @@ Patrol::Visit Patrol::readRun(Run& run) {
   Zint::String8 error;
   bool isPresent = true, isReset = false;
   const bool wasAbsent = run.chip->isAbsent();
+  hasWorked_ = true;
   const bool isRead = callGuarded(
       [&] {
         run.ham->doRead(run.cm->entryAddress(run.first), run.actual(run.first), run.entrySize,
@@ -146,6 +163,7 @@ Patrol::Visit Patrol::readRun(Run& run) {
     return Visit::ended;
   }
   run.state.isAlive = true;
+  run.state.lastRead = run.cm->address();
   if (&run.result == &result_) run.state.hasRead = true;  // not on demand
   if (wasAbsent) updateState();
   return run.isSuperseded() ? Visit::ended : Visit::done;
@@ -228,6 +246,7 @@ class Judging {
 // --- One entry -----------------------------------------------------------------------------------
 
 Patrol::Visit Patrol::judge(Run& run, U32 entry) {
+  run.differs = true;
   if (!run.isKnown(entry)) {
     shadow_.doAuditEntry(run.cm, entry);
     ++run.result.adopted;
@@ -238,6 +257,9 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
 
   Verdict verdict = verdictOf(run, entry);
   if (verdict == Verdict::repaired && repairsOfTurn_ >= shadow_.maxRepairsPerTurn()) {
+    return Visit::full;
+  }
+  if (verdict == Verdict::repaired && !hasTimeFor(run, accessesOfRepair(run, entry))) {
     return Visit::full;
   }
   if (verdict == Verdict::repaired && shadow_.rereads()) {
@@ -314,12 +336,14 @@ Verdict Patrol::verdictOf(const Run& run, U32 entry) const {
 Patrol::Visit Patrol::readAgain(Run& run, U32 entry, U8* to) {
   Zint::String8 error = "its sentinel register is wrong";
   bool isPresent = true;
+  const Zint::Seconds begin = beginAccess();
   const bool isRead = callGuarded(
       [&] {
         run.ham->doRead(run.cm->entryAddress(entry), to, run.entrySize, 1);
         if (!run.isSuperseded()) isPresent = run.chip->isPresent();
       },
       error);
+  endAccess(run, begin);
   if (run.isSuperseded()) return Visit::ended;
   if (isRead && isPresent) return Visit::done;
   makeAbsent(run.state, error);
@@ -342,7 +366,10 @@ Finding Patrol::finding(const Run& run, U32 entry, Verdict verdict, Nature natur
 void Patrol::tell(const Run& run, U32 entry, Verdict verdict, Nature nature) {
   if (verdict != Verdict::adopted && verdict != Verdict::writtenMeanwhile) shadow_.findingsInc();
   if (!shadow_.isObserved(AuditedShadow::Id::finding)) return;
-  const Finding told = finding(run, entry, verdict, nature);
+  tell(finding(run, entry, verdict, nature));
+}
+
+void Patrol::tell(const Finding& told) {
   shadow_.notifyEach<AuditedShadow::NotifieeConst>(
       AuditedShadow::Id::finding,
       [&](AuditedShadow::NotifieeConst& notifiee) { notifiee.onFinding(told); });

@@ -13,6 +13,19 @@ namespace {
 
 // A turn that is late by more than this many seconds is worth a line.
 constexpr Zint::Seconds longDelay = 1;
+constexpr U32 largestRunLimit = 1u << 30;
+
+// Is true while it lives.
+class Inside {
+ public:
+  explicit Inside(bool& is) : is_(is) { is_ = true; }
+  ~Inside() { is_ = false; }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+
+ private:
+  bool& is_;
+};
 
 // Seconds after which the patrol looks again though no chip is due.
 constexpr Zint::Seconds longestWait = 60;
@@ -39,28 +52,43 @@ void Patrol::beginPass() {
   for (const auto& state : chips_) state->hasRead = state->isMissed = false;
   for (const auto& [ham, state] : defaultChips_) state->hasRead = state->isMissed = false;
   done_ = 0;
+  checked_ = 0;
+  probe_ = nullptr;
   shadow_.passEntriesIs(shadow_.chipMemoryEntriesUnderAudit());
   if (mark.isSuperseded()) return;
   shadow_.lastAuditStartTimeIs(start);
   if (mark.isSuperseded()) return;
   updateState();
-  for (std::size_t i = 0; i < chips_.size() && !mark.isSuperseded(); ++i) {
-    const Chip::Ptr chip = chips_[i]->chip;
+}
+
+// Asks the given chips whether they were reset, each once in a pass. False: the turn is over, or
+// what was called has changed the audit.
+bool Patrol::checkChips(const Zint::Epoch::Mark& mark) {
+  while (checked_ < chips_.size()) {
+    if (isTurnOver()) return false;
+    hasWorked_ = true;
+    ChipState& state = *chips_[checked_++];
+    const Chip::Ptr chip = state.chip;
     if (chip->isAbsent() || chip->isRestoring()) continue;
     Zint::String8 error;
     bool isReset = false;
-    if (!callGuarded([&] { isReset = chip->wasReset(); }, error)) {
-      if (!mark.isSuperseded()) makeAbsent(*chips_[i], error);
+    const bool isKnown = callGuarded([&] { isReset = chip->wasReset(); }, error);
+    if (mark.isSuperseded()) return false;
+    if (!isKnown) {
+      makeAbsent(state, error);
     } else if (isReset) {
       chip->doChipReset();
     }
+    if (mark.isSuperseded()) return false;
   }
+  return true;
 }
 
 void Patrol::endPass(const Zint::String8& reason) {
   const Zint::Epoch::Mark mark(commands_);
   const Zint::Seconds end = time();
   isInPass_ = false;
+  probe_ = nullptr;
   next_.reset();
   const Zint::Ptr<ChipReadRequest> request = std::exchange(request_, nullptr);
   const ChipMemory::Ptr region = std::exchange(region_, nullptr);
@@ -92,38 +120,63 @@ void Patrol::doSlice() {
   retryReplays();
   if (!isRunning()) return wakeAt(nextReplayTry());
   const Zint::Epoch::Mark mark(commands_);
-  turnStart_ = time();
+  TurnResult turn{.start = time(), .isFirst = !isInPass_};
+  turnStart_ = turn.start;
   repairsOfTurn_ = 0;
+  isFirstRun_ = true;
+  hasWorked_ = false;
   const Zint::Seconds late = turnStart_ - due_;
   if (late > longDelay) DRIVER_TRACE(0, "nobody drove the loop for " << late << " s");
   // What throws, for want of memory for instance, does not end the patrol.
   wakeAt(turnStart_ + std::max(shadow_.sliceInterval(), 1.0));
-  retryAbsent();
-  if (mark.isSuperseded()) return;
-  if (!isInPass_) {
-    if (turnStart_ < nextPass_) return wakeForPass();
-    beginPass();
-    if (mark.isSuperseded() || !isInPass_) return;
+  const U64 begin = isInPass_ ? done_ : 0;
+  bool hasTried = false;
+  {
+    const Inside inside(isInTurn_);
+    hasTried = retryAbsent();
+    if (!mark.isSuperseded() && !isInPass_ && turn.start >= nextPass_) beginPass();
+    turn.isFirst = turn.isFirst && isInPass_;
+    turn.isOutsidePass = !isInPass_;
+    if (!mark.isSuperseded() && isInPass_) turn.isLast = slice(mark);
   }
+  turn.duration = time() - turn.start;
+  if (turn.isOutsidePass) {
+    if (hasTried) tellTurn(turn);
+    if (!mark.isSuperseded() && turn.start < nextPass_) wakeForPass();
+    return;
+  }
+  turn.entries = done_ - begin;
+  if (!mark.isSuperseded()) result_.longestTurn = std::max(result_.longestTurn, turn.duration);
+  tellTurn(turn);
+  if (mark.isSuperseded()) return;
+  if (turn.isLast) {
+    endPass("");
+    if (mark.isSuperseded()) return;
+    nextPass_ = result_.start + shadow_.minIntervalBetweenAudits();
+    return wakeForPass();
+  }
+  shadow_.passEntriesDoneIs(std::min(done_, shadow_.passEntries()));
+  if (mark.isSuperseded()) return;
+  turnEnd_ = time();
+  wakeAt(turnEnd_ + shadow_.sliceInterval());
+}
+
+// The work of one turn. True: the pass is at its end.
+bool Patrol::slice(const Zint::Epoch::Mark& mark) {
+  if (!checkChips(mark)) return false;
+  if (probe_ != nullptr && goOnProbing(nullptr) != Visit::done) return false;
   bool isFull = false;
   for (U32 budget = shadow_.maxEntriesPerSlice(); budget > 0 && !isFull && !isTurnOver();) {
-    if (region_ == nullptr && !nextRegion()) {
-      result_.longestTurn = std::max(result_.longestTurn, time() - turnStart_);
-      endPass("");
-      if (mark.isSuperseded()) return;
-      nextPass_ = result_.start + shadow_.minIntervalBetweenAudits();
-      return wakeForPass();
-    }
+    if (region_ == nullptr && !nextRegion()) return true;
     U32 done = 0;
     const Visit visited = visit(budget, done);
-    if (mark.isSuperseded()) return;
+    hasWorked_ = true;
+    if (mark.isSuperseded()) return false;
     // A region that has nothing to read costs a little, too.
     budget -= std::min(budget, std::max(done, U32{1}));
     isFull = visited == Visit::full || visited == Visit::ended;
   }
-  result_.longestTurn = std::max(result_.longestTurn, time() - turnStart_);
-  shadow_.passEntriesDoneIs(std::min(done_, shadow_.passEntries()));
-  if (!mark.isSuperseded()) wakeAt(time() + shadow_.sliceInterval());
+  return region_ == nullptr && !*next_;
 }
 
 // For the next pass, or before that to look whether an absent chip answers. Without any chip that
@@ -135,9 +188,45 @@ void Patrol::wakeForPass() {
   wakeAt(std::min(isWaiting ? time() + longestWait : nextPass_, nextTry()));
 }
 
-bool Patrol::isTurnOver() const {
-  return shadow_.turnBound() != Zint::never && time() - turnStart_ >= shadow_.turnBound();
+void Patrol::tellTurn(const TurnResult& turn) {
+  shadow_.notifyEach<AuditedShadow::NotifieeConst>(
+      AuditedShadow::Id::turn,
+      [&](AuditedShadow::NotifieeConst& notifiee) { notifiee.onTurn(turn); });
 }
+
+U32 Patrol::regionsUnderAudit() const {
+  const Zint::Ptr<ChipReadRequest> request = shadow_.auditReadRequest();
+  return request == nullptr ? 0 : request->chipMemorys();
+}
+
+// --- The bound of a turn -------------------------------------------------------------------------
+
+Zint::Seconds Patrol::timeLeft() const {
+  return isBounded() ? shadow_.turnBound() - (time() - turnStart_) : Zint::never;
+}
+
+bool Patrol::isTurnOver() const { return hasWorked_ && timeLeft() <= 0; }
+
+// Whether so many accesses of one entry end within one access after the bound. What a turn cannot
+// put off, because it began with this entry alone, is done.
+bool Patrol::hasTimeFor(const Run& run, U32 accesses) const {
+  if (!isBounded() || (isFirstRun_ && run.end - run.first == 1)) return true;
+  return run.state.cost.single() * (accesses - 1) <= timeLeft();
+}
+
+// How many entries of the chip the next access may read. 0: it would end after the bound.
+U32 Patrol::entriesOfAccess(const ChipState& chip) const {
+  if (!isBounded()) return ~0u;
+  const Zint::Seconds left = timeLeft();
+  if (!isFirstRun_ && left < chip.cost.single()) return 0;
+  return std::min(runLimit_, chip.cost.entriesWithin(left));
+}
+
+void Patrol::endAccess(Run& run, Zint::Seconds begin, U32 accesses) {
+  if (isBounded() && !run.isSuperseded()) run.state.cost.add(1, (time() - begin) / accesses);
+}
+
+// --- Regions -------------------------------------------------------------------------------------
 
 bool Patrol::nextRegion() {
   if (!*next_) return false;
@@ -176,7 +265,9 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     leaveRegion();
     return Visit::done;
   }
-  U32 end = entry_ + std::min(budget, cm->entries() - entry_);
+  const U32 most = entriesOfAccess(chip);
+  if (most == 0) return Visit::full;
+  U32 end = entry_ + std::min({budget, most, cm->entries() - entry_});
   if (policy != nullptr) {
     if (const U32 readable = firstRead(*policy, entry_, end); readable != entry_) {
       done = readable - entry_;
@@ -188,8 +279,14 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
   }
   const Zint::Epoch::Mark mark(commands_);
   const Visit visited = audit(cm, entry_, end, result_, done);
+  isFirstRun_ = false;
   if (mark.isSuperseded()) return Visit::ended;
   const U32 read = end - entry_;
+  if (isBounded()) {
+    // What a turn had to leave is read again: the next accesses read less.
+    const U32 limit = std::min(runLimit_, largestRunLimit);
+    runLimit_ = visited == Visit::full ? std::max(done / 2, U32{1}) : 2 * limit;
+  }
   entry_ += done;
   done_ += done;
   if (visited == Visit::isVoid) {
@@ -237,7 +334,7 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
     U32 end = entry + std::min(first + count - entry, shadow_.maxEntriesPerSlice());
     if (policy != nullptr) {
       entry = firstRead(*policy, entry, end);
-      if (entry == end) continue;
+      if (entry == end || !isRead(policy->rule(entry))) continue;
       end = readEnd(*policy, entry, end);
     }
     U32 judged = 0;
@@ -254,6 +351,12 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
   }
   if (visited == Visit::ended) result.reason = "a notifiee or an access has changed the audit";
   result.duration = result.longestTurn = time() - result.start;
+  if (!isInTurn_) {
+    tellTurn({.start = result.start,
+              .duration = result.duration,
+              .entries = result.entries,
+              .isOutsidePass = true});
+  }
   return result;
 }
 
@@ -266,36 +369,50 @@ void Patrol::makeAbsent(ChipState& state, const Zint::String8& reason) {
   chip->absentIs(true, reason, time());
 }
 
-// Throws where the chip does not answer. Nothing is read where no entry of it may be.
-void Patrol::readAnyEntry(const Chip& chip) const {
+// Reads an entry of the region. False: none may be read. Throws where the chip does not answer.
+bool Patrol::readAnyEntry(const ChipMemory::Ptr& cm) const {
+  if (!isUnderAudit(*cm) || !whyNotHeld(*cm).empty()) return false;
+  const RegionMarks* marks = this->marks(cm.ptr());
+  const U32 entry = marks == nullptr || marks->policy == nullptr
+                        ? 0
+                        : firstRead(*marks->policy, 0, cm->entries());
+  if (entry >= cm->entries()) return false;
+  if (marks != nullptr && marks->policy != nullptr && !isRead(marks->policy->rule(entry))) {
+    return false;
+  }
+  std::vector<U8> value(cm->entrySize());
+  cm->chipHam()->doRead(cm->entryAddress(entry), value.data(), cm->entrySize(), 1);
+  return true;
+}
+
+// Throws where the chip does not answer. Nothing is read where no entry of it may be. The region
+// that was read last is likely to do: the others are many.
+void Patrol::readAnyEntry(const Chip::Ptr& chip) const {
   const Zint::Ptr<ChipReadRequest> request = shadow_.auditReadRequest();
-  if (request == nullptr) return;
+  const ChipState* const state = stateOf(chip);
+  if (request == nullptr || state == nullptr) return;
+  const ChipMemory::Ptr last = request->chipMemory(state->lastRead);
+  if (last != nullptr && findChip(*last) == chip && readAnyEntry(last)) return;
   for (auto member = request->chipMemoryIterator(); member; ++member) {
     const ChipMemory::Ptr cm = member->chipMemory();
-    if (findChip(*cm).ptr() != &chip || !isUnderAudit(*cm) || !whyNotHeld(*cm).empty()) continue;
-    const RegionMarks* marks = this->marks(cm.ptr());
-    const U32 entry = marks == nullptr || marks->policy == nullptr
-                          ? 0
-                          : firstRead(*marks->policy, 0, cm->entries());
-    if (entry >= cm->entries()) continue;
-    std::vector<U8> value(cm->entrySize());
-    return cm->chipHam()->doRead(cm->entryAddress(entry), value.data(), cm->entrySize(), 1);
+    if (cm != last && findChip(*cm) == chip && readAnyEntry(cm)) return;
   }
 }
 
 // Looks whether the absent chips whose time has come answer again. Those that are being restored
-// are tried by their replay.
-void Patrol::retryAbsent() {
+// are tried by their replay. False: there was none.
+bool Patrol::retryAbsent() {
   const Zint::Seconds now = time();
   bool isAnyTried = false;
   for (const Chip::Ptr& chip : chips()) {
     if (!chip->isAbsent() || chip->isRestoring() || now < chip->nextTry()) continue;
-    isAnyTried = true;
+    if (isTurnOver()) break;  // the others in the next turn
+    isAnyTried = hasWorked_ = true;
     Zint::String8 error = "its sentinel register is wrong";
     bool isPresent = false, isReset = false;
     const bool isAnswered = callGuarded(
         [&] {
-          readAnyEntry(*chip);
+          readAnyEntry(chip);
           isPresent = chip->isPresent();
           if (isPresent) isReset = chip->wasReset();
         },
@@ -311,6 +428,7 @@ void Patrol::retryAbsent() {
     if (isReset) chip->doChipReset();
   }
   if (isAnyTried) updateState();
+  return isAnyTried;
 }
 
 }  // namespace Driver

@@ -24,6 +24,13 @@ bool Patrol::repairJudged(const ChipMemory::Ptr& cm, U32 entry) {
   return true;
 }
 
+// Those that a repair needs at most.
+U32 Patrol::accessesOfRepair(const Run& run, U32 entry) const {
+  const bool isKept = run.policy != nullptr && run.policy->mask(entry) != nullptr &&
+                      run.policy->rewrite(entry) == Rewrite::kept;
+  return 1 + (isKept ? 1 : 0) + (shadow_.rereads() ? 1 : 0) + (shadow_.verifies() ? 1 : 0);
+}
+
 void Patrol::rewrite(Judgement& judgement) {
   Run& run = judgement.run;
   const U32 entry = judgement.entry;
@@ -40,6 +47,8 @@ void Patrol::rewrite(Judgement& judgement) {
     judgement.verdict = Verdict::writtenMeanwhile;
     return;
   }
+  const Zint::Seconds begin = beginAccess();
+  U32 accesses = 1;
   std::vector<U8> merged, kept;
   U8* value = run.expected(entry);
   if (run.policy != nullptr && run.policy->mask(entry) != nullptr) {
@@ -52,6 +61,7 @@ void Patrol::rewrite(Judgement& judgement) {
         if (!merged.empty()) {
           if (run.policy->rewrite(entry) == Rewrite::kept) {
             run.ham->doRead(run.cm->entryAddress(entry), kept.data(), run.entrySize, 1);
+            accesses = 2;
             if (!run.isSuperseded()) isPresent = run.chip->isPresent();
             isStillWanted = isPresent && !run.isSuperseded() && !run.isMarked(entry);
             if (!isStillWanted) return;
@@ -62,6 +72,7 @@ void Patrol::rewrite(Judgement& judgement) {
         run.ham->doWrite(run.cm->entryAddress(entry), value, run.entrySize, 1);
       },
       judgement.error);
+  endAccess(run, begin, accesses);
   if (isWritten && isPresent && !isStillWanted) {
     judgement.verdict = run.isSuperseded() ? Verdict::refused : Verdict::writtenMeanwhile;
     return;
@@ -83,11 +94,13 @@ void Patrol::rewrite(Judgement& judgement) {
 void Patrol::verify(Judgement& judgement) {
   Run& run = judgement.run;
   std::vector<U8> value(run.entrySize);
+  const Zint::Seconds begin = beginAccess();
   const bool isRead = callGuarded(
       [&] {
         run.ham->doRead(run.cm->entryAddress(judgement.entry), value.data(), run.entrySize, 1);
       },
       judgement.error);
+  endAccess(run, begin);
   if (!isRead || run.isSuperseded() || run.isMarked(judgement.entry)) return;
   if (run.isEqual(judgement.entry, value.data())) {
     judgement.nature = Nature::soft;

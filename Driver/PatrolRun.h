@@ -4,6 +4,7 @@
 #include <Driver/Patrol.h>
 #include <cxxabi.h>
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 
@@ -46,7 +47,7 @@ inline Zint::String8 whyNotAuditable(const Hardware::ChipMemory& cm) {
 }
 
 // The first entry in [first, end) that the patrol reads, and the first after `first` that it does
-// not; `end` if there is none.
+// not; `end` if there is none. Both may be an earlier entry behind very many runs.
 U32 firstRead(const Policy& policy, U32 first, U32 end);
 U32 readEnd(const Policy& policy, U32 first, U32 end);
 
@@ -116,6 +117,11 @@ struct Patrol::Run {
   // Written by a client since the last visit.
   bool isMarked(U32 entry) const { return marks.at(entry) || bitAt(dirtyBuf->data(), entry); }
   // As nextDifference() judges it.
+  // Written by a client, or with an open finding, when the run was read; also for other entries.
+  bool wasMarked(U32 entry) const {
+    return entry >= first && entry < end &&
+           (marks.at(entry) || std::binary_search(open.begin(), open.end(), entry));
+  }
   bool isEqual(U32 entry, U8* value) const {
     if (policy != nullptr && policy->mask(entry) != nullptr &&
         policy->equals(entry, expected(entry), value)) {
@@ -140,7 +146,8 @@ struct Patrol::Run {
   const U32 end;
   const U32 entrySize;
   BitCopy marks;          // that were cleared when the run was read
-  std::vector<U32> open;  // entries whose finding was open then
+  std::vector<U32> open;  // entries whose finding was open then, ascending
+  bool differs = false;   // an entry of it
 };
 
 // One entry that differs, between its report and what is told of it.

@@ -9,28 +9,38 @@
 
 namespace Driver {
 
-// One bit an entry; grows with the entries that are set.
+// One bit an entry; grows with the entries that are set. In pages: no single step takes long,
+// however many entries there are.
 class EntryBits {
  public:
   bool at(U32 entry) const {
-    return entry >> 3 < bytes_.size() && (bytes_[entry >> 3] >> (entry & 7) & 1) != 0;
+    const std::size_t page = entry / entriesOfPage, byte = byteOf(entry);
+    return page < pages_.size() && byte < pages_[page].size() &&
+           (pages_[page][byte] >> (entry & 7) & 1) != 0;
   }
   void atIs(U32 entry, bool is) {
     if (at(entry) == is) return;
-    if (entry >> 3 >= bytes_.size()) bytes_.resize((entry >> 3) + std::size_t{1});
+    const std::size_t page = entry / entriesOfPage, byte = byteOf(entry);
+    if (page >= pages_.size()) pages_.resize(page + 1);
+    if (byte >= pages_[page].size()) pages_[page].resize(byte + 1);
     const U32 bit = 1u << (entry & 7);
-    U8& byte = bytes_[entry >> 3];
-    byte = static_cast<U8>(is ? byte | bit : byte & ~bit);
-    set_ = is ? set_ + 1 : set_ - 1;
+    U8& bits = pages_[page][byte];
+    bits = static_cast<U8>(is ? bits | bit : bits & ~bit);
+    set_ += is ? 1u : ~0u;
   }
   U32 size() const { return set_; }  // bits that are set
   void clear() {
-    bytes_.clear();
+    pages_.clear();
     set_ = 0;
   }
 
  private:
-  std::vector<U8> bytes_;
+  static constexpr U32 bytesOfPage = 4096;
+  static constexpr U32 entriesOfPage = bytesOfPage * 8;
+
+  static U32 byteOf(U32 entry) { return entry % entriesOfPage >> 3; }
+
+  std::vector<std::vector<U8>> pages_;
   U32 set_ = 0;
 };
 

@@ -48,13 +48,14 @@ class PatrolChip : public Hardware::ChipHam {
   std::set<U64> readAddresses;
   U64 reads = 0;                       // accesses
   U64 writes = 0;                      // entries
-  Zint::ManualClock* clock = nullptr;  // is moved on by `cost` at each access
-  Zint::Seconds cost = 0;
+  Zint::ManualClock* clock = nullptr;  // is moved on at each access:
+  Zint::Seconds callCost = 0;          // by this,
+  Zint::Seconds cost = 0;              // and by this for each entry
   std::function<void(U64 address, U32 entries)> afterRead, afterWrite;
 
  private:
   void access(bool isRead, U64 address, U32 entries) {
-    if (clock != nullptr) clock->timeIs(clock->time() + cost * entries);
+    if (clock != nullptr) clock->timeIs(clock->time() + callCost + cost * entries);
     if (isAway) throw std::runtime_error("no answer");
     if (!isRead) return;
     ++reads;
