@@ -1,6 +1,6 @@
 // The patrol and the model are given the same steps and compared after each one.
 //
-//   UMBRA_DRIVERLOCKSTEP_OPERATIONS=20000000 UMBRA_LOCKSTEP_SEED=7 driverlockstep-tests
+//   UMBRA_DRIVERLOCKSTEP_OPERATIONS=5000000 UMBRA_LOCKSTEP_SEED=7 driverlockstep-tests
 #include <Zint/Trace.h>
 #include <gtest/gtest.h>
 
@@ -31,7 +31,7 @@ U64 number(const char* variable, U64 otherwise) {
 }
 
 TEST(DriverLockstep, libraryAndModelAgree) {
-  constexpr U64 usual = 200'000;
+  constexpr U64 usual = 50'000;
   const Silence silence;
   const U64 steps = number("UMBRA_DRIVERLOCKSTEP_OPERATIONS", usual);
   const U64 first = number("UMBRA_LOCKSTEP_SEED", 1) * 1'000'000;

@@ -170,9 +170,9 @@ Model::Judged Model::judge(Pass& pass, Slice& slice, U32& judgedEnd) {
     if (region.mode == ChipMemory::buffered_) break;
     if (!differs(slice.region, read.entry, read.value)) continue;
     bool isVoid = false;
+    const Bytes expected = region.entries[read.entry].shadow;  // a client may write it meanwhile
     if (chipWasReset(pass, slice, read.entry, isVoid)) {
-      tell(pass, slice.region, read.entry, region.entries[read.entry].shadow, read.value,
-           Verdict::reset);
+      tell(pass, slice.region, read.entry, expected, read.value, Verdict::reset);
       doChipReset(region.chip);
       return Judged::isReset;
     }
