@@ -30,6 +30,7 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             PATTERN "StoreAccess.h" EXCLUDE
             PATTERN "ByName.h" EXCLUDE
             PATTERN "Umbra.h" EXCLUDE
+            PATTERN "AccessCost.h" EXCLUDE
             PATTERN "AlarmWindows.h" EXCLUDE
             PATTERN "Driver.h" EXCLUDE
             PATTERN "Patrol.h" EXCLUDE

@@ -7,9 +7,9 @@
 import gdb
 import re
 
-OURS = re.compile(r"(Hardware|Zint|Mirl|Fru|Hal|Platform)::")
+OURS = re.compile(r"(Hardware|Zint|Mirl|Fru|Hal|Platform|Driver)::")
 # A type's line in gdb's list: "42:     class Hardware::ChipMemory;".
-LISTED = re.compile(r"^(?:\d+:)?\s+(?:class |struct |union )?((?:Hardware|Zint|Mirl|Fru|Hal|Platform)::.*);$")
+LISTED = re.compile(r"^(?:\d+:)?\s+(?:class |struct |union )?((?:Hardware|Zint|Mirl|Fru|Hal|Platform|Driver)::.*);$")
 
 
 def is_class(type_):
