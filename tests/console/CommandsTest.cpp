@@ -339,8 +339,7 @@ TEST_F(CommandsTest, check_saysWhatWillGoWrong) {
   EXPECT_EQ(outputOf("check"), "nothing is wrong\n");
   session_.run("set /shadow/sliceInterval 0");
   session_.run("set /shadow/chipMemory/vlan/mode buffered");
-  EXPECT_THAT(outputOf("check"),
-              MatchesRegex("shadow: .*sliceInterval.*\nvlan: .*buffered.*\n"));
+  EXPECT_THAT(outputOf("check"), MatchesRegex("shadow: .*sliceInterval.*\nvlan: .*buffered.*\n"));
 }
 
 TEST_F(CommandsTest, fault_refuses) {

@@ -51,6 +51,7 @@ TEST_F(ScriptTest, theScriptedSessionTellsItsStory) {
   EXPECT_EQ(runLines(session_, lines, errors_, true), 0u);
   EXPECT_EQ(errors_.str(), "");
   EXPECT_TRUE(session_.isEnded());
+  EXPECT_THAT(out_.str(), HasSubstr("\nnothing is wrong\n"));
 
   // The write by name reaches shadow and chip, the damage is seen, and the audit undoes it.
   const std::string story = textAfter(out_.str(), "'idle'\n");
@@ -69,6 +70,11 @@ TEST_F(ScriptTest, theScriptedSessionTellsItsStory) {
   // Dropped: the table without hardware, and at the end the one that was made.
   const std::string listing = textAfter(story, "-> 1\n0x04030201\n1\n");
   EXPECT_THAT(listing, AllOf(HasSubstr("'mac'#"), HasSubstr("'spare'#"), Not(HasSubstr("stack"))));
+  // What a policy says, what the patrol found, and the reset that was found and replayed.
+  EXPECT_THAT(listing,
+              testing::StartsWith("'detectOnly (entries 8 to 11); unwritten: baseline'\n"));
+  EXPECT_THAT(listing, AllOf(HasSubstr(": detectOnly\n"), HasSubstr(": reset\n1\n")));
+  EXPECT_NE(onChip(0x80040), 0xdeadbeefu);
   EXPECT_THAT(listing, testing::EndsWith("null\n'auditing'\n"));
   const auto shadow = opened_.theSwitch().shadow();
   EXPECT_EQ(shadow->chipMemorys(), 5u);

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace Demo {
@@ -419,6 +420,74 @@ TEST(LedgerTest, accountIsEvenWhileFlipsAndWritesRace) {
     remaining += static_cast<U32>(__builtin_popcount(chip[r] ^ held[r]));
   }
   EXPECT_EQ(account.remaining, remaining);
+}
+
+// The same while writes are lost, registers are reset and a bit is stuck.
+TEST(LedgerTest, accountIsEvenWhateverBefallsTheRegistersWhileFlipsRace) {
+  constexpr U32 flips = 100'000;
+  constexpr U32 registers = 4;
+  alignas(4) static U32 chip[registers] = {};
+  const auto log = std::make_unique<Demo::FlipLog>();
+  std::atomic<bool> isDone{false};
+  std::thread flipper([&] {
+    std::mt19937 random(5);
+    for (U32 i = 0; i < flips;) {
+      if (log->isFull()) {
+        std::this_thread::yield();
+        continue;
+      }
+      const U32 address = random() % registers * 4;
+      const U32 bit = U32{1} << random() % 32;
+      const U32 before = std::atomic_ref<U32>(chip[address / 4]).fetch_xor(bit);
+      log->append({address, before, before ^ bit, i++});
+    }
+    isDone = true;
+  });
+
+  Demo::Ledger ledger(sizeof chip);
+  std::mt19937 random(13);
+  U32 written[registers] = {};
+  U32 stuck[registers] = {};
+  while (!isDone) {
+    const U32 r = random() % registers;
+    std::atomic_ref<U32> held(chip[r]);
+    const U32 value = static_cast<U32>(random());
+    ledger.isRestoringIs(random() % 4 == 0);
+    switch (random() % 8) {
+      case 0:
+        ledger.recordLostWrite(r * 4, written[r] = value);
+        break;
+      case 1:
+        ledger.recordReset(r * 4, held.exchange(0), 0);
+        break;
+      case 2:
+        stuck[r] = U32{1} << random() % 32;
+        ledger.recordStuck(r * 4, held.fetch_and(~stuck[r]), stuck[r]);
+        break;
+      case 3:
+        stuck[r] = 0;
+        break;
+      default:
+        written[r] = value;
+        ledger.recordWrite(r * 4, held.exchange(value & ~stuck[r]), value, value & ~stuck[r]);
+    }
+    for (Demo::Flip flip; random() % 64 == 0 && log->take(flip);) ledger.recordFlip(flip);
+  }
+  flipper.join();
+  for (Demo::Flip flip; log->take(flip);) ledger.recordFlip(flip);
+  for (U32 r = 0; r < registers; ++r) {
+    ledger.recordWrite(r * 4, std::exchange(chip[r], written[r]), written[r]);
+  }
+
+  const Account account = ledger.account(chip);
+  EXPECT_EQ(account.flips(), flips);
+  EXPECT_GT(account.lost, 0u);
+  EXPECT_GT(account.forgotten, 0u);
+  EXPECT_GT(account.stuck, 0u);
+  EXPECT_EQ(account.unexplained, 0u);
+  EXPECT_EQ(account.remaining, 0u);
+  EXPECT_EQ(account.injected,
+            account.repaired + account.restored + account.overwritten + account.undone);
 }
 
 }  // namespace
