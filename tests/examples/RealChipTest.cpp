@@ -63,8 +63,8 @@ class RealChipTest : public testing::Test {
  protected:
   RealChipTest() {
     // Time that passes for nothing.
-    small.shadow->minIntervalBetweenAuditsIs(0);
-    small.shadow->sliceIntervalIs(0.0001);
+    small.governor->periodIs(0);
+    small.governor->shareIs(0.5);
     small.chip->retryMinIs(0.001);
     for (U32 e = 0; e < 1024; ++e) small.mac->write<U64>(e, e == 9 ? 0 : 0x100000001 * e);
     for (U32 e = 0; e < 256; ++e) small.acl->write<U64>(e, e);
