@@ -532,10 +532,8 @@ Patrol::ChipState* Patrol::stateOf(const Chip::Ptr& chip) const {
   for (const auto& state : chips_) {
     if (state->chip == chip) return state.get();
   }
-  for (const auto& [ham, state] : defaultChips_) {
-    if (state->chip == chip) return state.get();
-  }
-  return nullptr;
+  const auto made = defaultChips_.find(chip->chipHam().ptr());
+  return made != defaultChips_.end() && made->second->chip == chip ? made->second.get() : nullptr;
 }
 
 Chip::Ptr Patrol::findChip(const ChipMemory& region) const {

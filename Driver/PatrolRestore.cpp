@@ -78,6 +78,7 @@ Zint::Seconds Patrol::nextReplayTry() const {
 // Goes on with the replays whose chips may answer again.
 void Patrol::retryReplays() {
   const Zint::Seconds now = time();
+  if (nextTry() > now) return;
   for (const Chip::Ptr& chip : chips()) {
     const ChipState* const state = stateOf(chip);
     if (state == nullptr || state->replay == nullptr || !chip->isRestoring() || !chip->isAbsent() ||
