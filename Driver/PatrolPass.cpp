@@ -403,7 +403,7 @@ void Patrol::readAnyEntry(const Chip::Ptr& chip) const {
 // are tried by their replay. False: there was none.
 bool Patrol::retryAbsent() {
   const Zint::Seconds now = time();
-  if (nextTry() > now) return;
+  if (nextTry() > now) return false;
   bool isAnyTried = false;
   for (const Chip::Ptr& chip : chips()) {
     if (!chip->isAbsent() || chip->isRestoring() || now < chip->nextTry()) continue;
