@@ -270,7 +270,10 @@ void Patrol::handleReset(const Chip::Ptr& chip) {
 void Patrol::handleRestored(const Chip::Ptr& chip) {
   const AuditedShadow::Ptr self(&shadow_);
   commands_.advance();
-  if (ChipState* state = stateOf(chip); state != nullptr) dropReplay(*state);
+  if (ChipState* state = stateOf(chip); state != nullptr) {
+    state->isRestored = true;
+    dropReplay(*state);
+  }
   nextPass_ = -Zint::never;
   resume();
   updateState();

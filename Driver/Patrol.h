@@ -70,6 +70,7 @@ class Patrol {
     bool hasRead = false;      // it answered in this pass, and has not become absent since
     bool isAlive = false;      // it answered since the audit began, and has not become absent since
     bool isMissed = false;     // a region of it was not audited in this pass
+    bool isRestored = false;   // after a reset, and not completely audited since
     U64 probedPass = 0;        // the last pass in which a difference asked for it
     AccessCost cost;           // measured while turns are bounded
     Hardware::ChipAddress lastRead;  // the region that was read last

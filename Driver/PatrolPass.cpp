@@ -98,8 +98,10 @@ void Patrol::endPass(const Zint::String8& reason) {
   const PassResult result = result_;
   if (reason.empty()) {
     for (const Chip::Ptr& chip : chips()) {
-      const ChipState* state = stateOf(chip);
-      if (state != nullptr && !state->isMissed && state->hasRead) chip->auditsInc();
+      ChipState* const state = stateOf(chip);
+      if (state == nullptr || state->isMissed || !state->hasRead) continue;
+      state->isRestored = false;
+      chip->auditsInc();
     }
   }
   if (result.isComplete) {

@@ -167,6 +167,9 @@ bool Patrol::isProbed(const Probe& probe, U32 entry, const Run* run) const {
   const Policy* policy = marks == nullptr ? nullptr : marks->policy.ptr();
   if (policy != nullptr && !isCompared(policy->rule(entry))) return false;
   if (marks != nullptr && marks->open.at(entry)) return false;
+  // What the replay has not written, the reset has left so.
+  const ChipState* const state = findState(cm);
+  if (state != nullptr && state->isRestored && !isWritten(cm, entry)) return false;
   const U32 size = cm.entrySize();
   return !isResetValue(policy, entry, cm.shadow()->data() + std::size_t{entry} * size, size);
 }

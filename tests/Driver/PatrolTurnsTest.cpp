@@ -149,4 +149,19 @@ TEST_F(PatrolTurns, aRegionThatComesUnderAuditWhileAChipIsRestoredIsRead) {
   EXPECT_GT(other->reads, before);
 }
 
+// The replay writes what clients wrote. What was only adopted is lost, and no sign of a new reset.
+TEST_F(PatrolTurns, adoptedValuesThatAResetHasLostAreNotTakenForAnotherReset) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 64);
+  for (U32 e = 0; e < 32; ++e) set(mac, e, e + 1);
+  audit();
+  for (U32 e = 32; e < 40; ++e) write(mac, e, 7);
+  pass();
+  for (U32 e = 0; e < 64; ++e) set(mac, e, 0);
+  for (U32 i = 0; i < 10; ++i) pass();
+  EXPECT_EQ(shadow->chip(mac)->resets(), 1u);
+  EXPECT_TRUE(passes.back().isComplete);
+  EXPECT_EQ(get(mac, 32), 7u);
+  EXPECT_EQ(get(mac, 0), 1u);  // known, and repaired as ever
+}
+
 }  // namespace

@@ -60,6 +60,7 @@ struct RegionModel {
 
 struct ChipModel {
   bool isAbsent = false, isRestoring = false;
+  bool isRestored = false;  // after a reset, and not completely audited since
   U32 absences = 0, resets = 0, audits = 0, tries = 0;
   Zint::Seconds nextTry = Zint::never;
 };
@@ -89,7 +90,10 @@ class Model {
   void policyDel(U32 region);
   void quarantineDel(U32 region, U32 entry);
   void doChipReset(U32 chip);
-  void doRestored(U32 chip) { chips[chip].isRestoring = false; }
+  void doRestored(U32 chip) {
+    chips[chip].isRestored = chips[chip].isRestored || chips[chip].isRestoring;
+    chips[chip].isRestoring = false;
+  }
   void stateIs(bool isAuditing);
 
   // Follows what a turn gave, or a mutator; throws a Mismatch.

@@ -105,6 +105,8 @@ bool Model::isStillPresent(U32 chip) { return take(What::present, chip, 0).answe
 bool Model::isProbe(U32 r, U32 e) const {
   const RegionModel& region = regions[r];
   const EntryModel& entry = region.entries[e];
+  // What the restoring has not written, the reset has left so.
+  if (chips[region.chip].isRestored && !entry.written) return false;
   return region.hasStore() && region.audited && region.mode != ChipMemory::buffered_ &&
          Driver::isCompared(entry.rule) && entry.known && !entry.mark && !entry.open &&
          entry.shadow != entry.reset;

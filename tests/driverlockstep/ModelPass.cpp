@@ -300,7 +300,9 @@ void Model::endPass(const Event& event) {
   if (isComplete && isLenient) isComplete = event.pass.isComplete;
   for (U32 c = 0; c < chips.size(); ++c) {
     const bool counts = !pass.isEnded && isWhole[c] && pass.hasRead[c] && !pass.chipVanished[c];
-    if (counts && (!isUnsure[c] || world_.chips[c]->audits() != chips[c].audits)) ++chips[c].audits;
+    if (!counts || (isUnsure[c] && world_.chips[c]->audits() == chips[c].audits)) continue;
+    ++chips[c].audits;
+    chips[c].isRestored = false;
   }
   if (isComplete) ++audits;
   if (event.pass.isComplete != isComplete) fail("complete or not");
