@@ -4,7 +4,7 @@
 readonly JOBS=${UMBRA_JOBS:-$(nproc)}
 STEPS=(
   scopes-x86 scopes-x64 lockstep-x86 lockstep-x64 driverlockstep-x86 driverlockstep-x64
-  simulation-x86 simulation-x64 reentrancy-x86 reentrancy-x64
+  simulation-x86 simulation-x64 driversimulation-x86 driversimulation-x64 reentrancy-x86 reentrancy-x64
   ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   memcheck-x86 helgrind-x86
 )
@@ -34,6 +34,7 @@ what_is() {
     lockstep-*) echo "library and independent model, compared after each operation" ;;
     driverlockstep-*) echo "patrol and independent model, compared after each operation" ;;
     simulation-*) echo "whole systems of random clients, chips and faults" ;;
+    driversimulation-*) echo "whole systems of chips that vanish, reset and stick" ;;
     reentrancy-*) echo "every pair of operation and interfering observer" ;;
     ndebug-*) echo "every assertion stays in a build with NDEBUG" ;;
     asan-*) echo "tests, g++ with address and undefined sanitizers" ;;
@@ -54,7 +55,7 @@ list_steps() {
 # needed_folder <step>: the folder of tests/ it runs; nothing when it runs several.
 needed_folder() {
   case $1 in
-    scopes-* | lockstep-* | driverlockstep-* | simulation-* | reentrancy-*) echo "${1%%-*}" ;;
+    scopes-* | lockstep-* | driverlockstep-* | simulation-* | driversimulation-* | reentrancy-*) echo "${1%%-*}" ;;
     tsan-* | helgrind-*) echo threads ;;
   esac
 }
@@ -66,19 +67,20 @@ is_there() {
 }
 
 set_figures() {
-  local operations=200000000 driver_operations=20000000 seeds=200000 posts=10000000
+  local operations=200000000 driver_operations=20000000 seeds=200000 driver_seeds=20000 posts=10000000
   chunk=2500000
-  if $1; then operations=2000000 driver_operations=200000 seeds=200 chunk=500000 posts=1000000; fi
+  if $1; then operations=2000000 driver_operations=200000 seeds=200 driver_seeds=100 chunk=500000 posts=1000000; fi
   operations=${UMBRA_LOCKSTEP_OPERATIONS:-$operations}
   driver_operations=${UMBRA_DRIVERLOCKSTEP_OPERATIONS:-$driver_operations}
   seeds=${UMBRA_SIMULATION_SEEDS:-$seeds}
+  driver_seeds=${UMBRA_DRIVERSIMULATION_SEEDS:-$driver_seeds}
   posts=${UMBRA_POSTS:-$posts}
   first_seed=${UMBRA_LOCKSTEP_SEED:-1}
   local name
-  for name in operations driver_operations seeds first_seed posts; do
+  for name in operations driver_operations seeds driver_seeds first_seed posts; do
     [[ ${!name} =~ ^[1-9][0-9]*$ ]] || bad_usage "'${!name}' is no number above 0"
   done
-  OPERATIONS=$operations DRIVER_OPERATIONS=$driver_operations SEEDS=$seeds POSTS=$posts
+  OPERATIONS=$operations DRIVER_OPERATIONS=$driver_operations SEEDS=$seeds DRIVER_SEEDS=$driver_seeds POSTS=$posts
   is_quick=$1
 }
 
@@ -183,6 +185,12 @@ run_simulation() {
   UMBRA_SIMULATION_SEEDS=$SEEDS "build/$1/tests/simulation-tests"
 }
 
+run_driversimulation() {
+  built "$1" driversimulation-tests
+  figure "$DRIVER_SEEDS seeds"
+  UMBRA_DRIVERSIMULATION_SEEDS=$DRIVER_SEEDS "build/$1/tests/driversimulation-tests"
+}
+
 run_reentrancy() {
   built "$1" reentrancy-tests
   UMBRA_REENTRANCY_PAIRS=1 "build/$1/tests/reentrancy-tests" | tee "build/soak/$step.out" &&
@@ -232,6 +240,7 @@ run_step() {
     lockstep-*) run_lockstep "${step##*-}" lockstep-tests "$OPERATIONS" ;;
     driverlockstep-*) run_lockstep "${step##*-}" driverlockstep-tests "$DRIVER_OPERATIONS" ;;
     simulation-*) run_simulation "${step##*-}" ;;
+    driversimulation-*) run_driversimulation "${step##*-}" ;;
     reentrancy-*) run_reentrancy "${step##*-}" ;;
     ndebug-*) run_ndebug ;;
     asan-*) tests_pass "${step##*-}-asan" ;;
