@@ -3,7 +3,6 @@
 
 #include <Zint/Enumeration.h>
 #include <algorithm>
-#include <cstdio>
 
 namespace Driver {
 namespace {
@@ -20,10 +19,11 @@ constexpr Zint::Enumeration natures{"Driver::Nature", "Nature", natureNames};
 std::string findingBytes(std::span<const U8> bytes) {
   constexpr std::size_t most = 32;
   std::string text;
+  constexpr const char* digits = "0123456789abcdef";
   for (const U8 byte : bytes.first(std::min(bytes.size(), most))) {
-    char digits[4];
-    std::snprintf(digits, sizeof digits, "x%02x", byte);
-    text += digits;
+    text += 'x';
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
   }
   return bytes.size() > most ? text + "..." : text;
 }
