@@ -136,7 +136,7 @@ U32 Policy::Comparison::differentEntry(const U8* shadow, const U8* hardware, U32
   const std::size_t endOfWhole = pieceOf(end - 1);  // pieces before it do not reach beyond `end`
   std::size_t i = pieceOf(first);
   while (i < pieces_.size() && pieces_[i].first < end) {
-    if (unmasked_[i] > 1 && i < endOfWhole && first <= pieces_[i].first) {
+    if (i < endOfWhole && unmasked_[i] > 1 && first <= pieces_[i].first) {
       const std::size_t count = std::min(unmasked_[i], endOfWhole - i);
       const std::size_t equal = differentRun(shadow, hardware, std::span(&runs_[i], count));
       i += equal;

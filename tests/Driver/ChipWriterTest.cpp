@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "ReplayTest.h"
+#include "support/Death.h"
 
 namespace {
 
@@ -385,6 +386,14 @@ TEST_F(ChipWriterTest, clientsThatHoldBackMoreThanSlicesWriteDoNotKeepItFromEndi
   }
   EXPECT_FALSE(own->chip(a)->isRestoring());
   for (U32 entry = 0; entry < 8; ++entry) EXPECT_EQ(onChip(a, entry), inShadow(a, entry));
+}
+
+TEST_F(ChipWriterTest, aCommandThatIsNoneIsFatal) {
+  threeRegions();
+  writerIs(8, 64);
+  EXPECT_DEATH(
+      request->stateIs(static_cast<Zint::Request::State>(7)),
+      Support::Assertion("Driver/Driver", 0, "void Driver::ChipWriter::handleWriteRequest()", "0"));
 }
 
 // --- Failures -----------------------------------------------------------------------------------
