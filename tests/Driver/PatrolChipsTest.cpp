@@ -202,4 +202,94 @@ TEST_F(PatrolChips, wasReset_isAskedAfterAnAbsenceBeforeAnythingIsJudged) {
   EXPECT_TRUE(told.empty());
 }
 
+// --- Chips of a driver's own kind ----------------------------------------------------------------
+
+// All regions below an address, whatever their access methods.
+class RangeChip : public Driver::Chip {
+ public:
+  RangeChip() : Chip("range", nullptr) {}
+  bool holds(const Hardware::ChipMemory& region) const override {
+    if (throws) throw std::runtime_error("holds");
+    return region.address().value() < 0x4000;
+  }
+  bool isPresent() override {
+    ++asked;
+    return answers;
+  }
+  bool throws = false, answers = true;
+  U32 asked = 0;
+};
+
+TEST_F(PatrolChips, derivedChipHoldsRegionsOfSeveralAccessMethods) {
+  Support::TraceCapture trace(0);
+  const auto second = Zint::makePtr<PatrolChip>("second");
+  const ChipMemory::Ptr a = region("a", 0x1000, 16), b = regionOf(second, "b", 0x2000, 16),
+                        c = regionOf(second, "c", 0x8000, 16);
+  const auto range = Zint::makePtr<RangeChip>();
+  shadow->chipIs(range);
+  EXPECT_EQ(shadow->chip(a), range);
+  EXPECT_EQ(shadow->chip(b), range);
+  EXPECT_NE(shadow->chip(c), range);
+  for (const ChipMemory::Ptr& cm : {a, b, c}) fill(cm, 0, 4);
+  audit();
+  settle();
+  range->answers = false;
+  for (const ChipMemory::Ptr& cm : {a, b, c}) damage(cm, 1, 99);
+  steps(10);
+  EXPECT_TRUE(range->isAbsent());
+  EXPECT_EQ(held(a, 1), 99u);
+  EXPECT_EQ(held(b, 1), 99u);
+  EXPECT_EQ(held(c, 1), 2u);
+  range->answers = true;
+  loop.clock->timeIs(loop.clock->time() + 100);
+  steps(10);
+  EXPECT_EQ(held(a, 1), 2u);
+  EXPECT_EQ(held(b, 1), 2u);
+}
+
+TEST_F(PatrolChips, derivedChipThatThrowsWhenAskedWhatItHoldsIsNoEndOfThePatrol) {
+  Support::TraceCapture trace(0);
+  const ChipMemory::Ptr a = region("a", 0x1000, 16);
+  fill(a, 0, 4);
+  const auto range = Zint::makePtr<RangeChip>();
+  shadow->chipIs(range);
+  audit();
+  settle();
+  range->throws = true;
+  damage(a, 1, 99);
+  steps(10);
+  EXPECT_NE(loop.activity->wakeTime(), Zint::never);
+  range->throws = false;
+  steps(10);
+  EXPECT_EQ(held(a, 1), 2u);
+}
+
+TEST_F(PatrolChips, chipGivenLastIsAskedFirst) {
+  const ChipMemory::Ptr a = region("a", 0x1000, 16);
+  const auto first = Driver::chipFactory("first", chip),
+             second = Driver::chipFactory("second", chip);
+  shadow->chipIs(first);
+  shadow->chipIs(second);
+  EXPECT_EQ(shadow->chip(a), second);
+  shadow->chipDel(second);
+  EXPECT_EQ(shadow->chip(a), first);
+  shadow->chipDel(first);
+  EXPECT_NE(shadow->chip(a), first);
+  EXPECT_EQ(shadow->chip(a)->name(), chip->name());
+}
+
+// --- The data path -------------------------------------------------------------------------------
+
+TEST_F(PatrolChips, dataPathIsObservedByNobody) {
+  const ChipMemory::Ptr a = region("a", 0x1000, 16), b = region("b", 0x2000, 16);
+  policyOf(b)->unwrittenIs(Driver::Unwritten::zero);
+  audit();
+  settle();
+  EXPECT_EQ(a->notifiees(), 0u);
+  for (const ChipMemory::Ptr& cm : {a, b}) {
+    EXPECT_FALSE(cm->isObserved(ChipMemory::Id::writeCacheHits));
+    EXPECT_FALSE(cm->isObserved(ChipMemory::Id::readCacheHits));
+  }
+}
+
 }  // namespace
