@@ -5,6 +5,7 @@
 #include <Zint/Sizes.h>
 #include <algorithm>
 #include <cmath>
+#include <new>
 
 namespace Driver {
 namespace {
@@ -12,6 +13,14 @@ namespace {
 // A wait that is no number, or no time, would never end or never begin.
 void requireWait(Zint::Seconds seconds, const char* message) {
   if (!(seconds > 0)) Zint::throwRangeException(message);
+}
+
+// Throws nothing: those who are to be notified matter more than the line.
+void traceChip(const Chip& chip, const char* what, const Zint::String8& why) {
+  try {
+    DRIVER_TRACE(0, chip.name() << what << why);
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 }  // namespace
@@ -73,8 +82,9 @@ void Chip::retryMaxIs(const Zint::Seconds& seconds) {
 // Every try that fails doubles the wait.
 void Chip::absentIs(bool isAbsent, const Zint::String8& reason, Zint::Seconds time) {
   const Ptr self(this);
+  Zint::String8 kept = reason;  // first: without memory nothing changes
   const bool isNew = Zint::updated(isAbsent_, isAbsent);
-  reason_ = reason;
+  reason_ = std::move(kept);
   if (isNew) {
     since_ = time;
     tries_ = 0;
@@ -85,15 +95,14 @@ void Chip::absentIs(bool isAbsent, const Zint::String8& reason, Zint::Seconds ti
   const double wait = retryMin_ * std::exp2(std::min(tries_, 64u));
   nextTry_ = isAbsent ? time + std::min(wait, std::max(retryMin_, retryMax_)) : Zint::never;
   if (isNew) {
-    DRIVER_TRACE(0,
-                 name() << (isAbsent ? ": absent: " + reason : Zint::String8(": present again")));
+    traceChip(*this, isAbsent ? ": absent: " : ": present again", reason_);
     notify(Id::isAbsent);
   }
 }
 
 void Chip::doChipReset() {
   const Ptr self(this);
-  DRIVER_TRACE(0, name() << ": reset");
+  traceChip(*this, ": reset", "");
   ++resets_;
   restoringIs(true);
   notify(Id::resets);

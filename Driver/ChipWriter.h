@@ -288,6 +288,7 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   bool verifies_ = false;
   bool verifiesThis_ = false;  // the replay under way
   bool isStarted_ = false;
+  bool isPlanned_ = false;  // false: there was no memory for the start; another try begins anew
   bool isInterrupted_ = false;
   bool includesAdopted_ = false;
   bool leavesBuffered_ = false;

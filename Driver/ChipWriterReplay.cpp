@@ -37,18 +37,25 @@ void ChipWriter::handleWriteRequest() {
 }
 
 void ChipWriter::start(const ChipWriteRequest& request) {
+  const Zint::Epoch::Mark command = commands_.advance();
+  isStarted_ = true;
+  isPlanned_ = false;
   std::vector<Job> jobs;
   std::vector<Zint::Seconds> delays;
-  for (const ChipWriteRequest::Group& group : request.groups()) {
-    for (const ChipMemory::Ptr& region : group.chipMemory) {
-      jobs.push_back({region, Zint::countOf(delays)});
+  U64 entriesToWrite = 0;
+  try {
+    for (const ChipWriteRequest::Group& group : request.groups()) {
+      for (const ChipMemory::Ptr& region : group.chipMemory) {
+        jobs.push_back({region, Zint::countOf(delays)});
+      }
+      delays.push_back(group.delay);
     }
-    delays.push_back(group.delay);
+    entriesToWrite = plan().entries;
+  } catch (const std::bad_alloc&) {
+    return fail("no memory for the start");
   }
-  const U64 entries = plan().entries;
-  const Zint::Epoch::Mark command = commands_.advance();
+  isPlanned_ = true;
   const bool wasInterrupted = std::exchange(isInterrupted_, false);
-  isStarted_ = true;
   includesAdopted_ = request.includesAdopted();
   leavesBuffered_ = request.leavesBuffered();
   verifiesThis_ = verifies_;
@@ -57,7 +64,7 @@ void ChipWriter::start(const ChipWriteRequest& request) {
   remarks_.clear();
   differences_.clear();
   leftOut_.clear();
-  entriesToWrite_ = entries;
+  entriesToWrite_ = entriesToWrite;
   entriesRewritten_ = 0;
   jobs_.swap(jobs);
   delays_.swap(delays);
@@ -90,6 +97,10 @@ void ChipWriter::doResume() {
   if (!isStarted_ || !isInterrupted_) return;
   const Ptr self(this);
   DRIVER_TRACE(0, "doResume");
+  if (!isPlanned_) {
+    if (const ChipWriteRequest::Ptr request = this->request(); request != nullptr) start(*request);
+    return;
+  }
   const Zint::Epoch::Mark command = commands_.advance();
   isInterrupted_ = false;
   reason_ = {};
@@ -102,8 +113,11 @@ void ChipWriter::fail(const Zint::String8& reason) {
   const Zint::Epoch::Mark command(commands_);
   const ChipWriteRequest::Ptr request = this->request();
   isInterrupted_ = true;
-  reason_ = reason;
-  DRIVER_TRACE(0, "ChipWriter: " << reason_);
+  try {
+    reason_ = reason;
+    DRIVER_TRACE(0, "ChipWriter: " << reason_);
+  } catch (const std::bad_alloc&) {  // those who wait for the status matter more
+  }
   notify(Id::isInterrupted);
   if (!command.isSuperseded() && request != nullptr) request->statusIs(ChipWriteRequest::failed_);
 }
@@ -140,9 +154,12 @@ void ChipWriter::handleTimeout() {
   const Zint::Epoch::Mark command(commands_);
   doWrite();
   if (command.isSuperseded() || !isStarted_ || isInterrupted_) return;
-  const Zint::Seconds wait = std::max(writeInterval_, pause_);
-  if (wait == 0) return wakeAt(0.0);
-  wakeAfter(wait);
+  try {
+    wakeAfter(std::max(writeInterval_, pause_));
+  } catch (...) {
+    wakeAt(0.0);  // the clock could not be read
+    throw;
+  }
 }
 
 void ChipWriter::doWrite() {
@@ -151,11 +168,15 @@ void ChipWriter::doWrite() {
   const AuditedShadow::Ptr shadow = this->shadow();
   const Zint::Epoch::Mark command(commands_);
   if (shadow == nullptr) return fail("the shadow is gone");
-  const auto failAt = [&](const Zint::String8& what) {
+  const auto failAt = [&](const char* what) {
     if (command.isSuperseded()) return;
-    const Zint::String8 where =
-        currentChipMemory_ == nullptr ? Zint::String8("replay") : currentChipMemory_->name();
-    fail(where + Zint::format(" entry %u: ", accessedEntry_) + what);
+    Zint::String8 text;
+    try {
+      text = currentChipMemory_ == nullptr ? Zint::String8("replay") : currentChipMemory_->name();
+      text += Zint::format(" entry %u: ", accessedEntry_) + what;
+    } catch (const std::bad_alloc&) {
+    }
+    fail(text);
   };
   try {
     writeSlice(shadow);

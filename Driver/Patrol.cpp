@@ -155,18 +155,18 @@ void Patrol::activityIs(const Zint::Ptr<Zint::ActivityConfig>& activity) {
 }
 
 void Patrol::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
-  const Zint::Ptr<SliceClock> old = std::move(clock_);
-  clock_ = nullptr;
+  Zint::Ptr<SliceClock> made;
+  if (clock != nullptr) {
+    made = Zint::makePtr<SliceClock>(shadow_.zintFwkActivity(), clock, *this);
+  }
+  const Zint::Ptr<SliceClock> old = std::exchange(clock_, made);
   if (old != nullptr) old->forget();
   // Times of the old clock mean nothing to the new one.
   nextPass_ = -Zint::never;
+  if (isRunning() || isAnyRestoring()) wakeAt(0.0);
   turnStart_ = result_.start = time();
   for (const Chip::Ptr& chip : chips()) {
     if (chip->isAbsent()) chip->nextTry_ = time();
-  }
-  if (clock != nullptr) {
-    clock_ = Zint::makePtr<SliceClock>(shadow_.zintFwkActivity(), clock, *this);
-    resume();
   }
 }
 
@@ -257,25 +257,28 @@ void Patrol::handlePaused() {
 void Patrol::handleReset(const Chip::Ptr& chip) {
   const AuditedShadow::Ptr self(&shadow_);
   commands_.advance();
+  // Armed first: what does not begin here, for want of memory for instance, begins in the next
+  // turn.
+  wakeAt(0.0);
+  if (ChipState* state = stateOf(chip); state != nullptr) {
+    state->isMissed = true;
+    dropReplay(*state);
+  }
   // The pass is void, but goes on for the other chips: one that is reset again and again does not
   // keep the patrol from them.
   if (isInPass_ && missed_.empty()) missed_ = chip->name() + " was reset";
-  resume();
-  if (ChipState* state = stateOf(chip); state != nullptr) {
-    state->isMissed = true;
-    restore(*state);
-  }
+  restore(chip);
 }
 
 void Patrol::handleRestored(const Chip::Ptr& chip) {
   const AuditedShadow::Ptr self(&shadow_);
   commands_.advance();
+  nextPass_ = -Zint::never;
+  resume();
   if (ChipState* state = stateOf(chip); state != nullptr) {
     state->isRestored = true;
     dropReplay(*state);
   }
-  nextPass_ = -Zint::never;
-  resume();
   updateState();
 }
 
@@ -285,16 +288,38 @@ void Patrol::start() {
   updateState();
 }
 
+// Replays go on.
 void Patrol::stop() {
-  wakeAt(Zint::never);
-  if (isInPass_) endPass("the shadow is " + stringValue(shadow_.state()));
+  wakeAt(isAnyRestoring() ? 0.0 : Zint::never);
+  try {
+    if (isInPass_) endPass("the shadow is " + stringValue(shadow_.state()));
+  } catch (...) {
+    dropPass();
+    updateState();
+    throw;
+  }
   updateState();
 }
 
-// A time that is past is the next turn: due now.
+bool Patrol::isAnyRestoring() const {
+  for (const auto& state : chips_) {
+    if (state->chip->isRestoring()) return true;
+  }
+  for (const auto& [ham, state] : defaultChips_) {
+    if (state->chip->isRestoring()) return true;
+  }
+  return false;
+}
+
+// A time that is past is the next turn: due now, and armed also where the clock cannot be read.
 void Patrol::wakeAt(Zint::Seconds time) {
+  if (const Zint::Ptr<SliceClock> clock = clock_; clock != nullptr) clock->timeMinIs(time);
   due_ = std::max(time, this->time());
-  if (clock_ != nullptr) clock_->timeMinIs(time);
+}
+
+void Patrol::tryAgain() {
+  const Zint::Ptr<SliceClock> clock = clock_;
+  if (clock != nullptr && !clock->isArmed()) clock->timeMinIs(0.0);
 }
 
 // The next turn decides what is due. A pass does not begin before its time.
@@ -515,8 +540,11 @@ Zint::String8 Patrol::policyText(const ChipMemory::Ptr& region, U32 entry) const
 // --- Chips ---------------------------------------------------------------------------------------
 
 Patrol::ChipState* Patrol::findState(const ChipMemory& region) const {
-  for (auto state = chips_.rbegin(); state != chips_.rend(); ++state) {
-    if ((*state)->chip->holds(region)) return state->get();
+  for (std::size_t i = chips_.size(); i-- > 0;) {
+    if (i >= chips_.size()) continue;  // holds() may take chips away
+    const Chip::Ptr chip = chips_[i]->chip;
+    if (!chip->holds(region)) continue;
+    if (ChipState* state = stateOf(chip); state != nullptr) return state;
   }
   const auto found = defaultChips_.find(region.chipHam().ptr());
   return found == defaultChips_.end() ? nullptr : found->second.get();

@@ -71,6 +71,7 @@ class Patrol {
     bool isAlive = false;      // it answered since the audit began, and has not become absent since
     bool isMissed = false;     // a region of it was not audited in this pass
     bool isRestored = false;   // after a reset, and not completely audited since
+    U32 probedResets = 0;      // concluded since the last pass over all of it
     U64 probedPass = 0;        // the last pass in which a difference asked for it
     AccessCost cost;           // measured while turns are bounded
     Hardware::ChipAddress lastRead;  // the region that was read last
@@ -94,10 +95,12 @@ class Patrol {
   void stop();
   void clockIs(const Zint::Ptr<const Zint::Clock>& clock);
   void wakeAt(Zint::Seconds time);
+  void tryAgain();  // in the next turn, where no other is due
   void updateState();
   void resume();
   void forget(std::vector<std::unique_ptr<RegionMarks>>& dropped);
   bool isRunning() const;
+  bool isAnyRestoring() const;
   ChipState* findState(const Hardware::ChipMemory& region) const;
   ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
   ChipState* stateOf(const Chip::Ptr& chip) const;  // null where it is none of this shadow's
@@ -112,6 +115,7 @@ class Patrol {
   void wakeForPass();
   U32 regionsUnderAudit() const;
   void tellTurn(const TurnResult& turn);
+  void dropPass();  // without a word
   bool nextRegion();
   void leaveRegion();
   Visit visit(U32 budget, U32& done);
@@ -132,7 +136,7 @@ class Patrol {
 
   // --- PatrolRestore.cpp: the replay after a reset ---
   Zint::Ptr<ChipWriteRequest> replayRequest(const Chip& chip) const;
-  void restore(ChipState& state);
+  void restore(const Chip::Ptr& chip);
   void dropReplay(ChipState& state);
   void handleReplay(Replay& ended);
   void retryReplays();

@@ -73,6 +73,8 @@ Patrol::Visit Patrol::audit(const ChipMemory::Ptr& cm, U32 first, U32 end, PassR
 }
 
 Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
+  // Chips were asked whether they hold the region since it was looked at.
+  if (run.isSuperseded() || !whyNotHeld(*run.cm).empty()) return Visit::ended;
   const Zint::Seconds begin = beginAccess();
   if (shadow_.judgeAtOnce()) takeMarks(run);
   if (const Visit read = readRun(run); read != Visit::done) return read;
@@ -151,6 +153,11 @@ Patrol::Visit Patrol::readRun(Run& run) {
         if (wasAbsent && isPresent && !run.isSuperseded()) isReset = run.chip->wasReset();
       },
       error);
+  if (isReset) {  // the chip tells of it once: whatever has changed meanwhile
+    run.chip->absentIs(false, "", time());
+    run.chip->doChipReset();
+    return Visit::ended;
+  }
   if (run.isSuperseded()) return Visit::ended;
   if (!isRead || !isPresent) {
     makeAbsent(run.state, isRead ? "its sentinel register is wrong" : error);
@@ -158,10 +165,6 @@ Patrol::Visit Patrol::readRun(Run& run) {
   }
   if (wasAbsent) run.chip->absentIs(false, "", time());
   if (run.isSuperseded()) return Visit::ended;
-  if (isReset) {
-    run.chip->doChipReset();
-    return Visit::ended;
-  }
   run.state.isAlive = true;
   run.state.lastRead = run.cm->address();
   if (&run.result == &result_) run.state.hasRead = true;  // not on demand
@@ -246,6 +249,7 @@ class Judging {
 // --- One entry -----------------------------------------------------------------------------------
 
 Patrol::Visit Patrol::judge(Run& run, U32 entry) {
+  if (run.isSuperseded()) return Visit::ended;
   run.differs = true;
   if (!run.isKnown(entry)) {
     shadow_.doAuditEntry(run.cm, entry);
@@ -276,6 +280,7 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
     if (run.isSuperseded()) return Visit::ended;
     std::copy(again.begin(), again.end(), run.actual(entry));
   }
+  if (run.isSuperseded()) return Visit::ended;
   Judgement judgement{run, entry, verdict};
   {
     const Judging judging(judgement_, &judgement);

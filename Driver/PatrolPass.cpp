@@ -41,14 +41,14 @@ void Patrol::beginPass() {
   const Zint::Epoch::Mark mark(commands_);
   const Zint::Seconds start = time();
   if (pass_ != 0) shadow_.passPeriodIs(start - result_.start);
-  ++pass_;
-  isInPass_ = true;
   result_ = {};
   result_.start = start;
   missed_ = Zint::String8();
-  request_ = request;
   next_.emplace(request->chipMemoryIterator());
+  request_ = request;
   region_ = nullptr;
+  ++pass_;
+  isInPass_ = true;
   for (const auto& state : chips_) state->hasRead = state->isMissed = false;
   for (const auto& [ham, state] : defaultChips_) state->hasRead = state->isMissed = false;
   done_ = 0;
@@ -84,6 +84,13 @@ bool Patrol::checkChips(const Zint::Epoch::Mark& mark) {
   return true;
 }
 
+void Patrol::dropPass() {
+  isInPass_ = false;
+  next_.reset();
+  const Zint::Ptr<ChipReadRequest> request = std::exchange(request_, nullptr);
+  const ChipMemory::Ptr region = std::exchange(region_, nullptr);
+}
+
 void Patrol::endPass(const Zint::String8& reason) {
   const Zint::Epoch::Mark mark(commands_);
   const Zint::Seconds end = time();
@@ -101,6 +108,7 @@ void Patrol::endPass(const Zint::String8& reason) {
       ChipState* const state = stateOf(chip);
       if (state == nullptr || state->isMissed || !state->hasRead) continue;
       state->isRestored = false;
+      state->probedResets = 0;
       chip->auditsInc();
     }
   }
@@ -119,18 +127,25 @@ void Patrol::endPass(const Zint::String8& reason) {
 
 void Patrol::doSlice() {
   const AuditedShadow::Ptr self(&shadow_);
+  try {
+    turnStart_ = time();
+    const Zint::Seconds late = turnStart_ - due_;
+    // What throws, for want of memory for instance, does not end the patrol.
+    wakeAt(turnStart_ + std::max(shadow_.sliceInterval(), 1.0));
+    if (late > longDelay && isRunning()) {
+      DRIVER_TRACE(0, "nobody drove the loop for " << late << " s");
+    }
+  } catch (...) {
+    tryAgain();
+    throw;
+  }
   retryReplays();
   if (!isRunning()) return wakeAt(nextReplayTry());
   const Zint::Epoch::Mark mark(commands_);
-  TurnResult turn{.start = time(), .isFirst = !isInPass_};
-  turnStart_ = turn.start;
+  TurnResult turn{.start = turnStart_, .isFirst = !isInPass_};
   repairsOfTurn_ = 0;
   isFirstRun_ = true;
   hasWorked_ = false;
-  const Zint::Seconds late = turnStart_ - due_;
-  if (late > longDelay) DRIVER_TRACE(0, "nobody drove the loop for " << late << " s");
-  // What throws, for want of memory for instance, does not end the patrol.
-  wakeAt(turnStart_ + std::max(shadow_.sliceInterval(), 1.0));
   const U64 begin = isInPass_ ? done_ : 0;
   bool hasTried = false;
   {
@@ -256,7 +271,9 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     leaveRegion();
     return Visit::done;
   }
+  const Zint::Epoch::Mark mark(commands_);
   ChipState& chip = stateOf(cm);
+  if (mark.isSuperseded()) return Visit::ended;
   const bool isAway = chip.chip->isAbsent() && time() < chip.chip->nextTry();
   if (isAway || chip.chip->isRestoring()) {
     chip.isMissed = true;
@@ -279,7 +296,7 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     }
     end = readEnd(*policy, entry_, end);
   }
-  const Zint::Epoch::Mark mark(commands_);
+  const Chip::Ptr held = chip.chip;
   const Visit visited = audit(cm, entry_, end, result_, done);
   isFirstRun_ = false;
   if (mark.isSuperseded()) return Visit::ended;
@@ -294,8 +311,8 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
   if (visited == Visit::isVoid) {
     done = read;  // for the turn: what failed may have taken longest
     // Its other regions are passed over until the next try.
-    if (ChipState* state = findState(*cm); state != nullptr) state->isMissed = true;
-    if (missed_.empty()) missed_ = chip.chip->name() + " is absent: " + chip.chip->reason();
+    if (ChipState* state = stateOf(held); state != nullptr) state->isMissed = true;
+    if (missed_.empty()) missed_ = held->name() + " is absent: " + held->reason();
     leaveRegion();
   } else if (entry_ >= cm->entries()) {
     leaveRegion();

@@ -16,6 +16,9 @@ constexpr U32 maxInspected = 16384;
 // Of them, how many are read, and how many have to be.
 constexpr U32 maxProbes = 16;
 constexpr U32 minProbes = 4;
+// Resets that are concluded in succession, without a pass over the whole chip between them. A chip
+// that is wrong after as many replays does not take what they write.
+constexpr U32 maxResets = 3;
 // Between two looks at the clock.
 constexpr U32 inspectedAtOnce = 256;
 
@@ -35,7 +38,7 @@ bool canBeProbed(const ChipMemory& cm) {
 }  // namespace
 
 bool Patrol::needsProbe(const Run& run) const {
-  if (&run.result != &result_) return false;
+  if (&run.result != &result_ || run.state.probedResets >= maxResets) return false;
   const RegionMarks* marks = this->marks(run.cm.ptr());
   return run.state.probedPass != pass_ || marks == nullptr || marks->probedPass != pass_;
 }
@@ -71,6 +74,7 @@ Patrol::Visit Patrol::probeFirst(Run& run, U32& different) {
   if (run.isSuperseded()) return Visit::ended;
   if (entry == run.end) return Visit::done;
   const Visit probed = probe(run, entry);
+  if (run.isSuperseded()) return Visit::ended;
   if (probed == Visit::done) different = nextDifference(run, run.first);
   return probed;
 }
@@ -100,7 +104,13 @@ Patrol::Visit Patrol::goOnProbing(const Run* run) {
   while (probe->read < maxProbes && probe->inspected < maxInspected) {
     if (probe->region == nullptr) {
       if (probe->inspected % inspectedAtOnce == 0 && isTurnOver()) return Visit::full;
-      if (!nextProbedRegion(*probe)) break;
+      const bool isAny = nextProbedRegion(*probe);
+      if (mark.isSuperseded()) return Visit::ended;
+      if (!isAny) break;
+      continue;
+    }
+    if (!canBeProbed(*probe->region)) {  // an access may have dropped its store
+      probe->region = nullptr;
       continue;
     }
     const U32 entries = probe->region->entries();
@@ -139,7 +149,9 @@ Patrol::Visit Patrol::goOnProbing(const Run* run) {
         .actual = probe->actual,
         .verdict = Verdict::reset,
         .time = time()});
-  if (!mark.isSuperseded()) probe->chip->doChipReset();
+  if (mark.isSuperseded()) return Visit::ended;
+  if (ChipState* const state = stateOf(probe->chip); state != nullptr) ++state->probedResets;
+  probe->chip->doChipReset();
   return Visit::ended;
 }
 
@@ -168,7 +180,7 @@ bool Patrol::isProbed(const Probe& probe, U32 entry, const Run* run) const {
   if (policy != nullptr && !isCompared(policy->rule(entry))) return false;
   if (marks != nullptr && marks->open.at(entry)) return false;
   // What the replay has not written, the reset has left so.
-  const ChipState* const state = findState(cm);
+  const ChipState* const state = stateOf(probe.chip);
   if (state != nullptr && state->isRestored && !isWritten(cm, entry)) return false;
   const U32 size = cm.entrySize();
   return !isResetValue(policy, entry, cm.shadow()->data() + std::size_t{entry} * size, size);
@@ -191,11 +203,12 @@ Patrol::Visit Patrol::readProbed(Probe& probe, U32 entry) {
     if (!mark.isSuperseded()) probe_ = nullptr;
     return Visit::ended;
   }
-  ChipState& state = stateOf(cm);
-  if (isBounded()) state.cost.add(1, time() - begin);
+  ChipState* const state = stateOf(probe.chip);
+  if (state == nullptr) return Visit::ended;
+  if (isBounded()) state->cost.add(1, time() - begin);
   if (!isRead) {
     probe_ = nullptr;
-    makeAbsent(state, error);
+    makeAbsent(*state, error);
     return mark.isSuperseded() ? Visit::ended : Visit::isVoid;
   }
   if (bitAt(dirty->data(), entry)) return Visit::done;

@@ -27,6 +27,10 @@ class Patrol::Replay : public ChipWriteRequest::NotifieeConst {
     patrol_ = nullptr;
     isRegisteredNotifieeIs(false);
   }
+  // False: it has ended, well or not.
+  bool isUnderWay() const {
+    return request_->status() != Zint::Request::done_ && !writer_->isInterrupted();
+  }
   const Chip::Ptr& chip() const { return chip_; }
   const ChipWriteRequest::Ptr& request() const { return request_; }
   const ChipWriter::Ptr& writer() const { return writer_; }

@@ -28,17 +28,18 @@ ChipWriteRequest::Ptr Patrol::replayRequest(const Chip& chip) const {
   return request;
 }
 
-// Begins the replay, or begins it again.
-void Patrol::restore(ChipState& state) {
-  const Chip::Ptr chip = state.chip;
-  dropReplay(state);
+// Begins the replay where there is none.
+void Patrol::restore(const Chip::Ptr& chip) {
   const Zint::Ptr<const Zint::Clock> clock = shadow_.clock();
-  if (chip->restoresItself() && clock != nullptr) {
+  if (chip->isRestoring() && chip->restoresItself() && clock != nullptr) {
     const ChipWriteRequest::Ptr request = replayRequest(*chip);
     const ChipWriter::Ptr writer = chipWriterFactory(
         shadow_.zintFwkActivity(), AuditedShadow::Ptr(&shadow_), request, clock,
         entriesPerReplayAccess, shadow_.maxEntriesPerSlice(), shadow_.sliceInterval());
-    state.replay = Zint::makePtr<Replay>(*this, chip, request, writer);
+    const auto replay = Zint::makePtr<Replay>(*this, chip, request, writer);
+    ChipState* const state = stateOf(chip);
+    if (state == nullptr || state->replay != nullptr) return replay->forget();
+    state->replay = replay;
     request->stateIs(Zint::Request::start_);
   }
   updateState();
@@ -55,12 +56,12 @@ void Patrol::handleReplay(Replay& ended) {
   const Chip::Ptr chip = replay->chip();
   ChipState* const state = stateOf(chip);
   if (state == nullptr || state->replay != replay) return;
+  wakeAt(0.0);  // what throws here is done by the next turn
   if (replay->request()->status() == Zint::Request::done_) {
     if (chip->isAbsent()) chip->absentIs(false, "", time());
     chip->doRestored();
-  } else if (replay->request()->status() == Zint::Request::failed_) {
+  } else if (replay->writer()->isInterrupted()) {
     makeAbsent(*state, replay->writer()->reason());
-    wakeAt(std::min(nextReplayTry(), isRunning() ? time() : Zint::never));
     updateState();
   }
 }
@@ -68,24 +69,32 @@ void Patrol::handleReplay(Replay& ended) {
 // When a replay waits for its chip to answer; `never` where none does.
 Zint::Seconds Patrol::nextReplayTry() const {
   Zint::Seconds next = Zint::never;
-  for (const Chip::Ptr& chip : chips()) {
-    const ChipState* const state = stateOf(chip);
-    if (state != nullptr && state->replay != nullptr) next = std::min(next, chip->nextTry());
-  }
+  const auto look = [&next](const ChipState& state) {
+    if (state.replay != nullptr) next = std::min(next, state.chip->nextTry());
+  };
+  for (const auto& state : chips_) look(*state);
+  for (const auto& [ham, state] : defaultChips_) look(*state);
   return next;
 }
 
-// Goes on with the replays whose chips may answer again.
+// Begins the replays that have not begun, and goes on with those whose chips may answer again.
 void Patrol::retryReplays() {
+  if (!isAnyRestoring()) return;
   const Zint::Seconds now = time();
   if (nextTry() > now) return;
   for (const Chip::Ptr& chip : chips()) {
-    const ChipState* const state = stateOf(chip);
-    if (state == nullptr || state->replay == nullptr || !chip->isRestoring() || !chip->isAbsent() ||
-        now < chip->nextTry()) {
+    ChipState* const state = stateOf(chip);
+    if (state == nullptr || !chip->isRestoring()) continue;
+    if (state->replay == nullptr) {
+      restore(chip);
       continue;
     }
     const Zint::Ptr<Replay> replay = state->replay;
+    if (!chip->isAbsent() && !replay->isUnderWay()) {
+      handleReplay(*replay);
+      continue;
+    }
+    if (!chip->isAbsent() || now < chip->nextTry()) continue;
     Zint::String8 error;
     bool isPresent = false;
     callGuarded([&] { isPresent = chip->isPresent(); }, error);

@@ -94,10 +94,10 @@ struct Patrol::Run {
         hardwareBuf(region->hardware()),
         initializedBuf(region->initialized()),
         dirtyBuf(region->dirty()),
+        mark(patrol.commands_),
         state(patrol.stateOf(region)),
         chip(state.chip),
         result(passResult),
-        mark(patrol.commands_),
         first(firstEntry),
         end(endEntry),
         entrySize(region->entrySize()) {
@@ -137,11 +137,11 @@ struct Patrol::Run {
   const Hal::Buf::Ptr hardwareBuf;
   const Hal::BufBase::Ptr initializedBuf;
   const Hal::BufBase::Ptr dirtyBuf;
-  Policy::Ptr policy;  // null for none
-  ChipState& state;    // while the run is not superseded
+  const Zint::Epoch::Mark mark;  // before the chip is asked whether it holds the region
+  Policy::Ptr policy;            // null for none
+  ChipState& state;              // while the run is not superseded
   const Chip::Ptr chip;
   PassResult& result;
-  const Zint::Epoch::Mark mark;
   const U32 first;
   const U32 end;
   const U32 entrySize;
