@@ -87,6 +87,7 @@ bool Patrol::checkChips(const Zint::Epoch::Mark& mark) {
 void Patrol::dropPass() {
   isInPass_ = false;
   next_.reset();
+  probe_ = nullptr;
   const Zint::Ptr<ChipReadRequest> request = std::exchange(request_, nullptr);
   const ChipMemory::Ptr region = std::exchange(region_, nullptr);
 }

@@ -81,7 +81,6 @@ Zint::Seconds Patrol::nextReplayTry() const {
 void Patrol::retryReplays() {
   if (!isAnyRestoring()) return;
   const Zint::Seconds now = time();
-  if (nextTry() > now) return;
   for (const Chip::Ptr& chip : chips()) {
     ChipState* const state = stateOf(chip);
     if (state == nullptr || !chip->isRestoring()) continue;
