@@ -252,6 +252,7 @@ bool AuditedShadow::isWritten(const ChipMemory::Ptr& region, U32 entry) const {
 
 void AuditedShadow::writtenIs(const ChipMemory::Ptr& region, U32 entry, bool isWritten) {
   patrol_->marksOf(refuseNull(region, nullPatrolRegion)).written.atIs(entry, isWritten);
+  patrol_->handleKnown();
 }
 
 bool AuditedShadow::hasOpenFinding(const ChipMemory::Ptr& region, U32 entry) const {
@@ -262,6 +263,7 @@ bool AuditedShadow::hasOpenFinding(const ChipMemory::Ptr& region, U32 entry) con
 void AuditedShadow::openFindingIs(const ChipMemory::Ptr& region, U32 entry, bool isOpen) {
   if (!isOpen && !hasOpenFinding(region, entry)) return;
   patrol_->marksOf(refuseNull(region, nullPatrolRegion)).open.atIs(entry, isOpen);
+  patrol_->handleKnown();
 }
 
 // --- Notifiees -----------------------------------------------------------------------------------

@@ -9,8 +9,8 @@ namespace {
 
 // How much of what is recent counts at the next turn.
 constexpr double keptOfRecent = 0.75;
-// The part of a pass after which its own pace counts as much as that of the last one.
-constexpr double doubtfulPart = 0.02;
+// The part of a pass up to which its own pace counts less than that of the last one.
+constexpr double doubtfulPart = 0.2;
 // A change of the announced period that is worth a notification.
 constexpr double announcedChange = 0.001;
 // A wish that is missed by less than this part of it is met.
@@ -183,8 +183,8 @@ Zint::Seconds Governor::expectedWorkLeft(U64 behind, U64 entries) const {
   const Zint::Seconds before =
       lastProfile_[part] + (lastProfile_[part + 1] - lastProfile_[part]) * (place - part);
   // A few turns do not yet say that this pass is faster or slower.
-  const Zint::Seconds doubt = all * doubtfulPart;
-  const double factor = all > 0 ? (work_ + doubt) / (before + doubt) : 1;
+  const Zint::Seconds sure = std::max(before, all * doubtfulPart);
+  const double factor = sure > 0 ? 1 + (work_ - before) / sure : 1;
   return (all - before) * factor;
 }
 

@@ -19,6 +19,15 @@ class Patrol::SelfWatch : public HardwareShadow::NotifieeConst {
   SelfWatch(const Zint::Ptr<Zint::ActivityConfig>& activity, Patrol& patrol)
       : NotifieeConst(activity, HardwareShadow::Ptr(&patrol.shadow_)), patrol_(&patrol) {
     isNonReferencingIs(true);
+    // Nothing else: what the patrol tells costs nothing while nobody listens.
+    Zint::Interest interest = 0;
+    for (const Zint::AttributeId id : std::initializer_list<Zint::AttributeId>{
+             HardwareShadow::Id::state, HardwareShadow::Id::overrideHardware,
+             HardwareShadow::Id::clock, HardwareShadow::Id::minIntervalBetweenAudits,
+             HardwareShadow::Id::chipMemory, AuditedShadow::Id::sliceInterval}) {
+      interest |= Zint::interestIn(id);
+    }
+    interestIs(interest);
   }
   void handleNotification(Zint::ActivityConfig*) override {
     if (patrol_ != nullptr) patrol_->handleAttribute(attribute());
@@ -65,6 +74,7 @@ class Patrol::StoreWatch : public ChipMemory::NotifieeConst {
     if (patrol_ == nullptr || notifier() == nullptr) return;
     const auto marks = patrol_->marks_.find(notifier());
     if (marks != patrol_->marks_.end()) patrol_->applyUnwritten(*marks->second);
+    patrol_->handleKnown();
   }
   void forget() {
     patrol_ = nullptr;
@@ -89,6 +99,7 @@ class Patrol::PolicyWatch : public Policy::NotifieeConst {
     if (patrol_ == nullptr || notifier() == nullptr) return;
     const auto marks = patrol_->marks_.find(notifier()->chipMemory().ptr());
     if (marks != patrol_->marks_.end()) patrol_->applyUnwritten(*marks->second);
+    patrol_->handleKnown();
   }
   void forget() {
     patrol_ = nullptr;
@@ -176,7 +187,7 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
     case HardwareShadow::Id::state:
       commands_.advance();
       if (shadow_.state() == HardwareShadow::configured()) dropRemoved();
-      if (shadow_.state() == HardwareShadow::idle()) marks_.reserve(regionsUnderAudit());
+      if (shadow_.state() == HardwareShadow::idle()) reserveMarks();
       if (shadow_.state() == HardwareShadow::auditing()) {
         start();
       } else {
@@ -209,29 +220,38 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
 void Patrol::handleRegion(const Hardware::ChipAddress& address) {
   const ChipMemory::Ptr there = shadow_.chipMemory(address);
   std::vector<std::unique_ptr<RegionMarks>> dropped;  // their regions' destructors may call back
-  for (auto marks = marks_.begin(); marks != marks_.end();) {
-    const bool isGone =
-        marks->second->region->address() == address && marks->second->region != there;
-    if (isGone && marks->second->policy == nullptr) {
+  const auto marksThere = marksAt_.equal_range(address.value());
+  for (auto at = marksThere.first; at != marksThere.second;) {
+    const auto marks = marks_.find(at->second);
+    if (marks->second->region != there && marks->second->policy == nullptr) {
       dropped.push_back(std::move(marks->second));
-      marks = marks_.erase(marks);
+      marks_.erase(marks);
+      at = marksAt_.erase(at);
     } else {
-      ++marks;
+      ++at;
     }
   }
   forget(dropped);
 }
 
+// So that no slice has to rehash them.
+void Patrol::reserveMarks() {
+  marks_.reserve(regionsUnderAudit());
+  marksAt_.reserve(regionsUnderAudit());
+}
+
 // Bulk removals are not notified of.
 void Patrol::dropRemoved() {
   std::vector<std::unique_ptr<RegionMarks>> dropped;
-  for (auto marks = marks_.begin(); marks != marks_.end();) {
+  for (auto at = marksAt_.begin(); at != marksAt_.end();) {
+    const auto marks = marks_.find(at->second);
     const ChipMemory::Ptr& region = marks->second->region;
     if (marks->second->policy == nullptr && shadow_.chipMemory(region->address()) != region) {
       dropped.push_back(std::move(marks->second));
-      marks = marks_.erase(marks);
+      marks_.erase(marks);
+      at = marksAt_.erase(at);
     } else {
-      ++marks;
+      ++at;
     }
   }
   forget(dropped);
@@ -425,12 +445,14 @@ RegionMarks& Patrol::marksOf(const ChipMemory::Ptr& region) {
   std::unique_ptr<RegionMarks>& marks = marks_[region.ptr()];
   if (marks == nullptr) {
     try {
-      marks = std::make_unique<RegionMarks>();
+      auto made = std::make_unique<RegionMarks>();
+      made->region = region;
+      marksAt_.emplace(region->address().value(), region.ptr());
+      marks = std::move(made);
     } catch (...) {
       marks_.erase(region.ptr());
       throw;
     }
-    marks->region = region;
   }
   if (marks->store != region->dirty()) {
     marks->store = region->dirty();

@@ -44,6 +44,9 @@ class Patrol {
 
   // --- Regions and chips ---
   const RegionMarks* marks(const Hardware::ChipMemory* region) const;
+  // What is compared, known, marked or open has changed: more entries may tell whether a chip was
+  // reset.
+  void handleKnown() { ++knownChanges_; }
   RegionMarks& marksOf(const Hardware::ChipMemory::Ptr& region);
   void policyIs(const Hardware::ChipMemory::Ptr& region, const Policy::Ptr& policy);
   bool isWritten(const Hardware::ChipMemory& region, U32 entry) const;
@@ -63,6 +66,8 @@ class Patrol {
   class SliceClock;
   class Replay;
 
+  struct Survey;
+
   struct ChipState {
     Chip::Ptr chip;
     Zint::Ptr<ChipWatch> watch;
@@ -73,7 +78,8 @@ class Patrol {
     bool isRestored = false;   // after a reset, and not completely audited since
     U32 probedResets = 0;      // concluded since the last pass over all of it
     U64 probedPass = 0;        // the last pass in which a difference asked for it
-    AccessCost cost;           // measured while turns are bounded
+    std::shared_ptr<Survey> survey;  // of this pass; null before a probe needs it
+    AccessCost cost;                 // measured while turns are bounded
     Hardware::ChipAddress lastRead;  // the region that was read last
   };
 
@@ -105,6 +111,7 @@ class Patrol {
   ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
   ChipState* stateOf(const Chip::Ptr& chip) const;  // null where it is none of this shadow's
   void applyUnwritten(RegionMarks& marks);
+  void reserveMarks();
   void dropRemoved();
 
   // --- PatrolPass.cpp: passes and slices ---
@@ -175,15 +182,19 @@ class Patrol {
   Visit probeFirst(Run& run, U32& different);
   Visit probe(Run& run, U32 entry);
   Visit goOnProbing(const Run* run);
-  bool nextProbedRegion(Probe& probe) const;
-  bool isProbed(const Probe& probe, U32 entry, const Run* run) const;
-  Visit readProbed(Probe& probe, U32 entry);
+  Visit findProbed(Probe& probe, const Run* run, Hardware::ChipMemory::Ptr& cm, U32& entry);
+  std::shared_ptr<Survey> surveyOf(Probe& probe);
+  bool goOnSurveying(Survey& survey, const Chip::Ptr& chip) const;
+  bool isProbed(const Chip::Ptr& chip, const Hardware::ChipMemory& cm, U32 entry,
+                const Run* run) const;
+  Visit readProbed(Probe& probe, const Hardware::ChipMemory::Ptr& cm, U32 entry);
 
   AuditedShadow& shadow_;
   Zint::Ptr<SelfWatch> self_;
   Zint::Ptr<SliceClock> clock_;
   Zint::Epoch commands_;
   std::unordered_map<const Hardware::ChipMemory*, std::unique_ptr<RegionMarks>> marks_;
+  std::unordered_multimap<U64, const Hardware::ChipMemory*> marksAt_;  // the same, by address
   std::vector<std::unique_ptr<ChipState>> chips_;  // given ones; the last is asked first
   // Made here, for access methods that have none.
   std::unordered_map<const Hardware::ChipHam*, std::unique_ptr<ChipState>> defaultChips_;
@@ -198,6 +209,7 @@ class Patrol {
   U32 entry_ = 0;                          // the next one of it
   U64 done_ = 0;                           // entries behind
   std::size_t checked_ = 0;                // given chips that were asked whether they were reset
+  U64 knownChanges_ = 0;                   // handleKnown() so far
   std::shared_ptr<Probe> probe_;           // under way, over turns where they are bounded
   U32 runLimit_ = ~0u;                     // entries of an access, after a turn that left some
   Zint::String8 missed_;                   // why the pass is not complete; empty while it is

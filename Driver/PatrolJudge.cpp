@@ -106,6 +106,7 @@ void Patrol::takeMarks(Run& run) {
   U8* const dirty = run.dirtyBuf->data();
   run.marks.take(dirty, run.first, run.end);
   if (!run.marks.isAnySet()) return run.marks.forget();
+  handleKnown();
   EntryBits& written = marksOf(run.cm).written;
   for (U32 e = run.first; e < run.end; ++e) {
     if (!run.marks.at(e)) continue;
@@ -125,6 +126,7 @@ void Patrol::takeOpenFindings(Run& run) {
   const RegionMarks* marks = this->marks(run.cm.ptr());
   if (marks == nullptr || marks->open.size() == 0) return;
   EntryBits& open = marksOf(run.cm).open;
+  handleKnown();
   for (U32 e = run.first; e < run.end; ++e) {
     if (!open.at(e)) continue;
     run.open.push_back(e);
@@ -193,6 +195,11 @@ Patrol::Visit Patrol::judgeRun(Run& run, U32& judged) {
 U32 Patrol::nextDifference(const Run& run, U32 entry) const {
   if (entry >= run.end) return run.end;
   if (run.policy == nullptr || run.policy->isPlain()) {
+    // Differences come in runs.
+    if (run.comparesBytes &&
+        std::memcmp(run.expected(entry), run.actual(entry), run.entrySize) != 0) {
+      return entry;
+    }
     return shadow_.differentEntry(run.cm, entry, run.end);
   }
   const Policy& policy = *run.policy;
@@ -223,7 +230,9 @@ void Patrol::learnEqual(Run& run, U32 end) {
     if (run.isKnown(e) || !isCompared(run.policy->rule(e))) continue;
     const bool isEqual = run.isEqual(e, run.actual(e));
     if (run.isSuperseded()) return;
-    if (isEqual) bitIs(run.initializedBuf->data(), e, true);
+    if (!isEqual) continue;
+    bitIs(run.initializedBuf->data(), e, true);
+    handleKnown();
   }
 }
 
@@ -254,6 +263,7 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
   if (!run.isKnown(entry)) {
     shadow_.doAuditEntry(run.cm, entry);
     ++run.result.adopted;
+    handleKnown();
     tell(run, entry, Verdict::adopted);
     return Visit::done;
   }
@@ -312,7 +322,7 @@ Patrol::Visit Patrol::leave(Run& run, U32 entry) {
 
 // Nor does it prove that a finding is closed: the write of the chip may have failed.
 Patrol::Visit Patrol::tellWrittenMeanwhile(Run& run, U32 entry) {
-  if (std::ranges::count(run.open, entry) != 0 && run.cm->dirty() == run.dirtyBuf) {
+  if (std::ranges::binary_search(run.open, entry) && run.cm->dirty() == run.dirtyBuf) {
     marksOf(run.cm).open.atIs(entry, true);
   }
   tell(run, entry, Verdict::writtenMeanwhile);

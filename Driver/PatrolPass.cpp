@@ -96,7 +96,13 @@ void Patrol::endPass(const Zint::String8& reason) {
   const Zint::Epoch::Mark mark(commands_);
   const Zint::Seconds end = time();
   isInPass_ = false;
-  probe_ = nullptr;
+  // They hold regions, whose destructors may call back.
+  const std::shared_ptr<Probe> probe = std::exchange(probe_, nullptr);
+  std::vector<std::shared_ptr<Survey>> surveys;
+  for (const auto& state : chips_) surveys.push_back(std::exchange(state->survey, nullptr));
+  for (const auto& [ham, state] : defaultChips_) {
+    surveys.push_back(std::exchange(state->survey, nullptr));
+  }
   next_.reset();
   const Zint::Ptr<ChipReadRequest> request = std::exchange(request_, nullptr);
   const ChipMemory::Ptr region = std::exchange(region_, nullptr);

@@ -20,7 +20,7 @@ constexpr U32 minProbes = 4;
 // that is wrong after as many replays does not take what they write.
 constexpr U32 maxResets = 3;
 // Between two looks at the clock.
-constexpr U32 inspectedAtOnce = 256;
+constexpr U32 inspectedAtOnce = 64;
 
 // Whether a reset leaves the entry with this value.
 bool isResetValue(const Policy* policy, U32 entry, const U8* value, U32 entrySize) {
@@ -43,6 +43,24 @@ bool Patrol::needsProbe(const Run& run) const {
   return run.state.probedPass != pass_ || marks == nullptr || marks->probedPass != pass_;
 }
 
+// Entries of a chip whose known values are not those after a reset, found in one walk over the
+// regions of the request. The probes of a pass share them while nothing changes what is known.
+struct Patrol::Survey {
+  struct Entry {
+    ChipMemory::Ptr cm;
+    U32 entry;
+  };
+
+  const Zint::Epoch::Mark mark;
+  const U64 knownChanges;
+  Hardware::ChipReadRequest::ChipMemoryIteratorConst members;
+  std::vector<Entry> found;
+  std::vector<ChipMemory::Ptr> passedOver;  // regions of the chip that could not be probed then
+  ChipMemory::Ptr region = {};              // whose entries are inspected; null between two
+  U32 entry = 0;                            // the next one of it
+  U32 inspected = 0;
+};
+
 struct Patrol::Probe {
   // The entry that differs, as it was then.
   const Chip::Ptr chip;
@@ -50,15 +68,12 @@ struct Patrol::Probe {
   const U32 entry;
   const std::vector<U8> expected, actual;
 
-  U32 inspected = 0;
   U32 read = 0;
   U32 wrong = 0;
-  // The region whose entries are inspected: those from `from` on and round, `behind` of them so
-  // far. Null between two regions. Its own region comes first, then those of the request.
-  ChipMemory::Ptr region = {};
-  U32 from = 0;
-  U32 behind = 0;
-  std::optional<Hardware::ChipReadRequest::ChipMemoryIteratorConst> others = {};
+  U32 inspected = 0;  // entries of the same region, from the next one on and round
+  U32 surveyed = 0;   // found in the survey, and read or left out
+  std::vector<std::pair<const ChipMemory*, U32>> taken =
+      {};  // of the survey: another one may find them
 };
 
 // Probes for the first entry that differs and proves something: nothing of the run has been
@@ -68,8 +83,11 @@ Patrol::Visit Patrol::probeFirst(Run& run, U32& different) {
     return Visit::done;
   }
   U32 entry = different;
-  while (entry < run.end && (!run.isKnown(entry) || run.isMarked(entry))) {
-    entry = nextDifference(run, entry + 1);
+  for (U32 passed = 1; entry < run.end; ++passed) {
+    const U32 proven = run.nextProven(entry);
+    if (proven == entry) break;
+    if (passed % inspectedAtOnce == 0 && isTurnOver()) return Visit::full;  // a shorter run, then
+    entry = nextDifference(run, proven);
   }
   if (run.isSuperseded()) return Visit::ended;
   if (entry == run.end) return Visit::done;
@@ -90,8 +108,6 @@ Patrol::Visit Patrol::probe(Run& run, U32 entry) {
                                             .entry = entry,
                                             .expected = {expected, expected + run.entrySize},
                                             .actual = {actual, actual + run.entrySize}});
-  probe_->region = run.cm;
-  probe_->from = entry + 1;
   return goOnProbing(&run);
 }
 
@@ -99,33 +115,14 @@ Patrol::Visit Patrol::probe(Run& run, U32 entry) {
 Patrol::Visit Patrol::goOnProbing(const Run* run) {
   const std::shared_ptr<Probe> probe = probe_;  // what is called may end the pass
   const Zint::Epoch::Mark mark(commands_);
-  if (probe->region != nullptr && !canBeProbed(*probe->region))
-    probe->region = nullptr;  // since the last turn
-  while (probe->read < maxProbes && probe->inspected < maxInspected) {
-    if (probe->region == nullptr) {
-      if (probe->inspected % inspectedAtOnce == 0 && isTurnOver()) return Visit::full;
-      const bool isAny = nextProbedRegion(*probe);
-      if (mark.isSuperseded()) return Visit::ended;
-      if (!isAny) break;
-      continue;
-    }
-    if (!canBeProbed(*probe->region)) {  // an access may have dropped its store
-      probe->region = nullptr;
-      continue;
-    }
-    const U32 entries = probe->region->entries();
-    if (probe->behind >= entries) {
-      probe->region = nullptr;
-      continue;
-    }
-    const U32 entry = static_cast<U32>((U64{probe->from} + probe->behind) % entries);
-    const bool isRead = isProbed(*probe, entry, run);
-    if ((isRead || probe->inspected % inspectedAtOnce == 0) && isTurnOver()) return Visit::full;
-    hasWorked_ = true;
-    ++probe->behind;
-    ++probe->inspected;
-    if (!isRead) continue;
-    const Visit visited = readProbed(*probe, entry);
+  while (probe->read < maxProbes) {
+    ChipMemory::Ptr cm;
+    U32 entry = 0;
+    const Visit found = findProbed(*probe, run, cm, entry);
+    if (mark.isSuperseded()) return Visit::ended;
+    if (found == Visit::full) return found;
+    if (found == Visit::ended) break;
+    const Visit visited = readProbed(*probe, cm, entry);
     if (mark.isSuperseded()) return Visit::ended;
     if (visited != Visit::done) return visited;
   }
@@ -155,40 +152,99 @@ Patrol::Visit Patrol::goOnProbing(const Run* run) {
   return Visit::ended;
 }
 
-// Takes the next one of the request, if it belongs to the chip. False: there is no next one.
-bool Patrol::nextProbedRegion(Probe& probe) const {
-  if (!probe.others) probe.others.emplace(request_->chipMemoryIterator());
-  auto& member = *probe.others;
-  if (!member) return false;
-  ++probe.inspected;
-  const ChipMemory::Ptr other = member->chipMemory();
-  ++member;
-  if (other == probe.cm || findChip(*other) != probe.chip || !canBeProbed(*other)) return true;
-  probe.region = other;
-  probe.from = probe.behind = 0;
+// The next entry that is to be read: of the same region first, then of the chip's others. Ended:
+// there is none. Full: the turn is.
+Patrol::Visit Patrol::findProbed(Probe& probe, const Run* run, ChipMemory::Ptr& cm, U32& entry) {
+  cm = probe.cm;
+  const U32 entries = canBeProbed(*cm) ? cm->entries() : 0;
+  while (probe.inspected < std::min(entries, maxInspected)) {
+    entry = static_cast<U32>((U64{probe.entry} + 1 + probe.inspected) % entries);
+    const bool isFound = entry != probe.entry && isProbed(probe.chip, *cm, entry, run);
+    if ((isFound || probe.inspected % inspectedAtOnce == 0) && isTurnOver()) return Visit::full;
+    hasWorked_ = true;
+    ++probe.inspected;
+    if (isFound) return Visit::done;
+  }
+  const Zint::Epoch::Mark mark(commands_);
+  const std::shared_ptr<Survey> held = surveyOf(probe);  // what is called may end the pass
+  if (held == nullptr) return Visit::ended;
+  for (Survey& survey = *held;;) {
+    if (probe.surveyed < survey.found.size()) {
+      if (isTurnOver()) return Visit::full;
+      hasWorked_ = true;
+      const Survey::Entry& found = survey.found[probe.surveyed++];
+      cm = found.cm;
+      entry = found.entry;
+      // What was found in an earlier turn may have changed.
+      const std::pair<const ChipMemory*, U32> place(cm.ptr(), entry);
+      if (cm == probe.cm || !canBeProbed(*cm) || entry >= cm->entries() ||
+          std::ranges::count(probe.taken, place) != 0 || !isProbed(probe.chip, *cm, entry, run)) {
+        continue;
+      }
+      probe.taken.push_back(place);
+      return Visit::done;
+    }
+    if (survey.inspected % inspectedAtOnce == 0 && isTurnOver()) return Visit::full;
+    hasWorked_ = true;
+    if (!goOnSurveying(survey, probe.chip) || mark.isSuperseded()) return Visit::ended;
+  }
+}
+
+// Null: the chip is none of this shadow's any more.
+std::shared_ptr<Patrol::Survey> Patrol::surveyOf(Probe& probe) {
+  ChipState* const state = stateOf(probe.chip);
+  if (state == nullptr) return nullptr;
+  const Survey* const old = state->survey.get();
+  if (old == nullptr || old->mark.isSuperseded() || old->knownChanges != knownChanges_ ||
+      std::ranges::any_of(old->passedOver, [](const auto& cm) { return canBeProbed(*cm); })) {
+    state->survey.reset(new Survey{.mark = Zint::Epoch::Mark(commands_),
+                                   .knownChanges = knownChanges_,
+                                   .members = request_->chipMemoryIterator(),
+                                   .found = {},
+                                   .passedOver = {}});
+    probe.surveyed = 0;
+  }
+  return state->survey;
+}
+
+// Inspects one entry, or takes one region. False: the survey is at its end.
+bool Patrol::goOnSurveying(Survey& survey, const Chip::Ptr& chip) const {
+  if (survey.inspected == maxInspected) return false;
+  ++survey.inspected;
+  if (survey.region == nullptr || !canBeProbed(*survey.region) ||
+      survey.entry >= survey.region->entries()) {
+    if (!survey.members) return false;
+    const ChipMemory::Ptr member = survey.members->chipMemory();
+    ++survey.members;
+    survey.entry = 0;
+    survey.region = findChip(*member) == chip ? member : nullptr;
+    if (survey.region != nullptr && !canBeProbed(*member)) survey.passedOver.push_back(member);
+    return true;
+  }
+  const U32 entry = survey.entry++;
+  if (isProbed(chip, *survey.region, entry, nullptr))
+    survey.found.push_back({survey.region, entry});
   return true;
 }
 
 // Whether the entry's known value is to be compared with the chip's.
-bool Patrol::isProbed(const Probe& probe, U32 entry, const Run* run) const {
-  const ChipMemory& cm = *probe.region;
-  if (probe.region == probe.cm && entry == probe.entry) return false;
+bool Patrol::isProbed(const Chip::Ptr& chip, const ChipMemory& cm, U32 entry,
+                      const Run* run) const {
   if (!bitAt(cm.initialized()->data(), entry) || bitAt(cm.dirty()->data(), entry)) return false;
-  if (run != nullptr && probe.region == run->cm && run->wasMarked(entry)) return false;
+  if (run != nullptr && run->cm.ptr() == &cm && run->wasMarked(entry)) return false;
   const RegionMarks* marks = this->marks(&cm);
   const Policy* policy = marks == nullptr ? nullptr : marks->policy.ptr();
   if (policy != nullptr && !isCompared(policy->rule(entry))) return false;
   if (marks != nullptr && marks->open.at(entry)) return false;
   // What the replay has not written, the reset has left so.
-  const ChipState* const state = stateOf(probe.chip);
+  const ChipState* const state = stateOf(chip);
   if (state != nullptr && state->isRestored && !isWritten(cm, entry)) return false;
   const U32 size = cm.entrySize();
   return !isResetValue(policy, entry, cm.shadow()->data() + std::size_t{entry} * size, size);
 }
 
-Patrol::Visit Patrol::readProbed(Probe& probe, U32 entry) {
+Patrol::Visit Patrol::readProbed(Probe& probe, const ChipMemory::Ptr& cm, U32 entry) {
   const Zint::Epoch::Mark mark(commands_);
-  const ChipMemory::Ptr cm = probe.region;
   const Hardware::ChipHam::Ptr ham = cm->chipHam();
   const Hal::BufBase::Ptr shadow = cm->shadow(), dirty = cm->dirty();
   const RegionMarks* marks = this->marks(cm.ptr());

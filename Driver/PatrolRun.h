@@ -71,10 +71,7 @@ class BitCopy {
   }
   void forget() { size_ = 0; }
   bool isAnySet() const {
-    for (U32 i = 0; i < size_; ++i) {
-      if (bytes_[i] != 0) return true;
-    }
-    return false;
+    return size_ != 0 && (bytes_[0] != 0 || std::memcmp(bytes_, bytes_ + 1, size_ - 1) != 0);
   }
 
  private:
@@ -100,7 +97,8 @@ struct Patrol::Run {
         result(passResult),
         first(firstEntry),
         end(endEntry),
-        entrySize(region->entrySize()) {
+        entrySize(region->entrySize()),
+        comparesBytes(AuditedShadow::comparesBytes(*ham)) {
     const RegionMarks* known = patrol.marks(region.ptr());
     if (known != nullptr) policy = known->policy;
   }
@@ -110,6 +108,15 @@ struct Patrol::Run {
     return mark.isSuperseded() || cm->shadow() != shadowBuf || cm->dirty() != dirtyBuf ||
            cm->initialized() != initializedBuf || cm->hardware() != hardwareBuf ||
            cm->entries() < end;
+  }
+  // The first entry from `entry` on that a client has not written since the last visit, and whose
+  // value is known: a difference of it proves something. The run's end if there is none.
+  U32 nextProven(U32 entry) const {
+    while (entry < end && (!isKnown(entry) || isMarked(entry))) {
+      const bool isByteUnknown = (entry & 7) == 0 && initializedBuf->data()[entry >> 3] == 0;
+      entry += isByteUnknown ? 8 : 1;
+    }
+    return std::min(entry, end);
   }
   U8* expected(U32 entry) const { return shadowBuf->data() + std::size_t{entry} * entrySize; }
   U8* actual(U32 entry) const { return hardwareBuf->data() + std::size_t{entry} * entrySize; }
@@ -145,9 +152,10 @@ struct Patrol::Run {
   const U32 first;
   const U32 end;
   const U32 entrySize;
-  BitCopy marks;          // that were cleared when the run was read
-  std::vector<U32> open;  // entries whose finding was open then, ascending
-  bool differs = false;   // an entry of it
+  const bool comparesBytes;  // the access method does not compare by itself
+  BitCopy marks;             // that were cleared when the run was read
+  std::vector<U32> open;     // entries whose finding was open then, ascending
+  bool differs = false;      // an entry of it
 };
 
 // One entry that differs, between its report and what is told of it.
