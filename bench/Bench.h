@@ -47,6 +47,8 @@ void registerTurnBenches();
 void registerPassBenches();
 void registerLifeBenches();
 void registerPolicyBenches();
+void registerGovernorBenches();
+void registerPatrolBenches();
 
 // Ends the program unless a benchmark has computed what it should have.
 void require(bool holds, const char* what);

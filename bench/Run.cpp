@@ -35,7 +35,11 @@ int run(int count, char** arguments, Hardware::ChipHam::Ptr (*makeProgramHam)())
   registerTurnBenches();
   registerPassBenches();
   registerLifeBenches();
+#ifdef BENCH_DRIVER
   registerPolicyBenches();
+  registerGovernorBenches();
+  registerPatrolBenches();
+#endif
 
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
