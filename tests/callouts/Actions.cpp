@@ -156,7 +156,8 @@ void auditEnabledDelByShadow(World& w) {
   onShadow(w, [&](AuditedShadow& shadow) {
     onRegion(w, World::masked, [&](const ChipMemory::Ptr& region) {
       shadow.stateIs(HardwareShadow::idle());
-      if (shadow.state() != HardwareShadow::idle()) return;
+      // The state of an action that has not run yet has no request.
+      if (shadow.state() != HardwareShadow::idle() || shadow.auditReadRequest() == nullptr) return;
       shadow.chipMemoryAuditEnabledIs(region, false);
       shadow.stateIs(HardwareShadow::auditing());
     });

@@ -54,8 +54,6 @@ class ShadowWatch : public Watch<AuditedShadow::NotifieeConst> {
     return true;
   }
   void onPass(const Driver::PassResult& result) override {
-    ++world_.passesEnded;
-    world_.isLastComplete = result.isComplete;
     world_.calls.out("onPass");
     sum_ += result.entries;
   }
@@ -363,16 +361,17 @@ std::string World::patrolsByItself() {
       shadow->overrideHardware() || shadow->clock() == nullptr) {
     return "";
   }
-  const U32 before = passesEnded;
-  const bool isWatched = watches[0] != nullptr && watches[0]->notifier() != nullptr;
-  const U32 auditsBefore = shadow->audits();
-  for (U32 turns = 0; turns < 400; ++turns) {
-    if (shadow == nullptr) return "";
-    if (isWatched ? passesEnded - before >= 3 : shadow->audits() - auditsBefore >= 2) break;
+  // Passes that begin: one over a region that cannot be audited is never complete.
+  U32 begun = 0;
+  Zint::Seconds last = shadow->lastAuditStartTime();
+  for (U32 turns = 0; turns < 400 && begun < 4; ++turns) {
     turn();
+    if (shadow == nullptr) return "";
+    if (shadow->lastAuditStartTime() != last) ++begun;
+    last = shadow->lastAuditStartTime();
   }
-  if (isWatched ? passesEnded == before : shadow->audits() == auditsBefore) {
-    return "no pass ends by itself: " + std::string(shadow->patrolReason().bytes());
+  if (begun < 2) {
+    return "no pass begins by itself: " + std::string(shadow->patrolReason().bytes());
   }
   const std::string reason = shadow->patrolReason().bytes();
   return reason.empty() ? "" : "the patrol does not go on: " + reason;

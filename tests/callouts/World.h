@@ -142,9 +142,6 @@ class World {
   Calls calls;
   QuietTrace trace;
   bool isResetPending = false;
-  U32 passesEnded = 0;
-  std::string lastReason;  // of a pass that was not complete
-  bool isLastComplete = false;
   std::array<std::array<U32, entries>, tables> written{};
   std::array<std::array<bool, entries>, tables> isWritten{};
 
