@@ -60,6 +60,7 @@ struct RegionModel {
 
 struct ChipModel {
   bool isAbsent = false, isRestoring = false;
+  U32 probedResets = 0;     // concluded since its last complete pass; three at most
   bool isRestored = false;  // after a reset, and not completely audited since
   U32 absences = 0, resets = 0, audits = 0, tries = 0;
   Zint::Seconds nextTry = Zint::never;

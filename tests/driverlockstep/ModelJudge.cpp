@@ -169,12 +169,14 @@ Model::Judged Model::judge(Pass& pass, Slice& slice, U32& judgedEnd) {
   for (const Read& read : slice.reads) {
     const bool isFirst = !pass.chipProbed[region.chip] || !pass.regionProbed[slice.region];
     if (!settings.findsResets || pass.isOnDemand || !isFirst) break;
+    if (chips[region.chip].probedResets == 3) break;
     if (region.mode == ChipMemory::buffered_) break;
     if (!differs(slice.region, read.entry, read.value)) continue;
     bool isVoid = false;
     const Bytes expected = region.entries[read.entry].shadow;  // a client may write it meanwhile
     if (chipWasReset(pass, slice, read.entry, isVoid)) {
       tell(pass, slice.region, read.entry, expected, read.value, Verdict::reset);
+      ++chips[region.chip].probedResets;
       doChipReset(region.chip);
       return Judged::isReset;
     }

@@ -303,6 +303,7 @@ void Model::endPass(const Event& event) {
     if (!counts || (isUnsure[c] && world_.chips[c]->audits() == chips[c].audits)) continue;
     ++chips[c].audits;
     chips[c].isRestored = false;
+    chips[c].probedResets = 0;
   }
   if (isComplete) ++audits;
   if (event.pass.isComplete != isComplete) fail("complete or not");
