@@ -255,6 +255,7 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   bool isChipPresent(const AuditedShadow::Ptr& shadow, const ReplayRegion& region);
   EntryRun findRun(const ReplayRegion& region, U32 limit, U64& visits) const;
   std::function<void(bool)> accessTimer();
+  void requireTaken(AuditedShadow& shadow, const ChipMemory::Ptr& cm, EntryRun run);
   void writeRun(const AuditedShadow::Ptr& shadow, const ReplayRegion& region, EntryRun run);
   void countWritten(U32 entries);
   void verifyRun(AuditedShadow& shadow, const ReplayRegion& region, EntryRun run);

@@ -5,6 +5,7 @@
 #include <Driver/ReplayRegion.h>
 #include <Zint/Sizes.h>
 #include <cxxabi.h>
+#include <stdexcept>
 
 namespace Driver {
 namespace {
@@ -279,6 +280,15 @@ std::function<void(bool)> ChipWriter::accessTimer() {
   };
 }
 
+// A chip that has gone without an exception takes no write: the access is as good as none.
+void ChipWriter::requireTaken(AuditedShadow& shadow, const ChipMemory::Ptr& cm, EntryRun run) {
+  const Chip::Ptr chip = shadow.chip(cm);
+  const Zint::Epoch::Mark command(commands_);
+  if (chip == nullptr || chip->isPresent() || command.isSuperseded()) return;
+  for (U32 i = 0; i < run.second; ++i) shadow.openFindingIs(cm, run.first + i, true);
+  throw std::runtime_error("its sentinel register is wrong");
+}
+
 void ChipWriter::writeRun(const AuditedShadow::Ptr& shadow, const ReplayRegion& region,
                           EntryRun run) {
   const Zint::Epoch::Mark command(commands_);
@@ -297,6 +307,7 @@ void ChipWriter::writeRun(const AuditedShadow::Ptr& shadow, const ReplayRegion& 
   };
   try {
     write.write(run);
+    if (!command.isSuperseded()) requireTaken(*shadow, cm, run);
   } catch (...) {
     if (isOnce && !command.isSuperseded()) {
       place_.entry = run.first + 1;

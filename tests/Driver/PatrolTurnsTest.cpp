@@ -164,4 +164,32 @@ TEST_F(PatrolTurns, adoptedValuesThatAResetHasLostAreNotTakenForAnotherReset) {
   EXPECT_EQ(get(mac, 0), 1u);  // known, and repaired as ever
 }
 
+// A chip that ignores writes without an exception is absent for a replay, too.
+TEST_F(PatrolTurns, aReplayThatTheSentinelDisprovesIsNoRestoring) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 64);
+  const U32 id = 0xa5;
+  const auto* bytes = reinterpret_cast<const U8*>(&id);
+  chip->bytes.write(0x10, bytes, 4);
+  shadow->chip(mac)->sentinelIs(ChipAddress(0x10), {bytes, 4});
+  audit();
+  for (U32 e = 0; e < 64; ++e) write(mac, e, e + 1);
+  pass();
+  for (U32 e = 0; e < 64; ++e) set(mac, e, 0);
+  bool isFirst = true;
+  chip->afterWrite = [&](U64 address, U32 entries) {  // the first write is lost, the chip away
+    if (!std::exchange(isFirst, false)) return;
+    for (U64 i = 0; i < 4 * U64{entries}; ++i) chip->bytes[address + i] = 0;
+    chip->bytes[0x10] = 0xff;
+  };
+  shadow->chip(mac)->doChipReset();
+  for (U32 i = 0; i < 5; ++i) step();
+  EXPECT_TRUE(shadow->chip(mac)->isRestoring());
+  EXPECT_TRUE(shadow->chip(mac)->isAbsent());
+  chip->bytes[0x10] = 0xa5;
+  for (U32 i = 0; i < 20 && shadow->chip(mac)->isRestoring(); ++i) step();
+  EXPECT_FALSE(shadow->chip(mac)->isRestoring());
+  for (U32 e = 0; e < 64; ++e) EXPECT_EQ(get(mac, e), e + 1);
+  EXPECT_EQ(shadow->repairs(), 0u);
+}
+
 }  // namespace

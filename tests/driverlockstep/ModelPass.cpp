@@ -281,11 +281,14 @@ void Model::endPass(const Event& event) {
     const U32 chip = regions[r].chip;
     if (pass.isLenient[r]) isLenient = isUnsure[chip] = true;
     if (!pass.takesPart[r] || !regions[r].hasStore() || pass.isLenient[r]) continue;
-    const bool isAnyRead =
-        std::any_of(regions[r].entries.begin(), regions[r].entries.end(),
+    const auto& entries = regions[r].entries;
+    const bool isAnyLeft =
+        std::any_of(entries.begin() + static_cast<std::ptrdiff_t>(pass.next[r]), entries.end(),
                     [](const EntryModel& entry) { return Driver::isRead(entry.rule); });
-    // Whether one that has nothing to read was missed is not said.
-    if (pass.chipFailed[chip] && !isAnyRead) isLenient = isUnsure[chip] = true;
+    // Whether a region is missed of which nothing is left to read is not said.
+    if (pass.chipFailed[chip] && !isAnyLeft && pass.next[r] < entries.size()) {
+      isLenient = isUnsure[chip] = true;
+    }
     for (U32 e = pass.next[r]; e < regions[r].entries.size(); ++e) {
       if (!Driver::isRead(regions[r].entries[e].rule)) continue;
       isComplete = isWhole[chip] = false;

@@ -96,7 +96,9 @@ void System::onRestored(U32 chip) {
       if (!isReplayed || entry.rule == Rule::volatile_) continue;
       // What a fault did while the replay ran, the next pass finds.
       if (!isEqual(region, e) && entry.changedAt < completePasses_) {
-        broken("not restored" + place(r, e));
+        broken("not restored" + place(r, e) + ", changed after pass " +
+               std::to_string(entry.changedAt) + "," +
+               (shadow_->isWritten(region.memory, e) ? "" : " not") + " written;" + entry.last);
       }
     }
   }
