@@ -7,6 +7,7 @@
 #include <Zint/ObjectText.h>
 #include <Zint/Strep.h>
 #include <Zint/Type.h>
+#include <bit>
 #include <concepts>
 #include <optional>
 #include <tuple>
@@ -107,6 +108,35 @@ Result makeResult(const T& value) {
 template <auto getter>
 String8 get(ConstObjectAddress address) {
   return valueToStrep(ResultOf<getter>(invoke<getter>(address)));
+}
+
+// The kind of number that a value of type T is. An enumeration may be a class with a value().
+template <class T>
+constexpr NumberKind numberKindOf() {
+  if constexpr (std::same_as<T, bool>) {
+    return NumberKind::boolean;
+  } else if constexpr (std::floating_point<T>) {
+    return NumberKind::real;
+  } else if constexpr (std::unsigned_integral<T>) {
+    return NumberKind::unsignedNumber;
+  } else if constexpr (std::signed_integral<T> || std::is_enum_v<T>) {
+    return NumberKind::signedNumber;
+  } else {
+    return NumberKind::none;
+  }
+}
+
+template <auto getter>
+U64 number(ConstObjectAddress address) {
+  using T = ResultOf<getter>;
+  const T value = invoke<getter>(address);
+  if constexpr (std::floating_point<T>) {
+    return std::bit_cast<U64>(static_cast<double>(value));
+  } else if constexpr (numberKindOf<T>() == NumberKind::signedNumber) {
+    return static_cast<U64>(static_cast<S64>(value));
+  } else {
+    return static_cast<U64>(value);
+  }
 }
 
 template <auto getter>

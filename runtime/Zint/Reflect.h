@@ -16,7 +16,7 @@
 //   constexpr const char* zintTypeName(const Fan*) { return "Cooling::Fan"; }  // for other rows
 //
 //   constexpr Zint::Member fanMembers[] = {
-//       Zint::readOnly<&Fan::blades>("blades"),
+//       Zint::readOnly<&Fan::blades>("blades").says("how many there are"),
 //       Zint::attribute<&Fan::period, &Fan::periodIs>("period"),
 //       Zint::operation<&Fan::doSpin>("doSpin", "turns", "?pause"),  // pause may be left out
 //   };
@@ -24,10 +24,11 @@
 //   const Zint::Type* Fan::fwkType() const { return &fanType; }
 //   void registerTypes() { Zint::TypeRegistry::typeIs(fanType); }  // once, at start
 //
-// An accessor that is renamed no longer compiles. An accessor may also be a free function whose
-// first parameter is the object. Result and parameter types need valueToStrep and sequenceToValue.
-// An argument that was left out is the default value of its type; a std::optional parameter shows
-// whether it was given. <Zint/Collections.h> describes collections.
+// A real number is taken for seconds; in("ratio") says otherwise. An accessor that is renamed no
+// longer compiles. An accessor may also be a free function whose first parameter is the object.
+// Result and parameter types need valueToStrep and sequenceToValue. An argument that was left out
+// is the default value of its type; a std::optional parameter shows whether it was given.
+// <Zint/Collections.h> describes collections.
 #pragma once
 
 #include <Zint/Accessors.h>
@@ -43,6 +44,10 @@ constexpr Member getterRow(const char* name, U32 moreFlags) {
   Member member{name, typeNameOf<ResultOf<getter>>(),
                 ZintAttrIntrospectionFlags::readable | moreFlags};
   member.get = get<getter>;
+  member.numberKind = numberKindOf<ResultOf<getter>>();
+  if constexpr (numberKindOf<ResultOf<getter>>() != NumberKind::none)
+    member.number = number<getter>;
+  if constexpr (std::floating_point<ResultOf<getter>>) member.unit = "seconds";
   if constexpr (isPtr<ResultOf<getter>>) member.target = target<getter>;
   return member;
 }

@@ -78,6 +78,19 @@ struct ListAccess {
   Result (*insert)(ObjectAddress object, ArgumentTexts arguments);
 };
 
+// Who may use a member from outside the process: set an attribute, call an operation. To read an
+// attribute is to look.
+enum class Level : U8 { administer, operate, look };
+
+// What the value of an attribute is where it is one number, and what its bits mean.
+enum class NumberKind : U8 {
+  none,            // a text
+  boolean,         // 0 or 1
+  unsignedNumber,  // as it is
+  signedNumber,    // sign-extended; of an enumeration its number
+  real             // those of a double
+};
+
 // A row of a type's description. Made by the functions of <Zint/Reflect.h>, which set each flag
 // together with the function that it follows from.
 struct Member {
@@ -91,6 +104,31 @@ struct Member {
   Result (*call)(ObjectAddress object, ArgumentTexts arguments) = nullptr;  // factory: null object
   const ListAccess* list = nullptr;
   S32 value = 0;  // of an enumerator
+  // The number that an attribute is, read without a text: for what shows many objects often.
+  U64 (*number)(ConstObjectAddress object) = nullptr;
+  NumberKind numberKind = NumberKind::none;
+  Level level = Level::administer;  // what one that states none needs
+  const char* unit = "";            // "seconds"; "" for a plain number or a text
+  const char* help = "";            // half a sentence for people
+
+  // The row with a further column:
+  //   readOnly<&Fan::period>("period").says("time of one turn"),
+  //   operation<&Fan::doSpin>("doSpin", "turns", "?pause").needs(Level::operate),
+  constexpr Member in(const char* otherUnit) const {
+    Member row = *this;
+    row.unit = otherUnit;
+    return row;
+  }
+  constexpr Member says(const char* text) const {
+    Member row = *this;
+    row.help = text;
+    return row;
+  }
+  constexpr Member needs(Level otherLevel) const {
+    Member row = *this;
+    row.level = otherLevel;
+    return row;
+  }
 };
 
 struct UMBRA_API Type {
