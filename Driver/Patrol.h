@@ -125,6 +125,7 @@ class Patrol {
   void dropPass();  // without a word
   bool nextRegion();
   void leaveRegion();
+  U32 prepare(const Policy& policy, U32 end, const ChipState& chip);
   Visit visit(U32 budget, U32& done);
 
   // --- The bound of a turn ---

@@ -265,6 +265,16 @@ void Patrol::leaveRegion() {
   region_ = nullptr;
 }
 
+// Prepares the comparison of the next entries under the policy, up to `end` or as far as the turn
+// has time for it and for an access. Returns where it ended.
+U32 Patrol::prepare(const Policy& policy, U32 end, const ChipState& chip) {
+  U32 prepared = policy.doPrepare(entry_, end);
+  while (prepared < end && timeLeft() > chip.cost.single()) {
+    prepared = policy.doPrepare(prepared, end);
+  }
+  return prepared;
+}
+
 // Reads and judges the next entries of the region, at most `budget`. `done` of them are behind, or
 // were read in vain.
 Patrol::Visit Patrol::visit(U32 budget, U32& done) {
@@ -291,9 +301,15 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     leaveRegion();
     return Visit::done;
   }
-  const U32 most = entriesOfAccess(chip);
+  U32 most = entriesOfAccess(chip);
   if (most == 0) return Visit::full;
   U32 end = entry_ + std::min({budget, most, cm->entries() - entry_});
+  if (policy != nullptr && isBounded() && AuditedShadow::comparesBytes(*cm->chipHam())) {
+    end = prepare(*policy, end, chip);
+    most = entriesOfAccess(chip);  // in the time that is left
+    if (most == 0) return Visit::full;
+    end = entry_ + std::min(most, end - entry_);
+  }
   if (policy != nullptr) {
     if (const U32 readable = firstRead(*policy, entry_, end); readable != entry_) {
       done = readable - entry_;

@@ -133,6 +133,13 @@ class UMBRA_API Policy : public Zint::PtrInterface {
   // bits differ between the two images, which begin with entry 0; `end` if there is none. Reads
   // nothing beyond entry end - 1.
   U32 differentEntry(const U8* shadow, const U8* hardware, U32 first, U32 end) const;
+  // differentEntry() prepares the comparison of the entries that it is called for, where a change
+  // has made that necessary: 25 to 260 ns a run. Who wants to do no more of it at once than he must
+  // calls this one first: of [first, end) it prepares those that are not, but no more than one step
+  // of about 1,024 entries. Returns the first that is not prepared then, `end` if there is none.
+  U32 doPrepare(U32 first, U32 end) const;
+  // Since the last change; those beyond the region count, too.
+  U64 entriesPrepared() const;
   // Whether one entry's values are equal under its mask, whatever its rule.
   bool equals(U32 entry, const U8* a, const U8* b) const;
   // What a rewrite of the entry writes: the expected bits, and in place of the masked ones what

@@ -29,7 +29,12 @@ class Runs {
   // Goes through the entries in ascending order, without a search.
   class Cursor {
    public:
-    explicit Cursor(const Runs& runs) : runs_(runs) {}
+    explicit Cursor(const Runs& runs, U64 entry = 0)
+        : runs_(runs),
+          next_(static_cast<std::size_t>(
+              std::upper_bound(runs.runs_.begin(), runs.runs_.end(), entry,
+                               [](U64 at, const Run& run) { return at < run.first; }) -
+              runs.runs_.begin())) {}
     // REQUIRES: no entry before the last one.
     void entryIs(U64 entry) {
       while (next_ < runs_.runs_.size() && runs_.runs_[next_].first <= entry) ++next_;
@@ -39,7 +44,7 @@ class Runs {
 
    private:
     const Runs& runs_;
-    std::size_t next_ = 0;  // the first run that begins behind the entry
+    std::size_t next_;  // the first run that begins behind the entry
   };
 
   // One past the last entry number.

@@ -275,6 +275,61 @@ TEST(BoundedTurnsOfAClockThatTicks, regionsThatArePassedOver) {
   EXPECT_LE(turns->longest(), bound + 10e-6);
 }
 
+// The clock stands still: only the slices bound what is prepared.
+TEST_F(BoundedTurns, aPolicyIsPreparedForTheEntriesOfTheSlice) {
+  chip->cost = 0;
+  const ChipMemory::Ptr cm = region("mac", 0x100000, 1u << 17);
+  const Driver::Policy::Ptr policy = Driver::policyFactory(cm);
+  for (U32 e = 0; e < cm->entries(); e += 2) policy->ruleIs(e, 1, Driver::Rule::volatile_);
+  shadow->policyIs(policy);
+  shadow->maxEntriesPerSliceIs(4096);
+  audit();
+  U64 most = 0;
+  for (U64 prepared = 0; shadow->audits() == 0;) {
+    step();
+    most = std::max(most, policy->entriesPrepared() - prepared);
+    prepared = policy->entriesPrepared();
+  }
+  EXPECT_EQ(most, 4096u);
+  EXPECT_EQ(policy->entriesPrepared(), cm->entries());
+}
+
+// The clock moves on when it is looked at: the bound ends the preparation.
+TEST(BoundedTurnsOfAClockThatTicks, aPolicyIsPreparedInSteps) {
+  const Support::TraceCapture traces(0);
+  const Zint::Ptr<TickingClock> clock = Zint::makePtr<TickingClock>("clock");
+  const Zint::Ptr<Zint::ActivityConfig> activity =
+      Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
+  const Driver::AuditedShadow::Ptr shadow = Driver::auditedShadowFactory(activity, clock);
+  const Zint::Ptr<Support::PatrolChip> chip = Zint::makePtr<Support::PatrolChip>("chip");
+  const auto cm =
+      Hardware::chipMemoryFactory("r", Hardware::ChipAddress(0x100000), 1u << 18, 4, 4, chip);
+  cm->shadowEnabledIs(true);
+  cm->auditEnabledIs(true);
+  shadow->chipMemoryIs(cm);
+  shadow->turnBoundIs(40e-6);
+  shadow->sliceIntervalIs(0);
+  shadow->maxEntriesPerSliceIs(1u << 20);
+  shadow->stateIs(Hardware::HardwareShadow::configured());
+  shadow->stateIs(Hardware::HardwareShadow::auditing());
+  // The patrol knows by then that an access of all entries takes no longer than one of few.
+  for (U32 i = 0; i < 1000 && shadow->audits() < 2; ++i) activity->turn();
+  ASSERT_EQ(shadow->audits(), 2u);
+  const Driver::Policy::Ptr policy = Driver::policyFactory(cm);
+  for (U32 e = 0; e < cm->entries(); e += 2) policy->ruleIs(e, 1, Driver::Rule::volatile_);
+  shadow->policyIs(policy);
+  const Zint::Ptr<TurnWatch> turns = Zint::makePtr<TurnWatch>(activity, shadow);
+  U64 most = 0, prepared = 0;
+  for (U32 i = 0; i < 1000 && shadow->audits() < 3; ++i) {
+    activity->turn();
+    most = std::max(most, policy->entriesPrepared() - prepared);
+    prepared = policy->entriesPrepared();
+  }
+  EXPECT_EQ(shadow->audits(), 3u);
+  EXPECT_LE(most, 41 * 1024u);
+  EXPECT_LE(turns->longest(), 50e-6);
+}
+
 // The bound of 0 leaves one entry, or one region that is passed over, for each turn.
 TEST_F(BoundedTurns, aBoundOfZeroStillGoesOn) {
   shadow->turnBoundIs(0);

@@ -206,6 +206,74 @@ TEST(PolicyComparison, ofNothingFindsNothing) {
   EXPECT_EQ(empty->differentEntry(nullptr, nullptr, 0, 8), 8u);
 }
 
+// A policy with a run for each entry of a large region, and its images.
+struct LargePolicy {
+  LargePolicy() {
+    for (U32 e = 0; e < entries; e += 2) policy->ruleIs(e, 1, Rule::volatile_);
+  }
+  U32 differentEntry(U32 first, U32 end) const {
+    return policy->differentEntry(a.data(), b.data(), first, end);
+  }
+
+  static constexpr U32 entries = 1u << 18;
+  const Policy::Ptr policy = Driver::policyFactory(
+      Hardware::chipMemoryFactory("t", Hardware::ChipAddress(0), entries, 4, 4, nullptr));
+  std::vector<U8> a = std::vector<U8>(4 * entries), b = a;
+};
+
+TEST(PolicyComparison, isPreparedForTheEntriesThatAreCompared) {
+  const LargePolicy large;
+  EXPECT_EQ(large.policy->entriesPrepared(), 0u);
+  EXPECT_EQ(large.differentEntry(0, 1000), 1000u);
+  EXPECT_EQ(large.policy->entriesPrepared(), 1024u);
+  EXPECT_EQ(large.differentEntry(large.entries - 1000, large.entries), large.entries);
+  EXPECT_LE(large.policy->entriesPrepared(), 3 * 1024u);
+  EXPECT_EQ(large.differentEntry(0, 1024), 1024u);
+  EXPECT_LE(large.policy->entriesPrepared(), 3 * 1024u);
+  large.policy->ruleIs(1, 1, Rule::volatile_);
+  EXPECT_EQ(large.policy->entriesPrepared(), 0u);
+}
+
+TEST(PolicyComparison, doPrepareGoesOneStep) {
+  const LargePolicy large;
+  EXPECT_EQ(large.policy->doPrepare(5000, 100000), 6144u - 1024);
+  EXPECT_EQ(large.policy->doPrepare(5000, 5100), 5100u);
+  EXPECT_EQ(large.policy->entriesPrepared(), 1024u);
+  // Up to what is prepared, and over it.
+  EXPECT_EQ(large.policy->doPrepare(3000, 100000), 3072u);
+  EXPECT_EQ(large.policy->doPrepare(3072, 100000), 5120u);
+  EXPECT_EQ(large.policy->entriesPrepared(), 3 * 1024u);
+  EXPECT_EQ(large.policy->doPrepare(7, 7), 7u);
+}
+
+TEST(PolicyComparison, aLongRunIsPreparedAtOnce) {
+  const LargePolicy large;
+  large.policy->ruleIs(2000, 200000, Rule::detectOnly);
+  EXPECT_EQ(large.policy->doPrepare(2048, large.entries), 201728u);
+  EXPECT_EQ(large.policy->doPrepare(large.entries - 10, large.entries), large.entries);
+}
+
+// Whatever was prepared before, in which order.
+TEST(PolicyComparison, ofPartsInAnyOrderFindsEachDifference) {
+  for (U32 seed = 0; seed < 20; ++seed) {
+    SCOPED_TRACE(seed);
+    Support::Random random(seed);
+    LargePolicy large;
+    large.policy->ruleIs(random.below(large.entries / 2), 50000, Rule::detectOnly);
+    const U8 mask[] = {0xff, 0, 0, 0};
+    large.policy->maskIs(random.below(large.entries / 2), 3000, mask, Rewrite::kept);
+    for (U32 i = 0; i < 50; ++i) {
+      const U32 first = random.below(large.entries);
+      const U32 end = first + 1 + random.below(std::min(20000u, large.entries - first));
+      const U32 different = random.between(first, end - 1);
+      large.b[4 * different + 1] = 1;
+      const bool isFound = isCompared(large.policy->rule(different));
+      ASSERT_EQ(large.differentEntry(first, end), isFound ? different : end);
+      large.b[4 * different + 1] = 0;
+    }
+  }
+}
+
 TEST(PolicyComparison, thePlainOneIsOverAllBits) {
   const auto cm = Hardware::chipMemoryFactory("t", Hardware::ChipAddress(0), 9, 3, 3, nullptr);
   const Policy::Ptr policy = Driver::policyFactory(cm);
