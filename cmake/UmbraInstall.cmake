@@ -19,7 +19,18 @@ install(TARGETS UmbraDriver EXPORT UmbraDriverTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-foreach(folder IN ITEMS runtime Hardware platform Driver)
+set(UMBRA_INSTALLED_FOLDERS runtime Hardware platform Driver)
+set(UMBRA_PC_NAMES umbra umbra-driver)
+if(TARGET UmbraTelemetry)
+  install(TARGETS UmbraTelemetry EXPORT UmbraTelemetryTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  list(APPEND UMBRA_INSTALLED_FOLDERS telemetry)
+  list(APPEND UMBRA_PC_NAMES umbra-telemetry)
+endif()
+
+foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/umbra
@@ -39,7 +50,13 @@ foreach(folder IN ITEMS runtime Hardware platform Driver)
             PATTERN "PolicyComparison.h" EXCLUDE
             PATTERN "RegionMarks.h" EXCLUDE
             PATTERN "RegionWrite.h" EXCLUDE
-            PATTERN "ReplayRegion.h" EXCLUDE)
+            PATTERN "ReplayRegion.h" EXCLUDE
+            PATTERN "Telemetry.h" EXCLUDE
+            PATTERN "LiveView.h" EXCLUDE
+            PATTERN "ReadFile.h" EXCLUDE
+            PATTERN "RowSource.h" EXCLUDE
+            PATTERN "SharedFile.h" EXCLUDE
+            PATTERN "Watches.h" EXCLUDE)
   endif()
 endforeach()
 
@@ -56,6 +73,9 @@ install(FILES ${PROJECT_BINARY_DIR}/UmbraConfig.cmake
         DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraDriverTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+if(TARGET UmbraTelemetry)
+  install(EXPORT UmbraTelemetryTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+endif()
 
 # umbra.pc finds its own prefix, so the installed tree may be moved or installed elsewhere with
 # `cmake --install --prefix`. Absolute folders are taken as they are.
@@ -86,7 +106,9 @@ string(REPLACE ";" " " UMBRA_PC_CFLAGS "${UMBRA_PC_CFLAGS}")
 string(REPLACE ";" " " UMBRA_PC_LIBS "${UMBRA_PC_LIBS}")
 set(UMBRA_DRIVER_PC_LIBS ${UMBRA_DRIVER_LINK_ALWAYS} "")
 string(REPLACE ";" " " UMBRA_DRIVER_PC_LIBS "${UMBRA_DRIVER_PC_LIBS}")
-foreach(name IN ITEMS umbra umbra-driver)
+set(UMBRA_TELEMETRY_PC_LIBS ${UMBRA_TELEMETRY_LINK_ALWAYS} "")
+string(REPLACE ";" " " UMBRA_TELEMETRY_PC_LIBS "${UMBRA_TELEMETRY_PC_LIBS}")
+foreach(name IN LISTS UMBRA_PC_NAMES)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()

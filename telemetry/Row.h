@@ -12,6 +12,7 @@
 #pragma once
 
 #include <Zint/Types.h>
+#include <Zint/WakeQueue.h>
 #include <algorithm>
 #include <atomic>
 #include <bit>

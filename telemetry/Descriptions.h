@@ -1,0 +1,10 @@
+// The descriptions of this library's types.
+#pragma once
+
+#include <Zint/Type.h>
+
+namespace Telemetry {
+
+UMBRA_API extern const Zint::Type regionFiguresType;
+
+}  // namespace Telemetry

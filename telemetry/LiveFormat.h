@@ -1,0 +1,58 @@
+// Where things are in the two files: offsets in bytes, as docs/formats.md has them.
+#pragma once
+
+#include <Zint/Types.h>
+
+namespace Telemetry {
+
+constexpr U32 headerBytes = 4096;
+constexpr U32 nameBytes = 64;  // the field; a name has at most 63
+
+namespace LiveFormat {
+constexpr char magic[] = "UMBRLIVE";
+constexpr U32 majorVersion = 8;
+constexpr U32 minorVersion = 12;
+constexpr U32 headerSize = 16;
+constexpr U32 schema = 20;
+constexpr U32 schemaBytes = 24;
+constexpr U32 tableCount = 28;
+constexpr U32 fileBytes = 32;
+constexpr U32 pid = 36;
+constexpr U32 processStart = 40;
+constexpr U32 bootId = 48;
+constexpr U32 name = 64;
+constexpr U32 socket = 128;
+constexpr U32 adminSocket = 240;
+constexpr U32 socketBytes = 112;
+constexpr U32 startTime = 352;
+constexpr U32 heartbeat = 512;
+constexpr U32 tables = 1024;
+constexpr U32 tableBytes = 64;
+constexpr U32 maxTables = 32;
+constexpr U32 tableNameBytes = 24;
+// Words of the heartbeat's row.
+constexpr U32 beatState = 1, beatMonotonic = 2, beatWallClock = 4, beatCount = 6, beatNotFit = 8,
+              beatPointerBits = 9;
+}  // namespace LiveFormat
+
+namespace EventFormat {
+constexpr char magic[] = "UMBREVNT";
+constexpr U32 majorVersion = 8;
+constexpr U32 minorVersion = 12;
+constexpr U32 headerSize = 16;
+constexpr U32 recordBytesAt = 20;
+constexpr U32 records = 24;
+constexpr U32 name = 64;
+constexpr U32 counts = 512;
+// Words of the row of counts.
+constexpr U32 countsEvents = 2, countsSuppressed = 4, countsPid = 6;
+constexpr U32 recordBytes = 256;
+constexpr U32 recordWords = recordBytes / 4;
+// Words of a record.
+constexpr U32 kind = 1, number = 2, monotonic = 4, wallClock = 6, verdict = 8, nature = 9,
+              entry = 10, entrySize = 11, uid = 12, pid = 13, region = 14, chip = 26, expected = 34,
+              actual = 38, text = 42;
+constexpr U32 regionBytes = 48, chipBytes = 32, valueBytes = 16, textBytes = 88;
+}  // namespace EventFormat
+
+}  // namespace Telemetry
