@@ -56,17 +56,7 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "ReadFile.h" EXCLUDE
             PATTERN "RowSource.h" EXCLUDE
             PATTERN "SharedFile.h" EXCLUDE
-            PATTERN "Watches.h" EXCLUDE
-            PATTERN "ControlLine.h" EXCLUDE
-            PATTERN "ControlServer.h" EXCLUDE
-            PATTERN "ControlSession.h" EXCLUDE
-            PATTERN "ControlTask.h" EXCLUDE
-            PATTERN "ControlText.h" EXCLUDE
-            PATTERN "Names.h" EXCLUDE
-            PATTERN "NamesText.h" EXCLUDE
-            PATTERN "NamesWalk.h" EXCLUDE
-            PATTERN "NamesRules.h" EXCLUDE
-            PATTERN "NamesRulesChecks.h" EXCLUDE)
+            PATTERN "Watches.h" EXCLUDE)
   endif()
 endforeach()
 

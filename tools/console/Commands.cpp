@@ -1,8 +1,9 @@
 #include "tools/console/Commands.h"
 
-#include "tools/console/Library.h"
+#include "tools/console/Error.h"
 #include "tools/console/Session.h"
 #include "tools/console/Show.h"
+#include "tools/console/Suggest.h"
 
 namespace Console {
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <system_error>
 
-#include "tools/console/Library.h"
+#include "tools/console/Error.h"
 
 namespace Console {
 namespace {

@@ -4,7 +4,8 @@
 #include <sstream>
 
 #include "tools/console/Commands.h"
-#include "tools/console/Library.h"
+#include "tools/console/Error.h"
+#include "tools/console/Suggest.h"
 
 namespace Console {
 

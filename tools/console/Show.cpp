@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
-#include "tools/console/Library.h"
+#include "tools/console/Error.h"
+#include "tools/console/Names.h"
+#include "tools/console/Suggest.h"
 
 namespace Console {
 namespace {

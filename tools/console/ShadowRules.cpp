@@ -1,9 +1,9 @@
 // The rules of the shadow: states, registry and audit.
 #include <map>
 
-#include <telemetry/NamesRulesChecks.h>
+#include "tools/console/RuleChecks.h"
 
-namespace Telemetry {
+namespace Console {
 
 using Hardware::ChipMemory;
 using Hardware::HardwareShadow;
@@ -118,4 +118,4 @@ void checkShadow(const HardwareShadow& shadow, const Action& action) {
   }
 }
 
-}  // namespace Telemetry
+}  // namespace Console

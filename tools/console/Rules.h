@@ -11,14 +11,14 @@
 
 #include <string>
 
-#include <telemetry/Names.h>
+#include "tools/console/Names.h"
 
-namespace Telemetry {
+namespace Console {
 
 // An operation of the object, or of one of its collections ("chipMemoryDel").
-UMBRA_API void checkCall(const Names& names, const Zint::Result& object,
-                         const std::string& operation, const Zint::Arguments& arguments);
-UMBRA_API void checkSet(const Names& names, const Zint::Result& object,
-                        const std::string& attribute, const Zint::String8& text);
+void checkCall(const Names& names, const Zint::Result& object, const std::string& operation,
+               const Zint::Arguments& arguments);
+void checkSet(const Names& names, const Zint::Result& object, const std::string& attribute,
+              const Zint::String8& text);
 
-}  // namespace Telemetry
+}  // namespace Console

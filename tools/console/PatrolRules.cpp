@@ -4,11 +4,10 @@
 #include <Driver/ChipAccess.h>
 #include <Driver/ChipWriter.h>
 #include <Zint/Bytes.h>
-#include <Zint/Sizes.h>
 
-#include <telemetry/NamesRulesChecks.h>
+#include "tools/console/RuleChecks.h"
 
-namespace Telemetry {
+namespace Console {
 
 using Driver::AuditedShadow;
 using Driver::ChipWriteRequest;
@@ -88,7 +87,7 @@ void checkDriver(const Zint::Result& object, const Action& action) {
     const auto value = action.argument<Zint::Bytes>("value");
     if (action.name == "sentinelIs" && value && !value->bytes.empty() &&
         chip->chipHam() != nullptr) {
-      requireAccess(chip->chipHam().ptr(), Zint::countOf(value->bytes), 1);
+      requireAccess(chip->chipHam().ptr(), static_cast<U32>(value->bytes.size()), 1);
     }
   } else if (const auto* access = dynamic_cast<const Driver::ChipAccess*>(target);
              access != nullptr) {
@@ -102,4 +101,4 @@ void checkDriver(const Zint::Result& object, const Action& action) {
   }
 }
 
-}  // namespace Telemetry
+}  // namespace Console

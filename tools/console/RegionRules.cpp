@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <typeinfo>
 
-#include <telemetry/NamesRulesChecks.h>
+#include "tools/console/RuleChecks.h"
 
-namespace Telemetry {
+namespace Console {
 
 using Hardware::ChipMemory;
 
@@ -167,4 +167,4 @@ void checkDirectory(const Hardware::ChipMemoryBogon& directory, const Action& ac
       name->bytes() + " is being audited: its entries must not change before the shadow is idle");
 }
 
-}  // namespace Telemetry
+}  // namespace Console

@@ -1,7 +1,7 @@
 // The rules of read requests and readers.
-#include <telemetry/NamesRulesChecks.h>
+#include "tools/console/RuleChecks.h"
 
-namespace Telemetry {
+namespace Console {
 
 using Hardware::ChipReader;
 using Hardware::ChipReadRequest;
@@ -114,4 +114,4 @@ void checkReader(const ChipReader& reader, const Action& action) {
   }
 }
 
-}  // namespace Telemetry
+}  // namespace Console

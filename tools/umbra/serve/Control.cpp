@@ -1,0 +1,87 @@
+#include "tools/umbra/serve/Control.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace Serve {
+namespace {
+
+constexpr int timeout = 2000;  // milliseconds
+
+[[noreturn]] void fail(const std::string& path, const std::string& why) {
+  throw std::runtime_error(path + ": " + why);
+}
+
+}  // namespace
+
+Control::Control(const std::string& path) : path_(path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) fail(path, "the path is too long");
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const timeval limit{timeout / 1000, 0};
+  setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  if (socket_ < 0 ||
+      connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address)) {
+    const std::string why = std::strerror(errno);
+    if (socket_ >= 0) close(socket_);
+    fail(path, why);
+  }
+  // What the driver says first: who it is.
+  try {
+    line();
+  } catch (...) {
+    close(socket_);
+    throw;
+  }
+}
+
+Control::~Control() { close(socket_); }
+
+std::string Control::line() {
+  for (;;) {
+    if (const auto end = pending_.find('\n'); end != std::string::npos) {
+      std::string text = pending_.substr(0, end);
+      pending_.erase(0, end + 1);
+      return text;
+    }
+    pollfd waited{socket_, POLLIN, 0};
+    const int ready = poll(&waited, 1, timeout);
+    if (ready == 0) fail(path_, "the driver did not answer within 2 s");
+    char bytes[4096];
+    const ssize_t count = recv(socket_, bytes, sizeof bytes, 0);
+    if (count <= 0)
+      fail(path_, count == 0 ? "the driver closed the connection" : std::strerror(errno));
+    pending_.append(bytes, static_cast<std::size_t>(count));
+  }
+}
+
+Json Control::ask(const Json& request) {
+  const std::string text = dump(request) + "\n";
+  if (send(socket_, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) {
+    fail(path_, std::strerror(errno));
+  }
+  Json answer = Json::parse(line(), nullptr, false);
+  if (answer.is_discarded() || !answer.is_object()) fail(path_, "the answer is no JSON");
+  if (!answer.value("ok", false)) fail(path_, answer.value("error", "refused without a reason"));
+  return answer;
+}
+
+Json entriesOf(const std::string& socket, const std::string& region, U32 first, U32 count) {
+  Control control(socket);
+  return control.ask({{"do", "bytes"}, {"region", region}, {"first", first}, {"count", count}});
+}
+
+void acknowledge(const std::string& socket, const std::string& alarm) {
+  Control control(socket);
+  control.ask({{"do", "call"}, {"path", alarm}, {"operation", "doAcknowledge"}});
+}
+
+}  // namespace Serve
