@@ -97,6 +97,9 @@ void registerConfigureBenches() {
   registerConfigured("row15/configured, 100,000 audited regions", 100000, 4, true);
   registerConfigured("row15/configured, 62,500 audited regions 4 KiB apart", 62500, 4096, true);
   registerConfigured("row15/configured, 62,500 audited regions 64 KiB apart", 62500, 65536, true);
+  registerConfigured("row15/configured, 1,000,000 audited regions", 1000000, 4, true);
+  registerConfigured("row15/configured, 1,000,000 audited regions 4 KiB apart", 1000000, 4096,
+                     true);
   registerConfigured("row15/configured, 1,000,000 audited regions 64 KiB apart", 1000000, 65536,
                      true);
 

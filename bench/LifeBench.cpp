@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <map>
 
-#include "Bench.h"
+#include "PassStand.h"
 
 namespace Bench {
 namespace {
@@ -89,6 +91,8 @@ void registerRegions() {
 
 // --- The longest turns -------------------------------------------------------------------------
 
+constexpr U32 entriesOfSlice = 65536;
+
 // Many audited regions, or one large one, with a reader. Every handler of a pass is one turn.
 struct LongStand : Stand {
   LongStand(U32 regionCount, U32 entries) {
@@ -102,12 +106,13 @@ struct LongStand : Stand {
     }
     configured();
     for (const ChipMemory::Ptr& region : regions) region->doClear();
-    reader = Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock, 65536, 0.0);
+    reader = Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock,
+                                         entriesOfSlice, 0.0);
     shadow->stateIs(HardwareShadow::auditing());
   }
 
   struct Turns {
-    double start = 0, slice = 0, comparison = 0;
+    double start = 0, longestSlice = 0, comparison = 0;
   };
   Turns onePass() {
     Turns turns;
@@ -116,7 +121,7 @@ struct LongStand : Stand {
     activity->turn();
     turns.start = processorTime() - began;
     while (shadow->audits() == audits) {
-      turns.slice = std::max(turns.slice, turns.comparison);
+      turns.longestSlice = std::max(turns.longestSlice, turns.comparison);
       began = processorTime();
       activity->turn();
       turns.comparison = processorTime() - began;
@@ -168,6 +173,93 @@ void registerTurnsOf(const std::string& what, U32 regions, U32 entries) {
                  }
                  opaque(difference);
                });
+  const std::string longest = "row24/longest slice turn, " + what;
+  if (regions > 1) {
+    registerTurn(longest, stand, &LongStand::Turns::longestSlice, [entries](const LongStand& s) {
+      for (U32 i = 0; i < entriesOfSlice / entries; ++i) {
+        Hardware::ChipMemory& region = *s.regions[i];
+        region.chipHam()->doRead(region.address(), region.hardware()->data(), 4, entries);
+      }
+    });
+  } else {  // one call of an access method that does nothing: no reference to be held against
+    side(longest, "ours",
+         [stand](benchmark::State& state) {
+           for (auto _ : state) state.SetIterationTime(stand().onePass().longestSlice);
+         })
+        ->UseManualTime()
+        ->Iterations(1);
+  }
+}
+
+// Leaving `buffered` is one handler: the whole store is written, and a new one takes its place.
+struct BufferedStand {
+  explicit BufferedStand(U32 entries)
+      : ham(copyingHam(4 * entries)),
+        region(Hardware::chipMemoryFactory("region", ChipAddress(), entries, 4, 4, ham)) {
+    region->shadowEnabledIs(true);
+  }
+  std::size_t bytes() const { return std::size_t{4} * region->entries(); }
+
+  Hardware::ChipHam::Ptr ham;
+  ChipMemory::Ptr region;
+};
+
+void registerLeavingBuffered(const std::string& what, U32 entries) {
+  const std::string comparison = "row24/leaving buffered, " + what;
+  auto stand = shared<BufferedStand>(entries);
+  // Each store has been written before, so that all of its pages are there.
+  side(comparison, "ours", [stand](benchmark::State& state) {
+    BufferedStand& s = stand();
+    for (auto _ : state) {
+      state.PauseTiming();
+      s.region->modeIs(ChipMemory::buffered());
+      std::memset(s.region->shadow()->data(), 1, s.bytes());
+      state.ResumeTiming();
+      s.region->modeIs(ChipMemory::normal());
+    }
+  });
+  side(comparison, "copy + new store", [stand](benchmark::State& state) {
+    BufferedStand& s = stand();
+    using Store = std::unique_ptr<void, decltype(&std::free)>;
+    Store store(std::calloc(s.bytes(), 1), std::free);
+    for (auto _ : state) {
+      state.PauseTiming();
+      std::memset(store.get(), 1, s.bytes());
+      state.ResumeTiming();
+      s.ham->doWrite(ChipAddress(), static_cast<U8*>(store.get()), 4, s.region->entries());
+      store = Store(std::calloc(s.bytes(), 1), std::free);
+      opaque(store);
+    }
+  });
+}
+
+// So is `unconfigured`: the index and the audit's request are emptied.
+void registerUnconfigured(U32 regionCount) {
+  const std::string comparison =
+      "row24/unconfigured, " + std::to_string(regionCount / 1000) + ",000 regions";
+  auto stand = shared<LongStand>(regionCount, 16u);
+  side(comparison, "ours", [stand](benchmark::State& state) {
+    HardwareShadow& shadow = *stand().shadow;
+    for (auto _ : state) {
+      state.PauseTiming();
+      shadow.stateIs(HardwareShadow::unconfigured());  // from auditing, the first time
+      shadow.stateIs(HardwareShadow::configured());
+      state.ResumeTiming();
+      shadow.stateIs(HardwareShadow::unconfigured());
+    }
+  });
+  // The same numbers of counted pointers: a vector for the index, a map for the request.
+  side(comparison, "vector and map emptied", [stand](benchmark::State& state) {
+    for (auto _ : state) {
+      state.PauseTiming();
+      std::vector<ChipMemory::Ptr> index = stand().regions;
+      std::map<const ChipMemory*, ChipMemory::Ptr> request;
+      for (const ChipMemory::Ptr& region : index) request.emplace(region.ptr(), region);
+      state.ResumeTiming();
+      index.clear();
+      request.clear();
+    }
+  });
 }
 
 // --- Idleness ----------------------------------------------------------------------------------
@@ -211,6 +303,8 @@ void registerLifeBenches() {
     registerTurnsOf("1 region of 256 MiB", 1, 1u << 26);
   }
   registerTurnsOf("100,000 regions", 100000, 16);
+  registerLeavingBuffered("1 region of 64 MiB", 1u << 24);
+  registerUnconfigured(100000);
   figure("row25/CPU of a wake-up inside run()", "us", microsecondsOfWakeUp);
 }
 

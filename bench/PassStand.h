@@ -12,6 +12,9 @@ namespace Bench {
 // compiler cannot turn the virtual calls of one side of a comparison into direct ones.
 Zint::Ptr<Fru::HamImpl> timedRegisters(double nanoseconds);
 
+// An access method whose chip is memory; reads and writes it in one copy.
+Hardware::ChipHam::Ptr copyingHam(U32 bytes);
+
 using MakeHam = std::function<Hardware::ChipHam::Ptr()>;
 
 // One region of 4-byte entries, all known to be 0, on an activity; passes are run one by one.

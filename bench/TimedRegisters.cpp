@@ -1,4 +1,7 @@
+// Chips for the passes.
 #include <x86intrin.h>
+
+#include <cstring>
 
 #include "PassStand.h"
 
@@ -39,7 +42,25 @@ class TimedRegisters : public Fru::HamImpl {
   const U64 cycles_;
 };
 
+class CopyingHam : public Hardware::ChipHam {
+ public:
+  explicit CopyingHam(U32 bytes) : ChipHam("copying"), chip_(bytes) {}
+  void doRead(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
+              U32 entries) override {
+    std::memcpy(buffer, chip_.data() + address.chipMemoryOffset(), entrySize * entries);
+  }
+  void doWrite(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
+               U32 entries) override {
+    std::memcpy(chip_.data() + address.chipMemoryOffset(), buffer, entrySize * entries);
+  }
+
+ private:
+  std::vector<U8> chip_;
+};
+
 }  // namespace
+
+Hardware::ChipHam::Ptr copyingHam(U32 bytes) { return Zint::makePtr<CopyingHam>(bytes); }
 
 Zint::Ptr<Fru::HamImpl> timedRegisters(double nanoseconds) {
   return Zint::makePtr<TimedRegisters>(nanoseconds);
