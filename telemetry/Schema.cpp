@@ -95,7 +95,8 @@ std::string Schema::toJson() const {
 Schema Schema::fromJson(std::string_view text) {
   try {
     Schema schema;
-    for (const Json& each : Json::parse(text).at("tables")) {
+    const Json parsed = Json::parse(text);
+    for (const Json& each : parsed.at("tables")) {
       Table& table = schema.tables.emplace_back();
       table.name = each.at("name").get<std::string>();
       table.type = each.value("type", std::string());

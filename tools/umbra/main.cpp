@@ -19,12 +19,39 @@
 namespace Tool {
 namespace {
 
+constexpr char psText[] =
+    "A driver is live while its process runs and its heart beats, stalled when it has not for "
+    "three "
+    "seconds, ended after an end in order, and dead when the process is no more. What dead ones "
+    "left "
+    "stays until a driver of that name starts again, or --clean removes it.";
+constexpr char showText[] =
+    "Totals count since the time that the region's row says, also over restarts of the driver. A "
+    "row "
+    "that is marked torn was being written at every look, or when the driver died.";
+constexpr char eventsText[] =
+    "A class is a kind of events (finding, alarm, chip ...), what was done with a finding "
+    "(repaired, "
+    "quarantined ...), or what a repair has shown (soft, recurring, stuck). With --json and "
+    "--follow "
+    "each line is one event.";
+constexpr char postMortemText[] =
+    "The files stay after the end of a driver, however it ended: its last state, with the rows "
+    "that "
+    "were being written marked as torn, its last events, and the assertion that ended it.";
+
 // In the order of --help.
 constexpr Command commands[] = {
+    {"ps", "list the drivers of this machine: live, stalled, dead or ended", psText, &addPs},
+    {"show", "show what a driver's live view holds", showText, &addShow},
+    {"events", "show the event log: differences, repairs, alarms, who changed what", eventsText,
+     &addEvents},
+    {"post-mortem", "show all that a driver left", postMortemText, &addPostMortem},
 #ifdef UMBRA_TOOL_SERVE
     {"metrics", "print what a monitoring system scrapes", "", &addMetrics},
     {"serve", "show all drivers on a page and to monitoring systems", "", &addServe},
 #endif
+    {"words", "print what completes a value", "", &addWords, true},
     {"completion", "print the completion for bash", "", &addCompletion, true},
     {"manual", "print the manual page", "", &addManual, true},
 };
