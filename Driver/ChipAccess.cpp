@@ -9,13 +9,20 @@
 namespace Driver {
 namespace {
 
+bool isMarked(const Hal::BufBase::Ptr& bitmap, U32 entry) {
+  return bitmap != nullptr && entry >> 3 < bitmap->size() &&
+         (bitmap->data()[entry >> 3] >> (entry & 7) & 1) != 0;
+}
+
+}  // namespace
+
 // A copy of some bytes; one entry needs no memory.
-class BytesCopy {
+class ChipAccess::Copy {
  public:
-  explicit BytesCopy(std::size_t size) : size_(size) {
+  explicit Copy(std::size_t size) : size_(size) {
     if (size > sizeof few_) many_.resize(size);
   }
-  explicit BytesCopy(std::span<const U8> bytes) : BytesCopy(bytes.size()) {
+  explicit Copy(std::span<const U8> bytes) : Copy(bytes.size()) {
     if (!bytes.empty()) std::memcpy(data(), bytes.data(), bytes.size());
   }
   U8* data() { return many_.empty() ? few_ : many_.data(); }
@@ -26,13 +33,6 @@ class BytesCopy {
   U8 few_[64];
   std::vector<U8> many_;
 };
-
-bool isMarked(const Hal::BufBase::Ptr& bitmap, U32 entry) {
-  return bitmap != nullptr && entry >> 3 < bitmap->size() &&
-         (bitmap->data()[entry >> 3] >> (entry & 7) & 1) != 0;
-}
-
-}  // namespace
 
 Zint::Ptr<ChipAccess> chipAccessFactory(const AuditedShadow::Ptr& shadow,
                                         const Hardware::ChipMemory::Ptr& chipMemory) {
@@ -98,7 +98,7 @@ void ChipAccess::readBytes(U32 first, std::span<U8> bytes) const {
   const Zint::Ptr<const ChipAccess> self(this);
   const ChipMemory::Ptr& cm = chipMemory_;
   const U32 entrySize = cm->entrySize();
-  BytesCopy values(bytes.size());
+  Copy values(bytes.size());
   const auto canBeServed = [&] {
     return shadow_->state() != Hardware::HardwareShadow::unconfigured() &&
            (cm->mode() == ChipMemory::override() || hasStoreFor(*cm, U64{first} + count));
@@ -275,8 +275,8 @@ class ChipAccess::Write {
   const U32 entrySize_;
   const U32 first_;
   const U32 count_;
-  BytesCopy values_;
-  BytesCopy offered_{values_.size()};
+  Copy values_;
+  Copy offered_{values_.size()};
   bool isDifferent_ = false;
   std::vector<bool> many_;  // the same for more than one entry
 };

@@ -130,6 +130,7 @@ class UMBRA_API ChipAccess : public Zint::PtrInterface {
   U64 writesHeld() const { return writesHeld_; }    // held back
 
  private:
+  class Copy;
   class Write;
 
   void requireSize(std::size_t bytes) const;

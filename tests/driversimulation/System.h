@@ -85,7 +85,6 @@ class System {
   void onCompletePass();
   void checkProgress();
   void checkEnd();
-  void checkCounters();
   void broken(const std::string& text);
 
   Bytes shadowed(const Region& region, U32 entry) const;
