@@ -363,6 +363,10 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
   PassResult result;
   result.start = time();
   const Chip::Ptr chip = stateOf(cm).chip;
+  if (shadow_.overrideHardware()) {
+    result.reason = "overrideHardware is set";
+    return result;
+  }
   if (chip->isRestoring()) {
     result.reason = chip->name() + " is being restored";
     return result;

@@ -75,6 +75,26 @@ TEST_F(PatrolDemand, doAudit_ofAChipThatIsBeingRestoredReadsNothing) {
   EXPECT_EQ(chip->writes, 0u);
 }
 
+TEST_F(PatrolDemand, doAudit_whileOverrideHardwareIsSetDoesNothing) {
+  fill(cm, 0, 8);
+  audit();
+  settle();
+  damage(cm, 3, 99);
+  offer(cm, 5, 77);
+  shadow->overrideHardwareIs(true);
+  const U64 reads = chip->reads;
+  const Driver::PassResult result = shadow->doAudit(cm, 0, 64);
+  EXPECT_FALSE(result.isComplete);
+  EXPECT_EQ(result.reason, "overrideHardware is set");
+  EXPECT_EQ(result.entries, 0u);
+  EXPECT_EQ(chip->reads, reads);
+  EXPECT_EQ(chip->writes, 0u);
+  EXPECT_NE(cm->dirty()->data()[0] & 1 << 5, 0);
+  EXPECT_TRUE(told.empty());
+  shadow->overrideHardwareIs(false);
+  EXPECT_EQ(shadow->doAudit(cm, 0, 64).repairs, 1u);
+}
+
 TEST_F(PatrolDemand, doAudit_thatReachesTheLimitOfATurnSaysSo) {
   fill(cm, 0, 8);
   audit();
