@@ -1,4 +1,5 @@
-// What the accesses of one chip cost, measured while they are made. Used by Patrol alone.
+// What the accesses of one chip cost, measured while they are made. Used by Patrol and
+// ChipWriter.
 //
 // An access of n entries takes a + b * n, neither below 0. So n times as many entries take at most
 // n times as long: what was measured for some entries bounds what more of them take, without

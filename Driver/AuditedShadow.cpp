@@ -4,6 +4,7 @@
 #include <Driver/Driver.h>
 #include <Driver/Patrol.h>
 #include <Zint/Enumeration.h>
+#include <cmath>
 
 namespace Driver {
 namespace {
@@ -80,6 +81,18 @@ void AuditedShadow::maxEntriesPerSliceIs(U32 entries) {
 void AuditedShadow::sliceIntervalIs(const Zint::Seconds& seconds) {
   requireTime(seconds, "sliceInterval must be a number that is not below 0");
   if (Zint::updated(sliceInterval_, seconds)) notify(Id::sliceInterval);
+}
+
+void AuditedShadow::maxEntriesPerReplaySliceIs(U32 entries) {
+  if (entries == 0) Zint::throwRangeException("maxEntriesPerReplaySlice must be above 0");
+  if (Zint::updated(maxEntriesPerReplaySlice_, entries)) notify(Id::maxEntriesPerReplaySlice);
+}
+
+void AuditedShadow::replayIntervalIs(const Zint::Seconds& seconds) {
+  if (!std::isfinite(seconds) || seconds < 0) {
+    Zint::throwRangeException("replayInterval must be finite and not negative");
+  }
+  if (Zint::updated(replayInterval_, seconds)) notify(Id::replayInterval);
 }
 
 void AuditedShadow::turnBoundIs(const Zint::Seconds& seconds) {

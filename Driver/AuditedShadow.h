@@ -76,6 +76,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
       quarantineDel,
       hasOpenFinding,
       isWritten,
+      maxEntriesPerReplaySlice,
+      replayInterval,
       finding,       // with a finding, of notifiees alone, as the three below
       pass,          // with the result of one
       allowsRepair,  // with a finding
@@ -139,6 +141,13 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // not divided: a re-read, the read of kept bits, the write, the verification.
   Zint::Seconds turnBound() const { return turnBound_; }
   void turnBoundIs(const Zint::Seconds& seconds);
+  // The same for the replay of a chip that was reset, which begins at once: entries that a slice
+  // writes at most, and seconds from the end of one to the next. REQUIRES: above 0; finite and not
+  // negative. The bound of a turn holds for them, too.
+  U32 maxEntriesPerReplaySlice() const { return maxEntriesPerReplaySlice_; }
+  void maxEntriesPerReplaySliceIs(U32 entries);
+  Zint::Seconds replayInterval() const { return replayInterval_; }
+  void replayIntervalIs(const Zint::Seconds& seconds);
   // Clears the marks before the read instead of after the judgement: only for clients that write
   // the chip in the turn in which they offer the write.
   bool judgeAtOnce() const { return judgeAtOnce_; }
@@ -195,8 +204,9 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // From start to start, the newest last; at most 16.
   const std::vector<Zint::Seconds>& passPeriods() const { return passPeriods_; }
   // Reads and judges entries of a region at once, beside the patrol. The region need not be under
-  // audit. REQUIRES: idle or auditing, a region with a store, and entries within it (range
-  // exceptions).
+  // audit. As the patrol, it does nothing while overrideHardware is set or the chip is being
+  // restored: the result is not complete, and its reason says so. REQUIRES: idle or auditing, a
+  // region with a store, and entries within it (range exceptions).
   PassResult doAudit(const ChipMemory::Ptr& region, U32 first, U32 count);
 
   // --- Counts; they wrap ---
@@ -244,12 +254,14 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   void quarantinedIs(U32 entries);
 
   U32 maxEntriesPerSlice_ = 1024;
+  U32 maxEntriesPerReplaySlice_ = 1024;
   U32 maxRepairsPerTurn_ = ~0u;
   U32 maxRepairsPerPass_ = ~0u;
   U32 quarantineRepairs_ = 0;
   U32 quarantineVisits_ = 3;
   U32 quarantined_ = 0;
   Zint::Seconds sliceInterval_ = 0.001;
+  Zint::Seconds replayInterval_ = 0.001;
   Zint::Seconds turnBound_ = Zint::never;
   Zint::Seconds quarantineTime_ = 60;
   Zint::Seconds patrolSince_ = 0;

@@ -70,6 +70,9 @@ constexpr Zint::Member auditedShadowMembers[] = {
     operation<&A::quarantineDel>("quarantineDel", "chipMemory", "entry"),
     operation<&A::hasOpenFinding>("hasOpenFinding", "chipMemory", "entry"),
     operation<&A::isWritten>("isWritten", "chipMemory", "entry"),
+    attribute<&A::maxEntriesPerReplaySlice, &A::maxEntriesPerReplaySliceIs>(
+        "maxEntriesPerReplaySlice"),
+    attribute<&A::replayInterval, &A::replayIntervalIs>("replayInterval"),
 };
 ZINT_CHECK_IDS(AuditedShadow, auditedShadowMembers, Hardware::HardwareShadow::Id::lastMember + 1,
                maxEntriesPerSlice, sliceInterval, turnBound, judgeAtOnce, rereads, verifies,
@@ -77,7 +80,8 @@ ZINT_CHECK_IDS(AuditedShadow, auditedShadowMembers, Hardware::HardwareShadow::Id
                quarantineVisits, findsResets, paused, patrolState, patrolReason, patrolSince,
                nextTry, passEntries, passEntriesDone, passPeriods, lastPassTime, lastPassAge,
                findings, repairs, transients, quarantined, policyIs, policy, chipIs, chip,
-               policyText, doAudit, isQuarantined, quarantineDel, hasOpenFinding, isWritten);
+               policyText, doAudit, isQuarantined, quarantineDel, hasOpenFinding, isWritten,
+               maxEntriesPerReplaySlice, replayInterval);
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 // ChipWriterReplay.cpp.
 #include <Driver/ChipWriter.h>
 
+#include <Driver/AccessCost.h>
 #include <Driver/Driver.h>
 #include <cmath>
 
@@ -58,7 +59,8 @@ ChipWriter::ChipWriter(const Zint::Ptr<Zint::ActivityConfig>& activity,
     : zintFwkActivity_(activity),
       maxEntriesPerWrite_(requireAboveZero(maxEntriesPerWrite, noEntriesPerWrite)),
       maxEntriesPerSlice_(requireAboveZero(maxEntriesPerSlice, noEntriesPerSlice)),
-      writeInterval_(requireDuration(writeInterval, noWriteInterval)) {
+      writeInterval_(requireDuration(writeInterval, noWriteInterval)),
+      cost_(std::make_unique<AccessCost>()) {
   if (shadow != nullptr) shadow_ = Zint::makePtr<ZintShadow>(activity, shadow);
   if (request != nullptr) newRequest(request);
   if (clock != nullptr) newClock(clock);

@@ -20,6 +20,9 @@
 // at the beginning of that access, a new start begins anew. An entry that is `once` is not repeated
 // then: it is listed as interrupted.
 //
+// A slice ends early with the access that reaches the turn bound of the shadow, if it has one, and
+// an access writes as many entries as fit into what is left of it.
+//
 // The start and plan() go through all entries of the request in one turn. The writer does not keep
 // the shadow alive.
 #pragma once
@@ -31,11 +34,13 @@
 #include <Zint/Epoch.h>
 #include <concepts>
 #include <functional>
+#include <memory>
 #include <set>
 #include <utility>
 
 namespace Driver {
 
+class AccessCost;
 class ReplayRegion;
 
 class UMBRA_API ChipWriter : public Zint::PtrInterface {
@@ -142,7 +147,7 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
 
  public:
   // --- Virtual operations, in slot order ---------------------------------------------------------
-  // Writes one slice of at most maxEntriesPerSlice entries. Nothing happens where none is due.
+  // Writes one slice: at most maxEntriesPerSlice entries. Nothing happens where none is due.
   virtual void doWrite();
   virtual void zintFwkActivityIs(const Zint::Ptr<Zint::ActivityConfig>& activity);
   // (Un)marks this and its reactors as being deleted.
@@ -254,6 +259,9 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   void writeSlice(const AuditedShadow::Ptr& shadow);
   bool isChipPresent(const AuditedShadow::Ptr& shadow, const ReplayRegion& region);
   EntryRun findRun(const ReplayRegion& region, U32 limit, U64& visits) const;
+  void sliceEndIs(const AuditedShadow& shadow);
+  Zint::Seconds timeOfSlice() const;  // of the clock; 0 while the slice has no bound
+  U32 entriesOfAccess(U32 left) const;
   std::function<void(bool)> accessTimer();
   void requireTaken(AuditedShadow& shadow, const ChipMemory::Ptr& cm, EntryRun run);
   void writeRun(const AuditedShadow::Ptr& shadow, const ReplayRegion& region, EntryRun run);
@@ -294,6 +302,8 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   bool includesAdopted_ = false;
   bool leavesBuffered_ = false;
   Zint::Seconds pause_ = 0;  // before the next slice
+  Zint::Seconds sliceEnd_ = Zint::never;
+  const std::unique_ptr<AccessCost> cost_;  // measured while slices have a bound
   std::vector<Job> jobs_;
   std::vector<Zint::Seconds> delays_;  // of the groups
   Place place_;

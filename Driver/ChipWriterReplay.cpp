@@ -1,6 +1,7 @@
 // The writing: what a command does, one tick, one slice, and the passes that a replay consists of.
 #include <Driver/ChipWriter.h>
 
+#include <Driver/AccessCost.h>
 #include <Driver/Driver.h>
 #include <Driver/ReplayRegion.h>
 #include <Zint/Sizes.h>
@@ -193,6 +194,9 @@ void ChipWriter::doWrite() {
 void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
   const Zint::Epoch::Mark command(commands_);
   pause_ = 0;
+  sliceEndIs(*shadow);
+  if (command.isSuperseded()) return;
+  bool hasAccessed = false;
   U32 left = place_.isUnbounded ? ~0u : maxEntriesPerSlice_;
   for (U64 visits = place_.isUnbounded ? everyVisit : visitsPerSlice; visits > 0;) {
     if (shadow->overrideHardware()) return fail("overrideHardware is set");
@@ -202,6 +206,7 @@ void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
       if (!goesOn) return finish();
       if (pause_ > 0) return;
       if (place_.isUnbounded) {
+        sliceEnd_ = Zint::never;
         left = ~0u;
         visits = everyVisit;
       }
@@ -215,13 +220,15 @@ void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
       nextJob();
       continue;
     }
-    const EntryRun run = findRun(region, std::max(left, 1u), visits);
+    const EntryRun run = findRun(region, std::max(entriesOfAccess(left), 1u), visits);
+    if (command.isSuperseded()) return;
     place_.entry = run.first;
     if (run.second == 0) {
       if (run.first >= region.cm()->entries()) nextJob();
       continue;
     }
-    if (left == 0) return;
+    const Zint::Seconds begin = timeOfSlice();
+    if (command.isSuperseded() || left == 0 || (hasAccessed && begin >= sliceEnd_)) return;
     currentChipMemoryIs(region.cm());
     if (command.isSuperseded()) return;
     if (!isChipPresent(shadow, region)) return;
@@ -230,6 +237,9 @@ void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
     } else {
       writeRun(shadow, region, run);
     }
+    if (command.isSuperseded()) return;
+    if (sliceEnd_ != Zint::never) cost_->add(run.second, std::max(timeOfSlice() - begin, 0.0));
+    hasAccessed = true;
     if (command.isSuperseded()) return;
     place_.entry = run.first + run.second;
     place_.hasFound = true;
@@ -265,6 +275,25 @@ EntryRun ChipWriter::findRun(const ReplayRegion& region, U32 limit, U64& visits)
                !isLeftOut(entry);
       });
   }
+}
+
+// What is written in one turn at last has no bound.
+void ChipWriter::sliceEndIs(const AuditedShadow& shadow) {
+  const Zint::Ptr<const Zint::Clock> clock = this->clock();
+  const bool isBounded =
+      !place_.isUnbounded && clock != nullptr && shadow.turnBound() != Zint::never;
+  sliceEnd_ = isBounded ? clock->time() + shadow.turnBound() : Zint::never;
+}
+
+Zint::Seconds ChipWriter::timeOfSlice() const {
+  if (sliceEnd_ == Zint::never) return 0;
+  const Zint::Ptr<const Zint::Clock> clock = this->clock();
+  return clock == nullptr ? 0 : clock->time();
+}
+
+U32 ChipWriter::entriesOfAccess(U32 left) const {
+  if (sliceEnd_ == Zint::never) return left;
+  return std::min(left, cost_->entriesWithin(sliceEnd_ - timeOfSlice()));
 }
 
 std::function<void(bool)> ChipWriter::accessTimer() {

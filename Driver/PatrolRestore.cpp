@@ -35,7 +35,7 @@ void Patrol::restore(const Chip::Ptr& chip) {
     const ChipWriteRequest::Ptr request = replayRequest(*chip);
     const ChipWriter::Ptr writer = chipWriterFactory(
         shadow_.zintFwkActivity(), AuditedShadow::Ptr(&shadow_), request, clock,
-        entriesPerReplayAccess, shadow_.maxEntriesPerSlice(), shadow_.sliceInterval());
+        entriesPerReplayAccess, shadow_.maxEntriesPerReplaySlice(), shadow_.replayInterval());
     const auto replay = Zint::makePtr<Replay>(*this, chip, request, writer);
     ChipState* const state = stateOf(chip);
     if (state == nullptr || state->replay != nullptr) return replay->forget();

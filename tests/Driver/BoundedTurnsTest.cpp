@@ -1,6 +1,7 @@
 // No turn of an audited shadow takes longer than its bound and one access more, whatever is under
 // audit; and what was found without a bound is found with one.
 #include <Driver/Chip.h>
+#include <Driver/Governor.h>
 #include <Driver/Policy.h>
 
 #include "PatrolTest.h"
@@ -328,6 +329,33 @@ TEST(BoundedTurnsOfAClockThatTicks, aPolicyIsPreparedInSteps) {
   EXPECT_EQ(shadow->audits(), 3u);
   EXPECT_LE(most, 41 * 1024u);
   EXPECT_LE(turns->longest(), 50e-6);
+}
+
+// Each access of the replay takes its part of the bound, and it does not wait as the patrol does.
+TEST_F(BoundedTurns, theReplayAfterAResetGoesOnAtOnce) {
+  const ChipMemory::Ptr cm = region("mac", 0x100000, 8192);
+  const Driver::Governor::Ptr governor = Driver::governorFactory(loop.activity, shadow);
+  audit();
+  for (U32 e = 0; e < 8192; ++e) write(cm, e, e + 1);
+  ASSERT_TRUE(wholePass());
+  ASSERT_GT(shadow->sliceInterval() + shadow->minIntervalBetweenAudits(), 1);
+  for (U32 e = 0; e < 8192; ++e) set(cm, e, 0);
+  const Zint::Seconds start = loop.clock->time();
+  shadow->chip(cm)->doChipReset();
+  Zint::Seconds longest = 0;
+  while (shadow->chip(cm)->isRestoring() && loop.clock->time() < start + 100) {
+    const Zint::Seconds wake = loop.activity->wakeTime();
+    if (wake > loop.clock->time()) loop.clock->timeIs(wake);
+    const Zint::Seconds begin = loop.clock->time();
+    loop.turn();
+    longest = std::max(longest, loop.clock->time() - begin);
+  }
+  const Zint::Seconds work = 8192 * access;
+  EXPECT_LE(loop.clock->time() - start, 2.2 * work + 0.01);
+  EXPECT_LE(longest, bound + access + 1e-9);
+  for (U32 e = 0; e < 8192; ++e) ASSERT_EQ(get(cm, e), e + 1);
+  // Neighbours share an access also then.
+  EXPECT_GT(longest, bound / 2);
 }
 
 // The bound of 0 leaves one entry, or one region that is passed over, for each turn.

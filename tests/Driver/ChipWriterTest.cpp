@@ -338,7 +338,7 @@ TEST_F(ChipWriterTest, writesHeldBackInRegionsThatAreDoneAreWrittenBeforeTheEnd)
   const auto access = Driver::chipAccessFactory(own, a);
   resetChip();
   own->chip(a)->replayIs(request);
-  own->maxEntriesPerSliceIs(2);
+  own->maxEntriesPerReplaySliceIs(2);
   own->chip(a)->doChipReset();  // starts the replay
   EXPECT_EQ(tick(), (Accesses{writeOf(0x3000, 2)}));
   access->write<U32>(0, 77);
@@ -364,7 +364,7 @@ TEST_F(ChipWriterTest, writesHeldBackReachTheChipBeforeTheNextGroup) {
   const auto access = Driver::chipAccessFactory(own, a);
   resetChip();
   own->chip(a)->replayIs(request);
-  own->maxEntriesPerSliceIs(2);
+  own->maxEntriesPerReplaySliceIs(2);
   own->chip(a)->doChipReset();  // starts the replay
   tick();
   access->write<U32>(0, 77);
@@ -377,7 +377,7 @@ TEST_F(ChipWriterTest, clientsThatHoldBackMoreThanSlicesWriteDoNotKeepItFromEndi
   resetChip();
   const auto access = Driver::chipAccessFactory(own, a);
   own->chip(a)->replayIs(request);
-  own->maxEntriesPerSliceIs(1);
+  own->maxEntriesPerReplaySliceIs(1);
   own->chip(a)->doChipReset();  // starts the replay
   U32 value = 1000;
   for (int i = 0; i < 1000 && own->chip(a)->isRestoring(); ++i) {

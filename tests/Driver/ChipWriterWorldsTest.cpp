@@ -42,7 +42,7 @@ class ReplayWorld {
     memory_->onAccess = [this](const HamAccess& seen, U8*) { interfere(seen); };
     if (!options_.isRestoring) return;
     const auto chip = shadow_->chip(accesses_[0]->chipMemory());
-    shadow_->maxEntriesPerSliceIs(random_.between(1, 12));
+    shadow_->maxEntriesPerReplaySliceIs(random_.between(1, 12));
     if (random_.oneIn(2)) chip->replayIs(request_);
     chip->doChipReset();
   }

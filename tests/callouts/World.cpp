@@ -195,6 +195,8 @@ void World::makeShadow() {
     const AuditedShadow::Ptr made = Driver::auditedShadowFactory(activity, clock);
     made->maxEntriesPerSliceIs(10);
     made->sliceIntervalIs(0.01);
+    made->maxEntriesPerReplaySliceIs(10);
+    made->replayIntervalIs(0.01);
     made->minIntervalBetweenAuditsIs(1);
     made->rereadsIs(true);
     made->verifiesIs(true);

@@ -154,6 +154,7 @@ void Session::setting(U32 which, U32 value) {
   switch (which % 10) {
     case 0:
       shadow.maxEntriesPerSliceIs(settings.slice = 1 + value % 9);
+      shadow.maxEntriesPerReplaySliceIs(settings.slice);
       break;
     case 1:
       shadow.judgeAtOnceIs(settings.judgeAtOnce = value % 4 == 0);

@@ -194,6 +194,8 @@ World::World(const Plan& plan)
   }
   shadow->maxEntriesPerSliceIs(plan.slice);
   shadow->sliceIntervalIs(plan.sliceInterval);
+  shadow->maxEntriesPerReplaySliceIs(plan.slice);
+  shadow->replayIntervalIs(plan.sliceInterval);
   shadow->minIntervalBetweenAuditsIs(plan.passInterval);
   watch_ = Zint::makePtr<Watch>(*this);
   shadow->stateIs(Hardware::HardwareShadow::configured());

@@ -30,6 +30,8 @@ System::System(U64 seed) : random_(seed) {
   for (U32 r = 0; r < regions; ++r) makeRegion(r);
   shadow_->maxEntriesPerSliceIs(random_.between(1, 40));
   shadow_->sliceIntervalIs(random_.seconds(1, 50));
+  shadow_->maxEntriesPerReplaySliceIs(shadow_->maxEntriesPerSlice());
+  shadow_->replayIntervalIs(shadow_->sliceInterval());
   shadow_->minIntervalBetweenAuditsIs(random_.seconds(100, 5000));
   shadow_->rereadsIs(random_.oneIn(2));
   shadow_->verifiesIs(random_.oneIn(2));
