@@ -7,7 +7,9 @@
 //   ...
 //   chip->doChipReset();                                      // the driver has reset it
 //
-// An audited shadow makes a chip of its own for each access method that has none.
+// An audited shadow makes a chip of its own for each access method that has none. It drops such a
+// chip again once no region has the access method any more and nobody else holds the chip: when the
+// last region leaves, when as many regions have left as are still there, or when it is configured.
 #pragma once
 
 #include <Hardware/ChipHam.h>

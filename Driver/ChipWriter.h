@@ -10,6 +10,9 @@
 // includes them. Masked bits are rewritten as the policy says. Neighbours share an access, except
 // entries that are `once`. Buffered regions are held, overridden ones skipped: see remarks().
 //
+// What was written is remembered for the region, the object: one that leaves the shadow and returns
+// is written as before, another one at its address is not. Its store must be the same.
+//
 // Clients may write at any time. Each run is copied before its access; entries that a client has
 // changed during it are written again after it. Writes that ChipAccess holds back are written
 // before the status is `done`, and before the next group where they are not too many. When clients

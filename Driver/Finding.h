@@ -65,6 +65,9 @@ struct UMBRA_API PassResult {
 struct UMBRA_API TurnResult {
   Zint::Seconds start = 0;  // of the shadow's clock
   Zint::Seconds duration = 0;
+  // Of all its accesses, and of the longest one; 0 unless turns have a bound.
+  Zint::Seconds accessTime = 0;
+  Zint::Seconds longestAccess = 0;
   U64 entries = 0;       // judged or passed over
   bool isFirst = false;  // of a pass
   bool isLast = false;   // of a pass that is not ended early

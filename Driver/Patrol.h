@@ -62,6 +62,7 @@ class Patrol {
   class SelfWatch;
   class ChipWatch;
   class StoreWatch;
+  class RemovedWatch;
   class PolicyWatch;
   class SliceClock;
   class Replay;
@@ -96,7 +97,7 @@ class Patrol {
     ended    // what was called has ended the slice
   };
 
-  // --- Patrol.cpp: what has changed, and the regions and chips ---
+  // --- Patrol.cpp: what has changed ---
   void start();
   void stop();
   void clockIs(const Zint::Ptr<const Zint::Clock>& clock);
@@ -104,15 +105,27 @@ class Patrol {
   void tryAgain();  // in the next turn, where no other is due
   void updateState();
   void resume();
-  void forget(std::vector<std::unique_ptr<RegionMarks>>& dropped);
   bool isRunning() const;
   bool isAnyRestoring() const;
-  ChipState* findState(const Hardware::ChipMemory& region) const;
-  ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
-  ChipState* stateOf(const Chip::Ptr& chip) const;  // null where it is none of this shadow's
+
+  // --- PatrolRegions.cpp ---
+  void dropMarks(std::vector<std::unique_ptr<RegionMarks>>& dropped);
+  void keepMarks(std::unique_ptr<RegionMarks>& marks);
+  std::unique_ptr<RegionMarks> takeKeptMarks(const Hardware::ChipMemory* region);
+  void dropKeptMarks();
   void applyUnwritten(RegionMarks& marks);
   void reserveMarks();
   void dropRemoved();
+
+  // --- PatrolChips.cpp ---
+  void dropChips();
+  ChipState* findState(const Hardware::ChipMemory& region) const;
+  ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
+  ChipState* stateOf(const Chip::Ptr& chip) const;  // null where it is none of this shadow's
+  void makeAbsent(ChipState& state, const Zint::String8& reason);
+  bool readAnyEntry(const Hardware::ChipMemory::Ptr& cm) const;
+  void readAnyEntry(const Chip::Ptr& chip) const;
+  bool retryAbsent();
 
   // --- PatrolPass.cpp: passes and slices ---
   void beginPass();
@@ -137,10 +150,7 @@ class Patrol {
   // Around accesses of one entry: the time before them, and what each of them took.
   Zint::Seconds beginAccess() const { return isBounded() ? time() : 0; }
   void endAccess(Run& run, Zint::Seconds begin, U32 accesses = 1);
-  void makeAbsent(ChipState& state, const Zint::String8& reason);
-  bool readAnyEntry(const Hardware::ChipMemory::Ptr& cm) const;
-  void readAnyEntry(const Chip::Ptr& chip) const;
-  bool retryAbsent();
+  void noteAccess(Zint::Seconds begin, U32 accesses = 1);  // for the turn alone
 
   // --- PatrolRestore.cpp: the replay after a reset ---
   Zint::Ptr<ChipWriteRequest> replayRequest(const Chip& chip) const;
@@ -196,6 +206,14 @@ class Patrol {
   Zint::Epoch commands_;
   std::unordered_map<const Hardware::ChipMemory*, std::unique_ptr<RegionMarks>> marks_;
   std::unordered_multimap<U64, const Hardware::ChipMemory*> marksAt_;  // the same, by address
+  // Of regions that have left and still exist: known by identity, not held. Without repairs.
+  struct KeptMarks {
+    Zint::Ptr<RemovedWatch> watch;
+    std::unique_ptr<RegionMarks> marks;
+  };
+  std::unordered_map<const Hardware::ChipMemory*, KeptMarks> keptMarks_;
+  std::size_t mostKeptMarks_ = 0;  // when they were looked through last, and some more
+  U32 removals_ = 0;               // of regions, since the chips were looked through
   std::vector<std::unique_ptr<ChipState>> chips_;  // given ones; the last is asked first
   // Made here, for access methods that have none.
   std::unordered_map<const Hardware::ChipHam*, std::unique_ptr<ChipState>> defaultChips_;
@@ -224,7 +242,9 @@ class Patrol {
   bool isFirstRun_ = true;  // of the turn
   bool hasWorked_ = false;  // the turn has done something: it may end
   U32 repairsOfTurn_ = 0;
-  Judgement* judgement_ = nullptr;  // on the stack of judge()
+  Zint::Seconds accessTime_ = 0;     // of the turn's accesses
+  Zint::Seconds longestAccess_ = 0;  // of them
+  Judgement* judgement_ = nullptr;   // on the stack of judge()
 
   U32 histories_ = 0;  // entries of all regions whose repairs are remembered
 };

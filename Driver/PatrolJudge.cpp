@@ -146,15 +146,19 @@ Patrol::Visit Patrol::readRun(Run& run) {
   bool isPresent = true, isReset = false;
   const bool wasAbsent = run.chip->isAbsent();
   hasWorked_ = true;
+  Zint::Seconds begin = beginAccess();
   const bool isRead = callGuarded(
       [&] {
         run.ham->doRead(run.cm->entryAddress(run.first), run.actual(run.first), run.entrySize,
                         run.end - run.first);
+        noteAccess(begin);
+        begin = beginAccess();
         if (run.isSuperseded()) return;
         isPresent = run.chip->isPresent();
         if (wasAbsent && isPresent && !run.isSuperseded()) isReset = run.chip->wasReset();
       },
       error);
+  noteAccess(begin);
   if (isReset) {  // the chip tells of it once: whatever has changed meanwhile
     run.chip->absentIs(false, "", time());
     run.chip->doChipReset();

@@ -72,7 +72,9 @@ bool Patrol::checkChips(const Zint::Epoch::Mark& mark) {
     if (chip->isAbsent() || chip->isRestoring()) continue;
     Zint::String8 error;
     bool isReset = false;
+    const Zint::Seconds begin = beginAccess();
     const bool isKnown = callGuarded([&] { isReset = chip->wasReset(); }, error);
+    noteAccess(begin);
     if (mark.isSuperseded()) return false;
     if (!isKnown) {
       makeAbsent(state, error);
@@ -151,6 +153,7 @@ void Patrol::doSlice() {
   const Zint::Epoch::Mark mark(commands_);
   TurnResult turn{.start = turnStart_, .isFirst = !isInPass_};
   repairsOfTurn_ = 0;
+  accessTime_ = longestAccess_ = 0;
   isFirstRun_ = true;
   hasWorked_ = false;
   const U64 begin = isInPass_ ? done_ : 0;
@@ -164,6 +167,8 @@ void Patrol::doSlice() {
     if (!mark.isSuperseded() && isInPass_) turn.isLast = slice(mark);
   }
   turn.duration = time() - turn.start;
+  turn.accessTime = accessTime_;
+  turn.longestAccess = longestAccess_;
   if (turn.isOutsidePass) {
     if (hasTried) tellTurn(turn);
     if (!mark.isSuperseded() && turn.start < nextPass_) wakeForPass();
@@ -247,7 +252,15 @@ U32 Patrol::entriesOfAccess(const ChipState& chip) const {
 }
 
 void Patrol::endAccess(Run& run, Zint::Seconds begin, U32 accesses) {
+  noteAccess(begin, accesses);
   if (isBounded() && !run.isSuperseded()) run.state.cost.add(1, (time() - begin) / accesses);
+}
+
+void Patrol::noteAccess(Zint::Seconds begin, U32 accesses) {
+  if (!isBounded()) return;
+  const Zint::Seconds taken = std::max(time() - begin, 0.0);
+  accessTime_ += taken;
+  longestAccess_ = std::max(longestAccess_, taken / accesses);
 }
 
 // --- Regions -------------------------------------------------------------------------------------
@@ -341,141 +354,6 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     leaveRegion();
   }
   return visited;
-}
-
-// --- On demand -----------------------------------------------------------------------------------
-
-// Not part of a pass: a chip that does not answer ends it, and nobody asks whether it was reset.
-PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) {
-  const ChipMemory::Ptr cm = region;
-  if (shadow_.state() != Hardware::HardwareShadow::idle() &&
-      shadow_.state() != Hardware::HardwareShadow::auditing()) {
-    Zint::throwRangeException("doAudit needs a shadow that is idle or auditing");
-  }
-  if (U64{first} + count > cm->entries()) {
-    Zint::throwRangeException("doAudit: entries beyond those of " + cm->name());
-  }
-  if (!cm->shadowStoreNeeded()) Zint::throwRangeException(cm->name() + " has no shadow store");
-  if (const Zint::String8 obstacle = whyNotHeld(*cm); !obstacle.empty()) {
-    Zint::throwRangeException(obstacle);
-  }
-  const Zint::Epoch::Mark mark(commands_);
-  PassResult result;
-  result.start = time();
-  const Chip::Ptr chip = stateOf(cm).chip;
-  if (shadow_.overrideHardware()) {
-    result.reason = "overrideHardware is set";
-    return result;
-  }
-  if (chip->isRestoring()) {
-    result.reason = chip->name() + " is being restored";
-    return result;
-  }
-  const Zint::Seconds outer = std::exchange(turnStart_, Zint::never);  // no bound of time
-  const U32 outerRepairs = std::exchange(repairsOfTurn_, 0);
-  const RegionMarks* marks = this->marks(cm.ptr());
-  const Policy::Ptr policy = marks == nullptr ? nullptr : marks->policy;
-  Visit visited = Visit::done;
-  for (U32 entry = first; entry < first + count && visited == Visit::done;) {
-    U32 end = entry + std::min(first + count - entry, shadow_.maxEntriesPerSlice());
-    if (policy != nullptr) {
-      entry = firstRead(*policy, entry, end);
-      if (entry == end || !isRead(policy->rule(entry))) continue;
-      end = readEnd(*policy, entry, end);
-    }
-    U32 judged = 0;
-    visited = audit(cm, entry, end, result, judged);
-    if (mark.isSuperseded()) visited = Visit::ended;
-    entry += judged;
-  }
-  turnStart_ = outer;
-  repairsOfTurn_ = outerRepairs;
-  result.isComplete = visited == Visit::done;
-  if (visited == Visit::full) result.reason = "maxRepairsPerTurn is reached";
-  if (visited == Visit::isVoid) {
-    result.reason = chip->name() + " is absent: " + chip->reason();
-  }
-  if (visited == Visit::ended) result.reason = "a notifiee or an access has changed the audit";
-  result.duration = result.longestTurn = time() - result.start;
-  if (!isInTurn_) {
-    tellTurn({.start = result.start,
-              .duration = result.duration,
-              .entries = result.entries,
-              .isOutsidePass = true});
-  }
-  return result;
-}
-
-// --- Chips ---------------------------------------------------------------------------------------
-
-void Patrol::makeAbsent(ChipState& state, const Zint::String8& reason) {
-  state.hasRead = state.isAlive = false;
-  state.isMissed = true;
-  const Chip::Ptr chip = state.chip;
-  chip->absentIs(true, reason, time());
-}
-
-// Reads an entry of the region. False: none may be read. Throws where the chip does not answer.
-bool Patrol::readAnyEntry(const ChipMemory::Ptr& cm) const {
-  if (!isUnderAudit(*cm) || !whyNotHeld(*cm).empty()) return false;
-  const RegionMarks* marks = this->marks(cm.ptr());
-  const U32 entry = marks == nullptr || marks->policy == nullptr
-                        ? 0
-                        : firstRead(*marks->policy, 0, cm->entries());
-  if (entry >= cm->entries()) return false;
-  if (marks != nullptr && marks->policy != nullptr && !isRead(marks->policy->rule(entry))) {
-    return false;
-  }
-  std::vector<U8> value(cm->entrySize());
-  cm->chipHam()->doRead(cm->entryAddress(entry), value.data(), cm->entrySize(), 1);
-  return true;
-}
-
-// Throws where the chip does not answer. Nothing is read where no entry of it may be. The region
-// that was read last is likely to do: the others are many.
-void Patrol::readAnyEntry(const Chip::Ptr& chip) const {
-  const Zint::Ptr<ChipReadRequest> request = shadow_.auditReadRequest();
-  const ChipState* const state = stateOf(chip);
-  if (request == nullptr || state == nullptr) return;
-  const ChipMemory::Ptr last = request->chipMemory(state->lastRead);
-  if (last != nullptr && findChip(*last) == chip && readAnyEntry(last)) return;
-  for (auto member = request->chipMemoryIterator(); member; ++member) {
-    const ChipMemory::Ptr cm = member->chipMemory();
-    if (cm != last && findChip(*cm) == chip && readAnyEntry(cm)) return;
-  }
-}
-
-// Looks whether the absent chips whose time has come answer again. Those that are being restored
-// are tried by their replay. False: there was none.
-bool Patrol::retryAbsent() {
-  const Zint::Seconds now = time();
-  if (nextTry() > now) return false;
-  bool isAnyTried = false;
-  for (const Chip::Ptr& chip : chips()) {
-    if (!chip->isAbsent() || chip->isRestoring() || now < chip->nextTry()) continue;
-    if (isTurnOver()) break;  // the others in the next turn
-    isAnyTried = hasWorked_ = true;
-    Zint::String8 error = "its sentinel register is wrong";
-    bool isPresent = false, isReset = false;
-    const bool isAnswered = callGuarded(
-        [&] {
-          readAnyEntry(chip);
-          isPresent = chip->isPresent();
-          if (isPresent) isReset = chip->wasReset();
-        },
-        error);
-    ChipState* const state = stateOf(chip);
-    if (state == nullptr) continue;
-    if (!isAnswered || !isPresent) {
-      makeAbsent(*state, error);
-      continue;
-    }
-    state->isAlive = true;
-    chip->absentIs(false, "", now);
-    if (isReset) chip->doChipReset();
-  }
-  if (isAnyTried) updateState();
-  return isAnyTried;
 }
 
 }  // namespace Driver

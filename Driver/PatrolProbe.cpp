@@ -131,7 +131,9 @@ Patrol::Visit Patrol::goOnProbing(const Run* run) {
   // A chip that went away meanwhile answers noise, too.
   Zint::String8 error = "its sentinel register is wrong";
   bool isPresent = false;
+  const Zint::Seconds begin = beginAccess();
   const bool isAnswered = callGuarded([&] { isPresent = probe->chip->isPresent(); }, error);
+  noteAccess(begin);
   if (mark.isSuperseded()) return Visit::ended;
   if (!isAnswered || !isPresent) {
     if (ChipState* const state = stateOf(probe->chip); state != nullptr) makeAbsent(*state, error);
@@ -255,6 +257,7 @@ Patrol::Visit Patrol::readProbed(Probe& probe, const ChipMemory::Ptr& cm, U32 en
   const Zint::Seconds begin = beginAccess();
   const bool isRead =
       callGuarded([&] { ham->doRead(cm->entryAddress(entry), value.data(), size, 1); }, error);
+  noteAccess(begin);
   if (mark.isSuperseded() || cm->shadow() != shadow || cm->dirty() != dirty) {
     if (!mark.isSuperseded()) probe_ = nullptr;
     return Visit::ended;

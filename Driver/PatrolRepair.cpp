@@ -108,7 +108,9 @@ void Patrol::verify(Judgement& judgement) {
   }
   // A chip that went away meanwhile is no stuck one.
   bool isPresent = false;
+  const Zint::Seconds beginAsking = beginAccess();
   const bool isAnswered = callGuarded([&] { isPresent = run.chip->isPresent(); }, judgement.error);
+  noteAccess(beginAsking);
   if (!isAnswered || run.isSuperseded()) return;
   if (isPresent) {
     judgement.nature = Nature::stuck;

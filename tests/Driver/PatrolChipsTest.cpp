@@ -264,6 +264,31 @@ TEST_F(PatrolChips, derivedChipThatThrowsWhenAskedWhatItHoldsIsNoEndOfThePatrol)
   EXPECT_EQ(held(a, 1), 2u);
 }
 
+TEST_F(PatrolChips, chipMadeForAnAccessMethodLeavesWithItsLastRegion) {
+  const auto removed = [&](const ChipMemory::Ptr& cm) {
+    shadow->stateIs(HardwareShadow::unconfigured());
+    shadow->chipMemoryDel(cm->address());
+    shadow->stateIs(HardwareShadow::configured());
+    return shadow->chips().size();
+  };
+  const auto otherHam = Zint::makePtr<PatrolChip>("other"),
+             heldHam = Zint::makePtr<PatrolChip>("held");
+  const ChipMemory::Ptr a = regionOf(chip, "a", 0x1000, 16),
+                        b = regionOf(otherHam, "b", 0x2000, 16);
+  const ChipMemory::Ptr c = regionOf(otherHam, "c", 0x3000, 16),
+                        d = regionOf(heldHam, "d", 0x4000, 16);
+  audit();
+  settle();
+  ASSERT_EQ(shadow->chips().size(), 3u);
+  EXPECT_EQ(removed(b), 3u);
+  EXPECT_EQ(removed(c), 2u);
+  const Driver::Chip::Ptr held = shadow->chip(d);
+  EXPECT_EQ(removed(d), 2u);
+  EXPECT_EQ(removed(a), 1u);
+  ASSERT_EQ(shadow->chips().size(), 1u);
+  EXPECT_EQ(shadow->chips()[0], held);
+}
+
 TEST_F(PatrolChips, chipGivenLastIsAskedFirst) {
   const ChipMemory::Ptr a = region("a", 0x1000, 16);
   const auto first = Driver::chipFactory("first", chip),

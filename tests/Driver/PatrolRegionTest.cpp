@@ -257,6 +257,51 @@ TEST_F(PatrolRegion, regionsThatComeAndGoBetweenPassesAreAudited) {
   EXPECT_EQ(loop.activity->wakeTime(), Zint::never);
 }
 
+TEST_F(PatrolRegion, thatLeavesAndReturnsHasItsMarksStill) {
+  ChipMemory::Ptr cm = region("table", 0x1000, 16);
+  audit();
+  fill(cm, 0, 4);
+  settle();
+  ASSERT_TRUE(shadow->isWritten(cm, 2));
+  shadow->openFindingIs(cm, 9, true);
+  const auto move = [&](const auto& doIt) {
+    shadow->stateIs(HardwareShadow::unconfigured());
+    doIt();
+    shadow->stateIs(HardwareShadow::configured());
+  };
+  move([&] { shadow->chipMemoryDel(cm->address()); });
+  move([&] { shadow->chipMemoryIs(cm); });
+  EXPECT_TRUE(shadow->isWritten(cm, 2));
+  EXPECT_FALSE(shadow->isWritten(cm, 5));
+  EXPECT_TRUE(shadow->hasOpenFinding(cm, 9));
+  // Another object at the address has none.
+  const ChipMemory::Ptr other = Hardware::chipMemoryFactory("other", cm->address(), 16, 4, 4, chip);
+  other->shadowEnabledIs(true);
+  move([&] { shadow->chipMemoryIs(other); });
+  EXPECT_FALSE(shadow->isWritten(other, 2));
+  move([&] { shadow->chipMemoryIs(cm); });
+  EXPECT_TRUE(shadow->isWritten(cm, 2));
+}
+
+TEST_F(PatrolRegion, thatLeavesIsNotKeptAliveByItsMarks) {
+  ChipMemory::Ptr cm = region("table", 0x1000, 16);
+  audit();
+  fill(cm, 0, 4);
+  settle();
+  struct Existing : ChipMemory::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+  };
+  const auto exists = Zint::makePtr<Existing>(loop.activity, cm);
+  exists->isNonReferencingIs(true);
+  const Hardware::ChipAddress address = cm->address();
+  shadow->stateIs(HardwareShadow::unconfigured());
+  shadow->chipMemoryDel(address);
+  shadow->stateIs(HardwareShadow::configured());
+  EXPECT_NE(exists->notifier(), nullptr);
+  cm = nullptr;
+  EXPECT_EQ(exists->notifier(), nullptr);
+}
+
 TEST_F(PatrolRegion, storeReplacedWithinTheKeptReadIsNotWrittenFromTheOldOne) {
   const ChipMemory::Ptr cm = region("table", 0x1000, 16);
   const U32 mask = 0xff000000;
