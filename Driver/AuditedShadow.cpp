@@ -2,6 +2,7 @@
 #include <Driver/AuditedShadow.h>
 
 #include <Driver/Driver.h>
+#include <Driver/Governor.h>
 #include <Driver/Patrol.h>
 #include <Zint/Enumeration.h>
 #include <cmath>
@@ -156,6 +157,11 @@ Zint::Seconds AuditedShadow::nextTry() const { return patrol_->nextTry(); }
 PassResult AuditedShadow::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) {
   const Ptr self(this);
   return patrol_->doAudit(refuseNull(region, nullPatrolRegion), first, count);
+}
+
+Zint::Ptr<Governor> AuditedShadow::governor() const {
+  if (governor_ == nullptr || governor_->isUnderDestruction()) return nullptr;
+  return Zint::Ptr<Governor>(governor_);
 }
 
 void AuditedShadow::patrolStateIs(PatrolState state, Zint::Seconds time) {

@@ -28,6 +28,7 @@
 
 namespace Driver {
 
+class Governor;
 class Patrol;
 
 // What the patrol does. `suspended` by itself, `paused` by a person.
@@ -78,6 +79,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
       isWritten,
       maxEntriesPerReplaySlice,
       replayInterval,
+      governor,
+      check,
       finding,       // with a finding, of notifiees alone, as the three below
       pass,          // with the result of one
       allowsRepair,  // with a finding
@@ -209,6 +212,9 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // region with a store, and entries within it (range exceptions).
   PassResult doAudit(const ChipMemory::Ptr& region, U32 first, U32 count);
 
+  // That sets the pace, the one that was made last; null where there is none. It is not held.
+  Zint::Ptr<Governor> governor() const;
+
   // --- Counts; they wrap ---
   U64 findings() const { return findings_; }  // all verdicts but adopted and writtenMeanwhile
   U64 repairs() const { return repairs_; }
@@ -240,6 +246,7 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   void openFindingIs(const ChipMemory::Ptr& region, U32 entry, bool isOpen);
 
  private:
+  friend class Governor;
   friend class Patrol;
 
   // --- What the patrol counts and tells ---
@@ -278,6 +285,7 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   U64 repairs_ = 0;
   U64 transients_ = 0;
   std::vector<Zint::Seconds> passPeriods_;
+  Governor* governor_ = nullptr;  // takes itself back
   std::unique_ptr<Patrol> patrol_;
 };
 

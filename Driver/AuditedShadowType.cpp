@@ -1,5 +1,7 @@
 #include <Driver/AuditedShadow.h>
+#include <Driver/Check.h>
 #include <Driver/Driver.h>
+#include <Driver/Governor.h>
 #include <Hardware/Descriptions.h>
 
 namespace Driver {
@@ -30,6 +32,17 @@ Zint::String8 passPeriodsByName(const AuditedShadow& shadow) {
 Zint::String8 doAuditByName(AuditedShadow& shadow, Hardware::ChipMemory::Ptr chipMemory, U32 first,
                             U32 count) {
   return shadow.doAudit(chipMemory, first, count).stringValue();
+}
+
+// Each complaint on a line of its own; empty where there is none.
+Zint::String8 checkByName(const AuditedShadow& shadow) {
+  Zint::String8 text;
+  for (const Complaint::Ptr& complaint :
+       check(Zint::Ptr<const Hardware::HardwareShadow>(&shadow))) {
+    if (!text.empty()) text += "\n";
+    text += complaint->stringValue();
+  }
+  return text;
 }
 
 using A = AuditedShadow;
@@ -73,6 +86,8 @@ constexpr Zint::Member auditedShadowMembers[] = {
     attribute<&A::maxEntriesPerReplaySlice, &A::maxEntriesPerReplaySliceIs>(
         "maxEntriesPerReplaySlice"),
     attribute<&A::replayInterval, &A::replayIntervalIs>("replayInterval"),
+    readOnly<&A::governor>("governor"),
+    operation<&checkByName>("check"),
 };
 ZINT_CHECK_IDS(AuditedShadow, auditedShadowMembers, Hardware::HardwareShadow::Id::lastMember + 1,
                maxEntriesPerSlice, sliceInterval, turnBound, judgeAtOnce, rereads, verifies,
@@ -81,7 +96,7 @@ ZINT_CHECK_IDS(AuditedShadow, auditedShadowMembers, Hardware::HardwareShadow::Id
                nextTry, passEntries, passEntriesDone, passPeriods, lastPassTime, lastPassAge,
                findings, repairs, transients, quarantined, policyIs, policy, chipIs, chip,
                policyText, doAudit, isQuarantined, quarantineDel, hasOpenFinding, isWritten,
-               maxEntriesPerReplaySlice, replayInterval);
+               maxEntriesPerReplaySlice, replayInterval, governor, check);
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 
 #include <Driver/AuditedShadow.h>
 #include <Driver/Driver.h>
+#include <Driver/Governor.h>
 #include <Hardware/GenericChipHam.h>
 #include <Zint/Enumeration.h>
 
@@ -63,6 +64,7 @@ class Checker {
   void collectRegions();
   void checkShadow();
   void checkReader();
+  void checkPace(const Governor& governor);
   void checkLayout(const ChipMemory::Ptr& region);
   void checkAddresses(const ChipMemory::Ptr& region);
   void checkAudit(const ChipMemory::Ptr& cm);
@@ -120,6 +122,10 @@ void Checker::checkShadow() {
              "overrideHardware is set while auditing: no pass begins, and nobody is told",
              "set the state idle first, or clear overrideHardware");
   }
+  if (const Governor::Ptr governor = audited_ != nullptr ? audited_->governor() : nullptr;
+      governor != nullptr) {
+    return checkPace(*governor);
+  }
   const Zint::Seconds pause =
       audited_ != nullptr ? audited_->sliceInterval() : shadow_.minIntervalBetweenAudits();
   if (pause <= 0) {
@@ -136,6 +142,16 @@ void Checker::checkShadow() {
                  " of the thread's time",
              "make sliceInterval longer");
   }
+}
+
+// The intervals are the governor's: one of 0 is right where it is late.
+void Checker::checkPace(const Governor& governor) {
+  if (governor.holdsShare()) return;
+  complain(ComplaintKind::longSlice, "shadow",
+           "its turns took " + valueToStrep(governor.achievedShare()) +
+               " of the thread's time in the last period, and " + valueToStrep(governor.share()) +
+               " is asked",
+           "ask its governor for a larger share, or audit less on demand");
 }
 
 void Checker::checkReader() {

@@ -3,6 +3,8 @@
 //   for (const auto& complaint : Driver::check(shadow)) std::cerr << complaint->stringValue() <<
 //   "\n";
 //
+// By name, the operation `check` of an audited shadow returns the same as text.
+//
 // Call it when the shadow is configured and its reader is there: before that, the index of the
 // look-up and the request of the audit cannot be looked at.
 #pragma once
@@ -69,7 +71,7 @@ struct CheckWith {
   // The regions that the driver means to have, for those that were replaced.
   std::vector<Hardware::ChipMemory::Ptr> regions = {};
   // How long a slice takes, and which part of the thread's time slices may take. For an audited
-  // shadow.
+  // shadow without a governor: a governor has measured it.
   Zint::Seconds sliceTime = 0;
   double share = 1;
 };

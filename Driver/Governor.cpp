@@ -54,11 +54,15 @@ Governor::Governor(const Zint::Ptr<Zint::ActivityConfig>& activity,
   refuseNull(activity, "null activity parameter to Driver::Governor not allowed");
   refuseNull(shadow, "null shadow parameter to Driver::Governor not allowed");
   watch_ = Zint::makePtr<Watch>(this, activity, shadow);
+  shadow->governor_ = this;
   apply();
 }
 
 Governor::~Governor() {
-  if (watch_ != nullptr) watch_->forget();
+  if (watch_ == nullptr) return;
+  AuditedShadow* const shadow = watch_->shadow();
+  if (shadow != nullptr && shadow->governor_ == this) shadow->governor_ = nullptr;
+  watch_->forget();
 }
 
 const Zint::Type* Governor::fwkType() const { return &governorType; }
@@ -91,7 +95,7 @@ void Governor::turnBoundIs(const Zint::Seconds& seconds) {
   if (!(seconds > 0)) Zint::throwRangeException("the turn bound must be above 0");
   if (!Zint::updated(turnBound_, seconds)) return;
   const Ptr self(this);
-  longestTurn_ = longestTurnBefore_ = 0;  // of another bound
+  longest_ = longestBefore_ = {};  // of another bound
   apply();
   notify(Id::turnBound);
 }
@@ -112,7 +116,7 @@ void Governor::handleTurn(const TurnResult& turn) {
     return;
   }
   isInPass_ = !turn.isLast;
-  longestTurn_ = std::max(longestTurn_, turn.duration);
+  if (turn.duration > longest_.duration) longest_ = turn;
   const U64 entries = shadow->passEntries();
   // The shadow announces its progress after the turn.
   const U64 behind =
@@ -143,7 +147,7 @@ void Governor::beginPeriod(const TurnResult& turn) {
   work_ = workOutside_ = 0;
   place_ = 0;
   profile_ = {};
-  longestTurnBefore_ = std::exchange(longestTurn_, 0);
+  longestBefore_ = std::exchange(longest_, {});
 }
 
 double Governor::placeOf(U64 behind, U64 entries) {
@@ -210,6 +214,8 @@ void Governor::apply() {
   }
 }
 
+bool Governor::holdsShare() const { return achievedShare_ <= share_ * (1 + tolerance); }
+
 // --- For people ----------------------------------------------------------------------------------
 
 double Governor::progress() const {
@@ -226,6 +232,21 @@ Zint::Seconds Governor::timeLeft() const {
   return shadow->patrolState() == PatrolState::waiting ? 0 : Zint::never;
 }
 
+// What of a turn that was longer than the bound was not put off to the next one.
+Zint::String8 Governor::reasonOfLongest() const {
+  const TurnResult& turn = longest();
+  const Zint::Seconds most = turnBound_ * (1 + tolerance);
+  const Zint::Seconds rest = turn.duration - turn.accessTime;
+  if (rest > most) {
+    return Zint::format("%g s of it were no access, but comparisons or notifiees", rest);
+  }
+  if (turn.duration - turn.longestAccess <= most) {
+    return Zint::format("one access of it took %g s and is not divided", turn.longestAccess);
+  }
+  return Zint::format("%g s of it were accesses that belong together, the longest of %g s",
+                      turn.accessTime, turn.longestAccess);
+}
+
 Zint::String8 Governor::wishes() const {
   Zint::String8 text = Zint::format("period %g s: ", period_);
   if (announced_ <= period_ * (1 + tolerance)) {
@@ -238,7 +259,7 @@ Zint::String8 Governor::wishes() const {
     if (workOutside_ > 0) text += Zint::format(" and %g s of it were done outside", workOutside_);
   }
   text += Zint::format("; share %g %%: ", share_ * 100);
-  if (achievedShare_ <= share_ * (1 + tolerance)) {
+  if (holdsShare()) {
     text += "met";
   } else {
     text += Zint::format(
@@ -251,8 +272,8 @@ Zint::String8 Governor::wishes() const {
   if (longest <= turnBound_ * (1 + tolerance)) {
     text += "met";
   } else {
-    text += Zint::format("%g s (%g s more), because an access is not divided", longest,
-                         longest - turnBound_);
+    text += Zint::format("%g s (%g s more), because ", longest, longest - turnBound_) +
+            reasonOfLongest();
   }
   return text;
 }

@@ -17,7 +17,8 @@
 // one does, they cost nothing: slices are the largest there are.
 //
 // As long as it lives the governor sets maxEntriesPerSlice, sliceInterval, turnBound and
-// minIntervalBetweenAudits of the shadow. It does not keep the shadow alive.
+// minIntervalBetweenAudits of the shadow, which knows it as its governor(). It does not keep the
+// shadow alive.
 #pragma once
 
 #include <Driver/AuditedShadow.h>
@@ -100,7 +101,9 @@ class UMBRA_API Governor : public Zint::PtrInterface {
   // Seconds of work of a pass, as far as it is known.
   Zint::Seconds passWork() const { return passWork_; }
   // Of this pass and the one before it.
-  Zint::Seconds longestTurn() const { return std::max(longestTurn_, longestTurnBefore_); }
+  Zint::Seconds longestTurn() const { return longest().duration; }
+  // Whether the share was kept in the last whole period, but for a fiftieth of it.
+  bool holdsShare() const;
   // Of the pass under way, from 0 to 1; 1 between two passes.
   double progress() const;
   // Seconds until its end at the announced pace; 0 between two passes, `never` while the patrol
@@ -116,6 +119,10 @@ class UMBRA_API Governor : public Zint::PtrInterface {
   static constexpr U32 parts = 64;
   using Profile = std::array<Zint::Seconds, parts + 1>;
 
+  const TurnResult& longest() const {
+    return longest_.duration >= longestBefore_.duration ? longest_ : longestBefore_;
+  }
+  Zint::String8 reasonOfLongest() const;
   void handleTurn(const TurnResult& turn);
   void beginPeriod(const TurnResult& turn);
   static double placeOf(U64 behind, U64 entries);
@@ -132,8 +139,8 @@ class UMBRA_API Governor : public Zint::PtrInterface {
   Zint::Seconds announced_ = 60;
   double achievedShare_ = 0;
   Zint::Seconds passWork_ = 0;
-  Zint::Seconds longestTurn_ = 0;
-  Zint::Seconds longestTurnBefore_ = 0;
+  TurnResult longest_;        // turn of this pass
+  TurnResult longestBefore_;  // of the one before it
 
   // --- The period under way ---
   bool hasPeriod_ = false;

@@ -1,7 +1,9 @@
 // The governor: the period, the share and the turn bound on buses of known cost.
+#include <Driver/Check.h>
 #include <Driver/Descriptions.h>
 #include <Driver/Governor.h>
 #include <Driver/Policy.h>
+#include <Zint/GenericIf.h>
 #include <Zint/Type.h>
 
 #include <cmath>
@@ -297,11 +299,79 @@ TEST_F(Governor, wishes_sayByHowMuchTheyAreMissed) {
   passesAre(3);
   EXPECT_EQ(governor->wishes(),
             "period 1 s: 4 s (3 s more), because a pass takes 0.2 s of work; share 5 %: met; turn "
-            "0.0001 s: 0.0002 s (0.0001 s more), because an access is not divided");
+            "0.0001 s: 0.0002 s (0.0001 s more), because one access of it took 0.0002 s and is not "
+            "divided");
   governor->periodIs(0);
-  EXPECT_EQ(governor->wishes().bytes(),
-            std::string("period 0 s: 4 s, as often as the share allows; share 5 %: met; turn "
-                        "0.0001 s: 0.0002 s (0.0001 s more), because an access is not divided"));
+  EXPECT_EQ(
+      governor->wishes().bytes(),
+      std::string("period 0 s: 4 s, as often as the share allows; share 5 %: met; turn "
+                  "0.0001 s: 0.0002 s (0.0001 s more), because one access of it took 0.0002 s "
+                  "and is not divided"));
+}
+
+// Four accesses of 0.4 ms for one entry, which are not divided.
+TEST_F(Governor, wishes_sayThatTheAccessesOfOneEntryWereLong) {
+  const ChipMemory::Ptr cm = table(100, 400e-6);
+  shadow->findsResetsIs(false);
+  shadow->rereadsIs(true);
+  shadow->verifiesIs(true);
+  govern();
+  audit();
+  for (U32 e = 0; e < 100; ++e) write(cm, e, e + 1);
+  passesAre(2);
+  for (U32 e = 0; e < 100; ++e) set(cm, e, 0);
+  passesAre(1);
+  EXPECT_NE(governor->wishes().bytes().find(
+                "turn 0.001 s: 0.0016 s (0.0006 s more), because 0.0016 s of it were accesses that "
+                "belong together, the longest of 0.0004 s"),
+            std::string::npos)
+      << governor->wishes();
+}
+
+// The accesses are short; what the notifiees do is not.
+TEST_F(Governor, wishes_sayThatWhatIsNoAccessWasLong) {
+  const ChipMemory::Ptr cm = table(100, 1e-6);
+  shadow->findsResetsIs(false);
+  govern();
+  audit();
+  for (U32 e = 0; e < 100; ++e) write(cm, e, e + 1);
+  passesAre(2);
+  set(cm, 50, 0);
+  onFinding = [&](const Driver::Finding&) { loop.clock->timeIs(loop.clock->time() + 0.005); };
+  passesAre(1);
+  EXPECT_NE(governor->wishes().bytes().find(
+                "because 0.005 s of it were no access, but comparisons or notifiees"),
+            std::string::npos)
+      << governor->wishes();
+}
+
+TEST_F(Governor, isKnownToItsShadowForAsLongAsItLives) {
+  EXPECT_EQ(shadow->governor(), nullptr);
+  govern();
+  EXPECT_EQ(shadow->governor(), governor);
+  Driver::Governor::Ptr second = Driver::governorFactory(loop.activity, shadow);
+  EXPECT_EQ(shadow->governor(), second);
+  governor = nullptr;
+  EXPECT_EQ(shadow->governor(), second);
+  second = nullptr;
+  EXPECT_EQ(shadow->governor(), nullptr);
+}
+
+// Audits on demand between two passes, of 0.2 s each.
+TEST_F(Governor, check_complainsOfAShareThatWasNotKept) {
+  const ChipMemory::Ptr cm = table(1000, 200e-6);
+  govern();
+  audit();
+  passesAre(2);
+  EXPECT_EQ(Driver::check(shadow).size(), 0u);
+  for (U32 i = 0; i < 20; ++i) shadow->doAudit(cm, 0, 1000);
+  step();
+  ASSERT_GT(governor->achievedShare(), 0.06);
+  const auto complaints = Driver::check(shadow);
+  ASSERT_EQ(complaints.size(), 1u);
+  EXPECT_EQ(complaints[0]->kind(), Driver::ComplaintKind::longSlice);
+  Zint::GenericIf_ byName{Zint::Ptr<Zint::PtrInterface>(shadow)};
+  EXPECT_EQ(byName.call("check", {}).text, Zint::valueToStrep(complaints[0]->stringValue()));
 }
 
 TEST_F(Governor, progressAndTimeLeftFollowThePass) {
