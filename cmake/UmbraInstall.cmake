@@ -56,7 +56,9 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "ReadFile.h" EXCLUDE
             PATTERN "RowSource.h" EXCLUDE
             PATTERN "SharedFile.h" EXCLUDE
-            PATTERN "Watches.h" EXCLUDE)
+            PATTERN "Budget.h" EXCLUDE
+            PATTERN "Publishing.h" EXCLUDE
+            PATTERN "Subject.h" EXCLUDE)
   endif()
 endforeach()
 

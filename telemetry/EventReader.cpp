@@ -52,6 +52,7 @@ std::string nameOf(EventKind kind) {
 }
 
 EventReader::EventReader(EventReader&&) noexcept = default;
+EventReader& EventReader::operator=(EventReader&&) noexcept = default;
 EventReader::~EventReader() = default;
 
 EventReader::EventReader(const std::string& path) : file_(std::make_unique<ReadFile>(path)) {
@@ -122,7 +123,7 @@ EventReader::Batch EventReader::read(U64 from, U32 max) const {
       } else if (number > batch.next) {
         ++batch.overwritten;
       } else {
-        ++batch.torn;
+        ++batch.missing;
       }
     }
   }

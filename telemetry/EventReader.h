@@ -24,12 +24,14 @@ class UMBRA_API EventReader {
     std::vector<Event> events;  // in the order of their numbers
     U64 next = 1;               // the number to go on with
     U64 overwritten = 0;        // events in between that the ring no longer has
-    U64 torn = 0;               // events that were being written when the writer died
+    // Events that are not there: their writer died in them, or somebody has removed their file.
+    U64 missing = 0;
   };
 
   // REQUIRES: an event log of a version that this can read (range exception).
   explicit EventReader(const std::string& path);
   EventReader(EventReader&&) noexcept;
+  EventReader& operator=(EventReader&&) noexcept;
   ~EventReader();
 
   const std::string& path() const;

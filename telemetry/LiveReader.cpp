@@ -130,6 +130,7 @@ U64 Machine::startOfProcess(U32 pid) const {
 // --- The file ---
 
 LiveReader::LiveReader(LiveReader&&) noexcept = default;
+LiveReader& LiveReader::operator=(LiveReader&&) noexcept = default;
 LiveReader::~LiveReader() = default;
 
 LiveReader::LiveReader(const std::string& path) : file_(std::make_unique<ReadFile>(path)) {

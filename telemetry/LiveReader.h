@@ -93,6 +93,7 @@ class UMBRA_API LiveReader {
   // REQUIRES: a live view of a version that this can read (range exception).
   explicit LiveReader(const std::string& path);
   LiveReader(LiveReader&&) noexcept;
+  LiveReader& operator=(LiveReader&&) noexcept;
   ~LiveReader();
 
   const std::string& path() const;

@@ -1,6 +1,7 @@
 #include <telemetry/Schema.h>
 
 #include <Zint/Exception.h>
+#include <Zint/Strep.h>
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -9,7 +10,7 @@
 namespace Telemetry {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Json = nlohmann::json;
 
 constexpr std::array<const char*, 6> kindNames = {"boolean", "unsigned", "signed",
                                                   "real",    "time",     "text"};
@@ -20,20 +21,49 @@ ColumnKind kindOfName(const std::string& name) {
   return static_cast<ColumnKind>(found - kindNames.begin());
 }
 
-Json jsonOfColumn(const Column& column) {
-  Json json = {{"name", column.name},
-               {"kind", nameOf(column.kind)},
-               {"offset", column.offset},
-               {"bytes", column.bytes}};
-  if (!column.unit.empty()) json["unit"] = column.unit;
-  if (!column.help.empty()) json["help"] = column.help;
-  if (!column.type.empty()) json["type"] = column.type;
-  if (column.isTotal) json["total"] = true;
-  if (!column.names.empty()) {
-    Json& names = json["names"] = Json::object();
-    for (const auto& [number, name] : column.names) names[std::to_string(number)] = name;
+// In double quotes. Bytes beyond ASCII stay as they are: names and help texts are UTF-8.
+void appendQuoted(std::string& out, std::string_view text) {
+  out += '"';
+  for (const char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (static_cast<U8>(c) < 0x20) {
+      out += Zint::format("\\u%04x", U32{static_cast<U8>(c)});
+    } else {
+      out += c;
+    }
   }
-  return json;
+  out += '"';
+}
+
+void appendText(std::string& out, const char* key, std::string_view text) {
+  if (text.empty()) return;
+  out += key;
+  appendQuoted(out, text);
+}
+
+// By hand: a driver writes it in a turn of its loop.
+void appendColumn(std::string& out, const Column& column) {
+  appendText(out, "{\"name\":", column.name);
+  appendText(out, ",\"kind\":", nameOf(column.kind));
+  out += ",\"offset\":" + std::to_string(column.offset);
+  out += ",\"bytes\":" + std::to_string(column.bytes);
+  appendText(out, ",\"unit\":", column.unit);
+  appendText(out, ",\"help\":", column.help);
+  appendText(out, ",\"type\":", column.type);
+  if (column.isTotal) out += ",\"total\":true";
+  if (!column.names.empty()) {
+    out += ",\"names\":{";
+    for (const auto& [number, name] : column.names) {
+      if (out.back() != '{') out += ',';
+      appendQuoted(out, std::to_string(number));
+      out += ':';
+      appendQuoted(out, name);
+    }
+    out += '}';
+  }
+  out += '}';
 }
 
 Column columnOfJson(const Json& json) {
@@ -83,13 +113,19 @@ const Table* Schema::find(std::string_view tableName) const {
 }
 
 std::string Schema::toJson() const {
-  Json all = Json::array();
+  std::string json = "{\"tables\":[";
   for (const Table& table : tables) {
-    Json columns = Json::array();
-    for (const Column& column : table.columns) columns.push_back(jsonOfColumn(column));
-    all.push_back({{"name", table.name}, {"type", table.type}, {"columns", std::move(columns)}});
+    if (json.back() != '[') json += ',';
+    appendText(json, "{\"name\":", table.name);
+    appendText(json, ",\"type\":", table.type);
+    json += ",\"columns\":[";
+    for (const Column& column : table.columns) {
+      if (json.back() != '[') json += ',';
+      appendColumn(json, column);
+    }
+    json += "]}";
   }
-  return Json{{"tables", std::move(all)}}.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return json + "]}";
 }
 
 Schema Schema::fromJson(std::string_view text) {

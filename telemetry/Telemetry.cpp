@@ -2,6 +2,7 @@
 // Compiled for size.
 #include <telemetry/Telemetry.h>
 
+#include <telemetry/Publisher.h>
 #include <telemetry/RegionFigures.h>
 
 #include <algorithm>
@@ -27,6 +28,7 @@ constexpr TelemetryTypeRow row(const Zint::Type& type) {
 // In the order of registration: that of the alphabet.
 // clang-format off: a line for each
 constexpr TelemetryTypeRow telemetryTypes[] = {
+    row<Publisher>(publisherType),
     row<RegionFigures>(regionFiguresType),
 };
 // clang-format on
