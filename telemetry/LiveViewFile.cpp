@@ -65,6 +65,10 @@ LiveView::LiveView(Settings settings, Tell tell)
     nameColumn_[i] = text(kind.isNamed, "name", "what the driver calls it");
     shadowColumn_[i] = text(kind.hasShadow, "shadow", "the shadow that it belongs to");
     chipColumn_[i] = text(kind.hasChip, "chip", "the chip that holds it");
+    if (kind.type == &Hardware::chipMemoryType) {
+      entriesColumn_ = source.addColumn(
+          {.name = "entries", .unit = "entries", .help = "how many entries it has", .type = "U32"});
+    }
     source.addType(*kind.type);
     sinceColumn_[i] = RowSource::none;
     if (!kind.hasFigures) continue;
