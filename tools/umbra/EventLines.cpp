@@ -225,7 +225,7 @@ Events newestEvents(const Telemetry::EventReader& log, const EventFilter& filter
     Telemetry::EventReader::Batch batch = log.read(next, batchSize);
     // What is overwritten while it is read was there at the beginning.
     found.overwritten += batch.overwritten;
-    found.torn += batch.torn;
+    found.torn += batch.missing;
     for (Event& event : batch.events) {
       if (!filter.takes(event)) continue;
       kept.push_back(std::move(event));
