@@ -157,7 +157,8 @@ void LiveView::begin() {
   U64 next = roundUp(headerBytes + schemaBytes, pageBytes);
   for (U32 i = 0; i < tableIds; ++i) {
     const U32 there = Zint::countOf(slots_[i].subjects);
-    const U32 rows = std::max({settings_.rows[i], there + there / 4 + 64, layout_.rows[i]});
+    const U32 spare = i == static_cast<U32>(TableId::region) ? 64 : 8;
+    const U32 rows = std::max({settings_.rows[i], there + there / 4 + spare, layout_.rows[i]});
     makingLayout_.firstRow[i] = static_cast<U32>(next);
     makingLayout_.rows[i] = rows;
     next += U64{sources_[i]->rowBytes()} * rows;
