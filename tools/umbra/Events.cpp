@@ -70,7 +70,7 @@ Exit follow(const Settings& settings, const std::filesystem::path& path,
     for (const Telemetry::Event& event : batch.events) {
       if (filter.takes(event)) writeEvent(settings, event);
     }
-    tellLoss(batch.overwritten, batch.torn);
+    tellLoss(batch.overwritten, batch.missing);
     const bool isIdle = batch.next == next;
     next = batch.next;
     if (!isIdle) continue;

@@ -19,33 +19,58 @@
 namespace Tool {
 namespace {
 
-constexpr char psText[] =
-    "A driver is live while its process runs and its heart beats, stalled when it has not for "
-    "three "
-    "seconds, ended after an end in order, and dead when the process is no more. What dead ones "
-    "left "
-    "stays until a driver of that name starts again, or --clean removes it.";
-constexpr char showText[] =
-    "Totals count since the time that the region's row says, also over restarts of the driver. A "
-    "row "
-    "that is marked torn was being written at every look, or when the driver died.";
-constexpr char eventsText[] =
-    "A class is a kind of events (finding, alarm, chip ...), what was done with a finding "
-    "(repaired, "
-    "quarantined ...), or what a repair has shown (soft, recurring, stuck). With --json and "
-    "--follow "
-    "each line is one event.";
+constexpr char psText[] = R"(A driver is live while its process runs and its heart beats,
+stalled when it has not beaten for three seconds, ended after an end in order, and dead when the
+process is no more. What dead ones left stays until a driver of that name starts again, or --clean
+removes it.)";
+constexpr char topText[] = R"(Keys: up and down choose a region, Enter looks into it, s sorts by the
+next column, r turns the order round, / filters, a shows the alarms, e the events, Tab the next
+driver, h all keys, q ends.)";
+constexpr char showText[] = R"(Totals count since the time that the region's row says, also over
+restarts of the driver. A row that is marked torn was being written at every look, or when the
+driver died.)";
+constexpr char eventsText[] = R"(A class is a kind of events (finding, alarm, chip ...), what was
+done with a finding (repaired, quarantined ...), or what a repair has shown (soft, recurring,
+stuck). With --json and --follow each line is one event.)";
+constexpr char dumpText[] =
+    R"(RANGE is FIRST, FIRST..LAST or FIRST+COUNT, in decimal or with 0x; the
+first 64 entries without one. A value is known by a write or by learning, or unknown. --chip reads
+the chip as well and marks what differs; it needs the socket that operates.)";
+constexpr char whyText[] = R"(The rule of the policy, whether it is in quarantine or has an open
+finding, and what the event log says of it.)";
+constexpr char consoleText[] =
+    R"(One command a line: help lists them. Tab completes on a terminal. From
+a script, the first line that is refused is told and the next one is carried out; the exit status is
+1 then.)";
+constexpr char pauseText[] =
+    R"(Of all shadows of the driver, unless --shadow names one. It needs the
+socket that operates, and is written to the event log with who did it.)";
+constexpr char auditText[] =
+    R"(Entries are read and judged beside the patrol, in pieces, so that the
+driver goes on in between. Without a region all of them are, which are under audit.)";
+constexpr char replayText[] =
+    R"(A chip is treated as one that was reset: what was written is written to
+it again. --plan shows what would be written, and changes nothing.)";
 constexpr char postMortemText[] =
-    "The files stay after the end of a driver, however it ended: its last state, with the rows "
-    "that "
-    "were being written marked as torn, its last events, and the assertion that ended it.";
+    R"(The files stay after the end of a driver, however it ended: its last
+state, with the rows that were being written marked as torn, its last events, and the assertion that
+ended it.)";
 
 // In the order of --help.
 constexpr Command commands[] = {
     {"ps", "list the drivers of this machine: live, stalled, dead or ended", psText, &addPs},
+    {"top", "show a driver on a full screen, as it goes on", topText, &addTop},
     {"show", "show what a driver's live view holds", showText, &addShow},
     {"events", "show the event log: differences, repairs, alarms, who changed what", eventsText,
      &addEvents},
+    {"dump", "show entries of a region, expected beside actual", dumpText, &addDump},
+    {"why", "explain what is done with an entry", whyText, &addWhy},
+    {"console", "work on a running driver by name", consoleText, &addConsole},
+    {"pause", "pause the audit", pauseText, &addPause},
+    {"resume", "let a paused audit go on", pauseText, &addResume},
+    {"audit-now", "read and judge entries at once", auditText, &addAuditNow},
+    {"replay", "write to a chip what it should hold", replayText, &addReplay},
+    {"ack", "acknowledge an alarm", "", &addAck},
     {"post-mortem", "show all that a driver left", postMortemText, &addPostMortem},
 #ifdef UMBRA_TOOL_SERVE
     {"metrics", "print what a monitoring system scrapes", "", &addMetrics},

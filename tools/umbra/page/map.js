@@ -2,7 +2,6 @@
 // painted again; all of them every five seconds, because colours fade with time.
 import {cells} from '/treemap.js';
 import {moment} from '/format.js';
-import {soon} from '/schedule.js';
 
 const smallest = 25;    // square pixels of a tile of its own
 const sideSeen = 3;     // a finding is painted at least so large
@@ -17,6 +16,7 @@ export class ChipMap {
     this.tileOf = new Map();  // row of a region: its tile
     this.dirty = new Set();
     this.selected = null;
+    this.pending = false;
     new ResizeObserver(() => this.layOut()).observe(canvas);
     setInterval(() => this.paintAll(), 5000);
     canvas.addEventListener('mousemove', event => this.select(this.tileAt(event), false));
@@ -96,7 +96,9 @@ export class ChipMap {
     this.paintSoon();
   }
   paintSoon() {
-    soon('map', () => this.paint());
+    if (this.pending || document.hidden) { if (document.hidden) this.all = true; return; }
+    this.pending = true;
+    requestAnimationFrame(() => { this.pending = false; this.paint(); });
   }
 
   paint() {
@@ -122,12 +124,10 @@ export class ChipMap {
     }
     byHeat.forEach((list, heat) => {
       context.fillStyle = this.heats[heat];
-      const least = heat ? sideSeen : 1;
+      const least = heat ? sideSeen : 0.5;
       for (const {x, y, w, h} of list) {
-        // Whole pixels, with a gap where there is room.
-        const left = Math.round(x), top = Math.round(y);
-        const right = Math.round(x + w) - (w > 5 ? 1 : 0), bottom = Math.round(y + h) - (h > 5 ? 1 : 0);
-        context.fillRect(left, top, Math.max(right - left, least), Math.max(bottom - top, least));
+        const gapX = w > 4 ? 0.75 : 0, gapY = h > 4 ? 0.75 : 0;
+        context.fillRect(x, y, Math.max(w - gapX, least), Math.max(h - gapY, least));
       }
     });
     this.all = false;
