@@ -49,6 +49,7 @@ void registerLifeBenches();
 void registerPolicyBenches();
 void registerGovernorBenches();
 void registerPatrolBenches();
+void registerTelemetryBenches();
 
 // Ends the program unless a benchmark has computed what it should have.
 void require(bool holds, const char* what);

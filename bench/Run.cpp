@@ -40,6 +40,9 @@ int run(int count, char** arguments, Hardware::ChipHam::Ptr (*makeProgramHam)())
   registerGovernorBenches();
   registerPatrolBenches();
 #endif
+#ifdef BENCH_TELEMETRY
+  registerTelemetryBenches();
+#endif
 
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;

@@ -74,6 +74,10 @@ void LiveView::write(SharedFile& file, const Layout& layout, Subject& subject,
       put(nameColumn_[table], subject.name);
       put(shadowColumn_[table], subject.shadow);
       put(chipColumn_[table], subject.chip);
+      if (subject.table == TableId::region) {
+        const auto& region = static_cast<const Hardware::ChipMemory&>(*object);
+        RowSource::putNumber(copy, source.column(entriesColumn_), region.entries());
+      }
     }
   } catch (const std::exception& exception) {
     return tell_("the row of " + subject.name + ": " + exception.what());

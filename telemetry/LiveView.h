@@ -101,6 +101,7 @@ class LiveView {
   const std::string bootId_;
   std::array<std::unique_ptr<RowSource>, tableIds> sources_;
   std::array<U32, tableIds> shadowColumn_{}, chipColumn_{}, nameColumn_{}, sinceColumn_{};
+  U32 entriesColumn_ = RowSource::none;  // of the regions
   std::array<Slots, tableIds> slots_;
   std::unordered_map<std::string, Seed> seeds_;
   std::vector<std::string> totalNames_;

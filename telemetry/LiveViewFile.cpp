@@ -17,7 +17,7 @@ constexpr Zint::Seconds retryInterval = 10;
 constexpr U32 rowsPerLook = 4;  // at the clock
 constexpr U32 pageBytes = 4096;
 
-struct TableSpec {
+struct TableKind {
   const char* name;
   const Zint::Type* type;
   bool isNamed;     // its objects have no name of their own
@@ -26,7 +26,7 @@ struct TableSpec {
   bool hasChip;
 };
 // In the order of TableId.
-const TableSpec tableSpecs[tableIds] = {
+const TableKind tableKinds[tableIds] = {
     {"shadow", &Driver::auditedShadowType, true, true, false, false},
     {"reader", &Hardware::chipReaderType, true, false, false, false},
     {"region", &Hardware::chipMemoryType, false, true, true, true},
@@ -56,18 +56,22 @@ LiveView::LiveView(Settings settings, Tell tell)
       processStart_(Machine().startOfProcess(static_cast<U32>(::getpid()))),
       bootId_(Machine().bootId()) {
   for (U32 i = 0; i < tableIds; ++i) {
-    const TableSpec& spec = tableSpecs[i];
-    sources_[i] = std::make_unique<RowSource>(spec.name);
+    const TableKind& kind = tableKinds[i];
+    sources_[i] = std::make_unique<RowSource>(kind.name);
     RowSource& source = *sources_[i];
     const auto text = [&source](bool isThere, const char* name, const char* help) {
       return isThere ? source.addColumn(textColumn(name, help)) : RowSource::none;
     };
-    nameColumn_[i] = text(spec.isNamed, "name", "what the driver calls it");
-    shadowColumn_[i] = text(spec.hasShadow, "shadow", "the shadow that it belongs to");
-    chipColumn_[i] = text(spec.hasChip, "chip", "the chip that holds it");
-    source.addType(*spec.type);
+    nameColumn_[i] = text(kind.isNamed, "name", "what the driver calls it");
+    shadowColumn_[i] = text(kind.hasShadow, "shadow", "the shadow that it belongs to");
+    chipColumn_[i] = text(kind.hasChip, "chip", "the chip that holds it");
+    if (kind.type == &Hardware::chipMemoryType) {
+      entriesColumn_ = source.addColumn(
+          {.name = "entries", .unit = "entries", .help = "how many entries it has", .type = "U32"});
+    }
+    source.addType(*kind.type);
     sinceColumn_[i] = RowSource::none;
-    if (!spec.hasFigures) continue;
+    if (!kind.hasFigures) continue;
     sinceColumn_[i] = source.addColumn({.name = "since",
                                         .kind = ColumnKind::time,
                                         .unit = "seconds since 1970",
@@ -153,7 +157,8 @@ void LiveView::begin() {
   U64 next = roundUp(headerBytes + schemaBytes, pageBytes);
   for (U32 i = 0; i < tableIds; ++i) {
     const U32 there = Zint::countOf(slots_[i].subjects);
-    const U32 rows = std::max({settings_.rows[i], there + there / 4 + 64, layout_.rows[i]});
+    const U32 spare = i == static_cast<U32>(TableId::region) ? 64 : 8;
+    const U32 rows = std::max({settings_.rows[i], there + there / 4 + spare, layout_.rows[i]});
     makingLayout_.firstRow[i] = static_cast<U32>(next);
     makingLayout_.rows[i] = rows;
     next += U64{sources_[i]->rowBytes()} * rows;

@@ -22,6 +22,14 @@
 #include <span>
 #include <string_view>
 
+// g++ says that the thread sanitizer knows nothing of fences. All accesses are atomic, so it has
+// nothing to report wrongly.
+#if defined(__SANITIZE_THREAD__) && defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wtsan"
+#define TELEMETRY_POPS_DIAGNOSTIC
+#endif
+
 namespace Telemetry {
 
 static_assert(std::endian::native == std::endian::little);
@@ -97,3 +105,8 @@ inline bool readRow(const Word* row, std::span<U32> copy) {
 }
 
 }  // namespace Telemetry
+
+#ifdef TELEMETRY_POPS_DIAGNOSTIC
+#pragma GCC diagnostic pop
+#undef TELEMETRY_POPS_DIAGNOSTIC
+#endif

@@ -12,6 +12,9 @@ BUILDS=(
 )
 # The contract, and the data path and the audit with it.
 BUILDS_PROGRAMS=(contract-tests Hardware-tests scenario-tests)
+# Whether operations are seen to be inherited, and the fast path is taken. These choose their own
+# position independence: any with a shared library, that of the library with a static one.
+BUILDS_CLIENTS=(pic pie no-pie no-pic)
 
 run_build() {
   local compiler width optimization client library flags linking=() folder=build/$1 program
@@ -38,10 +41,16 @@ run_build() {
   # A static library is compiled as its client is. A shared one adds -fPIC itself, after these flags.
   cmake -S . -B "$folder" "${options[@]}" -DCMAKE_CXX_FLAGS="$flags -g0" \
     -DCMAKE_EXE_LINKER_FLAGS="${linking[*]}" || return 1
-  cmake --build "$folder" -j "$JOBS" --target "${BUILDS_PROGRAMS[@]}" || return 1
+  local name clients=("${BUILDS_CLIENTS[@]}") overrides=()
+  [[ $library == shared ]] || clients=("${client/#nopic/no-pic}")
+  for name in "${clients[@]}"; do overrides+=("overrides-$name" "overrides-fast-path-$name"); done
+  cmake --build "$folder" -j "$JOBS" --target "${BUILDS_PROGRAMS[@]}" "${overrides[@]}" || return 1
   for program in "${BUILDS_PROGRAMS[@]}"; do
     "$folder/tests/$program" --gtest_brief=1 >"build/soak/$step-$program.out" 2>&1 ||
       { grep -E 'FAILED|Failure' "build/soak/$step-$program.out" | head -n 20; return 1; }
+  done
+  for program in "${overrides[@]}"; do
+    "$folder/tests/overrides/$program" || { echo "$program: FAILED"; return 1; }
   done
   figure "$(cat "build/soak/$step"-*.out | passed -) tests"
   rm -rf "$folder"

@@ -4,6 +4,7 @@ import {RegionTable} from '/table.js';
 import {Timeline} from '/timeline.js';
 import {RegionView} from '/region.js';
 import {openStream} from '/stream.js';
+import {soon} from '/schedule.js';
 import {count, duration, make, moment} from '/format.js';
 
 const $ = id => document.getElementById(id);
@@ -15,7 +16,9 @@ let loadedFrame = 0;      // the frame that its regions are of
 let waiting = [];         // frames that came while the regions were asked for
 let events = [];          // newest first
 const passStarts = new Map();
-const eventsShown = 300;
+const eventsShown = 200;
+const freshShown = 20;  // of those that come at once
+let freshEvents = [];
 
 const dialog = new RegionView($('region'), () => hashIs(driver));
 const open = name => { hashIs(driver, name); dialog.open(driver, name); };
@@ -38,7 +41,11 @@ function hashIs(name, region) {
 }
 const hashParts = () => location.hash.slice(1).split('/').map(decodeURIComponent);
 
+let driversDrawn = '';
 function drawDrivers() {
+  const text = JSON.stringify([driver, ...[...drivers.values()].map(each => [each.name, each.liveness])]);
+  if (text === driversDrawn) return;
+  driversDrawn = text;
   const buttons = [...drivers.values()].map(each => make('button', {
     type: 'button', 'data-driver': each.name, 'aria-current': each.name === driver ? 'true' : 'false',
     onclick: () => select(each.name)}, each.name + ' ', make('span', {class: each.liveness}, each.liveness)));
@@ -52,6 +59,7 @@ async function select(name) {
   driver = name;
   regions = new Map();
   events = [];
+  freshEvents = [];
   waiting = [];
   loadedFrame = Infinity;
   hashIs(name);
@@ -220,11 +228,23 @@ function eventsCame(list) {
   if (!fresh.length) return;
   events.unshift(...fresh.slice().reverse());
   events.length = Math.min(events.length, 2000);
-  // Of many at once only the newest are made.
-  for (const event of fresh.slice(-60)) $('events').prepend(eventNode(event, true));
-  while ($('events').childElementCount > eventsShown) $('events').lastChild.remove();
+  freshEvents = freshEvents.concat(fresh).slice(-eventsShown);
+  soon('events', drawFreshEvents);
   if (dialog.name && fresh.some(event => event.region === dialog.name)) dialog.changed();
   if (fresh.some(event => event.kind === 'alarm' || event.kind === 'command')) drawAlarms();
+}
+// Of many at once only the newest are shown, and the others when no more come.
+let eventsWait = 0;
+function drawFreshEvents() {
+  const came = freshEvents.splice(0);
+  const fresh = came.slice(-freshShown);
+  if (came.length > fresh.length) {
+    clearTimeout(eventsWait);
+    eventsWait = setTimeout(() => soon('events', () => { freshEvents = []; drawEvents(); }), 1500);
+  }
+  const list = $('events');
+  list.prepend(...fresh.reverse().map(event => eventNode(event, fresh.length <= 4)));
+  while (list.childElementCount > eventsShown) list.lastChild.remove();
 }
 async function older() {
   const last = events.length ? events[events.length - 1].number : 0;
@@ -253,13 +273,13 @@ function take(frame) {
   for (const each of frame.drivers || []) drivers.set(each.name, each);
   for (const name of frame.gone || []) drivers.delete(name);
   if (frame.drivers || frame.gone) {
-    drawDrivers();
+    soon('drivers', drawDrivers);
     if (!drivers.has(driver)) {
       const first = drivers.keys().next().value;
       if (first) select(first);
       return;
     }
-    if ((frame.drivers || []).some(each => each.name === driver)) drawHeader();
+    if ((frame.drivers || []).some(each => each.name === driver)) soon('header', drawHeader);
   }
   if (loadedFrame === Infinity) {
     waiting.push(frame);

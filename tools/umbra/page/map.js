@@ -2,6 +2,7 @@
 // painted again; all of them every five seconds, because colours fade with time.
 import {cells} from '/treemap.js';
 import {moment} from '/format.js';
+import {soon} from '/schedule.js';
 
 const smallest = 25;    // square pixels of a tile of its own
 const sideSeen = 3;     // a finding is painted at least so large
@@ -16,7 +17,6 @@ export class ChipMap {
     this.tileOf = new Map();  // row of a region: its tile
     this.dirty = new Set();
     this.selected = null;
-    this.pending = false;
     new ResizeObserver(() => this.layOut()).observe(canvas);
     setInterval(() => this.paintAll(), 5000);
     canvas.addEventListener('mousemove', event => this.select(this.tileAt(event), false));
@@ -96,9 +96,7 @@ export class ChipMap {
     this.paintSoon();
   }
   paintSoon() {
-    if (this.pending || document.hidden) { if (document.hidden) this.all = true; return; }
-    this.pending = true;
-    requestAnimationFrame(() => { this.pending = false; this.paint(); });
+    soon('map', () => this.paint());
   }
 
   paint() {
@@ -124,10 +122,12 @@ export class ChipMap {
     }
     byHeat.forEach((list, heat) => {
       context.fillStyle = this.heats[heat];
-      const least = heat ? sideSeen : 0.5;
+      const least = heat ? sideSeen : 1;
       for (const {x, y, w, h} of list) {
-        const gapX = w > 4 ? 0.75 : 0, gapY = h > 4 ? 0.75 : 0;
-        context.fillRect(x, y, Math.max(w - gapX, least), Math.max(h - gapY, least));
+        // Whole pixels, with a gap where there is room.
+        const left = Math.round(x), top = Math.round(y);
+        const right = Math.round(x + w) - (w > 5 ? 1 : 0), bottom = Math.round(y + h) - (h > 5 ? 1 : 0);
+        context.fillRect(left, top, Math.max(right - left, least), Math.max(bottom - top, least));
       }
     });
     this.all = false;

@@ -1,5 +1,5 @@
-// The server-sent events, as messages: {kind: 'hello', place}, {kind: 'frame', frame},
-// {kind: 'state', text}.
+// The server-sent events, as messages: {kind: 'hello', place}, {kind: 'frame', number,
+// text}, {kind: 'state', text}. The text of a frame is JSON; who uses it takes it apart.
 export function source(take) {
   const events = new EventSource('/api/stream');
   let refused = false;
@@ -14,7 +14,7 @@ export function source(take) {
     refused = false;
     take({kind: 'state', text: 'connected'});
   });
-  events.addEventListener('frame', event => take({kind: 'frame', frame: told(event)}));
+  events.addEventListener('frame', event => take({kind: 'frame', number: Number(event.lastEventId.split('-')[1]), text: event.data}));
   events.addEventListener('refused', event => {
     refused = true;
     take({kind: 'state', text: told(event).error});

@@ -9,7 +9,7 @@
 export function openStream(listener) {
   const take = message => {
     if (message.kind === 'hello') listener.hello(message.place);
-    else if (message.kind === 'frame') listener.frame(message.frame);
+    else if (message.kind === 'frame') listener.frame(JSON.parse(message.text));
     else listener.state(message.text);
   };
   if (typeof SharedWorker === 'function') {

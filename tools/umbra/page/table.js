@@ -1,5 +1,6 @@
 // The table of regions: only the lines in view exist, whatever the number of regions.
 import {count, make, moment} from '/format.js';
+import {soon} from '/schedule.js';
 
 const lineHeight = 26;
 const columns = [
@@ -60,7 +61,7 @@ export class RegionTable {
   changed() {
     this.drawSoon();
     if (this.waits) return;
-    this.waits = setTimeout(() => { this.waits = null; this.arrange(); }, 1000);
+    this.waits = setTimeout(() => { this.waits = null; soon('order', () => this.arrange()); }, 1000);
   }
 
   arrange() {
@@ -87,9 +88,7 @@ export class RegionTable {
   }
 
   drawSoon() {
-    if (this.pending) return;
-    this.pending = true;
-    requestAnimationFrame(() => { this.pending = false; this.draw(); });
+    soon('table', () => this.draw());
   }
 
   draw() {

@@ -1,4 +1,6 @@
 // How many findings there were, in sixty steps of a span of time that a person chooses.
+import {soon} from '/schedule.js';
+
 const steps = 60;
 
 export class Timeline {
@@ -39,7 +41,7 @@ export class Timeline {
     const step = Math.floor((time - this.from) / (this.to - this.from) * steps);
     if (step >= 0) ++this.counts[step];
     if (this.waits) return;
-    this.waits = setTimeout(() => { this.waits = null; this.draw(); }, 500);
+    this.waits = setTimeout(() => { this.waits = null; soon('timeline', () => this.draw()); }, 1000);
   }
 
   coloursAre() {

@@ -7,7 +7,7 @@ let state = 'connecting';
 
 source(message => {
   if (message.kind === 'hello') place = message.place;
-  if (message.kind === 'frame' && place) place.frame = message.frame.frame;
+  if (message.kind === 'frame' && place) place.frame = message.number;
   if (message.kind === 'state') state = message.text;
   for (const port of ports) port.postMessage(message);
 });

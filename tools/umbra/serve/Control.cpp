@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -16,6 +17,21 @@ constexpr int timeout = 2000;  // milliseconds
 
 [[noreturn]] void fail(const std::string& path, const std::string& why) {
   throw std::runtime_error(path + ": " + why);
+}
+
+// "x12x34" or "1234" as "12 34".
+std::string spacedBytes(const std::string& digits) {
+  std::string text;
+  int inByte = 0;
+  for (const char digit : digits) {
+    if (!std::isxdigit(static_cast<unsigned char>(digit))) continue;
+    if (inByte++ == 2) {
+      text += ' ';
+      inByte = 1;
+    }
+    text += digit;
+  }
+  return text;
 }
 
 }  // namespace
@@ -68,20 +84,53 @@ Json Control::ask(const Json& request) {
   if (send(socket_, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) {
     fail(path_, std::strerror(errno));
   }
-  Json answer = Json::parse(line(), nullptr, false);
-  if (answer.is_discarded() || !answer.is_object()) fail(path_, "the answer is no JSON");
-  if (!answer.value("ok", false)) fail(path_, answer.value("error", "refused without a reason"));
-  return answer;
+  // An answer may come in parts, which have a piece of its list each.
+  Json items = Json::array();
+  for (;;) {
+    Json answer = Json::parse(line(), nullptr, false);
+    if (answer.is_discarded() || !answer.is_object()) fail(path_, "the answer is no JSON");
+    if (!answer.value("ok", false)) fail(path_, answer.value("error", "refused without a reason"));
+    if (answer.contains("items")) {
+      for (Json& item : answer["items"]) items.push_back(std::move(item));
+    }
+    if (answer.value("more", false)) continue;
+    answer["items"] = std::move(items);
+    return answer;
+  }
 }
 
-Json entriesOf(const std::string& socket, const std::string& region, U32 first, U32 count) {
+Json entriesOf(const std::string& socket, const std::string& shadow, const std::string& region,
+               U32 first, U32 count) {
   Control control(socket);
-  return control.ask({{"do", "bytes"}, {"region", region}, {"first", first}, {"count", count}});
+  Json answer = control.ask({{"do", "dump"},
+                             {"path", "/" + shadow + "/chipMemory/" + region},
+                             {"first", first},
+                             {"count", count}});
+  for (Json& item : answer["items"]) {
+    for (const char* key : {"expected", "actual"}) {
+      if (item.contains(key) && item[key].is_string()) {
+        item[key] = spacedBytes(item[key].get<std::string>());
+      }
+    }
+  }
+  return answer["items"];
 }
 
 void acknowledge(const std::string& socket, const std::string& alarm) {
   Control control(socket);
-  control.ask({{"do", "call"}, {"path", alarm}, {"operation", "doAcknowledge"}});
+  const Json root = control.ask({{"do", "list"}, {"path", "/"}});
+  std::string why = "the driver shows no board of alarms";
+  for (const Json& item : root["items"]) {
+    if (item.value("type", "") != "Driver::AlarmBoard") continue;
+    try {
+      control.ask({{"do", "call"},
+                   {"path", "/" + item.value("name", "") + "/alarm/" + alarm + "/doAcknowledge"}});
+      return;
+    } catch (const std::exception& error) {
+      why = error.what();
+    }
+  }
+  throw std::runtime_error(why);
 }
 
 }  // namespace Serve

@@ -16,7 +16,8 @@ class Control {
   Control& operator=(const Control&) = delete;
   ~Control();
 
-  // The answer to one request; an answer that is an error is a std::runtime_error with its text.
+  // The answer to one request, with the "items" of all its parts; an answer that is an error is a
+  // std::runtime_error with its text.
   Json ask(const Json& request);
 
  private:
@@ -29,7 +30,8 @@ class Control {
 
 // What the driver expects in entries of a region, and what its chip holds: an array of
 // {"entry", "expected", "actual", "known", "policy"}.
-Json entriesOf(const std::string& socket, const std::string& region, U32 first, U32 count);
+Json entriesOf(const std::string& socket, const std::string& shadow, const std::string& region,
+               U32 first, U32 count);
 
 void acknowledge(const std::string& socket, const std::string& alarm);
 

@@ -270,7 +270,7 @@ void History::retain(Time now) {
   }
   database.run("commit");
   const U64 pageBytes = static_cast<U64>(oneNumber(database, "pragma page_size"));
-  // The oldest twentieth at a time.
+  // The oldest, by the part of the time that their share of the file would take.
   for (int i = 0; i < 20; ++i) {
     const U64 used = static_cast<U64>(oneNumber(database, "pragma page_count") -
                                       oneNumber(database, "pragma freelist_count"));
@@ -279,7 +279,10 @@ void History::retain(Time now) {
                                  "select min(t) from (select min(time) t from event union all "
                                  "select min(time) from sample)");
     database.run("begin immediate");
-    const S64 until = oldest + (now - oldest) / 20;
+    const double excess =
+        1 - static_cast<double>(options_.maxBytes) / static_cast<double>(used * pageBytes);
+    const S64 until =
+        oldest + static_cast<S64>(static_cast<double>(now - oldest) * std::max(excess, 0.02));
     for (const char* text :
          {"delete from event where time <= ?1", "delete from sample where time <= ?1"}) {
       Statement(database, text).bind(1, until).runOnce();

@@ -47,6 +47,25 @@ bool isLoopback(std::string_view host) {
   return host == "localhost" || host == "[::1]" || host == "::1" || host.starts_with("127.");
 }
 
+// The row of a region; -1 if there is none.
+S64 rowOf(const Driver& driver, const std::string& region) {
+  const Table* table = driver.table("region");
+  const Column* name = table == nullptr ? nullptr : table->find("name");
+  if (name == nullptr) return -1;
+  for (U32 i = 0; i < table->rows(); ++i) {
+    if (table->state(i) != freeRow && name->text(table->row(i)) == region) return i;
+  }
+  return -1;
+}
+
+// The name of a region's shadow.
+std::string shadowOf(const Driver& driver, const std::string& region) {
+  const S64 row = rowOf(driver, region);
+  const Column* shadow = row < 0 ? nullptr : driver.table("region")->find("shadow");
+  if (shadow == nullptr) throw std::runtime_error("there is no region \"" + region + "\"");
+  return shadow->text(driver.table("region")->row(static_cast<U32>(row)));
+}
+
 // The number of the frame and of the run that a client was last told: "epoch-frame".
 struct StreamPlace {
   U64 epoch = 0;
@@ -195,7 +214,11 @@ void Server::addQuestions() {
 
 void Server::answerMetrics(const Request& request, Response& response) {
   ++scrapes_;
-  const MetricsFormat format = formatFor(request.get_header_value("Accept"));
+  const std::string wanted = request.get_param_value("format");
+  const MetricsFormat format = wanted == "text" ? MetricsFormat::text004
+                               : wanted == "openmetrics"
+                                   ? MetricsFormat::openMetrics
+                                   : formatFor(request.get_header_value("Accept"));
   std::vector<Family> families = metricFamilies(collector_.view().drivers, options_.metrics);
   for (Family& family : ownFamilies()) families.push_back(std::move(family));
   response.set_content(metricsText(families, format), contentType(format));
@@ -219,14 +242,10 @@ void Server::answerRegion(const Request& request, Response& response) {
   const auto driver = driverOf(request, response);
   if (driver == nullptr) return;
   const std::string name = request.get_param_value("region");
-  const Table* table = driver->table("region");
-  const Column* column = table == nullptr ? nullptr : table->find("name");
-  if (column != nullptr) {
-    for (U32 i = 0; i < table->rows(); ++i) {
-      if (table->state(i) == freeRow || column->text(table->row(i)) != name) continue;
-      answer(response, rowJson(*driver, *table, i));
-      return;
-    }
+  const S64 row = rowOf(*driver, name);
+  if (row >= 0) {
+    answer(response, rowJson(*driver, *driver->table("region"), static_cast<U32>(row)));
+    return;
   }
   refuse(response, 404, "there is no region \"" + name + "\"");
 }
@@ -251,7 +270,8 @@ void Server::answerBytes(const Request& request, Response& response) {
   Json answered = {{"region", region}, {"first", first}, {"findings", std::move(findings)}};
   if (driver->liveness == Liveness::live && !driver->looking.empty()) {
     try {
-      answered["entries"] = entriesOf(driver->looking, region, first, count);
+      answered["entries"] =
+          entriesOf(driver->looking, shadowOf(*driver, region), region, first, count);
     } catch (const std::exception& error) {
       answered["why"] = error.what();
     }

@@ -8,7 +8,8 @@
 // acknowledged through the driver's socket that operates.
 //
 //   GET  /                                        the page
-//   GET  /metrics                                 text 0.0.4 or OpenMetrics
+//   GET  /metrics                                 text 0.0.4 or OpenMetrics, negotiated unless
+//                                                 ?format=text or ?format=openmetrics says which
 //   GET  /api/drivers                             all drivers without their regions
 //   GET  /api/regions?driver=D                    what the map and the table show of the regions
 //   GET  /api/region?driver=D&region=R            all columns of one
