@@ -62,6 +62,15 @@ TEST(MetricName, metricName_ofAWellKnownColumnIsItsOwn) {
       "umbra_region_rewritten_entries");
 }
 
+TEST(MetricName, isExported_notWhatAMonitoringSystemComputes) {
+  EXPECT_FALSE(isExported("shadow", column("lastPassAge", Kind::time, "seconds")));
+  EXPECT_FALSE(isExported("region", column("findingsIn1m", Kind::unsignedNumber, "")));
+  EXPECT_FALSE(isExported("region", column("since", Kind::time, "seconds since 1970")));
+  EXPECT_FALSE(isExported("region", column("stride", Kind::unsignedNumber, "")));
+  EXPECT_TRUE(isExported("region", column("anything", Kind::unsignedNumber, "", true)));
+  EXPECT_TRUE(isExported("chip", column("stride", Kind::unsignedNumber, "")));
+}
+
 TEST(Metrics, metricFamilies_startAtZeroBeforeTheFirstEvent) {
   MadeUpDriver driver("switch1", 2, 1);
   const std::string text = textOf(driver, MetricsFormat::openMetrics);

@@ -2,6 +2,7 @@
 """The page in a real browser, headless, over a server whose drivers are made up.
 
   page.py SERVER [test...]                 the tests
+  page.py SERVER --real UMBRA DRIVER       the tests with real drivers: the tool and umbra-fleet-driver
   page.py SERVER --frames                  frame times with 10,000 regions while 100 tiles change
   page.py SERVER --screenshots FOLDER      pictures for the documentation
 
@@ -13,6 +14,7 @@ import shutil
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 import urllib.request
@@ -29,6 +31,7 @@ except ImportError:
     webdriver = None
 
 SERVER = sys.argv[1] if len(sys.argv) > 1 else ""
+REAL = []  # the tool and the driver
 DEADLINE = 30.0  # seconds for what has no bound of its own
 LIVE = 2.0       # seconds until an error is seen
 
@@ -303,6 +306,80 @@ class ManyRegions(PageTest):
             wait(lambda: self.hot_pixels() >= before + 9, LIVE)
 
 
+class RealDriver(unittest.TestCase):
+    """umbra serve over a driver that audits registers, is killed and started again."""
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp()
+        self.driver = self.start()
+        self.server = subprocess.Popen([REAL[0], "--dir", self.folder, "serve", "--port", "0", "--history",
+                                        os.path.join(self.folder, "history.db")], stdout=subprocess.PIPE, text=True)
+        self.address = self.server.stdout.readline().split()[-1]
+        self.browser = browser()
+        self.browser.get(self.address)
+
+    def tearDown(self):
+        self.browser.quit()
+        for process in (self.driver, self.server):
+            process.kill()
+            process.wait()
+            process.stdout.close()
+        self.driver.stdin.close()
+        shutil.rmtree(self.folder)
+
+    def start(self):
+        driver = subprocess.Popen([REAL[1], self.folder, "switch1", "100"], stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.assertEqual(driver.stdout.readline(), "running\n")
+        return driver
+
+    def say(self, line):
+        self.driver.stdin.write(line + "\n")
+        self.driver.stdin.flush()
+
+    def text(self, name):
+        return self.browser.find_element(By.ID, name).text
+
+    def saw(self, *texts):
+        return [each for each in self.browser.find_elements(By.CSS_SELECTOR, "#events li")
+                if all(text in each.text for text in texts)]
+
+    def test_anErrorIsSeen_andADeathAndANewStart(self):
+        wait(lambda: self.text("regionCount") == "100")
+        wait(lambda: "switch1 live" in self.text("drivers"))
+        # The second pass has begun: the driver is past its start.
+        wait(lambda: re.search("passes: [1-9]", self.text("passRows")))
+        self.say("damage 3 7")
+        _, took = wait(lambda: self.saw("region-3", "entry 7", "repaired"), LIVE)
+        print("an error in a chip was seen after %.2f s" % took)
+        wait(lambda: "findings: 1" in self.text("passRows"), LIVE)
+        self.say("pause")
+        wait(lambda: "paused" in self.text("passRows"), LIVE)
+        self.say("resume")
+        wait(lambda: "paused" not in self.text("passRows"), LIVE)
+        for entry in (1, 2, 3):
+            self.say("damage 5 %d" % entry)
+            wait(lambda: self.saw("region-5", "entry %d" % entry))
+        wait(lambda: "1 raised" in self.text("alarmCount"), LIVE)
+        self.driver.kill()
+        self.driver.wait()
+        wait(lambda: "is dead" in self.text("banner"), LIVE)
+        self.assertIn("4 findings", self.text("banner"))
+        self.assertTrue(self.saw("region-3", "entry 7"))
+        self.driver.stdin.close()
+        self.driver.stdout.close()
+        self.driver = self.start()
+        wait(lambda: not self.browser.find_element(By.ID, "banner").is_displayed(), 5)
+        self.say("damage 9 1")
+        wait(lambda: self.saw("region-9", "repaired"), LIVE + 1)
+        # Totals and events go on where the dead driver was.
+        self.assertTrue(self.saw("region-3", "entry 7"))
+        self.browser.get("about:blank")
+        self.browser.get(self.address + "#switch1/region-5")
+        wait(lambda: "region-5" == self.text("regionName"))
+        wait(lambda: re.search("findings\\s+3", self.text("regionBody")))
+
+
 def frame_times(page, seconds):
     """Milliseconds between the frames that the browser drew."""
     return page.execute_async_script("""
@@ -372,4 +449,7 @@ if __name__ == "__main__":
         sys.exit(frames())
     if "--screenshots" in sys.argv:
         sys.exit(screenshots(sys.argv[-1]))
-    unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=2)
+    if "--real" in sys.argv:
+        REAL = sys.argv[-2:]
+        unittest.main(argv=sys.argv[:1] + ["RealDriver"], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + (sys.argv[2:] or ["Views", "ManyRegions"]), verbosity=2)

@@ -54,6 +54,11 @@ constexpr BaseUnit baseUnits[] = {
     {"ratio", "ratio", 1},
 };
 
+constexpr std::string_view computed[] = {"findingsIn5s", "findingsIn1m", "findingsIn1h",
+                                         "lastPassAge"};
+constexpr std::string_view regionGauges[] = {"entries", "entrySize", "mode", "auditEnabled",
+                                             "shadowEnabled"};
+
 bool isUpper(char letter) { return letter >= 'A' && letter <= 'Z'; }
 
 std::string snake(std::string_view name) {
@@ -83,6 +88,13 @@ void dropWord(std::string& text, std::string_view word) {
 }
 
 }  // namespace
+
+bool isExported(const std::string& table, const Column& column) {
+  if (!column.isNumber() || column.name == "since") return false;
+  if (std::ranges::find(computed, column.name) != std::end(computed)) return false;
+  return table != "region" || column.total || isMoment(column) ||
+         std::ranges::find(regionGauges, column.name) != std::end(regionGauges);
+}
 
 MetricName metricName(const std::string& table, const Column& column) {
   MetricName metric;

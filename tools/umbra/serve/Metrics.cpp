@@ -78,7 +78,7 @@ class TableMetrics {
 
   void add() {
     for (const Column& column : table_.columns) {
-      if (column.isNumber() && column.name != "since") columns_.push_back(&column);
+      if (isExported(table_.name, column)) columns_.push_back(&column);
     }
     names_.reserve(columns_.size());
     for (const Column* column : columns_) names_.push_back(metricName(table_.name, *column));

@@ -67,5 +67,8 @@ struct MetricName {
   double factor = 1;
 };
 MetricName metricName(const std::string& table, const Column& column);
+// Whether a column is exported. Not what a monitoring system computes itself, ages and recent
+// counts, and of the many regions no settings.
+bool isExported(const std::string& table, const Column& column);
 
 }  // namespace Serve
