@@ -158,7 +158,7 @@ Json Rows::value(std::size_t at, const Telemetry::Column& column) const {
       const S64 time = row.time(column);
       if (isMoment(column.name)) return wallClockOf(time, beat_);
       if (time == never || time == beforeEverything) return nullptr;
-      return static_cast<double>(time) * 1e-9;
+      return static_cast<double>(time) / 1e9;
     }
     case ColumnKind::text:
       return row.text(column);

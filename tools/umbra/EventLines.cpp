@@ -205,12 +205,12 @@ std::string eventLine(const Event& event, bool colour) {
   if (!event.region.empty()) line += "  " + printable(event.region);
   if (hasEntry(event)) line += "[" + std::to_string(event.entry) + "]";
   if (event.region.empty() && !event.chip.empty()) line += "  " + printable(event.chip);
+  const std::string detail = printable(detailOf(event));
+  if (!detail.empty()) line += "  " + marked(detail, detail.substr(0, detail.find_first_of(" :")));
   if (!event.expected.empty() || !event.actual.empty()) {
     line += "  expected " + hexOf(event.expected, event.entrySize) + " actual " +
             hexOf(event.actual, event.entrySize);
   }
-  const std::string detail = printable(detailOf(event));
-  if (!detail.empty()) line += "  " + marked(detail, detail.substr(0, detail.find_first_of(" :")));
   const std::string who = whoOf(event);
   return who.empty() ? line : line + "  (" + who + ")";
 }
