@@ -13,9 +13,9 @@ namespace Telemetry {
 namespace {
 
 // Until a file that could not be made is tried again.
-constexpr Zint::Seconds retryInterval = 10;
+constexpr Zint::Seconds viewRetryInterval = 10;
 constexpr U32 rowsPerLook = 4;  // at the clock
-constexpr U32 pageBytes = 4096;
+constexpr U32 viewPageBytes = 4096;
 
 struct TableKind {
   const char* name;
@@ -108,7 +108,7 @@ bool LiveView::work(const Budget& budget, const Times& times) {
     stage_ = Stage::describing;
     described_ = 0;
   }
-  retryTime_ = times.clock + retryInterval;
+  retryTime_ = times.clock + viewRetryInterval;
   try {
     do {
       if (step(times)) return true;
@@ -154,7 +154,7 @@ bool LiveView::step(const Times& times) {
 void LiveView::begin() {
   U32 schemaBytes = 64;
   for (const auto& source : sources_) schemaBytes += Zint::countOf(source->json());
-  U64 next = roundUp(headerBytes + schemaBytes, pageBytes);
+  U64 next = roundUp(headerBytes + schemaBytes, viewPageBytes);
   for (U32 i = 0; i < tableIds; ++i) {
     const U32 there = Zint::countOf(slots_[i].subjects);
     const U32 spare = i == static_cast<U32>(TableId::region) ? 64 : 8;
@@ -166,7 +166,7 @@ void LiveView::begin() {
       Zint::throwRangeException(settings_.path + ": more rows than a live view has room for");
     }
   }
-  makingLayout_.bytes = roundUp(static_cast<U32>(next), pageBytes);
+  makingLayout_.bytes = roundUp(static_cast<U32>(next), viewPageBytes);
   making_ = std::make_unique<SharedFile>(settings_.path, makingLayout_.bytes);
 }
 
