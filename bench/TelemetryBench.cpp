@@ -66,7 +66,7 @@ struct Published {
 };
 
 Body publishing(U32 regionCount) {
-  return [stand = shared<Published>(regionCount)](benchmark::State& state) {
+  return [stand = shared<Published>(regionCount), regionCount](benchmark::State& state) {
     Published& published = stand();
     published.publisher->doPublish();
     for (auto _ : state) published.publisher->doPublish();

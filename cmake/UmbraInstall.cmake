@@ -58,6 +58,7 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "SharedFile.h" EXCLUDE
             PATTERN "Budget.h" EXCLUDE
             PATTERN "Publishing.h" EXCLUDE
+            PATTERN "PublishingWatches.h" EXCLUDE
             PATTERN "Subject.h" EXCLUDE)
   endif()
 endforeach()

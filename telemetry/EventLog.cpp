@@ -28,7 +28,7 @@ void putNumberAt(std::span<U32> record, U32 at, U64 value) {
 void putTextAt(std::span<U32> record, U32 at, U32 bytes, std::string_view text) {
   char* field = reinterpret_cast<char*>(record.data() + at);
   const std::size_t length = std::min<std::size_t>(text.size(), bytes - 1);
-  std::memcpy(field, text.data(), length);
+  if (length != 0) std::memcpy(field, text.data(), length);
   if (text.size() >= bytes) field[bytes - 1] = 1;
 }
 

@@ -37,9 +37,7 @@ constexpr U32 maxSchemaBytes = 16 * 1024 * 1024;
 
 void checkColumns(const ReadFile& file, const Table& table) {
   for (const Column& column : table.columns) {
-    const U32 least = column.kind == ColumnKind::text      ? 4
-                      : column.kind == ColumnKind::boolean ? 4
-                                                           : 8;
+    const U32 least = column.kind == ColumnKind::boolean ? 4 : 8;
     if (column.offset % 4 != 0 || column.bytes % 4 != 0 || column.bytes < least ||
         column.offset > table.rowBytes || column.bytes > table.rowBytes - column.offset) {
       file.refuse("the column " + table.name + "." + column.name + " is outside of its row");

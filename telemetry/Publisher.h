@@ -10,8 +10,10 @@
 // data path pays nothing: no region has a notifiee.
 //
 // A full disk or a file that somebody has removed is counted and told by `errors` and `lastError`,
-// and tried again. It keeps no shadow, reader, board or governor alive, and each region and alarm
-// for a second at most after it has left.
+// and tried again. Who may write the files may end the driver by cutting them short, and nobody
+// else can: they are made with mode 0644 less the umask. It keeps no shadow, reader, board or
+// governor alive, and each region and alarm for a second at most after it has left. Every operation
+// belongs to the activity's thread.
 #pragma once
 
 #include <Driver/AlarmBoard.h>

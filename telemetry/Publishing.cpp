@@ -174,8 +174,8 @@ void Publishing::handleTime() {
 bool Publishing::step(const Budget& budget) {
   const Times now = times();
   if (!isInRound_ && now.clock >= nextRound_) beginRound();
-  return events_.work(budget, now) || takeRegions(budget) || view_.work(budget, now) ||
-         continueRound(budget);
+  return dropDestroyed(budget) || events_.work(budget, now) || takeRegions(budget) ||
+         view_.work(budget, now) || continueRound(budget);
 }
 
 void Publishing::doPublish() {
@@ -193,7 +193,6 @@ void Publishing::beginRound() {
   roundTable_ = 0;
   roundSlot_ = 0;
   nextRound_ = now.clock + options_.period;
-  dropDestroyed();
   view_.check();
   events_.check();
   for (std::size_t i = 0; i < shadows_.size(); ++i) {
@@ -248,6 +247,7 @@ void Publishing::close() {
     publishFigures(*shadow, RowSource::What::allButConstants);
     closeWatch(shadow->watch);
     for (const auto& chip : shadow->chips) closeWatch(chip->watch);
+    for (const auto& [address, region] : shadow->regions) closeWatch(region->policyWatch);
   }
   for (const auto& board : boards_) closeWatch(board->watch);
   events_.tellSuppressed(now);

@@ -26,8 +26,10 @@ class Publishing {
     ChipMemory::ChipMemoryMode mode = ChipMemory::normal_;
     Shadow* owner = nullptr;                 // outlives it
     const Driver::Policy* policy = nullptr;  // compared only
-    U32 chipsSeen = 0;                       // of its shadow, when its chip was looked up
-    bool isDue = false;                      // has changed since it was published
+    Zint::Ptr<Zint::NotifieeConst> policyWatch;
+    std::string policyChanges;  // attributes, not told yet
+    U32 chipsSeen = 0;          // of its shadow, when its chip was looked up
+    bool isDue = false;         // has changed since it was published
   };
   struct Chip : Subject {
     Driver::Chip::Ptr driverChip() const;
@@ -110,11 +112,13 @@ class Publishing {
   void publishInRound(TableId table, Subject& subject);
   // False: the region has left.
   bool lookAtRegion(Region& region);
+  void lookAtPolicy(Region& region, const ChipMemory::Ptr& cm);
+  void watchPolicy(Region& region, const Driver::Policy::Ptr& policy);
   bool takeRegions(const Budget& budget);
   void takeRegion(Shadow& shadow, const Hardware::ChipAddress& address);
   void dropRegion(Region& region);
   void lookAtChips(Shadow& shadow);
-  void dropDestroyed();
+  bool dropDestroyed(const Budget& budget);
   void tellAdopted(Shadow& shadow);
   void publishFigures(Subject& subject, RowSource::What what);
 

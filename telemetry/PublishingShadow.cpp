@@ -1,28 +1,12 @@
-// What a publisher shows of shadows, their regions and chips, and of alarms; and the events that
-// it writes down.
-#include <Zint/Sizes.h>
+// What a publisher shows of shadows, their regions and chips.
 #include <telemetry/Publishing.h>
 #include <telemetry/PublishingWatches.h>
 #include <telemetry/Telemetry.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Telemetry {
-namespace {
-
-// At the end of slices the shadow's row is published at most so often: seconds.
-constexpr Zint::Seconds slicePublication = 0.01;
-// A complete pass without a difference is told at most so often.
-constexpr Zint::Seconds cleanPassInterval = 60;
-constexpr std::size_t dueRowsPerTurn = 32;
-
-template <class T>
-U32 wordOf(T number) {
-  return static_cast<U32>(number);
-}
-
-}  // namespace
-
 // --- What is shown ---
 
 bool Publishing::isShown(const Zint::PtrInterface* object) const {
@@ -92,29 +76,40 @@ void Publishing::addBoard(const Driver::AlarmBoard::Ptr& driverBoard) {
   wakeAt(0.0);
 }
 
-void Publishing::dropDestroyed() {
-  std::erase_if(shadows_, [this](const std::unique_ptr<Shadow>& shadow) {
-    if (shadow->weak->notifier() != nullptr) return false;
-    closeWatch(shadow->watch);
-    while (!shadow->regions.empty()) dropRegion(*shadow->regions.begin()->second);
-    for (const auto& chip : shadow->chips) {
+// What a destroyed object showed leaves in pieces. True: there is more.
+bool Publishing::dropDestroyed(const Budget& budget) {
+  for (std::size_t i = 0; i < shadows_.size(); ++i) {
+    Shadow& shadow = *shadows_[i];
+    if (shadow.weak->notifier() != nullptr) continue;
+    closeWatch(shadow.watch);
+    while (!shadow.regions.empty()) {
+      dropRegion(*shadow.regions.begin()->second);
+      if (budget.isSpent()) return true;
+    }
+    for (const auto& chip : shadow.chips) {
       closeWatch(chip->watch);
       view_.remove(*chip);
     }
-    view_.remove(*shadow);
-    return true;
-  });
+    view_.remove(shadow);
+    shadows_.erase(shadows_.begin() + static_cast<std::ptrdiff_t>(i--));
+  }
   std::erase_if(objects_, [this](const std::unique_ptr<Subject>& subject) {
     if (subject->weak->notifier() != nullptr) return false;
     view_.remove(*subject);
     return true;
   });
-  std::erase_if(boards_, [this](const std::unique_ptr<Board>& board) {
-    if (board->weak->notifier() != nullptr) return false;
-    closeWatch(board->watch);
-    for (const auto& [name, alarm] : board->alarms) view_.remove(*alarm);
-    return true;
-  });
+  for (std::size_t i = 0; i < boards_.size(); ++i) {
+    Board& board = *boards_[i];
+    if (board.weak->notifier() != nullptr) continue;
+    closeWatch(board.watch);
+    while (!board.alarms.empty()) {
+      view_.remove(*board.alarms.begin()->second);
+      board.alarms.erase(board.alarms.begin());
+      if (budget.isSpent()) return true;
+    }
+    boards_.erase(boards_.begin() + static_cast<std::ptrdiff_t>(i--));
+  }
+  return false;
 }
 
 // --- Regions ---
@@ -153,7 +148,7 @@ void Publishing::takeRegion(Shadow& shadow, const Hardware::ChipAddress& address
   region.held = there;
   region.mode = there->mode();
   if (const Driver::AuditedShadow::Ptr audited = shadow.audited(); audited != nullptr) {
-    region.policy = audited->policy(there).ptr();
+    watchPolicy(region, audited->policy(there));
   }
   shadow.regions[address.value()] = std::move(made);
   shadow.known[there.ptr()] = &region;
@@ -164,6 +159,7 @@ void Publishing::dropRegion(Region& region) {
   Shadow& shadow = *region.owner;
   if (shadow.adopting == &region) tellAdopted(shadow);
   std::erase(shadow.due, &region);
+  closeWatch(region.policyWatch);
   view_.remove(region);
   const ChipMemory::Ptr held = region.region();  // destroyed last: that may call back
   shadow.known.erase(held.ptr());
@@ -199,25 +195,37 @@ bool Publishing::lookAtRegion(Region& region) {
   if (region.mode != cm->mode()) {
     region.mode = cm->mode();
     events_.add({.kind = EventKind::mode,
-                 .verdict = wordOf(region.mode),
+                 .verdict = static_cast<U32>(region.mode),
                  .region = region.name,
                  .chip = region.chip,
                  .text = Hardware::stringValue(region.mode)},
                 times());
   }
-  if (const Driver::AuditedShadow::Ptr audited = shadow.audited(); audited != nullptr) {
-    const Driver::Policy* policy = audited->policy(cm).ptr();
-    if (region.policy != policy) {
-      const char* text = policy == nullptr          ? "removed"
-                         : region.policy == nullptr ? "given"
-                                                    : "replaced";
-      region.policy = policy;
-      events_.add(
-          {.kind = EventKind::policy, .region = region.name, .chip = region.chip, .text = text},
-          times());
-    }
-  }
+  lookAtPolicy(region, cm);
   return true;
+}
+
+void Publishing::watchPolicy(Region& region, const Driver::Policy::Ptr& policy) {
+  closeWatch(region.policyWatch);
+  region.policy = policy.ptr();
+  region.policyWatch = nullptr;
+  if (policy != nullptr) {
+    region.policyWatch = Zint::makePtr<PolicyWatch>(this, &region, activity_, policy);
+  }
+}
+
+void Publishing::lookAtPolicy(Region& region, const ChipMemory::Ptr& cm) {
+  const Driver::AuditedShadow::Ptr audited = region.owner->audited();
+  if (audited == nullptr) return;
+  const Driver::Policy::Ptr policy = audited->policy(cm);
+  std::string text = std::exchange(region.policyChanges, {});
+  if (region.policy != policy.ptr()) {
+    text = policy == nullptr ? "removed" : region.policy == nullptr ? "given" : "replaced";
+    watchPolicy(region, policy);
+  }
+  if (text.empty()) return;
+  events_.add({.kind = EventKind::policy, .region = region.name, .chip = region.chip, .text = text},
+              times());
 }
 
 // --- Chips ---
@@ -269,159 +277,6 @@ void Publishing::handleChip(const Chip& subject, Zint::AttributeId attribute) {
                .text = what == 1 ? std::string_view(reason) : ""},
               times());
   view_.publish(const_cast<Chip&>(subject), RowSource::What::allButConstants);
-}
-
-// --- The patrol ---
-
-void Publishing::handleFinding(Shadow& shadow, const Driver::Finding& finding) {
-  const ChipMemory* cm = finding.chipMemory.ptr();
-  Region* region = shadow.adopting;
-  if (region == nullptr || region->held.ptr() != cm) {
-    const auto known = shadow.known.find(cm);
-    region = known == shadow.known.end() ? nullptr : known->second;
-    if (region == nullptr) {
-      takeRegion(shadow, cm->address());
-      const auto taken = shadow.known.find(cm);
-      if (taken != shadow.known.end()) region = taken->second;
-    }
-  }
-  const auto isChip = [&](const auto& each) { return each->held.ptr() == finding.chip.ptr(); };
-  if (finding.chip != nullptr && std::none_of(shadow.chips.begin(), shadow.chips.end(), isChip)) {
-    lookAtChips(shadow);
-  }
-  const auto chip = std::find_if(shadow.chips.begin(), shadow.chips.end(), isChip);
-  const bool isAdopted = finding.verdict == Driver::Verdict::adopted;
-  const bool isTold = !isAdopted && finding.verdict != Driver::Verdict::writtenMeanwhile;
-  const Times now = isTold ? times() : Times{};
-  const auto count = [&](Subject& subject) {
-    subject.figures.count(finding.verdict, finding.nature, now.clock, secondsOfTime(now.wallClock));
-  };
-  count(shadow);
-  if (chip != shadow.chips.end()) count(**chip);
-  if (region != nullptr) {
-    count(*region);
-    if (!region->isDue) {
-      region->isDue = true;
-      shadow.due.push_back(region);
-    }
-  }
-  if (isAdopted && region != nullptr) {
-    if (shadow.adopting != region) tellAdopted(shadow);
-    shadow.adopting = region;
-    ++shadow.adopted;
-  }
-  if (!isTold) return;
-  const std::string_view chipName =
-      chip != shadow.chips.end() ? std::string_view((*chip)->name) : std::string_view();
-  events_.add({.kind = EventKind::finding,
-               .verdict = wordOf(finding.verdict),
-               .nature = wordOf(finding.nature),
-               .entry = finding.entry,
-               .entrySize = Zint::countOf(finding.expected),
-               .region = finding.chipMemory->fwkKey(),
-               .chip = chipName,
-               .expected = finding.expected,
-               .actual = finding.actual,
-               .text = Driver::stringValue(finding.verdict)},
-              now);
-}
-
-void Publishing::tellAdopted(Shadow& shadow) {
-  const Region* region = std::exchange(shadow.adopting, nullptr);
-  const U32 adopted = std::exchange(shadow.adopted, 0);
-  if (region == nullptr || adopted == 0) return;
-  events_.add({.kind = EventKind::adopted,
-               .verdict = adopted,
-               .region = region->name,
-               .chip = region->chip},
-              times());
-}
-
-void Publishing::handlePass(Shadow& shadow, const Driver::PassResult& pass) {
-  tellAdopted(shadow);
-  const Times now = times();
-  const bool isClean = pass.isComplete && pass.differences == 0;
-  if (isClean && now.clock < shadow.cleanPassTold + cleanPassInterval) return;
-  if (isClean) shadow.cleanPassTold = now.clock;
-  events_.add({.kind = EventKind::pass,
-               .verdict = static_cast<U32>(std::min<U64>(pass.differences, ~0u)),
-               .region = shadow.name,
-               .text = pass.reason},
-              now);
-}
-
-void Publishing::handleTurn(Shadow& shadow, const Driver::TurnResult& turn) {
-  const Budget budget(options_.turnBudget);
-  const Zint::Seconds time = clock_->time();
-  const bool isEdge = turn.isFirst || turn.isLast;
-  // The patrol makes the chips that it needs.
-  if (isEdge) lookAtChips(shadow);
-  if (isEdge || time >= shadow.publishedTime + slicePublication) {
-    shadow.publishedTime = time;
-    publishFigures(shadow, RowSource::What::numbers);
-  }
-  for (std::size_t i = 0; i < dueRowsPerTurn && !shadow.due.empty() && !budget.isSpent(); ++i) {
-    Region* region = shadow.due.back();
-    shadow.due.pop_back();
-    region->isDue = false;
-    publishFigures(*region, RowSource::What::numbers);
-  }
-}
-
-void Publishing::handlePatrolState(Shadow& shadow) {
-  const Driver::AuditedShadow::Ptr audited = shadow.audited();
-  if (audited == nullptr) return;
-  const Driver::PatrolState state = audited->patrolState();
-  view_.publish(shadow, RowSource::What::allButConstants);
-  // Between two slices and between two passes it waits: that is no news.
-  if (state == Driver::PatrolState::waiting || state == Driver::PatrolState::reading) {
-    if (!shadow.isTroubled) return;
-  }
-  shadow.isTroubled =
-      state != Driver::PatrolState::waiting && state != Driver::PatrolState::reading;
-  events_.add({.kind = EventKind::patrol,
-               .verdict = wordOf(state),
-               .region = shadow.name,
-               .text = audited->patrolReason()},
-              times());
-}
-
-// --- Alarms ---
-
-void Publishing::handleAlarm(Board& board, const Zint::String8& name, bool isTold) {
-  const Driver::AlarmBoard::Ptr driverBoard = board.board();
-  if (driverBoard == nullptr) return;
-  const Driver::Alarm::Ptr there = driverBoard->alarm(name);
-  std::unique_ptr<Alarm>& known = board.alarms[name.bytes()];
-  if (known != nullptr && known->held.ptr() != there.ptr()) {
-    view_.remove(*known);
-    known = nullptr;
-  }
-  if (there == nullptr) {
-    board.alarms.erase(name.bytes());
-    return;
-  }
-  if (known == nullptr) {
-    known = std::make_unique<Alarm>();
-    known->table = TableId::alarm;
-    known->name = name.bytes();
-    known->type = there->fwkType();
-    known->held = there;
-    if (!isTold) known->state = there->state();
-    view_.add(*known, times().wallClock);
-  } else {
-    view_.publish(*known, RowSource::What::allButConstants);
-  }
-  if (known->state == there->state()) return;
-  known->state = there->state();
-  const U32 what = known->state == Driver::Alarm::raised_         ? 1
-                   : known->state == Driver::Alarm::acknowledged_ ? 2
-                                                                  : 3;
-  events_.add({.kind = EventKind::alarm,
-               .verdict = what,
-               .region = there->subject(),
-               .text = there->rule()->name()},
-              times());
 }
 
 }  // namespace Telemetry

@@ -1,7 +1,10 @@
 // The notifiees of a publisher. Each hands on what it is notified of, until it is closed.
 #pragma once
 
+#include <Driver/Descriptions.h>
 #include <telemetry/Publishing.h>
+
+#include <string>
 
 namespace Telemetry {
 
@@ -105,6 +108,31 @@ class DriverChipWatch : public Driver::Chip::NotifieeConst, public PublishingWat
   }
 
   Publishing::Chip* subject_;
+};
+
+// Marks what changes in the policy of a region.
+class PolicyWatch : public Driver::Policy::NotifieeConst, public PublishingWatch {
+ public:
+  using Id = Driver::Policy::Id;
+
+  PolicyWatch(Publishing* publishing, Publishing::Region* subject,
+              const Zint::Ptr<Zint::ActivityConfig>& activity, const Driver::Policy::Ptr& policy)
+      : NotifieeConst(activity, policy), PublishingWatch(publishing), subject_(subject) {
+    interestIs(Zint::interestIn(Id::rule) | Zint::interestIn(Id::isOnce) |
+               Zint::interestIn(Id::mask) | Zint::interestIn(Id::unwritten) |
+               Zint::interestIn(Id::resetValue) | Zint::interestIn(Id::auditEvery));
+    isNonReferencingIs(true);
+  }
+  void handleNotification(Zint::ActivityConfig*) override {
+    whileHeld([&](Publishing&) {
+      const std::string name = Driver::policyType.attributeString(attribute()).bytes();
+      std::string& changes = subject_->policyChanges;
+      if (changes.find(name) == std::string::npos) changes += (changes.empty() ? "" : ", ") + name;
+    });
+  }
+
+ private:
+  Publishing::Region* subject_;
 };
 
 class AlarmBoardWatch : public Driver::AlarmBoard::NotifieeConst, public PublishingWatch {

@@ -160,7 +160,7 @@ void RowSource::putText(std::span<U32> row, const Column& column, std::string_vi
   const std::size_t room = column.bytes - 1;
   const std::size_t length = std::min(text.size(), room);
   char* field = reinterpret_cast<char*>(row.data() + column.offset / 4);
-  std::memcpy(field, text.data(), length);
+  if (length != 0) std::memcpy(field, text.data(), length);
   std::memset(field + length, 0, column.bytes - length);
   if (text.size() > room) field[room] = 1;
 }

@@ -123,8 +123,14 @@ TEST_F(EventLog, modeAndPolicy_areTold) {
   shadow->policyIs(policy);
   EXPECT_THAT(eventTexts(EventKind::mode), ElementsAre("mac 0 2 buffered"));
   EXPECT_THAT(eventTexts(EventKind::policy), ElementsAre("mac 0 0 given"));
+  policy->ruleIs(0, 4, Driver::Rule::detectOnly);
+  policy->ruleIs(8, 4, Driver::Rule::detectOnly);
+  policy->unwrittenIs(Driver::Unwritten::baseline);
+  EXPECT_THAT(eventTexts(EventKind::policy),
+              ElementsAre("mac 0 0 given", "mac 0 0 rule, unwritten"));
   shadow->policyDel(cm);
-  EXPECT_THAT(eventTexts(EventKind::policy), ElementsAre("mac 0 0 given", "mac 0 0 removed"));
+  EXPECT_THAT(eventTexts(EventKind::policy),
+              ElementsAre("mac 0 0 given", "mac 0 0 rule, unwritten", "mac 0 0 removed"));
 }
 
 TEST_F(EventLog, command_saysWho) {

@@ -6,6 +6,7 @@ STEPS=(
   scopes-x86 scopes-x64 lockstep-x86 lockstep-x64 driverlockstep-x86 driverlockstep-x64
   simulation-x86 simulation-x64 driversimulation-x86 driversimulation-x64 reentrancy-x86 reentrancy-x64
   ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
+  rows-x86-x64
   memcheck-x86 helgrind-x86
 )
 # shellcheck source=tools/soak/builds.sh
@@ -42,6 +43,7 @@ what_is() {
     tsan-*) echo "two activities and posters under the thread sanitizer" ;;
     unsigned-*) echo "no unsigned number wraps but those listed" ;;
     memcheck-*) echo "tests under valgrind: no bad access, no leak" ;;
+    rows-*) echo "rows that one process writes and others read, in each pair of pointer widths" ;;
     builds-*) echo "contract, data path and audit in this build" ;;
     helgrind-*) echo "two activities under helgrind" ;;
   esac
@@ -57,6 +59,7 @@ needed_folder() {
   case $1 in
     scopes-* | lockstep-* | driverlockstep-* | simulation-* | driversimulation-* | reentrancy-*) echo "${1%%-*}" ;;
     tsan-* | helgrind-*) echo threads ;;
+    rows-*) echo rows ;;
   esac
 }
 
@@ -68,19 +71,21 @@ is_there() {
 
 set_figures() {
   local operations=200000000 driver_operations=20000000 seeds=200000 driver_seeds=20000 posts=10000000
-  chunk=2500000
-  if $1; then operations=2000000 driver_operations=200000 seeds=200 driver_seeds=100 chunk=500000 posts=1000000; fi
+  chunk=2500000 publications=1000000000
+  if $1; then operations=2000000 driver_operations=200000 seeds=200 driver_seeds=100 chunk=500000 posts=1000000 publications=10000000; fi
   operations=${UMBRA_LOCKSTEP_OPERATIONS:-$operations}
   driver_operations=${UMBRA_DRIVERLOCKSTEP_OPERATIONS:-$driver_operations}
   seeds=${UMBRA_SIMULATION_SEEDS:-$seeds}
   driver_seeds=${UMBRA_DRIVERSIMULATION_SEEDS:-$driver_seeds}
   posts=${UMBRA_POSTS:-$posts}
+  publications=${UMBRA_PUBLICATIONS:-$publications}
   first_seed=${UMBRA_LOCKSTEP_SEED:-1}
   local name
-  for name in operations driver_operations seeds driver_seeds first_seed posts; do
+  for name in operations driver_operations seeds driver_seeds first_seed posts publications; do
     [[ ${!name} =~ ^[1-9][0-9]*$ ]] || bad_usage "'${!name}' is no number above 0"
   done
   OPERATIONS=$operations DRIVER_OPERATIONS=$driver_operations SEEDS=$seeds DRIVER_SEEDS=$driver_seeds POSTS=$posts
+  PUBLICATIONS=$publications
   is_quick=$1
 }
 
@@ -209,6 +214,32 @@ run_tsan() {
     | tee "build/soak/$step.out" && figure "$(passed "build/soak/$step.out") tests, $POSTS posts"
 }
 
+# Two readers, through a mapping and by reads of the file, beside a writer of each width.
+run_rows() {
+  local writer reader how row looks=() result=0
+  built x86 row-process
+  built x64 row-process
+  : >"build/soak/$step.out"
+  for writer in x86 x64; do
+    for reader in x86 x64; do
+      row=$(mktemp --tmpdir umbra-row-XXXXXX)
+      "build/$writer/tests/rows/row-process" make "$row"
+      looks=()
+      for how in read read-file; do
+        "build/$reader/tests/rows/row-process" "$how" "$row" 1000000000000 >>"build/soak/$step.out" &
+        looks+=($!)
+      done
+      "build/$writer/tests/rows/row-process" write "$row" "$PUBLICATIONS" || result=1
+      kill "${looks[@]}"
+      for how in "${looks[@]}"; do wait "$how" || result=1; done
+      rm -f "$row"
+    done
+  done
+  cat "build/soak/$step.out"
+  figure "4 x $PUBLICATIONS publications, $(awk '{ n += $1 } END { print n }' "build/soak/$step.out") whole looks"
+  return "$result"
+}
+
 # A wrap that is not listed is printed and the program goes on; so the output is what counts.
 run_unsigned() {
   local program programs=(Hardware-tests runtime-tests platform-tests Driver-tests scenario-tests contract-tests)
@@ -247,6 +278,7 @@ run_step() {
     clang-asan-*) tests_pass "${step##*-}-clang-asan" ;;
     tsan-*) run_tsan ;;
     unsigned-*) run_unsigned ;;
+    rows-*) run_rows ;;
     memcheck-*) run_memcheck ;;
     helgrind-*) run_helgrind ;;
     builds-*) run_build "$step" ;;
