@@ -67,7 +67,7 @@ class FleetDriver {
     shadow_->stateIs(Hardware::HardwareShadow::configured());
     fill();
     watch_ = Driver::alarmWatchFactory(activity_, shadow_, board_);
-    board_->ruleIs(Driver::alarmRuleFactory("often", Driver::AlarmRule::region_, 3, 60, 5));
+    board_->ruleIs(Driver::alarmRuleFactory("often", Driver::AlarmRule::region_, 3, 15, 2));
     Telemetry::PublisherOptions options;
     options.directory = directory;
     publisher_ = Telemetry::publisherFactory(activity_, clock_, Zint::Name(name.c_str()), options);
