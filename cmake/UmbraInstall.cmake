@@ -59,7 +59,19 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "Budget.h" EXCLUDE
             PATTERN "Publishing.h" EXCLUDE
             PATTERN "PublishingWatches.h" EXCLUDE
-            PATTERN "Subject.h" EXCLUDE)
+            PATTERN "Subject.h" EXCLUDE
+            PATTERN "ControlClient.h" EXCLUDE
+            PATTERN "ControlLine.h" EXCLUDE
+            PATTERN "ControlListener.h" EXCLUDE
+            PATTERN "ControlServer.h" EXCLUDE
+            PATTERN "ControlSession.h" EXCLUDE
+            PATTERN "ControlTask.h" EXCLUDE
+            PATTERN "ControlText.h" EXCLUDE
+            PATTERN "Names.h" EXCLUDE
+            PATTERN "NamesText.h" EXCLUDE
+            PATTERN "NamesWalk.h" EXCLUDE
+            PATTERN "NamesRules.h" EXCLUDE
+            PATTERN "NamesRulesChecks.h" EXCLUDE)
   endif()
 endforeach()
 

@@ -6,7 +6,7 @@
 #include <demo/common/SharedMemory.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <tools/console/Error.h>
+#include <tools/console/Library.h>
 #include <tools/console/OpenSwitch.h>
 #include <tools/console/Session.h>
 

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <tools/console/Error.h>
-#include <tools/console/Suggest.h>
+#include <tools/console/Library.h>
 #include <tools/console/Words.h>
 
 namespace {

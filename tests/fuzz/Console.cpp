@@ -2,7 +2,7 @@
 // one of the library's exceptions and changes nothing. Completing it anywhere raises nothing and
 // changes nothing.
 #include <tools/console/Completion.h>
-#include <tools/console/Error.h>
+#include <tools/console/Library.h>
 #include <tools/console/Session.h>
 #include <tools/console/Words.h>
 

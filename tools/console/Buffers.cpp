@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "tools/console/Commands.h"
-#include "tools/console/Error.h"
+#include "tools/console/Library.h"
 #include "tools/console/Session.h"
 #include "tools/console/Values.h"
 

@@ -1,9 +1,8 @@
 #include "tools/console/Commands.h"
 
-#include "tools/console/Error.h"
+#include "tools/console/Library.h"
 #include "tools/console/Session.h"
 #include "tools/console/Show.h"
-#include "tools/console/Suggest.h"
 
 namespace Console {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/console/Names.h"
+#include "tools/console/Library.h"
 #include "tools/console/Words.h"
 
 namespace Console {

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <system_error>
 
-#include "tools/console/Error.h"
+#include "tools/console/Library.h"
 
 namespace Console {
 namespace {

@@ -4,11 +4,9 @@
 #include <algorithm>
 
 #include "tools/console/Commands.h"
-#include "tools/console/Error.h"
-#include "tools/console/Rules.h"
+#include "tools/console/Library.h"
 #include "tools/console/Session.h"
 #include "tools/console/Show.h"
-#include "tools/console/Suggest.h"
 #include "tools/console/Values.h"
 
 namespace Console {

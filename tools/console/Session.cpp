@@ -4,8 +4,7 @@
 #include <sstream>
 
 #include "tools/console/Commands.h"
-#include "tools/console/Error.h"
-#include "tools/console/Suggest.h"
+#include "tools/console/Library.h"
 
 namespace Console {
 

@@ -8,7 +8,7 @@
 #include <ostream>
 #include <string>
 
-#include "tools/console/Names.h"
+#include "tools/console/Library.h"
 #include "tools/console/TraceLines.h"
 #include "tools/console/Watches.h"
 #include "tools/console/Words.h"

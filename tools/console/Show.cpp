@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/console/Error.h"
-#include "tools/console/Names.h"
-#include "tools/console/Suggest.h"
+#include "tools/console/Library.h"
 
 namespace Console {
 namespace {

@@ -2,9 +2,8 @@
 #include <Zint/Strep.h>
 
 #include "tools/console/Commands.h"
-#include "tools/console/Error.h"
+#include "tools/console/Library.h"
 #include "tools/console/Session.h"
-#include "tools/console/Suggest.h"
 #include "tools/console/Values.h"
 
 namespace Console {

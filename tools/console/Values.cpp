@@ -1,9 +1,9 @@
 #include "tools/console/Values.h"
 
-#include <Hardware/ChipAddress.h>
-
 #include <algorithm>
 #include <cctype>
+
+#include "tools/console/Library.h"
 
 namespace Console {
 namespace {
@@ -34,42 +34,12 @@ void printRows(std::ostream& out, std::string_view digits) {
 
 }  // namespace
 
-std::string addressText(const std::string& text) {
-  try {
-    return Zint::strepToValue<Hardware::ChipAddress>(text).stringValue().bytes();
-  } catch (const Zint::RangeException&) {
-    return text;
-  }
-}
-
-std::string integerText(const std::string& text) {
-  const std::size_t colon = text.find(':');
-  if (!text.starts_with("0x") || colon == std::string::npos) return text;
-  const std::string id = text.substr(2, colon - 2);
-  const std::string offset = text.substr(colon + 1);
-  if (!isHexadecimal(id) || !isHexadecimal(offset) || id.size() > 8 || offset.size() > 8) {
-    return text;
-  }
-  const auto word = [](const std::string& digits) {
-    return static_cast<U32>(std::stoull(digits, nullptr, 16));
-  };
-  return Zint::valueToStrep(Hardware::ChipAddress(word(id), word(offset)).value()).bytes();
-}
-
-bool isAddressName(std::string_view name) {
-  return name == "addr" || name.ends_with("address") || name.ends_with("Address");
-}
-
 std::string shortText(std::string_view typeName, const std::string& text) {
   if (isAddressType(typeName)) return addressText(text);
   if (typeName == "Bytes" && text.size() > shortDigits) {
     return text.substr(0, shortDigits) + "... " + std::to_string(text.size() / 2) + " bytes";
   }
   return text;
-}
-
-std::string keyText(const Zint::ListAccess& list, const std::string& key) {
-  return isAddressName(list.keyName) ? addressText(key) : key;
 }
 
 // An operation may answer with a word and bytes: "true 001f80".

@@ -1,6 +1,6 @@
 #include "tools/console/Words.h"
 
-#include "tools/console/Error.h"
+#include "tools/console/Library.h"
 
 namespace Console {
 namespace {
@@ -57,16 +57,6 @@ Typed typed(std::string_view line) {
     at = end;
   }
   return result;
-}
-
-std::size_t findUnquoted(std::string_view text, char mark, std::size_t from) {
-  bool quoted = false;
-  for (std::size_t at = from; at < text.size(); ++at) {
-    if (!quoted && text[at] == mark) return at;
-    if (text[at] == '\'') quoted = !quoted;
-    if (quoted && text[at] == '\\') ++at;
-  }
-  return std::string_view::npos;
 }
 
 std::pair<std::string, std::string> argumentOf(const std::string& word) {

@@ -25,9 +25,6 @@ struct Typed {
 };
 Typed typed(std::string_view line);
 
-// Where the part up to the first `mark` outside quotes ends; npos when there is none.
-std::size_t findUnquoted(std::string_view text, char mark, std::size_t from = 0);
-
 // "name=value"; Error when there is no name or no '='.
 std::pair<std::string, std::string> argumentOf(const std::string& word);
 

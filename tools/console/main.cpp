@@ -14,8 +14,8 @@
 #include "demo/common/ChipWatch.h"
 #include "demo/common/Traffic.h"
 #include "demo/driver/Interrupts.h"
-#include "tools/console/Error.h"
 #include "tools/console/Filter.h"
+#include "tools/console/Library.h"
 #include "tools/console/OpenSwitch.h"
 #include "tools/console/Shell.h"
 #ifdef UMBRA_LINE_EDITOR

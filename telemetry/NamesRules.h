@@ -11,14 +11,14 @@
 
 #include <string>
 
-#include "tools/console/Names.h"
+#include <telemetry/Names.h>
 
-namespace Console {
+namespace Telemetry {
 
 // An operation of the object, or of one of its collections ("chipMemoryDel").
-void checkCall(const Names& names, const Zint::Result& object, const std::string& operation,
-               const Zint::Arguments& arguments);
-void checkSet(const Names& names, const Zint::Result& object, const std::string& attribute,
-              const Zint::String8& text);
+UMBRA_API void checkCall(const Names& names, const Zint::Result& object,
+                         const std::string& operation, const Zint::Arguments& arguments);
+UMBRA_API void checkSet(const Names& names, const Zint::Result& object,
+                        const std::string& attribute, const Zint::String8& text);
 
-}  // namespace Console
+}  // namespace Telemetry

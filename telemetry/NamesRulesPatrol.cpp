@@ -4,10 +4,11 @@
 #include <Driver/ChipAccess.h>
 #include <Driver/ChipWriter.h>
 #include <Zint/Bytes.h>
+#include <Zint/Sizes.h>
 
-#include "tools/console/RuleChecks.h"
+#include <telemetry/NamesRulesChecks.h>
 
-namespace Console {
+namespace Telemetry {
 
 using Driver::AuditedShadow;
 using Driver::ChipWriteRequest;
@@ -87,7 +88,7 @@ void checkDriver(const Zint::Result& object, const Action& action) {
     const auto value = action.argument<Zint::Bytes>("value");
     if (action.name == "sentinelIs" && value && !value->bytes.empty() &&
         chip->chipHam() != nullptr) {
-      requireAccess(chip->chipHam().ptr(), static_cast<U32>(value->bytes.size()), 1);
+      requireAccess(chip->chipHam().ptr(), Zint::countOf(value->bytes), 1);
     }
   } else if (const auto* access = dynamic_cast<const Driver::ChipAccess*>(target);
              access != nullptr) {
@@ -101,4 +102,4 @@ void checkDriver(const Zint::Result& object, const Action& action) {
   }
 }
 
-}  // namespace Console
+}  // namespace Telemetry

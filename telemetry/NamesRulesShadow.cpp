@@ -1,9 +1,9 @@
 // The rules of the shadow: states, registry and audit.
 #include <map>
 
-#include "tools/console/RuleChecks.h"
+#include <telemetry/NamesRulesChecks.h>
 
-namespace Console {
+namespace Telemetry {
 
 using Hardware::ChipMemory;
 using Hardware::HardwareShadow;
@@ -118,4 +118,4 @@ void checkShadow(const HardwareShadow& shadow, const Action& action) {
   }
 }
 
-}  // namespace Console
+}  // namespace Telemetry

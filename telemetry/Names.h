@@ -9,16 +9,17 @@
 
 #include <Zint/GenericIf.h>
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace Console {
+namespace Telemetry {
 
 using Path = std::vector<std::string>;
 
 // "/shadow/state"
-std::string textOf(const Path& path);
+UMBRA_API std::string textOf(const Path& path);
 
 // What a path leads to.
 struct Place {
@@ -41,8 +42,39 @@ struct Place {
   Zint::GenericIf::List_ list() const { return view().list(member->name); }
 };
 
-class Names {
+class MemberWalk;
+
+class UMBRA_API Names {
  public:
+  // A look-up that can be divided: a collection is searched for a name a number of members at a
+  // time. The names must outlive it.
+  class UMBRA_API Lookup {
+   public:
+    // A collection that can be searched only as a whole is refused when it has more members than
+    // that.
+    Lookup(const Names& names, Path path, U32 mostAsAWhole = ~0u);
+    Lookup(Lookup&&) noexcept;
+    ~Lookup();
+
+    // Goes on, past that many members of a collection at most. True: the place is found. Error with
+    // a near miss when there is none.
+    bool step(U32 members);
+    // REQUIRES: it is found.
+    Place& place() { return place_; }
+
+   private:
+    bool stepInCollection(const std::string& name, U32 members);
+
+    const Names* names_;
+    Path path_;
+    U32 mostAsAWhole_;
+    std::size_t at_ = 0;
+    Place place_;
+    std::unique_ptr<MemberWalk> walk_;
+    Zint::Result found_;
+    bool isFound_ = false;
+  };
+
   explicit Names(std::vector<std::pair<std::string, Zint::Result>> objects);
 
   // The place that relative paths begin at.
@@ -67,6 +99,7 @@ class Names {
   std::vector<Zint::Result> results() const;
 
  private:
+  // REQUIRES: no collection.
   Place below(const Place& place, const std::string& name) const;
 
   std::vector<std::pair<std::string, Zint::Result>> objects_;
@@ -74,7 +107,7 @@ class Names {
   Path here_;
 };
 
-// Values that the console computes and shows beside the attributes of an object: a region's
+// Values that are computed and shown beside the attributes of an object: a region's
 // `entries`, which the type registry does not list.
 struct Computed {
   std::string name;
@@ -82,15 +115,15 @@ struct Computed {
   std::string typeName;
   std::string after;  // the attribute that it is shown after
 };
-std::vector<Computed> computedOf(const Zint::Result& object);
+UMBRA_API std::vector<Computed> computedOf(const Zint::Result& object);
 
 // The members of a type, those of its base types first.
-std::vector<const Zint::Member*> membersOf(const Zint::Type& type);
+UMBRA_API std::vector<const Zint::Member*> membersOf(const Zint::Type& type);
 
 // The name in the text of an object, as it is written in a path: mac of 'mac'#2, and in its quotes
 // when it has other characters than letters, digits, '-', '_' and '.'; "" when it has none.
-std::string nameIn(const Zint::String8& text);
+UMBRA_API std::string nameIn(const Zint::String8& text);
 // Whether `text` is that of an object with this name: 'mac'#2 and mac or 'mac'.
-bool isNamed(const Zint::String8& text, const std::string& name);
+UMBRA_API bool isNamed(const Zint::String8& text, const std::string& name);
 
-}  // namespace Console
+}  // namespace Telemetry

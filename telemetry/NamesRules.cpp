@@ -1,8 +1,8 @@
-#include "tools/console/Rules.h"
+#include <telemetry/NamesRules.h>
 
-#include "tools/console/RuleChecks.h"
+#include <telemetry/NamesRulesChecks.h>
 
-namespace Console {
+namespace Telemetry {
 namespace {
 
 void check(const Zint::Result& object, const Action& action) {
@@ -115,4 +115,4 @@ void checkSet(const Names& names, const Zint::Result& object, const std::string&
   check(object, {audits, attribute + "=", arguments});
 }
 
-}  // namespace Console
+}  // namespace Telemetry

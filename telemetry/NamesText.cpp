@@ -1,10 +1,17 @@
-#include "tools/console/Suggest.h"
+#include <telemetry/NamesText.h>
+
+#include <Hardware/ChipAddress.h>
 
 #include <algorithm>
 #include <cctype>
 
-namespace Console {
+namespace Telemetry {
 namespace {
+
+bool isOfHexDigits(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(),
+                                      [](unsigned char c) { return std::isxdigit(c) != 0; });
+}
 
 std::string lower(std::string_view text) {
   std::string result(text);
@@ -36,6 +43,9 @@ std::size_t distance(const std::string& a, const std::string& b) {
 
 }  // namespace
 
+Error::Error(const std::string& message) : std::runtime_error(message) {}
+Error::~Error() = default;
+
 std::string nearest(std::string_view name, const std::vector<std::string>& known) {
   if (name.size() < 2) return "";  // everything is near
   const std::string wanted = lower(name);
@@ -62,4 +72,44 @@ std::string didYouMean(std::string_view name, const std::vector<std::string>& kn
   return meant.empty() ? "" : "; did you mean '" + meant + "'?";
 }
 
-}  // namespace Console
+std::size_t findUnquoted(std::string_view text, char mark, std::size_t from) {
+  bool quoted = false;
+  for (std::size_t at = from; at < text.size(); ++at) {
+    if (!quoted && text[at] == mark) return at;
+    if (text[at] == '\'') quoted = !quoted;
+    if (quoted && text[at] == '\\') ++at;
+  }
+  return std::string_view::npos;
+}
+
+std::string addressText(const std::string& text) {
+  try {
+    return Zint::strepToValue<Hardware::ChipAddress>(text).stringValue().bytes();
+  } catch (const Zint::RangeException&) {
+    return text;
+  }
+}
+
+std::string integerText(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  if (!text.starts_with("0x") || colon == std::string::npos) return text;
+  const std::string id = text.substr(2, colon - 2);
+  const std::string offset = text.substr(colon + 1);
+  if (!isOfHexDigits(id) || !isOfHexDigits(offset) || id.size() > 8 || offset.size() > 8) {
+    return text;
+  }
+  const auto word = [](const std::string& digits) {
+    return static_cast<U32>(std::stoull(digits, nullptr, 16));
+  };
+  return Zint::valueToStrep(Hardware::ChipAddress(word(id), word(offset)).value()).bytes();
+}
+
+bool isAddressName(std::string_view name) {
+  return name == "addr" || name.ends_with("address") || name.ends_with("Address");
+}
+
+std::string keyText(const Zint::ListAccess& list, const std::string& key) {
+  return isAddressName(list.keyName) ? addressText(key) : key;
+}
+
+}  // namespace Telemetry

@@ -1,7 +1,7 @@
 // The rules of the shadow's data path: look-ups, writes and reads.
-#include "tools/console/RuleChecks.h"
+#include <telemetry/NamesRulesChecks.h>
 
-namespace Console {
+namespace Telemetry {
 
 using Hardware::ChipAddress;
 using Hardware::ChipMemory;
@@ -106,4 +106,4 @@ void checkDataPath(const HardwareShadow& shadow, const Action& action) {
   if (isRead) requireRead(shadow, *region, entry, *size);
 }
 
-}  // namespace Console
+}  // namespace Telemetry

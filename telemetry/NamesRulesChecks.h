@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/console/Error.h"
-#include "tools/console/Names.h"
+#include <telemetry/Names.h>
+#include <telemetry/NamesText.h>
 
-namespace Console {
+namespace Telemetry {
 
 // The shadows and readers of "/".
 class Audits {
@@ -95,4 +95,4 @@ void checkDriver(const Zint::Result& object, const Action& action);
 // The data path: look-ups, reads and writes.
 void checkDataPath(const Hardware::HardwareShadow& shadow, const Action& action);
 
-}  // namespace Console
+}  // namespace Telemetry

@@ -1,4 +1,4 @@
-#include "tools/console/Names.h"
+#include <telemetry/Names.h>
 
 #include <Hardware/ChipMemory.h>
 #include <Zint/ObjectText.h>
@@ -6,50 +6,27 @@
 #include <algorithm>
 #include <cctype>
 
-#include "tools/console/Error.h"
-#include "tools/console/Suggest.h"
-#include "tools/console/Values.h"
-#include "tools/console/Words.h"
+#include <telemetry/NamesText.h>
+#include <telemetry/NamesWalk.h>
 
-namespace Console {
+namespace Telemetry {
 namespace {
+
+// Of how many members of a collection near misses are looked for.
+constexpr U32 mostSuggested = 64;
 
 std::vector<std::string> namesBelow(const Place& place) {
   std::vector<std::string> names;
   if (place.kind == Place::object) {
     for (const Zint::Member* member : membersOf(place.view().type())) names.push_back(member->name);
     for (const Computed& each : computedOf(place.result)) names.push_back(each.name);
-  } else if (place.kind == Place::collection) {
+  } else if (place.kind == Place::collection && place.list().size() <= mostSuggested) {
     for (const Zint::ListItem& item : place.list().items()) {
       names.push_back(keyText(*place.member->list, item.key.bytes()));
       if (const std::string name = nameIn(item.value.text); !name.empty()) names.push_back(name);
     }
   }
   return names;
-}
-
-Zint::Result memberOfCollection(const Place& place, const std::string& name) {
-  const Zint::GenericIf::List_ list = place.list();
-  try {
-    const Zint::Result byKey = list.find(isAddressName(list.keyName()) ? integerText(name) : name);
-    if (byKey.text != "null") return byKey;
-  } catch (const Zint::RangeException&) {
-    // No key at all: it may be a name yet.
-  }
-  Zint::Result found;
-  for (const Zint::ListItem& item : list.items()) {
-    if (item.key.bytes() == name) return item.value;  // there, and null
-    if (!isNamed(item.value.text, name)) continue;
-    if (found.object != nullptr) {
-      throw Error(place.name() + " has several members named " + name + ": name its " +
-                  list.keyName());
-    }
-    found = item.value;
-  }
-  if (found.object == nullptr) {
-    throw Error(place.name() + " has no member " + name + didYouMean(name, namesBelow(place)));
-  }
-  return found;
 }
 
 }  // namespace
@@ -123,14 +100,10 @@ Path Names::absolute(const std::string& path) const {
 Place Names::at(const std::string& path) const { return at(absolute(path)); }
 
 Place Names::at(const Path& path) const {
-  Place place;
-  for (const std::string& name : path) {
-    Place next = below(place, name);
-    next.path = place.path;
-    next.path.push_back(name);
-    place = std::move(next);
+  Lookup lookup(*this, path);
+  while (!lookup.step(~0u)) {
   }
-  return place;
+  return std::move(lookup.place());
 }
 
 std::pair<Place, std::string> Names::above(const std::string& path) const {
@@ -188,13 +161,66 @@ Place Names::below(const Place& place, const std::string& name) const {
       break;
     }
     case Place::collection:
-      next.result = memberOfCollection(place, name);
-      break;
     case Place::value:
       throw Error(place.name() + " is " + place.result.text.bytes() + ", nothing is below it");
   }
   next.kind = next.result.object == nullptr ? Place::value : Place::object;
   return next;
+}
+
+Names::Lookup::Lookup(const Names& names, Path path, U32 mostAsAWhole)
+    : names_(&names), path_(std::move(path)), mostAsAWhole_(mostAsAWhole) {}
+Names::Lookup::Lookup(Lookup&&) noexcept = default;
+Names::Lookup::~Lookup() = default;
+
+bool Names::Lookup::step(U32 members) {
+  if (at_ == path_.size()) return true;
+  const std::string& name = path_[at_];
+  if (place_.kind == Place::collection) {
+    if (!stepInCollection(name, members)) return false;
+    place_.result = std::move(found_);
+    place_.kind = place_.result.object == nullptr ? Place::value : Place::object;
+    place_.member = nullptr;
+    place_.owner = {};
+    walk_.reset();
+    found_ = {};
+    isFound_ = false;
+  } else {
+    Place next = names_->below(place_, name);
+    next.path = std::move(place_.path);
+    place_ = std::move(next);
+  }
+  place_.path.push_back(name);
+  return ++at_ == path_.size();
+}
+
+bool Names::Lookup::stepInCollection(const std::string& name, U32 members) {
+  if (walk_ == nullptr) {
+    const Zint::GenericIf::List_ list = place_.list();
+    try {
+      found_ = list.find(isAddressName(list.keyName()) ? integerText(name) : name);
+      if (found_.text != "null") return true;
+    } catch (const Zint::RangeException&) {
+      // No key at all: it may be a name yet.
+    }
+    found_ = {};
+    walk_ = walkOf(place_, mostAsAWhole_);
+    return false;
+  }
+  for (U32 i = 0; i < members; ++i) {
+    if (!walk_->next()) {
+      if (isFound_) return true;
+      throw Error(place_.name() + " has no member " + name + didYouMean(name, namesBelow(place_)));
+    }
+    if (!walk_->answersTo(name)) continue;
+    if (isFound_) {
+      throw Error(place_.name() + " has several members named " + name + ": name its " +
+                  place_.list().keyName());
+    }
+    found_ = walk_->value();
+    isFound_ = true;
+  }
+  return false;
 }
 
 void Names::objectIs(const std::string& name, const Zint::Result& object) {
@@ -222,4 +248,4 @@ std::vector<Zint::Result> Names::results() const {
   return results;
 }
 
-}  // namespace Console
+}  // namespace Telemetry

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <typeinfo>
 
-#include "tools/console/RuleChecks.h"
+#include <telemetry/NamesRulesChecks.h>
 
-namespace Console {
+namespace Telemetry {
 
 using Hardware::ChipMemory;
 
@@ -167,4 +167,4 @@ void checkDirectory(const Hardware::ChipMemoryBogon& directory, const Action& ac
       name->bytes() + " is being audited: its entries must not change before the shadow is idle");
 }
 
-}  // namespace Console
+}  // namespace Telemetry

@@ -1,7 +1,7 @@
 // The rules of read requests and readers.
-#include "tools/console/RuleChecks.h"
+#include <telemetry/NamesRulesChecks.h>
 
-namespace Console {
+namespace Telemetry {
 
 using Hardware::ChipReader;
 using Hardware::ChipReadRequest;
@@ -114,4 +114,4 @@ void checkReader(const ChipReader& reader, const Action& action) {
   }
 }
 
-}  // namespace Console
+}  // namespace Telemetry
