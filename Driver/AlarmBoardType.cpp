@@ -28,14 +28,18 @@ constexpr ListAccess boardAlarms = mapList<&B::alarm, &B::alarms, &B::alarmNames
 
 constexpr Zint::Member alarmBoardMembers[] = {
     constructorParameter<&B::zintFwkActivity>("zintFwkActivity"),
-    constructorParameter<&B::clock>("clock"),
-    attribute<&B::maxKeys, &B::maxKeysIs>("maxKeys"),
-    readOnly<&B::keys>("keys"),
-    readOnly<&B::keysDropped>("keysDropped"),
-    readOnly<&B::activeAlarms>("activeAlarms"),
-    collection("rule", boardRules),
-    collection("alarm", boardAlarms),
-    operation<&B::doAcknowledge>("doAcknowledge", "name"),
+    constructorParameter<&B::clock>("clock").says("the clock that its windows follow"),
+    attribute<&B::maxKeys, &B::maxKeysIs>("maxKeys")
+        .in("subjects")
+        .says("subjects that are known at most"),
+    readOnly<&B::keys>("keys").in("subjects").says("subjects that are known"),
+    readOnly<&B::keysDropped>("keysDropped").says("subjects that were dropped before their time"),
+    readOnly<&B::activeAlarms>("activeAlarms").says("alarms that are raised or acknowledged"),
+    collection("rule", boardRules).says("the rules"),
+    collection("alarm", boardAlarms).says("the alarms"),
+    operation<&B::doAcknowledge>("doAcknowledge", "name")
+        .says("takes note of an alarm")
+        .needs(Zint::Level::operate),
     operation<&B::findingIs>("findingIs", "region", "entry", "chip", "time"),
     operation<&B::manyAtOnceIs>("manyAtOnceIs", "chip", "count", "time"),
     operation<&B::doBeginPass>("doBeginPass", "time"),

@@ -16,10 +16,11 @@ constexpr Zint::Member alarmRuleScopeMembers[] = {
 };
 
 constexpr Zint::Member alarmRuleMembers[] = {
-    constructorParameter<&AlarmRule::scope>("scope"),
-    constructorParameter<&AlarmRule::count>("count"),
-    constructorParameter<&AlarmRule::within>("within"),
-    constructorParameter<&AlarmRule::clearAfter>("clearAfter"),
+    constructorParameter<&AlarmRule::scope>("scope").says("what its findings are counted for"),
+    constructorParameter<&AlarmRule::count>("count").says("findings that raise its alarm"),
+    constructorParameter<&AlarmRule::within>("within").says("the time in which they count"),
+    constructorParameter<&AlarmRule::clearAfter>("clearAfter")
+        .says("time without it being met after which its alarm is cleared"),
 };
 ZINT_CHECK_IDS(AlarmRule, alarmRuleMembers, Zint::Entity::Id::isNondestructing + 1, scope, count,
                within, clearAfter);

@@ -16,17 +16,19 @@ constexpr Zint::Member alarmStateMembers[] = {
 };
 
 constexpr Zint::Member alarmMembers[] = {
-    constructorParameter<&Alarm::rule>("rule"),
-    constructorParameter<&Alarm::subject>("subject"),
-    readOnly<&Alarm::state>("state"),
-    readOnly<&Alarm::findings>("findings"),
-    readOnly<&Alarm::raises>("raises"),
-    readOnly<&Alarm::firstTime>("firstTime"),
-    readOnly<&Alarm::lastTime>("lastTime"),
-    readOnly<&Alarm::raisedTime>("raisedTime"),
-    readOnly<&Alarm::acknowledgedTime>("acknowledgedTime"),
-    readOnly<&Alarm::clearedTime>("clearedTime"),
-    operation<&Alarm::doAcknowledge>("doAcknowledge"),
+    constructorParameter<&Alarm::rule>("rule").says("the rule that it belongs to"),
+    constructorParameter<&Alarm::subject>("subject").says("what it is about"),
+    readOnly<&Alarm::state>("state").says("cleared, raised or acknowledged"),
+    readOnly<&Alarm::findings>("findings").says("findings since it was raised"),
+    readOnly<&Alarm::raises>("raises").says("how often it was raised"),
+    readOnly<&Alarm::firstTime>("firstTime").says("when its first finding came"),
+    readOnly<&Alarm::lastTime>("lastTime").says("when its last finding came"),
+    readOnly<&Alarm::raisedTime>("raisedTime").says("when it was last raised"),
+    readOnly<&Alarm::acknowledgedTime>("acknowledgedTime").says("when it was last acknowledged"),
+    readOnly<&Alarm::clearedTime>("clearedTime").says("when it was last cleared"),
+    operation<&Alarm::doAcknowledge>("doAcknowledge")
+        .says("takes note of it")
+        .needs(Zint::Level::operate),
 };
 ZINT_CHECK_IDS(Alarm, alarmMembers, Zint::Entity::Id::isNondestructing + 1, rule, subject, state,
                findings, raises, firstTime, lastTime, raisedTime, acknowledgedTime, clearedTime,

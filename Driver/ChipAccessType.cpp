@@ -30,14 +30,18 @@ void writeByName(ChipAccess& access, U32 entry, Zint::Bytes data) {
 
 using A = ChipAccess;
 constexpr Zint::Member chipAccessMembers[] = {
-    constructorParameter<&A::shadow>("shadow"),
-    constructorParameter<&A::chipMemory>("chipMemory"),
-    attribute<&A::holdsWhileRestoring, &A::holdsWhileRestoringIs>("holdsWhileRestoring"),
-    readOnly<&A::readMisses>("readMisses"),
-    readOnly<&A::writeMisses>("writeMisses"),
-    readOnly<&A::writesHeld>("writesHeld"),
-    operation<&readByName>("read", "entry", "entries"),
-    operation<&writeByName>("write", "entry", "data"),
+    constructorParameter<&A::shadow>("shadow").says("the shadow that it goes through"),
+    constructorParameter<&A::chipMemory>("chipMemory").says("its region"),
+    attribute<&A::holdsWhileRestoring, &A::holdsWhileRestoringIs>("holdsWhileRestoring")
+        .says("whether writes wait while the chip is being restored")
+        .needs(Zint::Level::operate),
+    readOnly<&A::readMisses>("readMisses").says("reads that went to the chip"),
+    readOnly<&A::writeMisses>("writeMisses").says("writes that went to the chip"),
+    readOnly<&A::writesHeld>("writesHeld").says("writes that wait for the chip"),
+    operation<&readByName>("read", "entry", "entries")
+        .says("reads entries")
+        .needs(Zint::Level::operate),
+    operation<&writeByName>("write", "entry", "data").says("writes entries"),
 };
 ZINT_CHECK_IDS(ChipAccess, chipAccessMembers, Zint::firstAttributeId, shadow, chipMemory,
                holdsWhileRestoring, readMisses, writeMisses, writesHeld, read, write);

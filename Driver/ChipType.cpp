@@ -16,24 +16,37 @@ void sentinelIsByName(Chip& chip, Hardware::ChipAddress address, Bytes value, By
 }
 
 constexpr Zint::Member chipMembers[] = {
-    constructorParameter<&Chip::chipHam>("chipHam"),
-    readOnly<&Chip::isAbsent>("isAbsent"),
-    readOnly<&Chip::reason>("reason"),
-    readOnly<&Chip::since>("since"),
-    readOnly<&Chip::nextTry>("nextTry"),
-    readOnly<&Chip::tries>("tries"),
-    readOnly<&Chip::absences>("absences"),
-    attribute<&Chip::retryMin, &Chip::retryMinIs>("retryMin"),
-    attribute<&Chip::retryMax, &Chip::retryMaxIs>("retryMax"),
-    readOnly<&Chip::isRestoring>("isRestoring"),
-    readOnly<&Chip::resets>("resets"),
-    attribute<&Chip::restoresItself, &Chip::restoresItselfIs>("restoresItself"),
-    attribute<&Chip::replay, &Chip::replayIs>("replay"),
-    operation<&Chip::doChipReset>("doChipReset"),
-    operation<&Chip::doRestored>("doRestored"),
-    operation<&Chip::isPresent>("isPresent"),
+    constructorParameter<&Chip::chipHam>("chipHam").says(
+        "the access method that its sentinel is read by"),
+    readOnly<&Chip::isAbsent>("isAbsent").says("whether it does not answer"),
+    readOnly<&Chip::reason>("reason").says("why it is absent or being restored"),
+    readOnly<&Chip::since>("since").says("since when"),
+    readOnly<&Chip::nextTry>("nextTry").says("when it is tried again"),
+    readOnly<&Chip::tries>("tries").says("tries since it is absent"),
+    readOnly<&Chip::absences>("absences").says("how often it was absent"),
+    attribute<&Chip::retryMin, &Chip::retryMinIs>("retryMin")
+        .says("time to the first try")
+        .needs(Zint::Level::operate),
+    attribute<&Chip::retryMax, &Chip::retryMaxIs>("retryMax")
+        .says("time between tries at most")
+        .needs(Zint::Level::operate),
+    readOnly<&Chip::isRestoring>("isRestoring").says("whether it is being restored after a reset"),
+    readOnly<&Chip::resets>("resets").says("resets that were told or found"),
+    attribute<&Chip::restoresItself, &Chip::restoresItselfIs>("restoresItself")
+        .says("whether a replay follows a reset")
+        .needs(Zint::Level::operate),
+    attribute<&Chip::replay, &Chip::replayIs>("replay").says("what is replayed"),
+    operation<&Chip::doChipReset>("doChipReset")
+        .says("tells that it has lost its state")
+        .needs(Zint::Level::operate),
+    operation<&Chip::doRestored>("doRestored")
+        .says("tells that it has been restored")
+        .needs(Zint::Level::operate),
+    operation<&Chip::isPresent>("isPresent")
+        .says("whether it answers now")
+        .needs(Zint::Level::operate),
     operation<&Chip::wasReset>("wasReset"),
-    readOnly<&Chip::audits>("audits"),
+    readOnly<&Chip::audits>("audits").says("whether its regions are audited"),
     operation<&sentinelIsByName>("sentinelIs", "address", "?value", "?mask"),
 };
 ZINT_CHECK_IDS(Chip, chipMembers, Zint::Entity::Id::isNondestructing + 1, chipHam, isAbsent, reason,

@@ -27,11 +27,14 @@ constexpr Zint::ListAccess writeRequestRegions =
                   &W::chipMemoryDelAll, &appendToWriteRequest>("address", "chipMemory");
 
 constexpr Zint::Member chipWriteRequestMembers[] = {
-    collection("chipMemory", writeRequestRegions),
+    collection("chipMemory", writeRequestRegions)
+        .says("the regions that are written, in this order"),
     operation<&W::newGroup>("newGroup", "delay"),
-    attribute<&W::includesAdopted, &W::includesAdoptedIs>("includesAdopted"),
-    attribute<&W::leavesBuffered, &W::leavesBufferedIs>("leavesBuffered"),
-    readOnly<&W::stringValue>("stringValue"),
+    attribute<&W::includesAdopted, &W::includesAdoptedIs>("includesAdopted")
+        .says("whether known entries that nobody wrote are written"),
+    attribute<&W::leavesBuffered, &W::leavesBufferedIs>("leavesBuffered")
+        .says("whether buffered regions become normal"),
+    readOnly<&W::stringValue>("stringValue").says("the request as a text"),
 };
 ZINT_CHECK_IDS(ChipWriteRequest, chipWriteRequestMembers, Zint::Request::Id::generation + 1,
                chipMemory, newGroup, includesAdopted, leavesBuffered, stringValue);

@@ -57,23 +57,39 @@ void resetValueIsByName(Policy& policy, U32 first, U32 count, Bytes value) {
 }
 
 constexpr Zint::Member policyMembers[] = {
-    constructorParameter<&Policy::chipMemory>("chipMemory"),
-    operation<&Policy::rule>("rule", "entry"),
+    constructorParameter<&Policy::chipMemory>("chipMemory").says("the region that it is for"),
+    operation<&Policy::rule>("rule", "entry").says("the rule of an entry").needs(Zint::Level::look),
     operation<&Policy::ruleIs>("ruleIs", "first", "count", "rule"),
-    operation<&Policy::isOnce>("isOnce", "entry"),
+    operation<&Policy::isOnce>("isOnce", "entry")
+        .says("whether each write of an entry counts")
+        .needs(Zint::Level::look),
     operation<&Policy::onceIs>("onceIs", "first", "count", "once"),
-    operation<&maskByName>("mask", "entry"),
-    operation<&Policy::rewrite>("rewrite", "entry"),
+    operation<&maskByName>("mask", "entry")
+        .says("the bits of an entry that are compared")
+        .needs(Zint::Level::look),
+    operation<&Policy::rewrite>("rewrite", "entry")
+        .says("what becomes of masked bits at a repair")
+        .needs(Zint::Level::look),
     operation<&maskIsByName>("maskIs", "?mask", "?rewrite"),
     operation<&maskOfRunIsByName>("maskOfRunIs", "first", "count", "?mask", "?rewrite"),
-    readOnly<&Policy::isPlain>("isPlain"),
-    attribute<&Policy::unwritten, &Policy::unwrittenIs>("unwritten"),
-    operation<&resetValueByName>("resetValue", "entry"),
+    readOnly<&Policy::isPlain>("isPlain").says(
+        "whether every entry is compared and repaired whole"),
+    attribute<&Policy::unwritten, &Policy::unwrittenIs>("unwritten")
+        .says("what is expected of entries that nobody wrote"),
+    operation<&resetValueByName>("resetValue", "entry")
+        .says("what an entry holds after a reset")
+        .needs(Zint::Level::look),
     operation<&resetValueIsByName>("resetValueIs", "first", "count", "?value"),
-    attribute<&Policy::auditEvery, &Policy::auditEveryIs>("auditEvery"),
-    attribute<&Policy::isInForce, &Policy::isInForceIs>("isInForce"),
-    readOnly<&Policy::unmatchedRuns>("unmatchedRuns"),
-    operation<&Policy::text>("text", "entry"),
+    attribute<&Policy::auditEvery, &Policy::auditEveryIs>("auditEvery")
+        .in("passes")
+        .says("in which passes it is read: every one, every second, ...")
+        .needs(Zint::Level::operate),
+    attribute<&Policy::isInForce, &Policy::isInForceIs>("isInForce").says("whether it is followed"),
+    readOnly<&Policy::unmatchedRuns>("unmatchedRuns")
+        .says("runs of entries that the region does not have"),
+    operation<&Policy::text>("text", "entry")
+        .says("what it does with an entry")
+        .needs(Zint::Level::look),
 };
 ZINT_CHECK_IDS(Policy, policyMembers, Zint::firstAttributeId, chipMemory, rule, ruleIs, isOnce,
                onceIs, mask, rewrite, maskIs, maskOfRunIs, isPlain, unwritten, resetValue,

@@ -44,20 +44,27 @@ constexpr Member stateMembers[] = {
 };
 
 constexpr Member chipAddressMembers[] = {
-    attribute<&ChipAddress::value, &ChipAddress::valueIs>("value"),
-    readOnly<&ChipAddress::chipMemoryId>("chipMemoryId"),
-    readOnly<&ChipAddress::chipMemoryOffset>("chipMemoryOffset"),
+    attribute<&ChipAddress::value, &ChipAddress::valueIs>("value").says(
+        "the address as one number"),
+    readOnly<&ChipAddress::chipMemoryId>("chipMemoryId").says("the memory that it lies in"),
+    readOnly<&ChipAddress::chipMemoryOffset>("chipMemoryOffset")
+        .says("the offset in bytes within the memory"),
     readOnly<&ChipAddress::hash>("hash"),
     readOnly<&ChipAddress::stringValue>("stringValue"),
     operation<&ChipAddress::chipAddressIs>("chipAddressIs", "memId", "offset"),
 };
 
 constexpr Member chipHamMembers[] = {
-    constructorParameter<&ChipHam::name>("name"),
+    constructorParameter<&ChipHam::name>("name").says("its name"),
     attribute<&ChipHam::isNondestructing, &ChipHam::isNondestructingIs>("isNondestructing"),
-    operation<&ByName::doRead>("doRead", "address", "entrySize", "entries"),
-    operation<&ByName::doWrite>("doWrite", "address", "buffer", "entrySize", "entries"),
-    operation<&ByName::doCompare>("doCompare", "a", "b"),
+    operation<&ByName::doRead>("doRead", "address", "entrySize", "entries")
+        .says("reads entries of the chip")
+        .needs(Zint::Level::operate),
+    operation<&ByName::doWrite>("doWrite", "address", "buffer", "entrySize", "entries")
+        .says("writes entries of the chip"),
+    operation<&ByName::doCompare>("doCompare", "a", "b")
+        .says("whether two buffers hold the same entry")
+        .needs(Zint::Level::look),
     operation<&ByName::doReadToCache>("doReadToCache", "source"),
     operation<&ByName::doWriteToCache>("doWriteToCache", "source"),
     operation<&ByName::doReadFromCache>("doReadFromCache", "source"),
@@ -73,46 +80,74 @@ ZINT_CHECK_IDS(ChipHam, chipHamMembers, Zint::firstAttributeId, name, isNondestr
                byteFromBitStream, byteToBitStream, bitFromBitStream, bitToBitStream, copyBits);
 
 constexpr Member genericChipHamMembers[] = {
-    constructorParameter<&GenericChipHam::hamImpl>("hamImpl"),
+    constructorParameter<&GenericChipHam::hamImpl>("hamImpl").says(
+        "the register access that it works through"),
 };
 ZINT_CHECK_IDS(GenericChipHam, genericChipHamMembers, ChipHam::Id::lastMember + 1, hamImpl);
 
 using M = ChipMemory;
 constexpr Member chipMemoryMembers[] = {
-    constructorParameter<&M::name>("name"),
-    constructorParameter<&M::address>("address"),
-    constructorParameter<&M::entrySize>("entrySize"),
-    constructorParameter<&M::stride>("stride"),
-    constructorParameter<&M::chipHam>("chipHam"),
-    attribute<&M::indirectCmdRegAddr, &M::indirectCmdRegAddrIs>("indirectCmdRegAddr"),
-    operation<&M::inRange>("inRange", "addr"),
-    attribute<&M::shadowEnabled, &M::shadowEnabledIs>("shadowEnabled"),
-    attribute<&M::auditEnabled, &M::auditEnabledIs>("auditEnabled"),
+    constructorParameter<&M::name>("name").says("its name"),
+    constructorParameter<&M::address>("address").says("the chip address of its first entry"),
+    constructorParameter<&M::entrySize>("entrySize").in("bytes").says("size of an entry"),
+    constructorParameter<&M::stride>("stride").in("bytes").says(
+        "distance from one entry to the next on the chip"),
+    constructorParameter<&M::chipHam>("chipHam").says("the access method that reaches the chip"),
+    attribute<&M::indirectCmdRegAddr, &M::indirectCmdRegAddrIs>("indirectCmdRegAddr")
+        .says("register through which it is reached indirectly"),
+    operation<&M::inRange>("inRange", "addr")
+        .says("whether the address belongs to one of its entries")
+        .needs(Zint::Level::look),
+    attribute<&M::shadowEnabled, &M::shadowEnabledIs>("shadowEnabled")
+        .says("whether the shadow keeps its entries")
+        .needs(Zint::Level::operate),
+    attribute<&M::auditEnabled, &M::auditEnabledIs>("auditEnabled")
+        .says("whether the audit reads and compares it")
+        .needs(Zint::Level::operate),
     operation<&M::handleAuditEnabled>("handleAuditEnabled"),
-    attribute<&M::mode, &M::modeIs>("mode"),
+    attribute<&M::mode, &M::modeIs>("mode")
+        .says("normal, buffered: writes are held back, or override: the chip is left alone")
+        .needs(Zint::Level::operate),
     operation<&M::handleMode>("handleMode"),
-    attribute<&M::shadowStoreNeeded, &M::shadowStoreNeededIs>("shadowStoreNeeded"),
+    attribute<&M::shadowStoreNeeded, &M::shadowStoreNeededIs>("shadowStoreNeeded")
+        .says("whether it has the buffers of a shadow"),
     operation<&M::handleShadowStoreNeeded>("handleShadowStoreNeeded"),
-    operation<&M::entryIndexFromAddress>("entryIndexFromAddress", "addr"),
-    operation<&M::doClear>("doClear"),
-    operation<&ByName::doClearRange>("doClearRange", "startIndex", "endIndex"),
-    operation<&M::writeback>("writeback", "initializedOnly"),
-    attribute<&M::readFromCache, &M::readFromCacheIs>("readFromCache"),
-    attribute<&M::skipWriteIfMatchesCache, &M::skipWriteIfMatchesCacheIs>(
-        "skipWriteIfMatchesCache"),
-    attribute<&M::readCacheHits, &M::readCacheHitsIs>("readCacheHits"),
-    attribute<&M::writeCacheHits, &M::writeCacheHitsIs>("writeCacheHits"),
-    attribute<&M::registersFixed, &M::registersFixedIs>("registersFixed"),
-    attribute<&M::lastFixTime, &M::lastFixTimeIs>("lastFixTime"),
-    attribute<&M::hardware, &M::hardwareIs>("hardware"),
-    attribute<&M::shadow, &M::shadowIs>("shadow"),
-    attribute<&M::initialized, &M::initializedIs>("initialized"),
-    operation<&M::entryInitialized>("entryInitialized", "entryIndex"),
+    operation<&M::entryIndexFromAddress>("entryIndexFromAddress", "addr")
+        .says("the entry that an address belongs to")
+        .needs(Zint::Level::look),
+    operation<&M::doClear>("doClear").says("sets every entry to zero"),
+    operation<&ByName::doClearRange>("doClearRange", "startIndex", "endIndex")
+        .says("sets entries to zero"),
+    operation<&M::writeback>("writeback", "initializedOnly")
+        .says("writes what the shadow holds to the chip"),
+    attribute<&M::readFromCache, &M::readFromCacheIs>("readFromCache")
+        .says("whether reads are answered by the shadow")
+        .needs(Zint::Level::operate),
+    attribute<&M::skipWriteIfMatchesCache, &M::skipWriteIfMatchesCacheIs>("skipWriteIfMatchesCache")
+        .says("whether a write of what is known is left out")
+        .needs(Zint::Level::operate),
+    attribute<&M::readCacheHits, &M::readCacheHitsIs>("readCacheHits")
+        .says("reads that the shadow answered"),
+    attribute<&M::writeCacheHits, &M::writeCacheHitsIs>("writeCacheHits")
+        .says("writes that were left out because the value was known"),
+    attribute<&M::registersFixed, &M::registersFixedIs>("registersFixed")
+        .says("entries that the audit has rewritten"),
+    attribute<&M::lastFixTime, &M::lastFixTimeIs>("lastFixTime")
+        .says("when the audit last rewrote an entry"),
+    attribute<&M::hardware, &M::hardwareIs>("hardware").says("the buffer of what was read last"),
+    attribute<&M::shadow, &M::shadowIs>("shadow").says("the buffer of what the chip should hold"),
+    attribute<&M::initialized, &M::initializedIs>("initialized")
+        .says("a bit for each entry whose value is known"),
+    operation<&M::entryInitialized>("entryInitialized", "entryIndex")
+        .says("whether the value of an entry is known")
+        .needs(Zint::Level::look),
     operation<&M::entryInitializedIs>("entryInitializedIs", "entryIndex"),
     operation<&M::entryInitializedDel>("entryInitializedDel", "entryIndex"),
-    attribute<&M::dirty, &M::dirtyIs>("dirty"),
-    attribute<&M::allowsLogicalViews, &M::allowsLogicalViewsIs>("allowsLogicalViews"),
-    readOnly<&M::fwkKey>("fwkKey"),
+    attribute<&M::dirty, &M::dirtyIs>("dirty").says(
+        "a bit for each entry that was written since the audit's last visit"),
+    attribute<&M::allowsLogicalViews, &M::allowsLogicalViewsIs>("allowsLogicalViews")
+        .says("whether accesses may differ from the entry size"),
+    readOnly<&M::fwkKey>("fwkKey").says("its key in a directory"),
 };
 ZINT_CHECK_IDS(ChipMemory, chipMemoryMembers, Zint::firstAttributeId, name, address, entrySize,
                stride, chipHam, indirectCmdRegAddr, inRange, shadowEnabled, auditEnabled,
@@ -129,7 +164,7 @@ constexpr ListAccess requestRegions =
                                                                             "chipMemory");
 constexpr Member chipReadRequestMembers[] = {
     operation<&ChipReadRequest::handleState>("handleState"),
-    collection("chipMemory", requestRegions),
+    collection("chipMemory", requestRegions).says("the regions that are read"),
 };
 ZINT_CHECK_IDS(ChipReadRequest, chipReadRequestMembers, Zint::Request::Id::generation + 1,
                handleState, chipMemory);
@@ -140,15 +175,23 @@ constexpr ListAccess readerQueue =
               &R::chipMemoryDelAll, &ByName::appendToReader>("chipMemory");
 constexpr Member chipReaderMembers[] = {
     attribute<&R::zintFwkActivity, &R::zintFwkActivityIs>("zintFwkActivity"),
-    attribute<&R::request, &R::requestIs>("request"),
-    attribute<&R::clock, &R::clockIs>("clock"),
-    attribute<&R::maxEntriesPerRead, &R::maxEntriesPerReadIs>("maxEntriesPerRead"),
-    attribute<&R::readInterval, &R::readIntervalIs>("readInterval"),
-    operation<&R::doRead>("doRead"),
+    attribute<&R::request, &R::requestIs>("request").says("what it reads"),
+    attribute<&R::clock, &R::clockIs>("clock").says("the clock that its slices follow"),
+    attribute<&R::maxEntriesPerRead, &R::maxEntriesPerReadIs>("maxEntriesPerRead")
+        .in("entries")
+        .says("entries of a slice at most")
+        .needs(Zint::Level::operate),
+    attribute<&R::readInterval, &R::readIntervalIs>("readInterval")
+        .says("time from one slice to the next")
+        .needs(Zint::Level::operate),
+    operation<&R::doRead>("doRead").says("reads the next slice"),
     operation<&R::handleReadRequest>("handleReadRequest"),
-    attribute<&R::currentChipMemory, &R::currentChipMemoryIs>("currentChipMemory"),
-    attribute<&R::entriesRead, &R::entriesReadIs>("entriesRead"),
-    collection("chipMemory", readerQueue),
+    attribute<&R::currentChipMemory, &R::currentChipMemoryIs>("currentChipMemory")
+        .says("the region that is being read"),
+    attribute<&R::entriesRead, &R::entriesReadIs>("entriesRead")
+        .in("entries")
+        .says("entries of it that have been read"),
+    collection("chipMemory", readerQueue).says("the regions that wait"),
     attribute<&R::chipMemoryMetadata, &R::chipMemoryMetadataIs>("chipMemoryMetadata"),
     operation<&R::hasNotificationActiveIs>("hasNotificationActiveIs", "hasNotificationActive"),
     operation<&R::zintDoZombieReactors>("zintDoZombieReactors", "zombie"),
@@ -192,36 +235,51 @@ constexpr ListAccess shadowChunkArray =
               &S::chipMemoryChunkArrayDel, &S::chipMemoryChunkArrayDelAll>("chipMemoryChunk");
 constexpr Member hardwareShadowMembers[] = {
     attribute<&S::zintFwkActivity, &S::zintFwkActivityIs>("zintFwkActivity"),
-    attribute<&S::state, &S::stateIs>("state"),
-    attribute<&S::overrideHardware, &S::overrideHardwareIs>("overrideHardware"),
+    attribute<&S::state, &S::stateIs>("state")
+        .says("unconfigured, configured, idle or auditing")
+        .needs(Zint::Level::operate),
+    attribute<&S::overrideHardware, &S::overrideHardwareIs>("overrideHardware")
+        .says("whether no write needs the chip and no pass begins")
+        .needs(Zint::Level::operate),
     operation<&S::removeOverrideOnlyChipMem>("removeOverrideOnlyChipMem"),
-    attribute<&S::clock, &S::clockIs>("clock"),
+    attribute<&S::clock, &S::clockIs>("clock").says("the clock that its passes follow"),
     attribute<&S::minIntervalBetweenAudits, &S::minIntervalBetweenAuditsIs>(
-        "minIntervalBetweenAudits"),
-    collection("chipMemory", shadowRegions),
-    attribute<&S::lastChipMemory, &S::lastChipMemoryIs>("lastChipMemory"),
-    operation<&S::findChipMemory>("findChipMemory", "address", "size"),
+        "minIntervalBetweenAudits")
+        .says("time from the start of one pass to the next at least")
+        .needs(Zint::Level::operate),
+    collection("chipMemory", shadowRegions).says("its regions"),
+    attribute<&S::lastChipMemory, &S::lastChipMemoryIs>("lastChipMemory")
+        .says("the region that was found last"),
+    operation<&S::findChipMemory>("findChipMemory", "address", "size")
+        .says("the region that contains an address")
+        .needs(Zint::Level::operate),
     operation<&ByName::shadowWriteAndCompareWithCache>("shadowWriteAndCompareWithCache",
                                                        "chipMemory", "entry", "data", "size"),
     operation<&ByName::shadowWriteHack>("shadowWriteHack", "address", "dataPtr", "size"),
     operation<&ByName::readFromCacheHack>("readFromCacheHack", "address", "?dataPtr", "size"),
     operation<&S::shadowWriteU32>("shadowWriteU32", "address", "value"),
     operation<&S::readFromCacheU32>("readFromCacheU32", "address"),
-    attribute<&S::audits, &S::auditsIs>("audits"),
-    attribute<&S::auditReadRequest, &S::auditReadRequestIs>("auditReadRequest"),
-    collection("chipMemoryChunk", shadowChunks),
-    attribute<&S::nextIndex, &S::nextIndexIs>("nextIndex"),
+    attribute<&S::audits, &S::auditsIs>("audits").says("passes that were completed"),
+    attribute<&S::auditReadRequest, &S::auditReadRequestIs>("auditReadRequest")
+        .says("the request by which the audit reads"),
+    collection("chipMemoryChunk", shadowChunks).says("the index of the look-up, by chip memory id"),
+    attribute<&S::nextIndex, &S::nextIndexIs>("nextIndex").says("chip memory ids in the index"),
     collection("chipMemoryId", shadowIds),
     collection("chipMemoryChunkArray", shadowChunkArray),
     operation<&S::handleState>("handleState"),
-    attribute<&S::lastAuditStartTime, &S::lastAuditStartTimeIs>("lastAuditStartTime"),
+    attribute<&S::lastAuditStartTime, &S::lastAuditStartTimeIs>("lastAuditStartTime")
+        .says("when the last pass began"),
     operation<&ByName::handleChipMemory>("handleChipMemory", "address"),
     operation<&S::handleAuditReadRequestStatus>("handleAuditReadRequestStatus"),
     operation<&ByName::doFixBadRegister>("doFixBadRegister", "chipMemory", "entry", "data"),
     operation<&ByName::chipMemoryAuditEnabledIs>("chipMemoryAuditEnabledIs", "chipMemory",
-                                                 "auditEnabled"),
+                                                 "auditEnabled")
+        .says("switches the audit of a region")
+        .needs(Zint::Level::operate),
     attribute<&S::chipMemoryEntriesUnderAudit, &S::chipMemoryEntriesUnderAuditIs>(
-        "chipMemoryEntriesUnderAudit"),
+        "chipMemoryEntriesUnderAudit")
+        .in("entries")
+        .says("entries of all regions under audit"),
     operation<&S::hasNotificationActiveIs>("hasNotificationActiveIs", "hasNotificationActive"),
     operation<&S::zintDoZombieReactors>("zintDoZombieReactors", "zombie"),
 };
@@ -240,10 +298,10 @@ constexpr ListAccess directoryRegions =
             &D::chipMemoryDelAll, &ByName::findOrMake>("name", "name", "address", "entrySize",
                                                        "stride", "chipHam", "?entries");
 constexpr Member chipMemoryBogonMembers[] = {
-    constructorParameter<&ChipMemoryBogon::name>("name"),
+    constructorParameter<&ChipMemoryBogon::name>("name").says("its name"),
     attribute<&ChipMemoryBogon::isNondestructing, &ChipMemoryBogon::isNondestructingIs>(
         "isNondestructing"),
-    collection("chipMemory", directoryRegions),
+    collection("chipMemory", directoryRegions).says("its regions"),
 };
 ZINT_CHECK_IDS(ChipMemoryBogon, chipMemoryBogonMembers, Zint::firstAttributeId, name,
                isNondestructing, chipMemory);

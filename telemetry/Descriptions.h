@@ -5,6 +5,7 @@
 
 namespace Telemetry {
 
+UMBRA_API extern const Zint::Type controlSocketType;
 UMBRA_API extern const Zint::Type publisherType;
 UMBRA_API extern const Zint::Type regionFiguresType;
 

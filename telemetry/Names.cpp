@@ -118,7 +118,8 @@ std::pair<Place, std::string> Names::above(const std::string& path) const {
   return {std::move(place), name};
 }
 
-Place Names::below(const Place& place, const std::string& name) const {
+Place Names::below(const Place& place, const std::string& name,
+                   const Lookup::BeforeRead& beforeRead) const {
   Place next;
   switch (place.kind) {
     case Place::root: {
@@ -153,6 +154,7 @@ Place Names::below(const Place& place, const std::string& name) const {
       if (member->get == nullptr) {
         throw Error(place.name() + "/" + name + " is an operation: use call");
       }
+      if (beforeRead) beforeRead(*member);
       if (member->target != nullptr) {
         next.result = view.target(name);
       } else {
@@ -168,8 +170,11 @@ Place Names::below(const Place& place, const std::string& name) const {
   return next;
 }
 
-Names::Lookup::Lookup(const Names& names, Path path, U32 mostAsAWhole)
-    : names_(&names), path_(std::move(path)), mostAsAWhole_(mostAsAWhole) {}
+Names::Lookup::Lookup(const Names& names, Path path, U32 mostAsAWhole, BeforeRead beforeRead)
+    : names_(&names),
+      path_(std::move(path)),
+      mostAsAWhole_(mostAsAWhole),
+      beforeRead_(std::move(beforeRead)) {}
 Names::Lookup::Lookup(Lookup&&) noexcept = default;
 Names::Lookup::~Lookup() = default;
 
@@ -186,12 +191,26 @@ bool Names::Lookup::step(U32 members) {
     found_ = {};
     isFound_ = false;
   } else {
-    Place next = names_->below(place_, name);
+    Place next = names_->below(place_, name, beforeRead_);
     next.path = std::move(place_.path);
     place_ = std::move(next);
   }
   place_.path.push_back(name);
   return ++at_ == path_.size();
+}
+
+// The member that had the name before, if it has it still and none has come or gone.
+bool Names::Lookup::findHinted(const std::string& name) {
+  const auto hint = names_->hints_.find(textOf(place_.path) + "/" + name);
+  if (hint == names_->hints_.end()) return false;
+  const Zint::GenericIf::List_ list = place_.list();
+  if (list.size() == hint->second.size) {
+    found_ = list.find(hint->second.key);
+    if (found_.object != nullptr && isNamed(found_.text, name)) return true;
+    found_ = {};
+  }
+  names_->hints_.erase(hint);
+  return false;
 }
 
 bool Names::Lookup::stepInCollection(const std::string& name, U32 members) {
@@ -204,12 +223,17 @@ bool Names::Lookup::stepInCollection(const std::string& name, U32 members) {
       // No key at all: it may be a name yet.
     }
     found_ = {};
+    if (findHinted(name)) return true;
     walk_ = walkOf(place_, mostAsAWhole_);
     return false;
   }
   for (U32 i = 0; i < members; ++i) {
     if (!walk_->next()) {
-      if (isFound_) return true;
+      if (isFound_) {
+        if (names_->hints_.size() >= mostHints) names_->hints_.clear();
+        names_->hints_[textOf(place_.path) + "/" + name] = {foundKey_, place_.list().size()};
+        return true;
+      }
       throw Error(place_.name() + " has no member " + name + didYouMean(name, namesBelow(place_)));
     }
     if (!walk_->answersTo(name)) continue;
@@ -218,6 +242,7 @@ bool Names::Lookup::stepInCollection(const std::string& name, U32 members) {
                   place_.list().keyName());
     }
     found_ = walk_->value();
+    foundKey_ = walk_->key();
     isFound_ = true;
   }
   return false;

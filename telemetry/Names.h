@@ -9,8 +9,10 @@
 
 #include <Zint/GenericIf.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -51,8 +53,9 @@ class UMBRA_API Names {
   class UMBRA_API Lookup {
    public:
     // A collection that can be searched only as a whole is refused when it has more members than
-    // that.
-    Lookup(const Names& names, Path path, U32 mostAsAWhole = ~0u);
+    // that. `beforeRead` is called before an attribute is read, and may throw.
+    using BeforeRead = std::function<void(const Zint::Member&)>;
+    Lookup(const Names& names, Path path, U32 mostAsAWhole = ~0u, BeforeRead beforeRead = {});
     Lookup(Lookup&&) noexcept;
     ~Lookup();
 
@@ -64,14 +67,17 @@ class UMBRA_API Names {
 
    private:
     bool stepInCollection(const std::string& name, U32 members);
+    bool findHinted(const std::string& name);
 
     const Names* names_;
     Path path_;
     U32 mostAsAWhole_;
+    BeforeRead beforeRead_;
     std::size_t at_ = 0;
     Place place_;
     std::unique_ptr<MemberWalk> walk_;
     Zint::Result found_;
+    std::string foundKey_;
     bool isFound_ = false;
   };
 
@@ -100,11 +106,21 @@ class UMBRA_API Names {
 
  private:
   // REQUIRES: no collection.
-  Place below(const Place& place, const std::string& name) const;
+  Place below(const Place& place, const std::string& name,
+              const std::function<void(const Zint::Member&)>& beforeRead) const;
+
+  // The key of a member that was found by its name, by its path, and the size of the collection
+  // then: it is looked at first when the name is asked for again.
+  struct Hint {
+    std::string key;
+    U32 size;
+  };
+  static constexpr std::size_t mostHints = 1024;
 
   std::vector<std::pair<std::string, Zint::Result>> objects_;
   std::size_t fixed_;  // that many belong to the world
   Path here_;
+  mutable std::unordered_map<std::string, Hint> hints_;
 };
 
 // Values that are computed and shown beside the attributes of an object: a region's

@@ -2,6 +2,7 @@
 // Compiled for size.
 #include <telemetry/Telemetry.h>
 
+#include <telemetry/ControlSocket.h>
 #include <telemetry/Publisher.h>
 #include <telemetry/RegionFigures.h>
 
@@ -28,6 +29,7 @@ constexpr TelemetryTypeRow row(const Zint::Type& type) {
 // In the order of registration: that of the alphabet.
 // clang-format off: a line for each
 constexpr TelemetryTypeRow telemetryTypes[] = {
+    row<ControlSocket>(controlSocketType),
     row<Publisher>(publisherType),
     row<RegionFigures>(regionFiguresType),
 };

@@ -8,22 +8,24 @@ namespace Zint {
 namespace {
 
 constexpr Member entityMembers[] = {
-    constructorParameter<&Entity::name>("name"),
+    constructorParameter<&Entity::name>("name").says("its name"),
     attribute<&PtrInterface::isNondestructing, &PtrInterface::isNondestructingIs>(
         "isNondestructing"),
 };
 ZINT_CHECK_IDS(Entity, entityMembers, firstAttributeId, name, isNondestructing);
 
 constexpr Member requestMembers[] = {
-    attribute<&Request::state, &Request::stateIs>("state"),
-    attribute<&Request::status, &Request::statusIs>("status"),
-    attribute<&Request::generation, &Request::generationIs>("generation"),
+    attribute<&Request::state, &Request::stateIs>("state").says("0 idle, 1 start, 2 stop"),
+    attribute<&Request::status, &Request::statusIs>("status").says("0 none, 1 done, 2 failed"),
+    attribute<&Request::generation, &Request::generationIs>("generation")
+        .says("how often it was started"),
 };
 ZINT_CHECK_IDS(Request, requestMembers, firstAttributeId + std::size(entityMembers), state, status,
                generation);
 
-constexpr Member clockMembers[] = {readOnly<&Clock::time>("time")};
-constexpr Member activityMembers[] = {readOnly<&ActivityConfig::wakeTime>("wakeTime")};
+constexpr Member clockMembers[] = {readOnly<&Clock::time>("time").says("its time")};
+constexpr Member activityMembers[] = {
+    readOnly<&ActivityConfig::wakeTime>("wakeTime").says("when the next wake-up is due")};
 
 }  // namespace
 
