@@ -1,5 +1,5 @@
-// No turn of an audited shadow takes longer than its bound and one access more, whatever is under
-// audit; and what was found without a bound is found with one.
+// No turn of an audited shadow takes longer than its bound and one access more, or the accesses of
+// one entry, whatever is under audit; and what was found without a bound is found with one.
 #include <Driver/Chip.h>
 #include <Driver/Governor.h>
 #include <Driver/Policy.h>
@@ -43,6 +43,30 @@ TEST_F(BoundedTurns, aLargeRegion) {
   EXPECT_EQ(passes.back().entries, 65536u);
   // Nearly all of each turn is used.
   EXPECT_LE(turns->turns.size(), 65536 * access / bound * 1.1);
+}
+
+// The read of the sentinel belongs to each access of the slice, and to each second look.
+TEST_F(BoundedTurns, aLargeRegionOfAChipWithASentinel) {
+  const ChipMemory::Ptr cm = region("large", 0x100000, 20000);
+  const U32 value = 0x5a17c401;
+  chip->bytes.write(0x10, reinterpret_cast<const U8*>(&value), 4);
+  const Driver::Chip::Ptr driven = Driver::chipFactory("driven", chip);
+  driven->sentinelIs(ChipAddress(0x10), {reinterpret_cast<const U8*>(&value), 4});
+  shadow->chipIs(driven);
+  shadow->findsResetsIs(false);
+  shadow->rereadsIs(true);
+  audit();
+  for (U32 e = 0; e < 20000; ++e) write(cm, e, e + 1);
+  ASSERT_TRUE(wholePass());
+  expectBounded();
+  EXPECT_LE(turns->turns.size(), 20000 * access / bound * 1.2);
+  turns->turns.clear();
+  for (U32 e = 0; e < 20000; e += 3) set(cm, e, 0);
+  ASSERT_TRUE(wholePass());
+  expectBounded();
+  EXPECT_EQ(passes.back().repairs, 6667u);
+  EXPECT_TRUE(chip->readAddresses.contains(0x10));
+  EXPECT_EQ(driven->absences(), 0u);
 }
 
 TEST_F(BoundedTurns, manyRegionsOfOneEntry) {

@@ -63,7 +63,7 @@ TEST_F(PatrolPasses, sliceIntervalLiesBetweenSlices) {
 }
 
 // Each access of an entry takes 1 ms.
-TEST_F(PatrolPasses, turnBoundIsPassedByOneAccessAtMost) {
+TEST_F(PatrolPasses, turnBoundIsPassedByTheAccessesOfOneEntryAtMost) {
   shadow->findsResetsIs(false);
   const ChipMemory::Ptr cm = region("table", 0x1000, 256);
   fill(cm, 0, 256);

@@ -1,5 +1,6 @@
-// The driver of the guide's real chip, on a chip to which everything happens. Its loop waits for
-// real time; the tests wait for events, at most so many turns.
+// The driver of the guide's real chip, on a chip to which everything happens. Most tests run its
+// loop, which waits for real time, until something has happened, at most so many turns. Those at
+// the printed pace move a manual clock.
 #include <SmallSwitch.h>
 #include <gtest/gtest.h>
 
@@ -83,7 +84,7 @@ class RealChipTest : public testing::Test {
   }
 
   const Zint::Ptr<SmallRegisters> registers = Zint::makePtr<SmallRegisters>();
-  SmallSwitch small{registers};
+  SmallSwitch small{registers, Zint::monotonicClockFactory("clock")};
 };
 
 TEST_F(RealChipTest, bringUp_nothingDiffersAndNothingIsWrong) {
@@ -186,6 +187,63 @@ TEST_F(RealChipTest, stuckBit_isLeftAloneAndRaisesTheAlarm) {
   EXPECT_EQ(small.shadow->repairs(), 3u);
   ASSERT_NE(small.alarms->alarm("often/mac/5"), nullptr);
   EXPECT_EQ(small.alarms->alarm("often/mac/5")->state(), Driver::Alarm::raised_);
+}
+
+// As the driver is printed: a pass a minute.
+class RealChipPaceTest : public testing::Test {
+ protected:
+  RealChipPaceTest() {
+    for (U32 e = 0; e < 1024; ++e) small.mac->write<U64>(e, 0x100000001 * e);
+  }
+  bool runPasses(U32 passes) {
+    const U32 last = small.shadow->audits() + passes;
+    for (U32 turns = 0; small.shadow->audits() < last && turns < 1'000'000; ++turns) {
+      clock->advanceTimeTo(small.activity->wakeTime());
+      small.activity->turn();
+    }
+    return small.shadow->audits() >= last;
+  }
+
+  const Zint::Ptr<SmallRegisters> registers = Zint::makePtr<SmallRegisters>();
+  const Zint::Ptr<Zint::ManualClock> clock = Zint::manualClockFactory("clock");
+  SmallSwitch small{registers, clock};
+};
+
+TEST_F(RealChipPaceTest, aPassBeginsEachMinute) {
+  ASSERT_TRUE(runPasses(4));
+  ASSERT_GE(small.shadow->passPeriods().size(), 3u);
+  EXPECT_NEAR(small.shadow->passPeriods().back(), 60, 0.1);
+}
+
+TEST_F(RealChipPaceTest, stuckBit_isInQuarantineAfterThreeRepairs) {
+  ASSERT_TRUE(runPasses(2));
+  registers->stuckAddress = macTable + 8 * 5;
+  registers->stuckBits = 1;
+  registers->words[macTable + 8 * 5] &= ~1u;
+  ASSERT_TRUE(runPasses(3));
+  EXPECT_EQ(small.shadow->repairs(), 3u);
+  EXPECT_EQ(small.shadow->quarantined(), 1u);
+  ASSERT_TRUE(runPasses(5));
+  EXPECT_EQ(small.shadow->repairs(), 3u);
+  EXPECT_EQ(small.shadow->quarantined(), 1u);
+  EXPECT_EQ(small.shadow->findings(), 8u);
+  ASSERT_NE(small.alarms->alarm("often/mac/5"), nullptr);
+  EXPECT_EQ(small.alarms->alarm("often/mac/5")->state(), Driver::Alarm::raised_);
+}
+
+// Three passes without a difference are enough.
+TEST_F(RealChipPaceTest, quarantineEndsWhenTheBitIsNotStuckAnyMore) {
+  ASSERT_TRUE(runPasses(2));
+  registers->stuckAddress = macTable + 8 * 5;
+  registers->stuckBits = 1;
+  registers->words[macTable + 8 * 5] &= ~1u;
+  ASSERT_TRUE(runPasses(4));
+  ASSERT_EQ(small.shadow->quarantined(), 1u);
+  registers->stuckAddress = ~0u;
+  small.mac->write<U64>(5, 0x100000001 * 5);  // equal to the shadow, and written nevertheless
+  EXPECT_EQ(registers->words[macTable + 8 * 5], 5u);
+  ASSERT_TRUE(runPasses(3));
+  EXPECT_EQ(small.shadow->quarantined(), 0u);
 }
 
 }  // namespace
