@@ -99,7 +99,7 @@ U32 LiveView::notFit() const { return file_ == nullptr ? notFitIn(Layout()) : no
 U32 LiveView::notFitIn(const Layout& layout) const {
   U32 count = 0;
   for (U32 table = 0; table < tableIds; ++table) {
-    const std::vector<Subject*>& subjects = slots_[table].subjects;
+    const std::deque<Subject*>& subjects = slots_[table].subjects;
     for (std::size_t slot = layout.rows[table]; slot < subjects.size(); ++slot) {
       if (subjects[slot] != nullptr) ++count;
     }

@@ -14,8 +14,8 @@
 #include <array>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
-#include <unordered_map>
 
 namespace Telemetry {
 
@@ -38,7 +38,7 @@ class LiveView {
   void remove(Subject& subject);
   // Nothing happens while it has no row.
   void publish(Subject& subject, RowSource::What what);
-  const std::vector<Subject*>& slots(TableId table) const { return slotsOf(table).subjects; }
+  const std::deque<Subject*>& slots(TableId table) const { return slotsOf(table).subjects; }
 
   void socketsAre(std::string look, std::string admin);
   void beat(Heartbeat::State state, const Times& times);
@@ -56,8 +56,8 @@ class LiveView {
 
  private:
   struct Slots {
-    std::vector<Subject*> subjects;  // by slot; null for a free one
-    std::deque<U32> free;            // the one that was left first is taken first
+    std::deque<Subject*> subjects;  // by slot; null for a free one
+    std::deque<U32> free;           // the one that was left first is taken first
   };
   // Where the rows of a file are.
   struct Layout {
@@ -71,7 +71,7 @@ class LiveView {
     S64 lastFinding = 0;
     std::vector<std::pair<U32, U64>> totals;  // name's number, value
   };
-  enum class Stage : U8 { idle, describing, making, filling };
+  enum class Stage : U8 { idle, beginning, making, filling };
 
   Slots& slotsOf(TableId table) { return slots_[static_cast<U32>(table)]; }
   const Slots& slotsOf(TableId table) const { return slots_[static_cast<U32>(table)]; }
@@ -103,7 +103,7 @@ class LiveView {
   std::array<U32, tableIds> shadowColumn_{}, chipColumn_{}, nameColumn_{}, sinceColumn_{};
   U32 entriesColumn_ = RowSource::none;  // of the regions
   std::array<Slots, tableIds> slots_;
-  std::unordered_map<std::string, Seed> seeds_;
+  std::map<std::string, Seed> seeds_;  // a hash table takes long in the turn in which it grows
   std::vector<std::string> totalNames_;
   std::string socket_, adminSocket_;
 
@@ -113,7 +113,6 @@ class LiveView {
   Layout makingLayout_;
   std::unique_ptr<SharedFile> retired_;
   Stage stage_ = Stage::idle;
-  U32 described_ = 0;
   U32 fillTable_ = 0, fillSlot_ = 0;
   bool isLost_ = false;  // somebody has removed the file
   Zint::Seconds retryTime_ = -Zint::never;

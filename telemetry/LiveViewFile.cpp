@@ -105,8 +105,7 @@ bool LiveView::work(const Budget& budget, const Times& times) {
   if (stage_ == Stage::idle) {
     if (file_ != nullptr && !isLost_ && !isTooSmall()) return false;
     if (times.clock < retryTime_) return false;
-    stage_ = Stage::describing;
-    described_ = 0;
+    stage_ = Stage::beginning;
   }
   retryTime_ = times.clock + viewRetryInterval;
   try {
@@ -123,16 +122,14 @@ bool LiveView::work(const Budget& budget, const Times& times) {
 // True: no more in this turn.
 bool LiveView::step(const Times& times) {
   switch (stage_) {
-    case Stage::describing:
-      if (described_ < tableIds) {
-        // Columns are known from then on.
-        if (sources_[described_]->rowBytes() == 0) sources_[described_]->close();
-        ++described_;
-      } else {
-        begin();
-        stage_ = Stage::making;
+    case Stage::beginning:
+      // Columns are known from then on.
+      for (const auto& source : sources_) {
+        if (source->rowBytes() == 0) source->close();
       }
-      return false;
+      begin();
+      stage_ = Stage::making;
+      return true;
     case Stage::making:
       if (!making_->make()) return false;
       writeHeader();
@@ -174,12 +171,7 @@ void LiveView::writeHeader() {
   namespace At = LiveFormat;
   SharedFile& file = *making_;
   std::string schema = "{\"tables\":[";
-  constexpr std::size_t before = 11;  // {"tables":[ and ]} of a table's own text
-  for (const auto& source : sources_) {
-    const std::string& json = source->json();
-    if (schema.back() != '[') schema += ',';
-    schema.append(json, before, json.size() - before - 2);
-  }
+  for (const auto& source : sources_) schema += (schema.back() == '[' ? "" : ",") + source->json();
   schema += "]}";
   const auto number = [&file](U32 at, auto value) { file.put(at, &value, sizeof value); };
   file.put(0, At::magic, 8);

@@ -9,7 +9,6 @@
 
 #include <deque>
 #include <map>
-#include <unordered_map>
 
 namespace Telemetry {
 
@@ -44,8 +43,9 @@ class Publishing {
     Driver::AuditedShadow::Ptr audited() const;  // null also where it is no such
 
     Zint::Ptr<Zint::NotifieeConst> watch;
-    std::unordered_map<U64, std::unique_ptr<Region>> regions;  // by address
-    std::unordered_map<const ChipMemory*, Region*> known;
+    // Trees: a hash table takes long in the turn in which it grows.
+    std::map<U64, std::unique_ptr<Region>> regions;  // by address
+    std::map<const ChipMemory*, Region*> known;
     std::deque<Hardware::ChipAddress> changed;  // where regions came or left
     std::vector<std::unique_ptr<Chip>> chips;
     U32 chipsSeen = 1;         // advances when chips come or leave

@@ -18,7 +18,7 @@ bool Publishing::isShown(const Zint::PtrInterface* object) const {
 
 std::string Publishing::nameFor(TableId table, const char* word, std::string name) const {
   const auto isTaken = [&](const std::string& wanted) {
-    const std::vector<Subject*>& slots = view_.slots(table);
+    const std::deque<Subject*>& slots = view_.slots(table);
     return std::any_of(slots.begin(), slots.end(), [&](const Subject* subject) {
       return subject != nullptr && subject->name == wanted;
     });

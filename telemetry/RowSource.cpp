@@ -97,6 +97,7 @@ U32 RowSource::addColumn(Column column) {
   bytes_ += column.bytes;
   if (bytes_ % 8 != 0) bytes_ += 4;  // one of 4 bytes
   totalOf_.push_back(none);
+  json_ += (json_.empty() ? "" : ",") + toJson(column);
   table_.columns.push_back(std::move(column));
   return Zint::countOf(table_.columns) - 1;
 }
@@ -147,7 +148,6 @@ void RowSource::addPart(const Zint::Type& type) {
 void RowSource::close() {
   isClosed_ = true;
   rowBytes_ = (bytes_ + rowAlignment - 1) / rowAlignment * rowAlignment;
-  json_ = Schema{{table_}}.toJson();
 }
 
 void RowSource::putNumber(std::span<U32> row, const Column& column, U64 value) {

@@ -67,7 +67,7 @@ class RowSource {
   U32 rowBytes() const { return rowBytes_; }
   U32 totals() const { return totals_; }
   // The table's part of the schema's text.
-  const std::string& json() const { return json_; }
+  std::string json() const { return table_.jsonBegin() + json_ + "]}"; }
   // The index of the total that a column is; none where it is no total, or one of a part.
   U32 totalOf(U32 column) const { return totalOf_[column]; }
   // Throws what an accessor throws.
@@ -81,7 +81,7 @@ class RowSource {
   void addMember(Cells& cells, const Zint::Member& member, const Zint::Type& type, bool isPart);
 
   Table table_;
-  std::string json_;
+  std::string json_;  // of the columns: written as they come, not in the turn that needs all
   U32 rowBytes_ = 0;
   U32 bytes_ = firstColumn;
   U32 totals_ = 0;

@@ -112,13 +112,24 @@ const Table* Schema::find(std::string_view tableName) const {
   return found == tables.end() ? nullptr : &*found;
 }
 
+std::string toJson(const Column& column) {
+  std::string json;
+  appendColumn(json, column);
+  return json;
+}
+
+std::string Table::jsonBegin() const {
+  std::string json;
+  appendText(json, "{\"name\":", name);
+  appendText(json, ",\"type\":", type);
+  return json + ",\"columns\":[";
+}
+
 std::string Schema::toJson() const {
   std::string json = "{\"tables\":[";
   for (const Table& table : tables) {
     if (json.back() != '[') json += ',';
-    appendText(json, "{\"name\":", table.name);
-    appendText(json, ",\"type\":", table.type);
-    json += ",\"columns\":[";
+    json += table.jsonBegin();
     for (const Column& column : table.columns) {
       if (json.back() != '[') json += ',';
       appendColumn(json, column);

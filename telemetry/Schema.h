@@ -42,7 +42,13 @@ struct UMBRA_API Column {
   std::string_view nameOfNumber(S64 number) const;
 };
 
+// The column's part of the schema's text.
+UMBRA_API std::string toJson(const Column& column);
+
 struct UMBRA_API Table {
+  // Up to its first column; "]}" ends it.
+  std::string jsonBegin() const;
+
   std::string name;  // "region"
   std::string type;  // "Hardware::ChipMemory": of the objects that the rows show
   std::vector<Column> columns = {};

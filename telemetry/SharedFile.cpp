@@ -90,7 +90,7 @@ void SharedFile::publish() {
 
 bool SharedFile::unmap() {
   if (words_ == nullptr) return true;
-  const U32 piece = std::min(4 * pieceBytes, bytes_ - unmapped_);
+  const U32 piece = std::min(8 * pieceBytes, bytes_ - unmapped_);
   if (piece != 0) ::munmap(reinterpret_cast<char*>(words_) + unmapped_, piece);
   unmapped_ += piece;
   return unmapped_ == bytes_;

@@ -10,7 +10,7 @@ namespace Telemetry {
 
 class SharedFile {
  public:
-  static constexpr U32 pieceBytes = 64 * 1024;
+  static constexpr U32 pieceBytes = 16 * 1024;
 
   // Begins to make a file that is to have this path. Failures here and below: std::system_error.
   SharedFile(std::string path, U32 bytes);

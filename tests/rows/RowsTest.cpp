@@ -66,11 +66,11 @@ class Rows : public testing::Test {
   bool isOdd() const { return (row[0].load(std::memory_order_relaxed) & 1) != 0; }
   // Writers that are killed at random moments, one after the other; how many left the row odd.
   U32 kill(const char* writer, U32 times) const {
-    std::minstd_rand random(12345);
+    std::mt19937 random(12345);
     U32 odd = 0;
     for (U32 i = 0; i < times; ++i) {
       const pid_t pid = start({writer, path});
-      waitForPublications(1 + random() % 5000);
+      waitForPublications(1 + static_cast<U32>(random() % 5000));
       ::kill(pid, SIGKILL);
       exitOf(pid);
       if (isOdd()) ++odd;
