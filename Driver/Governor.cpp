@@ -105,11 +105,16 @@ void Governor::turnBoundIs(const Zint::Seconds& seconds) {
 void Governor::handleTurn(const TurnResult& turn) {
   const AuditedShadow::Ptr shadow = this->shadow();
   if (shadow == nullptr) return;
+  if (turn.start < turnStart_) {  // another clock
+    hasPeriod_ = false;
+    unpaid_ = 0;
+    turnStart_ = turn.start;
+  }
   if (turn.isFirst || (!hasPeriod_ && !turn.isOutsidePass)) beginPeriod(turn);
   // The share is kept on the average: a turn that came late lets the next one begin earlier, by no
   // more than what it takes itself.
-  const Zint::Seconds spacing = turn.duration / share_;
-  allowed_ = std::max(allowed_, turn.start - spacing) + spacing;
+  unpaid_ = std::max(unpaid_ - (turn.start - turnStart_) * share_, -turn.duration) + turn.duration;
+  turnStart_ = turn.start;
   turnEnd_ = turn.start + turn.duration;
   if (turn.isOutsidePass) {
     workOutside_ += turn.duration;
@@ -127,7 +132,7 @@ void Governor::handleTurn(const TurnResult& turn) {
   const double part = work_ + left > 0 ? work_ / (work_ + left)
                       : entries > 0    ? static_cast<double>(behind) / static_cast<double>(entries)
                                        : 1;
-  const Zint::Seconds next = std::max(periodStart_ + announced_ * part, allowed_);
+  const Zint::Seconds next = std::max(periodStart_ + announced_ * part, nextAllowed());
   if (turn.isLast) {
     lastProfile_ = profile_;
     hasLastProfile_ = true;
@@ -148,6 +153,11 @@ void Governor::beginPeriod(const TurnResult& turn) {
   place_ = 0;
   profile_ = {};
   longestBefore_ = std::exchange(longest_, {});
+}
+
+// When the share lets the next turn begin.
+Zint::Seconds Governor::nextAllowed() const {
+  return turnStart_ + std::min(unpaid_ / share_, longestPeriod);
 }
 
 double Governor::placeOf(U64 behind, U64 entries) {
@@ -194,7 +204,8 @@ Zint::Seconds Governor::expectedWorkLeft(U64 behind, U64 entries) const {
 
 void Governor::announce(Zint::Seconds work) {
   passWork_ = work;
-  const Zint::Seconds announced = std::max(period_, (work + workOutside_) / share_);
+  const Zint::Seconds announced =
+      std::max(period_, std::min((work + workOutside_) / share_, longestPeriod));
   if (std::abs(announced - announced_) <= announced_ * announcedChange) return;
   announced_ = announced;
   notify(Id::announcedPeriod);
@@ -207,10 +218,12 @@ void Governor::apply() {
   announce(passWork_);
   shadow->turnBoundIs(turnBound_);
   shadow->maxEntriesPerSliceIs(largestSlice);
-  shadow->minIntervalBetweenAuditsIs(announced_);
+  const bool isBetween = hasPeriod_ && !isInPass_;
+  shadow->minIntervalBetweenAuditsIs(isBetween ? std::max(announced_, nextAllowed() - periodStart_)
+                                               : announced_);
   // A turn that waits as long as the old wish had it begins anew.
   if (isInPass_ && shadow->sliceInterval() > announced_ / parts) {
-    shadow->sliceIntervalIs(std::max(allowed_ - turnEnd_, 0.0));
+    shadow->sliceIntervalIs(std::max(nextAllowed() - turnEnd_, 0.0));
   }
 }
 

@@ -68,6 +68,8 @@ class UMBRA_API Governor : public Zint::PtrInterface {
 
   // The slices of accesses that cost nothing.
   static constexpr U32 largestSlice = 65536;
+  // Seconds. The share makes no wait longer than this, however small it is.
+  static constexpr Zint::Seconds longestPeriod = 1e9;
 
   // Null: a range exception.
   Governor(const Zint::Ptr<Zint::ActivityConfig>& activity, const AuditedShadow::Ptr& shadow);
@@ -85,7 +87,8 @@ class UMBRA_API Governor : public Zint::PtrInterface {
   // below 0 (range exception).
   Zint::Seconds period() const { return period_; }
   void periodIs(const Zint::Seconds& seconds);
-  // 0.05. REQUIRES: above 0, at most 1 (range exception).
+  // 0.05. A new share holds from the start of the last turn on: what that turn has to wait for is
+  // worked out anew. REQUIRES: above 0, at most 1 (range exception).
   double share() const { return share_; }
   void shareIs(const double& share);
   // Seconds; 0.001. `never` is no bound. REQUIRES: above 0 (range exception).
@@ -125,6 +128,7 @@ class UMBRA_API Governor : public Zint::PtrInterface {
   Zint::String8 reasonOfLongest() const;
   void handleTurn(const TurnResult& turn);
   void beginPeriod(const TurnResult& turn);
+  Zint::Seconds nextAllowed() const;
   static double placeOf(U64 behind, U64 entries);
   void learn(const TurnResult& turn, U64 behind, U64 entries);
   Zint::Seconds workLeft(U64 behind, U64 entries) const;
@@ -146,10 +150,11 @@ class UMBRA_API Governor : public Zint::PtrInterface {
   bool hasPeriod_ = false;
   bool isInPass_ = false;
   Zint::Seconds periodStart_ = 0;
+  Zint::Seconds turnStart_ = 0;  // of the last turn
   Zint::Seconds turnEnd_ = 0;
   Zint::Seconds work_ = 0;         // of the turns of this pass
   Zint::Seconds workOutside_ = 0;  // since the start of this pass
-  Zint::Seconds allowed_ = 0;      // the share lets the next turn begin then
+  Zint::Seconds unpaid_ = 0;       // work whose share of the time has not passed at turnStart_
   double recentWork_ = 0;          // the latest turns weigh most
   double recentEntries_ = 0;
   double place_ = 0;          // in parts, up to which this pass has gone
