@@ -12,6 +12,12 @@ AlarmWatch::AlarmWatch(const Zint::Ptr<Zint::ActivityConfig>& activity,
 
 AlarmWatch::~AlarmWatch() = default;
 
+Zint::Seconds AlarmWatch::timeOf(const Finding& finding) const {
+  const AuditedShadow* const shadow = notifier();
+  const bool isSameClock = shadow != nullptr && shadow->clock() == board_->clock();
+  return isSameClock ? finding.time : board_->clock()->time();
+}
+
 void AlarmWatch::onFinding(const Finding& finding) {
   const AlarmBoard::Ptr board = board_;
   const Zint::String8 chip = finding.chip->name();
@@ -20,9 +26,9 @@ void AlarmWatch::onFinding(const Finding& finding) {
     case Verdict::writtenMeanwhile:
       return;
     case Verdict::reset:
-      return board->manyAtOnceIs(chip, 1, finding.time);
+      return board->manyAtOnceIs(chip, 1, timeOf(finding));
     default:
-      return board->findingIs(finding.chipMemory, finding.entry, chip, finding.time);
+      return board->findingIs(finding.chipMemory, finding.entry, chip, timeOf(finding));
   }
 }
 

@@ -4,7 +4,8 @@
 //   auto watch = alarmWatchFactory(activity, shadow, board);   // as long as it lives
 //
 // Counted are all findings but those of entries that were adopted or written meanwhile. A chip that
-// was reset counts as many at once.
+// was reset counts as many at once. Where the shadow has another clock than the board, a finding
+// has the time that the board's clock shows when it is told.
 #pragma once
 
 #include <Driver/AlarmBoard.h>
@@ -26,6 +27,8 @@ class UMBRA_API AlarmWatch : public AuditedShadow::NotifieeConst {
   ~AlarmWatch() override;
 
  private:
+  Zint::Seconds timeOf(const Finding& finding) const;
+
   const AlarmBoard::Ptr board_;
 };
 

@@ -50,4 +50,28 @@ TEST_F(AlarmWatch, aResetIsManyAtOnce) {
   EXPECT_EQ(board->activeAlarms(), 1u);
 }
 
+// The shadow's clock is far ahead of the board's.
+TEST_F(AlarmWatch, aFindingOfAnotherClockHasTheTimeOfTheBoards) {
+  loop.clock->timeIs(1e6);
+  const auto own = Zint::manualClockFactory("own");
+  board = Driver::alarmBoardFactory("alarms", loop.activity, own);
+  board->ruleIs(Driver::alarmRuleFactory("often", AlarmRule::shadow_, 1, 60, 60));
+  alarms = Driver::alarmWatchFactory(loop.activity, shadow, board);
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 8);
+  audit();
+  write(mac, 2, 0x11);
+  pass();
+  set(mac, 2, 0x12);
+  own->timeIs(500);
+  pass();
+  ASSERT_EQ(board->activeAlarms(), 1u);
+  EXPECT_EQ(board->alarm("often")->lastTime(), 500);
+  own->timeIs(619);
+  loop.turn();
+  EXPECT_EQ(board->activeAlarms(), 1u);
+  own->timeIs(621);
+  loop.turn();
+  EXPECT_EQ(board->activeAlarms(), 0u);
+}
+
 }  // namespace
