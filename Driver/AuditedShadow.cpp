@@ -1,6 +1,7 @@
 // The audited shadow: its attributes, its notifiees, and what it hands on to its patrol.
 #include <Driver/AuditedShadow.h>
 
+#include <Driver/ChipWriter.h>
 #include <Driver/Driver.h>
 #include <Driver/Governor.h>
 #include <Driver/Patrol.h>
@@ -263,6 +264,10 @@ bool AuditedShadow::isQuarantined(const ChipMemory::Ptr& region, U32 entry) cons
 void AuditedShadow::quarantineDel(const ChipMemory::Ptr& region, U32 entry) {
   const Ptr self(this);
   patrol_->quarantineDel(ChipMemory::Ptr(region), entry);
+}
+
+bool AuditedShadow::findReplay(const ChipMemory::Ptr& region, ChipWriter::Ptr& writer) const {
+  return patrol_->findReplay(region, writer);
 }
 
 bool AuditedShadow::isWritten(const ChipMemory::Ptr& region, U32 entry) const {

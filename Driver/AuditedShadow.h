@@ -28,6 +28,7 @@
 
 namespace Driver {
 
+class ChipWriter;
 class Governor;
 class Patrol;
 
@@ -229,6 +230,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   Zint::Ptr<Policy> policy(const ChipMemory::Ptr& region) const;
   // What happens to an entry that differs, and by which rule: one line.
   Zint::String8 policyText(const ChipMemory::Ptr& region, U32 entry) const;
+  // Nothing happens where it is there. REQUIRES: a chip that no other shadow has (range
+  // exceptions).
   void chipIs(const Chip::Ptr& chip);
   void chipDel(const Chip::Ptr& chip);
   // The chip that holds the region, the one that was given last first. Made where there is none.
@@ -246,8 +249,13 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   void openFindingIs(const ChipMemory::Ptr& region, U32 entry, bool isOpen);
 
  private:
+  friend class ChipAccess;
   friend class Governor;
   friend class Patrol;
+
+  // Whether a replay will write the region while its chip is being restored; `writer` is null
+  // where it is still to begin.
+  bool findReplay(const ChipMemory::Ptr& region, Zint::Ptr<ChipWriter>& writer) const;
 
   // --- What the patrol counts and tells ---
   void patrolStateIs(PatrolState state, Zint::Seconds time);

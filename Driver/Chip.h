@@ -7,6 +7,10 @@
 //   ...
 //   chip->doChipReset();                                      // the driver has reset it
 //
+// A chip belongs to one audited shadow at a time: what a reset has destroyed is the whole chip, and
+// one replay brings it back. A second shadow refuses it; where two shadows share a chip, each has
+// an object of its own for it, and the driver tells both of a reset.
+//
 // An audited shadow makes a chip of its own for each access method that has none. It drops such a
 // chip again once no region has the access method any more and nobody else holds the chip: when the
 // last region leaves, when as many regions have left as are still there, or when it is configured.
@@ -162,6 +166,7 @@ class UMBRA_API Chip : public Zint::Entity {
   U32 absences_ = 0;
   U32 resets_ = 0;
   U32 audits_ = 0;
+  const Patrol* patrol_ = nullptr;  // of the shadow that has it; null while none has
   Zint::Ptr<ChipWriteRequest> replay_;
 };
 

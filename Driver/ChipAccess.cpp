@@ -1,6 +1,6 @@
 #include <Driver/ChipAccess.h>
 
-#include <Driver/ChipWriteRequest.h>
+#include <Driver/ChipWriter.h>
 #include <Driver/Driver.h>
 #include <Driver/RegionWrite.h>
 #include <Zint/Sizes.h>
@@ -207,16 +207,14 @@ class ChipAccess::Write {
 
   // Entries that the replay will write are left to it.
   void hold() {
-    if (!access_.holdsWhileRestoring_ || !chip_->restoresItself() || shadow_->clock() == nullptr) {
-      return;
-    }
-    const Zint::Ptr<ChipWriteRequest> replay = chip_->replay();
-    if (replay != nullptr && !replay->holds(cm_)) return;
+    ChipWriter::Ptr replay;
+    if (!access_.holdsWhileRestoring_ || !shadow_->findReplay(cm_, replay)) return;
     U32 held = 0;
     for (U32 i = 0; i < count_; ++i) {
       if (policy_ != nullptr && policy_->rule(first_ + i) == Rule::readOnly) continue;
       isDifferentIs(i, false);
       shadow_->openFindingIs(cm_, first_ + i, true);
+      if (replay != nullptr) replay->heldWriteIs(*cm_, first_ + i);
       ++held;
     }
     if (held == 0) return;
@@ -248,16 +246,22 @@ class ChipAccess::Write {
         const std::size_t at = std::size_t{i} * entrySize_;
         write.write({first_ + i, end - i},
                     {values_.data() + at, std::size_t{end - i} * entrySize_});
+        if (chip_ != nullptr && chip_->isAbsent() && cm_->shadow() == store) openFindings(i, end);
         i = end;
       }
     } catch (...) {
-      for (; i < count_; ++i) {
-        if (isDifferent(i)) shadow_->openFindingIs(cm_, first_ + i, true);
-      }
+      openFindings(i, count_);
       count(written);
       throw;
     }
     count(written);
+  }
+
+  // Of those from `i` on that were to be written.
+  void openFindings(U32 i, U32 end) {
+    for (; i < end; ++i) {
+      if (isDifferent(i)) shadow_->openFindingIs(cm_, first_ + i, true);
+    }
   }
 
   void count(U64 written) {

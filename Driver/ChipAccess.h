@@ -15,8 +15,9 @@
 // A write that the access method refuses by an exception opens findings for the entries that were
 // not written, although the shadow holds their new values. The exception goes on to the caller, and
 // the next write of the same value reaches the chip. A write that succeeds closes the findings of
-// its entries. An exception is also a hint that the chip is absent: the patrol looks by itself, and
-// nothing is done about it here.
+// its entries, unless the chip is known to be absent: then it opens findings, because such a chip
+// takes no write. An exception is also a hint that the chip is absent: the patrol looks by itself,
+// and nothing is done about it here.
 //
 // Entries that a client has changed during an access of this object are written again after it, so
 // that the newest value stays. An entry that is written without a store (shadowEnabled off), or
@@ -118,9 +119,11 @@ class UMBRA_API ChipAccess : public Zint::PtrInterface {
   void writeBytes(U32 first, std::span<const U8> bytes);
 
   // Whether writes are held back while the chip is being restored: they are offered to the shadow
-  // alone, and the replay writes them before it ends. On by default. Writes that no replay would
-  // write go to the chip at once: of a chip that does not restore itself, or a shadow without a
-  // clock, of a region that its replay does not have, of entries that are never replayed.
+  // alone, and the replay writes them before it ends, also the entries that it had given up. On by
+  // default. Writes that no replay would write go to the chip at once: of a chip that does not
+  // restore itself, or a shadow without a clock, of a region that its replay does not have, of
+  // entries that are never replayed; and those that come when the replay has looked for held writes
+  // for the last time: in a notifiee that is told of its end, for instance.
   bool holdsWhileRestoring() const { return holdsWhileRestoring_; }
   void holdsWhileRestoringIs(bool holds);
 

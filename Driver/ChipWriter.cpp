@@ -4,7 +4,9 @@
 
 #include <Driver/AccessCost.h>
 #include <Driver/Driver.h>
+#include <Driver/ReplayRegion.h>
 #include <Zint/Sizes.h>
+#include <algorithm>
 #include <cmath>
 #include <new>
 
@@ -160,10 +162,10 @@ void ChipWriter::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   } else if (clock_ == nullptr) {
     newClock(clock);
   } else {
-    const Zint::Ptr<ZintClock> reactor = clock_;
-    reactor->notifierIs(clock);  // disarms
-    if (!reactor->zintMarkedForDeletion()) handleTimeout();
+    clock_->notifierIs(clock);  // disarms
   }
+  sliceEnd_ = Zint::never;  // times of the old clock mean nothing to the new one
+  if (isStarted_ && !isInterrupted_) wakeAfter(pause_);
   notify(Id::clock);
 }
 
@@ -242,10 +244,14 @@ void ChipWriter::start(const ChipWriteRequest& request) {
   std::vector<Job> jobs;
   std::vector<Zint::Seconds> delays;
   U64 entriesToWrite = 0;
+  const AuditedShadow::Ptr shadow = this->shadow();
+  const auto isOfShadow = [&shadow](const ChipMemory& region) {
+    return shadow != nullptr && shadow->chipMemory(region.address()).ptr() == &region;
+  };
   try {
     for (const ChipWriteRequest::Group& group : request.groups()) {
       for (const ChipMemory::Ptr& region : group.chipMemory) {
-        jobs.push_back({region, Zint::countOf(delays)});
+        jobs.push_back({region, Zint::countOf(delays), isOfShadow(*region)});
       }
       delays.push_back(group.delay);
     }
@@ -258,7 +264,8 @@ void ChipWriter::start(const ChipWriteRequest& request) {
   includesAdopted_ = request.includesAdopted();
   leavesBuffered_ = request.leavesBuffered();
   verifiesThis_ = verifies_;
-  pause_ = 0;
+  pause_ = delays.front();
+  looksForHeld_ = true;
   reason_ = {};
   remarks_.clear();
   differences_.clear();
@@ -277,7 +284,7 @@ void ChipWriter::start(const ChipWriteRequest& request) {
   if (command.isSuperseded()) return;
   notify(Id::entriesToWrite);
   if (wasInterrupted && !command.isSuperseded()) notify(Id::isInterrupted);
-  if (!command.isSuperseded()) wakeAfter(delays_.front());
+  if (!command.isSuperseded()) wakeAfter(pause_);
 }
 
 void ChipWriter::stop() {
@@ -330,6 +337,25 @@ void ChipWriter::finish() {
   jobs.clear();
   if (!command.isSuperseded()) currentChipMemoryIs(nullptr);
   if (!command.isSuperseded() && request != nullptr) request->statusIs(ChipWriteRequest::done_);
+}
+
+// --- Writes that clients hold back ---
+
+bool ChipWriter::takesHeldWrites(const ChipMemory::Ptr& region) const {
+  if (!isStarted_) return false;
+  if (!isPlanned_) {
+    const ChipWriteRequest::Ptr request = this->request();
+    return request != nullptr && request->holds(region);
+  }
+  const AuditedShadow::Ptr shadow = this->shadow();
+  return looksForHeld_ && shadow != nullptr && std::ranges::any_of(jobs_, [&](const Job& job) {
+           return job.region == region && !ReplayRegion(shadow, region, job.isOfShadow).hasLeft();
+         });
+}
+
+void ChipWriter::heldWriteIs(const ChipMemory& region, U32 entry) {
+  leftOut_.erase({&region, entry});
+  if (currentChipMemory_.ptr() == &region && accessedEntry_ == entry) hasHeldAccessed_ = true;
 }
 
 // --- Attributes ---

@@ -21,7 +21,13 @@
 // An exception of an access method, or a chip that is absent, ends the writing: the status is
 // `failed`, reason() says why, and the entries of the access have open findings. doResume() goes on
 // at the beginning of that access, a new start begins anew. An entry that is `once` is not repeated
-// then: it is listed as interrupted.
+// then: it is listed as interrupted, and written only where a client writes it anew.
+//
+// A region that leaves the shadow after the start is not written any more: it is listed as skipped.
+// Another one may be at its address.
+//
+// The clock may be replaced at any time: the writing goes on with the next turn of the new one, a
+// pause between groups begins anew.
 //
 // A slice ends early with the access that reaches the turn bound of the shadow, if it has one, and
 // an access writes as many entries as fit into what is left of it.
@@ -44,6 +50,8 @@
 namespace Driver {
 
 class AccessCost;
+class ChipAccess;
+class Patrol;
 class ReplayRegion;
 
 class UMBRA_API ChipWriter : public Zint::PtrInterface {
@@ -224,11 +232,14 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   void handleTimeout();
 
  private:
+  friend class ChipAccess;
+  friend class Patrol;
   class ZintShadow;
   using EntryRun = std::pair<U32, U32>;  // the first entry, and how many
   struct Job {
     ChipMemory::Ptr region;
     U32 group;
+    bool isOfShadow;  // at the start
   };
   // What a pass over the jobs of a group, or over all, writes or reads. `again` and `last`: what
   // was held back.
@@ -257,6 +268,12 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   void stop();
   void fail(const Zint::String8& reason);
   void finish();
+
+  // --- Writes that clients hold back ---
+  // Whether those of the region will be written before the end.
+  bool takesHeldWrites(const ChipMemory::Ptr& region) const;
+  // One was held back: it is written also where the entry was given up.
+  void heldWriteIs(const ChipMemory& region, U32 entry);
 
   // ChipWriterReplay.cpp
   void writeSlice(const AuditedShadow::Ptr& shadow);
@@ -304,7 +321,9 @@ class UMBRA_API ChipWriter : public Zint::PtrInterface {
   bool isInterrupted_ = false;
   bool includesAdopted_ = false;
   bool leavesBuffered_ = false;
-  Zint::Seconds pause_ = 0;  // before the next slice
+  bool looksForHeld_ = false;     // again, before the end
+  bool hasHeldAccessed_ = false;  // a write of accessedEntry_, since its access began
+  Zint::Seconds pause_ = 0;       // before the next slice
   Zint::Seconds sliceEnd_ = Zint::never;
   const std::unique_ptr<AccessCost> cost_;  // measured while slices have a bound
   std::vector<Job> jobs_;

@@ -193,7 +193,11 @@ bool ChipWriter::leaveOrRemark(const AuditedShadow::Ptr& shadow, const ReplayReg
   if (command.isSuperseded()) return false;
   if (!isWritten || !leaveBuffered(shadow, cm)) {
     if (command.isSuperseded()) return false;
-    remarkAdd({cm, ReplayNote::held, 0, 0, "a client changes it again and again"});
+    if (region.hasLeft()) {
+      remarkAdd({cm, ReplayNote::skipped, 0, 0, region.hindrance()});
+    } else {
+      remarkAdd({cm, ReplayNote::held, 0, 0, "a client changes it again and again"});
+    }
   }
   if (command.isSuperseded()) return false;
   countWritten(written);
@@ -229,7 +233,7 @@ bool ChipWriter::writeBuffered(const AuditedShadow::Ptr& shadow, const ReplayReg
       write.honoursPolicy = true;
       write.repeats = !region.isOnce(run.first);
       write.writer = "ChipWriter::doLeaveBuffered";
-      write.isSuperseded = [&command] { return command.isSuperseded(); };
+      write.isSuperseded = [&] { return command.isSuperseded() || region.hasLeft(); };
       write.accessing = accessTimer();
       write.write(run);
       if (write.hasEnded || cm->shadow() != store || !region.isBuffered()) return false;

@@ -95,7 +95,7 @@ void ChipWriter::writeSlice(const AuditedShadow::Ptr& shadow) {
       }
       continue;
     }
-    const ReplayRegion region(shadow, jobs_[place_.job].region);
+    const ReplayRegion region(shadow, jobs_[place_.job].region, jobs_[place_.job].isOfShadow);
     --visits;
     if (region.isHindered() || region.isBuffered()) {
       if (place_.phase == Phase::write && !leaveOrRemark(shadow, region, left)) return;
@@ -180,12 +180,14 @@ U32 ChipWriter::entriesOfAccess(U32 left) const {
 }
 
 std::function<void(bool)> ChipWriter::accessTimer() {
-  return [this, begin = Zint::Seconds{0}](bool begins) mutable {
+  return [this, begin = Zint::Seconds{0},
+          beginClock = Zint::Ptr<const Zint::Clock>()](bool begins) mutable {
     const Zint::Ptr<const Zint::Clock> clock = this->clock();
     if (clock == nullptr) return;
     if (begins) {
       begin = clock->time();
-    } else {
+      beginClock = clock;
+    } else if (clock == beginClock) {
       accessTime_ += std::max(0.0, clock->time() - begin);
       ++accesses_;
     }
@@ -211,9 +213,12 @@ void ChipWriter::writeRun(const AuditedShadow::Ptr& shadow, const ReplayRegion& 
   write.honoursPolicy = true;
   write.repeats = !isOnce;
   write.writer = "ChipWriter::doWrite";
-  write.isSuperseded = [&command] { return command.isSuperseded(); };
+  write.isSuperseded = [&] { return command.isSuperseded() || region.hasLeft(); };
   write.accessing = accessTimer();
+  hasHeldAccessed_ = false;
+  // A client that has held its write of the entry back meanwhile wants it written once more.
   const auto leaveOut = [&](ReplayNote note, const char* reason) {
+    if (hasHeldAccessed_) return;
     leftOut_.insert({cm.ptr(), run.first});
     remarkAdd({cm, note, run.first, 1, reason});
   };
@@ -250,7 +255,7 @@ void ChipWriter::verifyRun(AuditedShadow& shadow, const ReplayRegion& region, En
   DRIVER_TRACE(6, "ChipWriter::doWrite: verifying " << region.cm()->name() << " entry " << run.first
                                                     << " " << run.second << " entries");
   compareRun(region, run, [&](U32 entry, std::span<const U8> expected, std::span<const U8> actual) {
-    if (command.isSuperseded()) return false;
+    if (command.isSuperseded() || region.hasLeft()) return false;
     shadow.openFindingIs(region.cm(), entry, true);
     leftOut_.insert({region.cm().ptr(), entry});
     if (differences_.size() < maxDifferences) {
@@ -321,7 +326,10 @@ bool ChipWriter::nextPass(AuditedShadow& shadow) {
       return true;
     }
     const Zint::Epoch::Mark command(commands_);
-    if (isEnd) reportUnsettled(shadow);
+    if (isEnd) {
+      looksForHeld_ = false;
+      reportUnsettled(shadow);
+    }
     if (command.isSuperseded()) return false;
   }
   if (place_.phase == Phase::last) return false;
@@ -337,7 +345,8 @@ bool ChipWriter::nextPass(AuditedShadow& shadow) {
 void ChipWriter::reportUnsettled(AuditedShadow& shadow) {
   const Zint::Epoch::Mark command(commands_);
   for (place_.job = place_.begin; place_.job < place_.end; nextJob()) {
-    const ReplayRegion region(AuditedShadow::Ptr(&shadow), jobs_[place_.job].region);
+    const Job& job = jobs_[place_.job];
+    const ReplayRegion region(AuditedShadow::Ptr(&shadow), job.region, job.isOfShadow);
     if (region.isHindered() || region.isBuffered()) continue;
     U64 visits = everyVisit;
     while (true) {

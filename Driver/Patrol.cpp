@@ -27,6 +27,7 @@ Patrol::~Patrol() {
     if (marks->policyWatch != nullptr) static_cast<PolicyWatch&>(*marks->policyWatch).forget();
   }
   const auto forget = [this](ChipState& state) {
+    state.chip->patrol_ = nullptr;
     state.watch->forget();
     dropReplay(state);
   };
@@ -63,6 +64,7 @@ void Patrol::clockIs(const Zint::Ptr<const Zint::Clock>& clock) {
   for (const Chip::Ptr& chip : chips()) {
     if (chip->isAbsent()) chip->nextTry_ = time();
   }
+  giveReplaysTheClock();
 }
 
 void Patrol::handleAttribute(Zint::AttributeId attribute) {

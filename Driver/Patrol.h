@@ -16,6 +16,8 @@
 
 namespace Driver {
 
+class ChipWriter;
+
 class Patrol {
  public:
   explicit Patrol(AuditedShadow& shadow);
@@ -41,6 +43,7 @@ class Patrol {
   Zint::String8 reason() const;
   Zint::Seconds time() const;  // of the shadow's clock
   Zint::Seconds nextTry() const;
+  bool findReplay(const Hardware::ChipMemory::Ptr& cm, Zint::Ptr<ChipWriter>& writer) const;
 
   // --- Regions and chips ---
   const RegionMarks* marks(const Hardware::ChipMemory* region) const;
@@ -159,6 +162,7 @@ class Patrol {
   void handleReplay(Replay& ended);
   void retryReplays();
   Zint::Seconds nextReplayTry() const;
+  void giveReplaysTheClock();
 
   // --- PatrolJudge.cpp: what is done with a run ---
   Visit audit(const Hardware::ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,

@@ -30,7 +30,9 @@ Patrol::ChipState& Patrol::stateOf(const ChipMemory::Ptr& region) {
   auto state = std::make_unique<ChipState>();
   state->chip = chipFactory(ham == nullptr ? Zint::Name("chip") : ham->name(), ham);
   state->watch = Zint::makePtr<ChipWatch>(shadow_.zintFwkActivity(), *this, state->chip);
-  return *(defaultChips_[ham.ptr()] = std::move(state));
+  ChipState& made = *(defaultChips_[ham.ptr()] = std::move(state));
+  made.chip->patrol_ = this;
+  return made;
 }
 
 Patrol::ChipState* Patrol::stateOf(const Chip::Ptr& chip) const {
@@ -59,11 +61,22 @@ void Patrol::chipIs(const Chip::Ptr& chip) {
   for (const auto& state : chips_) {
     if (state->chip == chip) return;
   }
-  auto state = std::make_unique<ChipState>();
-  state->chip = chip;
-  state->watch = Zint::makePtr<ChipWatch>(shadow_.zintFwkActivity(), *this, chip);
+  if (chip->patrol_ != nullptr && chip->patrol_ != this) {
+    Zint::throwRangeException(chip->name() + " is a chip of another shadow");
+  }
+  chips_.reserve(chips_.size() + 1);
+  if (chip->patrol_ == this) {  // it was made here: it is asked as a given one from now on
+    const auto made = defaultChips_.find(chip->chipHam().ptr());
+    chips_.push_back(std::move(made->second));
+    defaultChips_.erase(made);
+  } else {
+    auto state = std::make_unique<ChipState>();
+    state->chip = chip;
+    state->watch = Zint::makePtr<ChipWatch>(shadow_.zintFwkActivity(), *this, chip);
+    chips_.push_back(std::move(state));
+    chip->patrol_ = this;
+  }
   commands_.advance();
-  chips_.push_back(std::move(state));
   resume();
 }
 
@@ -75,6 +88,7 @@ void Patrol::chipDel(const Chip::Ptr& chip) {
   if (static_cast<std::size_t>(found - chips_.begin()) < checked_) --checked_;
   chips_.erase(found);
   commands_.advance();
+  state->chip->patrol_ = nullptr;
   state->watch->forget();
   dropReplay(*state);
   resume();
@@ -104,6 +118,7 @@ void Patrol::dropChips() {
   if (dropped.empty()) return;
   commands_.advance();
   for (const std::unique_ptr<ChipState>& state : dropped) {
+    state->chip->patrol_ = nullptr;
     state->watch->forget();
     dropReplay(*state);
   }

@@ -94,18 +94,57 @@ void Patrol::retryReplays() {
       continue;
     }
     if (!chip->isAbsent() || now < chip->nextTry()) continue;
-    Zint::String8 error;
-    bool isPresent = false;
-    callGuarded([&] { isPresent = chip->isPresent(); }, error);
+    Zint::String8 error = "its sentinel register is wrong";
+    bool isPresent = false, isReset = false;
+    const bool isAnswered = callGuarded(
+        [&] {
+          isPresent = chip->isPresent();
+          if (isPresent) isReset = chip->wasReset();
+        },
+        error);
     ChipState* const after = stateOf(chip);
-    if (after == nullptr || after->replay != replay) continue;
-    if (!isPresent) {
-      makeAbsent(*after, error.empty() ? "its sentinel register is wrong" : error);
+    if (after == nullptr) continue;
+    const bool isOther = after->replay != replay;
+    if (!isOther && (!isAnswered || !isPresent)) {
+      makeAbsent(*after, error);
       continue;
     }
-    chip->absentIs(false, "", now);
-    replay->writer()->doResume();
+    if (!isOther) chip->absentIs(false, "", now);
+    // All of it is to be written again, unless that has begun meanwhile.
+    if (isReset && (!isOther || after->replay == nullptr)) {
+      chip->doChipReset();
+    } else if (!isOther) {
+      replay->writer()->doResume();
+    }
   }
+}
+
+// The replays under way go on with the shadow's new clock.
+void Patrol::giveReplaysTheClock() {
+  const Zint::Ptr<const Zint::Clock> clock = shadow_.clock();
+  for (const Chip::Ptr& chip : chips()) {
+    const ChipState* const state = stateOf(chip);
+    if (state == nullptr || state->replay == nullptr) continue;
+    const Zint::Ptr<Replay> replay = state->replay;
+    replay->writer()->clockIs(clock);
+    if (shadow_.clock() != clock) return;  // whoever replaced it has done it
+  }
+}
+
+// Whether a replay will write the region while its chip is being restored: the one under way, whose
+// `writer` is told, or, where that is null, one that is still to begin.
+bool Patrol::findReplay(const ChipMemory::Ptr& cm, ChipWriter::Ptr& writer) const {
+  const Chip::Ptr chip = findChip(*cm);
+  const ChipState* const state = chip == nullptr ? nullptr : stateOf(chip);
+  if (state == nullptr || !chip->isRestoring() || !chip->restoresItself()) return false;
+  if (shadow_.clock() == nullptr) return false;
+  const ChipWriteRequest::Ptr request = chip->replay();
+  if (request != nullptr && !request->holds(cm)) return false;
+  if (state->replay == nullptr) {
+    return request != nullptr || shadow_.chipMemory(cm->address()) == cm;
+  }
+  writer = state->replay->writer();
+  return writer->takesHeldWrites(cm);
 }
 
 }  // namespace Driver

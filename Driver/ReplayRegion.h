@@ -11,8 +11,10 @@ class ReplayRegion {
  public:
   using ChipMemory = Hardware::ChipMemory;
 
-  ReplayRegion(const AuditedShadow::Ptr& shadow, const ChipMemory::Ptr& region)
-      : shadow_(shadow), cm_(region), policy_(shadow->policy(region)) {}
+  // `wasOfShadow`: whether it was a region of the shadow when the replay started.
+  ReplayRegion(const AuditedShadow::Ptr& shadow, const ChipMemory::Ptr& region,
+               bool wasOfShadow = false)
+      : shadow_(shadow), cm_(region), policy_(shadow->policy(region)), wasOfShadow_(wasOfShadow) {}
 
   const ChipMemory::Ptr& cm() const { return cm_; }
   const Policy* policy() const { return policy_.ptr(); }
@@ -22,8 +24,11 @@ class ReplayRegion {
   bool isWritten(U32 entry) const { return shadow_->isWritten(cm_, entry); }
   bool hasOpenFinding(U32 entry) const { return shadow_->hasOpenFinding(cm_, entry); }
 
+  // Whether the shadow has it no more: what it holds is not to be written then.
+  bool hasLeft() const { return wasOfShadow_ && shadow_->chipMemory(cm_->address()) != cm_; }
   // Why nothing of the region can be written; "" where it can.
   const char* hindrance() const {
+    if (hasLeft()) return "removed from the shadow";
     if (cm_->mode() == ChipMemory::override()) return "overridden";
     if (cm_->chipHam() == nullptr) return "without an access method";
     if (!cm_->shadowStoreNeeded() || cm_->shadow() == nullptr) return "without a store";
@@ -85,6 +90,7 @@ class ReplayRegion {
   const AuditedShadow::Ptr shadow_;
   const ChipMemory::Ptr cm_;
   const Policy::Ptr policy_;
+  const bool wasOfShadow_;
 };
 
 // No limit on the entries that are looked at.

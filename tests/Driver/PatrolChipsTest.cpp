@@ -1,5 +1,6 @@
 // Several chips under one shadow, and resets that are told or asked for.
 #include "PatrolWorld.h"
+#include "support/ShadowTest.h"
 #include "support/TraceCapture.h"
 
 namespace {
@@ -304,6 +305,44 @@ TEST_F(PatrolChips, chipGivenLastIsAskedFirst) {
 }
 
 // --- The data path -------------------------------------------------------------------------------
+
+TEST_F(PatrolChips, chipOfAnotherShadowIsRefused) {
+  const auto a = region("a", 0x1000, 4);
+  const auto given = Driver::chipFactory("given", chip);
+  shadow->chipIs(given);
+  shadow->chipIs(given);
+  auto other = Driver::auditedShadowFactory(loop.activity, loop.clock);
+  EXPECT_EQ(Support::exceptionText([&] { other->chipIs(given); }),
+            "given is a chip of another shadow");
+  EXPECT_TRUE(other->chips().empty());
+  shadow->chipDel(given);
+  other->chipIs(given);
+  EXPECT_EQ(Support::exceptionText([&] { shadow->chipIs(given); }),
+            "given is a chip of another shadow");
+  const auto made = shadow->chip(a);
+  EXPECT_EQ(Support::exceptionText([&] { other->chipIs(made); }),
+            "chip is a chip of another shadow");
+  other = nullptr;
+  shadow->chipIs(given);
+  EXPECT_EQ(shadow->chip(a), given);
+}
+
+TEST_F(PatrolChips, chipThatTheShadowHasMadeMayBeGivenToIt) {
+  const auto a = region("a", 0x1000, 8);
+  const auto made = shadow->chip(a);
+  shadow->chipIs(made);
+  EXPECT_EQ(shadow->chips(), std::vector<Driver::Chip::Ptr>{made});
+  audit();
+  fill(a, 0, 8);
+  settle();
+  wipe(a);
+  made->doChipReset();
+  const U64 writes = chip->writes;
+  while (made->isRestoring()) step();
+  EXPECT_EQ(chip->writes, writes + 8);
+  shadow->chipDel(made);
+  EXPECT_NE(shadow->chip(a), made);
+}
 
 TEST_F(PatrolChips, dataPathIsObservedByNobody) {
   const ChipMemory::Ptr a = region("a", 0x1000, 16), b = region("b", 0x2000, 16);
