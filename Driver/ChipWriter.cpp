@@ -4,9 +4,7 @@
 
 #include <Driver/AccessCost.h>
 #include <Driver/Driver.h>
-#include <Driver/ReplayRegion.h>
 #include <Zint/Sizes.h>
-#include <algorithm>
 #include <cmath>
 #include <new>
 
@@ -337,25 +335,6 @@ void ChipWriter::finish() {
   jobs.clear();
   if (!command.isSuperseded()) currentChipMemoryIs(nullptr);
   if (!command.isSuperseded() && request != nullptr) request->statusIs(ChipWriteRequest::done_);
-}
-
-// --- Writes that clients hold back ---
-
-bool ChipWriter::takesHeldWrites(const ChipMemory::Ptr& region) const {
-  if (!isStarted_) return false;
-  if (!isPlanned_) {
-    const ChipWriteRequest::Ptr request = this->request();
-    return request != nullptr && request->holds(region);
-  }
-  const AuditedShadow::Ptr shadow = this->shadow();
-  return looksForHeld_ && shadow != nullptr && std::ranges::any_of(jobs_, [&](const Job& job) {
-           return job.region == region && !ReplayRegion(shadow, region, job.isOfShadow).hasLeft();
-         });
-}
-
-void ChipWriter::heldWriteIs(const ChipMemory& region, U32 entry) {
-  leftOut_.erase({&region, entry});
-  if (currentChipMemory_.ptr() == &region && accessedEntry_ == entry) hasHeldAccessed_ = true;
 }
 
 // --- Attributes ---

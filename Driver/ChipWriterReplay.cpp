@@ -5,6 +5,7 @@
 #include <Driver/Driver.h>
 #include <Driver/ReplayRegion.h>
 #include <cxxabi.h>
+#include <algorithm>
 #include <stdexcept>
 
 namespace Driver {
@@ -359,6 +360,25 @@ void ChipWriter::reportUnsettled(AuditedShadow& shadow) {
       place_.entry = run.first + run.second;
     }
   }
+}
+
+// --- Writes that clients hold back ---
+
+bool ChipWriter::takesHeldWrites(const ChipMemory::Ptr& region) const {
+  if (!isStarted_) return false;
+  if (!isPlanned_) {
+    const ChipWriteRequest::Ptr request = this->request();
+    return request != nullptr && request->holds(region);
+  }
+  const AuditedShadow::Ptr shadow = this->shadow();
+  return looksForHeld_ && shadow != nullptr && std::ranges::any_of(jobs_, [&](const Job& job) {
+           return job.region == region && !ReplayRegion(shadow, region, job.isOfShadow).hasLeft();
+         });
+}
+
+void ChipWriter::heldWriteIs(const ChipMemory& region, U32 entry) {
+  leftOut_.erase({&region, entry});
+  if (currentChipMemory_.ptr() == &region && accessedEntry_ == entry) hasHeldAccessed_ = true;
 }
 
 }  // namespace Driver
