@@ -12,8 +12,9 @@
 // The data path is that of HardwareShadow. What the patrol finds is answered, counted, traced and
 // recorded as the audit of HardwareShadow does it, with these differences:
 // - A slice is read and judged in one turn, so no state of it survives a turn.
-// - A mark "written since the last visit" is cleared when its slice has been judged. A client may
-//   write the chip some turns after it has offered the write. (judgeAtOnce: before the read.)
+// - The marks "written since the last visit" are cleared after a read, for the entries that are
+//   judged then, and kept for the others: a client may write the chip some turns after it has
+//   offered the write. (judgeAtOnce: before the read.)
 // - registersFixed counts a repair after the write succeeded.
 // - An exception of an access method makes its chip absent. Nothing else stops.
 //
@@ -185,6 +186,10 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // Whether the first difference of a pass, on a chip and in a region, is followed by reading up to
   // 16 other entries of the chip whose known values differ from their reset values. Where four or
   // more were read and half of them are wrong, the chip was reset. On by default.
+  // They are looked for among 16,384 entries of the region, from the one that differs on, and as
+  // many of all regions of the chip: a reset that shows in none of them is not found. When three
+  // resets have been found so, without a complete pass over the chip between them, no more are
+  // until there was such a pass: differences are judged like any other then.
   bool findsResets() const { return findsResets_; }
   void findsResetsIs(bool findsResets);
 
@@ -228,7 +233,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   void policyDel(const ChipMemory::Ptr& region);
   // Null where there is none.
   Zint::Ptr<Policy> policy(const ChipMemory::Ptr& region) const;
-  // What happens to an entry that differs, and by which rule: one line.
+  // What happens to an entry that differs, by which rule, and what keeps the patrol from it now:
+  // one line.
   Zint::String8 policyText(const ChipMemory::Ptr& region, U32 entry) const;
   // Nothing happens where it is there. REQUIRES: a chip that no other shadow has (range
   // exceptions).

@@ -119,8 +119,11 @@ void Checker::checkShadow() {
   checkReader();
   if (shadow_.overrideHardware() && shadow_.state() == HardwareShadow::auditing()) {
     complain(ComplaintKind::overriddenAudit, "shadow",
-             "overrideHardware is set while auditing: no pass begins, and nobody is told",
-             "set the state idle first, or clear overrideHardware");
+             audited_ != nullptr
+                 ? "overrideHardware is set while auditing: the patrol is suspended"
+                 : "overrideHardware is set while auditing: no pass begins, and nobody is told",
+             audited_ != nullptr ? "clear overrideHardware: the patrol goes on by itself"
+                                 : "set the state idle first, or clear overrideHardware");
   }
   if (const Governor::Ptr governor = audited_ != nullptr ? audited_->governor() : nullptr;
       governor != nullptr) {

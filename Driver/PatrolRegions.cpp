@@ -1,6 +1,7 @@
 // What the patrol knows of regions: policies, and marks that outlive a registration.
 #include <Driver/Driver.h>
 #include <Driver/Patrol.h>
+#include <Driver/PatrolRun.h>
 #include <Driver/PatrolWatches.h>
 #include <algorithm>
 #include <new>
@@ -212,6 +213,16 @@ Zint::String8 Patrol::policyText(const ChipMemory::Ptr& region, U32 entry) const
   if (!region->shadowEnabled()) return text("not audited: shadowEnabled is off");
   if (region->mode() == ChipMemory::override()) return text("not audited: mode override");
   if (!region->auditEnabled()) return text("not audited: auditEnabled is off");
+  if (shadow_.state() != HardwareShadow::unconfigured()) {
+    const Zint::Ptr<Hardware::ChipReadRequest> request = shadow_.auditReadRequest();
+    if (request != nullptr && request->chipMemory(region->address()) != region) {
+      return text("not audited: auditEnabled was set after configured");
+    }
+    // It begins with the name.
+    if (const Zint::String8 obstacle = whyNotHeld(*region); !obstacle.empty()) {
+      return text("not audited") + obstacle.bytes().substr(region->name().bytes().size());
+    }
+  }
   const RegionMarks* marks = this->marks(region.ptr());
   Zint::String8 answer = marks == nullptr || marks->policy == nullptr
                              ? Zint::String8("repaired (no policy)")
@@ -225,6 +236,12 @@ Zint::String8 Patrol::policyText(const ChipMemory::Ptr& region, U32 entry) const
   }
   if (shadow_.state() != HardwareShadow::auditing()) {
     answer += "; the shadow is " + stringValue(shadow_.state()).bytes();
+  }
+  if (shadow_.overrideHardware()) answer += "; overrideHardware is set";
+  if (shadow_.paused()) answer += "; paused";
+  if (const Chip::Ptr chip = findChip(*region); chip != nullptr) {
+    if (chip->isAbsent()) answer += "; " + chip->name() + " is absent: " + chip->reason();
+    if (chip->isRestoring()) answer += "; " + chip->name() + " is being restored";
   }
   return answer;
 }

@@ -296,8 +296,29 @@ TEST_F(Check, overriddenAudit_isToldWhileAuditing) {
   EXPECT_EQ(complaints(plain), Kinds{});
   plain->stateIs(HardwareShadow::auditing());
   EXPECT_EQ(complaints(plain), (Kinds{"overriddenAudit shadow"}));
+  const auto complaint = Driver::check(plain).front();
+  EXPECT_EQ(complaint->text(),
+            "overrideHardware is set while auditing: no pass begins, and nobody is told");
+  EXPECT_EQ(complaint->remedy(), "set the state idle first, or clear overrideHardware");
   plain->overrideHardwareIs(false);
   EXPECT_EQ(complaints(plain), Kinds{});
+}
+
+// It says itself that it is suspended, and goes on by itself.
+TEST_F(Check, overriddenAudit_ofAShadowWithAPatrol) {
+  const Driver::AuditedShadow::Ptr shadow = audited({region("a", 0)});
+  shadow->stateIs(HardwareShadow::auditing());
+  shadow->overrideHardwareIs(true);
+  EXPECT_EQ(complaints(shadow), (Kinds{"overriddenAudit shadow"}));
+  const auto complaint = Driver::check(shadow).front();
+  EXPECT_EQ(complaint->text(), "overrideHardware is set while auditing: the patrol is suspended");
+  EXPECT_EQ(complaint->remedy(), "clear overrideHardware: the patrol goes on by itself");
+  EXPECT_EQ(shadow->patrolState(), Driver::PatrolState::suspended);
+  EXPECT_EQ(shadow->patrolReason(), "overrideHardware is set");
+  shadow->overrideHardwareIs(false);
+  EXPECT_EQ(complaints(shadow), Kinds{});
+  while (shadow->audits() == 0) loop.turnAt(loop.activity->wakeTime());
+  EXPECT_EQ(shadow->patrolReason(), "");
 }
 
 TEST_F(Check, zeroInterval_isToldOfPassesAndOfSlicesWithoutAPause) {

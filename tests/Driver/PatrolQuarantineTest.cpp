@@ -76,6 +76,37 @@ TEST_F(PatrolQuarantine, cleanVisitsLiftIt) {
   EXPECT_EQ(get(cm, 3), 7u);
 }
 
+// So long after its last difference, however few visits there were.
+TEST_F(PatrolQuarantine, timeLiftsIt) {
+  shadow->quarantineVisitsIs(1000);
+  hit(4);  // the fourth is not rewritten
+  ASSERT_TRUE(shadow->isQuarantined(cm, 3));
+  const Zint::Seconds last = loop.clock->time();
+  set(cm, 3, 7);
+  loop.clock->timeIs(last + 90);
+  ASSERT_TRUE(pass());
+  EXPECT_TRUE(shadow->isQuarantined(cm, 3));
+  EXPECT_EQ(shadow->quarantined(), 1u);
+  loop.clock->timeIs(last + 101);
+  ASSERT_TRUE(pass());
+  EXPECT_FALSE(shadow->isQuarantined(cm, 3));
+  EXPECT_EQ(shadow->quarantined(), 0u);
+  hit(1);
+  EXPECT_EQ(told.back().verdict, Verdict::repaired);
+  EXPECT_EQ(get(cm, 3), 7u);
+}
+
+// One that still differs stays there, however long.
+TEST_F(PatrolQuarantine, timeDoesNotLiftItWhileTheEntryDiffers) {
+  hit(3);
+  for (U32 i = 0; i < 5; ++i) {
+    loop.clock->timeIs(loop.clock->time() + 90);
+    hit(1);
+    EXPECT_TRUE(shadow->isQuarantined(cm, 3));
+  }
+  EXPECT_EQ(count(Verdict::quarantined), 5u);
+}
+
 TEST_F(PatrolQuarantine, aVisitThatIsNotCleanBeginsTheCountAnew) {
   hit(3);
   ASSERT_TRUE(pass());

@@ -300,35 +300,4 @@ TEST_F(PatrolRules, ruleThatChangesBetweenPassesHoldsAtOnce) {
   EXPECT_EQ(get(cm, 3), 7u);
 }
 
-TEST_F(PatrolRules, policyText_saysWhetherAndByWhichRuleOfWhichLevel) {
-  const Policy::Ptr policy = policyOf(cm);
-  policy->ruleIs(4, 2, Rule::detectOnly);
-  policy->ruleIs(6, 1, Rule::noRead);
-  audit();
-  const std::string plain = shadow->policyText(cm, 0).bytes();
-  const std::string detect = shadow->policyText(cm, 4).bytes();
-  const std::string never = shadow->policyText(cm, 6).bytes();
-  EXPECT_NE(detect.find("detectOnly"), std::string::npos) << detect;
-  EXPECT_NE(detect.find("4 to 5"), std::string::npos) << detect;
-  EXPECT_NE(never.find("noRead"), std::string::npos) << never;
-  EXPECT_NE(plain, detect);
-  EXPECT_EQ(plain.find('\n'), std::string::npos);
-}
-
-TEST_F(PatrolRules, policyText_namesWhatKeepsTheRegionOutOfTheAudit) {
-  const std::string before = shadow->policyText(cm, 0).bytes();
-  cm->auditEnabledIs(false);
-  const std::string off = shadow->policyText(cm, 0).bytes();
-  cm->auditEnabledIs(true);
-  cm->modeIs(ChipMemory::override());
-  const std::string overridden = shadow->policyText(cm, 0).bytes();
-  cm->modeIs(ChipMemory::buffered());
-  const std::string buffered = shadow->policyText(cm, 0).bytes();
-  EXPECT_EQ((std::set<std::string>{before, off, overridden, buffered}).size(), 4u)
-      << before << "\n"
-      << off << "\n"
-      << overridden << "\n"
-      << buffered;
-}
-
 }  // namespace

@@ -2,6 +2,7 @@
 #include <Driver/Policy.h>
 
 #include "PatrolTest.h"
+#include "support/TraceCapture.h"
 
 namespace {
 
@@ -65,6 +66,27 @@ TEST_F(PatrolTurns, aProbeAsksForEntriesOutsideOfItsSlice) {
   EXPECT_TRUE(chip->readAddresses.contains(mac->entryAddress(25).value()));
   EXPECT_FALSE(chip->readAddresses.contains(mac->entryAddress(26).value()));
   EXPECT_EQ(get(mac, 9), 0x55u);
+}
+
+// By the turn that runs at last, whoever runs it.
+TEST_F(PatrolTurns, aLateTurnTellsThatNobodyDroveTheLoop) {
+  region("mac", 0x1000, 8);
+  shadow->maxEntriesPerSliceIs(4);
+  audit();
+  step();
+  const Support::TraceCapture traces(0);
+  const Zint::Seconds due = loop.activity->wakeTime();
+  loop.clock->timeIs(due + 1);
+  EXPECT_EQ(shadow->patrolReason(), "");
+  loop.clock->timeIs(due + 12.5);
+  EXPECT_EQ(shadow->patrolReason(), "nobody drives the loop: a turn is due for 12 s");
+  step();
+  EXPECT_EQ(shadow->patrolReason(), "");
+  std::vector<std::string> lines;
+  for (const auto& line : traces.full) {
+    if (line.handle == "Driver" && line.level == 0) lines.push_back(line.text);
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{"nobody drove the loop for 12.5 s"}));
 }
 
 TEST_F(PatrolTurns, aLateTurnIsNoReasonOnceItHasRun) {
