@@ -41,11 +41,27 @@ TEST(DriverSimulation, everyAccessIsAllowedAndEveryDifferenceAccountedFor) {
   }
   for (const auto& [what, count] : met) std::cout << "  " << count << " " << what << "\n";
   if (one != 0 || seeds < usual) return;
-  for (const char* what :
-       {"chip vanishes", "chip reset", "stuck", "counter read", "buffered", "entry repaired",
-        "entry replayed", "replay ended", "difference with a finding", "no pass, with a reason",
-        "finding adopted", "finding detectOnly", "finding deferred", "finding refused",
-        "finding quarantined", "finding reset", "finding transient", "finding writtenMeanwhile"}) {
+  for (const char* what : {"chip vanishes",
+                           "chip reset",
+                           "stuck",
+                           "counter read",
+                           "buffered",
+                           "entry repaired",
+                           "entry replayed",
+                           "replay ended",
+                           "difference with a finding",
+                           "no pass, with a reason",
+                           "finding adopted",
+                           "finding detectOnly",
+                           "finding deferred",
+                           "finding refused",
+                           "access held",
+                           "access threw",
+                           "access to an absent chip",
+                           "finding quarantined",
+                           "finding reset",
+                           "finding transient",
+                           "finding writtenMeanwhile"}) {
     EXPECT_GT(met[what], 0u) << what;
   }
 }

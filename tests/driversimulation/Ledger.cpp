@@ -50,17 +50,25 @@ void System::onRead(U32 r, U32 first, U32 count) {
 }
 
 void System::onWrite(U32 r, U32 first, U32 count, const U8* data) {
-  const Region& region = regions_[r];
+  Region& region = regions_[r];
   const U32 size = region.memory->entrySize();
-  const bool isReplay = chips_[region.chip].chip->isRestoring();
-  if (!inTurn_) broken("a write outside of a turn" + place(r, first));
+  const bool isReplay = !inAccess_ && chips_[region.chip].chip->isRestoring();
+  if (!inTurn_ && !inAccess_) broken("a write outside of a turn" + place(r, first));
   if (region.isBuffered) broken("a write of a buffered region" + place(r, first));
   if (!isReplay && count != 1) broken("a repair of several entries" + place(r, first));
   for (U32 e = first; e < first + count; ++e) {
-    const Entry& entry = region.entries[e];
+    Entry& entry = region.entries[e];
     const Bytes shadow = shadowed(region, e);
+    if (!chips_[region.chip].isAway) entry.isHeld = false;
+    if (inAccess_) {
+      if (!std::equal(shadow.begin(), shadow.end(), data + std::size_t{size} * (e - first))) {
+        broken("a client writes another value than the shadow's" + place(r, e));
+      }
+      continue;
+    }
     ++outcome_.met[isReplay ? "entry replayed" : "entry repaired"];
     if (isReplay) {
+      if (entry.isOnce && count != 1) broken("a replay that merges" + place(r, e));
       if (!entry.wasWritten) broken("a replay of what nobody wrote" + place(r, e));
       if (entry.rule == Rule::readOnly) broken("a replay of" + place(r, e));
     } else {
@@ -91,9 +99,11 @@ void System::onRestored(U32 chip) {
     if (region.chip != chip || region.isBuffered) continue;
     for (U32 e = 0; e < region.entries.size(); ++e) {
       const Entry& entry = region.entries[e];
+      if (entry.isHeld) broken("a write that was held is lost" + place(r, e));
       const bool isReplayed = entry.wasWritten && entry.pending == 0 && !entry.isStuck &&
                               entry.rule != Rule::readOnly && entry.rule != Rule::noRead;
-      if (!isReplayed || entry.rule == Rule::volatile_) continue;
+      // What is once may have been interrupted.
+      if (!isReplayed || entry.isOnce || entry.rule == Rule::volatile_) continue;
       // What a fault did while the replay ran, the next pass finds.
       if (!isEqual(region, e) && entry.changedAt < completePasses_) {
         broken("not restored" + place(r, e) + ", changed after pass " +

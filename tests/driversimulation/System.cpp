@@ -66,6 +66,7 @@ void System::makeRegion(U32 number) {
   drawPolicy(region);
   shadow_->chipMemoryIs(region.memory);
   shadow_->policyIs(region.policy);
+  region.access = Driver::chipAccessFactory(shadow_, region.memory);
   regions_.push_back(region);
 }
 
@@ -89,6 +90,11 @@ void System::drawPolicy(Region& region) {
       region.entries[e].mask = mask;
       region.entries[e].rewrite = rewrite;
     }
+  }
+  if (random_.oneIn(3)) {
+    const U32 e = random_.below(entries);
+    region.policy->onceIs(e, 1, true);
+    region.entries[e].isOnce = true;
   }
   if (random_.oneIn(2)) region.policy->unwrittenIs(Unwritten::baseline);
 }
@@ -144,6 +150,7 @@ void System::client(U32 r, U32 e) {
     return;
   }
   if (entry.rule == Rule::readOnly) return;
+  if (entry.pending == 0 && random_.oneIn(4)) return accessClient(r, e);
   Bytes value = drawValue(region);
   const bool isHit = shadow_->shadowWriteAndCompareWithCache(region.memory, e, value.data(),
                                                              region.memory->entrySize());
@@ -154,6 +161,35 @@ void System::client(U32 r, U32 e) {
   ++entry.pending;
   pending_.push_back({random_.below(6), r, e, value});
   ++outcome_.met["client write"];
+}
+
+// Writes the shadow and the chip at once, or leaves the chip to the replay.
+void System::accessClient(U32 r, U32 e) {
+  Region& region = regions_[r];
+  Entry& entry = region.entries[e];
+  const Driver::Chip& chip = *chips_[region.chip].chip;
+  const Bytes value = drawValue(region);
+  const U64 held = region.access->writesHeld(), written = region.access->writeMisses();
+  entry.wasWritten = true;
+  entry.changedAt = completePasses_;
+  inAccess_ = true;
+  try {
+    region.access->writeBytes(e, value);
+    ++outcome_.met["access"];
+  } catch (const std::runtime_error&) {
+    ++outcome_.met["access threw"];
+    if (!shadow_->hasOpenFinding(region.memory, e)) broken("no finding after" + place(r, e));
+  }
+  inAccess_ = false;
+  if (region.access->writesHeld() != held) {
+    entry.isHeld = true;
+    ++outcome_.met["access held"];
+    if (!chip.isRestoring()) broken("held without a replay" + place(r, e));
+  }
+  if (chip.isAbsent() && region.access->writeMisses() != written) {
+    ++outcome_.met["access to an absent chip"];
+    if (!shadow_->hasOpenFinding(region.memory, e)) broken("no finding of" + place(r, e));
+  }
 }
 
 void System::fault(U32 r, U32 e) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <Driver/AuditedShadow.h>
+#include <Driver/ChipAccess.h>
 
 #include <map>
 #include <memory>
@@ -38,9 +39,11 @@ class System {
     Bytes mask;  // empty for none
     Driver::Rewrite rewrite = Driver::Rewrite::kept;
     Bytes chip;
+    bool isOnce = false;
     bool isStuck = false;
     bool glitches = false;      // at the next read
     bool wasWritten = false;    // by a client, which is told of it here and not by the library
+    bool isHeld = false;        // a write that its client has left to the replay
     U32 pending = 0;            // offered writes that have not reached the chip
     U32 changedAt = 0;          // complete passes when a client or a fault last changed it
     std::string last;           // findings, with the pass of each
@@ -49,6 +52,7 @@ class System {
   struct Region {
     Hardware::ChipMemory::Ptr memory;
     Driver::Policy::Ptr policy;
+    Driver::ChipAccess::Ptr access;
     U32 chip = 0;
     bool isBuffered = false;
     std::vector<Entry> entries;
@@ -71,6 +75,7 @@ class System {
   void round();
   void act();
   void client(U32 region, U32 entry);
+  void accessClient(U32 region, U32 entry);
   void fault(U32 region, U32 entry);
   void chipFault(U32 chip);
   void change();
@@ -101,7 +106,8 @@ class System {
   std::vector<Pending> pending_;
   Zint::Ptr<Watch> watch_;
   bool inTurn_ = false;
-  bool isQuiet_ = false;  // faults have ended
+  bool inAccess_ = false;  // of a client
+  bool isQuiet_ = false;   // faults have ended
   U32 vetoOneIn_ = 0;
   U32 completePasses_ = 0;
   U32 passes_ = 0;
