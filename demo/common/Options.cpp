@@ -9,7 +9,20 @@
 namespace Demo {
 namespace {
 
-enum Option : int { seconds = 1, flips, seed, interval, trace, traceFile, freeze, story, help };
+enum Option : int {
+  seconds = 1,
+  flips,
+  seed,
+  interval,
+  trace,
+  traceFile,
+  freeze,
+  story,
+  stay,
+  publish,
+  name,
+  help
+};
 
 constexpr option longOptions[] = {
     {"seconds", required_argument, nullptr, seconds},
@@ -20,6 +33,9 @@ constexpr option longOptions[] = {
     {"trace-file", required_argument, nullptr, traceFile},
     {"freeze-audit", no_argument, nullptr, freeze},
     {"story", no_argument, nullptr, story},
+    {"stay", no_argument, nullptr, stay},
+    {"publish", required_argument, nullptr, publish},
+    {"name", required_argument, nullptr, name},
     {"help", no_argument, nullptr, help},
     {nullptr, 0, nullptr, 0},
 };
@@ -57,6 +73,10 @@ library find and repair the damage while traffic goes on. Ends with an account o
   --flips-per-second N    errors that the chip makes (default 50; 0 for none)
   --seed N                of the random errors and of the traffic (default 1)
   --audit-interval N      seconds from the start of one audit pass to the next (default 0.5)
+  --stay                  goes on until Ctrl-C, with two errors per second and a pass every two
+                          seconds unless other options say so
+  --publish DIR           shows itself to other processes in that directory (umbra ps --dir DIR)
+  --name NAME             as that driver (default demo)
   --trace LEVEL           write the libraries' trace up to that level, 0 to 9, to standard error
   --trace-file FILE       write it to that file instead
   --freeze-audit          switch the audit off once the switch is up: the damage stays and the
@@ -72,7 +92,7 @@ Options parseOptions(int argc, char* const argv[]) {
   optind = 0;  // start afresh, also when the options of another command line were read before
   opterr = 0;
   constexpr double day = 86400;
-  bool hasSeconds = false;
+  bool hasSeconds = false, hasFlips = false, hasInterval = false;
   for (int chosen; (chosen = getopt_long(argc, argv, "+:", longOptions, nullptr)) != -1;) {
     switch (chosen) {
       case seconds:
@@ -81,12 +101,14 @@ Options parseOptions(int argc, char* const argv[]) {
         break;
       case flips:
         options.flipsPerSecond = number<U32>("flips-per-second", optarg, 0, 100'000);
+        hasFlips = true;
         break;
       case seed:
         options.seed = number<U32>("seed", optarg, 0, ~U32{0});
         break;
       case interval:
         options.auditInterval = number("audit-interval", optarg, 0.0, day);
+        hasInterval = true;
         break;
       case trace:
         options.traceLevel = number<U32>("trace", optarg, 0, 9);
@@ -100,6 +122,16 @@ Options parseOptions(int argc, char* const argv[]) {
         break;
       case story:
         options.story = true;
+        break;
+      case stay:
+        options.stay = true;
+        break;
+      case publish:
+        options.publishes = optarg;
+        if (options.publishes.empty()) throw UsageError("--publish: the directory is empty");
+        break;
+      case name:
+        options.name = optarg;
         break;
       case help:
         options.help = true;
@@ -115,7 +147,13 @@ Options parseOptions(int argc, char* const argv[]) {
   if (options.story && options.freezeAudit) {
     throw UsageError("--story needs the audit: not with --freeze-audit");
   }
+  if (options.story && options.stay) throw UsageError("a story has an end: not with --stay");
   if (options.story && !hasSeconds) options.seconds = 15;
+  if (options.stay) {
+    if (!hasSeconds) options.seconds = 100 * day;
+    if (!hasFlips) options.flipsPerSecond = 2;
+    if (!hasInterval) options.auditInterval = 2;
+  }
   if (!options.traceFile.empty() && !options.traceLevel) {
     throw UsageError("--trace-file needs --trace LEVEL");
   }

@@ -18,6 +18,9 @@ struct Options {
   std::string traceFile;  // empty for standard error
   bool freezeAudit = false;
   bool story = false;
+  bool stay = false;          // until it is interrupted
+  std::string publishes;      // directory; empty: nothing is seen from outside
+  std::string name = "demo";  // under which it is seen
   bool help = false;
 };
 

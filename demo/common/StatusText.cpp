@@ -75,8 +75,11 @@ StatusView statusOf(const Switch& theSwitch) {
 
 std::vector<std::string> statusPicture(const StatusView& view) {
   std::vector<std::string> lines;
-  lines.push_back(text(" Umbra demonstration: %-26s %9.1f s of %.1f s", view.phase.c_str(),
-                       view.time, view.seconds));
+  constexpr double day = 86400;  // what goes on for longer has no end that matters
+  lines.push_back(view.seconds > day
+                      ? text(" Umbra demonstration: %-26s %9.1f s", view.phase.c_str(), view.time)
+                      : text(" Umbra demonstration: %-26s %9.1f s of %.1f s", view.phase.c_str(),
+                             view.time, view.seconds));
   const bool isRunning = !view.reading.empty();
   lines.push_back(text(" pass %-7u [%s] %3.0f %%  %s", view.passes + (isRunning ? 1 : 0),
                        bar(view.progress).c_str(), 100 * view.progress,

@@ -12,6 +12,7 @@ Demonstration::Demonstration(const Options& options, bool isPicture)
 Report Demonstration::run() {
   const Driver::AuditedShadow::Ptr shadow = stage_.theSwitch.shadow();
   stage_.bringUp();
+  outside_ = Outside::of(options_, stage_);
   status_ =
       Zint::makePtr<Status>(stage_.activity, stage_.clock, isPicture_, [this] { return view(); });
 

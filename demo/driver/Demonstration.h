@@ -1,7 +1,10 @@
 // The demonstration from beginning to end: bring-up, errors and traffic, settlement, account.
 #pragma once
 
+#include <memory>
+
 #include "demo/common/Options.h"
+#include "demo/driver/Outside.h"
 #include "demo/driver/Stage.h"
 #include "demo/driver/Status.h"
 
@@ -19,6 +22,7 @@ class Demonstration {
 
   const Options options_;
   Stage stage_;
+  std::unique_ptr<Outside> outside_;
   const bool isPicture_;
   Zint::Ptr<Status> status_;
   const char* phase_ = "bring-up";

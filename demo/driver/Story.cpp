@@ -51,6 +51,7 @@ Story::Story(const Options& options)
 
 StoryReport Story::run() {
   bringUp();
+  outside_ = Outside::of(options_, stage_);
   play("soft errors", &Story::softErrors);
   play("absent chip", &Story::absentChip);
   play("reset", &Story::reset);

@@ -7,6 +7,7 @@
 
 #include "demo/common/Options.h"
 #include "demo/common/StoryReport.h"
+#include "demo/driver/Outside.h"
 #include "demo/driver/Stage.h"
 
 namespace Demo {
@@ -47,6 +48,7 @@ class Story {
   Driver::AuditedShadow& shadow_;
   Driver::Chip& chip_;
   StoryReport report_;
+  std::unique_ptr<Outside> outside_;
   Zint::Seconds began_;
 };
 

@@ -17,8 +17,11 @@ int run(const Demo::Options& options) {
     std::printf("\n%s", report.text().c_str());
     return report.faults().empty() ? 0 : 1;
   }
-  std::printf("umbra-driver: seed %u, %u errors per second for %g s, a pass every %g s\n\n",
-              options.seed, options.flipsPerSecond, options.seconds, options.auditInterval);
+  char end[32] = "until Ctrl-C";
+  constexpr double day = 86400;
+  if (options.seconds <= day) std::snprintf(end, sizeof end, "for %g s", options.seconds);
+  std::printf("umbra-driver: seed %u, %u errors per second %s, a pass every %g s\n\n", options.seed,
+              options.flipsPerSecond, end, options.auditInterval);
   Demo::Demonstration demonstration(options, isPicture);
   const Demo::Report report = demonstration.run();
   std::printf("\n%s", report.text().c_str());

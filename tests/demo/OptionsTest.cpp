@@ -51,6 +51,21 @@ TEST(OptionsTest, everyOptionIsRead) {
   EXPECT_TRUE(options.freezeAudit);
 }
 
+TEST(OptionsTest, stayGoesOnWithFewErrorsUnlessOtherOptionsSaySo) {
+  const Demo::Options options = parsed({"--stay", "--publish", "x", "--name", "lamp"});
+  EXPECT_TRUE(options.stay);
+  EXPECT_GT(options.seconds, 86400);
+  EXPECT_EQ(options.flipsPerSecond, 2u);
+  EXPECT_EQ(options.auditInterval, 2.0);
+  EXPECT_EQ(options.publishes, "x");
+  EXPECT_EQ(options.name, "lamp");
+  EXPECT_EQ(parsed({"--flips-per-second", "9", "--stay"}).flipsPerSecond, 9u);
+  EXPECT_EQ(parsed({"--stay", "--audit-interval", "1"}).auditInterval, 1.0);
+  EXPECT_EQ(parsed({"--stay", "--seconds", "3"}).seconds, 3);
+  EXPECT_EQ(refusal({"--stay", "--story"}), "a story has an end: not with --stay");
+  EXPECT_EQ(refusal({"--publish", ""}), "--publish: the directory is empty");
+}
+
 TEST(OptionsTest, aStoryLastsLonger) {
   EXPECT_EQ(parsed({"--story"}).seconds, 15);
   EXPECT_TRUE(parsed({"--story"}).story);

@@ -181,7 +181,7 @@ void ConsoleSession::tell(const Json& unasked) {
   std::string line = wordIn(unasked, "watch") + ": ";
   if (unasked.contains("gone")) return print_(line + "gone: " + wordIn(unasked, "gone"));
   line += wordIn(unasked, "text");
-  if (unasked.contains("more")) line += " (" + wordIn(unasked, "more") + " more changes)";
+  if (unasked.value("more", 0) > 0) line += " (" + wordIn(unasked, "more") + " more changes)";
   print_(line);
 }
 
@@ -312,12 +312,12 @@ void ConsoleSession::doDump(const Words& words) {
   Table table("items", {{"entry", "ENTRY", Form::number},
                         {"address", "ADDRESS"},
                         {"expected", "EXPECTED"},
-                        {"actual", "ACTUAL"},
+                        {"actual", chip ? "ACTUAL" : "LAST READ"},
                         {"known", "KNOWN BY"},
                         {"policy", "POLICY"}});
   for (const Json& item : got.value("items", Json::array())) {
     table.row({item.value("entry", Json()), wordIn(item, "address"), wordIn(item, "expected"),
-               wordIn(item, "actual"), wordIn(item, "known"), wordIn(item, "policy")});
+               wordIn(item, "actual"), knownBy(item), wordIn(item, "policy")});
   }
   printTable(table);
 }

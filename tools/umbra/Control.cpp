@@ -45,13 +45,12 @@ int connected(const std::string& path) {
   }
 }
 
-std::string noSocket(const Telemetry::LiveReader& view, const char* kind) {
+void refuseIfOver(const Telemetry::LiveReader& view) {
   const auto state = view.liveness().state;
   if (state == Telemetry::Liveness::dead || state == Telemetry::Liveness::ended) {
-    return "driver " + view.name() + " is " + nameOf(state) +
-           "; umbra post-mortem shows what it left";
+    throw Failure("driver " + view.name() + " is " + nameOf(state) +
+                  "; umbra post-mortem shows what it left");
   }
-  return "driver " + view.name() + " offers no control socket that " + kind;
 }
 
 std::optional<U64> entryOf(std::string_view text) {
@@ -75,14 +74,17 @@ std::string quoted(const std::string& name) {
 }  // namespace
 
 Control Control::toLook(const Settings& settings, const Telemetry::LiveReader& view) {
+  refuseIfOver(view);
   if (!view.socket().empty()) return {view.socket(), settings.timeout};
   if (!view.adminSocket().empty()) return {view.adminSocket(), settings.timeout};
-  throw Failure(noSocket(view, "looks"));
+  throw Failure("driver " + view.name() + " offers no control socket");
 }
 
 Control Control::toOperate(const Settings& settings, const Telemetry::LiveReader& view) {
+  refuseIfOver(view);
   if (view.adminSocket().empty()) {
-    throw Failure(noSocket(view, "operates: the driver has to ask for one"));
+    throw Failure("driver " + view.name() +
+                  " offers no control socket that operates: it has to ask for one");
   }
   return {view.adminSocket(), settings.timeout};
 }
@@ -277,6 +279,13 @@ U64 entriesOf(Control& control, const std::string& region) {
   const Json value = answer.value("value", Json());
   if (value.is_number_unsigned()) return value.get<U64>();
   return entryOf(answer.value("text", std::string())).value_or(0);
+}
+
+std::string knownBy(const Json& item) {
+  if (item.value("known", Json()) != true) return "unknown";
+  const Json isWritten = item.value("isWritten", Json());
+  if (!isWritten.is_boolean()) return "yes";
+  return isWritten.get<bool>() ? "write" : "learning";
 }
 
 std::pair<U64, U64> rangeOf(const std::string& text, U64 entries) {

@@ -70,6 +70,10 @@ std::string nameOfPath(const std::string& path);
 std::string shadowOfPath(const std::string& region);
 U64 entriesOf(Control& control, const std::string& region);
 
+// How the value of an entry of a `dump` is known: "write", "learning" or "unknown"; "yes" where the
+// shadow does not tell the first two apart.
+std::string knownBy(const Json& item);
+
 // "FIRST", "FIRST..LAST" or "FIRST+COUNT" of `entries` entries: first and count. Failure (wrong
 // usage, nothing found).
 std::pair<U64, U64> rangeOf(const std::string& text, U64 entries);

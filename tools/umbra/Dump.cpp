@@ -33,7 +33,7 @@ Exit dump(const Settings& settings, const std::string& region, const std::string
   Table& table = report.table("items", {{"entry", "ENTRY", Form::number},
                                         {"address", "ADDRESS"},
                                         {"expected", "EXPECTED"},
-                                        {"actual", "ACTUAL"},
+                                        {"actual", chip ? "ACTUAL" : "LAST READ"},
                                         {"known", "KNOWN BY"},
                                         {"policy", "POLICY"},
                                         {"differs", "DIFFERS", Form::flag}});
@@ -48,16 +48,17 @@ Exit dump(const Settings& settings, const std::string& region, const std::string
     for (const Json& item : answer.value("items", Json::array())) {
       const Json expected = memberOf(item, "expected");
       const Json actual = memberOf(item, "actual");
-      const Json known = memberOf(item, "known");
-      const bool isKnown = known.is_null() || known != "unknown";
+      const std::string known = knownBy(item);
       Json differs;
-      if (isKnown && expected.is_string() && actual.is_string()) differs = expected != actual;
+      if (chip && known != "unknown" && expected.is_string() && actual.is_string())
+        differs = expected != actual;
       if (differs == true) ++differences;
       table.row({memberOf(item, "entry"), memberOf(item, "address"), expected, actual, known,
                  memberOf(item, "policy"), differs});
     }
   }
   report.value("region", path);
+  report.value("fromChip", chip);
   report.value("entries", entries);
   report.value("first", first);
   if (chip) report.value("differences", differences);
@@ -102,7 +103,7 @@ Exit why(const Settings& settings, const std::string& region, const std::string&
                   {"entry", "entry", Form::number, entry},
                   {"address", "address", Form::text, memberOf(item, "address")},
                   {"expected", "expected", Form::text, memberOf(item, "expected")},
-                  {"known", "known by", Form::text, memberOf(item, "known")},
+                  {"known", "known by", Form::text, knownBy(item)},
                   {"policy", "policy", Form::text, memberOf(policy, "text")},
                   {"quarantined", "in quarantine", Form::flag,
                    orNull(truthOf(control, shadow, "isQuarantined", path, entry))},

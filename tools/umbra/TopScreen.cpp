@@ -233,7 +233,9 @@ void TopScreen::addAlarmsInShort(std::vector<Line>& lines) const {
     if (i > 0) line.push_back({", "});
     line.push_back({printable(chip.name) + " "});
     line.push_back({chip.state, styleOf(chip.state)});
-    if (chip.resets > 0) line.push_back({" (" + std::to_string(chip.resets) + " resets)"});
+    if (chip.resets > 0) {
+      line.push_back({" (" + countText(chip.resets) + (chip.resets == 1 ? " reset)" : " resets)")});
+    }
   }
   if (model_.chips().empty()) line.push_back({"none", Style::faint});
   lines.push_back(std::move(line));

@@ -34,8 +34,9 @@ done with a finding (repaired, quarantined ...), or what a repair has shown (sof
 stuck). With --json and --follow each line is one event.)";
 constexpr char dumpText[] =
     R"(RANGE is FIRST, FIRST..LAST or FIRST+COUNT, in decimal or with 0x; the
-first 64 entries without one. A value is known by a write or by learning, or unknown. --chip reads
-the chip as well and marks what differs; it needs the socket that operates.)";
+first 64 entries without one. A value is known by a write or by learning, or unknown. Beside it stands
+what the audit read last; with --chip the chip is read now, and what differs is marked. That needs
+the socket that operates.)";
 constexpr char whyText[] = R"(The rule of the policy, whether it is in quarantine or has an open
 finding, and what the event log says of it.)";
 constexpr char consoleText[] =
