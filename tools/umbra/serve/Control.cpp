@@ -102,35 +102,40 @@ Json Control::ask(const Json& request) {
 Json entriesOf(const std::string& socket, const std::string& shadow, const std::string& region,
                U32 first, U32 count) {
   Control control(socket);
-  Json answer = control.ask({{"do", "dump"},
-                             {"path", "/" + shadow + "/chipMemory/" + region},
-                             {"first", first},
-                             {"count", count}});
-  for (Json& item : answer["items"]) {
-    for (const char* key : {"expected", "actual"}) {
-      if (item.contains(key) && item[key].is_string()) {
-        item[key] = spacedBytes(item[key].get<std::string>());
-      }
-    }
+  const Json answer = control.ask({{"do", "dump"},
+                                   {"path", "/" + shadow + "/chipMemory/" + region},
+                                   {"first", first},
+                                   {"count", count}});
+  Json entries = Json::array();
+  for (const Json& item : answer["items"]) {
+    Json& entry = entries.emplace_back();
+    entry["entry"] = item.value("entry", 0u);
+    entry["address"] = item.value("address", "");
+    entry["expected"] = spacedBytes(item.value("expected", ""));
+    entry["actual"] = spacedBytes(item.value("actual", ""));
+    entry["known"] = !item.value("known", false)     ? "unknown"
+                     : item.value("isWritten", true) ? "by write"
+                                                     : "by learning";
+    entry["policy"] = item.value("policy", "");
   }
-  return answer["items"];
+  return entries;
 }
 
 void acknowledge(const std::string& socket, const std::string& alarm) {
   Control control(socket);
   const Json root = control.ask({{"do", "list"}, {"path", "/"}});
-  std::string why = "the driver shows no board of alarms";
   for (const Json& item : root["items"]) {
     if (item.value("type", "") != "Driver::AlarmBoard") continue;
-    try {
-      control.ask({{"do", "call"},
-                   {"path", "/" + item.value("name", "") + "/alarm/" + alarm + "/doAcknowledge"}});
+    const std::string board = "/" + item.value("name", "");
+    const Json alarms = control.ask({{"do", "list"}, {"path", board + "/alarm"}});
+    for (const Json& each : alarms["items"]) {
+      if (each.value("key", "") != alarm && each.value("name", "") != alarm) continue;
+      control.ask(
+          {{"do", "call"}, {"path", board + "/doAcknowledge"}, {"arguments", {{"name", alarm}}}});
       return;
-    } catch (const std::exception& error) {
-      why = error.what();
     }
   }
-  throw std::runtime_error(why);
+  throw std::runtime_error("the driver has no alarm \"" + alarm + "\"");
 }
 
 }  // namespace Serve

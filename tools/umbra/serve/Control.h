@@ -28,11 +28,12 @@ class Control {
   std::string pending_;
 };
 
-// What the driver expects in entries of a region, and what its chip holds: an array of
-// {"entry", "expected", "actual", "known", "policy"}.
+// What the driver expects in entries of a region, and what its chip held when it was last read: an
+// array of {"entry", "address", "expected", "actual", "known", "policy"}, bytes as "12 34".
 Json entriesOf(const std::string& socket, const std::string& shadow, const std::string& region,
                U32 first, U32 count);
 
+// The driver's alarm of that name.
 void acknowledge(const std::string& socket, const std::string& alarm);
 
 }  // namespace Serve

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 
 #include "tools/umbra/serve/Assets.h"
 #include "tools/umbra/serve/Control.h"
@@ -141,11 +143,19 @@ int Server::bind() {
   return port;
 }
 
-void Server::run() { http_->listen_after_bind(); }
+void Server::run() {
+  started_ = true;
+  if (!stopping_) http_->listen_after_bind();
+  ended_ = true;
+}
 
 void Server::stop() {
   stopping_ = true;
-  http_->stop();
+  // A stop before the library has begun to listen would be lost.
+  while (started_ && !ended_) {
+    http_->stop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 bool Server::isKnownHost(const Request& request) const {

@@ -61,7 +61,7 @@ class Server {
   // The port; a std::runtime_error where it cannot be had.
   int bind();
   void run();
-  // By any thread.
+  // By any other thread; waits until run() ends.
   void stop();
 
  private:
@@ -91,6 +91,8 @@ class Server {
   std::atomic<U64> streamsRefused_ = 0;
   std::atomic<U64> scrapes_ = 0;
   const Time start_ = wallTime();
+  std::atomic<bool> started_ = false;
+  std::atomic<bool> ended_ = false;
   std::atomic<bool> stopping_ = false;
 };
 
