@@ -1,5 +1,6 @@
 // umbra-fleet-driver DIRECTORY NAME REGIONS: a driver over registers in memory, which shows itself
-// in the directory. What its chips suffer is told by lines of standard input:
+// in the directory and has both control sockets there. What its chips suffer is told by lines of
+// standard input:
 //
 //   damage REGION ENTRY    a bit of the chip flips
 //   stick REGION ENTRY     and flips again after each repair, until `free`
@@ -16,6 +17,7 @@
 #include <fcntl.h>
 #include <platform/MemoryRegisters.h>
 #include <poll.h>
+#include <telemetry/ControlSocket.h>
 #include <telemetry/Publisher.h>
 #include <unistd.h>
 
@@ -73,6 +75,7 @@ class FleetDriver {
     publisher_ = Telemetry::publisherFactory(activity_, clock_, Zint::Name(name.c_str()), options);
     publisher_->shadowIs(shadow_);
     publisher_->alarmBoardIs(board_);
+    control_ = Telemetry::controlSocketFactory(publisher_, activity_, clock_, true);
     shadow_->stateIs(Hardware::HardwareShadow::auditing());
   }
 
@@ -159,6 +162,7 @@ class FleetDriver {
   Driver::Chip::Ptr chip_;
   Zint::Ptr<Driver::AlarmWatch> watch_;
   Telemetry::Publisher::Ptr publisher_;
+  Telemetry::ControlSocket::Ptr control_;
   std::vector<Hardware::ChipMemory::Ptr> regions_;
   std::map<U32, U32> stuck_;  // addresses and what they hold
 };

@@ -123,13 +123,14 @@ TEST(Control, control_withoutADriverSaysWhy) {
 TEST(Control, acknowledge_callsTheBoardThatHasTheAlarm) {
   Listener driver({R"({"ok":true,"items":[{"name":"shadow","type":"Driver::AuditedShadow"},)"
                    R"({"name":"alarms","type":"Driver::AlarmBoard"}]})",
-                   R"({"ok":true,"items":[{"key":"often:mac"}]})", R"({"ok":true,"value":true})"});
+                   R"({"ok":true,"items":[{"key":"'often:mac'"}]})",
+                   R"({"ok":true,"value":true})"});
   acknowledge(driver.path, "often:mac");
   EXPECT_THAT(
       driver.lines(),
       ElementsAre(
           R"({"do":"list","path":"/"})", R"({"do":"list","path":"/alarms/alarm"})",
-          R"({"do":"call","path":"/alarms/doAcknowledge","arguments":{"name":"often:mac"}})"));
+          R"({"do":"call","path":"/alarms/doAcknowledge","arguments":{"name":"'often:mac'"}})"));
 }
 
 TEST(Control, acknowledge_ofAnAlarmThatIsNotThereSaysSo) {

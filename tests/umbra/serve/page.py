@@ -312,7 +312,7 @@ class RealDriver(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp()
         self.driver = self.start()
-        self.server = subprocess.Popen([REAL[0], "--dir", self.folder, "serve", "--port", "0", "--history",
+        self.server = subprocess.Popen([REAL[0], "--dir", self.folder, "serve", "--port", "0", "--acknowledge", "--history",
                                         os.path.join(self.folder, "history.db")], stdout=subprocess.PIPE, text=True)
         self.address = self.server.stdout.readline().split()[-1]
         self.browser = browser()
@@ -361,6 +361,17 @@ class RealDriver(unittest.TestCase):
             self.say("damage 5 %d" % entry)
             wait(lambda: self.saw("region-5", "entry %d" % entry))
         wait(lambda: "1 raised" in self.text("alarmCount"), LIVE)
+        wait(lambda: [button.click() or True for button in self.browser.find_elements(By.CSS_SELECTOR, "#alarmRows button")])
+        wait(lambda: "user %d" % os.getuid() in self.text("alarmRows") or "cleared" in self.text("alarmRows"), LIVE)
+        self.assertNotIn("1 raised", self.text("alarmCount"))
+        # The hex view: all entries of the region, what the software expects beside the chip's.
+        self.browser.get(self.address + "#switch1/region-3")
+        wait(lambda: self.text("regionName") == "region-3")
+        rows = wait(lambda: [each.text for each in self.browser.find_elements(By.CSS_SELECTOR, ".hex tbody tr")])[0]
+        self.assertEqual(len(rows), 64)
+        self.assertRegex(rows[7], "^7 07 17 07 07 (07|17) 17 07 07 by write repaired soft")
+        self.assertRegex(rows[8], "^8 08 18 08 08 08 18 08 08 by write")
+        self.browser.find_element(By.CSS_SELECTOR, "#region form button").click()
         self.driver.kill()
         self.driver.wait()
         wait(lambda: "is dead" in self.text("banner"), LIVE)

@@ -171,11 +171,16 @@ function acknowledgedBy(alarm) {
   return said ? `user ${said.uid}, process ${said.pid}` : 'not known';
 }
 
+let alarmsDrawn = '';
 function drawAlarms() {
   const known = drivers.get(driver);
   const alarms = rowsOf('alarm');
   const order = {raised: 0, acknowledged: 1, cleared: 2};
   alarms.sort((a, b) => order[a.state] - order[b.state] || (b.raisedTime || 0) - (a.raisedTime || 0));
+  // What has not changed stays: a button must not go away under the pointer.
+  const text = JSON.stringify([driver, settings.acknowledges, known?.canOperate, alarms, alarms.map(acknowledgedBy)]);
+  if (text === alarmsDrawn) return;
+  alarmsDrawn = text;
   const focused = document.activeElement?.dataset?.alarm;
   const rows = alarms.map(alarm => make('tr', {'data-alarm': alarm.name},
     make('td', {}, alarm.name), make('td', {class: alarm.state}, alarm.state), make('td', {}, count(alarm.findings)),

@@ -129,9 +129,11 @@ void acknowledge(const std::string& socket, const std::string& alarm) {
     const std::string board = "/" + item.value("name", "");
     const Json alarms = control.ask({{"do", "list"}, {"path", board + "/alarm"}});
     for (const Json& each : alarms["items"]) {
-      if (each.value("key", "") != alarm && each.value("name", "") != alarm) continue;
+      // A key is a text as the library writes it, with quotes.
+      const std::string key = each.value("key", "");
+      if (key != alarm && key != "'" + alarm + "'") continue;
       control.ask(
-          {{"do", "call"}, {"path", board + "/doAcknowledge"}, {"arguments", {{"name", alarm}}}});
+          {{"do", "call"}, {"path", board + "/doAcknowledge"}, {"arguments", {{"name", key}}}});
       return;
     }
   }
