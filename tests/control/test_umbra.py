@@ -1,6 +1,7 @@
 """The Python client on a running driver: an example of its use, and its errors."""
 
 import os
+import time
 
 import pytest
 
@@ -46,7 +47,10 @@ def test_pause_and_resume_are_events(stand):
         assert driver.set("/shadow/paused", True) is True
         assert driver.get("/shadow/patrolState") == "paused"
         assert driver.set("/shadow/paused", False) is False
-        commands = [event for event in driver.events() if event["kind"] == "command"]
+        # The log is made in the turns after the start, and may not be there yet.
+        deadline, commands = time.monotonic() + 20, []
+        while len(commands) < 2 and time.monotonic() < deadline:
+            commands = [event for event in driver.events() if event["kind"] == "command"]
         assert commands[-1]["pid"] == os.getpid()
         assert commands[-1]["uid"] == os.getuid()
         assert '"path": "/shadow/paused"' in commands[-1]["text"]
