@@ -50,6 +50,7 @@ void registerPolicyBenches();
 void registerGovernorBenches();
 void registerPatrolBenches();
 void registerTelemetryBenches();
+void registerControlBenches();
 
 // Ends the program unless a benchmark has computed what it should have.
 void require(bool holds, const char* what);

@@ -42,6 +42,7 @@ int run(int count, char** arguments, Hardware::ChipHam::Ptr (*makeProgramHam)())
 #endif
 #ifdef BENCH_TELEMETRY
   registerTelemetryBenches();
+  registerControlBenches();
 #endif
 
   benchmark::Initialize(&count, arguments);

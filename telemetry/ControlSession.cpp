@@ -55,7 +55,6 @@ void ControlAnswer::flush(bool isMore, std::string& out) {
   if (isMore) line.flag("more", true);
   line.end();
   out += '\n';
-  fields.clear();
   items_.clear();
 }
 

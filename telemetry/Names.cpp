@@ -170,10 +170,10 @@ Place Names::below(const Place& place, const std::string& name,
   return next;
 }
 
-Names::Lookup::Lookup(const Names& names, Path path, U32 mostAsAWhole, BeforeRead beforeRead)
+Names::Lookup::Lookup(const Names& names, Path path, U32 mostWhole, BeforeRead beforeRead)
     : names_(&names),
       path_(std::move(path)),
-      mostAsAWhole_(mostAsAWhole),
+      mostWhole_(mostWhole),
       beforeRead_(std::move(beforeRead)) {}
 Names::Lookup::Lookup(Lookup&&) noexcept = default;
 Names::Lookup::~Lookup() = default;
@@ -224,7 +224,7 @@ bool Names::Lookup::stepInCollection(const std::string& name, U32 members) {
     }
     found_ = {};
     if (findHinted(name)) return true;
-    walk_ = walkOf(place_, mostAsAWhole_);
+    walk_ = walkOf(place_, mostWhole_);
     return false;
   }
   for (U32 i = 0; i < members; ++i) {

@@ -55,7 +55,7 @@ class UMBRA_API Names {
     // A collection that can be searched only as a whole is refused when it has more members than
     // that. `beforeRead` is called before an attribute is read, and may throw.
     using BeforeRead = std::function<void(const Zint::Member&)>;
-    Lookup(const Names& names, Path path, U32 mostAsAWhole = ~0u, BeforeRead beforeRead = {});
+    Lookup(const Names& names, Path path, U32 mostWhole = ~0u, BeforeRead beforeRead = {});
     Lookup(Lookup&&) noexcept;
     ~Lookup();
 
@@ -71,7 +71,7 @@ class UMBRA_API Names {
 
     const Names* names_;
     Path path_;
-    U32 mostAsAWhole_;
+    U32 mostWhole_;
     BeforeRead beforeRead_;
     std::size_t at_ = 0;
     Place place_;

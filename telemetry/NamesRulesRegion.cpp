@@ -86,6 +86,9 @@ void requireClearRange(const ChipMemory& region, U32 startIndex, U32 endIndex) {
                                       ") must not be above endIndex (" + std::to_string(endIndex) +
                                       ")");
   requireStore(region, std::min(U64{endIndex} + 1, U64{region.entries()}));
+  const U64 bits = 8 * U64{std::min(region.dirty()->size(), region.initialized()->size())};
+  require(endIndex < bits,
+          "dirty and initialized must have a bit for endIndex (" + std::to_string(endIndex) + ")");
 }
 
 void requireBit(const ChipMemory& region, U32 entryIndex) {

@@ -186,9 +186,9 @@ std::unique_ptr<MemberWalk> walkInTurns(const Place& place) {
 
 }  // namespace
 
-std::unique_ptr<MemberWalk> walkOf(const Place& collection, U32 mostAsAWhole) {
+std::unique_ptr<MemberWalk> walkOf(const Place& collection, U32 mostWhole) {
   if (auto walk = walkInTurns(collection)) return walk;
-  if (const U32 size = collection.list().size(); size > mostAsAWhole) {
+  if (const U32 size = collection.list().size(); size > mostWhole) {
     throw Error(collection.name() + " has " + std::to_string(size) +
                 " members, and cannot be looked through in parts: name one by its " +
                 collection.list().keyName());

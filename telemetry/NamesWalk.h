@@ -23,6 +23,6 @@ class MemberWalk {
 
 // REQUIRES: a collection. A collection that can be read only as a whole is refused when it has more
 // members than that: Error.
-std::unique_ptr<MemberWalk> walkOf(const Place& collection, U32 mostAsAWhole);
+std::unique_ptr<MemberWalk> walkOf(const Place& collection, U32 mostWhole);
 
 }  // namespace Telemetry

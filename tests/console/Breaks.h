@@ -2,10 +2,35 @@
 // refused with the rule, and without the checks it ends the process.
 #pragma once
 
+#include <cstdlib>
+#include <fstream>
 #include <ostream>
+#include <string>
 #include <vector>
 
 namespace Breaks {
+
+// Matches what any fatal assertion leaves on the standard error. With UMBRA_BY_NAME=<file> in the
+// environment, the report is appended to that file: tools/check/by-name reads there what can be
+// reached by name.
+class EndsByAssertion {
+ public:
+  using is_gtest_matcher = void;
+
+  bool MatchAndExplain(const std::string& output, std::ostream*) const {
+    const std::size_t end = output.rfind("\" failed");
+    if (end == std::string::npos || output.find(": assertion \"") == std::string::npos)
+      return false;
+    if (const char* notes = std::getenv("UMBRA_BY_NAME"); notes != nullptr) {
+      const std::size_t begin = output.rfind('\n', end);
+      std::ofstream(notes, std::ios::app)
+          << output.substr(begin == std::string::npos ? 0 : begin + 1, end) << "\n";
+    }
+    return true;
+  }
+  void DescribeTo(std::ostream* out) const { *out << "a fatal assertion's report"; }
+  void DescribeNegationTo(std::ostream* out) const { *out << "no fatal assertion's report"; }
+};
 
 struct Break {
   const char* name;
@@ -51,6 +76,16 @@ inline constexpr const char* empty =
 inline constexpr const char* small =
     "let small = call chipMemoryFactory name=small address=0x1:00088000 entries=1 entrySize=4 "
     "stride=4 chipHam=null";
+
+inline constexpr const char* smallShadowed = "set /small/shadowEnabled true";
+// A store of another region, which is too small for /t.
+inline constexpr const char* smallStore = "set /t/shadow /small/shadow";
+inline constexpr const char* smallDirty = "set /t/dirty /small/dirty";
+inline constexpr const char* smallInitialized = "set /t/initialized /small/initialized";
+// A table whose bits fill whole bytes.
+inline constexpr const char* eight =
+    "let t = call chipMemoryFactory name=t address=0x1:00084000 entries=8 entrySize=8 stride=8 "
+    "chipHam=/shadow/chipMemory/vlan/chipHam";
 
 inline const Break breaks[] = {
     // Access methods.
@@ -116,6 +151,31 @@ inline const Break breaks[] = {
      {table, shadowed},
      "call /t/doClearRange startIndex=3 endIndex=2",
      "startIndex (3) must not be above endIndex (2)"},
+    {"doClearRange_fewBits",
+     {table, small, smallShadowed, smallStore, smallDirty, smallInitialized},
+     "call /t/doClearRange startIndex=0 endIndex=9",
+     "10 entries (80 bytes) must fit into the shadow of 4 bytes"},
+    {"doClearRange_smallShadow",
+     {table, small, smallShadowed, smallStore, smallDirty, smallInitialized},
+     "call /t/doClearRange startIndex=0 endIndex=5",
+     "6 entries (48 bytes) must fit into the shadow of 4 bytes"},
+    {"doClearRange_noSpareBit",
+     {small, smallShadowed, eight, shadowed, smallDirty, smallInitialized},
+     "call /t/doClearRange startIndex=0 endIndex=8",
+     "dirty and initialized must have a bit for endIndex (8)"},
+    {"writeback_smallShadow",
+     {table, small, smallShadowed, smallStore},
+     "call /t/writeback initializedOnly=false",
+     "all entries (80 bytes) must fit into the shadow of 4 bytes"},
+    {"writeback_smallShadowOfKnown",
+     {table, small, smallShadowed, smallStore, smallDirty, smallInitialized,
+      "call /small/entryInitializedIs entryIndex=1"},
+     "call /t/writeback initializedOnly=true",
+     "10 entries (80 bytes) must fit into the shadow of 4 bytes"},
+    {"writeback_noAccessMethod",
+     {unmarked, shadowed, "call /t/entryInitializedIs entryIndex=0"},
+     "call /t/writeback initializedOnly=true",
+     "the region has no access method"},
     {"entryInitialized_noShadow",
      {table},
      "call /t/entryInitialized entryIndex=0",
@@ -196,6 +256,11 @@ inline const Break breaks[] = {
       "set /reader/entriesRead 1024"},
      "call /reader/doRead",
      "entriesRead (1024) must be below the entries (1024) of vlan"},
+    {"doRead_farBeyond",
+     {idle, "set /reader/currentChipMemory /shadow/chipMemory/vlan",
+      "set /reader/entriesRead 2000"},
+     "call /reader/doRead",
+     "entriesRead (2000) must be below the entries (1024) of vlan"},
     {"doRead_override",
      {idle, "set /reader/currentChipMemory /shadow/chipMemory/stack"},
      "call /reader/doRead",
