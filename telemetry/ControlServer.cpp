@@ -150,6 +150,15 @@ void ControlSocket::Server::turn() {
     }
     updateInterest(client);
   }
+  while (!closing_.empty() && !isOver(1)) drain();
+}
+
+// To close a connection frees what it has sent and nobody has read: in pieces.
+void ControlSocket::Server::drain() {
+  std::array<char, 4096> bytes;
+  const ssize_t size =
+      recv(closing_.front().number(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_TRUNC);
+  if (size <= 0) closing_.pop_front();
 }
 
 void ControlSocket::Server::handleEvents() {
@@ -341,7 +350,8 @@ void ControlSocket::Server::drop(ControlClient& client, bool isCounted) {
   client.isGone = true;
   // A process that was forked meanwhile has the descriptor, too.
   epoll_ctl(poll_.number(), EPOLL_CTL_DEL, client.socket.number(), nullptr);
-  client.socket.close();
+  shutdown(client.socket.number(), SHUT_RDWR);
+  closing_.push_back(std::move(client.socket));
   if (isCounted) ++droppedClients;
 }
 
@@ -380,7 +390,7 @@ int ControlSocket::Server::descriptor() {
 void ControlSocket::Server::armNext(Zint::Seconds taken) {
   const Zint::Seconds rest = restShare * std::min(taken, 2 * options_.turnBudget);
   Zint::Seconds delay = Zint::never;
-  if (!busy_.empty()) delay = busyInterval;
+  if (!busy_.empty() || !closing_.empty()) delay = busyInterval;
   if (!isAccepting_) delay = std::min(delay, acceptAgain_ - time_);
   for (const ControlClient& client : clients_) {
     if (client.isLooking) delay = std::min(delay, busyInterval);

@@ -79,6 +79,7 @@ class ControlSocket::Server : public std::enable_shared_from_this<ControlSocket:
   void write(ControlClient& client);
   void look(ControlClient& client);
   void drop(ControlClient& client, bool isCounted);
+  void drain();
   void freeGone();
   void updateInterest(ControlClient& client);
   void armNext(Zint::Seconds taken);
@@ -90,6 +91,7 @@ class ControlSocket::Server : public std::enable_shared_from_this<ControlSocket:
   Descriptor timer_;  // in it, for a loop of the driver's own
   Zint::Ptr<ControlWake> wake_;
   Clients clients_;
+  std::deque<Descriptor> closing_;   // nobody sends to them any more
   std::deque<ControlClient*> busy_;  // in the order of waiting
   ControlClient* served_ = nullptr;  // at present
   U32 turns_ = 0;

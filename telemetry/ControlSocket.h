@@ -38,7 +38,7 @@ struct ControlOptions {
   std::string directory = "/run/umbra";
   U32 clients = 32;                  // of both sockets together
   U32 bytesPending = 256 * 1024;     // that a client may leave unread
-  Zint::Seconds turnBudget = 50e-6;  // after which no further part of a command is begun
+  Zint::Seconds turnBudget = 30e-6;  // after which no further part of a command is begun
   Zint::Seconds readTimeout = 5;     // of a client that leaves its answers unread
   Zint::Seconds idleTimeout = 60;    // of a client that gives way to another one
   std::optional<U32> group = {};     // of the sockets; that of the process where it is none
