@@ -47,6 +47,7 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "Patrol.h" EXCLUDE
             PATTERN "PatrolReplay.h" EXCLUDE
             PATTERN "PatrolRun.h" EXCLUDE
+            PATTERN "PatrolWatches.h" EXCLUDE
             PATTERN "PolicyComparison.h" EXCLUDE
             PATTERN "RegionMarks.h" EXCLUDE
             PATTERN "RegionWrite.h" EXCLUDE

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <telemetry/Names.h>
-#include <telemetry/NamesText.h>
 #include <telemetry/NamesRules.h>
+#include <telemetry/NamesText.h>
 
 namespace Console {
 
