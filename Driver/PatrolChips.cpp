@@ -132,6 +132,7 @@ void Patrol::makeAbsent(ChipState& state, const Zint::String8& reason) {
   state.isMissed = true;
   const Chip::Ptr chip = state.chip;
   chip->absentIs(true, reason, time());
+  updateState();
 }
 
 // Reads an entry of the region. False: none may be read. Throws where the chip does not answer.

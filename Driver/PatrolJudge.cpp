@@ -171,10 +171,10 @@ Patrol::Visit Patrol::readRun(Run& run) {
   }
   if (wasAbsent) run.chip->absentIs(false, "", time());
   if (run.isSuperseded()) return Visit::ended;
-  run.state.isAlive = true;
+  const bool wasAlive = std::exchange(run.state.isAlive, true);
   run.state.lastRead = run.cm->address();
   if (&run.result == &result_) run.state.hasRead = true;  // not on demand
-  if (wasAbsent) updateState();
+  if (!wasAlive) updateState();
   return run.isSuperseded() ? Visit::ended : Visit::done;
 }
 

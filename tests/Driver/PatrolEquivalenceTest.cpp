@@ -5,6 +5,8 @@
 #include <Mirl/Mirl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/ByteChip.h"
 #include "support/ManualLoop.h"
 #include "support/Random.h"
@@ -131,6 +133,27 @@ std::string findingLines(Support::TraceCapture& trace) {
   return text;
 }
 
+// What was recorded, by level, with the numbers and texts of each record, and without its time.
+std::string takenRecords() {
+  std::string text;
+  for (U32 level = 0; level <= 9; ++level) {
+    const U64 lost = Mirl::theTraceFile.ringBuf(level).lost();
+    EXPECT_EQ(lost, 0u) << "level " << level;
+    for (const Mirl::Record& record : Mirl::theTraceFile.records(level)) {
+      text += std::to_string(level) + " " + std::to_string(record.id) + " " + record.text.bytes();
+      for (const Mirl::Argument& argument : record.arguments) {
+        const auto* number = std::get_if<Mirl::Number>(&argument);
+        text += number != nullptr
+                    ? "|" + std::to_string(number->value) + ":" + std::to_string(number->bytes)
+                    : "|" + std::get<Zint::String8>(argument).bytes();
+      }
+      text += "\n";
+    }
+  }
+  Mirl::theTraceFile.clear();
+  return text;
+}
+
 void damage(World& world, Support::Random random) {
   for (const ChipMemory::Ptr& cm : world.regions) {
     const U32 bytes = cm->entries() * cm->entrySize();
@@ -153,6 +176,7 @@ void damage(World& world, Support::Random random) {
 TEST(PatrolEquivalence, randomWorlds) {
   Support::TraceCapture trace(8);
   U32 fixed = 0;
+  std::size_t recorded = 0;
   for (U64 seed = 1; seed <= 400; ++seed) {
     World plain(false, seed), patrol(true, seed);
     Support::Random random(1000 + seed);
@@ -160,17 +184,23 @@ TEST(PatrolEquivalence, randomWorlds) {
       const Support::Random damages(random.next());
       trace.full.clear();
       damage(plain, damages);
+      Mirl::theTraceFile.clear();
       plain.pass();
-      const std::string expected = findingLines(trace);
+      const std::string expected = findingLines(trace), expectedRecords = takenRecords();
       damage(patrol, damages);
       trace.full.clear();
+      Mirl::theTraceFile.clear();
       patrol.pass();
       ASSERT_EQ(findingLines(trace), expected) << "seed " << seed << " pass " << pass;
+      ASSERT_EQ(takenRecords(), expectedRecords) << "seed " << seed << " pass " << pass;
+      recorded += static_cast<std::size_t>(
+          std::count(expectedRecords.begin(), expectedRecords.end(), '\n'));
       ASSERT_EQ(patrol.observed(), plain.observed()) << "seed " << seed << " pass " << pass;
     }
     for (const ChipMemory::Ptr& cm : plain.regions) fixed += cm->registersFixed();
   }
   EXPECT_GT(fixed, 1000u);
+  EXPECT_GT(recorded, 5000u);
 }
 
 }  // namespace

@@ -68,6 +68,25 @@ TEST_F(PatrolTurns, aProbeAsksForEntriesOutsideOfItsSlice) {
   EXPECT_EQ(get(mac, 9), 0x55u);
 }
 
+// Not at the end of the pass, and also where an audit on demand finds it.
+TEST_F(PatrolTurns, patrolStateIsSuspendedAsSoonAsTheOnlyChipIsAbsent) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 8);
+  shadow->maxEntriesPerSliceIs(2);
+  audit();
+  step();
+  EXPECT_EQ(shadow->patrolState(), PatrolState::reading);
+  chip->isAway = true;
+  shadow->doAudit(mac, 6, 2);
+  EXPECT_EQ(shadow->patrolState(), PatrolState::suspended);
+  EXPECT_EQ(shadow->patrolReason(), "chip is absent: no answer");
+  chip->isAway = false;
+  shadow->doAudit(mac, 6, 2);
+  EXPECT_EQ(shadow->patrolState(), PatrolState::reading);
+  chip->isAway = true;
+  step();
+  EXPECT_EQ(shadow->patrolState(), PatrolState::suspended);
+}
+
 // By the turn that runs at last, whoever runs it.
 TEST_F(PatrolTurns, aLateTurnTellsThatNobodyDroveTheLoop) {
   region("mac", 0x1000, 8);

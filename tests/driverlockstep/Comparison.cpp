@@ -97,10 +97,9 @@ void Session::compareState() {
   if (isAuditing && !shadow.paused() && canRead) {
     same("is there a wake-up", world_.loop.activity->wakeTime() < Zint::never, true);
   }
-  const auto state = shadow.patrolState();
-  using Driver::PatrolState;
-  if (isAuditing) same("stopped", state == PatrolState::stopped, false);
-  if (isAuditing) same("paused", state == PatrolState::paused, shadow.paused());
+  const Driver::PatrolState state = shadow.patrolState();
+  same("patrolState", state, model_.patrolState());
+  ++model_.met["state " + std::string(Driver::stringValue(state).bytes())];
   same("done of total", shadow.passEntriesDone() <= shadow.passEntries(), true);
 }
 

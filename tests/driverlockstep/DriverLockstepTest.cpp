@@ -52,6 +52,43 @@ TEST(DriverLockstep, libraryAndModelAgree) {
     for (const auto& [what, count] : session.met()) met[what] += count;
   }
   for (const auto& [what, count] : met) std::cout << "  " << count << " " << what << "\n";
+  if (steps < usual) return;
+  for (const char* what : {"quarantine",
+                           "quarantine lifted by visits",
+                           "quarantine lifted by time",
+                           "quarantine lifted by command",
+                           "state stopped",
+                           "state waiting",
+                           "state reading",
+                           "state paused",
+                           "state suspended",
+                           "state restoring",
+                           "finding repaired unverified",
+                           "finding repaired soft",
+                           "finding repaired recurring",
+                           "finding repaired stuck",
+                           "finding adopted unverified",
+                           "finding writtenMeanwhile unverified",
+                           "finding detectOnly unverified",
+                           "finding deferred unverified",
+                           "finding refused unverified",
+                           "finding quarantined unverified",
+                           "finding transient unverified",
+                           "finding reset unverified",
+                           "finding failed unverified",
+                           "probes",
+                           "probes without a verdict",
+                           "probe threw",
+                           "slice threw",
+                           "sentinel wrong",
+                           "present again",
+                           "reset found by its check",
+                           "reset found after an absence",
+                           "known as baseline",
+                           "client within an access",
+                           "turn full of repairs"}) {
+    EXPECT_GT(met[what], 0u) << what;
+  }
 }
 
 }  // namespace

@@ -135,6 +135,7 @@ void Model::policyDel(U32 r) {
 
 void Model::quarantineDel(U32 r, U32 e) {
   EntryModel& entry = regions[r].entries[e];
+  if (entry.isQuarantined) ++met["quarantine lifted by command"];
   entry.isQuarantined = false;
   entry.repairs.clear();
 }
@@ -148,6 +149,22 @@ void Model::doChipReset(U32 chip) {
 void Model::stateIs(bool auditing) {
   isAuditing = auditing;
   if (pass_ && !auditing) pass_->isEnded = true;
+}
+
+// Of chips that answer, one is enough to go on.
+Driver::PatrolState Model::patrolState() const {
+  using Driver::PatrolState;
+  bool isAnyAlive = false, isAnyAbsent = false, isAnyRestoring = false;
+  for (const ChipModel& chip : chips) {
+    isAnyAbsent = isAnyAbsent || chip.isAbsent;
+    isAnyRestoring = isAnyRestoring || chip.isRestoring;
+    isAnyAlive = isAnyAlive || (chip.isAlive && !chip.isAbsent && !chip.isRestoring);
+  }
+  if (!isAuditing) return isAnyRestoring ? PatrolState::restoring : PatrolState::stopped;
+  if (isPaused) return PatrolState::paused;
+  if (isAnyRestoring && !isAnyAlive) return PatrolState::restoring;
+  if (isAnyAbsent && !isAnyAlive) return PatrolState::suspended;
+  return isInPass() ? PatrolState::reading : PatrolState::waiting;
 }
 
 bool Model::canRead(U32 r) const {

@@ -60,6 +60,7 @@ struct RegionModel {
 
 struct ChipModel {
   bool isAbsent = false, isRestoring = false;
+  bool isAlive = false;     // a slice of it was read since it became absent, if it did
   U32 probedResets = 0;     // concluded since its last complete pass; three at most
   bool isRestored = false;  // after a reset, and not completely audited since
   U32 absences = 0, resets = 0, audits = 0, tries = 0;
@@ -107,13 +108,14 @@ class Model {
     return regions[region].entries[entry].rule == Driver::Rule::volatile_;
   }
   bool isInPass() const { return pass_ != nullptr; }
+  Driver::PatrolState patrolState() const;
   // A region whose entries the patrol can read now.
   bool canRead(U32 region) const;
 
   std::vector<RegionModel> regions;
   std::vector<ChipModel> chips;
   Settings settings;
-  bool isAuditing = false;
+  bool isAuditing = false, isPaused = false;
   U32 audits = 0;
   U64 findings = 0, repairs = 0, transients = 0;
   std::map<std::string, U64> met;  // situations, counted

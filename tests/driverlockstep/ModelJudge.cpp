@@ -45,7 +45,9 @@ void Model::countVisit(EntryModel& entry, const Bytes& actual) {
   const bool isOld = entry.lastDifference + settings.quarantineTime < now_;
   const bool isClean = entry.isQuarantined && entry.cleanVisits >= settings.quarantineVisits;
   if (!isOld && !isClean) return;
-  if (entry.isQuarantined) ++met[isClean ? "lifted by visits" : "lifted by time"];
+  if (entry.isQuarantined) {
+    ++met[isClean ? "quarantine lifted by visits" : "quarantine lifted by time"];
+  }
   entry.isQuarantined = false;
   entry.repairs.clear();
 }

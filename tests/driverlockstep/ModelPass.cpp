@@ -48,6 +48,7 @@ void Model::isAbsent(U32 chip, Pass* pass) {
     model.isAbsent = true;
     ++model.absences;
     model.tries = 0;
+    model.isAlive = false;
     ++met["chip absent"];
   }
   model.nextTry = now_ + std::min<Zint::Seconds>(60, 1u << std::min(model.tries, 6u));
@@ -145,6 +146,7 @@ void Model::retry() {
   if (!isPresent) return isAbsent(chip, nullptr);
   const bool wasReset = take(What::wasReset, chip, 0).answer;
   chips[chip].isAbsent = false;
+  chips[chip].isAlive = true;
   ++met["present again"];
   if (!wasReset) return;
   doChipReset(chip);
@@ -240,7 +242,7 @@ void Model::slice(Pass& pass, U32 first, U32 end) {
     for (U32 e : cleared) region.entries[e].mark = true;
     return isAbsent(region.chip, &pass);
   }
-  pass.hasRead[region.chip] = true;
+  pass.hasRead[region.chip] = chips[region.chip].isAlive = true;
   if (ChipModel& chip = chips[region.chip]; chip.isAbsent) {
     chip.isAbsent = false;
     ++met["present again"];

@@ -292,6 +292,7 @@ void Session::perform(const Step& step) {
       break;
     case Kind::pause:
     case Kind::resume:
+      model_.isPaused = step.kind == Kind::pause;
       shadow.pausedIs(step.kind == Kind::pause);
       break;
     case Kind::idle:

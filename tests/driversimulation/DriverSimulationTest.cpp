@@ -49,6 +49,8 @@ TEST(DriverSimulation, everyAccessIsAllowedAndEveryDifferenceAccountedFor) {
                            "entry repaired",
                            "entry replayed",
                            "replay ended",
+                           "entry compared after a replay",
+                           "of them written meanwhile",
                            "difference with a finding",
                            "no pass, with a reason",
                            "finding adopted",

@@ -91,6 +91,7 @@ class System::ChipWatch : public Driver::Chip::NotifieeConst {
   void onRestoring() override {
     if (!notifier()->isRestoring()) system_.onRestored(chip_);
   }
+  void onResets() override { system_.onReset(chip_); }
 
  private:
   System& system_;

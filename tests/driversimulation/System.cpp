@@ -118,8 +118,14 @@ void System::round() {
   }
   for (Region& region : regions_) {
     for (Entry& entry : region.entries) {
-      if (entry.rule == Rule::volatile_ && random_.oneIn(3)) entry.chip[0] = random_.byte();
-      if (entry.rule == Rule::noRead && random_.oneIn(3)) ++entry.counted;
+      if (entry.rule == Rule::volatile_ && random_.oneIn(3)) {
+        entry.chip[0] = random_.byte();
+        entry.faultAt = ++stamp_;
+      }
+      if (entry.rule == Rule::noRead && random_.oneIn(3)) {
+        ++entry.counted;
+        ++entry.happened;
+      }
     }
   }
   checkProgress();
@@ -157,6 +163,7 @@ void System::client(U32 r, U32 e) {
   if (isHit) return;
   entry.wasWritten = true;
   entry.changedAt = completePasses_;
+  entry.writtenAt = ++stamp_;
   if (region.isBuffered) return;
   ++entry.pending;
   pending_.push_back({random_.below(6), r, e, value});
@@ -172,6 +179,7 @@ void System::accessClient(U32 r, U32 e) {
   const U64 held = region.access->writesHeld(), written = region.access->writeMisses();
   entry.wasWritten = true;
   entry.changedAt = completePasses_;
+  entry.writtenAt = ++stamp_;
   inAccess_ = true;
   try {
     region.access->writeBytes(e, value);
@@ -206,6 +214,7 @@ void System::fault(U32 r, U32 e) {
     ++outcome_.met["stuck"];
   }
   entry.chip[random_.below(region.memory->entrySize())] ^= static_cast<U8>(1u << random_.below(8));
+  entry.faultAt = ++stamp_;
   ++outcome_.met["flip"];
 }
 
@@ -224,6 +233,7 @@ void System::chipFault(U32 c) {
           if (entry.isStuck || entry.rule == Rule::noRead) continue;
           std::fill(entry.chip.begin(), entry.chip.end(), U8{0});
           entry.changedAt = completePasses_;
+          entry.faultAt = ++stamp_;
         }
       }
       ++outcome_.met["chip reset"];
@@ -301,6 +311,8 @@ void System::endFaults() {
   vetoOneIn_ = 0;
   for (Region& region : regions_) {
     for (U32 e = 0; e < region.entries.size(); ++e) {
+      // What it did not take before, the next pass finds.
+      if (region.entries[e].isStuck) region.entries[e].faultAt = ++stamp_;
       region.entries[e].isStuck = region.entries[e].glitches = false;
       region.entries[e].changedAt = completePasses_;
       shadow_->quarantineDel(region.memory, e);

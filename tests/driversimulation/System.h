@@ -41,13 +41,16 @@ class System {
     Bytes chip;
     bool isOnce = false;
     bool isStuck = false;
-    bool glitches = false;      // at the next read
-    bool wasWritten = false;    // by a client, which is told of it here and not by the library
-    bool isHeld = false;        // a write that its client has left to the replay
-    U32 pending = 0;            // offered writes that have not reached the chip
-    U32 changedAt = 0;          // complete passes when a client or a fault last changed it
-    std::string last;           // findings, with the pass of each
-    U64 counted = 0, seen = 0;  // events of a counter that is cleared by reading
+    bool glitches = false;    // at the next read
+    bool wasWritten = false;  // by a client, which is told of it here and not by the library
+    bool isHeld = false;      // a write that its client has left to the replay
+    U32 pending = 0;          // offered writes that have not reached the chip
+    U32 changedAt = 0;        // complete passes when a client or a fault last changed it
+    U64 faultAt = 0;          // stamp of the last fault that changed the chip
+    U64 writtenAt = 0;        // stamp of the last write of a client
+    std::string last;         // findings, with the pass of each
+    // Events of a counter that is cleared by reading: all, on the chip, and read by clients.
+    U64 happened = 0, counted = 0, seen = 0;
   };
   struct Region {
     Hardware::ChipMemory::Ptr memory;
@@ -62,6 +65,7 @@ class System {
     Driver::Chip::Ptr chip;
     Zint::Ptr<ChipWatch> watch;
     bool isAway = false, throws = false;
+    U64 restoringAt = 0;  // stamp of the last reset that was told or found
   };
   struct Pending {
     U32 turns, region, entry;
@@ -86,6 +90,7 @@ class System {
   // --- The ledger ---
   void onRead(U32 region, U32 first, U32 count);
   void onWrite(U32 region, U32 first, U32 count, const U8* data);
+  void onReset(U32 chip);
   void onRestored(U32 chip);
   void onCompletePass();
   void checkProgress();
@@ -109,6 +114,7 @@ class System {
   bool inAccess_ = false;  // of a client
   bool isQuiet_ = false;   // faults have ended
   U32 vetoOneIn_ = 0;
+  U64 stamp_ = 0;  // orders what happens to chips
   U32 completePasses_ = 0;
   U32 passes_ = 0;
   std::string last_;  // result of a pass
