@@ -237,6 +237,11 @@ bool Names::Lookup::stepInCollection(const std::string& name, U32 members) {
       throw Error(place_.name() + " has no member " + name + didYouMean(name, namesBelow(place_)));
     }
     if (!walk_->answersTo(name)) continue;
+    // A key is one member's alone, also of a null one, which a look-up by its key does not show.
+    if (walk_->key() == name) {
+      found_ = walk_->value();
+      return true;
+    }
     if (isFound_) {
       throw Error(place_.name() + " has several members named " + name + ": name its " +
                   place_.list().keyName());

@@ -27,7 +27,7 @@ std::string withCommas(std::string digits) {
   const std::size_t first = digits.starts_with('-') ? 1 : 0;
   for (std::size_t at = digits.size(); at > first + 3;) {
     at -= 3;
-    digits.insert(at, ",");
+    digits.insert(digits.begin() + static_cast<std::ptrdiff_t>(at), ',');
   }
   return digits;
 }
