@@ -135,6 +135,7 @@ class CallTask : public PathTask {
   }
 
   Zint::Result call() {
+    if (row_->level != Level::look) ++world().operations;
     const Place target = place();  // held: the call may end the session
     const std::string operation = operation_;
     const Zint::Arguments arguments = arguments_;

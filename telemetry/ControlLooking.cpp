@@ -102,7 +102,8 @@ class ListTask : public PathTask {
       } else {
         members.text("kind", "attribute").text("type", member.typeName);
         if (*member.unit != '\0') members.text("unit", member.unit);
-        if (!isCostly(member)) members.value(view.attribute(member.name), &member);
+        if (!isCostly(member) && !isTooLong(place().result, member))
+          members.value(view.attribute(member.name), &member);
       }
       members.end();
       answer.item(item, out);

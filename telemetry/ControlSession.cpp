@@ -13,6 +13,8 @@ namespace {
 
 // Bytes of a list after which a part is sent.
 constexpr std::size_t partSize = 2048;
+// Bytes of a line to a client.
+constexpr std::size_t longestAnswer = 64 * 1024;
 // So far behind, events are passed over.
 constexpr U64 mostBehind = 500;
 
@@ -104,15 +106,20 @@ void ControlSession::step(std::string& out) {
       }
       return;
     }
-    if (!task_->step(*answer_, out)) return;
-    answer_->end(out);
+    const bool isDone = task_->step(*answer_, out);
+    if (isDone) answer_->end(out);
+    if (const std::size_t size = out.size() - whole; size > longestAnswer) {
+      throw Error("it is done, and its answer of " + std::to_string(size) +
+                  " bytes is longer than a line may be");
+    }
+    if (!isDone) return;
   } catch (abi::__forced_unwind&) {
     throw;
   } catch (const std::exception& error) {
-    if (!out.empty() && out.back() != '\n') out.resize(whole);
+    out.resize(whole);
     answer_->fail(error.what(), out);
   } catch (...) {
-    if (!out.empty() && out.back() != '\n') out.resize(whole);
+    out.resize(whole);
     answer_->fail("an exception of a type of its own", out);
   }
   task_.reset();

@@ -2,6 +2,7 @@
 #include <telemetry/ControlTask.h>
 
 #include <Driver/Descriptions.h>
+#include <Hal/Buf.h>
 #include <Zint/Strep.h>
 #include <unistd.h>
 
@@ -49,6 +50,13 @@ bool isCostly(const Zint::Member& member) {
   return std::find(std::begin(costly), std::end(costly), &member) != std::end(costly);
 }
 
+bool isTooLong(const Zint::Result& object, const Zint::Member& member) {
+  constexpr U32 longest = 1024;  // bytes of a buffer
+  const auto* buffer = dynamic_cast<const Hal::BufBase*>(object.object.ptr());
+  return buffer != nullptr && buffer->size() > longest &&
+         std::string_view(member.typeName) == "Bytes";
+}
+
 Zint::String8 textAt(const Place& place) {
   if (place.kind == Place::root) throw Error("/ is no object");
   return place.kind == Place::collection ? place.view().attribute(place.member->name)
@@ -63,7 +71,11 @@ Names::Lookup lookupIn(ControlSession& session, const std::string& path) {
   const bool readsCostly = isAllowed(session.level(), Zint::Level::operate);
   return Names::Lookup(
       session.world().names, session.world().names.absolute(path), mostAsAWhole,
-      [readsCostly](const Zint::Member& member) {
+      [readsCostly](const Zint::Result& object, const Zint::Member& member) {
+        if (isTooLong(object, member)) {
+          throw Error(std::string(member.name) +
+                      " is longer than a line may be: dump shows it entry by entry");
+        }
         if (readsCostly || !isCostly(member)) return;
         throw Error(std::string(member.name) +
                     " goes through all regions: to read it needs the level operate");

@@ -52,6 +52,8 @@ class ValueLookup {
 Zint::String8 textAt(const Place& place);
 // Whether reading the attribute takes time with the size of the driver's tables.
 bool isCostly(const Zint::Member& member);
+// Whether it is the bytes of a buffer, and too many of them for a line.
+bool isTooLong(const Zint::Result& object, const Zint::Member& member);
 
 // One source for each group of commands.
 std::unique_ptr<ControlTask> lookingTask(ControlSession& session, const std::string& command,

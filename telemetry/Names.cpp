@@ -154,7 +154,7 @@ Place Names::below(const Place& place, const std::string& name,
       if (member->get == nullptr) {
         throw Error(place.name() + "/" + name + " is an operation: use call");
       }
-      if (beforeRead) beforeRead(*member);
+      if (beforeRead) beforeRead(place.result, *member);
       if (member->target != nullptr) {
         next.result = view.target(name);
       } else {

@@ -54,7 +54,7 @@ class UMBRA_API Names {
    public:
     // A collection that can be searched only as a whole is refused when it has more members than
     // that. `beforeRead` is called before an attribute is read, and may throw.
-    using BeforeRead = std::function<void(const Zint::Member&)>;
+    using BeforeRead = std::function<void(const Zint::Result& object, const Zint::Member&)>;
     Lookup(const Names& names, Path path, U32 mostWhole = ~0u, BeforeRead beforeRead = {});
     Lookup(Lookup&&) noexcept;
     ~Lookup();
@@ -106,8 +106,9 @@ class UMBRA_API Names {
 
  private:
   // REQUIRES: no collection.
-  Place below(const Place& place, const std::string& name,
-              const std::function<void(const Zint::Member&)>& beforeRead) const;
+  Place below(
+      const Place& place, const std::string& name,
+      const std::function<void(const Zint::Result& object, const Zint::Member&)>& beforeRead) const;
 
   // The key of a member that was found by its name, by its path, and the size of the collection
   // then: it is looked at first when the name is asked for again.

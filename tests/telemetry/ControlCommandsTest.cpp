@@ -365,6 +365,22 @@ TEST_F(ControlCommandsTest, checkAndPlan_needToOperate) {
   EXPECT_EQ(registers_->registers.count(0x1000), 0u);
 }
 
+TEST_F(ControlCommandsTest, theBytesOfALargeBuffer_areNoLine) {
+  const auto large = Hal::bufFactory(4'096);
+  control_->objectIs("large", large);
+  const auto admin = administering();
+  EXPECT_THAT(refusal(*admin, R"({"do":"get","path":"/large/data"})"),
+              HasSubstr("longer than a line may be"));
+  EXPECT_EQ(namesOf(all(*admin, R"({"do":"get","path":"/large"})")),
+            (std::vector<std::string>{"size", "data"}));
+  EXPECT_EQ(all(*admin, R"({"do":"get","path":"/shadow/chipMemory/mac/shadow/data"})")["text"],
+            std::string(128, '0'));
+  const Json read = answer(
+      *admin,
+      R"({"do":"call","path":"/shadow/chipMemory/mac/chipHam/doRead","arguments":{"address":0,"entrySize":4,"entries":20000}})");
+  EXPECT_THAT(read.value("error", ""), HasSubstr("bytes is longer than a line may be"));
+}
+
 TEST_F(ControlCommandsTest, whatGoesThroughAllRegions_isNotReadByWhoOnlyLooks) {
   const auto request = Driver::chipWriteRequestFactory("replay");
   control_->objectIs("replay", request);
