@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 
 namespace Telemetry {
 
@@ -183,9 +184,9 @@ std::unique_ptr<ControlTask> sessionTask(ControlSession& session, const std::str
   return nullptr;
 }
 
-const std::vector<std::string> commandNames = {
-    "ping",   "version", "level",   "list",   "get",        "describe", "set",   "call",
-    "forget", "watch",   "unwatch", "events", "policyText", "dump",     "check", "plan"};
+constexpr auto commandNames = std::to_array<std::string_view>(
+    {"ping", "version", "level", "list", "get", "describe", "set", "call", "forget", "watch",
+     "unwatch", "events", "policyText", "dump", "check", "plan"});
 
 }  // namespace
 
@@ -194,7 +195,8 @@ std::unique_ptr<ControlTask> taskOf(ControlSession& session, const ControlLine& 
   for (const auto group : {sessionTask, lookingTask, changingTask, driverTask}) {
     if (auto task = group(session, command, line)) return task;
   }
-  throw Error("no command " + command + didYouMean(command, commandNames));
+  throw Error("no command " + command +
+              didYouMean(command, {commandNames.begin(), commandNames.end()}));
 }
 
 }  // namespace Telemetry

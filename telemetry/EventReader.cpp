@@ -87,7 +87,7 @@ U64 EventReader::last() const {
   // The writer may have died between a record and the count.
   for (U32 i = 0; i < 2; ++i) {
     const U64 at = headerBytes + ((newest + 1) % records_) * At::recordBytes;
-    if (file_->numberAt<U64>(at + At::number * sizeof(U32)) != newest + 1) break;
+    if (file_->numberAt<U64>(at + U64{At::number} * sizeof(U32)) != newest + 1) break;
     ++newest;
   }
   return newest;
