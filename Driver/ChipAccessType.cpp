@@ -28,16 +28,16 @@ void writeByName(ChipAccess& access, U32 entry, Zint::Bytes data) {
   access.writeBytes(entry, data.bytes);
 }
 
-using A = ChipAccess;
+using C = ChipAccess;
 constexpr Zint::Member chipAccessMembers[] = {
-    constructorParameter<&A::shadow>("shadow").says("the shadow that it goes through"),
-    constructorParameter<&A::chipMemory>("chipMemory").says("its region"),
-    attribute<&A::holdsWhileRestoring, &A::holdsWhileRestoringIs>("holdsWhileRestoring")
+    constructorParameter<&C::shadow>("shadow").says("the shadow that it goes through"),
+    constructorParameter<&C::chipMemory>("chipMemory").says("its region"),
+    attribute<&C::holdsWhileRestoring, &C::holdsWhileRestoringIs>("holdsWhileRestoring")
         .says("whether writes wait while the chip is being restored")
         .needs(Zint::Level::operate),
-    readOnly<&A::readMisses>("readMisses").says("reads that went to the chip"),
-    readOnly<&A::writeMisses>("writeMisses").says("writes that went to the chip"),
-    readOnly<&A::writesHeld>("writesHeld").says("writes that wait for the chip"),
+    readOnly<&C::readMisses>("readMisses").says("reads that went to the chip"),
+    readOnly<&C::writeMisses>("writeMisses").says("writes that went to the chip"),
+    readOnly<&C::writesHeld>("writesHeld").says("writes that wait for the chip"),
     operation<&readByName>("read", "entry", "entries")
         .says("reads entries")
         .needs(Zint::Level::operate),

@@ -11,30 +11,30 @@ using Zint::collection;
 using Zint::operation;
 using Zint::readOnly;
 
-using W = ChipWriteRequest;
+using R = ChipWriteRequest;
 
-void removeFromWriteRequest(W& request, Hardware::ChipAddress address) {
+void removeFromWriteRequest(R& request, Hardware::ChipAddress address) {
   request.chipMemoryDel(request.chipMemory(address));
 }
 
-W::ChipMemory::Ptr appendToWriteRequest(W& request, W::ChipMemory::Ptr region) {
+R::ChipMemory::Ptr appendToWriteRequest(R& request, R::ChipMemory::Ptr region) {
   request.chipMemoryIs(region);
   return region;
 }
 
 constexpr Zint::ListAccess writeRequestRegions =
-    Zint::mapList<&W::chipMemory, &W::chipMemorys, &W::chipMemoryAddresses, &removeFromWriteRequest,
-                  &W::chipMemoryDelAll, &appendToWriteRequest>("address", "chipMemory");
+    Zint::mapList<&R::chipMemory, &R::chipMemorys, &R::chipMemoryAddresses, &removeFromWriteRequest,
+                  &R::chipMemoryDelAll, &appendToWriteRequest>("address", "chipMemory");
 
 constexpr Zint::Member chipWriteRequestMembers[] = {
     collection("chipMemory", writeRequestRegions)
         .says("the regions that are written, in this order"),
-    operation<&W::newGroup>("newGroup", "delay"),
-    attribute<&W::includesAdopted, &W::includesAdoptedIs>("includesAdopted")
+    operation<&R::newGroup>("newGroup", "delay"),
+    attribute<&R::includesAdopted, &R::includesAdoptedIs>("includesAdopted")
         .says("whether known entries that nobody wrote are written"),
-    attribute<&W::leavesBuffered, &W::leavesBufferedIs>("leavesBuffered")
+    attribute<&R::leavesBuffered, &R::leavesBufferedIs>("leavesBuffered")
         .says("whether buffered regions become normal"),
-    readOnly<&W::stringValue>("stringValue").says("the request as a text"),
+    readOnly<&R::stringValue>("stringValue").says("the request as a text"),
 };
 ZINT_CHECK_IDS(ChipWriteRequest, chipWriteRequestMembers, Zint::Request::Id::generation + 1,
                chipMemory, newGroup, includesAdopted, leavesBuffered, stringValue);

@@ -7,7 +7,7 @@ STEPS=(
   simulation-x86 simulation-x64 driversimulation-x86 driversimulation-x64 reentrancy-x86 reentrancy-x64
   ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   rows-x86-x64
-  memcheck-x86 helgrind-x86 fleet
+  memcheck-x86 helgrind-x86 fleet consumers
 )
 # shellcheck source=tools/soak/builds.sh
 source tools/soak/builds.sh
@@ -46,6 +46,7 @@ what_is() {
     rows-*) echo "rows that one process writes and others read, in each pair of pointer widths" ;;
     builds-*) echo "contract, data path and audit in this build" ;;
     helgrind-*) echo "two activities under helgrind" ;;
+    consumers) echo "each way to use the library, in both widths and with both compilers" ;;
     fleet) echo "three drivers under Prometheus: each alert fires and resolves" ;;
   esac
 }
@@ -264,7 +265,6 @@ run_unsigned() {
 
 source tools/soak/valgrind.sh
 
-# run_step <step>: sets `step` for what it calls.
 run_fleet() {
   tools/setup/run fleet || die "the packages of a fleet are missing"
   built x86 umbra-fleet-driver
@@ -277,6 +277,17 @@ run_fleet() {
   return "$verdict"
 }
 
+run_consumers() {
+  built x86 umbra-product
+  built x64 umbra-product
+  tests/consumers/run --all >"build/soak/$step.out" 2>&1
+  local verdict=$?
+  cat "build/soak/$step.out"
+  figure "$(grep -c ' ok (' "build/soak/$step.out") consumers"
+  return "$verdict"
+}
+
+# run_step <step>: sets `step` for what it calls.
 run_step() {
   step=$1
   case $step in
@@ -295,6 +306,7 @@ run_step() {
     memcheck-*) run_memcheck ;;
     helgrind-*) run_helgrind ;;
     fleet) run_fleet ;;
+    consumers) run_consumers ;;
     builds-*) run_build "$step" ;;
   esac
 }

@@ -9,7 +9,7 @@
 namespace Tool {
 namespace {
 
-constexpr char begin[] = R"(# bash completion for umbra; made by `umbra completion`
+constexpr char scriptBegin[] = R"(# bash completion for umbra; made by `umbra completion`
 _umbra_words() {
   local -a given=()
   local i
@@ -34,7 +34,7 @@ constexpr char middle[] = R"(      -*) ;;
   done
 )";
 
-constexpr char end[] = R"(  if [[ $word == -* ]]; then
+constexpr char scriptEnd[] = R"(  if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
   fi
 }
@@ -118,13 +118,13 @@ std::string completionText(const CLI::App& app) {
     }
     choices << "      esac ;;\n";
   }
-  out << begin << "      " << joined(withValue, " | ") << ") i=$((i + 1)) ;;\n"
+  out << scriptBegin << "      " << joined(withValue, " | ") << ") i=$((i + 1)) ;;\n"
       << middle << "  case $before in\n"
       << cases << "  esac\n  case $command in\n    '')\n      options='" << joined(all, " ")
       << "'\n      [[ $word == -* ]] || mapfile -t COMPREPLY < <(compgen -W '"
       << joined(commandNames, " ") << "' -- \"$word\") ;;\n"
       << choices.str() << "  esac\n"
-      << end;
+      << scriptEnd;
   return out.str();
 }
 
