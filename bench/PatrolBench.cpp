@@ -1,9 +1,11 @@
 // Whole passes of the patrol against those of the plain audit: the same entries, access method,
-// slices and damages.
+// slices and damages. And the turns of a patrol that has a bound, whatever is under audit.
 #include <Driver/AuditedShadow.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <ctime>
 
 #include "Bench.h"
 #include "PassStand.h"
@@ -94,9 +96,117 @@ void comparePasses(const std::string& what, std::function<void(Hardware::ChipMem
   side(comparison, "plain audit", passes<PlainPass>(plain, prepare, repairs));
 }
 
+// --- The turns of a patrol with a bound ---
+
+constexpr Zint::Seconds boundOfTurns = 0.001;
+constexpr U32 sentinelOfTurns = 0x5a17c401;
+constexpr U64 sentinelPlace = U64{1} << 40;
+
+// The processor time of the thread.
+double workTime() {
+  timespec time;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+// Holds one value in all entries but its sentinel, and takes every write. Times its accesses.
+class EvenChip : public Hardware::ChipHam {
+ public:
+  EvenChip() : ChipHam("even") {}
+  void doRead(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
+              U32 entries) override {
+    const double begin = workTime();
+    if (address.value() == sentinelPlace) {
+      std::memcpy(buffer, &sentinelOfTurns, sizeof sentinelOfTurns);
+    } else {
+      std::memset(buffer, value, std::size_t{entrySize} * entries);
+    }
+    longest = std::max(longest, workTime() - begin);
+  }
+  void doWrite(const Hardware::ChipAddress&, U8*, U32, U32) override {}
+
+  U8 value = 0;
+  double longest = 0;  // access, seconds
+};
+
+struct BoundedTurns {
+  double longest = 0;      // parts of the bound and the longest access, in processor time
+  double longestWall = 0;  // us
+  double wall999 = 0;      // us: 999 of 1,000 turns are no longer
+};
+
+// Two passes of a patrol with a bound and a sentinel over `regions` regions of `entries` entries;
+// the first one learns what accesses cost. `differ`: all entries do, in the second one.
+BoundedTurns boundedTurns(U32 regions, U32 entries, bool differ) {
+  const auto clock = Zint::monotonicClockFactory("clock");
+  const auto activity = Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
+  const auto shadow = Driver::auditedShadowFactory(activity, clock);
+  const auto even = Zint::makePtr<EvenChip>();
+  const auto chip = Driver::chipFactory("chip", even);
+  chip->sentinelIs(Hardware::ChipAddress(sentinelPlace),
+                   {reinterpret_cast<const U8*>(&sentinelOfTurns), sizeof sentinelOfTurns});
+  shadow->chipIs(chip);
+  std::vector<Hardware::ChipMemory::Ptr> all;
+  for (U32 i = 0; i < regions; ++i) {
+    all.push_back(Hardware::chipMemoryFactory("region", Hardware::ChipAddress(U64{4} * entries * i),
+                                              entries, 4, 4, even));
+    all.back()->shadowEnabledIs(true);
+    all.back()->auditEnabledIs(true);
+    shadow->chipMemoryIs(all.back());
+  }
+  shadow->findsResetsIs(false);
+  shadow->turnBoundIs(boundOfTurns);
+  shadow->maxEntriesPerSliceIs(1u << 30);
+  shadow->sliceIntervalIs(0);
+  shadow->stateIs(Hardware::HardwareShadow::configured());
+  for (const auto& region : all) region->doClear();
+  shadow->stateIs(Hardware::HardwareShadow::auditing());
+  while (shadow->audits() == 0) activity->turn();
+  const U64 repairs = shadow->repairs();
+  if (differ) even->value = 1;
+  even->longest = 0;
+  double longest = 0;
+  std::vector<double> walls;
+  while (shadow->audits() == 1) {
+    const auto begin = std::chrono::steady_clock::now();
+    const double beginWork = workTime();
+    activity->turn();
+    longest = std::max(longest, workTime() - beginWork);
+    walls.push_back(
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count() * 1e6);
+  }
+  require(shadow->repairs() - repairs == (differ ? U64{regions} * entries : 0),
+          "what differed was repaired");
+  require(chip->absences() == 0, "the sentinel was there");
+  std::sort(walls.begin(), walls.end());
+  return {.longest = longest / (boundOfTurns + even->longest),
+          .longestWall = walls.back(),
+          .wall999 = walls[(walls.size() - 1) * 999 / 1000]};
+}
+
+void measureTurns(const std::string& what, U32 regions, U32 entries, bool differ) {
+  // One run for the three figures.
+  auto held = std::make_shared<std::unique_ptr<BoundedTurns>>();
+  const auto turns = [=]() -> const BoundedTurns& {
+    if (*held == nullptr) {
+      *held = std::make_unique<BoundedTurns>(boundedTurns(regions, entries, differ));
+    }
+    return **held;
+  };
+  figure("row34/longest turn of a bounded patrol, " + what, "of the bound and an access",
+         [turns] { return turns().longest; });
+  figure("row34/wall clock, 999 of 1,000 turns, " + what, "us",
+         [turns] { return turns().wall999; });
+  figure("row34/wall clock, longest turn, " + what, "us", [turns] { return turns().longestWall; });
+}
+
 }  // namespace
 
 void registerPatrolBenches() {
+  constexpr U32 large = sizeof(void*) == 4 ? 64u << 20 : 256u << 20;  // entries
+  measureTurns(sizeof(void*) == 4 ? "256 MiB" : "1 GiB", 1, large, false);
+  measureTurns("100,000 regions", 100000, 16, false);
+  measureTurns("1,048,576 differences", 1, 1u << 20, true);
   comparePasses("equal", nullptr, 0);
   comparePasses(
       "1 % differ",

@@ -288,6 +288,18 @@ void doAcknowledge(World& w) {
     }
   }
 }
+void governorDrop(World& w) { w.governor = nullptr; }
+void governorReplace(World& w) {
+  w.governor = nullptr;
+  w.addGovernor();
+}
+void wishesChange(World& w) {
+  if (const Driver::Governor::Ptr governor = w.governor; governor != nullptr) {
+    governor->shareIs(0.01);
+    governor->turnBoundIs(Zint::never);
+    governor->periodIs(0);
+  }
+}
 void watchesDrop(World& w) {
   for (auto& watch : w.watches) watch = nullptr;
 }
@@ -298,6 +310,7 @@ void everythingDrop(World& w) {
   for (Policy::Ptr& policy : w.policies) policy = nullptr;
   writerDrop(w);
   boardDrop(w);
+  governorDrop(w);
   w.request = nullptr;
   w.chip = nullptr;
 }
@@ -362,6 +375,9 @@ constexpr Action everyAction[] = {
     {"drop the board", boardDrop},
     {"ruleDelAll", ruleDelAll},
     {"doAcknowledge", doAcknowledge},
+    {"drop the governor", governorDrop},
+    {"another governor", governorReplace},
+    {"other wishes", wishesChange},
     {"drop the watches", watchesDrop},
     {"drop everything", everythingDrop},
     {"throw", throwThis},

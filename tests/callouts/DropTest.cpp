@@ -17,9 +17,9 @@ using namespace CallOuts;
 // One reference each; what others hold goes with them.
 std::vector<std::function<void()>> dropsOf(World& w) {
   std::vector<std::function<void()>> drops = {
-      [&w] { w.shadow = nullptr; },  [&w] { w.chip = nullptr; },   [&w] { w.request = nullptr; },
-      [&w] { w.writer = nullptr; },  [&w] { w.board = nullptr; },  [&w] { w.alarms = nullptr; },
-      [&w] { w.hams[0] = nullptr; }, [&w] { w.hams[1] = nullptr; }};
+      [&w] { w.shadow = nullptr; },  [&w] { w.chip = nullptr; },    [&w] { w.request = nullptr; },
+      [&w] { w.writer = nullptr; },  [&w] { w.board = nullptr; },   [&w] { w.alarms = nullptr; },
+      [&w] { w.hams[0] = nullptr; }, [&w] { w.hams[1] = nullptr; }, [&w] { w.governor = nullptr; }};
   for (U32 i = 0; i < World::tables; ++i) {
     drops.push_back([&w, i] { w.regions[i] = nullptr; });
     drops.push_back([&w, i] { w.accesses[i] = nullptr; });

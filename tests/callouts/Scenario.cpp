@@ -139,6 +139,17 @@ void writeWhileRestoring(World& w) {
 
 void patrol(World& w) { w.pass(2); }
 
+void beGoverned(World& w) {
+  w.addGovernor();
+  w.damage(World::plain, 6, 0x40);
+  w.pass(2);
+  if (const Driver::Governor::Ptr governor = w.governor; governor != nullptr) {
+    governor->periodIs(3);
+    (void)governor->wishes();
+  }
+  w.pass();
+}
+
 constexpr Step everyStep[] = {
     {"bring-up", bringUp},
     {"clients write", writeAsClients},
@@ -155,6 +166,7 @@ constexpr Step everyStep[] = {
     {"a replay on demand", replayOnDemand},
     {"writes while restoring", writeWhileRestoring},
     {"a patrol", patrol},
+    {"a pace", beGoverned},
 };
 
 }  // namespace

@@ -268,6 +268,21 @@ void World::makeRest() {
   if (alarms == nullptr) alarms = Driver::alarmWatchFactory(activity, shadow, board);
 }
 
+void World::addGovernor() {
+  if (shadow == nullptr) return;
+  if (governor == nullptr) {
+    const Driver::Governor::Ptr made = Driver::governorFactory(activity, shadow);
+    made->periodIs(2);
+    made->shareIs(0.5);
+    made->turnBoundIs(0.001);
+    governor = made;
+  }
+  if (watches[9] == nullptr) {
+    watches[9] =
+        watchOf<Driver::Governor::NotifieeConst>(*this, "an attribute of the governor", governor);
+  }
+}
+
 void World::bringUp() {
   makeRegions();
   makeShadow();

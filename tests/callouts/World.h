@@ -6,6 +6,7 @@
 #include <Driver/AuditedShadow.h>
 #include <Driver/ChipAccess.h>
 #include <Driver/ChipWriter.h>
+#include <Driver/Governor.h>
 #include <Zint/Trace.h>
 
 #include <array>
@@ -136,6 +137,8 @@ class World {
   std::string differs(bool comparesClients);
 
   void addWatches();
+  // Lets a governor set the pace.
+  void addGovernor();
   Hardware::ChipHam::Ptr hamOf(U32 table) const;
   CountedHam& registersOf(U32 table) const;
 
@@ -161,6 +164,7 @@ class World {
   ChipWriter::Ptr writer;
   Driver::AlarmBoard::Ptr board;
   Zint::Ptr<Driver::AlarmWatch> alarms;
+  Driver::Governor::Ptr governor;  // since a late step
   std::array<Zint::Ptr<Zint::NotifieeConst>, 10> watches;
 
  private:

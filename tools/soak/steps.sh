@@ -5,7 +5,7 @@ readonly JOBS=${UMBRA_JOBS:-$(nproc)}
 STEPS=(
   scopes-x86 scopes-x64 lockstep-x86 lockstep-x64 driverlockstep-x86 driverlockstep-x64
   simulation-x86 simulation-x64 driversimulation-x86 driversimulation-x64 reentrancy-x86 reentrancy-x64
-  ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
+  callouts-x86 callouts-x64 ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   rows-x86-x64
   memcheck-x86 helgrind-x86 fleet consumers
 )
@@ -37,6 +37,7 @@ what_is() {
     simulation-*) echo "whole systems of random clients, chips and faults" ;;
     driversimulation-*) echo "whole systems of chips that vanish, reset and stick" ;;
     reentrancy-*) echo "every pair of operation and interfering observer" ;;
+    callouts-*) echo "every call out of the driver layer throws, or does what it may do; every block is refused" ;;
     ndebug-*) echo "every assertion stays in a build with NDEBUG" ;;
     asan-*) echo "tests, g++ with address and undefined sanitizers" ;;
     clang-asan-*) echo "tests, clang with address and undefined sanitizers" ;;
@@ -59,7 +60,7 @@ list_steps() {
 # needed_folder <step>: the folder of tests/ it runs; nothing when it runs several.
 needed_folder() {
   case $1 in
-    scopes-* | lockstep-* | driverlockstep-* | simulation-* | driversimulation-* | reentrancy-*) echo "${1%%-*}" ;;
+    scopes-* | lockstep-* | driverlockstep-* | simulation-* | driversimulation-* | reentrancy-* | callouts-*) echo "${1%%-*}" ;;
     tsan-* | helgrind-*) echo threads ;;
     rows-*) echo rows ;;
   esac
@@ -204,6 +205,15 @@ run_reentrancy() {
     figure "$(passed "build/soak/$step.out") tests"
 }
 
+# In a test run every 59th to 101st call is taken, and every 11th block.
+run_callouts() {
+  local stride=1
+  if $is_quick; then stride=23; fi
+  built "$1" callouts-tests
+  UMBRA_CALLOUTS_STRIDE=$stride "build/$1/tests/callouts/callouts-tests" | tee "build/soak/$step.out" &&
+    figure "$(sed -n 's/^\([0-9]*\) \(calls\|calls and readings\|blocks\)$/\1/p' "build/soak/$step.out" | awk '{ n += $1 } END { print n + 0 }') failures, $(passed "build/soak/$step.out") tests"
+}
+
 run_ndebug() {
   built x86-ndebug Hardware-tests runtime-tests platform-tests Driver-tests
   tools/check/assertions build/x86-ndebug | tee "build/soak/$step.out" &&
@@ -297,6 +307,7 @@ run_step() {
     simulation-*) run_simulation "${step##*-}" ;;
     driversimulation-*) run_driversimulation "${step##*-}" ;;
     reentrancy-*) run_reentrancy "${step##*-}" ;;
+    callouts-*) run_callouts "${step##*-}" ;;
     ndebug-*) run_ndebug ;;
     asan-*) tests_pass "${step##*-}-asan" ;;
     clang-asan-*) tests_pass "${step##*-}-clang-asan" ;;
