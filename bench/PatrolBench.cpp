@@ -135,6 +135,12 @@ struct BoundedTurns {
   double wall999 = 0;      // us: 999 of 1,000 turns are no longer
 };
 
+// A shadow has at most 65,535 regions of one memory id.
+Hardware::ChipAddress placeOfRegion(U32 number, U32 entries) {
+  constexpr U32 ofOneId = 50000;
+  return {number / ofOneId, 4 * entries * (number % ofOneId)};
+}
+
 // Two passes of a patrol with a bound and a sentinel over `regions` regions of `entries` entries;
 // the first one learns what accesses cost. `differ`: all entries do, in the second one.
 BoundedTurns boundedTurns(U32 regions, U32 entries, bool differ) {
@@ -148,8 +154,8 @@ BoundedTurns boundedTurns(U32 regions, U32 entries, bool differ) {
   shadow->chipIs(chip);
   std::vector<Hardware::ChipMemory::Ptr> all;
   for (U32 i = 0; i < regions; ++i) {
-    all.push_back(Hardware::chipMemoryFactory("region", Hardware::ChipAddress(U64{4} * entries * i),
-                                              entries, 4, 4, even));
+    all.push_back(
+        Hardware::chipMemoryFactory("region", placeOfRegion(i, entries), entries, 4, 4, even));
     all.back()->shadowEnabledIs(true);
     all.back()->auditEnabledIs(true);
     shadow->chipMemoryIs(all.back());

@@ -297,7 +297,7 @@ void wishesChange(World& w) {
   if (const Driver::Governor::Ptr governor = w.governor; governor != nullptr) {
     governor->shareIs(0.01);
     governor->turnBoundIs(Zint::never);
-    governor->periodIs(0);
+    governor->periodIs(0.25);
   }
 }
 void watchesDrop(World& w) {
