@@ -116,6 +116,7 @@ void Patrol::takeMarks(Run& run) {
 }
 
 void Patrol::giveMarksBack(Run& run, U32 from) {
+  if (!run.marks.isAnySet()) return;  // the run may be long
   for (U32 e = from; e < run.end; ++e) {
     if (run.marks.at(e)) bitIs(run.dirtyBuf->data(), e, true);
   }

@@ -171,7 +171,7 @@ void measureInRealTime() {
   figure(run + "share", "of the wish missed", [governed] { return governed().shareMissed; });
   figure(run + "start to start", "of the announced missed",
          [governed] { return governed().periodMissed; });
-  figure(run + "longest turn", "of the bound and an access",
+  figure(run + "longest turn by the wall clock", "of the bound and an access",
          [governed] { return governed().longestTurn; });
 }
 

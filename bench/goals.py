@@ -96,7 +96,6 @@ GOALS = [
     {"name": r"row30/start to start", "goal": 0.1},
     {"name": r"row30/longest turn", "goal": 1.0},
     # A slice is a turn of its own; a difference is judged, counted for the quarantine and told.
-    {"name": r"row34/longest turn", "goal": 1.0},
     {"name": r"row31/.*equal", "reference": "plain audit", "goal": 1.25},
     {"name": r"row31/.*differ", "reference": "plain audit", "goal": 2},
     {"name": r"row31/.*learned", "reference": "plain audit", "goal": 5},
@@ -108,6 +107,7 @@ GOALS = [
     {"name": r"row32/live view of 10,000 regions", "goal": 12 * 1024 * 1024},
     {"name": r"row33/one get", "reference": "one fixed line", "goal": 5},
     {"name": r"row33/longest turn", "goal": 100},
+    {"name": r"row34/longest turn", "goal": 1.0},
 ]
 
 # The literal loop takes its time for each entry, comparing and copying in one go for each byte: so
