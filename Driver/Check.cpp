@@ -231,8 +231,8 @@ void Checker::checkAddresses(const ChipMemory::Ptr& region) {
                  ": which of them a look-up finds depends on the one before",
              "give the regions addresses of their own, or make them one region");
   }
-  // At the end of the address space the sum wraps.
-  const U64 end = begin + spanOf(cm) < begin ? ~U64{0} : begin + spanOf(cm);
+  // The address space may end before the region does.
+  const U64 end = begin + std::min<U64>(spanOf(cm), ~begin);
   if (farthest_ == nullptr || end > farthestEnd_) {
     farthestEnd_ = end;
     farthest_ = region;

@@ -26,7 +26,11 @@ class EntryBits {
     const U32 bit = 1u << (entry & 7);
     U8& bits = pages_[page][byte];
     bits = static_cast<U8>(is ? bits | bit : bits & ~bit);
-    set_ += is ? 1u : ~0u;
+    if (is) {
+      ++set_;
+    } else {
+      --set_;
+    }
   }
   U32 size() const { return set_; }  // bits that are set
   void clear() {
