@@ -136,8 +136,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // Entries that a turn reads at most. REQUIRES: above 0 (range exception).
   U32 maxEntriesPerSlice() const { return maxEntriesPerSlice_; }
   void maxEntriesPerSliceIs(U32 entries);
-  // Seconds from the end of one slice to the next. REQUIRES: a number (range exceptions, as for all
-  // times here).
+  // Seconds from the end of one slice to the next; `never` ends a pass's turns with the one under
+  // way, and patrolReason() says so. REQUIRES: a number (range exceptions, as for all times here).
   Zint::Seconds sliceInterval() const { return sliceInterval_; }
   void sliceIntervalIs(const Zint::Seconds& seconds);
   // How long a turn may take, in seconds of the clock; `never`, the default, is no bound. A bound
@@ -187,15 +187,16 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // 16 other entries of the chip whose known values differ from their reset values. Where four or
   // more were read and half of them are wrong, the chip was reset. On by default.
   // They are looked for among 16,384 entries of the region, from the one that differs on, and as
-  // many of all regions of the chip: a reset that shows in none of them is not found. When three
-  // resets have been found so, without a complete pass over the chip between them, no more are
-  // until there was such a pass: differences are judged like any other then.
+  // many of all regions of the chip, some of each in turn; up to 64 unknown ones in succession
+  // count as one. A reset that shows in none of them is not found. When three resets have been
+  // found so, without a complete pass over the chip between them, no more are until there was such
+  // a pass: differences are judged like any other then.
   bool findsResets() const { return findsResets_; }
   void findsResetsIs(bool findsResets);
 
   // --- Patrol ---
   bool paused() const { return paused_; }
-  // Stops at its place, and goes on there.
+  // Stops at its place, and goes on there: what was told is not judged again in this pass.
   void pausedIs(bool paused);
   PatrolState patrolState() const { return patrolState_; }
   // Why the patrol does nothing, computed when asked; empty while it does its work.
@@ -239,6 +240,8 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // Nothing happens where it is there. REQUIRES: a chip that no other shadow has (range
   // exceptions).
   void chipIs(const Chip::Ptr& chip);
+  // Ends its replay, if one is under way: the chips that hold its regions from then on are told
+  // that they were reset.
   void chipDel(const Chip::Ptr& chip);
   // The chip that holds the region, the one that was given last first. Made where there is none.
   Chip::Ptr chip(const ChipMemory::Ptr& region);

@@ -10,6 +10,8 @@
 namespace Driver {
 namespace {
 
+constexpr U32 maxDoublings = 64;
+
 // A wait that is no number, or no time, would never end or never begin.
 void requireWait(Zint::Seconds seconds, const char* message) {
   if (!(seconds > 0)) Zint::throwRangeException(message);
@@ -79,7 +81,8 @@ void Chip::retryMaxIs(const Zint::Seconds& seconds) {
   if (Zint::updated(retryMax_, seconds)) notify(Id::retryMax);
 }
 
-// Every try that fails doubles the wait.
+// Every try that fails doubles the wait, and so does every absence until all of the chip was
+// audited: a chip that answers in between, but not everywhere, does not begin anew.
 void Chip::absentIs(bool isAbsent, const Zint::String8& reason, Zint::Seconds time) {
   const Ptr self(this);
   Zint::String8 kept = reason;  // first: without memory nothing changes
@@ -88,11 +91,15 @@ void Chip::absentIs(bool isAbsent, const Zint::String8& reason, Zint::Seconds ti
   if (isNew) {
     since_ = time;
     tries_ = 0;
-    if (isAbsent) ++absences_;
+    if (isAbsent) {
+      ++absences_;
+      relapses_ = std::min(relapses_ + 1, maxDoublings);
+    }
   } else if (isAbsent) {
     ++tries_;
   }
-  const double wait = retryMin_ * std::exp2(std::min(tries_, 64u));
+  const U32 doublings = std::min(tries_, maxDoublings) + (relapses_ == 0 ? 0 : relapses_ - 1);
+  const double wait = retryMin_ * std::exp2(doublings);
   nextTry_ = isAbsent ? time + std::min(wait, std::max(retryMin_, retryMax_)) : Zint::never;
   if (isNew) {
     traceChip(*this, isAbsent ? ": absent: " : ": present again", reason_);
@@ -124,6 +131,7 @@ void Chip::replayIs(const Zint::Ptr<ChipWriteRequest>& request) {
 }
 
 void Chip::auditsInc() {
+  relapses_ = 0;
   ++audits_;
   notify(Id::audits);
 }

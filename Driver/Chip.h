@@ -93,8 +93,10 @@ class UMBRA_API Chip : public Zint::Entity {
   // Whether the chip answers: reads the sentinel, if there is one. May throw, which means no.
   virtual bool isPresent();
   // Whether the chip has lost its state since the last call, from a generation or scratch register
-  // for instance. Asked before each pass, and after each absence. The base: never. May throw: then
-  // the chip is absent.
+  // for instance. Asked before each pass, after each absence, also one within a replay, and once
+  // for each doChipReset(): before the replay begins, or in doRestored() where the driver writes
+  // the chip. That answer is about the same reset and counts for nothing. The base: never. May
+  // throw: then the chip is absent.
   virtual bool wasReset();
 
   const Hardware::ChipHam::Ptr& chipHam() const { return chipHam_; }
@@ -117,7 +119,9 @@ class UMBRA_API Chip : public Zint::Entity {
   Zint::Seconds nextTry() const { return nextTry_; }
   U32 tries() const { return tries_; }        // in this absence
   U32 absences() const { return absences_; }  // so far
-  // The first wait, which doubles up to the longest. REQUIRES: above 0 (range exception).
+  // The first wait, which doubles up to the longest: with each try that fails, and with each
+  // absence that begins before all of the chip was audited again. REQUIRES: above 0 (range
+  // exception).
   Zint::Seconds retryMin() const { return retryMin_; }
   void retryMinIs(const Zint::Seconds& seconds);
   Zint::Seconds retryMax() const { return retryMax_; }
@@ -164,6 +168,7 @@ class UMBRA_API Chip : public Zint::Entity {
   Zint::Seconds retryMax_ = 60;
   U32 tries_ = 0;
   U32 absences_ = 0;
+  U32 relapses_ = 0;  // absences since all of it was audited
   U32 resets_ = 0;
   U32 audits_ = 0;
   const Patrol* patrol_ = nullptr;  // of the shadow that has it; null while none has

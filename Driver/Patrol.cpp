@@ -83,6 +83,7 @@ void Patrol::handleAttribute(Zint::AttributeId attribute) {
     case HardwareShadow::Id::overrideHardware:
       commands_.advance();
       resume();
+      if (isAnyRestoring()) wakeAt(0.0);  // replays wait for the end of it
       updateState();
       break;
     case HardwareShadow::Id::clock:
@@ -114,13 +115,17 @@ void Patrol::handleReset(const Chip::Ptr& chip) {
   // Armed first: what does not begin here, for want of memory for instance, begins in the next
   // turn.
   wakeAt(0.0);
+  bool isFirstAsked = false;
   if (ChipState* state = stateOf(chip); state != nullptr) {
     state->isMissed = true;
     dropReplay(*state);
+    state->isResetTold = !std::exchange(state->isTelling, false) && isGiven(*state);
+    isFirstAsked = state->isResetTold && chip->restoresItself();
   }
   // The pass is void, but goes on for the other chips: one that is reset again and again does not
   // keep the patrol from them.
   if (isInPass_ && missed_.empty()) missed_ = chip->name() + " was reset";
+  if (isFirstAsked) return updateState();
   restore(chip);
 }
 
@@ -132,6 +137,7 @@ void Patrol::handleRestored(const Chip::Ptr& chip) {
   if (ChipState* state = stateOf(chip); state != nullptr) {
     state->isRestored = true;
     dropReplay(*state);
+    if (state->isResetTold) dropAnswer(chip);
   }
   updateState();
 }
@@ -221,11 +227,15 @@ Zint::String8 Patrol::reason() const {
   if (!shadow_.hasNotificationActive()) {
     return "its reactors were never switched on: make it with auditedShadowFactory()";
   }
+  const auto restoring = [this](const ChipState& state) {
+    return state.chip->name() + " is being restored" +
+           (shadow_.overrideHardware() ? ", but overrideHardware is set" : "");
+  };
   for (const auto& state : chips_) {
-    if (state->chip->isRestoring()) return state->chip->name() + " is being restored";
+    if (state->chip->isRestoring()) return restoring(*state);
   }
   for (const auto& [ham, state] : defaultChips_) {
-    if (state->chip->isRestoring()) return state->chip->name() + " is being restored";
+    if (state->chip->isRestoring()) return restoring(*state);
   }
   if (shadow_.state() != HardwareShadow::auditing()) {
     return "the shadow is " + stringValue(shadow_.state());
@@ -250,7 +260,9 @@ Zint::String8 Patrol::reason() const {
   const Zint::Ptr<Hardware::ChipReadRequest> request = shadow_.auditReadRequest();
   if (request != nullptr) {
     for (auto member = request->chipMemoryIterator(); member; ++member) {
-      if (isUnderAudit(*member->chipMemory())) return "";
+      if (!isUnderAudit(*member->chipMemory())) continue;
+      if (due_ != Zint::never) return "";
+      return isInPass_ ? "sliceInterval is infinite" : "minIntervalBetweenAudits is infinite";
     }
   }
   return "no region is under audit";
@@ -258,9 +270,9 @@ Zint::String8 Patrol::reason() const {
 
 Zint::Seconds Patrol::nextTry() const {
   Zint::Seconds next = Zint::never;
-  const auto look = [&next](const ChipState& state) {
+  const auto look = [&](const ChipState& state) {
     // One that its driver restores is not tried until that is done.
-    if (state.chip->isRestoring() && state.replay == nullptr) return;
+    if (state.chip->isRestoring() && !isReplayed(state)) return;
     next = std::min(next, state.chip->nextTry());
   };
   for (const auto& state : chips_) look(*state);

@@ -80,6 +80,8 @@ class Patrol {
     bool isAlive = false;      // it answered since the audit began, and has not become absent since
     bool isMissed = false;     // a region of it was not audited in this pass
     bool isRestored = false;   // after a reset, and not completely audited since
+    bool isResetTold = false;  // by others than the chip, which has not been asked since
+    bool isTelling = false;    // the chip's own answer is being told
     U32 probedResets = 0;      // concluded since the last pass over all of it
     U64 probedPass = 0;        // the last pass in which a difference asked for it
     std::shared_ptr<Survey> survey;  // of this pass; null before a probe needs it
@@ -119,22 +121,29 @@ class Patrol {
   void applyUnwritten(RegionMarks& marks);
   void reserveMarks();
   void dropRemoved();
+  bool isReplaced(const Hardware::ChipMemory& region) const;
 
   // --- PatrolChips.cpp ---
   void dropChips();
   ChipState* findState(const Hardware::ChipMemory& region) const;
   ChipState& stateOf(const Hardware::ChipMemory::Ptr& region);
   ChipState* stateOf(const Chip::Ptr& chip) const;  // null where it is none of this shadow's
+  bool isGiven(const ChipState& state) const;       // not made here
+  std::vector<Hardware::ChipMemory::Ptr> regionsToRestore(const Chip::Ptr& chip) const;
   void makeAbsent(ChipState& state, const Zint::String8& reason);
   bool readAnyEntry(const Hardware::ChipMemory::Ptr& cm) const;
   void readAnyEntry(const Chip::Ptr& chip) const;
   bool retryAbsent();
+  bool isToldReset(const Chip::Ptr& chip);
+  void tellReset(const Chip::Ptr& chip);
+  void dropAnswer(const Chip::Ptr& chip);
 
   // --- PatrolPass.cpp: passes and slices ---
   void beginPass();
   void endPass(const Zint::String8& reason);
   bool slice(const Zint::Epoch::Mark& mark);
   bool checkChips(const Zint::Epoch::Mark& mark);
+  void goOnBehind(U32 done);
   void wakeForPass();
   U32 regionsUnderAudit() const;
   void tellTurn(const TurnResult& turn);
@@ -158,13 +167,16 @@ class Patrol {
   // --- PatrolRestore.cpp: the replay after a reset ---
   Zint::Ptr<ChipWriteRequest> replayRequest(const Chip& chip) const;
   void restore(const Chip::Ptr& chip);
+  void tryReplay(const Chip::Ptr& chip);
   void dropReplay(ChipState& state);
+  bool isReplayed(const ChipState& state) const;
   void handleReplay(Replay& ended);
   void retryReplays();
   Zint::Seconds nextReplayTry() const;
   void giveReplaysTheClock();
 
   // --- PatrolJudge.cpp: what is done with a run ---
+  // Whoever calls it counts the judged entries.
   Visit audit(const Hardware::ChipMemory::Ptr& cm, U32 first, U32 end, PassResult& result,
               U32& judged);
   Visit readAndJudge(Run& run, U32& judged);

@@ -1,4 +1,5 @@
 // What the patrol knows of chips: which holds a region, and which are absent.
+#include <Driver/ChipWriteRequest.h>
 #include <Driver/Driver.h>
 #include <Driver/Patrol.h>
 #include <Driver/PatrolReplay.h>
@@ -14,9 +15,9 @@ using Hardware::ChipMemory;
 using Hardware::ChipReadRequest;
 
 Patrol::ChipState* Patrol::findState(const ChipMemory& region) const {
-  for (std::size_t i = chips_.size(); i-- > 0;) {
-    if (i >= chips_.size()) continue;  // holds() may take chips away
-    const Chip::Ptr chip = chips_[i]->chip;
+  for (std::size_t left = chips_.size(); left > 0; --left) {
+    if (left > chips_.size()) continue;  // holds() may take chips away
+    const Chip::Ptr chip = chips_[left - 1]->chip;
     if (!chip->holds(region)) continue;
     if (ChipState* state = stateOf(chip); state != nullptr) return state;
   }
@@ -41,6 +42,10 @@ Patrol::ChipState* Patrol::stateOf(const Chip::Ptr& chip) const {
   }
   const auto made = defaultChips_.find(chip->chipHam().ptr());
   return made != defaultChips_.end() && made->second->chip == chip ? made->second.get() : nullptr;
+}
+
+bool Patrol::isGiven(const ChipState& state) const {
+  return std::ranges::any_of(chips_, [&](const auto& given) { return given.get() == &state; });
 }
 
 Chip::Ptr Patrol::findChip(const ChipMemory& region) const {
@@ -81,6 +86,7 @@ void Patrol::chipIs(const Chip::Ptr& chip) {
 }
 
 void Patrol::chipDel(const Chip::Ptr& chip) {
+  const std::vector<ChipMemory::Ptr> unrestored = regionsToRestore(chip);
   const auto found = std::find_if(chips_.begin(), chips_.end(),
                                   [&](const auto& state) { return state->chip == chip; });
   if (found == chips_.end()) return;
@@ -92,6 +98,27 @@ void Patrol::chipDel(const Chip::Ptr& chip) {
   state->watch->forget();
   dropReplay(*state);
   resume();
+  for (const ChipMemory::Ptr& region : unrestored) {
+    if (shadow_.chipMemory(region->address()) != region) continue;
+    const Chip::Ptr heir = stateOf(region).chip;
+    if (!heir->isRestoring()) heir->doChipReset();
+  }
+}
+
+// The regions of a chip whose restoring has not ended.
+std::vector<ChipMemory::Ptr> Patrol::regionsToRestore(const Chip::Ptr& chip) const {
+  std::vector<ChipMemory::Ptr> regions;
+  const ChipState* const state = chip == nullptr ? nullptr : stateOf(chip);
+  if (state == nullptr || !isGiven(*state) || !chip->isRestoring()) return regions;
+  const Zint::Ptr<ChipWriteRequest> request =
+      state->replay == nullptr ? chip->replay() : state->replay->request();
+  for (auto reactor = shadow_.chipMemoryIterator(); reactor; ++reactor) {
+    const ChipMemory::Ptr region = reactor->chipMemory();
+    if (request == nullptr ? chip->holds(*region) : request->holds(region)) {
+      regions.push_back(region);
+    }
+  }
+  return regions;
 }
 
 // Drops the chips that were made here for access methods that no region has any more, where nobody
@@ -165,6 +192,30 @@ void Patrol::readAnyEntry(const Chip::Ptr& chip) const {
   }
 }
 
+// Asks the chip whether it was reset. True: yes, and nobody has told of it yet. May throw.
+bool Patrol::isToldReset(const Chip::Ptr& chip) {
+  const U32 resets = chip->resets();
+  const bool isReset = chip->wasReset();
+  if (chip->resets() != resets) return false;  // it has told by itself
+  ChipState* const state = stateOf(chip);
+  const bool isKnown = state != nullptr && std::exchange(state->isResetTold, false);
+  return isReset && !isKnown;
+}
+
+// Tells what the chip has answered, which it does once: whatever has changed meanwhile.
+void Patrol::tellReset(const Chip::Ptr& chip) {
+  if (ChipState* const state = stateOf(chip); state != nullptr) state->isTelling = true;
+  chip->doChipReset();
+  if (ChipState* const state = stateOf(chip); state != nullptr) state->isTelling = false;
+}
+
+// Asks a chip that its driver has restored, so that it does not tell of that reset later.
+void Patrol::dropAnswer(const Chip::Ptr& chip) {
+  Zint::String8 error;
+  if (!shadow_.overrideHardware()) callGuarded([&] { isToldReset(chip); }, error);
+  if (ChipState* const state = stateOf(chip); state != nullptr) state->isResetTold = false;
+}
+
 // Looks whether the absent chips whose time has come answer again. Those that are being restored
 // are tried by their replay. False: there was none.
 bool Patrol::retryAbsent() {
@@ -182,7 +233,7 @@ bool Patrol::retryAbsent() {
         [&] {
           readAnyEntry(chip);
           isPresent = chip->isPresent();
-          if (isPresent) isReset = chip->wasReset();
+          if (isPresent) isReset = isToldReset(chip);
         },
         error);
     noteAccess(begin);
@@ -194,7 +245,7 @@ bool Patrol::retryAbsent() {
     }
     state->isAlive = true;
     chip->absentIs(false, "", now);
-    if (isReset) chip->doChipReset();
+    if (isReset) tellReset(chip);
   }
   if (isAnyTried) updateState();
   return isAnyTried;

@@ -51,6 +51,7 @@ PassResult Patrol::doAudit(const ChipMemory::Ptr& region, U32 first, U32 count) 
     visited = audit(cm, entry, end, result, judged);
     if (mark.isSuperseded()) visited = Visit::ended;
     entry += judged;
+    result.entries += judged;
   }
   turnStart_ = outer;
   repairsOfTurn_ = outerRepairs;

@@ -88,7 +88,6 @@ Patrol::Visit Patrol::readAndJudge(Run& run, U32& judged) {
   const Visit visited = judgeRun(run, judged);
   const Zint::Seconds endJudging = beginAccess();
   if (run.isSuperseded()) return Visit::ended;
-  run.result.entries += judged;
   learnEqual(run, run.first + judged);
   countVisits(run, run.first + judged);
   if (run.isSuperseded()) return Visit::ended;
@@ -156,13 +155,13 @@ Patrol::Visit Patrol::readRun(Run& run) {
         begin = beginAccess();
         if (run.isSuperseded()) return;
         isPresent = run.chip->isPresent();
-        if (wasAbsent && isPresent && !run.isSuperseded()) isReset = run.chip->wasReset();
+        if (wasAbsent && isPresent && !run.isSuperseded()) isReset = isToldReset(run.chip);
       },
       error);
   noteAccess(begin);
-  if (isReset) {  // the chip tells of it once: whatever has changed meanwhile
+  if (isReset) {
     run.chip->absentIs(false, "", time());
-    run.chip->doChipReset();
+    tellReset(run.chip);
     return Visit::ended;
   }
   if (run.isSuperseded()) return Visit::ended;
@@ -262,6 +261,7 @@ class Judging {
 
 // --- One entry -----------------------------------------------------------------------------------
 
+// Done: the entry is behind, also where what it was told to has ended the slice.
 Patrol::Visit Patrol::judge(Run& run, U32 entry) {
   if (run.isSuperseded()) return Visit::ended;
   run.differs = true;
@@ -294,6 +294,9 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
     }
     if (run.isSuperseded()) return Visit::ended;
     std::copy(again.begin(), again.end(), run.actual(entry));
+    // The policy may have changed during the access.
+    if (run.policy != nullptr && !isCompared(run.policy->rule(entry))) return Visit::done;
+    verdict = verdictOf(run, entry);
   }
   if (run.isSuperseded()) return Visit::ended;
   Judgement judgement{run, entry, verdict};
@@ -307,12 +310,11 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
                       !judgement.error.empty();
   if (isOpen && run.cm->dirty() == run.dirtyBuf) marksOf(run.cm).open.atIs(entry, true);
   tell(run, entry, judgement.verdict, judgement.nature);
-  if (run.isSuperseded()) return Visit::ended;
-  if (!judgement.error.empty()) {
-    makeAbsent(run.state, judgement.error);
-    return run.isSuperseded() ? Visit::ended : Visit::isVoid;
+  if (judgement.error.empty()) return Visit::done;
+  if (ChipState* const state = stateOf(run.chip); state != nullptr) {
+    makeAbsent(*state, judgement.error);
   }
-  return Visit::done;
+  return run.isSuperseded() ? Visit::ended : Visit::isVoid;
 }
 
 // The entry was written since the last visit: the difference proves nothing.
@@ -331,7 +333,7 @@ Patrol::Visit Patrol::tellWrittenMeanwhile(Run& run, U32 entry) {
     marksOf(run.cm).open.atIs(entry, true);
   }
   tell(run, entry, Verdict::writtenMeanwhile);
-  return run.isSuperseded() ? Visit::ended : Visit::done;
+  return Visit::done;
 }
 
 Verdict Patrol::verdictOf(const Run& run, U32 entry) const {

@@ -73,14 +73,11 @@ bool Patrol::checkChips(const Zint::Epoch::Mark& mark) {
     Zint::String8 error;
     bool isReset = false;
     const Zint::Seconds begin = beginAccess();
-    const bool isKnown = callGuarded([&] { isReset = chip->wasReset(); }, error);
+    const bool isKnown = callGuarded([&] { isReset = isToldReset(chip); }, error);
     noteAccess(begin);
+    if (isReset) tellReset(chip);
     if (mark.isSuperseded()) return false;
-    if (!isKnown) {
-      makeAbsent(state, error);
-    } else if (isReset) {
-      chip->doChipReset();
-    }
+    if (!isKnown) makeAbsent(state, error);
     if (mark.isSuperseded()) return false;
   }
   return true;
@@ -194,6 +191,7 @@ void Patrol::doSlice() {
 bool Patrol::slice(const Zint::Epoch::Mark& mark) {
   if (!checkChips(mark)) return false;
   if (probe_ != nullptr && goOnProbing(nullptr) != Visit::done) return false;
+  if (mark.isSuperseded()) return false;
   bool isFull = false;
   for (U32 budget = shadow_.maxEntriesPerSlice(); budget > 0 && !isFull && !isTurnOver();) {
     if (region_ == nullptr && !nextRegion()) return true;
@@ -278,6 +276,12 @@ void Patrol::leaveRegion() {
   region_ = nullptr;
 }
 
+void Patrol::goOnBehind(U32 done) {
+  entry_ += done;
+  done_ += done;
+  result_.entries += done;
+}
+
 // Prepares the comparison of the next entries under the policy, up to `end` or as far as the turn
 // has time for it and for an access. Returns where it ended.
 U32 Patrol::prepare(const Policy& policy, U32 end, const ChipState& chip) {
@@ -297,7 +301,8 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
   const RegionMarks* marks = this->marks(cm.ptr());
   const Policy::Ptr policy = marks == nullptr ? nullptr : marks->policy;
   const bool isOfPass = policy == nullptr || pass_ % policy->auditEvery() == 0;
-  if (!obstacle.empty() || !isOfPass || !isUnderAudit(*cm) || entry_ >= cm->entries()) {
+  if (!obstacle.empty() || !isOfPass || !isUnderAudit(*cm) || isReplaced(*cm) ||
+      entry_ >= cm->entries()) {
     leaveRegion();
     return Visit::done;
   }
@@ -333,17 +338,24 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     end = readEnd(*policy, entry_, end);
   }
   const Chip::Ptr held = chip.chip;
-  const Visit visited = audit(cm, entry_, end, result_, done);
+  const U64 pass = pass_;
+  const U32 first = entry_;
+  const Visit visited = audit(cm, first, end, result_, done);
   isFirstRun_ = false;
-  if (mark.isSuperseded()) return Visit::ended;
-  const U32 read = end - entry_;
+  if (mark.isSuperseded()) {
+    // What was told is behind, whatever has ended the slice: it is not told again.
+    if (isInPass_ && pass_ == pass && region_ == cm && entry_ == first) {
+      goOnBehind(done);
+    }
+    return Visit::ended;
+  }
+  const U32 read = end - first;
   if (isBounded()) {
     // What a turn had to leave is read again: the next accesses read less.
     const U32 limit = std::min(runLimit_, largestRunLimit);
     runLimit_ = visited == Visit::full ? std::max(done / 2, U32{1}) : 2 * limit;
   }
-  entry_ += done;
-  done_ += done;
+  goOnBehind(done);
   if (visited == Visit::isVoid) {
     done = read;  // for the turn: what failed may have taken longest
     // Its other regions are passed over until the next try.

@@ -4,6 +4,7 @@
 #include <Driver/Patrol.h>
 #include <Driver/PatrolRun.h>
 #include <algorithm>
+#include <cstring>
 
 namespace Driver {
 
@@ -11,8 +12,11 @@ using Hardware::ChipMemory;
 
 namespace {
 
-// Entries whose known value is compared with their reset value in the search for those to read.
+// Entries whose known value is compared with their reset value in the search for those to read, in
+// the region that differs and in all of the chip; up to 64 unknown ones in succession count as one.
 constexpr U32 maxInspected = 16384;
+// Of a region, before others are looked at: a large one leaves some for them.
+constexpr U32 inspectedOfRegion = 16;
 // Of them, how many are read, and how many have to be.
 constexpr U32 maxProbes = 16;
 constexpr U32 minProbes = 4;
@@ -27,6 +31,18 @@ bool isResetValue(const Policy* policy, U32 entry, const U8* value, U32 entrySiz
   const U8* reset = policy == nullptr ? nullptr : policy->resetValue(entry);
   if (reset != nullptr) return std::equal(value, value + entrySize, reset);
   return std::all_of(value, value + entrySize, [](U8 byte) { return byte == 0; });
+}
+
+// How many entries can be passed over from this one on, because they are unknown; else 1.
+U32 stepAt(const ChipMemory& cm, U32 entry) {
+  const U8* const known = cm.initialized()->data() + entry / 8;
+  const U32 left = cm.entries() - entry;
+  U64 bits = 0;
+  if (entry % 64 == 0 && left >= 64) {
+    std::memcpy(&bits, known, sizeof bits);
+    if (bits == 0) return 64;
+  }
+  return entry % 8 == 0 && left >= 8 && *known == 0 ? 8 : 1;
 }
 
 // What a buffered region holds is not in the chip yet.
@@ -44,7 +60,8 @@ bool Patrol::needsProbe(const Run& run) const {
 }
 
 // Entries of a chip whose known values are not those after a reset, found in one walk over the
-// regions of the request. The probes of a pass share them while nothing changes what is known.
+// regions of the request, some of each, and in rounds over what they have left. The probes of a
+// pass share them while nothing changes what is known.
 struct Patrol::Survey {
   struct Entry {
     ChipMemory::Ptr cm;
@@ -58,6 +75,9 @@ struct Patrol::Survey {
   std::vector<ChipMemory::Ptr> passedOver;  // regions of the chip that could not be probed then
   ChipMemory::Ptr region = {};              // whose entries are inspected; null between two
   U32 entry = 0;                            // the next one of it
+  U32 left = 0;                             // to be inspected before others are
+  std::vector<Entry> rest = {};             // the first of each region that was left for later
+  std::size_t nextRest = 0;
   U32 inspected = 0;
 };
 
@@ -70,7 +90,8 @@ struct Patrol::Probe {
 
   U32 read = 0;
   U32 wrong = 0;
-  U32 inspected = 0;  // entries of the same region, from the next one on and round
+  U64 walked = 0;     // entries of the same region, from the next one on and round
+  U32 inspected = 0;  // of them
   U32 surveyed = 0;   // found in the survey, and read or left out
   std::vector<std::pair<const ChipMemory*, U32>> taken =
       {};  // of the survey: another one may find them
@@ -115,6 +136,10 @@ Patrol::Visit Patrol::probe(Run& run, U32 entry) {
 Patrol::Visit Patrol::goOnProbing(const Run* run) {
   const std::shared_ptr<Probe> probe = probe_;  // what is called may end the pass
   const Zint::Epoch::Mark mark(commands_);
+  if (isReplaced(*probe->cm)) {
+    probe_ = nullptr;
+    return Visit::done;
+  }
   while (probe->read < maxProbes) {
     ChipMemory::Ptr cm;
     U32 entry = 0;
@@ -159,12 +184,14 @@ Patrol::Visit Patrol::goOnProbing(const Run* run) {
 Patrol::Visit Patrol::findProbed(Probe& probe, const Run* run, ChipMemory::Ptr& cm, U32& entry) {
   cm = probe.cm;
   const U32 entries = canBeProbed(*cm) ? cm->entries() : 0;
-  while (probe.inspected < std::min(entries, maxInspected)) {
-    entry = static_cast<U32>((U64{probe.entry} + 1 + probe.inspected) % entries);
-    const bool isFound = entry != probe.entry && isProbed(probe.chip, *cm, entry, run);
+  while (probe.walked < entries && probe.inspected < maxInspected) {
+    entry = static_cast<U32>((probe.entry + 1 + probe.walked) % entries);
+    const U32 step = stepAt(*cm, entry);
+    const bool isFound = step == 1 && entry != probe.entry && isProbed(probe.chip, *cm, entry, run);
     if ((isFound || probe.inspected % inspectedAtOnce == 0) && isTurnOver()) return Visit::full;
     hasWorked_ = true;
     ++probe.inspected;
+    probe.walked += step;
     if (isFound) return Visit::done;
   }
   const Zint::Epoch::Mark mark(commands_);
@@ -179,7 +206,7 @@ Patrol::Visit Patrol::findProbed(Probe& probe, const Run* run, ChipMemory::Ptr& 
       entry = found.entry;
       // What was found in an earlier turn may have changed.
       const std::pair<const ChipMemory*, U32> place(cm.ptr(), entry);
-      if (cm == probe.cm || !canBeProbed(*cm) || entry >= cm->entries() ||
+      if (cm == probe.cm || isReplaced(*cm) || !canBeProbed(*cm) || entry >= cm->entries() ||
           std::ranges::count(probe.taken, place) != 0 || !isProbed(probe.chip, *cm, entry, run)) {
         continue;
       }
@@ -214,8 +241,18 @@ bool Patrol::goOnSurveying(Survey& survey, const Chip::Ptr& chip) const {
   if (survey.inspected == maxInspected) return false;
   ++survey.inspected;
   if (survey.region == nullptr || !canBeProbed(*survey.region) ||
-      survey.entry >= survey.region->entries()) {
-    if (!survey.members) return false;
+      survey.entry >= survey.region->entries() || survey.left == 0) {
+    const bool isLeft = survey.region != nullptr && survey.left == 0;
+    if (isLeft) survey.rest.push_back({survey.region, survey.entry});
+    survey.region = nullptr;
+    survey.left = inspectedOfRegion;
+    if (!survey.members) {
+      if (survey.nextRest == survey.rest.size()) return false;
+      const Survey::Entry next = survey.rest[survey.nextRest++];
+      survey.region = next.cm;
+      survey.entry = next.entry;
+      return true;
+    }
     const ChipMemory::Ptr member = survey.members->chipMemory();
     ++survey.members;
     survey.entry = 0;
@@ -223,9 +260,13 @@ bool Patrol::goOnSurveying(Survey& survey, const Chip::Ptr& chip) const {
     if (survey.region != nullptr && !canBeProbed(*member)) survey.passedOver.push_back(member);
     return true;
   }
-  const U32 entry = survey.entry++;
-  if (isProbed(chip, *survey.region, entry, nullptr))
+  const U32 entry = survey.entry;
+  const U32 step = stepAt(*survey.region, entry);
+  survey.entry += step;
+  --survey.left;
+  if (step == 1 && isProbed(chip, *survey.region, entry, nullptr)) {
     survey.found.push_back({survey.region, entry});
+  }
   return true;
 }
 

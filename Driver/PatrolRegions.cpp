@@ -57,6 +57,13 @@ void Patrol::dropRemoved() {
   dropChips();
 }
 
+// The audit's request goes on with a region whose place another one has taken: what it expects of
+// the chip is out of date.
+bool Patrol::isReplaced(const ChipMemory& region) const {
+  const ChipMemory::Ptr there = shadow_.chipMemory(region.address());
+  return there != nullptr && there.ptr() != &region;
+}
+
 // Those of a region that still exists are kept for its return, but for the repairs.
 void Patrol::dropMarks(std::vector<std::unique_ptr<RegionMarks>>& dropped) {
   U32 quarantined = 0;

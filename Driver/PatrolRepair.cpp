@@ -47,6 +47,9 @@ void Patrol::rewrite(Judgement& judgement) {
     judgement.verdict = Verdict::writtenMeanwhile;
     return;
   }
+  // Those who were asked may have changed the policy, or the mode.
+  judgement.verdict = verdictOf(run, entry);
+  if (judgement.verdict != Verdict::repaired) return;
   const Zint::Seconds begin = beginAccess();
   U32 accesses = 1;
   std::vector<U8> merged, kept;
@@ -56,6 +59,7 @@ void Patrol::rewrite(Judgement& judgement) {
     kept.resize(run.entrySize);
   }
   bool isPresent = true, isStillWanted = true;
+  Verdict now = Verdict::repaired;
   const bool isWritten = callGuarded(
       [&] {
         if (!merged.empty()) {
@@ -64,6 +68,8 @@ void Patrol::rewrite(Judgement& judgement) {
             accesses = 2;
             if (!run.isSuperseded()) isPresent = run.chip->isPresent();
             isStillWanted = isPresent && !run.isSuperseded() && !run.isMarked(entry);
+            if (isStillWanted) now = verdictOf(run, entry);
+            isStillWanted = isStillWanted && now == Verdict::repaired;
             if (!isStillWanted) return;
           }
           run.policy->mergeForRewrite(entry, run.expected(entry), kept.data(), merged.data());
@@ -74,7 +80,9 @@ void Patrol::rewrite(Judgement& judgement) {
       judgement.error);
   endAccess(run, begin, accesses);
   if (isWritten && isPresent && !isStillWanted) {
-    judgement.verdict = run.isSuperseded() ? Verdict::refused : Verdict::writtenMeanwhile;
+    judgement.verdict = run.isSuperseded()         ? Verdict::refused
+                        : now != Verdict::repaired ? now
+                                                   : Verdict::writtenMeanwhile;
     return;
   }
   ++repairsOfTurn_;

@@ -31,6 +31,9 @@ class Patrol::Replay : public ChipWriteRequest::NotifieeConst {
   bool isUnderWay() const {
     return request_->status() != Zint::Request::done_ && !writer_->isInterrupted();
   }
+  // Interrupted by overrideHardware, not by the chip.
+  bool isHalted() const { return isHalted_; }
+  void isHaltedIs(bool isHalted) { isHalted_ = isHalted; }
   const Chip::Ptr& chip() const { return chip_; }
   const ChipWriteRequest::Ptr& request() const { return request_; }
   const ChipWriter::Ptr& writer() const { return writer_; }
@@ -40,6 +43,7 @@ class Patrol::Replay : public ChipWriteRequest::NotifieeConst {
   const Chip::Ptr chip_;
   const ChipWriteRequest::Ptr request_;
   const ChipWriter::Ptr writer_;
+  bool isHalted_ = false;
 };
 
 }  // namespace Driver

@@ -61,62 +61,78 @@ void Patrol::handleReplay(Replay& ended) {
     if (chip->isAbsent()) chip->absentIs(false, "", time());
     chip->doRestored();
   } else if (replay->writer()->isInterrupted()) {
-    makeAbsent(*state, replay->writer()->reason());
+    if (shadow_.overrideHardware()) {
+      replay->isHaltedIs(true);  // the chip may answer as ever
+    } else {
+      makeAbsent(*state, replay->writer()->reason());
+    }
     updateState();
   }
+}
+
+// Whether its replay is under way, or begins when the chip has been asked.
+bool Patrol::isReplayed(const ChipState& state) const {
+  return state.replay != nullptr ||
+         (state.isResetTold && state.chip->isRestoring() && state.chip->restoresItself());
 }
 
 // When a replay waits for its chip to answer; `never` where none does.
 Zint::Seconds Patrol::nextReplayTry() const {
   Zint::Seconds next = Zint::never;
-  const auto look = [&next](const ChipState& state) {
-    if (state.replay != nullptr) next = std::min(next, state.chip->nextTry());
+  if (shadow_.overrideHardware()) return next;
+  const auto look = [&](const ChipState& state) {
+    if (isReplayed(state)) next = std::min(next, state.chip->nextTry());
   };
   for (const auto& state : chips_) look(*state);
   for (const auto& [ham, state] : defaultChips_) look(*state);
   return next;
 }
 
-// Begins the replays that have not begun, and goes on with those whose chips may answer again.
+// Begins the replays that have not begun, and goes on with those whose chips may answer again. None
+// of them writes, or asks a chip, while overrideHardware is set.
 void Patrol::retryReplays() {
-  if (!isAnyRestoring()) return;
-  const Zint::Seconds now = time();
+  if (!isAnyRestoring() || shadow_.overrideHardware()) return;
   for (const Chip::Ptr& chip : chips()) {
     ChipState* const state = stateOf(chip);
     if (state == nullptr || !chip->isRestoring()) continue;
-    if (state->replay == nullptr) {
-      restore(chip);
-      continue;
-    }
     const Zint::Ptr<Replay> replay = state->replay;
-    if (!chip->isAbsent() && !replay->isUnderWay()) {
-      handleReplay(*replay);
-      continue;
-    }
-    if (!chip->isAbsent() || now < chip->nextTry()) continue;
-    Zint::String8 error = "its sentinel register is wrong";
-    bool isPresent = false, isReset = false;
-    const bool isAnswered = callGuarded(
-        [&] {
-          isPresent = chip->isPresent();
-          if (isPresent) isReset = chip->wasReset();
-        },
-        error);
-    ChipState* const after = stateOf(chip);
-    if (after == nullptr) continue;
-    const bool isOther = after->replay != replay;
-    if (!isOther && (!isAnswered || !isPresent)) {
-      makeAbsent(*after, error);
-      continue;
-    }
-    if (!isOther) chip->absentIs(false, "", now);
-    // All of it is to be written again, unless that has begun meanwhile.
-    if (isReset && (!isOther || after->replay == nullptr)) {
-      chip->doChipReset();
-    } else if (!isOther) {
+    if (replay == nullptr && !isReplayed(*state)) {
+      restore(chip);
+    } else if (replay != nullptr && replay->isHalted()) {
+      replay->isHaltedIs(false);
       replay->writer()->doResume();
+    } else if (replay != nullptr && !chip->isAbsent() && !replay->isUnderWay()) {
+      handleReplay(*replay);
+    } else if (chip->isAbsent() ? time() >= chip->nextTry() : replay == nullptr) {
+      tryReplay(chip);
     }
   }
+}
+
+// Begins the replay, or goes on with it, where the chip answers. One that was reset meanwhile gets
+// another one.
+void Patrol::tryReplay(const Chip::Ptr& chip) {
+  const Zint::Ptr<Replay> replay = stateOf(chip)->replay;
+  Zint::String8 error = "its sentinel register is wrong";
+  bool isPresent = false, isReset = false;
+  const bool isAnswered = callGuarded(
+      [&] {
+        isPresent = chip->isPresent();
+        if (isPresent) isReset = isToldReset(chip);
+      },
+      error);
+  ChipState* const state = stateOf(chip);
+  if (state == nullptr) return;
+  if (state->replay != replay || !chip->isRestoring()) {
+    // All of it is to be written again, unless that has begun meanwhile.
+    if (isReset && state->replay == nullptr) tellReset(chip);
+    return;
+  }
+  if (!isAnswered || !isPresent) return makeAbsent(*state, error);
+  if (chip->isAbsent()) chip->absentIs(false, "", time());
+  if (isReset) return tellReset(chip);
+  if (replay == nullptr) return restore(chip);
+  replay->writer()->doResume();
 }
 
 // The replays under way go on with the shadow's new clock.

@@ -118,9 +118,26 @@ TEST_F(HeldWrites, write_toARegionThatTheShadowDoesNotHaveGoesToTheChip) {
   EXPECT_EQ(access->writesHeld(), 1u);
 }
 
-TEST_F(HeldWrites, write_toARegionThatCameAfterTheResetGoesToTheChip) {
+// The replay begins in the next turn, when the chip has been asked whether it knows of the reset.
+TEST_F(HeldWrites, write_toARegionThatCameBeforeTheReplayBeganIsWrittenByIt) {
   tableIs();
   own->doChipReset();
+  shadow->stateIs(HardwareShadow::unconfigured());
+  const auto early = region("early", 0x9000, 16);
+  shadow->stateIs(HardwareShadow::configured());
+  const auto toEarly = Driver::chipAccessFactory(shadow, early);
+  toEarly->write<U32>(7, 0xcafe);
+  EXPECT_EQ(toEarly->writesHeld(), 1u);
+  until([&] { return !own->isRestoring(); });
+  EXPECT_EQ(held(early, 7), 0xcafeu);
+}
+
+TEST_F(HeldWrites, write_toARegionThatCameAfterTheReplayBeganGoesToTheChip) {
+  tableIs();
+  shadow->maxEntriesPerReplaySliceIs(1);
+  own->doChipReset();
+  steps(2);
+  ASSERT_TRUE(own->isRestoring());
   shadow->stateIs(HardwareShadow::unconfigured());
   const auto late = region("late", 0x9000, 16);
   shadow->stateIs(HardwareShadow::configured());

@@ -83,6 +83,7 @@ TEST(DriverLockstep, libraryAndModelAgree) {
                            "sentinel wrong",
                            "present again",
                            "reset found by its check",
+                           "reset told by others, too",
                            "reset found after an absence",
                            "known as baseline",
                            "client within an access",

@@ -140,8 +140,9 @@ void Model::quarantineDel(U32 r, U32 e) {
   entry.repairs.clear();
 }
 
-void Model::doChipReset(U32 chip) {
+void Model::doChipReset(U32 chip, bool hasTold) {
   ++chips[chip].resets;
+  chips[chip].isTold = !hasTold;
   chips[chip].isRestoring = true;
   if (pass_) pass_->chipFailed[chip] = pass_->chipReset[chip] = true;
 }

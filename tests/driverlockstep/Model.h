@@ -63,6 +63,9 @@ struct ChipModel {
   bool isAlive = false;     // a slice of it was read since it became absent, if it did
   U32 probedResets = 0;     // concluded since its last complete pass; three at most
   bool isRestored = false;  // after a reset, and not completely audited since
+  bool isTold = false;      // others have told of its reset: it is asked when it is restored
+  bool isAsked = false;     // its next answer is about that reset
+  U32 relapses = 0;         // absences since all of it was audited
   U32 absences = 0, resets = 0, audits = 0, tries = 0;
   Zint::Seconds nextTry = Zint::never;
 };
@@ -91,10 +94,12 @@ class Model {
   void handlePolicy(U32 region);
   void policyDel(U32 region);
   void quarantineDel(U32 region, U32 entry);
-  void doChipReset(U32 chip);
+  void doChipReset(U32 chip, bool hasTold = false);
   void doRestored(U32 chip) {
-    chips[chip].isRestored = chips[chip].isRestored || chips[chip].isRestoring;
-    chips[chip].isRestoring = false;
+    ChipModel& model = chips[chip];
+    model.isRestored = model.isRestored || model.isRestoring;
+    model.isAsked = model.isRestoring && model.isTold;
+    model.isRestoring = model.isTold = false;
   }
   void stateIs(bool isAuditing);
 

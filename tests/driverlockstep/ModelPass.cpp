@@ -1,5 +1,6 @@
 // The model's passes: slices, the end of a pass, absent chips.
 #include <algorithm>
+#include <utility>
 
 #include "driverlockstep/Model.h"
 
@@ -47,11 +48,13 @@ void Model::isAbsent(U32 chip, Pass* pass) {
   } else {
     model.isAbsent = true;
     ++model.absences;
+    ++model.relapses;
     model.tries = 0;
     model.isAlive = false;
     ++met["chip absent"];
   }
-  model.nextTry = now_ + std::min<Zint::Seconds>(60, 1u << std::min(model.tries, 6u));
+  const U32 doublings = std::min(model.tries + model.relapses - 1, 6u);
+  model.nextTry = now_ + std::min<Zint::Seconds>(60, 1u << doublings);
   if (pass != nullptr) pass->chipFailed[chip] = true;
   if (pass_)
     pass_->chipFailed[chip] = pass_->chipVanished[chip] =
@@ -100,8 +103,10 @@ void Model::follow(const Events& events, Zint::Seconds now) {
         break;
       case What::wasReset:
         ++at_;
-        if (event.answer) {
-          doChipReset(event.region);
+        if (std::exchange(chips[event.region].isAsked, false)) {
+          if (event.answer) ++met["reset told by others, too"];
+        } else if (event.answer) {
+          doChipReset(event.region, true);
           ++met["reset found by its check"];
         }
         break;
@@ -149,7 +154,7 @@ void Model::retry() {
   chips[chip].isAlive = true;
   ++met["present again"];
   if (!wasReset) return;
-  doChipReset(chip);
+  doChipReset(chip, true);
   ++met["reset found after an absence"];
 }
 
@@ -250,7 +255,7 @@ void Model::slice(Pass& pass, U32 first, U32 end) {
     if (asked.answer) {
       ++met["reset found after an absence"];
       for (U32 e : cleared) region.entries[e].mark = true;
-      return doChipReset(region.chip);
+      return doChipReset(region.chip, true);
     }
   }
   ++met["slice"];
@@ -307,6 +312,7 @@ void Model::endPass(const Event& event) {
     const bool counts = !pass.isEnded && isWhole[c] && pass.hasRead[c] && !pass.chipVanished[c];
     if (!counts || (isUnsure[c] && world_.chips[c]->audits() == chips[c].audits)) continue;
     ++chips[c].audits;
+    chips[c].relapses = 0;
     chips[c].isRestored = false;
     chips[c].probedResets = 0;
   }

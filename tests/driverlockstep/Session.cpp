@@ -367,6 +367,7 @@ void Session::perform(const Step& step) {
       break;
   }
   if (step.kind != Kind::turn) model_.follow(world_.events, now);
+  if (step.kind == Kind::restored) same("asked of its reset", model_.chips[c].isAsked, false);
   compare();
 }
 

@@ -1,7 +1,7 @@
 // The ledger: what each access may be, and what must hold after passes, replays and at the end.
 #include <algorithm>
 
-#include "driversimulation/System.h"
+#include "driversimulation/Parts.h"
 
 namespace DriverSimulation {
 
@@ -90,14 +90,20 @@ void System::onWrite(U32 r, U32 first, U32 count, const U8* data) {
   }
 }
 
-// The restoring begins, or begins anew.
-void System::onReset(U32 chip) { chips_[chip].restoringAt = ++stamp_; }
+// The restoring begins, or begins anew. However many tell of a reset, it is one.
+void System::onReset(U32 chip) {
+  chips_[chip].restoringAt = ++stamp_;
+  if (chips_[chip].chip->resets() > chips_[chip].resets) {
+    broken("reset told twice, of " + chips_[chip].chip->name().bytes());
+  }
+}
 
 // Whatever was interleaved: what clients wrote is in the chip. Of what a fault did after the
 // restoring began the replay need not know: the next pass finds it. A write that its client has not
 // made yet is that client's.
 void System::onRestored(U32 chip) {
   ++outcome_.met["replay ended"];
+  if (!tellsOfReset(chip) || !chips_[chip].isToldOf) chips_[chip].isForgotten = false;
   if (chips_[chip].isAway) return;
   for (U32 r = 0; r < regions_.size(); ++r) {
     const Region& region = regions_[r];

@@ -13,6 +13,8 @@ namespace DriverSimulation {
 constexpr U64 spaceOfRegion = 0x1000;
 constexpr U64 sentinelAddress = 0x10;
 
+constexpr bool tellsOfReset(U32 chip) { return chip % 2 != 0; }
+
 class System::Ham : public Hardware::ChipHam {
  public:
   Ham(const std::string& name, System& system, U32 chip)
@@ -63,6 +65,10 @@ class System::Watch : public Driver::AuditedShadow::NotifieeConst {
   }
   void onFinding(const Driver::Finding& finding) override {
     ++system_.outcome_.met["finding " + Driver::stringValue(finding.verdict).bytes()];
+    for (System::Chip& chip : system_.chips_) {
+      const bool isMade = finding.verdict == Driver::Verdict::reset && !chip.isForgotten;
+      if (chip.chip == finding.chip && isMade) ++chip.resets;
+    }
     for (Region& region : system_.regions_) {
       if (region.memory != finding.chipMemory) continue;
       region.entries[finding.entry].last += " " + std::to_string(system_.completePasses_) + ": " +
@@ -80,6 +86,22 @@ class System::Watch : public Driver::AuditedShadow::NotifieeConst {
 
  private:
   System& system_;
+};
+
+// Some chips have a register that says once that they were reset.
+class System::TellingChip : public Driver::Chip {
+ public:
+  TellingChip(const std::string& name, const Hardware::ChipHam::Ptr& ham, System& system, U32 chip)
+      : Driver::Chip(name, ham), system_(system), chip_(chip) {}
+  bool wasReset() override {
+    System::Chip& chip = system_.chips_[chip_];
+    if (chip.isAway && chip.throws) throw std::runtime_error("no answer");
+    return tellsOfReset(chip_) && !chip.isAway && std::exchange(chip.isToldOf, false);
+  }
+
+ private:
+  System& system_;
+  const U32 chip_;
 };
 
 class System::ChipWatch : public Driver::Chip::NotifieeConst {

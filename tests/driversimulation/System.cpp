@@ -19,7 +19,7 @@ System::System(U64 seed) : random_(seed) {
   for (U32 c = 0; c < chips; ++c) {
     Chip chip;
     chip.ham = Zint::makePtr<Ham>("ham" + std::to_string(c), *this, c);
-    chip.chip = Driver::chipFactory("chip" + std::to_string(c), chip.ham);
+    chip.chip = Zint::makePtr<TellingChip>("chip" + std::to_string(c), chip.ham, *this, c);
     const Bytes id{0xa5};
     chip.chip->sentinelIs(Hardware::ChipAddress(sentinelAddress), id);
     shadow_->chipIs(chip.chip);
@@ -237,6 +237,8 @@ void System::chipFault(U32 c) {
         }
       }
       ++outcome_.met["chip reset"];
+      ++chip.resets;
+      chip.isToldOf = chip.isForgotten = true;
       if (random_.oneIn(2)) chip.chip->doChipReset();
       break;
     default:

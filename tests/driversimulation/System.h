@@ -32,6 +32,7 @@ class System {
   class Ham;
   class Watch;
   class ChipWatch;
+  class TellingChip;
 
   using Bytes = std::vector<U8>;
   struct Entry {
@@ -65,7 +66,10 @@ class System {
     Driver::Chip::Ptr chip;
     Zint::Ptr<ChipWatch> watch;
     bool isAway = false, throws = false;
-    U64 restoringAt = 0;  // stamp of the last reset that was told or found
+    U64 restoringAt = 0;       // stamp of the last reset that was told or found
+    bool isToldOf = false;     // its register says that it was reset, until it is read
+    bool isForgotten = false;  // it was reset, and not restored since
+    U32 resets = 0;            // real ones, and those that a search for one has made out of damage
   };
   struct Pending {
     U32 turns, region, entry;
