@@ -82,7 +82,7 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
       maxEntriesPerReplaySlice,
       replayInterval,
       governor,
-      check,         // NOLINT(clang-diagnostic-shadow): the function of that name is another thing
+      check,
       finding,       // with a finding, of notifiees alone, as the three below
       pass,          // with the result of one
       allowsRepair,  // with a finding

@@ -9,6 +9,8 @@
 // look-up and the request of the audit cannot be looked at.
 #pragma once
 
+// Before check(): its id of that name shadows a function that is declared already.
+#include <Driver/AuditedShadow.h>
 #include <Hardware/HardwareShadow.h>
 #include <vector>
 

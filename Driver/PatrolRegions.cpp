@@ -87,13 +87,14 @@ void Patrol::keepMarks(std::unique_ptr<RegionMarks>& marks) {
                         marks->store == marks->region->dirty();
   // This one, and the one of the caller.
   if (!isAnySet || marks->region->references() <= 2) return;
+  const ChipMemory* const region = marks->region.ptr();
   try {
-    KeptMarks& kept = keptMarks_[marks->region.ptr()];
+    KeptMarks& kept = keptMarks_[region];
     kept.watch = Zint::makePtr<RemovedWatch>(shadow_.zintFwkActivity(), marks->region);
     marks->region = nullptr;
     kept.marks = std::move(marks);
   } catch (const std::bad_alloc&) {
-    keptMarks_.erase(marks->region.ptr());
+    keptMarks_.erase(region);
   }
 }
 
