@@ -311,9 +311,7 @@ Patrol::Visit Patrol::judge(Run& run, U32 entry) {
   if (isOpen && run.cm->dirty() == run.dirtyBuf) marksOf(run.cm).open.atIs(entry, true);
   tell(run, entry, judgement.verdict, judgement.nature);
   if (judgement.error.empty()) return Visit::done;
-  if (ChipState* const state = stateOf(run.chip); state != nullptr) {
-    makeAbsent(*state, judgement.error);
-  }
+  if (ChipState* state = stateOf(run.chip); state != nullptr) makeAbsent(*state, judgement.error);
   return run.isSuperseded() ? Visit::ended : Visit::isVoid;
 }
 
