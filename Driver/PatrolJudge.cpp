@@ -160,6 +160,7 @@ Patrol::Visit Patrol::readRun(Run& run) {
       error);
   noteAccess(begin);
   if (isReset) {
+    if (ChipState* const state = stateOf(run.chip); state != nullptr) state->isAlive = true;
     run.chip->absentIs(false, "", time());
     tellReset(run.chip);
     return Visit::ended;

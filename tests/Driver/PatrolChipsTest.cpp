@@ -203,6 +203,27 @@ TEST_F(PatrolChips, wasReset_isAskedAfterAnAbsenceBeforeAnythingIsJudged) {
   EXPECT_TRUE(told.empty());
 }
 
+TEST_F(PatrolChips, patrolState_goesOnWithAChipThatTellsOfItsResetAsSoonAsItAnswers) {
+  Support::TraceCapture trace(0);
+  const ChipMemory::Ptr cm = region("table", 0x1000, 64);
+  const auto other = Zint::makePtr<Support::PatrolChip>("other");
+  const ChipMemory::Ptr away = regionOf(other, "away", 0x9000, 16);
+  const auto asic = Zint::makePtr<GenerationChip>("asic", chip);
+  asic->restoresItselfIs(false);
+  shadow->chipIs(asic);
+  audit();
+  settle();
+  chip->isAway = other->isAway = true;
+  steps(5);
+  ASSERT_EQ(shadow->patrolState(), Driver::PatrolState::suspended);
+  asic->isNew = true;
+  chip->isAway = false;
+  shadow->doAudit(cm, 0, 1);
+  ASSERT_TRUE(asic->isRestoring());
+  asic->doRestored();
+  EXPECT_NE(shadow->patrolState(), Driver::PatrolState::suspended);
+}
+
 // --- Chips of a driver's own kind ----------------------------------------------------------------
 
 // All regions below an address, whatever their access methods.
