@@ -213,6 +213,33 @@ TEST_F(ChipWriterTest, rulesSayWhatIsReplayed) {
   EXPECT_EQ(run(), (Accesses{writeOf(0x3004, 5), readOf(0x3004, 1), readOf(0x3014, 1)}));
 }
 
+// The replay is told of each region that it verifies, by which it may be taken from it.
+class WriterTakesStore : public Driver::ChipWriter::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onCurrentChipMemory() override {
+    const auto& cm = notifier()->currentChipMemory();
+    if (cm != nullptr && notifier()->entriesWritten() == notifier()->entriesToWrite()) {
+      cm->shadowEnabledIs(false);
+      ++taken;
+    }
+  }
+  int taken = 0;
+};
+
+TEST_F(ChipWriterTest, verification_ofARegionThatLosesItsStorePassesOverIt) {
+  threeRegions();
+  fill(a, {1, 2});
+  fill(b, {3});
+  resetChip();
+  writerIs(8, 64);
+  writer->verifiesIs(true);
+  const auto watch = Zint::makePtr<WriterTakesStore>(loop.activity, writer);
+  EXPECT_EQ(run(), (Accesses{writeOf(0x3004, 2), writeOf(0x100c, 1)}));
+  EXPECT_EQ(watch->taken, 2);
+  EXPECT_EQ(request->status(), done);
+}
+
 TEST_F(ChipWriterTest, maskedBitsAreRewrittenAsThePolicySays) {
   threeRegions();
   fill(a, {0, 1, 2, 3});
