@@ -91,6 +91,21 @@ bool ChipAccess::isServed(U32 entry) const {
          !isMarked(cm.volatileEntries(), entry);
 }
 
+// REQUIRES: isKnown(i): whether entry first + i is served from the cache.
+template <class IsKnown>
+void ChipAccess::requireReadable(U32 first, U32 count, const IsKnown& isKnown) const {
+  const Policy::Ptr policy = shadow_->policy(chipMemory_);
+  if (policy == nullptr) return;
+  for (U32 i = 0; i < count;) {
+    const U32 end = policy->ruleEnd(first + i, first + count) - first;
+    if (policy->rule(first + i) != Rule::writeOnly) i = end;
+    while (i < end && isKnown(i)) ++i;
+    if (i == end) continue;
+    Zint::throwRangeException(Zint::format("entry %u of ", first + i) + chipMemory_->name() +
+                              " is write-only, and its value is not known");
+  }
+}
+
 void ChipAccess::readBytes(U32 first, std::span<U8> bytes) const {
   const U32 count = requireEntries(first, bytes.size());
   if (count == 0) return;
@@ -108,13 +123,16 @@ void ChipAccess::readBytes(U32 first, std::span<U8> bytes) const {
            shadow_->readFromCache(cm, first + i, values.data() + std::size_t{i} * entrySize,
                                   entries * entrySize);
   };
+  // A single entry that was not served is not known.
+  const auto isKnown = [&](U32 i) { return count > 1 && canBeServed() && isServed(first + i); };
   U64 missed = 0;
   if (!serve(0, count)) {
+    requireReadable(first, count, isKnown);
     for (U32 i = 0; i < count;) {
-      const bool isKnown = count > 1 && canBeServed() && isServed(first + i);
+      const bool isRunKnown = isKnown(i);
       U32 end = i + 1;
-      while (end < count && (canBeServed() && isServed(first + end)) == isKnown) ++end;
-      if (!isKnown || !serve(i, end - i)) {
+      while (end < count && isKnown(end) == isRunKnown) ++end;
+      if (!isRunKnown || !serve(i, end - i)) {
         cm->chipHam()->doRead(cm->entryAddress(first + i),
                               values.data() + std::size_t{i} * entrySize, entrySize, end - i);
         missed += end - i;

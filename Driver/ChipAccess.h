@@ -23,8 +23,9 @@
 // that the newest value stays. An entry that is written without a store (shadowEnabled off), or
 // read before the shadow is configured, goes to the chip.
 //
-// Bad entries and sizes are range exceptions, and nothing has changed then. So is a write while the
-// region's store is being exchanged: of a notifiee of that.
+// Bad entries and sizes are range exceptions, and nothing has changed then. So is the read of a
+// writeOnly entry that the cache does not serve: its chip cannot tell it, and is not asked. So is a
+// write while the region's store is being exchanged: of a notifiee of that.
 #pragma once
 
 #include <Driver/AuditedShadow.h>
@@ -139,6 +140,8 @@ class UMBRA_API ChipAccess : public Zint::PtrInterface {
   void requireSize(std::size_t bytes) const;
   U32 requireEntries(U32 first, std::size_t bytes) const;
   bool isServed(U32 entry) const;
+  template <class IsKnown>
+  void requireReadable(U32 first, U32 count, const IsKnown& isKnown) const;
 
   const AuditedShadow::Ptr shadow_;
   const ChipMemory::Ptr chipMemory_;

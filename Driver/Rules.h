@@ -12,7 +12,7 @@ enum class Rule : S32 {
   volatile_,   // "volatile": changes by itself; never compared, learned, served from the cache or
                // skipped as a write hit
   noRead,      // reading has effects: the patrol never reads it, clients may
-  writeOnly,   // cannot be read; replayed
+  writeOnly,   // cannot be read, nor by clients where its value is not known; replayed
   readOnly     // compared if its value is known, never written
 };
 

@@ -266,6 +266,32 @@ TEST_F(ChipAccessTest, read_ofVolatileEntriesGoesToTheChip) {
   EXPECT_EQ(memory->taken(), (Accesses{readOf(0x1004, 1)}));
 }
 
+TEST_F(ChipAccessTest, read_ofAWriteOnlyEntryIsServedOrRefusedBeforeAnyAccess) {
+  const auto policy = Driver::policyFactory(cm);
+  policy->ruleIs(2, 2, Rule::writeOnly);
+  own->policyIs(policy);
+  access->write<U32>(2, 22);
+  memory->taken();
+  EXPECT_EQ(access->read<U32>(2), 22u);
+  const auto refused = [&](U32 first, U32 count) -> std::string {
+    std::vector<U32> values(count, 7);
+    try {
+      access->read<U32>(first, std::span<U32>(values));
+    } catch (const Zint::RangeException& e) {
+      EXPECT_EQ(values, std::vector<U32>(count, 7));
+      return e.what();
+    }
+    return "";
+  };
+  const std::string text = "entry 3 of " + std::string(std::string_view(cm->name())) +
+                           " is write-only, and its value is not known";
+  EXPECT_EQ(refused(3, 1), text);
+  EXPECT_EQ(refused(0, 5), text);
+  EXPECT_TRUE(memory->taken().empty());
+  EXPECT_EQ(refused(0, 3), "");
+  EXPECT_EQ(memory->taken(), (Accesses{readOf(0x1000, 2)}));
+}
+
 TEST_F(ChipAccessTest, read_thatThrowsLeavesTheCallersBytes) {
   memory->onAccess = [](const HamAccess&, U8*) { throw std::runtime_error("bus"); };
   std::array<U32, 2> values{7, 8};
