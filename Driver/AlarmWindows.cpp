@@ -8,13 +8,6 @@
 namespace Driver {
 namespace {
 
-struct SubjectHash {
-  std::size_t operator()(const AlarmSubject& subject) const {
-    const U64 place = (subject.address + subject.entry * 0xbf58476d1ce4e5b9u) * 0x9e3779b97f4a7c15u;
-    return Zint::sizeOf(place >> 32) ^ std::hash<std::string_view>()(subject.chip);
-  }
-};
-
 bool isConcerned(AlarmRule::Scope scope, const Findings& findings) {
   switch (scope) {
     case AlarmRule::entry_:
@@ -53,6 +46,13 @@ Zint::String8 subjectText(AlarmRule::Scope scope, const Findings& findings,
 }
 
 }  // namespace
+
+struct AlarmWindows::SubjectHash {
+  std::size_t operator()(const AlarmSubject& subject) const {
+    const U64 place = (subject.address + subject.entry * 0xbf58476d1ce4e5b9u) * 0x9e3779b97f4a7c15u;
+    return Zint::sizeOf(place >> 32) ^ std::hash<std::string_view>()(subject.chip);
+  }
+};
 
 // --- Times ---
 

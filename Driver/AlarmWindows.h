@@ -98,6 +98,7 @@ class AlarmWindows {
   void clearFirst(AlarmChanges& changes);
 
  private:
+  struct SubjectHash;
   struct Window;
   struct Counter;  // a rule and its windows
   using Order = std::list<Window*>;

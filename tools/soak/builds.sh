@@ -25,7 +25,8 @@ run_build() {
     pie) flags+=' -fPIE' linking+=(-pie) ;;
     nopic) flags+=' -fno-pic' linking+=(-no-pie) ;;
   esac
-  local options=(-G Ninja -DUMBRA_TESTS=ON -DUMBRA_DEMO=OFF -DCMAKE_BUILD_TYPE=Matrix)
+  local options=(-G Ninja -DUMBRA_TESTS=ON -DUMBRA_DEMO=OFF -DCMAKE_UNITY_BUILD=ON
+    -DCMAKE_BUILD_TYPE=Matrix)
   case $compiler in
     gcc) options+=(-DCMAKE_CXX_COMPILER=g++ -DCMAKE_AR=/usr/bin/gcc-ar -DCMAKE_RANLIB=/usr/bin/gcc-ranlib) ;;
     clang) options+=(-DCMAKE_CXX_COMPILER=clang++) ;;
