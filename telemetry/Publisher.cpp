@@ -43,8 +43,9 @@ template <class T>
 std::vector<Zint::Ptr<T>> objectsOf(const Publishing& publishing, TableId table) {
   std::vector<Zint::Ptr<T>> found;
   for (const auto& subject : publishing.objects()) {
+    if (subject->table != table) continue;
     const auto* object = static_cast<const T*>(subject->weak->notifier());
-    if (subject->table == table && object != nullptr) found.emplace_back(const_cast<T*>(object));
+    if (object != nullptr) found.emplace_back(const_cast<T*>(object));
   }
   return found;
 }
