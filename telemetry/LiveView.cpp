@@ -54,7 +54,7 @@ void LiveView::write(SharedFile& file, const Layout& layout, Subject& subject,
   const U32 table = static_cast<U32>(subject.table);
   RowSource& source = *sources_[table];
   Word* row = file.words(layout.firstRow[table] + source.rowBytes() * subject.slot);
-  const U32 words = source.rowBytes() / sizeof(U32);
+  const U32 words = source.rowBytes() / U32{sizeof(U32)};
   scratch_.assign(words, 0);
   if (what != RowSource::What::all) {
     for (U32 i = 1; i < words; ++i) scratch_[i] = row[i].load(std::memory_order_relaxed);

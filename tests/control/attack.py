@@ -143,7 +143,7 @@ def main():
         asking.start()
         halves = half_lines(stand, 8)
         goes_within(stand, 30 if quick else 300)
-        dropped = never_reads(stand, 20)
+        dropped = never_reads(stand, 200)
         if not dropped:
             problems.append("a client that never reads was not dropped")
         for thread in listing:

@@ -200,15 +200,14 @@ void Model::slice(Pass& pass, U32 first, U32 end) {
   std::vector<U32> cleared;
   if (settings.judgeAtOnce) {
     // Cleared before the read; what comes from within it counts.
-    U32 reach = slice.end;
     for (std::size_t i = at_; i < events_->size() && (*events_)[i].what != What::present; ++i) {
       const Event& event = (*events_)[i];
-      if (event.what == What::read) reach = std::max(reach, event.entry + event.count);
-    }
-    for (U32 e = slice.first; e < std::min<U32>(reach, end); ++e) {
-      if (!region.entries[e].mark || !Driver::isRead(region.entries[e].rule)) continue;
-      clearMark(region.entries[e]);
-      cleared.push_back(e);
+      if (event.what != What::read) continue;
+      for (U32 e = event.entry; e < std::min(event.entry + event.count, end); ++e) {
+        if (!region.entries[e].mark) continue;
+        clearMark(region.entries[e]);
+        cleared.push_back(e);
+      }
     }
   }
   while (!atEnd() && (peek().what == What::read || peek().what == What::client)) {
