@@ -17,7 +17,7 @@ VALGRIND_PROGRAMS=(Hardware-tests runtime-tests scenario-tests contract-tests pl
 # Left out there: death tests fork and abort by intent; the sizes of the limits are for real speed;
 # valgrind puts its own operator new and delete in the place of those that count, and takes a block
 # that the address space cannot hold for an error.
-VALGRIND_FILTER='-*Death*:*atal*:*Assertion*:*ssertion*:Limits.*:Million*:*aMillion*:*65535*:*65536*:*Ndebug*:*Wrapped*:*noMemory*:*llocatesNothing:*theStorageIsZero*:*AddressSpaceCannotHold*'
+VALGRIND_FILTER='-*Death*:*atal*:*Assertion*:*ssertion*:Limits.*:Million*:*aMillion*:*65535*:*65536*:*Ndebug*:*Wrapped*:*noMemory*:*ithoutMemory*:*llocatesNothing:*theStorageIsZero*:*AddressSpaceCannotHold*'
 
 say() { printf 'soak: %s\n' "$*" >&2; }
 die() {
