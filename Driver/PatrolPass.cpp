@@ -329,10 +329,10 @@ Patrol::Visit Patrol::visit(U32 budget, U32& done) {
     end = entry_ + std::min(most, end - entry_);
   }
   if (policy != nullptr) {
-    if (const U32 readable = firstRead(*policy, entry_, end); readable != entry_) {
-      done = readable - entry_;
+    // What is not read costs no more than a region that has nothing to read.
+    if (const U32 readable = firstRead(*policy, entry_, cm->entries()); readable != entry_) {
+      done_ += readable - entry_;
       entry_ = readable;
-      done_ += done;
       return Visit::done;
     }
     end = readEnd(*policy, entry_, end);

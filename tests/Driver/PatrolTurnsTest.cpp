@@ -233,4 +233,16 @@ TEST_F(PatrolTurns, aReplayThatTheSentinelDisprovesIsNoRestoring) {
   EXPECT_EQ(shadow->repairs(), 0u);
 }
 
+// However small the slices are.
+TEST_F(PatrolTurns, entriesThatAreNotReadAreBehindInOneTurn) {
+  const ChipMemory::Ptr mac = region("mac", 0x1000, 1000);
+  const auto policy = Driver::policyFactory(mac);
+  policy->ruleIs(5, 990, Rule::noRead);
+  shadow->policyIs(policy);
+  shadow->maxEntriesPerSliceIs(1);
+  audit();
+  EXPECT_TRUE(pass(15));
+  EXPECT_EQ(chip->readAddresses.size(), 10u);
+}
+
 }  // namespace
