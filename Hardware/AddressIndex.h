@@ -38,7 +38,7 @@ class AddressIndex {
     if (isEmpty()) forget();
     for (; reactor; ++reactor) {
       add(reactor->chipMemory());
-      visit(*reactor->chipMemory());
+      visit(reactor->chipMemory());
     }
     buildStartTables();
   }

@@ -142,7 +142,9 @@ ChipReader::ZintRequest::ZintRequest(ChipReader* reader, const ChipReadRequest::
     : ChipReadRequest::NotifieeConst(reader->zintFwkActivity(), request,
                                      reader->hasNotificationActive()),
       reader_(reader),
-      request_(request) {}
+      request_(request) {
+  interestIs(Zint::interestIn(ChipReadRequest::Id::state));
+}
 
 ChipReader::ZintRequest::~ZintRequest() = default;
 

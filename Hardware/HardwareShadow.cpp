@@ -142,7 +142,9 @@ HardwareShadow::ZintAuditReadRequest::ZintAuditReadRequest(HardwareShadow* shado
     : ChipReadRequest::NotifieeConst(shadow->zintFwkActivity(), request,
                                      shadow->hasNotificationActive()),
       shadow_(shadow),
-      request_(request) {}
+      request_(request) {
+  interestIs(Zint::interestIn(ChipReadRequest::Id::status));
+}
 
 HardwareShadow::ZintAuditReadRequest::~ZintAuditReadRequest() = default;
 

@@ -316,7 +316,8 @@ class UMBRA_API HardwareShadow : public Zint::PtrInterface {
   void checkSizeForLast(U32 size) const;
   // The state whose action is under way; otherwise the state.
   State stateInAction() const { return isActing_ ? commands_.front() : state_; }
-  void enrolAuditedRegions(bool isAnyAudited);
+  void buildIndexAndEnrol(ChipReadRequest& request);
+  U32 enrolAuditedRegions(ChipReadRequest& request, bool isAnyAudited) const;
   void emptyAuditReadRequest();
   void clearIndex();
   void wakeClockAt(const Zint::Seconds& time);

@@ -10,6 +10,10 @@ namespace {
 constexpr const char* stateNames[] = {"unconfigured", "configured", "idle", "auditing"};
 constexpr Zint::Enumeration states{"HardwareShadow::State", "State", stateNames};
 
+bool isAudited(const ChipMemory& cm) {
+  return cm.auditEnabled() && cm.mode() != ChipMemory::override();
+}
+
 }  // namespace
 
 HardwareShadow::State HardwareShadow::StateInstance(U32 value) {
@@ -73,11 +77,9 @@ void HardwareShadow::handleState() {
         auditReadRequestIs(chipReadRequestFactory("UmbraReadRequest"));
       }
       if (nextIndex() != 0) clearIndex();
-      bool isAnyAudited = false;
-      index_.build(chipMemory_.iterator(),
-                   [&isAnyAudited](const ChipMemory& cm) { isAnyAudited |= cm.auditEnabled(); });
       UMBRA_ASSERT(__LINE__, auditReadRequest());  // a notifiee may have dropped it
-      enrolAuditedRegions(isAnyAudited);
+      const ChipReadRequest::Ptr request = auditReadRequest();
+      buildIndexAndEnrol(*request);
       if (commands_.size() <= 1) stateIs(idle_);
       break;
     }
@@ -104,23 +106,38 @@ void HardwareShadow::handleState() {
   }
 }
 
-// The entries are counted at the end: notifiees may switch the audit of regions on and off.
-// A walk of the registry takes as long as building the index.
-// REQUIRES: the request.
-void HardwareShadow::enrolAuditedRegions(bool isAnyAudited) {
-  const ChipReadRequest::Ptr request = auditReadRequest();
+// While nobody is notified of the request's regions, they enter it in the same walk of the
+// registry.
+void HardwareShadow::buildIndexAndEnrol(ChipReadRequest& request) {
+  const bool enrolsAtOnce =
+      request.chipMemorys() == 0 && !request.isObserved(ChipReadRequest::Id::chipMemory);
   enrolments_.advance();
+  bool isAnyAudited = false;
+  U32 entries = 0;
+  index_.build(chipMemory_.iterator(), [&](const ChipMemory::Ptr& cm) {
+    if (!isAudited(*cm)) return;
+    isAnyAudited = true;
+    if (!enrolsAtOnce) return;
+    request.newChipMemory(cm);
+    entries += cm->entries();
+  });
+  if (!enrolsAtOnce) entries = enrolAuditedRegions(request, isAnyAudited);
+  chipMemoryEntriesUnderAuditIs(entries);
+}
+
+// Returns their entries, counted at the end: notifiees may switch the audit of regions on and off.
+U32 HardwareShadow::enrolAuditedRegions(ChipReadRequest& request, bool isAnyAudited) const {
   if (isAnyAudited) {
     for (auto reactor = chipMemory_.iterator(); reactor; ++reactor) {
       const ChipMemory::Ptr cm = reactor->chipMemory();
-      if (cm->mode() != ChipMemory::override() && cm->auditEnabled()) request->chipMemoryIs(cm);
+      if (isAudited(*cm)) request.chipMemoryIs(cm);
     }
   }
   U32 entries = 0;
-  for (auto member = request->chipMemoryIterator(); member; ++member) {
+  for (auto member = request.chipMemoryIterator(); member; ++member) {
     entries += member->chipMemory()->entries();
   }
-  chipMemoryEntriesUnderAuditIs(entries);
+  return entries;
 }
 
 // There is no request if the shadow was never configured.

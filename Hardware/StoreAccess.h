@@ -16,6 +16,19 @@ struct StoreAccess {
     return bitmap == nullptr || entry >> 3 >= bitmap->size() ? 0 : bitmap->data()[entry >> 3];
   }
 
+  // Ask for the memory of what a comparison uses, ahead of it.
+  static void prefetchRegion(const ChipMemory& cm) {
+    __builtin_prefetch(&cm);
+    __builtin_prefetch(&cm.auditEnabled_);
+    __builtin_prefetch(&cm.hardware_);
+  }
+  static void prefetchBuffers(const ChipMemory& cm) {
+    __builtin_prefetch(cm.shadow_.ptr());
+    __builtin_prefetch(cm.initialized_.ptr());
+    __builtin_prefetch(cm.dirty_.ptr());
+    __builtin_prefetch(cm.hardware_.ptr());
+  }
+
   // Count without a virtual call. REQUIRES: the counter is not overridden, or `n` is 0. The caller
   // notifies of it where it is observed.
   static void countReads(const ChipMemory& cm, U32 n) { cm.readCacheHits_ += n; }

@@ -1,6 +1,7 @@
 // Making the index: what `configured` costs.
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -84,6 +85,29 @@ void registerConfigured(const std::string& comparison, U32 count, U32 distance, 
     }
     partsOfIteration(state, s.regions.size());
   });
+  // What there is by hand where the order of the index and the members of the request are asked
+  // for: the registry is a tree, and an audited region has a place of its own under its address.
+  side(comparison, audited ? "tree to vector and hash map" : "tree to vector",
+       [stand, audited](benchmark::State& state) {
+         RegistryStand& s = stand();
+         std::map<U64, ChipMemory::Ptr> registry;
+         for (ChipMemory* region : s.regions) registry.emplace(region->address().value(), region);
+         for (auto _ : state) {
+           std::vector<std::pair<U64, ChipMemory::Ptr>> vector;
+           std::unordered_map<U64, ChipMemory::Ptr> request;
+           for (const auto& [address, region] : registry) {
+             vector.emplace_back(region->address().value(), region);
+             if (audited) request.emplace(region->address().value(), region);
+           }
+           benchmark::ClobberMemory();
+           state.PauseTiming();
+           require(vector.size() == s.regions.size(), "all regions are in the vector");
+           request.clear();
+           vector.clear();
+           state.ResumeTiming();
+         }
+         partsOfIteration(state, s.regions.size());
+       });
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <map>
 
 #include "PassStand.h"
@@ -106,6 +107,8 @@ struct LongStand : Stand {
     }
     configured();
     for (const ChipMemory::Ptr& region : regions) region->doClear();
+    for (auto member = shadow->auditReadRequest()->chipMemoryIterator(); member; ++member)
+      inPassOrder.push_back(member->chipMemory());
     reader = Hardware::chipReaderFactory(activity, shadow->auditReadRequest(), clock,
                                          entriesOfSlice, 0.0);
     shadow->stateIs(HardwareShadow::auditing());
@@ -129,26 +132,33 @@ struct LongStand : Stand {
     return turns;
   }
 
-  std::vector<ChipMemory::Ptr> regions;
+  std::vector<ChipMemory::Ptr> regions;      // in the order of their addresses, and in memory
+  std::vector<ChipMemory::Ptr> inPassOrder;  // in which a pass visits them
   Hardware::ChipReader::Ptr reader;
 };
 
-using Bare = std::function<void(const LongStand&)>;
+using Regions = std::vector<ChipMemory::Ptr>;
+using Bare = std::function<void(const Regions&)>;
 
 void registerTurn(const std::string& name, const std::function<LongStand&()>& stand,
-                  double LongStand::Turns::*turn, const Bare& bare) {
+                  double LongStand::Turns::*turn) {
   side(name, "ours",
        [stand, turn](benchmark::State& state) {
          for (auto _ : state) state.SetIterationTime(stand().onePass().*turn);
        })
       ->UseManualTime()
       ->Iterations(1);
-  side(name, "bare loop",
-       [stand, bare](benchmark::State& state) {
+}
+
+void registerBare(const std::string& name, const char* reference,
+                  const std::function<LongStand&()>& stand, Regions LongStand::*order,
+                  const Bare& bare) {
+  side(name, reference,
+       [stand, bare, order](benchmark::State& state) {
          for (auto _ : state) {
            stand().onePass();  // leaves the caches as a pass would
            const double began = processorTime();
-           bare(stand());
+           bare(stand().*order);
            state.SetIterationTime(processorTime() - began);
          }
        })
@@ -156,31 +166,53 @@ void registerTurn(const std::string& name, const std::function<LongStand&()>& st
       ->Iterations(1);
 }
 
+constexpr const char* inOrder = "bare loop in the order of a pass";
+
+void clearDirty(const Regions& regions) {
+  for (const ChipMemory::Ptr& region : regions)
+    std::memset(region->dirty()->data(), 0, region->dirty()->size());
+  benchmark::ClobberMemory();
+}
+
+// The reader begins with a queue of what it is to read.
+void clearDirtyAndQueue(const Regions& regions) {
+  clearDirty(regions);
+  std::deque<ChipMemory::Ptr> queue;
+  for (const ChipMemory::Ptr& region : regions) queue.push_back(region);
+  opaque(queue);
+}
+
+void compareAll(const Regions& regions) {
+  int difference = 0;
+  for (const ChipMemory::Ptr& region : regions) {
+    difference |= std::memcmp(region->shadow()->data(), region->hardware()->data(),
+                              region->hardware()->size());
+  }
+  opaque(difference);
+}
+
 void registerTurnsOf(const std::string& what, U32 regions, U32 entries) {
   auto stand = shared<LongStand>(regions, entries);
-  registerTurn("row24/start turn, " + what, stand, &LongStand::Turns::start,
-               [](const LongStand& s) {
-                 for (const ChipMemory::Ptr& region : s.regions)
-                   std::memset(region->dirty()->data(), 0, region->dirty()->size());
-                 benchmark::ClobberMemory();
-               });
-  registerTurn("row24/comparing turn, " + what, stand, &LongStand::Turns::comparison,
-               [](const LongStand& s) {
-                 int difference = 0;
-                 for (const ChipMemory::Ptr& region : s.regions) {
-                   difference |= std::memcmp(region->shadow()->data(), region->hardware()->data(),
-                                             region->hardware()->size());
-                 }
-                 opaque(difference);
-               });
+  const std::string start = "row24/start turn, " + what;
+  const std::string comparing = "row24/comparing turn, " + what;
+  registerTurn(start, stand, &LongStand::Turns::start);
+  registerBare(start, "bare loop", stand, &LongStand::regions, clearDirty);
+  registerTurn(comparing, stand, &LongStand::Turns::comparison);
+  registerBare(comparing, "bare loop", stand, &LongStand::regions, compareAll);
   const std::string longest = "row24/longest slice turn, " + what;
   if (regions > 1) {
-    registerTurn(longest, stand, &LongStand::Turns::longestSlice, [entries](const LongStand& s) {
+    registerBare(start, "bare loop and queue in the order of a pass", stand,
+                 &LongStand::inPassOrder, clearDirtyAndQueue);
+    registerBare(comparing, inOrder, stand, &LongStand::inPassOrder, compareAll);
+    const Bare readSlice = [entries](const Regions& order) {
       for (U32 i = 0; i < entriesOfSlice / entries; ++i) {
-        Hardware::ChipMemory& region = *s.regions[i];
+        ChipMemory& region = *order[i];
         region.chipHam()->doRead(region.address(), region.hardware()->data(), 4, entries);
       }
-    });
+    };
+    registerTurn(longest, stand, &LongStand::Turns::longestSlice);
+    registerBare(longest, "bare loop", stand, &LongStand::regions, readSlice);
+    registerBare(longest, inOrder, stand, &LongStand::inPassOrder, readSlice);
   } else {  // one call of an access method that does nothing: no reference to be held against
     side(longest, "ours",
          [stand](benchmark::State& state) {
@@ -248,18 +280,27 @@ void registerUnconfigured(U32 regionCount) {
       shadow.stateIs(HardwareShadow::unconfigured());
     }
   });
-  // The same numbers of counted pointers: a vector for the index, a map for the request.
-  side(comparison, "vector and map emptied", [stand](benchmark::State& state) {
-    for (auto _ : state) {
-      state.PauseTiming();
-      std::vector<ChipMemory::Ptr> index = stand().regions;
-      std::map<const ChipMemory*, ChipMemory::Ptr> request;
-      for (const ChipMemory::Ptr& region : index) request.emplace(region.ptr(), region);
-      state.ResumeTiming();
-      index.clear();
-      request.clear();
-    }
-  });
+  // The same numbers of counted pointers: a vector for the index, a map for the request, whose
+  // order is that of the addresses, or that in which a request is emptied.
+  const auto registerEmptied = [&](const char* reference, Regions LongStand::*order) {
+    side(comparison, reference, [stand, order](benchmark::State& state) {
+      for (auto _ : state) {
+        state.PauseTiming();
+        Regions index = stand().regions;
+        std::map<std::size_t, ChipMemory::Ptr> request;
+        std::map<const ChipMemory*, std::size_t> places;
+        for (const ChipMemory::Ptr& region : stand().*order)
+          places.emplace(region.ptr(), places.size());
+        for (const ChipMemory::Ptr& region : index)
+          request.emplace(places.at(region.ptr()), region);
+        state.ResumeTiming();
+        index.clear();
+        request.clear();
+      }
+    });
+  };
+  registerEmptied("vector and map emptied", &LongStand::regions);
+  registerEmptied("vector and map emptied in that order", &LongStand::inPassOrder);
 }
 
 // --- Idleness ----------------------------------------------------------------------------------

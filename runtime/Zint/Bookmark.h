@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Zint/Ptr.h>
+#include <Zint/Types.h>
 #include <utility>
 
 namespace Zint {
@@ -110,6 +111,17 @@ class MemberIterator {
   bool hasLeft() const { return mark_.hasLeft(); }
   Ptr<V> operator*() const { return current_; }
   V* operator->() const { return current_; }
+  // The member that lies so many steps ahead as the collection is now; null when the end comes
+  // first. For who prepares for it: a change may keep the walk from getting there.
+  V* ahead(U32 steps) const {
+    if (mark_.isOrphan() || mark_.hasLeft()) return nullptr;
+    V* member = current_;
+    for (Place place = mark_.place(); member != nullptr && steps != 0; --steps) {
+      place = collection_->placeAfter(place);
+      member = collection_->memberAt(place);
+    }
+    return member;
+  }
   MemberIterator& operator++() {
     // Released last: its destructor may remove members or destroy the collection.
     const Ptr<V> left = mark_.leftDel();

@@ -373,6 +373,37 @@ TEST_F(HardwareShadowState, configuredIsAnnouncedBeforeItIsActedOn) {
   EXPECT_EQ(watch->indexed, (std::vector<U32>{0, 1}));
 }
 
+TEST_F(HardwareShadowState, theSameRegionsAreEnrolledWithAndWithoutAnObserverOfTheRequest) {
+  class Regions : public ChipReadRequest::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onChipMemory(const ChipAddress& key) override { told.push_back(key.value()); }
+    std::vector<U64> told;
+  };
+  const ChipMemory::Ptr overridden = audited("overridden", 0x3000, 4);
+  overridden->modeIs(ChipMemory::override());
+  for (const ChipMemory::Ptr& cm : {mac, plain, overridden, audited("acl", 0x4000, 2)})
+    shadow->chipMemoryIs(cm);
+  const auto enrolled = [this] {
+    std::vector<Zint::String8> names;
+    const ChipReadRequest::Ptr request = shadow->auditReadRequest();
+    for (auto member = request->chipMemoryIterator(); member; ++member)
+      names.push_back(member->chipMemory()->name());
+    return names;
+  };
+  shadow->stateIs(configuredState);
+  const std::vector<Zint::String8> unobserved = enrolled();
+  EXPECT_EQ(unobserved.size(), 2u);
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 18u);
+  shadow->stateIs(unconfiguredState);
+
+  const auto regions = Zint::makePtr<Regions>(loop.activity, shadow->auditReadRequest());
+  shadow->stateIs(configuredState);
+  EXPECT_EQ(enrolled(), unobserved);
+  EXPECT_EQ(regions->told, (std::vector<U64>{0x1000, 0x4000}));
+  EXPECT_EQ(shadow->chipMemoryEntriesUnderAudit(), 18u);
+}
+
 TEST_F(HardwareShadowState, entriesUnderAuditAreCountedWhenIdleIsAnnounced) {
   const auto watch = Zint::makePtr<Watch>(loop.activity, shadow);
   std::vector<U32> counted;

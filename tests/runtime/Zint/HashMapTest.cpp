@@ -111,6 +111,33 @@ TEST(HashMap, iteratesInTheOrderOfTheReversedHash) {
   EXPECT_THAT(keys(map), ElementsAre(0, 0x80000000u, 4, 2, 6, 1, 5, 3, 7));
 }
 
+TEST(HashMap, anIteratorLooksAheadWithoutMoving) {
+  HashedMap<U32> map;
+  for (U32 key : {0u, 1u, 2u, 3u}) insert(map, key);
+  auto it = map.iterator();
+  EXPECT_EQ(it.ahead(0), map.find(0));
+  EXPECT_EQ(it.ahead(1), map.find(2));
+  EXPECT_EQ(it.ahead(3), map.find(3));
+  EXPECT_EQ(it.ahead(4), nullptr);
+  EXPECT_EQ(it->fwkKey(), 0u);
+  map.del(2);
+  EXPECT_EQ(it.ahead(1), map.find(1));
+  map.del(0);
+  EXPECT_EQ(it.ahead(1), nullptr);
+  ++it;
+  EXPECT_EQ(it->fwkKey(), 1u);
+  EXPECT_EQ(it.ahead(1), map.find(3));
+}
+
+TEST(HashMap, anIteratorOfADestroyedMapSeesNothingAhead) {
+  auto map = std::make_unique<HashedMap<U32>>();
+  insert(*map, 1u);
+  insert(*map, 2u);
+  auto it = map->iterator();
+  map.reset();
+  EXPECT_EQ(it.ahead(1), nullptr);
+}
+
 TEST(HashMap, aStringIsPlacedByItsStringHashReversed) {
   HashedMap<Zint::String8> map;
   std::vector<Zint::String8> expected = {"mac", "vlan", "route", "acl", "", "counters"};
