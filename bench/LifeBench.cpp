@@ -1,6 +1,9 @@
 // Creation and destruction in bulk, the turns that are as long as their work, and what an activity
 // costs that has nothing to do.
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -316,21 +319,51 @@ class Ticker : public Zint::Clock::NotifieeConst {
   U32 left = 0;
 };
 
-double microsecondsOfWakeUp() {
-  constexpr U32 wakeUps = 300;
-  const Zint::Ptr<Zint::Clock> clock = Zint::monotonicClockFactory("clock");
-  const auto activity = Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
-  const auto ticker = Zint::makePtr<Ticker>(activity, Zint::Ptr<const Zint::Clock>(clock));
+constexpr U32 wakeUps = 300;
+
+// The median of nine runs.
+double microsecondsOf(const std::function<void()>& run) {
   std::vector<double> runs;
-  for (U32 run = 0; run < 9; ++run) {
-    ticker->left = wakeUps;
-    ticker->timeMinIs(0.0);
+  for (U32 i = 0; i < 9; ++i) {
     const double began = processorTime();
-    activity->run();
+    run();
     runs.push_back((processorTime() - began) * 1e6 / wakeUps);
   }
   std::nth_element(runs.begin(), runs.begin() + 4, runs.end());
   return runs[4];
+}
+
+double microsecondsOfWakeUp() {
+  const Zint::Ptr<Zint::Clock> clock = Zint::monotonicClockFactory("clock");
+  const auto activity = Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
+  const auto ticker = Zint::makePtr<Ticker>(activity, Zint::Ptr<const Zint::Clock>(clock));
+  return microsecondsOf([&] {
+    ticker->left = wakeUps;
+    ticker->timeMinIs(0.0);
+    activity->run();
+  });
+}
+
+// The system calls of a wake-up, and nothing else: the timer is set, and waited for.
+double microsecondsOfItsCalls() {
+  const int descriptor = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+  require(descriptor >= 0, "there is a timer");
+  const double microseconds = microsecondsOf([descriptor] {
+    for (U32 i = 0; i < wakeUps; ++i) {
+      itimerspec timer{};
+      clock_gettime(CLOCK_MONOTONIC, &timer.it_value);
+      timer.it_value.tv_nsec += 1000000;
+      if (timer.it_value.tv_nsec >= 1000000000) {
+        timer.it_value.tv_nsec -= 1000000000;
+        ++timer.it_value.tv_sec;
+      }
+      timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &timer, nullptr);
+      pollfd poll{descriptor, POLLIN, 0};
+      ::poll(&poll, 1, -1);
+    }
+  });
+  close(descriptor);
+  return microseconds;
 }
 
 }  // namespace
@@ -347,6 +380,7 @@ void registerLifeBenches() {
   registerLeavingBuffered("1 region of 64 MiB", 1u << 24);
   registerUnconfigured(100000);
   figure("row25/CPU of a wake-up inside run()", "us", microsecondsOfWakeUp);
+  figure("row25/CPU of its system calls alone", "us", microsecondsOfItsCalls);
 }
 
 }  // namespace Bench
