@@ -1,4 +1,4 @@
-// Where things are in the two files: offsets in bytes, as docs/formats.md has them.
+// Where things are in the three files: offsets in bytes, as docs/formats.md has them.
 #pragma once
 
 #include <Zint/Types.h>
@@ -54,5 +54,27 @@ constexpr U32 kind = 1, number = 2, monotonic = 4, wallClock = 6, verdict = 8, n
               actual = 38, text = 42;
 constexpr U32 regionBytes = 48, chipBytes = 32, valueBytes = 16, textBytes = 88;
 }  // namespace EventFormat
+
+namespace TraceFormat {
+constexpr char magic[] = "UMBRTRAC";
+constexpr U32 majorVersion = 8;
+constexpr U32 minorVersion = 12;
+constexpr U32 headerSize = 16;
+constexpr U32 pid = 36;
+constexpr U32 processStart = 40;
+constexpr U32 bootId = 48;
+constexpr U32 bootIdBytes = 16;
+constexpr U32 name = 64;
+constexpr U32 formats = 128, formatsSize = 132, firstEntry = 136;
+constexpr U32 parts = 140, levels = 144, partsPerLevel = 148, partBytes = 152;
+// Bytes from the beginning of a part, and what its records keep to.
+constexpr U32 partBegin = 156, partEnd = 160, partCleared = 164, partRecords = 168,
+              recordStarts = 172, unit = 176;
+constexpr U32 row = 512;
+// Words of the row.
+constexpr U32 rowState = 1, rowMonotonic = 2, rowWallClock = 4, rowLeftOut = 6, rowFailures = 7;
+// Bytes from the beginning of the formats; the first word is the bytes of entries.
+constexpr U32 formatsLeftOut = 4;
+}  // namespace TraceFormat
 
 }  // namespace Telemetry

@@ -151,6 +151,9 @@ std::string Publisher::livePath() const {
 std::string Publisher::eventsPath() const {
   return publishing_->options().directory + "/" + name().bytes() + ".events";
 }
+std::string Publisher::tracePath() const {
+  return publishing_->options().directory + "/" + name().bytes() + ".trace";
+}
 U64 Publisher::publications() const { return publishing_->view().publications(); }
 U32 Publisher::notFit() const { return publishing_->view().notFit(); }
 U32 Publisher::fileBytes() const { return publishing_->view().bytes(); }

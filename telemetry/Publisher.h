@@ -1,13 +1,16 @@
-// Shows a driver to other processes: writes its live view and its event log.
+// Shows a driver to other processes: writes its live view and its event log, and puts its trace
+// records into a file.
 //
 //   auto publisher = Telemetry::publisherFactory(activity, clock, "switch1");
 //   publisher->shadowIs(shadow);
 //   publisher->alarmBoardIs(board);
 //
-// The files are NAME.live and NAME.events in a directory, /run/umbra unless the options say another
-// one. They are made and written in the turns of the activity, each for at most `turnBudget`: every
-// row once a second, the shadow's and those with findings at the end of the patrol's slices. The
-// data path pays nothing: no region has a notifiee.
+// The files are NAME.live, NAME.events and NAME.trace in a directory, /run/umbra unless the options
+// say another one. The first two are made and written in the turns of the activity, each for at
+// most `turnBudget`: every row once a second, the shadow's and those with findings at the end of
+// the patrol's slices. The third is made by the constructor, in some milliseconds: the memory of
+// the process's trace records is from then on that of the file (TraceLog.h). The data path pays
+// nothing: no region has a notifiee, and a trace record costs what it did.
 //
 // A full disk or a file that somebody has removed is counted and told by `errors` and `lastError`,
 // and tried again. Who may write the files may end the driver by cutting them short, and nobody
@@ -33,6 +36,7 @@ struct PublisherOptions {
   U32 events = 16384;                // records of the event log
   double eventRate = 1000;           // events a second that are recorded
   double eventBurst = 2000;          // at once
+  bool trace = true;                 // trace records are in a file, too
   U32 regions = 64;                  // rows of the live view, at least; as many as there are
   U32 alarms = 256;                  // the same
   Zint::Seconds period = 1;          // of the heartbeat and of all rows
@@ -123,6 +127,7 @@ class UMBRA_API Publisher : public Zint::Entity {
   Zint::String8 directory() const;
   std::string livePath() const;
   std::string eventsPath() const;
+  std::string tracePath() const;
   U64 publications() const;  // rows
   U32 notFit() const;        // objects that have no row
   U32 fileBytes() const;     // of the live view; 0 before it is made

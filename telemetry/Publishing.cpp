@@ -137,6 +137,12 @@ Publishing::Publishing(Publisher& publisher, const Zint::Ptr<Zint::ActivityConfi
       events_(eventSettings(publisher.name().bytes(), options),
               [this](const std::string& error) { publisher_.errorIs(error); }) {
   events_.add({.kind = EventKind::start, .verdict = static_cast<U32>(::getpid())}, times());
+  if (options.trace) {
+    const std::string& name = publisher.name().bytes();
+    trace_ = std::make_unique<TraceLog>(
+        TraceLog::Settings{options.directory + "/" + name + ".trace", name},
+        [this](const std::string& error) { publisher_.errorIs(error); }, times());
+  }
   pulse_ = Zint::makePtr<Pulse>(this, activity, clock);
   wakeAt(0.0);
 }
@@ -175,7 +181,8 @@ bool Publishing::step(const Budget& budget) {
   const Times now = times();
   if (!isInRound_ && now.clock >= nextRound_) beginRound();
   return dropDestroyed(budget) || events_.work(budget, now) || takeRegions(budget) ||
-         view_.work(budget, now) || continueRound(budget);
+         view_.work(budget, now) || (trace_ != nullptr && trace_->work(budget, now)) ||
+         continueRound(budget);
 }
 
 void Publishing::doPublish() {
@@ -195,6 +202,7 @@ void Publishing::beginRound() {
   nextRound_ = now.clock + options_.period;
   view_.check();
   events_.check();
+  if (trace_ != nullptr) trace_->check(now);
   for (std::size_t i = 0; i < shadows_.size(); ++i) {
     tellAdopted(*shadows_[i]);
     lookAtChips(*shadows_[i]);
@@ -253,6 +261,7 @@ void Publishing::close() {
   events_.tellSuppressed(now);
   events_.add({.kind = EventKind::end, .verdict = static_cast<U32>(::getpid())}, now);
   view_.beat(Heartbeat::ended, now);
+  if (trace_ != nullptr) trace_->end(now);
 }
 
 void Publishing::handleAssertion(const Zint::AssertionFailure& failure) noexcept {
@@ -266,6 +275,7 @@ void Publishing::handleAssertion(const Zint::AssertionFailure& failure) noexcept
     // There is no file, and no memory: nothing can be left.
   }
   view_.markFailed();
+  if (trace_ != nullptr) trace_->markFailed();
 }
 
 }  // namespace Telemetry

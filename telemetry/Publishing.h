@@ -6,6 +6,7 @@
 
 #include <telemetry/LiveView.h>
 #include <telemetry/Publisher.h>
+#include <telemetry/TraceLog.h>
 
 #include <deque>
 #include <map>
@@ -128,6 +129,7 @@ class Publishing {
   const PublisherOptions options_;
   LiveView view_;
   EventLog events_;
+  std::unique_ptr<TraceLog> trace_;  // null where the options say so
   std::vector<std::unique_ptr<Shadow>> shadows_;
   std::vector<std::unique_ptr<Subject>> objects_;  // readers, governors, the publisher
   std::vector<std::unique_ptr<Board>> boards_;

@@ -32,6 +32,7 @@ class SharedFile {
 
   U32 bytes() const { return bytes_; }
   const std::string& path() const { return path_; }
+  int descriptor() const { return descriptor_; }
   // REQUIRES: that it is made, and an offset of whole words.
   Word* words(U32 offset) const { return words_ + offset / sizeof(Word); }
   // Of what does not change once it is published.

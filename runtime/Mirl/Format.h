@@ -18,6 +18,12 @@ constexpr U8 leftOutTag = 0xfd;  // after the arguments: more were given
 constexpr U8 cutTextTag = 0xfe;  // a text that is the beginning of the one that was given
 constexpr U8 endTag = 0xff;      // fills the last unit
 
+// The threads that write records; a key is never used twice.
+struct Threads {
+  static bool isAlive(U32 key);
+  static U32 ownKey();  // 0 for a thread that has no part
+};
+
 class SpinHold {
  public:
   explicit SpinHold(std::atomic_flag& flag) : flag_(flag) {

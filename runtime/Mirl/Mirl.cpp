@@ -1,6 +1,7 @@
 #include <Mirl/Mirl.h>
 
 #include <Mirl/Format.h>
+#include <Mirl/Outside.h>
 #include <Zint/Clock.h>
 
 #include <algorithm>
@@ -34,8 +35,6 @@ struct Used {
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local Used used[TraceFile::rings]{};
 
-bool isAlive(U32 key) { return threads[key % threadsMax].load(std::memory_order_acquire) == key; }
-
 // Gives the thread's key back when the thread ends. What is written after that is nobody's.
 struct ThreadEnd {
   ThreadEnd() = default;
@@ -64,6 +63,11 @@ void beginThread() {
 
 }  // namespace
 
+bool Threads::isAlive(U32 key) {
+  return threads[key % threadsMax].load(std::memory_order_acquire) == key;
+}
+U32 Threads::ownKey() { return thread.key; }
+
 constinit TraceFile theTraceFile;
 
 MsgDesc::MsgDesc(TraceFile& file, const char* format, int line)
@@ -72,6 +76,7 @@ MsgDesc::MsgDesc(TraceFile& file, const char* format, int line)
   id_ = ++file_.ids_;
   next_ = file_.descs_;
   file_.descs_ = this;
+  if (&file_ == &theTraceFile) Outside::add(*this);
 }
 
 MsgDesc::~MsgDesc() {
@@ -146,18 +151,30 @@ void RingBuf::Part::append(const U8* record, U32 recordBytes) {
   const SpinHold hold(held_);
   Part* part = nullptr;
   for (Part* each = parts_ + threadParts; thread.key != 0 && each-- != parts_;) {
-    const U32 owner = each->owner.load(std::memory_order_relaxed);
-    if (owner == thread.key) return *each;
-    const bool isFree = owner == 0 || (!isAlive(owner) && (part == nullptr || part->owner != 0));
+    const U32 holder = each->holder();
+    if (holder == thread.key) {
+      part = each;
+      break;
+    }
+    const bool isFree =
+        holder == 0 || (!Threads::isAlive(holder) && (part == nullptr || part->holder() != 0));
     if (isFree) part = each;
   }
-  if (part != nullptr) {
-    part->takeOver();
-    part->owner.store(thread.key, std::memory_order_relaxed);
-    return *part;
+  if (part == nullptr) {
+    takeShared();
+    return parts_[threadParts];
   }
-  if (parts_[threadParts].held == 0) parts_[threadParts].takeOver();
-  return parts_[threadParts];
+  if (part->holder() != thread.key) part->takeOver();
+  if (isOutside_) Outside::move(*this, *part);
+  part->called = 0;
+  part->owner.store(thread.key, std::memory_order_relaxed);
+  return *part;
+}
+
+void RingBuf::takeShared() {
+  Part& shared = parts_[threadParts];
+  if (shared.held == 0) shared.takeOver();
+  if (isOutside_) Outside::move(*this, shared);
 }
 
 // --- Records ---
@@ -243,9 +260,8 @@ void RingBuf::append(Part& part, const U8* record, U32 size) {
     part.append(record, size);
   } else {
     const SpinHold hold(held_);
-    Part& shared = parts_[threadParts];
-    if (shared.held == 0) shared.takeOver();
-    shared.append(record, size);
+    takeShared();
+    parts_[threadParts].append(record, size);
   }
 }
 

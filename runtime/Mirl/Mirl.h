@@ -7,8 +7,9 @@
 // record at a level takes a free part, or else that of a thread that has ended, whose records stay
 // until they are overwritten. When there is none it shares the last part, under a lock, with all
 // others like it; so does what is written while a thread or the process ends. The memory is the
-// file's own, 64 KiB for each part that is used. Nothing is allocated but once by a thread's first
-// record: the announcement that the thread's end is of interest.
+// file's own, 68 KiB for each part that is used. Nothing is allocated but once by a thread's first
+// record: the announcement that the thread's end is of interest. Outside.h puts the process's
+// records where other processes can read them.
 //
 //   static const Mirl::MsgDesc desc(Mirl::theTraceFile, "repaired entry %u of %s", __LINE__);
 //   Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 0);
@@ -28,6 +29,7 @@
 
 namespace Mirl {
 
+class Outside;
 class TraceFile;
 
 // What the records of one call site have in common. In the format, %u stands for an unsigned
@@ -45,6 +47,7 @@ class UMBRA_API MsgDesc {
   int line() const { return line_; }
 
  private:
+  friend class Outside;
   friend class TraceFile;
 
   TraceFile& file_;
@@ -73,6 +76,7 @@ struct Record {
 };
 
 class UMBRA_API RingBuf {
+  friend class Outside;
   struct Part;
 
  public:
@@ -170,7 +174,10 @@ class UMBRA_API RingBuf {
   // Bytes: records begin before `starts` and follow each other; after the one that passes it the
   // next one begins at 0. So each is in one piece. More of them are kept than are shown, so that
   // the owner makes room for many at a time.
-  struct Part {
+  //
+  // Whole pages, which can be those of a file. What other processes read has the same places in
+  // both widths.
+  struct alignas(4096) Part {
     static constexpr U32 size = 65536;
     static constexpr U32 slack = 2 * unit;  // for the end of a record
     static constexpr U32 starts = size - recordMax - slack;
@@ -187,12 +194,19 @@ class UMBRA_API RingBuf {
     }
     // Whether nothing was ever written.
     bool isNew() const { return end.load() == 0 && begin.load() == 0; }
+    // The key of the thread whose part it is; 0 for none. REQUIRES: the ring is held.
+    U32 holder() const {
+      const U32 key = owner.load(std::memory_order_relaxed);
+      return key != 0 ? key : called;
+    }
 
     std::atomic<U32> owner;  // the thread's key; 0 for none
     std::atomic<bool> isRead;
     std::atomic<U64> begin;  // records dropped so far << 16 | place of the oldest in units
     std::atomic<U32> end;    // records written so far, mod 2^20, << 12 | place of the next in units
-    U64 cleared;             // so many records are forgotten; guarded by the ring
+    // The key of the owner that is to claim it again, and to move it then; guarded by the ring.
+    U32 called;
+    alignas(8) U64 cleared;  // so many records are forgotten; guarded by the ring
     // The owner's alone.
     Msg* current;  // that is written in its place
     U64 dropped;
@@ -206,10 +220,16 @@ class UMBRA_API RingBuf {
 
   Part& partOf(U32 level);
   Part& claim();
+  // The last part is written to. REQUIRES: the ring is held.
+  void takeShared();
   void append(Part& part, const U8* record, U32 size);
 
-  mutable std::atomic_flag held_{};  // guards readers, claims, and the last part
   mutable Part parts_[threadParts + 1] = {};
+  mutable std::atomic_flag held_{};  // guards readers, claims, and the last part
+  // Guarded: whether parts that are claimed move into a file, and the number of the file that each
+  // part has moved to, 0 for none.
+  bool isOutside_ = false;
+  U32 movedTo_[threadParts + 1] = {};
 };
 
 class UMBRA_API TraceFile {
@@ -230,6 +250,7 @@ class UMBRA_API TraceFile {
 
  private:
   friend class MsgDesc;
+  friend class Outside;
 
   const MsgDesc* find(U32 id) const;
 

@@ -1,6 +1,6 @@
 // Reading records back.
 #include <Mirl/Format.h>
-#include <Mirl/Mirl.h>
+#include <Mirl/Outside.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -43,16 +43,19 @@ Zint::String8 recordText(const char* format, const Arguments& arguments) {
   return text;
 }
 
+// Nothing behind `end` is read, whatever the bytes say.
 Arguments readArguments(const U8* bytes, const U8* end) {
   Arguments arguments;
   while (bytes < end) {
     const U8 tag = *bytes++;
-    if (tag == endTag) break;
+    const auto left = static_cast<std::size_t>(end - bytes);
     if (tag == leftOutTag) {
       arguments.leavesOut = true;
     } else if (tag == textTag || tag == cutTextTag) {
       U16 length = 0;
+      if (left < sizeof length) break;
       std::memcpy(&length, bytes, sizeof length);
+      if (left - sizeof length < length) break;
       bytes += sizeof length;
       arguments.values.emplace_back(
           Zint::String8(std::string_view(reinterpret_cast<const char*>(bytes), length)));
@@ -60,6 +63,7 @@ Arguments readArguments(const U8* bytes, const U8* end) {
       bytes += length;
     } else {
       U64 value = 0;
+      if (tag > sizeof value || left < tag) break;  // also the tag of the end
       std::memcpy(&value, bytes, tag);
       arguments.values.emplace_back(Number{value, tag});
       bytes += tag;
@@ -68,15 +72,15 @@ Arguments readArguments(const U8* bytes, const U8* end) {
   return arguments;
 }
 
-Record makeRecord(const U8* bytes, const MsgDesc* desc) {
+}  // namespace
+
+Record recordFrom(std::span<const U8> bytes, const char* format) {
   Header header;
-  std::memcpy(&header, bytes, sizeof header);
-  Arguments arguments = readArguments(bytes + sizeof header, bytes + header.size);
-  Zint::String8 text = recordText(desc == nullptr ? "unknown" : desc->format(), arguments);
+  std::memcpy(&header, bytes.data(), sizeof header);
+  Arguments arguments = readArguments(bytes.data() + sizeof header, bytes.data() + bytes.size());
+  Zint::String8 text = recordText(format == nullptr ? "unknown" : format, arguments);
   return {header.id, header.time, std::move(arguments.values), std::move(text)};
 }
-
-}  // namespace
 
 // While it lives, the part's records stay as they are. REQUIRES: the ring is held.
 class RingBuf::Part::Reading {
@@ -160,7 +164,9 @@ std::vector<Record> TraceFile::records(U32 level) const {
     for (std::size_t at = 0; at < bytes.size();) {
       Header header;
       std::memcpy(&header, &bytes[at], sizeof header);
-      records.push_back(makeRecord(&bytes[at], find(header.id)));
+      const MsgDesc* desc = find(header.id);
+      records.push_back(
+          recordFrom({&bytes[at], header.size}, desc == nullptr ? nullptr : desc->format()));
       at += header.size;
     }
   }

@@ -3,10 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <stdlib.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <telemetry/Row.h>
 #include <unistd.h>
 
@@ -16,10 +14,11 @@
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "Processes.h"
 
 namespace {
 
+using Support::exitOf;
 using Telemetry::Word;
 
 class Rows : public testing::Test {
@@ -40,19 +39,7 @@ class Rows : public testing::Test {
   }
 
   static pid_t start(std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    std::string program = ROW_PROCESS;
-    arguments.push_back(program.data());
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    pid_t pid = 0;
-    EXPECT_EQ(::posix_spawn(&pid, ROW_PROCESS, nullptr, nullptr, arguments.data(), environ), 0);
-    return pid;
-  }
-  static int exitOf(pid_t pid) {
-    int status = 0;
-    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return Support::start(ROW_PROCESS, std::move(words));
   }
   // Waits until the writer has published that often; fails after ten seconds.
   void waitForPublications(U32 publications) const {

@@ -4,17 +4,23 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <Mirl/Mirl.h>
+#include <functional>
+
 #include "TelemetryTest.h"
 #include "support/Sanitizers.h"
 
 namespace {
 
 struct Instructions : Support::TelemetryTest {
-  // What a process of its own executes between two stops. 0: it cannot be traced here.
+  // What a process of its own executes between two stops, after `prepare`. 0: it cannot be traced
+  // here.
   template <class Act>
-  static U64 count(Act act) {
+  static U64 count(
+      Act act, const std::function<void()>& prepare = [] {}) {
     const pid_t pid = ::fork();
     if (pid == 0) {
+      prepare();
       if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(1);
       act();  // everything is bound and in the caches
       ::raise(SIGSTOP);
@@ -60,6 +66,27 @@ TEST_F(Instructions, ofTheDataPathAreTheSameWithTheTelemetry) {
   publish();
   publisher->doPublish();
   const U64 with = countDataPath(cm);
+  EXPECT_GT(without, 1000u);
+  EXPECT_EQ(with, without);
+}
+
+// The records of a child of fork() are its own: it is the child that publishes.
+TEST_F(Instructions, ofARecordAreTheSameWithTheTelemetry) {
+  const auto writeRecords = [] {
+    static const Mirl::MsgDesc desc(Mirl::theTraceFile, "%u of %s", __LINE__);
+    for (U32 i = 0; i < 16; ++i) {
+      Mirl::RingBuf::Msg msg = Mirl::RingBuf::startMsg(Mirl::theTraceFile, desc, 1);
+      msg << i << "mac";
+      msg.endMsg();
+    }
+  };
+  loop.clock->timeIs(1);
+  const U64 without = count(writeRecords);
+  if (without == 0) GTEST_SKIP() << "processes cannot be traced here";
+  const U64 with = count(writeRecords, [this] {
+    publish();
+    if (!std::filesystem::exists(publisher->tracePath())) ::_exit(1);
+  });
   EXPECT_GT(without, 1000u);
   EXPECT_EQ(with, without);
 }
