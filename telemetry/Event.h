@@ -39,11 +39,13 @@ struct UMBRA_API Event {
   U32 entrySize = 0;  // bytes
   U32 uid = nobody;   // of who asked for it
   U32 pid = nobody;
-  std::string region = {};
+  std::string region = {};  // its beginning, where it was too long for the record
+  bool regionIsCut = false;
   std::string chip = {};
   std::vector<U8> expected = {};  // at most the first 16 bytes
   std::vector<U8> actual = {};
-  std::string text = {};
+  std::string text = {};  // as the region
+  bool textIsCut = false;
 };
 
 }  // namespace Telemetry

@@ -35,11 +35,11 @@ Event eventOfRecord(const U32* row) {
   event.entrySize = row[At::entrySize];
   event.uid = row[At::uid];
   event.pid = row[At::pid];
-  event.region = textOfField(row + At::region, At::regionBytes);
+  event.region = textOfField(row + At::region, At::regionBytes, &event.regionIsCut);
   event.chip = textOfField(row + At::chip, At::chipBytes);
   event.expected = bytesAtWord(row, At::expected, event.entrySize);
   event.actual = bytesAtWord(row, At::actual, event.entrySize);
-  event.text = textOfField(row + At::text, At::textBytes);
+  event.text = textOfField(row + At::text, At::textBytes, &event.textIsCut);
   return event;
 }
 

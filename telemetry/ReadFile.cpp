@@ -17,8 +17,13 @@ constexpr U32 bytesPerLook = 64 * 1024;
 }  // namespace
 
 ReadFile::ReadFile(const std::string& path)
-    : path_(path), descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    : path_(path),  // A named pipe must not be waited for.
+      descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
   if (descriptor_ < 0) refuse(std::generic_category().message(errno));
+  struct stat found = {};
+  if (::fstat(descriptor_, &found) == 0 && S_ISREG(found.st_mode)) return;
+  ::close(descriptor_);
+  refuse("this is no file");
 }
 
 ReadFile::~ReadFile() { ::close(descriptor_); }

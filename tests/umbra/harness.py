@@ -116,6 +116,9 @@ class Terminal:
     def has_ended(self):
         return self._tmux("list-panes", "-F", "#{pane_dead} #{pane_dead_status}").split()[0] == "1"
 
+    def pid(self):
+        return int(self._tmux("list-panes", "-F", "#{pane_pid}"))
+
     def exit_status(self):
         wait_for(self.has_ended, lambda: f"the end of the program:\n{self.screen()}")
         return int(self._tmux("list-panes", "-F", "#{pane_dead_status}").strip() or 0)

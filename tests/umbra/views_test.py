@@ -9,6 +9,7 @@ import sys
 import unittest
 
 import harness
+import views
 from harness import Folder, Terminal, check, compare, umbra, wait_for
 
 
@@ -213,6 +214,27 @@ class EventListings(Views):
 
 
 @unittest.skipUnless(harness.HAS_TERMINAL, "no tmux")
+class TopReads(Views):
+    @unittest.skipUnless(harness.HAS_TERMINAL, "no tmux")
+    def test_aLogIsReadOnceAndThenWhatIsNew(self):
+        events = {number: views.event(number, 3, views.START, region="shadow") for number in range(1, 10_001)}
+        log = os.path.join(self.folder, "switch1.events")
+        views.write_events(log + ".new", "switch1", events, records=16_384)
+        os.rename(log + ".new", log)
+        terminal = Terminal(harness.UMBRA, "--dir", self.folder, "top", "--driver", "switch1", "--interval", "0.05")
+        self.addCleanup(terminal.close)
+        terminal.shows("^vlan ")
+        terminal.text("e")
+        terminal.shows("the newest first")
+
+        def figure(file, name):
+            with open(f"/proc/{terminal.pid()}/{file}", encoding="ascii") as lines:
+                return int(next(line for line in lines if line.startswith(name)).split()[1])
+        begin, turns = figure("io", "rchar:"), figure("status", "voluntary_ctxt_switches:")
+        wait_for(lambda: figure("status", "voluntary_ctxt_switches:") >= turns + 10, "ten screens")
+        self.assertLess(figure("io", "rchar:") - begin, len(events) * 256)
+
+
 class Top(Views):
     def setUp(self):
         super().setUp()

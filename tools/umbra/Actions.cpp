@@ -9,6 +9,7 @@ namespace Tool {
 namespace {
 
 constexpr const char* auditedShadow = "Driver::AuditedShadow";
+constexpr const char* replayedChip = "chip that can be replayed";
 // One call: a turn of the driver's loop.
 constexpr U64 auditedTogether = 256;
 
@@ -24,7 +25,10 @@ std::vector<std::string> chosenOf(Control& control, const std::string& type, con
                       (names.empty() ? "none" : names),
                   Exit::nothingFound);
   }
-  if (all.empty()) throw Failure("the driver has no " + std::string(kind), Exit::nothingFound);
+  if (all.empty()) {
+    throw Failure("the driver has no " + std::string(kind) + " (umbra console -c ls: what it has)",
+                  Exit::nothingFound);
+  }
   return all;
 }
 
@@ -90,7 +94,8 @@ std::vector<std::string> auditedRegions(Control& control) {
   for (const std::string& shadow : objectsOf(control, auditedShadow)) {
     const Json all = control.ask({{"do", "list"}, {"path", shadow + "/chipMemory"}});
     for (const Json& item : all.value("items", Json::array())) {
-      const std::string path = shadow + "/chipMemory/" + item.value("key", std::string());
+      const std::string key = item.value("key", std::string());
+      const std::string path = shadow + "/chipMemory/" + item.value("name", key);
       const auto answer = control.askIfAllowed({{"do", "get"}, {"path", path + "/auditEnabled"}});
       if (answer && answer->value("value", Json()) == true) paths.push_back(path);
     }
@@ -142,7 +147,7 @@ Exit showPlan(const Settings& settings, Control& control) {
 }
 
 Exit replay(const Settings& settings, Control& control, const std::string& chip) {
-  const std::vector<std::string> chips = chosenOf(control, "Driver::Chip", "chip", chip);
+  const std::vector<std::string> chips = chosenOf(control, "Driver::Chip", replayedChip, chip);
   if (chips.size() > 1) {
     std::string names;
     for (const std::string& one : chips) names += (names.empty() ? "" : ", ") + one;
@@ -166,7 +171,7 @@ Exit acknowledge(const Settings& settings, const std::string& wanted, bool all) 
     const Json alarms = control.ask({{"do", "list"}, {"path", board + "/alarm"}});
     for (const Json& item : alarms.value("items", Json::array())) {
       const std::string key = item.value("key", std::string());
-      const bool isWanted = all || key == wanted;
+      const bool isWanted = all || key == wanted || key == quoted(wanted);
       if (!isWanted) continue;
       const std::string path = board + "/alarm/" + item.value("name", key);
       const auto state = control.askIfAllowed({{"do", "get"}, {"path", path + "/state"}});

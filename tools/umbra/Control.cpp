@@ -53,7 +53,7 @@ void refuseIfOver(const Telemetry::LiveReader& view) {
   }
 }
 
-std::optional<U64> entryOf(std::string_view text) {
+std::optional<U64> numberOfEntry(std::string_view text) {
   const int base = text.starts_with("0x") ? 16 : 10;
   if (base == 16) text.remove_prefix(2);
   U64 number = 0;
@@ -62,13 +62,11 @@ std::optional<U64> entryOf(std::string_view text) {
   return number;
 }
 
-// As it is written in a path.
-std::string quoted(const std::string& name) {
-  const bool isPlain = !name.empty() && name.find_first_not_of(
-                                            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
-                                            "0123456789-_.") == std::string::npos;
-  return isPlain && name != "." && name != ".." ? name
-                                                : Zint::valueToStrep(Zint::String8(name)).bytes();
+void requireEntry(U64 entry, U64 entries) {
+  if (entry < entries) return;
+  throw Failure("the region has " + std::to_string(entries) + " entries: 0 to " +
+                    std::to_string(entries - std::min<U64>(entries, 1)),
+                Exit::nothingFound);
 }
 
 }  // namespace
@@ -235,6 +233,14 @@ void Control::receive() {
   }
 }
 
+std::string quoted(const std::string& name) {
+  const bool isPlain = !name.empty() && name.find_first_not_of(
+                                            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                            "0123456789-_.") == std::string::npos;
+  return isPlain && name != "." && name != ".." ? name
+                                                : Zint::valueToStrep(Zint::String8(name)).bytes();
+}
+
 std::vector<std::string> objectsOf(Control& control, const std::string& type) {
   std::vector<std::string> paths;
   const Json all = control.ask({{"do", "list"}, {"path", "/"}});
@@ -266,8 +272,13 @@ std::string regionPath(Control& control, const std::string& region) {
 }
 
 std::string nameOfPath(const std::string& path) {
-  const std::string name = path.substr(path.rfind('/') + 1);
-  return name;
+  const std::size_t quote = path.ends_with('\'') ? path.find("/'") : std::string::npos;
+  if (quote == std::string::npos) return path.substr(path.rfind('/') + 1);
+  try {
+    return Zint::strepToValue<Zint::String8>(Zint::String8(path.substr(quote + 1))).bytes();
+  } catch (const std::exception&) {
+    return path.substr(quote + 1);
+  }
 }
 
 std::string shadowOfPath(const std::string& region) {
@@ -278,7 +289,7 @@ U64 entriesOf(Control& control, const std::string& region) {
   const Json answer = control.ask({{"do", "get"}, {"path", region + "/entries"}});
   const Json value = answer.value("value", Json());
   if (value.is_number_unsigned()) return value.get<U64>();
-  return entryOf(answer.value("text", std::string())).value_or(0);
+  return numberOfEntry(answer.value("text", std::string())).value_or(0);
 }
 
 std::string knownBy(const Json& item) {
@@ -296,22 +307,25 @@ std::pair<U64, U64> rangeOf(const std::string& text, U64 entries) {
   const std::size_t dots = text.find("..");
   const std::size_t plus = text.find('+');
   const std::size_t end = std::min({dots, plus, text.size()});
-  const std::optional<U64> first = entryOf(std::string_view(text).substr(0, end));
+  const std::optional<U64> first = numberOfEntry(std::string_view(text).substr(0, end));
   std::optional<U64> count = 1;
   if (dots != std::string::npos) {
-    const std::optional<U64> last = entryOf(std::string_view(text).substr(dots + 2));
+    const std::optional<U64> last = numberOfEntry(std::string_view(text).substr(dots + 2));
     if (!first || !last || *last < *first) refuse();
     count = *last - *first + 1;
   } else if (plus != std::string::npos) {
-    count = entryOf(std::string_view(text).substr(plus + 1));
+    count = numberOfEntry(std::string_view(text).substr(plus + 1));
   }
   if (!first || !count || *count == 0) refuse();
-  if (*first >= entries) {
-    throw Failure("the region has " + std::to_string(entries) + " entries: 0 to " +
-                      std::to_string(entries - std::min<U64>(entries, 1)),
-                  Exit::nothingFound);
-  }
+  requireEntry(*first, entries);
   return {*first, std::min(*count, entries - *first)};
+}
+
+U64 entryOf(const std::string& text, U64 entries) {
+  const std::optional<U64> entry = numberOfEntry(text);
+  if (!entry) throw Failure("'" + text + "' is no entry: a number, or 0x...", Exit::wrongUsage);
+  requireEntry(*entry, entries);
+  return *entry;
 }
 
 }  // namespace Tool

@@ -60,11 +60,14 @@ class Control {
   std::function<void(const Json&)> unasked_;
 };
 
+// A name as it is written in a path: in quotes where it has other characters than letters, digits,
+// '-', '_' and '.'.
+std::string quoted(const std::string& name);
 // The objects of "/" of that type, as paths.
 std::vector<std::string> objectsOf(Control& control, const std::string& type);
 // "/shadow/chipMemory/vlan" of a region's name, or the path itself. Failure (nothing found).
 std::string regionPath(Control& control, const std::string& region);
-// The last part of a path.
+// The last part of a path, without its quotes.
 std::string nameOfPath(const std::string& path);
 // The shadow of a region's path.
 std::string shadowOfPath(const std::string& region);
@@ -77,5 +80,7 @@ std::string knownBy(const Json& item);
 // "FIRST", "FIRST..LAST" or "FIRST+COUNT" of `entries` entries: first and count. Failure (wrong
 // usage, nothing found).
 std::pair<U64, U64> rangeOf(const std::string& text, U64 entries);
+// One entry of them: the same failures.
+U64 entryOf(const std::string& text, U64 entries);
 
 }  // namespace Tool

@@ -160,8 +160,11 @@ Json Rows::value(std::size_t at, const Telemetry::Column& column) const {
       if (time == never || time == beforeEverything) return nullptr;
       return static_cast<double>(time) / 1e9;
     }
-    case ColumnKind::text:
-      return row.text(column);
+    case ColumnKind::text: {
+      bool isCut = false;
+      std::string text = row.text(column, &isCut);
+      return isCut ? text + "~" : std::move(text);
+    }
   }
   return nullptr;
 }
@@ -177,9 +180,18 @@ double Rows::number(std::size_t at, std::string_view column, double otherwise) c
   return found.is_number() ? found.get<double>() : otherwise;
 }
 
+bool Rows::holds(std::size_t at, std::string_view column, std::string_view sought) const {
+  if (text(at, column) == sought) return true;
+  const Telemetry::Column* const found = table_->find(column);
+  if (found == nullptr || found->kind != ColumnKind::text) return false;
+  bool isCut = false;
+  const std::string begin = rows_[at].text(*found, &isCut);
+  return isCut && sought.starts_with(begin);
+}
+
 std::size_t Rows::find(std::string_view column, std::string_view text) const {
   std::size_t at = 0;
-  while (at < rows_.size() && this->text(at, column) != text) ++at;
+  while (at < rows_.size() && !holds(at, column, text)) ++at;
   return at;
 }
 

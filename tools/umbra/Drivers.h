@@ -54,6 +54,8 @@ class Rows {
   Json value(std::size_t at, const Telemetry::Column& column) const;
   std::string text(std::size_t at, std::string_view column) const;
   double number(std::size_t at, std::string_view column, double otherwise = 0) const;
+  // Whether the column has that text, or its beginning where it was cut.
+  bool holds(std::size_t at, std::string_view column, std::string_view sought) const;
   // The row whose column has that text; size() when there is none.
   std::size_t find(std::string_view column, std::string_view text) const;
 

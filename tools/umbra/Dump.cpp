@@ -87,12 +87,12 @@ Exit why(const Settings& settings, const std::string& region, const std::string&
   const auto state = view->liveness().state;
   const bool isThere = state == Telemetry::Liveness::live || state == Telemetry::Liveness::stalled;
   std::string name = region.starts_with('/') ? nameOfPath(region) : region;
-  const U64 entry = rangeOf(entryText, ~U64{0}).first;
+  const U64 entry = entryOf(entryText, ~U64{0});
   Report report;
   if (isThere) {
     Control control = Control::toDoMost(settings, *view);
     const std::string path = regionPath(control, region);
-    rangeOf(entryText, entriesOf(control, path));
+    entryOf(entryText, entriesOf(control, path));
     const Json policy = control.ask({{"do", "policyText"}, {"path", path}, {"entry", entry}});
     const Json dumped =
         control.ask({{"do", "dump"}, {"path", path}, {"first", entry}, {"count", 1}});

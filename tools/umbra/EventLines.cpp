@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
-#include <deque>
 
 namespace Tool {
 namespace {
@@ -43,7 +42,8 @@ std::string detailOf(const Event& event) {
   const auto word = [&](std::initializer_list<const char*> words) {
     return event.verdict < words.size() ? std::string(words.begin()[event.verdict]) : number;
   };
-  const std::string rest = event.text.empty() ? "" : ": " + event.text;
+  const std::string text = event.textIsCut ? event.text + "~" : event.text;
+  const std::string rest = text.empty() ? "" : ": " + text;
   switch (event.kind) {
     case EventKind::finding: {
       const std::string nature = natureOf(event);
@@ -59,8 +59,11 @@ std::string detailOf(const Event& event) {
       return word({"?", "absent", "present", "reset", "restored"}) + rest;
     case EventKind::suppressed:
       return number + " events";
+    case EventKind::start:
+    case EventKind::end:
+      return "process " + number;
     default:
-      return event.text;
+      return text;
   }
 }
 
@@ -123,7 +126,10 @@ std::vector<std::string> eventClasses() {
 
 bool EventFilter::takes(const Event& event) const {
   if (since && event.wallClock < *since) return false;
-  if (!region.empty() && event.region != region) return false;
+  if (!region.empty() && event.region != region &&
+      !(event.regionIsCut && region.starts_with(event.region))) {
+    return false;
+  }
   if (classes.empty()) return true;
   return std::any_of(classes.begin(), classes.end(), [&](const std::string& word) {
     return word == nameOf(event.kind) || word == verdictOf(event) || word == natureOf(event);
@@ -202,9 +208,14 @@ std::string eventLine(const Event& event, bool colour) {
   std::string kind = nameOf(event.kind);
   kind.resize(std::max<std::size_t>(kind.size(), 10), ' ');
   std::string line = timeText(event.wallClock) + "  " + marked(kind, nameOf(event.kind));
-  if (!event.region.empty()) line += "  " + printable(event.region);
+  if (!event.region.empty()) {
+    line += "  " + printable(event.region) + (event.regionIsCut ? "~" : "");
+  } else if (hasEntry(event)) {
+    line += "  ''";
+  }
   if (hasEntry(event)) line += "[" + std::to_string(event.entry) + "]";
-  if (event.region.empty() && !event.chip.empty()) line += "  " + printable(event.chip);
+  if (event.region.empty() && !hasEntry(event) && !event.chip.empty())
+    line += "  " + printable(event.chip);
   const std::string detail = printable(detailOf(event));
   if (!detail.empty()) line += "  " + marked(detail, detail.substr(0, detail.find_first_of(" :")));
   if (!event.expected.empty() || !event.actual.empty()) {
@@ -237,6 +248,30 @@ Events newestEvents(const Telemetry::EventReader& log, const EventFilter& filter
   if (log.first() > 1) found.overwritten = log.first() - 1;
   found.events.assign(std::make_move_iterator(kept.begin()), std::make_move_iterator(kept.end()));
   return found;
+}
+
+const std::deque<Event>& EventTail::look(const std::string& path, const std::string& region,
+                                         std::size_t most) {
+  if (log_ == nullptr || log_->path() != path || log_->isReplaced() || filter_.region != region ||
+      most_ != most || log_->last() + 1 < next_) {
+    log_ = nullptr;
+    events_.clear();
+    log_ = std::make_unique<Telemetry::EventReader>(path);
+    filter_.region = region;
+    most_ = most;
+    next_ = log_->first();
+  }
+  for (U64 before = 0; before != next_;) {
+    before = next_;
+    Telemetry::EventReader::Batch batch = log_->read(next_, batchSize);
+    next_ = batch.next;
+    for (Event& event : batch.events) {
+      if (!filter_.takes(event)) continue;
+      events_.push_back(std::move(event));
+      if (events_.size() > most) events_.pop_front();
+    }
+  }
+  return events_;
 }
 
 }  // namespace Tool

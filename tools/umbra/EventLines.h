@@ -1,6 +1,7 @@
 // Events as values and as lines, and which of them are wanted.
 #pragma once
 
+#include <deque>
 #include <optional>
 
 #include "tools/umbra/Drivers.h"
@@ -34,5 +35,21 @@ struct Events {
   U64 torn = 0;
 };
 Events newestEvents(const Telemetry::EventReader& log, const EventFilter& filter, std::size_t most);
+
+// The newest events of a log that is looked at again and again: each event is read once.
+class EventTail {
+ public:
+  // Of one region unless that is empty; oldest first, at most `most`. A range exception where there
+  // is no log that can be read.
+  const std::deque<Telemetry::Event>& look(const std::string& path, const std::string& region,
+                                           std::size_t most);
+
+ private:
+  std::unique_ptr<Telemetry::EventReader> log_;
+  EventFilter filter_;
+  std::size_t most_ = 0;
+  U64 next_ = 0;
+  std::deque<Telemetry::Event> events_;
+};
 
 }  // namespace Tool

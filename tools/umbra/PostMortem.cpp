@@ -67,12 +67,18 @@ Runner addPostMortem(CLI::App& app) {
                  "its live view, its event log, or their name without ending")
       ->required()
       ->type_name("FILE");
-  app.add_option("-n,--last", options->last, "events to show (default 30)")->type_name("NUMBER");
+  app.add_option("-n,--last", options->last, "events to show (default 30)")
+      ->check(CLI::Range(1, 1'000'000'000))
+      ->type_name("NUMBER");
   app.add_flag("--all", options->all, "regions without findings, too");
   return [options](const Settings& settings) {
     const std::filesystem::path path = liveViewOf(options->file);
     if (!std::filesystem::exists(path)) {
-      throw Failure(path.string() + ": no such live view", Exit::nothingFound);
+      const bool isOther = std::filesystem::exists(options->file);
+      throw Failure(isOther
+                        ? options->file + ": neither a live view (.live) nor an event log (.events)"
+                        : path.string() + ": no such live view",
+                    Exit::nothingFound);
     }
     const Telemetry::LiveReader view(path.string());
     Report report;

@@ -41,9 +41,10 @@ void addRow(Table& table, const Found& driver) {
   const Telemetry::Heartbeat beat = view.heartbeat();
   const Rows regions(view, "region");
   const Rows alarms(view, "alarm");
-  const char* const access = !view.adminSocket().empty() ? "administer"
-                             : !view.socket().empty()    ? "look"
-                                                         : "none";
+  const char* const access = isOver(driver)                ? "none"
+                             : !view.adminSocket().empty() ? "administer"
+                             : !view.socket().empty()      ? "look"
+                                                           : "none";
   table.row({driver.name, nameOf(driver.liveness.state), driver.liveness.since, view.pid(),
              beat.pointerBits, view.startTime(), regions.size(),
              static_cast<U64>(sumOf(regions, "findings")),
@@ -105,7 +106,8 @@ Runner addPs(CLI::App& app) {
     for (const Found& driver : driversIn(settings.directory)) {
       if (settings.driver.empty() || settings.driver == driver.name) addRow(table, driver);
     }
-    table.emptyIs("no driver in " + settings.directory);
+    const std::string wanted = settings.driver.empty() ? "" : " '" + settings.driver + "'";
+    table.emptyIs("no driver" + wanted + " in " + settings.directory);
     report.print(settings);
     return table.size() == 0 ? Exit::nothingFound : Exit::done;
   };

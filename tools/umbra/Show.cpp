@@ -28,7 +28,7 @@ Exit showObject(const Settings& settings, const Telemetry::LiveReader& view,
   for (const Telemetry::Table& table : view.tables()) {
     const Rows rows(view, table.name);
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      if (rows.text(i, "name") != name) continue;
+      if (!rows.holds(i, "name", name)) continue;
       if (isFound) report.line("");
       report.value("table", table.name);
       addRow(report, rows, i);

@@ -159,11 +159,7 @@ std::vector<std::string> TopModel::events(const std::string& region, std::size_t
   std::vector<std::string> lines;
   const std::filesystem::path path = eventsOf(view_->path());
   if (!std::filesystem::exists(path)) return {"there is no event log"};
-  const Telemetry::EventReader log(path.string());
-  // Of a long log the newest part is enough.
-  EventFilter filter;
-  filter.region = region;
-  for (const Telemetry::Event& event : newestEvents(log, filter, most).events) {
+  for (const Telemetry::Event& event : events_.look(path.string(), region, most)) {
     lines.push_back(eventLine(event, false));
   }
   return lines;

@@ -85,6 +85,7 @@ class TopModel {
   std::vector<TopAlarm> alarms_;
   std::vector<TopChip> chips_;
   std::map<std::string, Seen> seen_;  // by shadow
+  mutable EventTail events_;          // what was read of the log before
 };
 
 }  // namespace Tool

@@ -134,6 +134,13 @@ int run(int argc, char* argv[]) {
   app.parse_complete_callback([&] { settle(settings, colour, plain); });
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    const std::vector<std::string> given = app.remaining();
+    if (!app.get_subcommands().empty() || given.empty()) {
+      app.exit(error);
+      return static_cast<int>(Exit::wrongUsage);
+    }
+    throw Failure("no command '" + given.front() + "'; umbra --help lists them", Exit::wrongUsage);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : static_cast<int>(Exit::wrongUsage);
   }

@@ -66,14 +66,47 @@ Event eventOf(const Statement& row) {
 
 }  // namespace
 
+void readPast(const std::string& path, const Past& past,
+              const std::function<bool(const Event&)>& take) {
+  Database database(path, SQLITE_OPEN_READONLY);
+  try {
+    const S64 version = oneNumber(database, "pragma user_version");
+    if (version != schemaVersion) throw std::runtime_error("this is no history that can be read");
+    // Where the history knows the log's oldest event, what is before it has smaller numbers; else
+    // the log was begun anew, or nobody kept it then.
+    Statement known(database,
+                    "select 1 from event e join driver d on d.id = e.driver where d.name = ?1 and "
+                    "e.generation = d.generation and e.number = ?2 and e.time = ?3");
+    known.bind(1, past.driver).bind(2, static_cast<S64>(past.firstNumber)).bind(3, past.firstTime);
+    std::string text = std::string("select ") + eventColumns +
+                       " from event e join driver d on d.id = e.driver where d.name = ?1 and "
+                       "e.time >= ?2";
+    if (past.firstNumber != 0) {
+      text +=
+          known.step() ? " and (e.generation < d.generation or e.number < ?3)" : " and e.time < ?4";
+    }
+    text += " order by e.generation desc, e.number desc";
+    Statement select(database, text.c_str());
+    select.bind(1, past.driver).bind(2, past.since);
+    select.bind(3, static_cast<S64>(past.firstNumber)).bind(4, past.firstTime);
+    while (select.step() && take(eventOf(select))) continue;
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path + ": " + error.what());
+  }
+}
+
 History::History(std::string path, HistoryOptions options)
     : path_(std::move(path)),
       options_(options),
       database_(std::make_unique<Database>(
           path_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX)) {
   // Before the first table: later it would have no effect.
-  database_->run(
-      "pragma auto_vacuum=incremental; pragma journal_mode=wal; pragma synchronous=normal;");
+  try {
+    database_->run(
+        "pragma auto_vacuum=incremental; pragma journal_mode=wal; pragma synchronous=normal;");
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path_ + ": " + error.what());
+  }
   const S64 version = oneNumber(*database_, "pragma user_version");
   if (version > schemaVersion) {
     throw std::runtime_error(path_ + " is a history of version " + std::to_string(version) +

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -31,6 +32,19 @@
 namespace Serve {
 
 class Database;
+
+// Events that a history holds of a driver, from before what its log holds. A std::runtime_error
+// where the file is no history.
+struct Past {
+  std::string driver;
+  Time since = INT64_MIN;
+  // The oldest event that the log holds; 0 where there is no log, or nothing in it.
+  U64 firstNumber = 0;
+  Time firstTime = 0;
+};
+// Newest first, until `take` returns false.
+void readPast(const std::string& path, const Past& past,
+              const std::function<bool(const Event&)>& take);
 
 struct HistoryOptions {
   U64 maxBytes = 256ull << 20;         // the oldest is dropped beyond it

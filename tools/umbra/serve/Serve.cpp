@@ -34,13 +34,16 @@ Runner addServe(CLI::App& app) {
       ->type_name("COUNT");
   app.add_flag("--acknowledge", options->run.server.acknowledges,
                "let the page acknowledge alarms, where this user may use a driver's admin socket");
-  app.add_option("--history", options->run.history, "keep events and samples in this file")
-      ->type_name("FILE");
+  CLI::Option* const history =
+      app.add_option("--history", options->run.history, "keep events and samples in this file");
+  history->type_name("FILE");
   app.add_option("--history-size", options->historyMegabytes, "megabytes (default 256)")
       ->check(CLI::Range(1.0, 1e6))
+      ->needs(history)
       ->type_name("MB");
   app.add_option("--history-age", options->historyDays, "days (default 90)")
       ->check(CLI::Range(0.01, 36'500.0))
+      ->needs(history)
       ->type_name("DAYS");
   return [options](const Settings& settings) {
     Serve::RunOptions& run = options->run;
