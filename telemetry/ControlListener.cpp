@@ -75,7 +75,7 @@ void Descriptor::close() {
 int Descriptor::release() { return std::exchange(number_, -1); }
 
 ControlListener::ControlListener(std::string path, const std::optional<U32>& group)
-    : path_(std::move(path)), descriptor_(newSocket(path_)) {
+    : path_(std::move(path)), process_(::getpid()), descriptor_(newSocket(path_)) {
   const sockaddr_un address = addressOf(path_);
   // Two drivers that start at a time look for a dead socket one after the other.
   const std::string folder = path_.substr(0, path_.rfind('/') + 1);
@@ -112,6 +112,7 @@ ControlListener::ControlListener(std::string path, const std::optional<U32>& gro
 }
 
 ControlListener::~ControlListener() {
+  if (::getpid() != process_) return;
   struct stat found {};
   if (lstat(path_.c_str(), &found) == 0 && found.st_dev == device_ && found.st_ino == inode_) {
     unlink(path_.c_str());

@@ -26,7 +26,8 @@ class Descriptor {
   int number_;
 };
 
-// Removes its name at the end, unless another socket has taken it meanwhile.
+// Removes its name at the end, unless another socket has taken it meanwhile, or it is the end of a
+// process that was forked.
 class ControlListener {
  public:
   // Bound with 0600, open to the owner and the group afterwards. A socket that nobody serves is
@@ -41,6 +42,7 @@ class ControlListener {
 
  private:
   const std::string path_;
+  const pid_t process_;
   Descriptor descriptor_;
   dev_t device_ = 0;
   ino_t inode_ = 0;

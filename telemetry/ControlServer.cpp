@@ -46,7 +46,11 @@ void watchDescriptor(int poll, int operation, int descriptor, U32 events, void* 
 ControlSocket::Server::Server(const Zint::Ptr<Zint::ActivityConfig>& activity,
                               const Zint::Ptr<const Zint::Clock>& clock, std::string name,
                               const ControlOptions& options)
-    : activity_(activity), clock_(clock), options_(options), poll_(epoll_create1(EPOLL_CLOEXEC)) {
+    : activity_(activity),
+      clock_(clock),
+      options_(options),
+      process_(::getpid()),
+      poll_(epoll_create1(EPOLL_CLOEXEC)) {
   if (!poll_) throw std::system_error(errno, std::generic_category(), "epoll_create1");
   world.name = std::move(name);
   looking = std::make_unique<ControlListener>(pathOf(".sock"), options_.group);
@@ -78,9 +82,11 @@ void ControlSocket::Server::listenTo(ControlListener& listener) {
                   &listener);
 }
 
+bool ControlSocket::Server::isForked() const { return ::getpid() != process_; }
+
 void ControlSocket::Server::closeListener(std::unique_ptr<ControlListener>& listener) {
   if (listener == nullptr) return;
-  epoll_ctl(poll_.number(), EPOLL_CTL_DEL, listener->descriptor(), nullptr);
+  if (!isForked()) epoll_ctl(poll_.number(), EPOLL_CTL_DEL, listener->descriptor(), nullptr);
   listener.reset();
 }
 
@@ -106,7 +112,7 @@ bool ControlSocket::Server::isOver(double share) const {
 }
 
 void ControlSocket::Server::serve() {
-  if (isServing_ || isEnded_) return;
+  if (isServing_ || isEnded_ || isForked()) return;
   isServing_ = true;
   time_ = clock_->time();
   began_ = Zint::MonotonicClock::systemTime();
@@ -349,8 +355,10 @@ void ControlSocket::Server::drop(ControlClient& client, bool isCounted) {
   if (client.isGone) return;
   client.isGone = true;
   // A process that was forked meanwhile has the descriptor, too.
-  epoll_ctl(poll_.number(), EPOLL_CTL_DEL, client.socket.number(), nullptr);
-  shutdown(client.socket.number(), SHUT_RDWR);
+  if (!isForked()) {
+    epoll_ctl(poll_.number(), EPOLL_CTL_DEL, client.socket.number(), nullptr);
+    shutdown(client.socket.number(), SHUT_RDWR);
+  }
   closing_.push_back(std::move(client.socket));
   if (isCounted) ++droppedClients;
 }

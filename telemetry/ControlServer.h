@@ -63,6 +63,9 @@ class ControlSocket::Server : public std::enable_shared_from_this<ControlSocket:
   static constexpr std::size_t sendSize = 4096;
 
   std::string pathOf(const char* ending) const;
+  // Whether this process was forked from the one that serves: the epoll descriptor and the
+  // connections are shared with that one, and are its own.
+  bool isForked() const;
   void listenTo(ControlListener& listener);
   void closeListener(std::unique_ptr<ControlListener>& listener);
   void isAcceptingIs(bool isAccepting);
@@ -87,6 +90,7 @@ class ControlSocket::Server : public std::enable_shared_from_this<ControlSocket:
   const Zint::Ptr<Zint::ActivityConfig> activity_;
   const Zint::Ptr<const Zint::Clock> clock_;
   const ControlOptions options_;
+  const pid_t process_;
   Descriptor poll_;   // an epoll descriptor
   Descriptor timer_;  // in it, for a loop of the driver's own
   Zint::Ptr<ControlWake> wake_;

@@ -13,7 +13,7 @@
 // they take in C++. In a loop of the driver's own: watch descriptor(), and call serve().
 //
 // Clients that are slow, dead or too many cost memory and time within bounds: `bytesPending` of
-// each at most, `clients` of them. Nothing here waits.
+// each at most, `clients` of them. Nothing here waits. A process that is forked serves nobody.
 #pragma once
 
 #include <Zint/Activity.h>

@@ -17,6 +17,7 @@ namespace At = EventFormat;
 // Until a file that could not be made is tried again.
 constexpr Zint::Seconds retryInterval = 10;
 constexpr U32 leastRecords = 16;
+constexpr U32 rescuedTogether = 32;
 
 U32 bytesOfRing(U32 records) { return headerBytes + records * At::recordBytes; }
 
@@ -127,8 +128,26 @@ void EventLog::tellSuppressed(const Times& times) {
 void EventLog::write(const Record& record) {
   const U64 number = record[At::number] | U64{record[At::number + 1]} << 32;
   const U32 place = static_cast<U32>(number % settings_.records);
-  RowWriter writer(file_->words(headerBytes + place * At::recordBytes));
+  writeTo(*file_, place, record);
+  if (making_ != nullptr && place < rescued_) writeTo(*making_, place, record);
+}
+
+void EventLog::writeTo(const SharedFile& file, U32 place, const Record& record) {
+  RowWriter writer(file.words(headerBytes + place * At::recordBytes));
   for (U32 i = 1; i < recordWords; ++i) writer.word(i, record[i]);
+}
+
+// Copies some records of the file that was lost, whose pages are still here. True: that is all.
+bool EventLog::rescue() {
+  if (!isLost_ || !file_->isWhole()) return true;
+  const U32 end = std::min(rescued_ + rescuedTogether, settings_.records);
+  for (; rescued_ < end; ++rescued_) {
+    const Word* words = file_->words(headerBytes + rescued_ * At::recordBytes);
+    Record record{};
+    for (U32 i = 1; i < recordWords; ++i) record[i] = words[i].load(std::memory_order_relaxed);
+    if (record[At::kind] != 0) writeTo(*making_, rescued_, record);
+  }
+  return rescued_ == settings_.records;
 }
 
 void EventLog::writeCounts() {
@@ -146,7 +165,7 @@ bool EventLog::work(const Budget& budget, const Times& times) {
   try {
     if (making_ == nullptr) begin();
     do {
-      if (making_->make()) {
+      if (making_->make() && rescue()) {
         putOnline();
         return true;
       }
@@ -161,6 +180,7 @@ bool EventLog::work(const Budget& budget, const Times& times) {
 }
 
 void EventLog::begin() {
+  rescued_ = 0;
   const U32 bytes = bytesOfRing(settings_.records);
   if (!isNew_) {
     // Next time a new one, if this one cannot be mapped.
@@ -187,6 +207,7 @@ void EventLog::writeHeader() {
 
 void EventLog::putOnline() {
   file_ = std::move(making_);
+  rescued_ = 0;
   if (isNew_) writeHeader();
   for (const Record& record : waiting_) write(record);
   waiting_ = {};

@@ -73,7 +73,7 @@ class UMBRA_API EventLog {
 
   // Makes the file, or goes on with it. False: there is nothing to do.
   bool work(const Budget& budget, const Times& times);
-  // Looks whether the file is still there.
+  // Looks whether the file is still there. Where it is not, a new one is made with what it held.
   void check();
 
   bool isMade() const { return file_ != nullptr; }
@@ -86,6 +86,8 @@ class UMBRA_API EventLog {
 
   bool isAllowed(const Data& data, const Times& times);
   void write(const Record& record);
+  static void writeTo(const SharedFile& file, U32 place, const Record& record);
+  bool rescue();
   void writeCounts();
   void begin();
   void writeHeader();
@@ -104,6 +106,7 @@ class UMBRA_API EventLog {
   Zint::Seconds retryTime_ = -Zint::never;
   bool isNew_ = true;  // the file that is being made
   bool isLost_ = false;
+  U32 rescued_ = 0;  // records of the lost file that the new one has
 };
 
 }  // namespace Telemetry

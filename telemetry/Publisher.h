@@ -16,7 +16,8 @@
 // and tried again. Who may write the files may end the driver by cutting them short, and nobody
 // else can: they are made with mode 0644 less the umask. It keeps no shadow, reader, board or
 // governor alive, and each region and alarm for a second at most after it has left. Every operation
-// belongs to the activity's thread.
+// belongs to the activity's thread. A process that is forked shows nothing: what it does with the
+// publisher, and its end, stay its own.
 #pragma once
 
 #include <Driver/AlarmBoard.h>

@@ -1,12 +1,15 @@
 #include <telemetry/SharedFile.h>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <telemetry/Telemetry.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
+#include <set>
 #include <system_error>
 
 namespace Telemetry {
@@ -18,17 +21,45 @@ constexpr U32 pageBytes = 4096;
   throw std::system_error(error, std::generic_category(), what);
 }
 
+// The files of the process. A process that is forked shares its parent's mappings: what it did with
+// them, its end among it, would be seen as done by the parent.
+struct SharedFiles {
+  std::mutex mutex;
+  std::set<SharedFile*> all;
+};
+SharedFiles& sharedFiles() {
+  // Never destroyed: a process may be forked at its end.
+  static SharedFiles& files = *[] {
+    auto* const made = new SharedFiles;
+    ::pthread_atfork([] { sharedFiles().mutex.lock(); }, [] { sharedFiles().mutex.unlock(); },
+                     [] {
+                       for (SharedFile* file : sharedFiles().all) file->leaveToParent();
+                       sharedFiles().mutex.unlock();
+                     });
+    return made;
+  }();
+  return files;
+}
+
+void enter(SharedFile* file) {
+  SharedFiles& files = sharedFiles();
+  const std::lock_guard lock(files.mutex);
+  files.all.insert(file);
+}
+
 }  // namespace
 
 SharedFile::SharedFile(std::string path, U32 bytes)
-    : path_(std::move(path)), madeAs_(path_ + ".new"), bytes_(bytes) {
+    : process_(::getpid()), path_(std::move(path)), madeAs_(path_ + ".new"), bytes_(bytes) {
   // What an earlier process left half made.
   ::unlink(madeAs_.c_str());
   descriptor_ = ::open(madeAs_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (descriptor_ < 0) throwFileError(errno, path_);
+  enter(this);
 }
 
-SharedFile::SharedFile(std::string path, Existing existing) : path_(std::move(path)) {
+SharedFile::SharedFile(std::string path, Existing existing)
+    : process_(::getpid()), path_(std::move(path)) {
   descriptor_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (descriptor_ < 0) throwFileError(errno, path_);
   struct stat found = {};
@@ -39,9 +70,15 @@ SharedFile::SharedFile(std::string path, Existing existing) : path_(std::move(pa
     throwFileError(EINVAL, path_);
   }
   bytes_ = static_cast<U32>(found.st_size);
+  enter(this);
 }
 
 SharedFile::~SharedFile() {
+  {
+    SharedFiles& files = sharedFiles();
+    const std::lock_guard lock(files.mutex);
+    files.all.erase(this);
+  }
   if (words_ != nullptr && unmapped_ < bytes_) {
     ::munmap(reinterpret_cast<char*>(words_) + unmapped_, bytes_ - unmapped_);
   }
@@ -52,7 +89,15 @@ void SharedFile::close() {
   if (descriptor_ < 0) return;
   ::close(descriptor_);
   descriptor_ = -1;
-  if (!madeAs_.empty()) ::unlink(madeAs_.c_str());
+  if (!madeAs_.empty() && !isForked()) ::unlink(madeAs_.c_str());
+}
+
+bool SharedFile::isForked() const { return ::getpid() != process_; }
+
+void SharedFile::leaveToParent() noexcept {
+  if (words_ == nullptr || unmapped_ >= bytes_) return;
+  ::mmap(reinterpret_cast<char*>(words_) + unmapped_, bytes_ - unmapped_, PROT_READ | PROT_WRITE,
+         MAP_PRIVATE | MAP_FIXED, descriptor_, unmapped_);
 }
 
 void SharedFile::map() {
@@ -62,6 +107,7 @@ void SharedFile::map() {
 }
 
 bool SharedFile::make() {
+  if (isForked()) throwFileError(EPERM, path_ + " belongs to the process before the fork");
   if (allocated_ < bytes_) {
     const U32 piece = std::min(pieceBytes, bytes_ - allocated_);
     const int error = ::posix_fallocate(descriptor_, allocated_, piece);
@@ -84,6 +130,7 @@ bool SharedFile::make() {
 
 void SharedFile::publish() {
   if (madeAs_.empty()) return;
+  if (isForked()) throwFileError(EPERM, path_ + " belongs to the process before the fork");
   if (::rename(madeAs_.c_str(), path_.c_str()) != 0) throwFileError(errno, path_);
   madeAs_.clear();
 }
@@ -99,6 +146,11 @@ bool SharedFile::unmap() {
 void SharedFile::put(U32 offset, const void* bytes, std::size_t size) {
   TELEMETRY_ASSERT(offset + size <= bytes_);
   std::memcpy(reinterpret_cast<char*>(words_) + offset, bytes, size);
+}
+
+bool SharedFile::isWhole() const {
+  struct stat ours = {};
+  return ::fstat(descriptor_, &ours) == 0 && ours.st_size >= bytes_;
 }
 
 bool SharedFile::isInPlace() const {

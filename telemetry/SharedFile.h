@@ -39,11 +39,19 @@ class SharedFile {
   void put(U32 offset, const void* bytes, std::size_t size);
   // Whether the path still names this file, in its whole size.
   bool isInPlace() const;
+  // Whether nobody has cut it short, under whatever name it is.
+  bool isWhole() const;
+  // In a process that was forked: what it writes from now on is its own, and nobody's file.
+  void leaveToParent() noexcept;
 
  private:
   void map();
   void close();
 
+  // Whether it was forked since.
+  bool isForked() const;
+
+  int process_;
   std::string path_;
   std::string madeAs_;  // empty once it has its name
   U32 bytes_ = 0;

@@ -96,6 +96,25 @@ TEST_F(ControlSocketTest, anotherUser_isRefused_aMemberOfTheGroupIsNot) {
   }
 }
 
+TEST_F(ControlSocketTest, aForkedProcess_leavesTheSocketsAndTheirClientsToItsParent) {
+  control_->administersIs(true);
+  const auto client = looking();
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    for (int i = 0; i < 10; ++i) turn();
+    control_ = nullptr;
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(std::filesystem::exists(lookPath()));
+  EXPECT_TRUE(std::filesystem::exists(adminPath()));
+  EXPECT_EQ(answer(*client, R"({"do":"ping"})")["ok"], true);
+  EXPECT_EQ(answer(*administering(), R"({"do":"ping"})")["ok"], true);
+}
+
 TEST_F(ControlSocketTest, aServedSocket_isRefused_aDeadOneIsReplaced) {
   EXPECT_EQ(refusalOfMaking(), lookPath() + ": another driver of this name serves it");
   control_ = nullptr;

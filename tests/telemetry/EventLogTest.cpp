@@ -223,6 +223,38 @@ TEST_F(EventLog, otherNumberOfRecords_beginsANewFileAndNumbersGoOn) {
   EXPECT_EQ(log.read(1, 100).missing, 3u);
 }
 
+TEST_F(EventLog, fileThatSomebodyRemoves_isMadeAgainWithWhatItHeld) {
+  publish();
+  audited("mac", 8);
+  const std::vector<Telemetry::Event> before = events();
+  ASSERT_GT(before.size(), 1u);
+  for (const char* const act : {"remove", "move"}) {
+    SCOPED_TRACE(act);
+    const std::string path = publisher->eventsPath();
+    if (act == std::string("remove")) {
+      std::filesystem::remove(path);
+    } else {
+      std::filesystem::rename(directory.path(), directory.path() + "2");
+      publisher->doPublish();
+      std::filesystem::rename(directory.path() + "2", directory.path());
+    }
+    publisher->eventIs({.kind = Telemetry::EventKind::chip, .text = act});
+    loop.clock->timeIs(loop.clock->time() + 11);
+    const std::vector<Telemetry::Event> after = events();
+    const Telemetry::EventReader log(path);
+    EXPECT_EQ(log.read(1, ~0u).missing, 0u);
+    ASSERT_GE(after.size(), before.size() + 1);
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      EXPECT_EQ(after[i].number, i + 1);
+      EXPECT_EQ(after[i].kind, before[i].kind);
+      EXPECT_EQ(after[i].wallClock, before[i].wallClock);
+    }
+    EXPECT_TRUE(std::any_of(after.begin(), after.end(), [&](const Telemetry::Event& event) {
+      return event.kind == Telemetry::EventKind::chip && event.text == act;
+    }));
+  }
+}
+
 TEST_F(EventLog, fileThatIsNone_isReplaced) {
   std::filesystem::create_directories(directory.path());
   const int file =
@@ -234,11 +266,15 @@ TEST_F(EventLog, fileThatIsNone_isReplaced) {
 }
 
 TEST_F(EventLog, assertion_isLeftBehind) {
-  publish();
-  view();
-  const Telemetry::LiveReader live(publisher->livePath());
-  const EventReader log(publisher->eventsPath());
-  EXPECT_DEATH(Zint::assertionFailed("a == b", "Source", 17, "f()", "mac"), "a == b");
+  EXPECT_DEATH(
+      {
+        publish();
+        view();
+        Zint::assertionFailed("a == b", "Source", 17, "f()", "mac");
+      },
+      "a == b");
+  const Telemetry::LiveReader live(directory.path() + "/switch1.live");
+  const EventReader log(directory.path() + "/switch1.events");
   const Event last = log.read(log.last(), 1).events.at(0);
   EXPECT_EQ(last.kind, EventKind::assertion);
   EXPECT_EQ(last.text, "a == b");

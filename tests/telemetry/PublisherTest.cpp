@@ -1,5 +1,7 @@
 // The publisher: what it refuses, how long its turns are, and that it keeps nothing alive.
+#include <sys/wait.h>
 #include <telemetry/RegionFigures.h>
+#include <unistd.h>
 
 #include "TelemetryTest.h"
 
@@ -89,6 +91,37 @@ TEST_F(Publisher, canBeDroppedByWhomItTells) {
   ASSERT_TRUE(pass());
   EXPECT_EQ(publisher, nullptr);
   ASSERT_TRUE(pass());
+}
+
+// A process that was forked ends as its parent would, and goes on with the parent's work before.
+TEST_F(Publisher, forkedProcess_leavesWhatIsPublishedToItsParent) {
+  publish();
+  audited("mac", 8);
+  Telemetry::LiveReader before = view();
+  const U64 beats = before.heartbeat().count;
+  const std::size_t eventsBefore = events().size();
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    loop.clock->timeIs(loop.clock->time() + 100);
+    loop.turn();
+    publisher->eventIs({.kind = Telemetry::EventKind::chip, .text = "child"});
+    publisher->doPublish();
+    const bool isHere = publisher->events() > eventsBefore;
+    publisher = nullptr;
+    _exit(isHere ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  Telemetry::LiveReader after(publisher->livePath());
+  EXPECT_FALSE(before.isReplaced());
+  EXPECT_EQ(after.heartbeat().state, Telemetry::Heartbeat::running);
+  EXPECT_GE(beats + 1, after.heartbeat().count);
+  EXPECT_EQ(Telemetry::EventReader(publisher->eventsPath()).last(), eventsBefore);
+  publisher->doPublish();
+  EXPECT_EQ(view().heartbeat().state, Telemetry::Heartbeat::running);
+  EXPECT_EQ(publisher->errors(), 0u);
 }
 
 TEST_F(Publisher, everyObjectIsDroppedInAnyOrder) {
