@@ -29,6 +29,14 @@ if(TARGET UmbraTelemetry)
   list(APPEND UMBRA_INSTALLED_FOLDERS telemetry)
   list(APPEND UMBRA_PC_NAMES umbra-telemetry)
 endif()
+if(TARGET UmbraMaps)
+  install(TARGETS UmbraMaps EXPORT UmbraMapsTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  list(APPEND UMBRA_INSTALLED_FOLDERS maps)
+  list(APPEND UMBRA_PC_NAMES umbra-maps)
+endif()
 
 foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
@@ -68,6 +76,8 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "ControlSession.h" EXCLUDE
             PATTERN "ControlTask.h" EXCLUDE
             PATTERN "ControlText.h" EXCLUDE
+            PATTERN "Builder.h" EXCLUDE
+            PATTERN "Xml.h" EXCLUDE
             PATTERN "Names.h" EXCLUDE
             PATTERN "NamesText.h" EXCLUDE
             PATTERN "NamesWalk.h" EXCLUDE
@@ -91,6 +101,9 @@ install(EXPORT UmbraTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraDriverTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 if(TARGET UmbraTelemetry)
   install(EXPORT UmbraTelemetryTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+endif()
+if(TARGET UmbraMaps)
+  install(EXPORT UmbraMapsTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 endif()
 
 # umbra.pc finds its own prefix, so the installed tree may be moved or installed elsewhere with

@@ -7,9 +7,9 @@
 import gdb
 import re
 
-OURS = re.compile(r"(Hardware|Zint|Mirl|Fru|Hal|Platform|Driver|Telemetry)::")
+OURS = re.compile(r"(Hardware|Zint|Mirl|Fru|Hal|Platform|Driver|Maps|Telemetry)::")
 # A type's line in gdb's list: "42:     class Hardware::ChipMemory;".
-LISTED = re.compile(r"^(?:\d+:)?\s+(?:class |struct |union )?((?:Hardware|Zint|Mirl|Fru|Hal|Platform|Driver|Telemetry)::.*);$")
+LISTED = re.compile(r"^(?:\d+:)?\s+(?:class |struct |union )?((?:Hardware|Zint|Mirl|Fru|Hal|Platform|Driver|Maps|Telemetry)::.*);$")
 
 
 def is_class(type_):

@@ -62,6 +62,9 @@ Runner addAuditNow(CLI::App& app);
 Runner addReplay(CLI::App& app);
 Runner addAck(CLI::App& app);
 Runner addPostMortem(CLI::App& app);
+#ifdef UMBRA_TOOL_MAPS
+Runner addMap(CLI::App& app);
+#endif
 Runner addWords(CLI::App& app);
 Runner addCompletion(CLI::App& app);
 Runner addManual(CLI::App& app);

@@ -78,6 +78,7 @@ std::string valuesOf(const std::string& kind) {
   if (kind == "ALARM") return words("$(_umbra_words alarms)");
   if (kind == "CLASS") return words("$(_umbra_words classes)");
   if (kind == "COLUMN") return words("$(_umbra_words columns)");
+  if (kind == "ACTION") return words("import show propose check try diff header");
   if (kind == "WHEN") return words("auto always never");
   return ":";
 }

@@ -49,6 +49,7 @@ umbra events \-\-follow \-\-class finding
 umbra dump vlan 0x10..0x1f \-\-chip
 umbra why vlan 0x12
 umbra post\-mortem /run/umbra/switch1.live
+umbra map show chip.svd \-\-overlay chip.overlay \-\-undecided
 .fi
 )";
 

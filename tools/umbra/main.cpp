@@ -56,6 +56,16 @@ constexpr char postMortemText[] =
     R"(The files stay after the end of a driver, however it ended: its last
 state, with the rows that were being written marked as torn, its last events, and the assertion that
 ended it.)";
+#ifdef UMBRA_TOOL_MAPS
+constexpr char mapText[] =
+    R"(import prints what maps hold: registers, regions, what would be audited and what
+is undecided. show lists registers with what is done with them and why. propose prints an overlay to
+begin with: undecided registers with the reason of each. check prints what is doubtful in maps and
+overlays. try runs reset values, bit-bash and access rights on a copy in memory. diff compares two
+maps: what would newly be audited or no longer; its exit status is 3 where there is no difference.
+header prints constants of C++ for programs that read no map when they run. An overlay that matches
+nothing, or is not understood, is an error with file and line.)";
+#endif
 
 // In the order of --help.
 constexpr Command commands[] = {
@@ -73,6 +83,9 @@ constexpr Command commands[] = {
     {"replay", "write to a chip what it should hold", replayText, &addReplay},
     {"ack", "acknowledge an alarm", "", &addAck},
     {"post-mortem", "show all that a driver left", postMortemText, &addPostMortem},
+#ifdef UMBRA_TOOL_MAPS
+    {"map", "look at register maps, and what would be audited by them", mapText, &addMap},
+#endif
 #ifdef UMBRA_TOOL_SERVE
     {"metrics", "print what a monitoring system scrapes", "", &addMetrics},
     {"serve", "show all drivers on a page and to monitoring systems", "", &addServe},
