@@ -13,14 +13,18 @@ install(TARGETS Umbra EXPORT UmbraTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-# A component of the package: Umbra::Driver is there where it was asked for.
+# Components of the package: Umbra::Platform and Umbra::Driver are there where they were asked for.
+install(TARGETS UmbraPlatform EXPORT UmbraPlatformTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS UmbraDriver EXPORT UmbraDriverTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 set(UMBRA_INSTALLED_FOLDERS runtime Hardware platform Driver)
-set(UMBRA_PC_NAMES umbra umbra-driver)
+set(UMBRA_PC_NAMES umbra umbra-platform umbra-driver)
 if(TARGET UmbraTelemetry)
   install(TARGETS UmbraTelemetry EXPORT UmbraTelemetryTargets
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -82,7 +86,8 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "NamesText.h" EXCLUDE
             PATTERN "NamesWalk.h" EXCLUDE
             PATTERN "NamesRules.h" EXCLUDE
-            PATTERN "NamesRulesChecks.h" EXCLUDE)
+            PATTERN "NamesRulesChecks.h" EXCLUDE
+            PATTERN "SysfsFile.h" EXCLUDE)
   endif()
 endforeach()
 
@@ -98,6 +103,7 @@ install(FILES ${PROJECT_BINARY_DIR}/UmbraConfig.cmake
               ${PROJECT_BINARY_DIR}/UmbraConfigVersion.cmake
         DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+install(EXPORT UmbraPlatformTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraDriverTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 if(TARGET UmbraTelemetry)
   install(EXPORT UmbraTelemetryTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})

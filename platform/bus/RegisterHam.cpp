@@ -1,0 +1,195 @@
+#include <platform/bus/RegisterHam.h>
+
+#include <Zint/Assert.h>
+#include <Zint/Strep.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace Platform {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr U32 widest = 8;
+constexpr U32 equalInRow = 4;  // registers that are suspicious together
+
+bool isWidth(U32 width) { return width == 1 || width == 2 || width == 4 || width == 8; }
+
+// Of the sentinel's register, as wide as it is.
+U64 valueOf(const U8* bytes, U32 width) {
+  U64 value = 0;
+  if constexpr (std::endian::native == std::endian::little) {
+    std::memcpy(&value, bytes, width);
+  } else {
+    std::memcpy(reinterpret_cast<U8*>(&value) + widest - width, bytes, width);
+  }
+  return value;
+}
+
+// The run of an access, and where an entry that is no whole number of registers is refused.
+RegisterRun runOf(U32 address, U32 width, U32 entrySize, U32 entries) {
+  ZINT_ASSERT("platform/RegisterHam", ( entrySize % width ) == 0);
+  const U64 count = U64{entrySize / width} * entries;
+  ZINT_ASSERT("platform/RegisterHam", count <= ~U32{0} / width);
+  return {address, width, static_cast<U32>(count)};
+}
+
+}  // namespace
+
+RegisterHam::RegisterHam(Zint::Name name, const RegisterBus::Ptr& bus, const RegisterFormat& format)
+    : ChipHam(std::move(name)), bus_(bus), format_(format) {
+  if (bus_ == nullptr) Zint::throwNullParameter("bus", "Platform::RegisterHam");
+  if (!isWidth(format_.width)) {
+    Zint::throwRangeException(Zint::format("%s: registers of %u bytes; 1, 2, 4 and 8 are possible",
+                                           this->name().c_str(), format_.width));
+  }
+  if (format_.failuresToAbsent == 0) {
+    Zint::throwRangeException(
+        Zint::format("%s: failuresToAbsent must be above 0", this->name().c_str()));
+  }
+  identity_ = bus_->identity();
+}
+
+RegisterHam::~RegisterHam() = default;
+
+Zint::ValidPtr<RegisterHam> registerHamFactory(Zint::Name name, const RegisterBus::Ptr& bus,
+                                               const RegisterFormat& format) {
+  return Zint::makePtr<RegisterHam>(std::move(name), bus, format);
+}
+
+// Calls `access`, and knows afterwards whether the chip is there. REQUIRES: this is held.
+template <class Access>
+void RegisterHam::guarded(U32 address, Access access) {
+  if (isAbsent_) checkReturn(address);
+  try {
+    access();
+  } catch (const ChipAbsent&) {
+    isAbsent_ = true;
+    throw;
+  } catch (const BusError& failure) {
+    if (++failures_ < format_.failuresToAbsent) throw;
+    throwAbsent(failure.address(), failure.error(), "does not answer");
+  }
+  failures_ = 0;
+}
+
+void RegisterHam::doRead(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
+                         U32 entries) {
+  const RegisterRun run = runOf(address.chipMemoryOffset(), format_.width, entrySize, entries);
+  if (run.count == 0) return;
+  const Ptr self(this);  // an access may drop the last other reference
+  guarded(run.address, [&] {
+    const SteadyClock::time_point began = SteadyClock::now();
+    bus_->read(run, buffer);
+    const double each =
+        std::chrono::duration<double>(SteadyClock::now() - began).count() / run.count;
+    cost_ += cost_ == 0 ? each : (each - cost_) / 8;
+    if (hasSentinel_ && isSuspicious(buffer, run.count)) checkSentinel();
+  });
+  reverse(buffer, run.count);
+}
+
+void RegisterHam::doWrite(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
+                          U32 entries) {
+  const RegisterRun run = runOf(address.chipMemoryOffset(), format_.width, entrySize, entries);
+  if (run.count == 0) return;
+  const Ptr self(this);  // an access may drop the last other reference
+  guarded(run.address, [&] {
+    if (format_.order == std::endian::native || run.width == 1) {
+      bus_->write(run, buffer);
+    } else {
+      // The caller's bytes stay as they are.
+      U8 part[256];
+      const U32 most = sizeof part / run.width;
+      for (U32 done = 0; done < run.count;) {
+        const RegisterRun piece{run.address + done * run.width, run.width,
+                                std::min(most, run.count - done)};
+        std::memcpy(part, buffer + done * run.width, piece.count * run.width);
+        reverse(part, piece.count);
+        bus_->write(piece, part);
+        done += piece.count;
+      }
+    }
+    if (format_.flushesWrites && hasSentinel_) checkSentinel();
+  });
+}
+
+void RegisterHam::sentinelIs(U32 address, U64 value, U64 mask) {
+  sentinelAddress_ = address;
+  sentinelValue_ = value;
+  sentinelMask_ = mask & ~U64{0} >> (8 * (widest - format_.width));
+  hasSentinel_ = true;
+}
+
+bool RegisterHam::isPresent() {
+  const Ptr self(this);
+  try {
+    if (isAbsent_) {
+      checkReturn(sentinelAddress_);
+    } else if (hasSentinel_) {
+      guarded(sentinelAddress_, [this] { checkSentinel(); });
+    }
+  } catch (const std::exception&) {
+    return false;
+  }
+  return true;
+}
+
+// Without a sentinel nothing tells yet that the chip is back: one more failure is enough.
+void RegisterHam::checkReturn(U32 address) {
+  try {
+    bus_->reopen();
+    if (bus_->identity() != identity_) throwAbsent(address, 0, "another chip answers");
+    if (hasSentinel_) checkSentinel();
+  } catch (const ChipAbsent&) {
+    throw;
+  } catch (const BusError& failure) {
+    throwAbsent(failure.address(), failure.error(), "does not answer");
+  }
+  isAbsent_ = false;
+  failures_ = hasSentinel_ ? 0 : format_.failuresToAbsent - 1;
+}
+
+void RegisterHam::checkSentinel() {
+  U8 bytes[widest];
+  bus_->read({sentinelAddress_, format_.width, 1}, bytes);
+  reverse(bytes, 1);
+  if (((valueOf(bytes, format_.width) ^ sentinelValue_) & sentinelMask_) != 0) {
+    throwAbsent(sentinelAddress_, 0, "the sentinel has not its value");
+  }
+}
+
+// Whether an absent chip could have answered so.
+bool RegisterHam::isSuspicious(const U8* bytes, U32 registers) const {
+  const U32 width = format_.width;
+  const auto isAll = [width](const U8* value, U8 byte) {
+    return std::all_of(value, value + width, [byte](U8 b) { return b == byte; });
+  };
+  bool isZero = true;
+  U32 equal = 1;
+  for (U32 i = 0; i < registers; ++i) {
+    const U8* value = bytes + std::size_t{i} * width;
+    if (isAll(value, 0xff)) return true;
+    isZero = isZero && isAll(value, 0);
+    equal = i != 0 && std::memcmp(value, value - width, width) == 0 ? equal + 1 : 1;
+    if (equal == equalInRow) return true;
+  }
+  return isZero;
+}
+
+// From the order of the bus to that of the machine, and back.
+void RegisterHam::reverse(U8* bytes, U32 registers) const {
+  if (format_.order == std::endian::native) return;
+  for (U32 i = 0; i < registers; ++i, bytes += format_.width) {
+    std::reverse(bytes, bytes + format_.width);
+  }
+}
+
+void RegisterHam::throwAbsent(U32 address, int error, const char* what) {
+  isAbsent_ = true;
+  throw ChipAbsent(bus_->name(), address, error, what);
+}
+
+}  // namespace Platform
