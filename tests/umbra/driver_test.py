@@ -66,6 +66,7 @@ class Looks(Running):
         self.assertEqual("dead", value["state"])
         self.assertLess(4, len(value["regions"]))
         self.assertIn("start", [one["kind"] for one in value["events"]])
+        self.assertTrue(os.path.exists(os.path.join(self.folder, "demo.trace")))
         self.tool("pause", status=1)
         self.assertIn("post-mortem", umbra.errors)
         self.driver = self.start()
@@ -166,6 +167,25 @@ class Damage(Running):
         self.assertIn(event["number"], [one["number"] for one in found])
         wait_for(lambda: self.values("ps")["drivers"][0]["repairs"] > 0, "repairs that are counted")
         self.assertLess(0, self.values("top")["lastMinute"])
+
+
+    def test_traceIsFollowedAndOutlivesTheProcess(self):
+        with subprocess.Popen([harness.UMBRA, "--dir", self.folder, "trace", "-f", "--json", "--level", "0"],
+                              stdout=subprocess.PIPE, text=True, env=harness.environment()) as follower:
+            try:
+                record = json.loads(follower.stdout.readline())
+            finally:
+                follower.terminate()
+        check(record, "trace-record")
+        self.assertRegex(record["text"], "Difference found in entry|Byte|Expected")
+        os.kill(self.driver.pid, signal.SIGKILL)
+        self.driver.wait()
+        before = self.values("trace", "--all", schema="trace")["records"]
+        self.assertLess(0, len(before))
+        post = json.loads(umbra("post-mortem", os.path.join(self.folder, "demo.trace"), "--json"))
+        self.assertEqual(before[-len(post["trace"]):], post["trace"])
+        self.driver = self.start()
+        self.assertEqual(before, self.values("trace", "--all", "--old")["records"])
 
 
 class Console(Running):

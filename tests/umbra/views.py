@@ -179,6 +179,64 @@ def write_events(path, name, events, records=64, newest=None, suppressed=0):
         file.write(bytes(header) + b"".join(ring))
 
 
+FORMATS = {1: (90, "Difference found in entry %u of memory %s"), 2: (106, "Byte %u expected %x actual %x"),
+           3: (17, "%s\033[2J")}
+
+
+def argument(value):
+    if isinstance(value, tuple):
+        size, number = value
+        return struct.pack("<B", size) + number.to_bytes(size, "little")
+    return struct.pack("<BH", 0, len(value)) + value.encode()
+
+
+def trace_record(number, seconds, *arguments):
+    body = struct.pack("<Id", number, seconds) + b"".join(argument(one) for one in arguments)
+    size = -(-(4 + len(body) + 1) // 16) * 16
+    return struct.pack("<I", size) + body.ljust(size - 4, b"\xff")
+
+
+def write_trace(path, name, records, pid, monotonic, wall):
+    """Records by part: 3 levels of 2 parts each, other places in a part than those of the library."""
+    starts, room, first, part_size = 512, 1024, 8192, 2048
+    formats = b"".join(struct.pack("<III", number, line, len(text)) + text.encode().ljust(-(-len(text) // 4) * 4, b"\0")
+                       for number, (line, text) in FORMATS.items())
+    data = bytearray(first + 6 * part_size)
+    data[0:8] = b"UMBRTRAC"
+    struct.pack_into("<III", data, 8, 1, 0, HEADER)
+    struct.pack_into("<I", data, 36, pid)
+    data[64:64 + len(name)] = name.encode()
+    struct.pack_into("<III", data, 128, HEADER, first - HEADER, 32)
+    struct.pack_into("<IIII", data, 140, first, 3, 2, part_size)
+    struct.pack_into("<IIIIII", data, 156, 48, 40, 56, 1024, starts, 16)
+    struct.pack_into("<IIqqII", data, 512, 2, 1, monotonic, wall, 1, 0)
+    struct.pack_into("<II", data, HEADER, len(formats), 4)
+    data[HEADER + 32:HEADER + 32 + len(formats)] = formats
+    for part, (overwritten, forgotten, place, held) in records.items():
+        at = first + part * part_size
+        begin = overwritten << 16 | place // 16
+        for record in held:
+            data[at + 1024 + place:at + 1024 + place + len(record)] = record
+            place = place + len(record) if place + len(record) < starts else 0
+        assert place < room
+        struct.pack_into("<I", data, at + 40, ((overwritten + len(held)) & 0xfffff) << 12 | place // 16)
+        struct.pack_into("<QQ", data, at + 48, begin, forgotten)
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def traces():
+    """Two threads at level 0, one at level 2; the ring of the first has come round."""
+    return {
+        0: (1_048_570, 1_048_571, 448, [trace_record(1, 1001.0, (4, 99), "forgotten"),
+                                        trace_record(1, 1002.0, (4, 18), "vlan"),
+                                        trace_record(2, 1002.0, (4, 1), (1, 0xa5), (8, 0x123456789abcdef0)),
+                                        trace_record(9, 1005.5, (4, 1))]),
+        2: (0, 0, 0, [trace_record(3, 1003.25, "x" * 300)]),
+        3: (3, 0, 0, [trace_record(1, 1001.5, (4, 7), "acl"), trace_record(2, 1004.0, (4, 2))]),
+    }
+
+
 def regions(base):
     rows = []
     names = ["mac", "vlan", "port", "acl", "qos", "stack", "meter", "mirror"]
@@ -239,6 +297,7 @@ def write_all(directory):
     last = {**events_of(START), 9: event(9, 10, START + 8 * 10**9, words="entry < entries()"),
             10: event(10, 1, START, region="torn", torn=True)}
     write_events(lamp + ".events", "lamp", last, suppressed=3)
+    write_trace(lamp + ".trace", "lamp", traces(), 4_000_000, 10**12, START)
     write_view(os.path.join(directory, "quiet") + ".live", "quiet", [region_table([])], pid=4_000_001, start=1,
                beat=beat_row(2, 10**12, START, 7), started=START)
 

@@ -38,12 +38,13 @@ class Usage(Folder):
 
     def test_wrongUsageExits2AndSaysWhy(self):
         for arguments in (), ("nonsense",), ("ps", "--nonsense"), ("dump",), ("ack",), ("ack", "x", "--all"), \
-                ("events", "--class", "nonsense"), ("events", "--since", "then"), ("top", "--interval", "0"):
+                ("events", "--class", "nonsense"), ("events", "--since", "then"), \
+                ("trace", "--level", "32"), ("trace", "--since", "then"), ("top", "--interval", "0"):
             umbra(*arguments, status=2)
             self.assertNotEqual("", umbra.errors)
 
     def test_noDriverExits3AndNamesTheDirectory(self):
-        for arguments in ("ps",), ("show",), ("events",), ("top", "--once"), ("post-mortem", "nothing.live"):
+        for arguments in ("ps",), ("show",), ("events",), ("trace",), ("top", "--once"), ("post-mortem", "nothing.live"):
             self.assertNotIn("\033", self.tool(*arguments, status=3))
         self.tool("show", status=3)
         self.assertIn(self.folder, umbra.errors)
@@ -100,7 +101,7 @@ class Listings(Views):
 
     def test_psCleanRemovesTheDeadAndNothingElse(self):
         removed = self.values("ps", "--clean", schema="clean")["removed"]
-        self.assertEqual({"lamp.live", "lamp.events", "quiet.live"},
+        self.assertEqual({"lamp.live", "lamp.events", "lamp.trace", "quiet.live"},
                          {os.path.basename(one["path"]) for one in removed})
         self.assertEqual({"switch1.live", "switch1.events"}, set(os.listdir(self.folder)))
 
@@ -194,6 +195,36 @@ class EventListings(Views):
                 follower.terminate()
             self.assertEqual(0, follower.wait(timeout=20))
 
+    def test_traceShowsTheRecordsOfAllThreadsInTheOrderOfTheirTimes(self):
+        value = self.values("trace", "-d", "lamp", schema="trace")
+        self.assertEqual([(0, 90, "Difference found in entry 7 of memory acl"),
+                          (0, 90, "Difference found in entry 18 of memory vlan"),
+                          (0, 106, "Byte 1 expected a5 actual 123456789abcdef0"),
+                          (2, 17, "x" * 300 + "\033[2J"),
+                          (0, 106, "Byte 2 expected %x actual %x"),
+                          (0, None, "unknown")],
+                         [(one["level"], one["line"], one["text"]) for one in value["records"]])
+        self.assertEqual((1_048_570 - 1_048_571 + 1 + 3, 0, 1, 4),
+                         (value["overwritten"], value["tornParts"], value["partsLeftOut"], value["formatsLeftOut"]))
+        times = [one["time"] for one in self.values("events", "-d", "lamp")["events"]]
+        self.assertEqual(times[1][:19], value["records"][0]["time"][:19])  # a second and a half after the start
+        self.assertEqual(".500000000Z", value["records"][0]["time"][19:])
+
+    def test_traceIsChosenByLevelTimeAndNumber(self):
+        self.assertEqual(1, len(self.values("trace", "-d", "lamp", "--level", "2")["records"]))
+        self.assertEqual(6, len(self.values("trace", "-d", "lamp", "--level", "0,2")["records"]))
+        self.assertEqual(["unknown"], [one["text"] for one in self.values("trace", "-d", "lamp", "-n", "1")["records"]])
+        self.values("trace", "-d", "lamp", "--level", "1", status=3)
+        self.values("trace", "-d", "lamp", "--since", "1s", status=3)
+        text = self.tool("trace", "-d", "lamp")
+        self.assertNotIn("\033", text)
+        self.assertIn("3 records were overwritten", umbra.errors)
+
+    def test_driverWithoutTraceSaysSo(self):
+        self.tool("trace", "-d", "quiet", status=3)
+        self.assertIn("has no trace records", umbra.errors)
+        self.tool("trace", "-d", "lamp", "--old", status=3)
+
     def test_postMortemHasTheStateTheAssertionAndTheEvents(self):
         path = os.path.join(self.folder, "lamp.live")
         value = json.loads(umbra("post-mortem", path, "--json"))
@@ -201,7 +232,8 @@ class EventListings(Views):
         self.assertEqual(("dead", 1, "entry < entries()"), (value["state"], value["tornRows"], value["assertion"]))
         self.assertEqual(["vlan", "acl"], [one["name"] for one in value["regions"]])
         self.assertEqual(9, len(value["events"]))
-        for other in "lamp.events", "lamp":
+        self.assertEqual(6, len(value["trace"]))
+        for other in "lamp.events", "lamp.trace", "lamp":
             self.assertEqual(value, json.loads(umbra("post-mortem", os.path.join(self.folder, other), "--json")))
         compare(self, umbra("post-mortem", path), "post-mortem")
 

@@ -226,11 +226,13 @@ run_tsan() {
     | tee "build/soak/$step.out" && figure "$(passed "build/soak/$step.out") tests, $POSTS posts"
 }
 
-# Two readers, through a mapping and by reads of the file, beside a writer of each width.
+# Two readers, through a mapping and by reads of the file, beside a writer of each width. Then trace
+# records in the same pairs, until their writer is killed and after it.
 run_rows() {
-  local writer reader how row looks=() result=0
-  built x86 row-process
-  built x64 row-process
+  local writer reader how row folder pid seconds=30 looks=() result=0
+  if $is_quick; then seconds=2; fi
+  built x86 row-process trace-process
+  built x64 row-process trace-process
   : >"build/soak/$step.out"
   for writer in x86 x64; do
     for reader in x86 x64; do
@@ -245,6 +247,15 @@ run_rows() {
       kill "${looks[@]}"
       for how in "${looks[@]}"; do wait "$how" || result=1; done
       rm -f "$row"
+      folder=$(mktemp -d --tmpdir umbra-trace-XXXXXX)
+      "build/$writer/tests/rows/trace-process" write "$folder/w.trace" &
+      pid=$!
+      until [[ -s $folder/w.trace ]]; do sleep 0.1; done
+      "build/$reader/tests/rows/trace-process" read "$folder/w.trace" "$seconds" || result=1
+      kill -KILL "$pid"
+      wait "$pid" || true
+      "build/$reader/tests/rows/trace-process" read "$folder/w.trace" 0 || result=1
+      rm -rf "$folder"
     done
   done
   cat "build/soak/$step.out"

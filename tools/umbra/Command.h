@@ -53,6 +53,7 @@ Runner addPs(CLI::App& app);
 Runner addTop(CLI::App& app);
 Runner addShow(CLI::App& app);
 Runner addEvents(CLI::App& app);
+Runner addTrace(CLI::App& app);
 Runner addDump(CLI::App& app);
 Runner addWhy(CLI::App& app);
 Runner addConsole(CLI::App& app);

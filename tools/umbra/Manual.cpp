@@ -39,6 +39,9 @@ the live view of a driver: its last state, also after its end
 .I /run/umbra/NAME.events
 its log of events
 .TP
+.I /run/umbra/NAME.trace, /run/umbra/NAME.trace.old
+its trace records, and those of the process before where it did not end in order
+.TP
 .I /run/umbra/NAME.sock, /run/umbra/NAME.admin.sock
 its control sockets: the first one looks only, the second exists where the driver offers it
 .SH EXAMPLES
@@ -46,6 +49,7 @@ its control sockets: the first one looks only, the second exists where the drive
 umbra ps
 umbra top \-\-driver switch1
 umbra events \-\-follow \-\-class finding
+umbra trace \-\-level 0 \-\-since 10m
 umbra dump vlan 0x10..0x1f \-\-chip
 umbra why vlan 0x12
 umbra post\-mortem /run/umbra/switch1.live

@@ -4,6 +4,7 @@
 
 #include "tools/umbra/EventLines.h"
 #include "tools/umbra/Show.h"
+#include "tools/umbra/TraceLines.h"
 
 namespace Tool {
 namespace {
@@ -13,7 +14,8 @@ using Telemetry::EventKind;
 // Any of a driver's files, or what they are called without their ending.
 std::filesystem::path liveViewOf(const std::string& file) {
   std::filesystem::path path = file;
-  if (path.extension() == ".events") path.replace_extension(".live");
+  if (path.extension() == ".events" || path.extension() == ".trace")
+    path.replace_extension(".live");
   if (path.extension() != ".live") path += ".live";
   return path;
 }
@@ -44,6 +46,25 @@ void addEvents(Report& report, const std::filesystem::path& path, std::size_t mo
   report.value("events", std::move(all));
 }
 
+// A long one is cut: `umbra trace` shows it whole.
+void addTraceRecords(Report& report, const std::filesystem::path& path, std::size_t most) {
+  constexpr std::size_t widest = 160;
+  Json all = Json::array();
+  if (std::filesystem::exists(path)) {
+    const Telemetry::TraceReader trace(path.string());
+    Telemetry::TraceReader::Position position;
+    Telemetry::TraceReader::Look look = trace.read(position);
+    keepNewest(look.records, most);
+    if (!look.records.empty()) report.line("\nlast trace records");
+    for (const Telemetry::TraceRecord& record : look.records) {
+      all.push_back(traceJson(trace, record));
+      report.line(traceLine(trace, record, widest));
+    }
+    report.facts({{"tornTraceParts", "torn trace parts", Form::count, look.tornParts}});
+  }
+  report.value("trace", std::move(all));
+}
+
 std::size_t addTorn(Report& report, const Telemetry::LiveReader& view) {
   std::size_t torn = 0;
   for (const Telemetry::Table& table : view.tables()) {
@@ -64,10 +85,10 @@ Runner addPostMortem(CLI::App& app) {
   };
   const auto options = std::make_shared<Options>();
   app.add_option("file", options->file,
-                 "its live view, its event log, or their name without ending")
+                 "its live view, its event log, its trace, or their name without ending")
       ->required()
       ->type_name("FILE");
-  app.add_option("-n,--last", options->last, "events to show (default 30)")
+  app.add_option("-n,--last", options->last, "events and trace records to show (default 30)")
       ->check(CLI::Range(1, 1'000'000'000))
       ->type_name("NUMBER");
   app.add_flag("--all", options->all, "regions without findings, too");
@@ -89,6 +110,7 @@ Runner addPostMortem(CLI::App& app) {
     addAlarms(report, view);
     addRegions(report, view, !options->all);
     addEvents(report, eventsOf(path), options->last, settings.colour);
+    addTraceRecords(report, traceOf(path), options->last);
     report.print(settings);
     const auto state = view.liveness().state;
     if (state == Telemetry::Liveness::live || state == Telemetry::Liveness::stalled) {

@@ -59,7 +59,8 @@ void remove(const Found& driver, Table& removed) {
     return;
   }
   const std::string base = std::filesystem::path(driver.path).replace_extension().string();
-  for (const char* const ending : {".sock", ".admin.sock", ".events", ".live"}) {
+  for (const char* const ending :
+       {".sock", ".admin.sock", ".events", ".trace", ".trace.old", ".live"}) {
     const std::string path = base + ending;
     if (unlink(path.c_str()) == 0) {
       removed.row({path});
@@ -86,7 +87,8 @@ Exit clean(const Settings& settings) {
 
 Runner addPs(CLI::App& app) {
   const auto cleans = std::make_shared<bool>(false);
-  app.add_flag("--clean", *cleans, "remove what dead and ended drivers left, their events too");
+  app.add_flag("--clean", *cleans,
+               "remove what dead and ended drivers left, their events and trace records too");
   return [cleans](const Settings& settings) {
     if (*cleans) return clean(settings);
     Report report;

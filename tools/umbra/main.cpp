@@ -32,6 +32,11 @@ driver died.)";
 constexpr char eventsText[] = R"(A class is a kind of events (finding, alarm, chip ...), what was
 done with a finding (repaired, quarantined ...), or what a repair has shown (soft, recurring,
 stuck). With --json and --follow each line is one event.)";
+constexpr char traceText[] =
+    R"(What the library and the driver have recorded in fixed memory, level 0 being the most
+important one, from all threads in the order of their times. The file is that memory: what a process
+has written until its end is there, however it ended. With --json and --follow each line is one
+record.)";
 constexpr char dumpText[] =
     R"(RANGE is FIRST, FIRST..LAST or FIRST+COUNT, in decimal or with 0x; the
 first 64 entries without one. A value is known by a write or by learning, or unknown. Beside it stands
@@ -54,8 +59,8 @@ constexpr char replayText[] =
 it again. --plan shows what would be written, and changes nothing.)";
 constexpr char postMortemText[] =
     R"(The files stay after the end of a driver, however it ended: its last
-state, with the rows that were being written marked as torn, its last events, and the assertion that
-ended it.)";
+state, with the rows that were being written marked as torn, its last events and trace records, and
+the assertion that ended it.)";
 #ifdef UMBRA_TOOL_MAPS
 constexpr char mapText[] =
     R"(import prints what maps hold: registers, regions, what would be audited and what
@@ -74,6 +79,8 @@ constexpr Command commands[] = {
     {"show", "show what a driver's live view holds", showText, &addShow},
     {"events", "show the event log: differences, repairs, alarms, who changed what", eventsText,
      &addEvents},
+    {"trace", "show the trace records, also those of a process that has died", traceText,
+     &addTrace},
     {"dump", "show entries of a region, expected beside actual", dumpText, &addDump},
     {"why", "explain what is done with an entry", whyText, &addWhy},
     {"console", "work on a running driver by name", consoleText, &addConsole},
