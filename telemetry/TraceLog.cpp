@@ -56,6 +56,7 @@ bool TraceLog::work(const Budget& budget, const Times& times) {
     do {
       const bool isToMake = making_ != nullptr || file_ == nullptr || isLost_;
       if (isToMake ? !makePiece(times) : !isMoving_) return false;
+      if (!isToMake && budget.isHalfSpent()) return true;
       if (!isToMake) isMoving_ = Mirl::Outside::moveOne();
     } while (!budget.isSpent());
   } catch (const std::exception& exception) {

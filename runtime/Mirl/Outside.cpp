@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,14 +21,16 @@ namespace {
 // Guarded by the lock of the trace file.
 struct OutsideState {
   int file;                 // -1: none
+  int former;               // the one before, until all parts have left it; -1: none
   std::atomic<U32> number;  // of the file; the first is 1
   void* formats;            // mapped; null for none
   U32 nextToMove;           // the caller's of moveOne(), as the next one
   U32 stayed;               // parts that were not moved since it began from the front
+  U32 hasSpaceFor;          // the last one that space was taken for, plus 1
   std::atomic<U32> leftOut;
   std::atomic<U32> failures;
 };
-constinit OutsideState outside{-1, 0, nullptr, 0, 0, 0, 0};
+constinit OutsideState outside{-1, -1, 0, nullptr, 0, 0, 0, 0, 0};
 
 // errno is that of the code that writes a record.
 class ErrnoKeeper {
@@ -102,13 +105,14 @@ void Outside::fileIs(int descriptor) {
   void* formatsBefore = nullptr;
   {
     const SpinHold hold(theTraceFile.held_);
-    before = std::exchange(outside.file, file);
+    before = std::exchange(outside.former, std::exchange(outside.file, file));
     formatsBefore = std::exchange(outside.formats, formats);
     ++outside.number;
     for (const MsgDesc* desc = theTraceFile.descs_; desc != nullptr; desc = desc->next_) add(*desc);
   }
   outside.nextToMove = 0;
   outside.stayed = 0;
+  outside.hasSpaceFor = 0;
   for (RingBuf& ring : theTraceFile.rings_) {
     const SpinHold hold(ring.held_);
     ring.isOutside_ = true;
@@ -142,6 +146,10 @@ bool Outside::moveOne() {
   while (outside.nextToMove < parts) {
     if (moveNext()) return true;
   }
+  if (outside.stayed == 0 && outside.former >= 0) {
+    const SpinHold hold(theTraceFile.held_);
+    ::close(std::exchange(outside.former, -1));
+  }
   outside.leftOut.store(outside.stayed, std::memory_order_relaxed);
   outside.nextToMove = 0;
   outside.stayed = 0;
@@ -167,6 +175,14 @@ bool Outside::moveNext() {
   }
   // A record that its thread has begun and did not end before its own end is lost.
   if (holder != Threads::ownKey()) part.current = nullptr;
+  if (outside.hasSpaceFor != at + 1) {
+    // The space first: half of the work.
+    outside.hasSpaceFor = at + 1;
+    if (allocate(outside.file, offsetOf(at % TraceFile::rings, index), sizeof part) == 0) {
+      outside.nextToMove = at;
+      return true;
+    }
+  }
   if (move(ring, part)) return true;
   ++outside.stayed;
   return false;
@@ -180,12 +196,23 @@ bool Outside::move(RingBuf& ring, RingBuf::Part& part) {
   const ErrnoKeeper keeper;
   const SpinHold hold(theTraceFile.held_);
   const auto ringIndex = static_cast<U32>(&ring - theTraceFile.rings_);
-  if (bring(outside.file, offsetOf(ringIndex, partIndex), part)) {
+  const U64 offset = offsetOf(ringIndex, partIndex);
+  if (bring(outside.file, offset, part)) {
+    if (movedTo + 1 == outside.number) leaveFormer(offset);
     movedTo = outside.number;
     return true;
   }
   outside.failures.fetch_add(1, std::memory_order_relaxed);
   return false;
+}
+
+// Of a file that was removed each part's space is given back on its own: all of it takes long when
+// the last part leaves.
+void Outside::leaveFormer(U64 offset) {
+  struct stat found = {};
+  if (outside.former < 0 || ::fstat(outside.former, &found) != 0 || found.st_nlink != 0) return;
+  constexpr int flags = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
+  (void)::fallocate(outside.former, flags, static_cast<off_t>(offset), sizeof(RingBuf::Part));
 }
 
 // Makes the part's memory that of the file, with what it holds.
@@ -195,8 +222,9 @@ bool Outside::bring(int file, U64 offset, RingBuf::Part& part) {
   void* there = mapped(bytes, file, offset);
   if (there == nullptr) return false;
   void* here = &part;
-  const bool isEmpty = part.isNew() && part.current == nullptr;
-  std::memcpy(there, here, isEmpty ? offsetof(RingBuf::Part, bytes) : bytes);
+  // Behind its records nothing was written yet, but by one that is under construction.
+  const bool isPartly = part.current == nullptr && part.dropped == 0 && part.held == part.next;
+  std::memcpy(there, here, isPartly ? offsetof(RingBuf::Part, bytes) + part.next : bytes);
   if (::mremap(there, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, here) == here) return true;
   // The system may have taken the memory away before it failed.
   void* again = ::mmap(here, bytes, readAndWrite, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
@@ -218,6 +246,7 @@ void Outside::handleFork() {
   ZINT_ASSERT("runtime/Mirl/Outside", again == rings);
   if (outside.formats != nullptr) ::munmap(std::exchange(outside.formats, nullptr), formatsBytes);
   ::close(std::exchange(outside.file, -1));
+  if (outside.former >= 0) ::close(std::exchange(outside.former, -1));
   outside.leftOut.store(0, std::memory_order_relaxed);
   theTraceFile.held_.clear();
 }

@@ -75,6 +75,7 @@ class UMBRA_API Outside {
   static bool moveNext();
   static bool moveHeld(RingBuf& ring, RingBuf::Part& part);
   static bool bring(int file, U64 offset, RingBuf::Part& part);
+  static void leaveFormer(U64 offset);
   static void handleFork();
 };
 
