@@ -163,7 +163,9 @@ Runner addTrace(CLI::App& app) {
   app.add_option("--since", options->since,
                  "those after a time: 10m, 2h, 12:30, '2026-03-01 12:00'")
       ->type_name("TIME");
-  app.add_option("-n,--last", options->last, "the newest ones (default 100)")->type_name("NUMBER");
+  app.add_option("-n,--last", options->last, "the newest ones (default 100)")
+      ->check(CLI::Range(1, 1'000'000'000))
+      ->type_name("NUMBER");
   app.add_flag("--all", options->all, "all that the file still holds");
   app.add_flag("--old", options->old, "those of the process before, where it did not end in order");
   return [options](const Settings& settings) {
