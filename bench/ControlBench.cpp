@@ -145,12 +145,20 @@ struct FixedServer {
   std::unique_ptr<Line> line;
 };
 
-// Eight clients list all regions, one more reads none of its answers.
-double longestTurn() {
+struct Turns {
+  double longest = 0;  // microseconds of the processor
+  // Microseconds of the clock on the wall: what interrupts the thread counts.
+  double wallOf999 = 0, longestWall = 0;
+};
+
+// Eight clients, of which four list all regions and four read a value of the last one; one more
+// lists them and reads none of its answers.
+Turns turnsWithClients() {
   ControlStand stand(10'000);
   const std::string path = stand.folder.path + "/bench.sock";
   std::vector<std::unique_ptr<Line>> lines;
   for (int i = 0; i < 9; ++i) lines.push_back(std::make_unique<Line>(path));
+  std::vector<double> walls;
   for (U32 turn = 0; turn < 40'000; ++turn) {
     if (turn % 500 == 0) {
       lines[0]->send("{\"do\":\"list\",\"path\":\"/shadow/chipMemory\"}\n");
@@ -160,11 +168,27 @@ double longestTurn() {
                            : "{\"do\":\"get\",\"path\":\"/shadow/chipMemory/region9999/mode\"}\n");
       }
     }
+    const Zint::Seconds begin = Zint::MonotonicClock::systemTime();
     stand.control->serve();
+    walls.push_back((Zint::MonotonicClock::systemTime() - begin) * 1e6);
     for (std::size_t i = 1; i < lines.size(); ++i) lines[i]->receive();
   }
   require(stand.control->commands() > 100, "the clients were served");
-  return stand.control->longestTurn() * 1e6;
+  std::sort(walls.begin(), walls.end());
+  return {stand.control->longestTurn() * 1e6, walls[walls.size() * 999 / 1000], walls.back()};
+}
+
+// What interrupts the thread counts as its time: the best of three runs.
+const Turns& bestTurns() {
+  static const Turns best = [] {
+    Turns turns = turnsWithClients();
+    for (int run = 1; run < 3; ++run) {
+      const Turns other = turnsWithClients();
+      if (other.longest < turns.longest) turns = other;
+    }
+    return turns;
+  }();
+  return best;
 }
 
 }  // namespace
@@ -178,10 +202,12 @@ void registerControlBenches() {
   side("row33/one get by the socket", "one fixed line", [fixed](benchmark::State& state) {
     for (auto _ : state) fixed().ask();
   });
-  // What interrupts the thread counts as its time: the best of three runs.
-  figure("row33/longest turn, 10,000 regions and 9 clients", "us of the processor", [] {
-    return std::min({longestTurn(), longestTurn(), longestTurn()});
-  });
+  figure("row33/longest turn, 10,000 regions and 9 clients", "us of the processor",
+         [] { return bestTurns().longest; });
+  figure("row33/wall clock, 99.9 % of turns with 9 clients", "us",
+         [] { return bestTurns().wallOf999; });
+  figure("row33/wall clock, longest turn with 9 clients", "us",
+         [] { return bestTurns().longestWall; });
 }
 
 }  // namespace Bench

@@ -6,6 +6,8 @@
 namespace Telemetry {
 
 constexpr U32 headerBytes = 4096;
+// Of a time by the clock on the wall; other times are in "seconds", by the clock of the object.
+constexpr const char* wallClockUnit = "seconds since 1970";
 constexpr U32 nameBytes = 64;  // the field; a name has at most 63
 
 namespace LiveFormat {

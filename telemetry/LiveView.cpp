@@ -7,6 +7,19 @@
 
 namespace Telemetry {
 
+namespace {
+
+// The time from which the totals of a row count. An earlier version of the library wrote a column
+// of the chip's own under the same name.
+const Column* sinceOf(const Table& table) {
+  for (const Column& column : table.columns) {
+    if (column.name == "since" && column.unit == wallClockUnit) return &column;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
 std::string Subject::key() const {
   std::string key = std::to_string(static_cast<U32>(table)) + '\n';
   key += name.substr(0, RowSource::textBytes - 1) + '\n';
@@ -147,7 +160,7 @@ void LiveView::readSeeds() {
     for (U32 i = 0; i < tableIds; ++i) {
       if (sinceColumn_[i] == RowSource::none) continue;
       const Table* table = old.find(sources_[i]->table().name);
-      const Column* since = table == nullptr ? nullptr : table->find("since");
+      const Column* since = table == nullptr ? nullptr : sinceOf(*table);
       const Column* name = table == nullptr ? nullptr : table->find("name");
       if (since == nullptr || name == nullptr) continue;
       const Column* chip = table->find("chip");

@@ -69,15 +69,16 @@ LiveView::LiveView(Settings settings, Tell tell)
       entriesColumn_ = source.addColumn(
           {.name = "entries", .unit = "entries", .help = "how many entries it has", .type = "U32"});
     }
-    source.addType(*kind.type);
     sinceColumn_[i] = RowSource::none;
-    if (!kind.hasFigures) continue;
-    sinceColumn_[i] = source.addColumn({.name = "since",
-                                        .kind = ColumnKind::time,
-                                        .unit = "seconds since 1970",
-                                        .help = "the totals count from then on",
-                                        .type = ""});
-    source.addPart(regionFiguresType);
+    if (kind.hasFigures) {
+      sinceColumn_[i] = source.addColumn({.name = "since",
+                                          .kind = ColumnKind::time,
+                                          .unit = wallClockUnit,
+                                          .help = "the totals count from then on",
+                                          .type = ""});
+    }
+    source.addType(*kind.type);
+    if (kind.hasFigures) source.addPart(regionFiguresType);
   }
   readSeeds();
 }

@@ -105,14 +105,24 @@ U32 RowSource::addColumn(Column column) {
 void RowSource::addMember(Cells& cells, const Zint::Member& member, const Zint::Type& type,
                           bool isPart) {
   if (!isShown(member)) return;
-  const auto there = std::find_if(table_.columns.begin(), table_.columns.end(),
-                                  [&](const Column& each) { return each.name == member.name; });
+  std::string name = member.name;
+  const auto columnOfName = [&] {
+    return std::find_if(table_.columns.begin(), table_.columns.end(),
+                        [&](const Column& each) { return each.name == name; });
+  };
+  auto there = columnOfName();
+  if (there != table_.columns.end() && there->type.empty() && there->unit != member.unit) {
+    // What the table's own column says is another thing.
+    name.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(name.front())));
+    name = "own" + name;
+    there = columnOfName();
+  }
   U32 index = static_cast<U32>(there - table_.columns.begin());
   const ColumnKind kind = kindOf(member);
   if (there == table_.columns.end()) {
     if (isClosed_) return;
     const bool isNumber = kind != ColumnKind::text;
-    index = addColumn({.name = member.name,
+    index = addColumn({.name = std::move(name),
                        .kind = kind,
                        .bytes = isNumber ? (kind == ColumnKind::boolean ? 4u : 8u) : textBytes,
                        .unit = member.unit,

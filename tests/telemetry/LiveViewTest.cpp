@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <set>
+
 #include "TelemetryTest.h"
 
 namespace {
@@ -27,6 +29,31 @@ struct OtherMachine : Telemetry::Machine {
   std::string boot = Machine::bootId();
   U64 start = Machine::startOfProcess(static_cast<U32>(::getpid()));
 };
+
+TEST_F(LiveView, columns_haveNamesOfTheirOwn) {
+  const Driver::Chip::Ptr known = Driver::chipFactory("switch", chip);
+  shadow->chipIs(known);
+  audited("mac", 8);
+  publish();
+  for (const bool isRestarted : {false, true}) {
+    if (isRestarted) {
+      wallClock->timeIs(wallClock->time() + 1000);
+      restart();
+    }
+    const Telemetry::LiveReader there = view();
+    for (const Telemetry::Table& table : there.tables()) {
+      std::set<std::string> names;
+      for (const Telemetry::Column& column : table.columns) {
+        EXPECT_TRUE(names.insert(column.name).second) << table.name << " " << column.name;
+      }
+    }
+    const Telemetry::Column& since = *there.find("chip")->find("since");
+    EXPECT_EQ(since.unit, "seconds since 1970");
+    ASSERT_TRUE(row(there, "chip", "switch").has_value());
+    EXPECT_EQ(row(there, "chip", "switch")->time(since), 1'700'000'000'000'000'000);
+    EXPECT_EQ(there.find("chip")->find("ownSince")->unit, "seconds");
+  }
+}
 
 TEST_F(LiveView, file_isThereAfterSomeTurns) {
   publish();

@@ -213,7 +213,7 @@ class Console(Running):
 
     def test_oneCommandOfTheCommandLine(self):
         self.assertRegex(self.tool("console", "-c", "ls /"), "shadow")
-        answer = json.loads(self.tool("--json", "console", "-c", "get /shadow/state"))
+        answer = self.values("console", "-c", "get /shadow/state", schema="console")
         self.assertEqual("auditing", answer["value"])
 
     def test_aWatchTellsEachChange(self):

@@ -124,7 +124,10 @@ class History(Odd):
         if not os.path.exists(self.history):
             return 0
         with sqlite3.connect(f"file:{self.history}?mode=ro", uri=True) as database:
-            return database.execute("select count(*) from event where kind = 1").fetchone()[0]
+            try:
+                return database.execute("select count(*) from event where kind = 1").fetchone()[0]
+            except sqlite3.OperationalError:  # it is just being made
+                return 0
 
     def events(self, *more, **options):
         return [(one["number"], one["kind"], one["region"])

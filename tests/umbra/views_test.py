@@ -36,6 +36,26 @@ class Usage(Folder):
         for name in names:
             self.assertIn("--help", umbra(name, "--help"))
 
+    def test_jsonOfEverySubcommandHasASchemaThatATestChecks(self):
+        names = re.findall(r"^  ([a-z-]+) {2,}\S", umbra("--help").split("Subcommands:")[1], re.MULTILINE)
+        tests = ""
+        for file in "views_test.py", "driver_test.py", "names_test.py":
+            with open(os.path.join(harness.HERE, file), encoding="utf-8") as source:
+                tests += source.read()
+        for name in set(names) - {"metrics"}:
+            schema = {"resume": "pause"}.get(name, name)
+            self.assertTrue(os.path.exists(os.path.join(harness.HERE, "schemas", schema + ".json")), name)
+            self.assertRegex(tests, rf'schema="{schema}"|check\(.*, "{schema}"\)')
+        umbra("metrics", "--json", status=2)
+
+    def test_serveTellsItsAddressAsJson(self):
+        with subprocess.Popen([harness.UMBRA, "--dir", self.folder, "--json", "serve", "--port", "0"],
+                              stdout=subprocess.PIPE, text=True, env=harness.environment()) as server:
+            try:
+                check(json.loads(server.stdout.readline()), "serve")
+            finally:
+                server.terminate()
+
     def test_wrongUsageExits2AndSaysWhy(self):
         for arguments in (), ("nonsense",), ("ps", "--nonsense"), ("dump",), ("ack",), ("ack", "x", "--all"), \
                 ("events", "--class", "nonsense"), ("events", "--since", "then"), \

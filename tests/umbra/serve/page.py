@@ -249,6 +249,29 @@ class Views(PageTest):
         finally:
             self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
 
+    def test_alarms_areReadableWithoutScrollingAside(self):
+        subject = "a-region-with-a-name-of-the-usual-length/" + "and-with-a-longer-one" * 3
+        self.server.say("alarm 3 %s 1" % subject)
+        try:
+            for width in 1200, 800, 400:
+                self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                             {"width": width, "height": 800, "deviceScaleFactor": 1, "mobile": False})
+                self.open()
+                wait(lambda: subject[:20] in self.text("alarmRows"), LIVE)
+                beyond, cells = self.browser.execute_script("""
+                  const box = document.querySelector('#alarms .scroll');
+                  const right = box.getBoundingClientRect().right + 1;
+                  return [box.scrollWidth - box.clientWidth,
+                          [...box.querySelectorAll('td')].filter(cell => cell.getBoundingClientRect().right > right).length];
+                  """)
+                self.assertEqual((beyond, cells), (0, 0), "at %d pixels" % width)
+                height = self.browser.execute_script(
+                    "return document.querySelector('#alarmRows tr').getBoundingClientRect().height")
+                self.assertLess(height, 150, "at %d pixels" % width)
+        finally:
+            self.server.say("alarm 3 %s 0" % subject)
+            self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+
     def test_dark_isTakenFromTheSystemOrChosen(self):
         back = lambda: self.browser.execute_script("return getComputedStyle(document.body).backgroundColor")
         light = back()

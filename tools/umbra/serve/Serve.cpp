@@ -52,7 +52,12 @@ Runner addServe(CLI::App& app) {
         static_cast<Serve::Time>(options->historyDays * 86'400) * Serve::second;
     Serve::LiveSource source(settings.directory);
     try {
-      Serve::run(source, run, [](const std::string& address) {
+      Serve::run(source, run, [&](const std::string& address) {
+        if (settings.json) {
+          std::cout << Json({{"page", address}, {"metrics", address + "metrics"}}).dump()
+                    << std::endl;
+          return;
+        }
         std::cout << "umbra: the page is at " << address << "\n"
                   << "umbra: the metrics are at " << address << "metrics" << std::endl;
       });
@@ -71,6 +76,10 @@ Runner addMetrics(CLI::App& app) {
       ->type_name("COUNT");
   app.add_flag("--openmetrics", *isOpen, "in the format OpenMetrics instead of text 0.0.4");
   return [options, isOpen](const Settings& settings) {
+    if (settings.json) {
+      throw Failure("metrics are text for monitoring systems; the other commands know --json",
+                    Exit::wrongUsage);
+    }
     Serve::LiveSource source(settings.directory);
     Serve::Drivers drivers = source.drivers();
     if (!settings.driver.empty()) {
