@@ -120,8 +120,9 @@ class Terminal:
         return int(self._tmux("list-panes", "-F", "#{pane_pid}"))
 
     def exit_status(self):
-        wait_for(self.has_ended, lambda: f"the end of the program:\n{self.screen()}")
-        return int(self._tmux("list-panes", "-F", "#{pane_dead_status}").strip() or 0)
+        # The terminal is closed before the status is known.
+        return int(wait_for(lambda: self._tmux("list-panes", "-F", "#{pane_dead_status}").strip(),
+                            lambda: f"the exit status of the program:\n{self.screen()}"))
 
 
 VOLATILE = [

@@ -5,7 +5,7 @@ import os
 import subprocess
 
 import harness
-from harness import Folder, umbra
+from harness import Folder, check, umbra
 
 REGISTER = """<register><name>{name}</name><addressOffset>{offset}</addressOffset>{more}</register>"""
 
@@ -92,9 +92,13 @@ class Maps(Folder):
         umbra("map", "import", os.path.join(self.folder, "none.svd"), status=1)
         self.assertIn("No such file", umbra.errors)
 
-    def test_json_isOneObject(self):
+    def test_json_isLikeItsSchema(self):
         for action in "import", "show", "check", "try", "propose":
-            json.loads(umbra("--json", "map", action, self.map))
+            value = json.loads(umbra("--json", "map", action, self.map))
+            self.assertEqual(1 if action != "try" else 2, len(value))
+            check(value, "map")
+        other = self.file("b.svd", svd(("mac[%s]", "0", TABLE)))
+        check(json.loads(umbra("--json", "map", "diff", self.map, other, "--old-overlay", self.overlay)), "map")
 
 
 if __name__ == "__main__":

@@ -78,7 +78,8 @@ class EditedPrompt : public Prompt {
     el_set(editor_, EL_EDITOR, "emacs");
     el_set(editor_, EL_HIST, history, history_);
     el_set(editor_, EL_GETCFN, readCharacter);
-    el_set(editor_, EL_ADDFN, "complete-name", "completes a name", completeWord);
+    // The editor keeps a wide text as it is, and would never free its copy of a narrow one.
+    el_wset(editor_, EL_ADDFN, L"complete-name", L"completes a name", completeWord);
     el_set(editor_, EL_BIND, "^I", "complete-name", nullptr);
     el_set(editor_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
   }
