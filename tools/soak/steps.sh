@@ -7,7 +7,7 @@ STEPS=(
   simulation-x86 simulation-x64 driversimulation-x86 driversimulation-x64 reentrancy-x86 reentrancy-x64
   callouts-x86 callouts-x64 ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   rows-x86-x64
-  memcheck-x86 helgrind-x86 fleet consumers
+  memcheck-x86 helgrind-x86 fleet rig consumers
 )
 # shellcheck source=tools/soak/builds.sh
 source tools/soak/builds.sh
@@ -48,6 +48,7 @@ what_is() {
     builds-*) echo "contract, data path and audit in this build" ;;
     helgrind-*) echo "two activities under helgrind" ;;
     consumers) echo "each way to use the library, in both widths and with both compilers" ;;
+    rig) echo "a driver of a PCI card in a virtual machine: damaged, unplugged, plugged, both widths" ;;
     fleet) echo "three drivers under Prometheus: each alert fires and resolves" ;;
   esac
 }
@@ -298,6 +299,11 @@ run_fleet() {
   return "$verdict"
 }
 
+run_rig() {
+  tools/rig/run >"build/soak/$step.out" 2>"build/soak/$step.log" || die "the rig failed: build/soak/$step.log"
+  figure "$(grep -c 'all accounted for' "build/soak/$step.out") widths"
+}
+
 run_consumers() {
   built x86 umbra-product
   built x64 umbra-product
@@ -328,6 +334,7 @@ run_step() {
     memcheck-*) run_memcheck ;;
     helgrind-*) run_helgrind ;;
     fleet) run_fleet ;;
+    rig) run_rig ;;
     consumers) run_consumers ;;
     builds-*) run_build "$step" ;;
   esac
