@@ -5,7 +5,7 @@
     with umbra.connect("switch1") as driver:
         print(driver.get("/shadow/patrolState"))
         for region in driver.list("/shadow/chipMemory"):
-            print(region["name"], driver.get(f"/shadow/chipMemory/{region['name']}/registersFixed"))
+            print(region["text"], driver.get(f"/shadow/chipMemory/{region['key']}/registersFixed"))
 
     with umbra.connect("switch1", administers=True) as driver:
         driver.set("/shadow/paused", True)

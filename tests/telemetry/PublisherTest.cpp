@@ -93,6 +93,30 @@ TEST_F(Publisher, canBeDroppedByWhomItTells) {
   ASSERT_TRUE(pass());
 }
 
+struct ErrorsThrower : Telemetry::Publisher::Notifiee {
+  using Notifiee::Notifiee;
+  void onErrors() override { throw std::runtime_error("mine"); }
+};
+
+TEST_F(Publisher, goesOnAfterWhomItTellsHasThrown) {
+  publish();
+  view();
+  const auto thrower = Zint::makePtr<ErrorsThrower>(loop.activity, publisher);
+  const auto goesOnUntil = [this](auto isReached) {
+    for (int i = 0; i < 200 && !isReached(); ++i) loop.turnAt(loop.clock->time() + 1);
+    return isReached();
+  };
+  for (const std::string& path : {publisher->livePath(), publisher->eventsPath()}) {
+    const U64 errors = publisher->errors();
+    std::filesystem::remove(path);
+    EXPECT_TRUE(goesOnUntil([&] { return publisher->errors() == errors + 1; })) << path;
+    EXPECT_TRUE(goesOnUntil([&] { return std::filesystem::exists(path); })) << path;
+  }
+  const Telemetry::LiveReader there(publisher->livePath());
+  const U64 beats = there.heartbeat().count;
+  EXPECT_TRUE(goesOnUntil([&] { return there.heartbeat().count > beats; }));
+}
+
 // A process that was forked ends as its parent would, and goes on with the parent's work before.
 TEST_F(Publisher, forkedProcess_leavesWhatIsPublishedToItsParent) {
   publish();
