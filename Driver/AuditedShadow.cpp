@@ -235,6 +235,10 @@ Zint::String8 AuditedShadow::policyText(const ChipMemory::Ptr& region, U32 entry
   return patrol_->policyText(refuseNull(region, nullPatrolRegion), entry);
 }
 
+RegisterNames::Ptr AuditedShadow::registerNames() const { return patrol_->names(); }
+
+void AuditedShadow::registerNamesIs(const RegisterNames::Ptr& names) { patrol_->namesIs(names); }
+
 void AuditedShadow::chipIs(const Chip::Ptr& chip) {
   const Ptr self(this);
   patrol_->chipIs(refuseNull(chip, "null chip parameter to Driver::AuditedShadow not allowed"));

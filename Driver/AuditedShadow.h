@@ -237,6 +237,10 @@ class UMBRA_API AuditedShadow : public Hardware::HardwareShadow {
   // What happens to an entry that differs, by which rule, and what keeps the patrol from it now:
   // one line.
   Zint::String8 policyText(const ChipMemory::Ptr& region, U32 entry) const;
+  // The names of registers and fields, for findings and whatever shows entries to people. Null, the
+  // default: entries have numbers alone.
+  RegisterNames::Ptr registerNames() const;
+  void registerNamesIs(const RegisterNames::Ptr& names);
   // Nothing happens where it is there. REQUIRES: a chip that no other shadow has (range
   // exceptions).
   void chipIs(const Chip::Ptr& chip);

@@ -1,6 +1,7 @@
 // The texts of what the patrol tells.
 #include <Driver/Finding.h>
 
+#include <Driver/PatrolRun.h>
 #include <Zint/Enumeration.h>
 #include <algorithm>
 
@@ -44,7 +45,25 @@ Zint::String8 Finding::stringValue() const {
   text += " entry " + std::to_string(entry) + ": expected " + findingBytes(expected) + ", actual " +
           findingBytes(actual) + ": " + Driver::stringValue(verdict).bytes();
   if (nature != Nature::unverified) text += " (" + Driver::stringValue(nature).bytes() + ")";
+  if (const Zint::String8 named = byName(); !named.empty()) text += "; " + named.bytes();
   return text;
+}
+
+Zint::String8 Finding::byName() const {
+  if (names == nullptr || chipMemory == nullptr) return "";
+  // The names may be anybody's: all that they get is held here.
+  const RegisterNames::Ptr held = names;
+  const Hardware::ChipMemory::Ptr region = chipMemory;
+  std::vector<U8> mask;
+  if (policy != nullptr && expected.size() == region->entrySize()) {
+    if (const U8* const bits = policy->mask(entry); bits != nullptr) {
+      mask.assign(bits, bits + expected.size());
+    }
+  }
+  Zint::String8 text, error;
+  const bool isNamed = callGuarded(
+      [&] { text = held->differenceText(*region, entry, expected, actual, mask); }, error);
+  return isNamed ? text : "";
 }
 
 Zint::String8 PassResult::stringValue() const {

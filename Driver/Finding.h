@@ -2,6 +2,8 @@
 #pragma once
 
 #include <Driver/Chip.h>
+#include <Driver/Policy.h>
+#include <Driver/RegisterNames.h>
 #include <Hardware/ChipMemory.h>
 #include <span>
 
@@ -39,10 +41,16 @@ struct UMBRA_API Finding {
   std::span<const U8> actual;    // what the chip held
   Verdict verdict = Verdict::repaired;
   Nature nature = Nature::unverified;
-  Zint::Seconds time = 0;  // of the shadow's clock
+  Zint::Seconds time = 0;         // of the shadow's clock
+  Policy::Ptr policy = {};        // of the region; null where there is none
+  RegisterNames::Ptr names = {};  // the shadow's; null where there are none
 
-  // "mac entry 17: expected x00x01, actual x00x00: repaired (soft)". At most 32 bytes of each.
+  // "mac entry 17: expected x00x01, actual x00x00: repaired (soft)". At most 32 bytes of each. With
+  // names, byName() stands behind it: "...: repaired (soft); mac[17].valid expected 1 actual 0".
   Zint::String8 stringValue() const;
+  // "mac[17].valid expected 1 actual 0": what differs in bits that are compared; empty without
+  // names, or where they throw.
+  Zint::String8 byName() const;
 };
 
 // One pass over all regions under audit.

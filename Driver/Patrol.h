@@ -55,6 +55,8 @@ class Patrol {
   bool isWritten(const Hardware::ChipMemory& region, U32 entry) const;
   void quarantineDel(const Hardware::ChipMemory::Ptr& region, U32 entry);
   Zint::String8 policyText(const Hardware::ChipMemory::Ptr& region, U32 entry) const;
+  const RegisterNames::Ptr& names() const { return names_; }
+  void namesIs(RegisterNames::Ptr names) { names_.swap(names); }
   std::vector<Chip::Ptr> chips() const;
   Chip::Ptr findChip(const Hardware::ChipMemory& region) const;
   Chip::Ptr makeChip(const Hardware::ChipMemory::Ptr& region);
@@ -217,6 +219,7 @@ class Patrol {
   Visit readProbed(Probe& probe, const Hardware::ChipMemory::Ptr& cm, U32 entry);
 
   AuditedShadow& shadow_;
+  RegisterNames::Ptr names_;  // null for none
   Zint::Ptr<SelfWatch> self_;
   Zint::Ptr<SliceClock> clock_;
   Zint::Epoch commands_;

@@ -381,7 +381,9 @@ Finding Patrol::finding(const Run& run, U32 entry, Verdict verdict, Nature natur
           .actual = {run.actual(entry), run.entrySize},
           .verdict = verdict,
           .nature = nature,
-          .time = time()};
+          .time = time(),
+          .policy = run.policy,
+          .names = names_};
 }
 
 void Patrol::tell(const Run& run, U32 entry, Verdict verdict, Nature nature) {

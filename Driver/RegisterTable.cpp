@@ -30,6 +30,14 @@ std::vector<U8> tableBytes(U64 value, U32 size) {
 
 U64 allBits(U32 entrySize) { return entrySize >= 8 ? ~U64{0} : (U64{1} << (8 * entrySize)) - 1; }
 
+bool isOfOneKind(const TableRegion& region) {
+  return region.entries != 0 && region.registers.size() == 1;
+}
+
+U32 entriesOf(const TableRegion& region) {
+  return isOfOneKind(region) ? region.entries : Zint::countOf(region.registers);
+}
+
 class TableNames : public RegisterNames {
  public:
   explicit TableNames(std::span<const TableRegion> regions) {
@@ -42,14 +50,15 @@ class TableNames : public RegisterNames {
   }
 
   Zint::String8 entryName(const ChipMemory& region, U32 entry) const override {
-    const TableRegister* const found = find(region, entry);
-    return found == nullptr ? "" : found->name;
+    const TableRegister* found = nullptr;
+    return Zint::String8(find(region, entry, found));
   }
 
   Zint::String8 differenceText(const ChipMemory& region, U32 entry, std::span<const U8> expected,
                                std::span<const U8> actual,
                                std::span<const U8> mask) const override {
-    const TableRegister* const found = find(region, entry);
+    const TableRegister* found = nullptr;
+    const std::string name = find(region, entry, found);
     if (found == nullptr) return "";
     std::string text;
     U32 told = 0;
@@ -65,21 +74,21 @@ class TableNames : public RegisterNames {
       const U64 right = fieldOf(actual, field.low, field.bits);
       if (field.low < 64) named |= fieldBits(field);
       if (((left ^ right) & compared) != 0) {
-        tell(std::string(found->name) + "." + field.name, left, right);
+        tell(name + "." + field.name, left, right);
       }
     }
     // Bits that no field names.
     const U64 left = fieldOf(expected, 0, 64), right = fieldOf(actual, 0, 64);
-    if (((left ^ right) & ~named & ~fieldOf(mask, 0, 64)) != 0) tell(found->name, left, right);
+    if (((left ^ right) & ~named & ~fieldOf(mask, 0, 64)) != 0) tell(name, left, right);
     if (told > mostFieldsTold) text += " and " + std::to_string(told - mostFieldsTold) + " more";
     return Zint::String8(text);
   }
 
   Zint::String8 valueText(const ChipMemory& region, U32 entry,
                           std::span<const U8> value) const override {
-    const TableRegister* const found = find(region, entry);
+    const TableRegister* found = nullptr;
+    std::string text = find(region, entry, found);
     if (found == nullptr) return "";
-    std::string text = found->name;
     for (const TableField& field : found->fields) {
       text += std::string(" ") + field.name + "=" +
               registerNumber(fieldOf(value, field.low, field.bits));
@@ -88,10 +97,17 @@ class TableNames : public RegisterNames {
   }
 
  private:
-  const TableRegister* find(const ChipMemory& region, U32 entry) const {
+  // The entry's name, and what describes it; null where nothing does.
+  std::string find(const ChipMemory& region, U32 entry, const TableRegister*& described) const {
     const auto found = regions_.find(region.name().bytes());
-    if (found == regions_.end() || entry >= found->second->registers.size()) return nullptr;
-    return &found->second->registers[entry];
+    if (found == regions_.end() || entry >= entriesOf(*found->second)) return "";
+    const TableRegion& table = *found->second;
+    if (!isOfOneKind(table)) {
+      described = &table.registers.begin()[entry];
+      return described->name;
+    }
+    described = &table.registers.front();
+    return std::string(described->name) + "[" + std::to_string(entry) + "]";
   }
   static U64 fieldBits(const TableField& field) {
     return (field.bits >= 64 ? ~U64{0} : (U64{1} << field.bits) - 1) << field.low;
@@ -102,7 +118,9 @@ class TableNames : public RegisterNames {
 
 // Calls use(first, count) for each run of registers that are alike.
 template <class Same, class Use>
-void eachTableRun(std::span<const TableRegister> registers, Same same, Use use) {
+void eachTableRun(const TableRegion& region, Same same, Use use) {
+  const auto registers = region.registers;
+  if (isOfOneKind(region)) return use(0, region.entries, registers.front());
   const U32 count = Zint::countOf(registers);
   for (U32 first = 0; first < count;) {
     U32 end = first + 1;
@@ -130,34 +148,33 @@ U64 fieldOf(std::span<const U8> bytes, U32 low, U32 bits) {
 Zint::Ptr<ChipMemory> chipMemoryOf(const TableRegion& region,
                                    const Zint::Ptr<Hardware::ChipHam>& ham, U64 base) {
   return Hardware::chipMemoryFactory(region.name, Hardware::ChipAddress(base + region.address),
-                                     Zint::countOf(region.registers), region.entrySize,
-                                     region.stride, ham);
+                                     entriesOf(region), region.entrySize, region.stride, ham);
 }
 
 Zint::Ptr<Policy> policyOf(const ChipMemory::Ptr& chipMemory, const TableRegion& region) {
   const Policy::Ptr policy = policyFactory(chipMemory);
   const U32 size = region.entrySize;
-  if (chipMemory->entrySize() != size || chipMemory->entries() != region.registers.size()) {
+  if (chipMemory->entrySize() != size || chipMemory->entries() != entriesOf(region)) {
     Zint::throwRangeException(Zint::String8("the register table of ") + region.name +
                               " has other entries than the region " + chipMemory->name());
   }
   const auto sameRule = [](const TableRegister& a, const TableRegister& b) {
     return a.rule == b.rule && a.isOnce == b.isOnce;
   };
-  eachTableRun(region.registers, sameRule, [&](U32 first, U32 count, const TableRegister& r) {
+  eachTableRun(region, sameRule, [&](U32 first, U32 count, const TableRegister& r) {
     if (r.rule != Rule::repaired) policy->ruleIs(first, count, r.rule);
     if (r.isOnce) policy->onceIs(first, count, true);
   });
   const auto sameMask = [](const TableRegister& a, const TableRegister& b) {
     return a.mask == b.mask && a.rewrite == b.rewrite;
   };
-  eachTableRun(region.registers, sameMask, [&](U32 first, U32 count, const TableRegister& r) {
+  eachTableRun(region, sameMask, [&](U32 first, U32 count, const TableRegister& r) {
     if (r.mask != 0) policy->maskIs(first, count, tableBytes(r.mask, size), r.rewrite);
   });
   const auto sameReset = [](const TableRegister& a, const TableRegister& b) {
     return a.resetValue == b.resetValue && a.resetMask == b.resetMask;
   };
-  eachTableRun(region.registers, sameReset, [&](U32 first, U32 count, const TableRegister& r) {
+  eachTableRun(region, sameReset, [&](U32 first, U32 count, const TableRegister& r) {
     if (size <= 8 && (r.resetMask & allBits(size)) == allBits(size)) {
       policy->resetValueIs(first, count, tableBytes(r.resetValue, size));
     }

@@ -44,6 +44,9 @@ struct TableRegion {
   U32 entrySize = 4;                              // bytes
   U32 stride = 4;                                 // bytes
   std::span<const TableRegister> registers = {};  // one for each entry
+  // Of a table whose entries are all alike: their number. `registers` holds one then, and entry 17
+  // of "mac" is called "mac[17]". 0: as many as there are registers.
+  U32 entries = 0;
 };
 
 // The region as an object, `base` being added to its address.

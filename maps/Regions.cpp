@@ -102,6 +102,22 @@ class RegionMaker {
 
 }  // namespace
 
+bool isOfOneKind(const Plan& plan, const Region& region) {
+  if (region.entries < 2) return false;
+  const Choice& first = plan.choices[region.registers.front()];
+  for (U32 e = 0; e < region.entries; ++e) {
+    const Register& r = plan.map.registers[region.registers[e]];
+    const Choice& choice = plan.choices[region.registers[e]];
+    if (r.layout != plan.map.registers[region.registers.front()].layout ||
+        r.name != r.array + "[" + std::to_string(e) + "]" || choice.rule != first.rule ||
+        choice.mask != first.mask || choice.rewrite != first.rewrite ||
+        choice.isOnce != first.isOnce) {
+      return false;
+    }
+  }
+  return true;
+}
+
 std::vector<Region> regionsOf(const Plan& plan) { return RegionMaker(plan).result(); }
 
 }  // namespace Maps

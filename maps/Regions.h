@@ -24,6 +24,9 @@ struct Region {
   std::vector<U32> registers;  // of each entry: its index in Map::registers
 };
 
+// Whether all entries are elements 0, 1, ... of one array with the same policy: "mac[0]" and so on.
+UMBRA_API bool isOfOneKind(const Plan& plan, const Region& region);
+
 // In ascending order of addresses.
 UMBRA_API std::vector<Region> regionsOf(const Plan& plan);
 

@@ -131,10 +131,11 @@ class HeaderWriter {
   void writeRegisters(std::size_t index, const Region& region) {
     text_ += "// " + commentOf(region.name) + "\ninline constexpr Driver::TableRegister registers" +
              std::to_string(index) + "[] = {\n";
+    const bool isOneKind = isOfOneKind(plan_, region);
     for (const U32 which : region.registers) {
       const Register& r = plan_.map.registers[which];
       const Choice& choice = plan_.choices[which];
-      text_ += "    {.name = " + literalOf(plan_.map.nameOf(r)) +
+      text_ += "    {.name = " + literalOf(isOneKind ? region.name : plan_.map.nameOf(r)) +
                ", .rule = Driver::Rule::" + ruleLiteral(*choice.rule);
       if (choice.mask != 0) {
         text_ += ", .mask = " + hexText(choice.mask) +
@@ -148,6 +149,7 @@ class HeaderWriter {
       const auto fields = fields_.find(r.layout.get());
       if (fields != fields_.end()) text_ += ", .fields = " + fields->second;
       text_ += "},\n";
+      if (isOneKind) break;
     }
     text_ += "};\n";
   }
@@ -164,11 +166,12 @@ class HeaderWriter {
       const Region& region = regions[i];
       const std::string number = std::to_string(i);
       taken.insert("registers" + number);
-      text_ += "    {.name = " + literalOf(region.name) +
-               ", .address = " + hexText(region.address) +
-               "u, .entrySize = " + std::to_string(region.entrySize) +
-               ", .stride = " + std::to_string(region.stride) + ", .registers = registers" +
-               number + "},\n";
+      text_ +=
+          "    {.name = " + literalOf(region.name) + ", .address = " + hexText(region.address) +
+          "u, .entrySize = " + std::to_string(region.entrySize) +
+          ", .stride = " + std::to_string(region.stride) + ", .registers = registers" + number +
+          (isOfOneKind(plan_, region) ? ", .entries = " + std::to_string(region.entries) : "") +
+          "},\n";
       constants += "inline constexpr const Driver::TableRegion& " +
                    identifierOf(region.name, taken) + " = regions[" + number + "];\n";
     }
@@ -187,7 +190,8 @@ Table::Table(const Plan& plan) {
   std::unordered_map<const Layout*, std::span<const Driver::TableField>> fieldsOf;
   for (const Region& region : regionsOf(plan)) {
     auto& registers = registers_.emplace_back();
-    registers.reserve(region.registers.size());
+    const bool isOneKind = isOfOneKind(plan, region);
+    if (!isOneKind) registers.reserve(region.registers.size());
     for (const U32 which : region.registers) {
       const Register& r = plan.map.registers[which];
       const Choice& choice = plan.choices[which];
@@ -199,7 +203,7 @@ Table::Table(const Plan& plan) {
         }
         fields->second = kept;
       }
-      registers.push_back({.name = keep(plan.map.nameOf(r)),
+      registers.push_back({.name = keep(isOneKind ? region.name : plan.map.nameOf(r)),
                            .rule = *choice.rule,
                            .mask = choice.mask,
                            .rewrite = choice.rewrite,
@@ -207,12 +211,14 @@ Table::Table(const Plan& plan) {
                            .resetValue = r.layout->resetValue.value_or(0),
                            .resetMask = r.layout->resetValue ? r.layout->resetMask : 0,
                            .fields = fields->second});
+      if (isOneKind) break;
     }
     regions_.push_back({.name = keep(region.name),
                         .address = region.address,
                         .entrySize = region.entrySize,
                         .stride = region.stride,
-                        .registers = registers});
+                        .registers = registers,
+                        .entries = isOneKind ? region.entries : 0});
   }
 }
 

@@ -117,11 +117,14 @@ class DumpTask : public RegionTask {
     requireEntry(entry);  // the region may have shrunk
     std::string item;
     JsonMembers members(item);
+    const Driver::RegisterNames::Ptr names =
+        shadow_ == nullptr ? nullptr : shadow_->registerNames();
     members.number("entry", at_)
         .text("address", region_->entryAddress(entry).stringValue().bytes());
     appendBytes(members, "expected", region_->shadow().ptr(), entry);
     members.flag("known", isKnown(entry));
     bool isReadable = true;
+    chipBytes_.clear();
     if (shadow_ != nullptr) {
       members.flag("isWritten", shadow_->isWritten(region_, entry));
       if (const auto policy = shadow_->policy(region_); policy != nullptr) {
@@ -135,12 +138,44 @@ class DumpTask : public RegionTask {
     } else if (isReadable) {
       readChip(members, entry);
     }
+    if (names != nullptr) appendNames(members, *names, entry);
     members.end();
     answer.item(item, out);
     return ++at_ >= end_;
   }
 
  private:
+  // What the names say of the entry; those that throw say nothing.
+  void appendNames(JsonMembers& members, const Driver::RegisterNames& names, U32 entry) {
+    const std::span<const U8> expected = entryOf(region_->shadow().ptr(), entry);
+    const std::span<const U8> actual =
+        isOnChip_ ? std::span<const U8>(chipBytes_) : entryOf(region_->hardware().ptr(), entry);
+    std::string name, value, difference;
+    try {
+      name = names.entryName(*region_, entry).bytes();
+      if (!expected.empty()) value = names.valueText(*region_, entry, expected).bytes();
+      if (isOnChip_ && isKnown(entry) && expected.size() == actual.size()) {
+        std::vector<U8> mask;
+        const auto policy = shadow_->policy(region_);
+        const U8* const bits = policy == nullptr ? nullptr : policy->mask(entry);
+        if (bits != nullptr) mask.assign(bits, bits + region_->entrySize());
+        difference = names.differenceText(*region_, entry, expected, actual, mask).bytes();
+      }
+    } catch (const std::exception&) {
+      return;
+    }
+    if (!name.empty()) members.text("name", name);
+    if (!value.empty()) members.text("fields", value);
+    if (!difference.empty()) members.text("difference", difference);
+  }
+
+  // The entry's bytes; empty where the buffer does not hold them.
+  std::span<const U8> entryOf(const Hal::BufBase* buffer, U32 entry) const {
+    const U64 offset = U64{entry} * region_->entrySize();
+    if (buffer == nullptr || offset + region_->entrySize() > buffer->size()) return {};
+    return {buffer->data() + offset, region_->entrySize()};
+  }
+
   void appendBytes(JsonMembers& members, const char* name, const Hal::BufBase* buffer, U32 entry) {
     const U64 offset = U64{entry} * region_->entrySize();
     if (buffer == nullptr || offset + region_->entrySize() > buffer->size()) return;
@@ -154,6 +189,7 @@ class DumpTask : public RegionTask {
     const auto ham = region_->chipHam();
     ham->doRead(region_->entryAddress(entry), bytes.bytes.data(), region_->entrySize(), 1);
     members.text("actual", Zint::valueToStrep(bytes).bytes());
+    chipBytes_ = std::move(bytes.bytes);
   }
 
   bool isKnown(U32 entry) const {
@@ -165,6 +201,7 @@ class DumpTask : public RegionTask {
   U64 end_ = 0;
   const U64 count_;
   const bool isOnChip_;
+  std::vector<U8> chipBytes_;  // that were read last
 };
 
 class CheckTask : public PathTask {

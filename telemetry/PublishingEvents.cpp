@@ -65,6 +65,8 @@ void Publishing::handleFinding(Shadow& shadow, const Driver::Finding& finding) {
   if (!isTold) return;
   const std::string_view chipName =
       chip != shadow.chips.end() ? std::string_view((*chip)->name) : std::string_view();
+  std::string text = Driver::stringValue(finding.verdict).bytes();
+  if (const Zint::String8 named = finding.byName(); !named.empty()) text += "; " + named.bytes();
   events_.add({.kind = EventKind::finding,
                .verdict = wordOf(finding.verdict),
                .nature = wordOf(finding.nature),
@@ -74,7 +76,7 @@ void Publishing::handleFinding(Shadow& shadow, const Driver::Finding& finding) {
                .chip = chipName,
                .expected = finding.expected,
                .actual = finding.actual,
-               .text = Driver::stringValue(finding.verdict)},
+               .text = text},
               now);
 }
 

@@ -1,6 +1,7 @@
 #include "demo/common/Switch.h"
 
 #include <Driver/ChipWriter.h>
+#include <Driver/RegisterTable.h>
 #include <Hardware/GenericChipHam.h>
 #include <platform/SparseChipHam.h>
 
@@ -68,8 +69,26 @@ void Switch::judgeWithCare() {
   alarms_->ruleIs(Driver::alarmRuleFactory("many", AlarmRule::manyAtOnce_, 1000, 1, 60));
 }
 
+namespace {
+
+// What the entries of the tables are made of, for people.
+constexpr Driver::TableField macFields[] = {{"address", 0, 48}, {"port", 48, 8}, {"flags", 56, 8}};
+constexpr Driver::TableField vlanFields[] = {{"members", 0, 32}, {"untagged", 32, 32}};
+constexpr Driver::TableField qosFields[] = {{"queue", 0, 8}, {"weight", 8, 8}, {"rate", 16, 16}};
+constexpr Driver::TableRegister macEntry[] = {{.name = "mac", .fields = macFields}};
+constexpr Driver::TableRegister vlanEntry[] = {{.name = "vlan", .fields = vlanFields}};
+constexpr Driver::TableRegister qosEntry[] = {{.name = "qos", .fields = qosFields}};
+constexpr Driver::TableRegion namedTables[] = {
+    {.name = "mac", .registers = macEntry, .entries = 65536},
+    {.name = "vlan", .registers = vlanEntry, .entries = 1024},
+    {.name = "qos", .registers = qosEntry, .entries = 256},
+};
+
+}  // namespace
+
 void Switch::bringUp() {
   judgeWithCare();
+  shadow_->registerNamesIs(Driver::registerNamesOf(namedTables));
   for (const TableLayout& layout : switchTables) {
     const ChipMemory::Ptr region =
         Hardware::chipMemoryFactory(layout.name, layout.address, layout.entries, layout.entrySize,

@@ -105,6 +105,20 @@ TEST_F(RegisterTableTest, valueText_namesAllFields) {
   EXPECT_EQ("mode", names->valueText(*region, 2, Bytes(4)));
 }
 
+TEST(RegisterTable, tableOfOneKind_namesItsEntriesByNumber) {
+  constexpr TableRegister one[] = {
+      {.name = "vlan", .rule = Rule::detectOnly, .fields = tableFields}};
+  const TableRegion own[] = {{.name = "vlan", .registers = one, .entries = 64}};
+  const auto vlan = Driver::chipMemoryOf(own[0], nullptr);
+  EXPECT_EQ(64u, vlan->entries());
+  EXPECT_EQ(Rule::detectOnly, Driver::policyOf(vlan, own[0])->rule(63));
+  const auto vlanNames = Driver::registerNamesOf(own);
+  EXPECT_EQ("vlan[17]", vlanNames->entryName(*vlan, 17));
+  EXPECT_EQ("", vlanNames->entryName(*vlan, 64));
+  EXPECT_EQ("vlan[17].valid expected 1 actual 0",
+            vlanNames->differenceText(*vlan, 17, Bytes{1, 0, 0, 0}, Bytes(4), {}));
+}
+
 TEST(RegisterTable, twoRegionsOfAName_areRefused) {
   const TableRegion twice[] = {tableRegions[0], tableRegions[0]};
   EXPECT_THROW(Driver::registerNamesOf(twice), Zint::RangeException);

@@ -135,6 +135,7 @@ TEST(MapTable, holdsRegionsPoliciesAndFields) {
   ASSERT_EQ(1u, table.regions().size());
   const Driver::TableRegion& region = table.regions()[0];
   EXPECT_STREQ("B.mac", region.name);
+  EXPECT_EQ(0u, region.entries);
   ASSERT_EQ(4u, region.registers.size());
   EXPECT_STREQ("B.mac[2]", region.registers[2].name);
   EXPECT_EQ(Rule::detectOnly, region.registers[2].rule);
@@ -142,6 +143,22 @@ TEST(MapTable, holdsRegionsPoliciesAndFields) {
   EXPECT_EQ(6u, region.registers[2].resetValue);
   ASSERT_EQ(2u, region.registers[2].fields.size());
   EXPECT_STREQ("port", region.registers[2].fields[1].name);
+}
+
+TEST(MapTable, arrayOfEqualElements_isOneRegisterAndTheirNumber) {
+  const Maps::Plan plan = planned(array("mac[%s]", "0", 4, 4));
+  const Maps::Table table(plan);
+  const Driver::TableRegion& region = table.regions()[0];
+  EXPECT_EQ(4u, region.entries);
+  ASSERT_EQ(1u, region.registers.size());
+  EXPECT_STREQ("B.mac", region.registers[0].name);
+  EXPECT_NE(std::string::npos, Maps::headerText(plan, "n").find(".entries = 4}"));
+}
+
+TEST(MapTable, arrayWithOtherNames_hasARegisterForEach) {
+  const Maps::Table table(planned(array("P%s", "0", 4, 4)));
+  EXPECT_EQ(4u, table.regions()[0].registers.size());
+  EXPECT_STREQ("B.P3", table.regions()[0].registers[3].name);
 }
 
 TEST(MapHeader, constantsStandInItsNamespace) {

@@ -1,4 +1,6 @@
 // The commands of the control socket, each with what it refuses.
+#include <Driver/RegisterTable.h>
+
 #include "telemetry/ControlTest.h"
 
 namespace {
@@ -351,6 +353,27 @@ TEST_F(ControlCommandsTest, policyTextAndDump_ofARegion) {
       "01020304");
   EXPECT_THAT(refusal(*admin, R"({"do":"dump","path":"/alarms"})"),
               HasSubstr("/alarms is no region"));
+}
+
+TEST_F(ControlCommandsTest, dump_ofAShadowWithNamesTellsThem) {
+  static constexpr Driver::TableField fields[] = {{"valid", 0, 1}, {"port", 1, 4}};
+  static constexpr Driver::TableRegister registers[] = {{.name = "mac", .fields = fields}};
+  static constexpr Driver::TableRegion table[] = {
+      {.name = "mac", .registers = registers, .entries = 16}};
+  shadow_->registerNamesIs(Driver::registerNamesOf(table));
+  const U8 value[] = {7, 0, 0, 0};
+  shadow_->shadowWriteAndCompareWithCache(mac_, 3, const_cast<U8*>(value), 4);
+  registers_->registers[0x100c] = 6;
+  const auto client = looking();
+  const Json seen =
+      all(*client, R"({"do":"dump","path":"/shadow/chipMemory/mac","first":3})")["items"][0];
+  EXPECT_EQ(seen["name"], "mac[3]");
+  EXPECT_EQ(seen["fields"], "mac[3] valid=1 port=3");
+  EXPECT_FALSE(seen.contains("difference"));
+  const auto admin = administering();
+  const Json read = all(
+      *admin, R"({"do":"dump","path":"/shadow/chipMemory/mac","first":3,"chip":true})")["items"][0];
+  EXPECT_EQ(read["difference"], "mac[3].valid expected 1 actual 0");
 }
 
 TEST_F(ControlCommandsTest, checkAndPlan_needToOperate) {

@@ -93,6 +93,14 @@ class Looks(Running):
             self.assertRegex(one["address"], ADDRESS)
         self.assertIn("EXPECTED", self.tool("dump", "vlan"))
 
+    def test_dumpAndWhyNameRegistersAndFields(self):
+        item = self.values("dump", "vlan", "18", schema="dump")["items"][0]
+        self.assertEqual("vlan[18]", item["name"])
+        self.assertRegex(item["fields"], r"^vlan\[18\] members=\w+ untagged=\w+$")
+        self.assertIn("NAME", self.tool("dump", "vlan"))
+        self.assertNotIn("NAME", self.tool("dump", "acl"))
+        self.assertEqual("vlan[18]", self.values("why", "vlan", "18", schema="why")["name"])
+
     def test_dumpOfALongRegionGoesOnInParts(self):
         value = self.values("dump", "mac", "0+3000", schema="dump")
         self.assertEqual(list(range(3000)), [one["entry"] for one in value["items"]])

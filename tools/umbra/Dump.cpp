@@ -29,16 +29,8 @@ Exit dump(const Settings& settings, const std::string& region, const std::string
   const auto [first, count] = range.empty()
                                   ? std::pair<U64, U64>(0, std::min(entries, shownWithoutRange))
                                   : rangeOf(range, entries);
-  Report report;
-  Table& table = report.table("items", {{"entry", "ENTRY", Form::number},
-                                        {"address", "ADDRESS"},
-                                        {"expected", "EXPECTED"},
-                                        {"actual", chip ? "ACTUAL" : "LAST READ"},
-                                        {"known", "KNOWN BY"},
-                                        {"policy", "POLICY"},
-                                        {"differs", "DIFFERS", Form::flag}});
-  table.emptyIs("the region has no entries");
-  U64 differences = 0;
+  Json items = Json::array();
+  bool hasNames = false;
   for (U64 done = 0; done < count; done += entriesTogether) {
     const Json answer = control.ask({{"do", "dump"},
                                      {"path", path},
@@ -46,16 +38,42 @@ Exit dump(const Settings& settings, const std::string& region, const std::string
                                      {"count", std::min(entriesTogether, count - done)},
                                      {"chip", chip}});
     for (const Json& item : answer.value("items", Json::array())) {
-      const Json expected = memberOf(item, "expected");
-      const Json actual = memberOf(item, "actual");
-      const std::string known = knownBy(item);
-      Json differs;
-      if (chip && known != "unknown" && expected.is_string() && actual.is_string())
-        differs = expected != actual;
-      if (differs == true) ++differences;
-      table.row({memberOf(item, "entry"), memberOf(item, "address"), expected, actual, known,
-                 memberOf(item, "policy"), differs});
+      hasNames = hasNames || item.contains("name");
+      items.push_back(item);
     }
+  }
+  std::vector<Column> columns = {
+      {"entry", "ENTRY", Form::number},          {"address", "ADDRESS"}, {"expected", "EXPECTED"},
+      {"actual", chip ? "ACTUAL" : "LAST READ"}, {"known", "KNOWN BY"},  {"policy", "POLICY"},
+      {"differs", "DIFFERS", Form::flag}};
+  if (hasNames) {
+    columns.insert(columns.begin() + 1, {"name", "NAME"});
+    columns.push_back({"fields", chip ? "DIFFERENCE" : "FIELDS"});
+  }
+  Report report;
+  Table& table = report.table("items", columns);
+  table.emptyIs("the region has no entries");
+  U64 differences = 0;
+  for (const Json& item : items) {
+    const Json expected = memberOf(item, "expected");
+    const Json actual = memberOf(item, "actual");
+    const std::string known = knownBy(item);
+    Json differs;
+    if (chip && known != "unknown" && expected.is_string() && actual.is_string())
+      differs = expected != actual;
+    if (differs == true) ++differences;
+    std::vector<Json> row = {memberOf(item, "entry"),
+                             memberOf(item, "address"),
+                             expected,
+                             actual,
+                             known,
+                             memberOf(item, "policy"),
+                             differs};
+    if (hasNames) {
+      row.insert(row.begin() + 1, memberOf(item, "name"));
+      row.push_back(memberOf(item, chip ? "difference" : "fields"));
+    }
+    table.row(std::move(row));
   }
   report.value("region", path);
   report.value("fromChip", chip);
@@ -99,16 +117,22 @@ Exit why(const Settings& settings, const std::string& region, const std::string&
     const Json items = dumped.value("items", Json::array());
     const Json item = items.empty() ? Json::object() : items[0];
     const std::string shadow = shadowOfPath(path);
-    report.facts({{"region", "region", Form::text, path},
-                  {"entry", "entry", Form::number, entry},
-                  {"address", "address", Form::text, memberOf(item, "address")},
-                  {"expected", "expected", Form::text, memberOf(item, "expected")},
-                  {"known", "known by", Form::text, knownBy(item)},
-                  {"policy", "policy", Form::text, memberOf(policy, "text")},
-                  {"quarantined", "in quarantine", Form::flag,
-                   orNull(truthOf(control, shadow, "isQuarantined", path, entry))},
-                  {"openFinding", "has an open finding", Form::flag,
-                   orNull(truthOf(control, shadow, "hasOpenFinding", path, entry))}});
+    const Json registerName = memberOf(item, "name");
+    std::vector<Fact> facts = {{"region", "region", Form::text, path},
+                               {"entry", "entry", Form::number, entry},
+                               {"address", "address", Form::text, memberOf(item, "address")},
+                               {"expected", "expected", Form::text, memberOf(item, "expected")},
+                               {"known", "known by", Form::text, knownBy(item)},
+                               {"policy", "policy", Form::text, memberOf(policy, "text")},
+                               {"quarantined", "in quarantine", Form::flag,
+                                orNull(truthOf(control, shadow, "isQuarantined", path, entry))},
+                               {"openFinding", "has an open finding", Form::flag,
+                                orNull(truthOf(control, shadow, "hasOpenFinding", path, entry))}};
+    if (!registerName.is_null()) {
+      facts.insert(facts.begin() + 2, {{"name", "register", Form::text, registerName},
+                                       {"fields", "fields", Form::text, memberOf(item, "fields")}});
+    }
+    report.facts(std::move(facts));
   } else {
     report.facts({{"region", "region", Form::text, name}, {"entry", "entry", Form::number, entry}});
     report.line("The driver is " + std::string(nameOf(state)) + ": this is what its log holds.");

@@ -47,7 +47,10 @@ std::string detailOf(const Event& event) {
   switch (event.kind) {
     case EventKind::finding: {
       const std::string nature = natureOf(event);
-      return verdictOf(event) + (nature.empty() ? "" : " (" + nature + ")");
+      // Behind the verdict: what differs, by name.
+      const std::size_t named = text.find("; ");
+      return verdictOf(event) + (nature.empty() ? "" : " (" + nature + ")") +
+             (named == std::string::npos ? "" : text.substr(named));
     }
     case EventKind::adopted:
       return number + " entries";
