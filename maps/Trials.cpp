@@ -182,15 +182,16 @@ U64 ScratchChip::read(U64 address, U32 width) {
   const Layout& layout = *own.shape->layout;
   U64 hidden = 0;
   const U64 held = own.value;
-  const auto act = [&](U64 bits, const std::optional<Access>& access, ReadAction action) {
+  const Access whole = layout.access.value_or(Access::readWrite);
+  const auto act = [&](U64 bits, Access access, ReadAction action) {
     if (access == Access::writeOnly || access == Access::writeOnce) hidden |= bits;
     if (action == ReadAction::clear) own.value &= ~bits;
     if (action == ReadAction::set) own.value |= bits;
   };
-  act(layout.fields.empty() ? layout.bits() : 0, layout.access, ReadAction::none);
-  act(layout.bits(), std::nullopt, layout.readAction);
+  act(layout.fields.empty() ? layout.bits() : 0, whole, ReadAction::none);
+  act(layout.bits(), Access::readWrite, layout.readAction);
   for (const Field& field : layout.fields) {
-    act(field.mask(), field.access ? field.access : layout.access, field.readAction);
+    act(field.mask(), field.access.value_or(whole), field.readAction);
   }
   return held & ~hidden;
 }
