@@ -75,10 +75,12 @@ class Terminal:
 
     def __init__(self, *command, columns=80, lines=24, **more):
         self.name = f"umbra-test-{os.getpid()}-{id(self)}"
+        self.status = os.path.join(tempfile.gettempdir(), self.name + ".status")
         self._tmux("new-session", "-d", "-x", str(columns), "-y", str(lines),
                    *sum((["-e", f"{name}={value}"] for name, value in environment(**more).items()
                          if name in ("LC_ALL", "TZ") or name in more), []),
-                   *command, ";", "set", "-g", "remain-on-exit", "on")
+                   # tmux may miss the end of a process, and then never knows its status.
+                   "sh", "-c", 'trap : INT; "$@"; echo $? >"$0"', self.status, *command, ";", "set", "-g", "remain-on-exit", "on")
 
     def _tmux(self, *arguments):
         return subprocess.run(["tmux", "-L", self.name, "-u", "-f", "/dev/null", *arguments],
@@ -87,6 +89,8 @@ class Terminal:
 
     def close(self):
         subprocess.run(["tmux", "-L", self.name, "kill-server"], capture_output=True, check=False)
+        if os.path.exists(self.status):
+            os.unlink(self.status)
 
     def screen(self, colours=False):
         return self._tmux("capture-pane", "-p", *(["-e"] if colours else []))
@@ -117,12 +121,18 @@ class Terminal:
         return self._tmux("list-panes", "-F", "#{pane_dead} #{pane_dead_status}").split()[0] == "1"
 
     def pid(self):
-        return int(self._tmux("list-panes", "-F", "#{pane_pid}"))
+        shell = self._tmux("list-panes", "-F", "#{pane_pid}").strip()
+        with open(f"/proc/{shell}/task/{shell}/children", encoding="ascii") as children:
+            return int(children.read())
 
     def exit_status(self):
-        # The terminal is closed before the status is known.
-        return int(wait_for(lambda: self._tmux("list-panes", "-F", "#{pane_dead_status}").strip(),
-                            lambda: f"the exit status of the program:\n{self.screen()}"))
+        def found():
+            try:
+                with open(self.status, encoding="ascii") as file:
+                    return file.read().strip()
+            except FileNotFoundError:
+                return None
+        return int(wait_for(found, lambda: f"the exit status of the program:\n{self.screen()}"))
 
 
 VOLATILE = [
