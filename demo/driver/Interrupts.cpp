@@ -11,10 +11,10 @@ constexpr int endingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 // What the handler touches.
 std::atomic<Zint::ActivityConfig*> stopped{nullptr};
-std::atomic<int> interrupts{0};
+std::atomic<int> signals{0};
 
 void onSignal(int) {
-  ++interrupts;
+  ++signals;
   if (Zint::ActivityConfig* activity = stopped; activity != nullptr) activity->stop();
 }
 
@@ -37,6 +37,6 @@ Interrupts::~Interrupts() {
   stopped = nullptr;
 }
 
-int Interrupts::count() { return interrupts; }
+int Interrupts::count() { return signals; }
 
 }  // namespace Demo

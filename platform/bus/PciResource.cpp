@@ -80,16 +80,7 @@ void PciResource::reopen() {
   open();
 }
 
-Zint::String8 PciResource::identity() const {
-  std::string identity;
-  for (const char* file :
-       {"vendor", "device", "subsystem_vendor", "subsystem_device", "class", "revision"}) {
-    const std::optional<std::string> line = lineOf(path(file));
-    if (!line) throw ChipAbsent(name(), 0, 0, "is not there");
-    identity += (identity.empty() ? "" : " ") + *line;
-  }
-  return Zint::String8(identity);
-}
+Zint::String8 PciResource::identity() const { return identityOfPci(name(), device_.bytes()); }
 
 Zint::ValidPtr<PciResource> pciResourceFactory(Zint::String8 device, U32 resource,
                                                const PciOptions& options) {

@@ -34,4 +34,15 @@ std::optional<U64> numberOf(const std::string& path) {
   return number;
 }
 
+Zint::String8 identityOfPci(const Zint::String8& bus, const std::string& folder) {
+  std::string identity;
+  for (const char* file :
+       {"vendor", "device", "subsystem_vendor", "subsystem_device", "class", "revision"}) {
+    const std::optional<std::string> line = lineOf(folder + "/" + file);
+    if (!line) throw ChipAbsent(bus, 0, 0, "is not there");
+    identity += (identity.empty() ? "" : " ") + *line;
+  }
+  return Zint::String8(identity);
+}
+
 }  // namespace Platform

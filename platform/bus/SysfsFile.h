@@ -28,4 +28,7 @@ std::optional<std::string> lineOf(const std::string& path);
 // The number in the first line: decimal, or hexadecimal after 0x.
 std::optional<U64> numberOf(const std::string& path);
 
+// The ids of the PCI device whose folder that is. ChipAbsent of `bus` when it is not there.
+Zint::String8 identityOfPci(const Zint::String8& bus, const std::string& folder);
+
 }  // namespace Platform

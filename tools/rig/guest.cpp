@@ -6,14 +6,18 @@
 #include <Driver/ChipAccess.h>
 #include <Driver/Governor.h>
 #include <Driver/PresentChip.h>
+#include <Driver/RemovalWatch.h>
 #include <fcntl.h>
 #include <platform/bus/PciResource.h>
 #include <platform/bus/RegisterHam.h>
+#include <platform/bus/VfioDevice.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -73,6 +77,37 @@ class Card : public Driver::PresentChip {
   }
 };
 
+// Loads the kernel's modules that the image has, in their order.
+void loadModules() {
+  std::ifstream order("/modules/order");
+  for (std::string name; std::getline(order, name);) {
+    const int file = open(("/modules/" + name).c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0 || (syscall(SYS_finit_module, file, "", 0) != 0 && errno != EEXIST)) {
+      say("failed: module " + name + ": " + std::strerror(errno));
+    }
+    close(file);
+  }
+}
+
+void write(const std::filesystem::path& path, const std::string& text) {
+  std::ofstream out(path);
+  out << text << std::flush;
+  if (!out) say("failed: " + path.string() + " takes no " + text);
+}
+
+// Gives the card to that driver of the kernel; whatever had it before.
+void bindTo(const std::string& folder, const std::string& driver) {
+  write(folder + "/driver_override", driver);
+  write("/sys/bus/pci/drivers_probe", std::filesystem::path(folder).filename().string());
+}
+
+// The way to the card's memory.
+Platform::RegisterBus::Ptr busOf(const std::string& way, const std::string& folder) {
+  if (way == "sysfs") return Platform::pciResourceFactory(Zint::String8(folder), 2);
+  bindTo(folder, "vfio-pci");
+  return Platform::vfioDeviceFactory(Zint::String8(folder), 2, {.isGuarded = true});
+}
+
 U32 wordOf(std::span<const U8> bytes) {
   U32 word = 0;
   std::memcpy(&word, bytes.data(), std::min<std::size_t>(bytes.size(), 4));
@@ -101,30 +136,90 @@ class Reporter : public Driver::AuditedShadow::NotifieeConst {
   }
 };
 
+// The root port of the slot, and its power: bits of the slot control register, which follows the
+// beginning of the PCI Express capability.
+constexpr U32 capabilities = 0x34, expressCapability = 0x10, slotControl = 0x18;
+constexpr U16 powerOff = 0x0700;
+
+void slotPowerIs(bool isOn) {
+  const std::filesystem::path port = "/sys/bus/pci/devices/0000:00:01.0/config";
+  const int file = open(port.c_str(), O_RDWR | O_CLOEXEC);
+  U8 place = 0, id[2] = {};
+  for (bool isFound = pread(file, &place, 1, capabilities) == 1; isFound;) {
+    isFound = place != 0 && pread(file, id, 2, place) == 2;
+    if (!isFound || id[0] == expressCapability) break;
+    place = id[1];
+  }
+  U16 control = 0;
+  if (place == 0 || pread(file, &control, 2, place + slotControl) != 2) say("failed: no slot");
+  control = static_cast<U16>(isOn ? control & ~powerOff : control | powerOff);
+  if (pwrite(file, &control, 2, place + slotControl) != 2) say("failed: the slot has no power");
+  close(file);
+}
+
+void memoryIs(const std::string& folder, bool isOn) {
+  const int file = open((folder + "/config").c_str(), O_RDWR | O_CLOEXEC);
+  U16 command = 0;
+  if (pread(file, &command, 2, 4) != 2) say("failed: no command register");
+  command = static_cast<U16>(isOn ? command | 2 : command & ~2);
+  if (pwrite(file, &command, 2, 4) != 2) say("failed: the memory cannot be switched");
+  close(file);
+}
+
 // Reads the host's words between the turns.
 class Listener : public Zint::Clock::NotifieeConst {
  public:
-  using NotifieeConst::NotifieeConst;
+  Listener(const Zint::Ptr<Zint::ActivityConfig>& activity,
+           const Zint::Ptr<const Zint::Clock>& clock, std::string folder)
+      : NotifieeConst(activity, clock), folder_(std::move(folder)) {}
   void onTime() override {
     char text[64];
     const ssize_t size = read(STDIN_FILENO, text, sizeof text);
     if (size > 0) heard_.append(text, static_cast<std::size_t>(size));
-    if (heard_.find("end") != std::string::npos) return zintFwkActivity()->stop();
+    for (std::size_t end = heard_.find('\n'); end != std::string::npos; end = heard_.find('\n')) {
+      obey(heard_.substr(0, end));
+      heard_.erase(0, end + 1);
+    }
+    // The kernel may not have taken the card in yet.
+    if (binds_ && std::filesystem::exists(folder_ + "/driver_override")) {
+      binds_ = false;
+      bindTo(folder_, "vfio-pci");
+      say("done bind");
+    }
     timeMinIs(Zint::now() + 0.02);
   }
 
  private:
+  void obey(const std::string& order) {
+    if (order == "end") return zintFwkActivity()->stop();
+    binds_ = binds_ || order == "bind";
+    if (order == "bind") return;
+    if (order == "surprise") slotPowerIs(false);
+    if (order == "power") slotPowerIs(true);
+    if (order == "rescan") {
+      // The kernel does not notice by itself that a card has gone without a word, and another come.
+      if (std::filesystem::exists(folder_)) write(folder_ + "/remove", "1");
+      write("/sys/bus/pci/rescan", "1");
+    }
+    if (order == "memory off") memoryIs(folder_, false);
+    if (order == "memory on") memoryIs(folder_, true);
+    say("done " + order);
+  }
+
+  const std::string folder_;
   std::string heard_;
+  bool binds_ = false;
 };
 
-void drive() {
+void drive(const std::string& way) {
+  loadModules();
   const std::string folder = card();
-  const auto bus = Platform::pciResourceFactory(Zint::String8(folder), 2);
+  const Platform::RegisterBus::Ptr bus = busOf(way, folder);
   const Platform::RegisterHam::Ptr ham =
       Platform::registerHamFactory("card", bus, {.flushesWrites = true});
   ham->sentinelIs(0, sentinel);
-  say("card " + folder + " " + std::to_string(bus->size()) + " bytes, " +
-      std::to_string(8 * sizeof(void*)) + " bits");
+  say("card " + std::string(bus->name().c_str()) + ", " + std::to_string(8 * sizeof(void*)) +
+      " bits");
 
   const Zint::Ptr<const Zint::Clock> clock = Zint::monotonicClockFactory("clock");
   const auto activity = Zint::activityFactory("rig", clock);
@@ -157,8 +252,10 @@ void drive() {
   say("written");
 
   const auto reporter = Zint::makePtr<Reporter>(activity, shadow);
-  const auto listener = Zint::makePtr<Listener>(activity, clock);
+  const auto listener = Zint::makePtr<Listener>(activity, clock, folder);
   listener->timeMinIs(0.0);
+  Driver::RemovalWatch::Ptr watch;
+  if (way == "vfio") watch = Driver::removalWatchFactory(activity, clock, bus);
   shadow->stateIs(Hardware::HardwareShadow::auditing());
   activity->run();
   char line[160];
@@ -171,7 +268,7 @@ void drive() {
 
 }  // namespace
 
-int main() {
+int main(int count, char** arguments) {
   for (const auto& [type, place] :
        {std::pair{"proc", "/proc"}, std::pair{"sysfs", "/sys"}, std::pair{"devtmpfs", "/dev"}}) {
     mkdir(place, 0755);
@@ -179,7 +276,7 @@ int main() {
   }
   fcntl(STDIN_FILENO, F_SETFL, fcntl(STDIN_FILENO, F_GETFL) | O_NONBLOCK);
   try {
-    drive();
+    drive(count > 1 ? arguments[1] : "sysfs");
   } catch (const std::exception& failure) {
     say(std::string("failed: ") + failure.what());
   }

@@ -70,15 +70,17 @@ class Card:
 class Machine:
     """The virtual machine: its console, and its monitor."""
 
-    def __init__(self, kernel, folder, card):
-        self.log = open(os.path.join(folder, "console.log"), "w", encoding="utf-8")
+    def __init__(self, kernel, folder, card, way):
+        self.log = open(os.path.join(folder, f"console-{way}.log"), "w", encoding="utf-8")
         self.sockets = tempfile.TemporaryDirectory()
         monitor = os.path.join(self.sockets.name, "monitor")
         command = [
             "qemu-system-x86_64", "-accel", "tcg", "-M", "q35", "-m", "256", "-nodefaults",
             "-display", "none", "-serial", "stdio", "-no-reboot", "-kernel", kernel,
-            "-initrd", os.path.join(folder, "initrd.gz"), "-append", "console=ttyS0 quiet panic=-1",
+            "-initrd", os.path.join(folder, "initrd.gz"), "-append",
+            f"console=ttyS0 quiet panic=-1 intel_iommu=on -- {way}",
             "-qmp", f"unix:{monitor},server=on,wait=off",
+            "-device", "intel-iommu",
             "-device", "pcie-root-port,id=slot0,chassis=1,slot=1",
             "-object", self.memory("memory0", card),
             "-device", "ivshmem-plain,id=card0,memdev=memory0,bus=slot0"]
@@ -192,14 +194,14 @@ class Machine:
 
 
 class Rig:
-    def __init__(self, machine, card, width):
-        self.machine, self.card, self.width = machine, card, width
+    def __init__(self, machine, card, width, way):
+        self.machine, self.card, self.width, self.way = machine, card, width, way
         self.ledger = []  # the damage that was done
         self.random = random.Random(20)
         self.absences = self.resets = 0
 
     def show(self, text, began):
-        print(f"rig {self.width}: {text} ({time.monotonic() - began:.1f} s)", flush=True)
+        print(f"rig {self.width} {self.way}: {text} ({time.monotonic() - began:.1f} s)", flush=True)
 
     def whole(self, what):
         """Waits until the chip holds what the driver wrote."""
@@ -214,13 +216,13 @@ class Rig:
 
     def boot(self):
         began = time.monotonic()
-        said = self.machine.expect(r"card (\S+) (\d+) bytes, (\d+) bits")
-        if int(said[3]) != self.width:
-            raise Failed(f"the guest's program has {said[3]} bits")
+        said = self.machine.expect(r"card (.*), (\d+) bits")
+        if int(said[2]) != self.width:
+            raise Failed(f"the guest's program has {said[2]} bits")
         self.machine.expect("written")
         self.whole("after the bring-up")
         self.machine.expect("pass complete")
-        self.show("booted, table written and audited", began)
+        self.show(f"{said[1]}: booted, table written and audited", began)
 
     def damage(self, count):
         began = time.monotonic()
@@ -245,10 +247,12 @@ class Rig:
         """Takes card `number - 1` away in the middle of the audit, and plugs card `number`."""
         began = time.monotonic()
         before = len(self.machine.findings())
+        asked = time.monotonic()
         self.machine.unplug(f"card{number - 1}")
+        gone = time.monotonic() - asked
         reason = self.machine.expect("state suspended (.*)")[1]
         self.absences += 1
-        self.show(f"unplugged: suspended, {reason}", began)
+        self.show(f"unplugged, gone after {gone:.2f} s: suspended, {reason}", began)
         held = bytes(self.card.bytes)
         if other_card_between:
             self.machine.order("device_add", driver="edu", id="stranger", bus="slot0")
@@ -264,6 +268,7 @@ class Rig:
         if not keeps_state:
             self.card.lose_power()
         self.machine.plug(number, self.card)
+        self.bind()
         if not keeps_state:
             self.resets += 1
             self.machine.expect("state restoring")
@@ -276,6 +281,49 @@ class Rig:
         self.show("plugged in again" + ("" if keeps_state else " without its state: replayed")
                   + ": audited", began)
 
+    def order(self, text):
+        self.machine.say(text)
+        self.machine.expect("done " + text)
+
+    def bind(self):
+        """What the system's rules do for a card that was plugged in."""
+        if self.way == "vfio":
+            self.order("bind")
+
+    def surprise(self, number):
+        """The slot loses its power, without a word to anyone; another memory comes back."""
+        began = time.monotonic()
+        before = len(self.machine.findings())
+        self.order("surprise")
+        reason = self.machine.expect("state suspended (.*)")[1]
+        self.absences += 1
+        self.show(f"pulled out: suspended, {reason}", began)
+        self.card.lose_power()
+        self.resets += 1
+        self.order("power")
+        self.machine.plug(number, self.card)
+        self.order("rescan")
+        self.machine.expect("state restoring")
+        self.whole("after the return")
+        self.machine.expect("pass complete")
+        if len(self.machine.findings()) != before:
+            raise Failed(f"an absence became findings: {self.machine.findings()[before:]}")
+        self.show("plugged in again without its state: replayed: audited", began)
+
+    def memory_off(self):
+        """The card's memory is switched off and on while it is audited."""
+        began = time.monotonic()
+        before = len(self.machine.findings())
+        self.order("memory off")
+        reason = self.machine.expect("state suspended (.*)")[1]
+        self.absences += 1
+        self.order("memory on")
+        self.machine.expect("pass complete")
+        self.whole("with its memory on again")
+        if len(self.machine.findings()) != before:
+            raise Failed(f"memory that was off became findings: {self.machine.findings()[before:]}")
+        self.show(f"memory off and on: suspended, {reason}: audited", began)
+
     def account(self):
         self.machine.say("end")
         said = self.machine.expect(
@@ -285,7 +333,7 @@ class Rig:
         if counts != expected:
             raise Failed(f"the guest counted {counts}, the host {expected}: findings, repairs, "
                          "absences, resets")
-        print(f"rig {self.width}: {passes} passes, {counts[0]} damages, {counts[1]} repairs, "
+        print(f"rig {self.width} {self.way}: {passes} passes, {counts[0]} damages, {counts[1]} repairs, "
               f"{counts[2]} absences, {counts[3]} replays: all accounted for", flush=True)
 
 
@@ -297,33 +345,39 @@ def main():
     parser.add_argument("--quick", action="store_true")
     parser.add_argument("--keep", action="store_true")
     arguments = parser.parse_args()
+    ways = ["sysfs"] if arguments.quick else ["sysfs", "vfio"]
+    return max(run(arguments, way) for way in ways)
+
+
+def run(arguments, way):
     card = Card(os.path.join(arguments.folder, "card"))
+    log = os.path.join(arguments.folder, f"console-{way}.log")
     machine = None
     try:
-        machine = Machine(arguments.kernel, arguments.folder, card)
-        rig = Rig(machine, card, arguments.width)
+        machine = Machine(arguments.kernel, arguments.folder, card, way)
+        rig = Rig(machine, card, arguments.width, way)
         rig.boot()
-        if arguments.quick:
-            rig.damage(1)
-            rig.unplug(1, keeps_state=True)
-        else:
-            rig.damage(1)
+        rig.damage(1)
+        if not arguments.quick:
             rig.damage(100)
-            rig.unplug(1, keeps_state=True)
+        rig.unplug(1, keeps_state=True)
+        if not arguments.quick:
             rig.damage(10)
             rig.unplug(2, keeps_state=False)
+            rig.memory_off()
             rig.unplug(3, keeps_state=True, other_card_between=True)
             rig.damage(10)
+            if way == "sysfs":
+                rig.surprise(4)
         rig.account()
     except Failed as failure:
-        print(f"rig {arguments.width}: {failure}\n  the console: {arguments.folder}/console.log",
-              file=sys.stderr)
+        print(f"rig {arguments.width} {way}: {failure}\n  the console: {log}", file=sys.stderr)
         return 1
     finally:
         if machine is not None:
             machine.end()
     if not arguments.keep:
-        os.remove(os.path.join(arguments.folder, "console.log"))
+        os.remove(log)
     os.remove(card.path)
     return 0
 

@@ -300,8 +300,11 @@ run_fleet() {
 }
 
 run_rig() {
-  tools/rig/run >"build/soak/$step.out" 2>"build/soak/$step.log" || die "the rig failed: build/soak/$step.log"
-  figure "$(grep -c 'all accounted for' "build/soak/$step.out") widths"
+  tools/rig/run >"build/soak/$step.out" 2>&1
+  local verdict=$?
+  cat "build/soak/$step.out"
+  figure "$(grep -c 'all accounted for' "build/soak/$step.out") guests"
+  return "$verdict"
 }
 
 run_consumers() {
