@@ -81,6 +81,8 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "ControlTask.h" EXCLUDE
             PATTERN "ControlText.h" EXCLUDE
             PATTERN "Builder.h" EXCLUDE
+            PATTERN "Ascii.h" EXCLUDE
+            PATTERN "Svd.h" EXCLUDE
             PATTERN "Xml.h" EXCLUDE
             PATTERN "Names.h" EXCLUDE
             PATTERN "NamesText.h" EXCLUDE

@@ -19,7 +19,7 @@ void Builder::step(Node at, U64 count) {
 
 std::string Builder::keep(Node at, std::string text) {
   textBytes_ += text.size();
-  if (textBytes_ > Limits::textBytes) xml_.fail(at, "the texts take more than 64 MiB");
+  if (textBytes_ > Limits::textBytes) xml_.fail(at, "the texts take more than 128 MiB");
   return text;
 }
 
@@ -36,8 +36,11 @@ U32 Builder::addBlock(Node at, Block block) {
   step(at);
   keep(at, block.name);
   block.line = xml_.lineOf(at);
-  if (!blocks_.insert(block.name).second) {
-    xml_.fail(at, "a second block has the name '" + block.name + "'");
+  const std::string name = block.name;
+  for (U32 n = 2; !blocks_.insert(block.name).second; ++n) {
+    step(at);
+    if (n == 2) note(at, name + ": a second block has this name");
+    block.name = name + "~" + std::to_string(n);
   }
   map_.blocks.push_back(std::move(block));
   registers_.clear();

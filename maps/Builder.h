@@ -32,8 +32,9 @@ class Builder {
   // Address plus distance; an Error where that has more than 64 bits.
   U64 plus(Node at, U64 address, U64 distance) const;
 
+  // A block or register whose name is there already gets "~2" behind it.
   U32 addBlock(Node at, Block block);
-  // Adds a register to the block that was added last. One whose name is there gets "~2" behind it.
+  // To the block that was added last.
   void add(Node at, const std::string& name, const std::string& array, U32 index, U64 address,
            const std::shared_ptr<const Layout>& layout);
   Map& map() { return map_; }

@@ -22,11 +22,12 @@ namespace Limits {
 constexpr std::size_t fileBytes = 64U << 20;
 constexpr U32 depth = 64;               // of elements within each other
 constexpr U32 registers = 250'000;      // elements of arrays count
-constexpr U32 steps = 1'000'000;        // elements looked at, those of arrays and derived ones too
+constexpr U32 steps = 4'000'000;        // elements looked at, those of arrays and derived ones too
 constexpr U32 derivations = 32;         // one after the other
+constexpr U32 bits = 1U << 20;          // of a register
 constexpr std::size_t nameBytes = 200;  // of a register within its block
-constexpr std::size_t textBytes = 64U << 20;  // of all names and descriptions
-constexpr std::size_t notes = 1'000;          // further ones are not kept
+constexpr std::size_t textBytes = 128U << 20;  // of all names and descriptions
+constexpr std::size_t notes = 1'000;           // further ones are not kept
 }  // namespace Limits
 
 UMBRA_API Map readMap(const std::string& path);

@@ -189,7 +189,7 @@ void IpXactReader::readFile(Node node, const std::string& prefix, U64 address,
   const U64 unit = unitBits_ / 8;
   if (offset > U64{1} << 56 || range > U64{1} << 40) xml_.fail(node, "an address has over 64 bits");
   eachElement(node, name, range * unit, "range", [&](const auto& suffix, U32, U64 distance) {
-    builder_.step(node);
+    builder_.step(node, 10);
     const U64 at = builder_.plus(node, builder_.plus(node, address, offset * unit), distance);
     readGroup(node, prefix + name + suffix + ".", at, defaults, depth);
   });
@@ -202,7 +202,7 @@ void IpXactReader::readRegister(Node node, const std::string& prefix, U64 addres
   const IpXactDefaults defaults = defaultsOf(node, outer);
   const auto layout = std::make_shared<Layout>();
   const U64 size = numberOf(node, "size", name);
-  if (size == 0 || size > 4096) {
+  if (size == 0 || size > Limits::bits) {
     xml_.fail(node, name + " has a size of " + std::to_string(size) + " bits");
   }
   layout->width = static_cast<U32>(size);
@@ -241,7 +241,7 @@ void IpXactReader::readField(Node node, Layout& layout) {
   field.name = nameOf(node, "a field");
   const U64 low = numberOf(node, "bitOffset", field.name);
   const U64 bits = numberOf(node, "bitWidth", field.name);
-  if (bits == 0 || bits > 4096 || low > 4095) {
+  if (bits == 0 || bits > Limits::bits || low >= Limits::bits) {
     xml_.fail(node, field.name + " has " + std::to_string(bits) + " bits from bit " +
                         std::to_string(low) + " on");
   }

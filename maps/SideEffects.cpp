@@ -1,7 +1,7 @@
 // The table of words, and how they are found.
 #include <maps/SideEffects.h>
 
-#include <cctype>
+#include <maps/Ascii.h>
 #include <unordered_map>
 #include <vector>
 
@@ -247,13 +247,13 @@ HintWords wordsOf(std::string_view text) {
   HintWords words;
   bool isWord = false;
   for (const char c : text) {
-    if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
+    if (!isLetterOrDigit(c)) {
       isWord = false;
       continue;
     }
     if (!isWord) words.emplace_back();
     isWord = true;
-    words.back() += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    words.back() += toLower(c);
   }
   return words;
 }
@@ -263,14 +263,13 @@ HintWords wordsOfName(std::string_view name) {
   std::string spaced;
   char before = ' ';
   for (const char c : name) {
-    const bool isUpper = std::isupper(static_cast<unsigned char>(c)) != 0;
-    if (isUpper && std::islower(static_cast<unsigned char>(before)) != 0) spaced += ' ';
+    if (isUpper(c) && isLower(before)) spaced += ' ';
     spaced += c;
     before = c;
   }
   HintWords words = wordsOf(spaced);
   for (std::string& word : words) {
-    while (!word.empty() && std::isdigit(static_cast<unsigned char>(word.back())) != 0) {
+    while (!word.empty() && isDigit(word.back())) {
       word.pop_back();
     }
   }

@@ -1,8 +1,8 @@
 // Tables of a plan, in memory and as a header.
 #include <maps/Table.h>
 
+#include <maps/Ascii.h>
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -21,9 +21,9 @@ constexpr const char* tableKeywords[] = {
     "unsigned", "using",     "virtual", "void",  "volatile",  "while",    "xor"};
 
 bool isIdentifier(std::string_view text) {
-  if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) != 0) return false;
+  if (text.empty() || isDigit(text[0])) return false;
   for (const char c : text) {
-    if (std::isalnum(static_cast<unsigned char>(c)) == 0 && c != '_') return false;
+    if (!isLetterOrDigit(c) && c != '_') return false;
   }
   return std::find(std::begin(tableKeywords), std::end(tableKeywords), text) ==
          std::end(tableKeywords);
@@ -43,9 +43,8 @@ void requireSpace(const std::string& space) {
 std::string identifierOf(const std::string& name, std::unordered_set<std::string>& taken) {
   std::string text;
   for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 128 && std::isalnum(byte) != 0)
-      text += static_cast<char>(std::tolower(byte));
+    if (isLetterOrDigit(c))
+      text += toLower(c);
     else if (!text.empty() && text.back() != '_')
       text += '_';
   }

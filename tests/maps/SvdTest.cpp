@@ -241,7 +241,7 @@ TEST(SvdErrors, emptyClustersWithinEachOther_areBounded) {
             "</name><addressOffset>0</addressOffset><dim>1000</dim><dimIncrement>4</dimIncrement>" +
             inner + "</cluster>";
   }
-  EXPECT_EQ("chip.svd:3: the map has more than 1000000 elements", errorOf(svd(block(inner))));
+  EXPECT_EQ("chip.svd:3: the map has more than 4000000 elements", errorOf(svd(block(inner))));
 }
 
 TEST(SvdErrors, derivedFromItself_isRefused) {
@@ -290,17 +290,25 @@ TEST(SvdErrors, oddFields_areRefused) {
 TEST(SvdErrors, oddSizes_areRefused) {
   EXPECT_EQ("chip.svd:3: A has a size of 0 bits",
             errorOf(svd(block(reg("A", "0", "<size>0</size>")))));
-  EXPECT_EQ("chip.svd:3: A has a size of 5000 bits",
-            errorOf(svd(block(reg("A", "0", "<size>5000</size>")))));
+  EXPECT_EQ("chip.svd:3: A has a size of 2000000 bits",
+            errorOf(svd(block(reg("A", "0", "<size>2000000</size>")))));
 }
 
 TEST(SvdErrors, mapWithoutRegisters_isRefused) {
   EXPECT_EQ("chip.svd: the map has no register", errorOf(svd("")));
 }
 
-TEST(SvdErrors, twoBlocksOfAName_areRefused) {
-  EXPECT_EQ("chip.svd:3: a second block has the name 'B'",
-            errorOf(svd(block(reg("A", "0")) + block(reg("A", "0")))));
+TEST(Svd, secondBlockOfAName_isKeptUnderAnother) {
+  const Maps::Map map = parsed(svd(block(reg("A", "0")) + block(reg("A", "0"), "B", "0x2000")));
+  EXPECT_EQ("B~2.A", map.nameOf(map.registers[1]));
+  EXPECT_EQ(1u, map.notes.size());
+}
+
+TEST(Svd, resetValueThatIsNoNumber_isUnknownWithANote) {
+  const Maps::Map map = parsedBlock(reg("A", "0", "<resetValue>later</resetValue>"));
+  EXPECT_EQ(std::nullopt, map.registers[0].layout->resetValue);
+  ASSERT_EQ(1u, map.notes.size());
+  EXPECT_EQ("no number of 64 bits: 'later'", map.notes[0].text);
 }
 
 TEST(SvdErrors, fileThatIsNotThere_isToldByName) {

@@ -75,15 +75,27 @@ class Maps(Folder):
         self.assertEqual([0, 0, 0], [one["failed"] for one in found["trials"]])
         self.assertEqual([], found["failures"])
 
-    def test_header_compiles(self):
-        header = self.file("registers.h", umbra("map", "header", self.map, "--namespace", "chip::a"))
+    def compiled(self, file, more):
+        """Compiles the header of a map."""
+        header = self.file("registers.h", umbra("map", "header", file, "--namespace", "chip::a"))
         root = os.path.join(harness.HERE, "../..")
-        program = '#include "registers.h"\nstatic_assert(chip::a::port_mac.entries == 4);\n'
         done = subprocess.run(
             ["g++", "-std=c++20", "-Wall", "-Wextra", "-Werror", "-fsyntax-only", f"-I{root}", f"-I{root}/runtime",
-             f"-I{os.path.dirname(header)}", "-xc++", "-"], input=program, text=True, capture_output=True, check=False)
+             f"-I{os.path.dirname(header)}", "-xc++", "-"], input=f'#include "registers.h"\nstatic_assert({more});\n',
+            text=True, capture_output=True, check=False)
         self.assertEqual("", done.stderr)
+
+    def test_header_compiles(self):
+        self.compiled(self.map, "chip::a::port_mac.entries == 4")
         umbra("map", "header", self.map, "--namespace", "1", status=1)
+
+    def test_headersOfMakersMaps_compile(self):
+        folder = os.environ.get("UMBRA_MAPS")
+        if not folder:
+            self.skipTest("UMBRA_MAPS names no folder with register maps")
+        for name in sorted(os.listdir(folder)):
+            if name.endswith(".svd"):
+                self.compiled(os.path.join(folder, name), "chip::a::regions[0].entrySize > 0")
 
     def test_brokenFile_exits1WithFileAndLine(self):
         broken = self.file("broken.svd", "<device>\n</devic>")

@@ -80,6 +80,7 @@ class Listener {
 TEST(Control, entriesOf_areThoseOfAllPartsOfTheAnswer) {
   Listener driver({R"({"ok":true,"more":true,"items":[{"entry":3,"address":"0x0:00000010",)"
                    R"("expected":"x12xab","known":true,"isWritten":true,"policy":"audited",)"
+                   R"("name":"mac[3]","fields":"mac[3] valid=1",)"
                    R"("actual":"x12xaa"}]})"
                    "\n"
                    R"({"ok":true,"items":[{"entry":4,"known":false}]})"});
@@ -91,6 +92,9 @@ TEST(Control, entriesOf_areThoseOfAllPartsOfTheAnswer) {
   EXPECT_EQ(entries[0]["actual"], "12 aa");
   EXPECT_EQ(entries[0]["known"], "by write");
   EXPECT_EQ(entries[0]["policy"], "audited");
+  EXPECT_EQ(entries[0]["name"], "mac[3]");
+  EXPECT_EQ(entries[0]["fields"], "mac[3] valid=1");
+  EXPECT_FALSE(entries[1].contains("name"));
   EXPECT_EQ(entries[1]["known"], "unknown");
 }
 

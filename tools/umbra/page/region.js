@@ -71,7 +71,7 @@ export class RegionView {
     const body = make('tbody', {});
     for (const line of [...lines.values()].sort((a, b) => a.entry - b.entry)) {
       body.append(make('tr', {},
-        make('td', {}, String(line.entry)),
+        make('td', {title: line.fields || ''}, line.name ? `${line.entry} ${line.name}` : String(line.entry)),
         this.bytes(line.expected, line.actual, line.known === 'unknown'),
         this.bytes(line.actual, line.expected, false),
         make('td', {}, line.known || ''), make('td', {}, line.policy || ''),

@@ -117,6 +117,9 @@ Json entriesOf(const std::string& socket, const std::string& shadow, const std::
                      : item.value("isWritten", true) ? "by write"
                                                      : "by learning";
     entry["policy"] = item.value("policy", "");
+    // Where the driver has given names: of the register, and its fields with their values.
+    if (item.contains("name")) entry["name"] = item["name"];
+    if (item.contains("fields")) entry["fields"] = item["fields"];
   }
   return entries;
 }
