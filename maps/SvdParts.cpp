@@ -40,18 +40,19 @@ Xml::Node SvdReader::basis(Node node, const std::string& path) {
 }
 
 Xml::Node SvdReader::named(Node container, const std::string& name) {
-  auto [found, isNew] = byName_.try_emplace(container.internal_object());
+  const auto [place, isNew] = byName_.try_emplace(container.internal_object());
+  auto& elements = place->second;
   if (isNew) {
     Xml::eachChild(container, [&](Node child) {
       const Node own = Xml::child(child, "name");
       if (!own) return;
       const std::string text = Xml::textOf(own);
-      found->second.try_emplace(text, child);
-      found->second.try_emplace(Builder::arrayName(text), child);
+      elements.try_emplace(text, child);
+      elements.try_emplace(Builder::arrayName(text), child);
     });
   }
-  const auto at = found->second.find(name);
-  return at == found->second.end() ? Node() : at->second;
+  const auto at = elements.find(name);
+  return at == elements.end() ? Node() : at->second;
 }
 
 Xml::Node SvdReader::foundByPath(const std::string& path) {
