@@ -2,8 +2,7 @@
 #include <Driver/RegisterTable.h>
 
 #include <Zint/Sizes.h>
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
 #include <unordered_map>
 
 namespace Driver {
@@ -16,9 +15,8 @@ constexpr U32 mostFieldsTold = 8;
 // As people read registers: small numbers in decimal, others in hexadecimal.
 std::string registerNumber(U64 value) {
   if (value < 10) return std::to_string(value);
-  char text[20];
-  std::snprintf(text, sizeof text, "0x%" PRIx64, value);
-  return text;
+  char text[16];
+  return "0x" + std::string(text, std::to_chars(text, text + sizeof text, value, 16).ptr);
 }
 
 // The lowest `size` bytes of a value, the lowest one first.

@@ -14,9 +14,11 @@ Map parseMap(std::string_view text, const std::string& name) {
   const Xml xml(text, name);
   const std::string_view root = Xml::nameOf(xml.root());
   if (root == "device") return readSvd(xml);
-  if (root == "component") return readIpXact(xml);
-  xml.fail(xml.root(), "neither CMSIS-SVD (device) nor IP-XACT (component): the root is '" +
-                           std::string(root.substr(0, 40)) + "'");
+  if (root != "component") {
+    xml.fail(xml.root(), "neither CMSIS-SVD (device) nor IP-XACT (component): the root is '" +
+                             std::string(root.substr(0, 40)) + "'");
+  }
+  return readIpXact(xml);
 }
 
 Map readMap(const std::string& path) {

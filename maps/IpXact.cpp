@@ -173,7 +173,7 @@ void IpXactReader::eachElement(
     std::string suffix;
     U64 rest = i;
     for (std::size_t d = dims.size(); d-- > 0; rest /= dims[d]) {
-      suffix = "[" + std::to_string(rest % dims[d]) + "]" + suffix;
+      suffix.insert(0, "[" + std::to_string(rest % dims[d]) + "]");
     }
     use(suffix, static_cast<U32>(i), i * step);
   }

@@ -1,8 +1,7 @@
 // The texts of a map's values.
 #include <maps/Map.h>
 
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
 
 namespace Maps {
 namespace {
@@ -75,9 +74,8 @@ std::string tokenOf(const Layout& layout) {
 }
 
 std::string hexText(U64 value) {
-  char text[20];
-  std::snprintf(text, sizeof text, "0x%" PRIx64, value);
-  return text;
+  char text[16];
+  return "0x" + std::string(text, std::to_chars(text, text + sizeof text, value, 16).ptr);
 }
 
 }  // namespace Maps

@@ -70,8 +70,8 @@ class RegionMaker {
     return end;
   }
   bool reachesAnother(const Region& region, std::size_t end) const {
-    return end < order_.size() &&
-           at(order_[end]).address < region.address + U64{region.stride} * region.entries;
+    if (end >= order_.size()) return false;
+    return at(order_[end]).address < region.address + U64{region.stride} * region.entries;
   }
   void name(Region& region) const {
     const Register& first = at(region.registers.front());

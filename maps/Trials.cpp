@@ -169,7 +169,8 @@ void ScratchChip::doReset() {
 
 ScratchChip::Cell& ScratchChip::cell(U64 address, U32 width) {
   const auto found = cells_.find(address);
-  if (found == cells_.end() || found->second.shape->layout->width != width) {
+  const bool isThere = found != cells_.end();
+  if (!isThere || found->second.shape->layout->width != width) {
     Zint::throwRangeException(Zint::String8("the scratch chip has no register of " +
                                             std::to_string(width) + " bits at " +
                                             hexText(address)));
@@ -200,7 +201,6 @@ void ScratchChip::write(U64 address, U32 width, U64 value) {
   Cell& own = cell(address, width);
   const Layout& layout = *own.shape->layout;
   const U64 held = own.value;
-  U64 named = 0;
   U64 next = held;
   const auto act = [&](U64 bits, const std::optional<Access>& access, WriteEffect effect) {
     if (access == Access::readOnly) return;
@@ -239,7 +239,6 @@ void ScratchChip::write(U64 address, U32 width, U64 value) {
     next = (next & ~bits) | (result & bits);
   };
   for (const Field& field : layout.fields) {
-    named |= field.mask();
     act(field.mask() & layout.bits(), field.access ? field.access : layout.access,
         field.writeEffect != WriteEffect::modify ? field.writeEffect : layout.writeEffect);
   }
