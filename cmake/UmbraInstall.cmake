@@ -89,7 +89,8 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "NamesWalk.h" EXCLUDE
             PATTERN "NamesRules.h" EXCLUDE
             PATTERN "NamesRulesChecks.h" EXCLUDE
-            PATTERN "SysfsFile.h" EXCLUDE)
+            PATTERN "SysfsFile.h" EXCLUDE
+            PATTERN "GatheredWindows.h" EXCLUDE)
   endif()
 endforeach()
 

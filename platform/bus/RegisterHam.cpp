@@ -2,10 +2,13 @@
 
 #include <Zint/Assert.h>
 #include <Zint/Strep.h>
+#include <platform/bus/GatheredWindows.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <optional>
+#include <vector>
 
 namespace Platform {
 namespace {
@@ -80,22 +83,56 @@ void RegisterHam::doRead(const Hardware::ChipAddress& address, U8* buffer, U32 e
   const RegisterRun run = runOf(address.chipMemoryOffset(), format_.width, entrySize, entries);
   if (run.count == 0) return;
   const Ptr self(this);  // an access may drop the last other reference
-  guarded(run.address, [&] {
-    const SteadyClock::time_point began = SteadyClock::now();
-    bus_->read(run, buffer);
-    const double each =
-        std::chrono::duration<double>(SteadyClock::now() - began).count() / run.count;
-    cost_ += cost_ == 0 ? each : (each - cost_) / 8;
-    if (hasSentinel_ && isSuspicious(buffer, run.count)) checkSentinel();
-  });
+  guarded(run.address,
+          [&] { gathered_ == nullptr ? readChecked(run, buffer) : readGathered(run, buffer); });
   reverse(buffer, run.count);
 }
+
+// One access, and its cost. What comes of it is data.
+void RegisterHam::readChecked(const RegisterRun& run, U8* bytes) {
+  const SteadyClock::time_point began = SteadyClock::now();
+  bus_->read(run, bytes);
+  const double each = std::chrono::duration<double>(SteadyClock::now() - began).count() / run.count;
+  cost_ += cost_ == 0 ? each : (each - cost_) / 8;
+  if (hasSentinel_ && isSuspicious(bytes, run.count)) checkSentinel();
+}
+
+// A window is judged when it is read: later the chip may be back that was absent then.
+void RegisterHam::readGathered(const RegisterRun& run, U8* bytes) {
+  for (RegisterRun left = run; left.count != 0;) {
+    const std::optional<GatheredWindows::Piece> piece = gathered_->pieceOf(left);
+    if (!piece) {  // it is in no range, and what follows it is read with it
+      readChecked(left, bytes);
+      return;
+    }
+    const GatheredWindows::Clock::time_point now = GatheredWindows::Clock::now();
+    if (!gathered_->take(*piece, bytes, now)) {
+      std::vector<U8> window(std::size_t{piece->window.count} * piece->window.width);
+      readChecked(piece->window, window.data());
+      gathered_->windowIs(piece->window, std::move(window), now);
+      gathered_->take(*piece, bytes, now);
+    }
+    const U32 done = piece->wanted.count * left.width;
+    left = {left.address + done, left.width, left.count - piece->wanted.count};
+    bytes += done;
+  }
+}
+
+void RegisterHam::gatherIs(U32 begin, U32 end, U32 bytes, Zint::Seconds maxAge) {
+  if (gathered_ != nullptr) return gathered_->rangeIs(begin, end, bytes, maxAge);
+  auto made = std::make_unique<GatheredWindows>(format_.width);
+  made->rangeIs(begin, end, bytes, maxAge);
+  gathered_ = std::move(made);
+}
+
+void RegisterHam::gatherDelAll() { gathered_ = nullptr; }
 
 void RegisterHam::doWrite(const Hardware::ChipAddress& address, U8* buffer, U32 entrySize,
                           U32 entries) {
   const RegisterRun run = runOf(address.chipMemoryOffset(), format_.width, entrySize, entries);
   if (run.count == 0) return;
   const Ptr self(this);  // an access may drop the last other reference
+  if (gathered_ != nullptr) gathered_->drop(run);
   guarded(run.address, [&] {
     if (format_.order == std::endian::native || run.width == 1) {
       bus_->write(run, buffer);
@@ -139,6 +176,7 @@ bool RegisterHam::isPresent() {
 
 // Without a sentinel nothing tells yet that the chip is back: one more failure is enough.
 void RegisterHam::checkReturn(U32 address) {
+  if (gathered_ != nullptr) gathered_->dropAll();
   try {
     bus_->reopen();
     if (bus_->identity() != identity_) throwAbsent(address, 0, "another chip answers");

@@ -21,8 +21,11 @@
 #include <platform/bus/RegisterBus.h>
 
 #include <bit>
+#include <memory>
 
 namespace Platform {
+
+class GatheredWindows;
 
 struct RegisterFormat {
   U32 width = 4;                            // of a register, in bytes: 1, 2, 4 or 8
@@ -56,6 +59,18 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
   void sentinelIs(U32 address, U64 value, U64 mask = ~U64{0});
   bool hasSentinel() const { return hasSentinel_; }
 
+  // --- Gathering: for buses on which many registers in one transfer cost little more than one ---
+  // Whoever reads a register between `begin` and `end` (byte addresses, the end excluded) is given
+  // it out of a window: all registers of the range in an aligned block of `bytes` bytes, read in
+  // one transfer. So an audit of many small regions that lie side by side takes few transfers.
+  // Each register of a window is handed up once; the next read of it reaches the chip, as do all
+  // reads that come `maxAge` seconds later, and a write drops its window. Every address of the
+  // range is read, by whoever reads one of them: declare no register that a read changes. Off until
+  // it is called. A range that is empty or not aligned, or a window that is no multiple of the
+  // width: a range exception.
+  void gatherIs(U32 begin, U32 end, U32 bytes, Zint::Seconds maxAge);
+  void gatherDelAll();
+
   bool isPresent() override;
   Zint::Seconds costPerAccess() const override { return cost_; }
   // What the last access found.
@@ -71,6 +86,8 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
   void checkSentinel();
   bool isSuspicious(const U8* bytes, U32 registers) const;
   void reverse(U8* bytes, U32 registers) const;
+  void readChecked(const RegisterRun& run, U8* bytes);
+  void readGathered(const RegisterRun& run, U8* bytes);
   [[noreturn]] void throwAbsent(U32 address, int error, const char* what);
 
   const RegisterBus::Ptr bus_;
@@ -80,7 +97,8 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
   U64 sentinelValue_ = 0;
   U64 sentinelMask_ = 0;
   Zint::Seconds cost_ = 0;
-  U32 failures_ = 0;  // accesses in a row
+  std::unique_ptr<GatheredWindows> gathered_;  // null while nothing is gathered
+  U32 failures_ = 0;                           // accesses in a row
   bool hasSentinel_ = false;
   bool isAbsent_ = false;
 };
