@@ -270,8 +270,10 @@ TEST_F(CommandsTest, findings_areTheLastOnes) {
   session_.run("wait 2 passes");
   EXPECT_THAT(
       outputOf("findings"),
-      MatchesRegex("[0-9.]+ s  vlan entry 0: expected .*, actual x17.*: repaired .soft.\n"
-                   "[0-9.]+ s  vlan entry 1: expected .*, actual x18.*: repaired .soft.\n"));
+      MatchesRegex(
+          "[0-9.]+ s  vlan entry 0: expected .*, actual x17.*: repaired .soft.; vlan.0..members.*\n"
+          "[0-9.]+ s  vlan entry 1: expected .*, actual x18.*: repaired .soft.; "
+          "vlan.1..members.*\n"));
   EXPECT_THAT(outputOf("findings 1"), HasSubstr("vlan entry 1"));
   EXPECT_THAT(outputOf("findings 1"), Not(HasSubstr("vlan entry 0")));
   EXPECT_EQ(refusal("findings x"), "findings: an integer expected at \"x\"");
