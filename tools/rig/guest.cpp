@@ -1,8 +1,15 @@
 // PID 1 of the guest: a driver of a table behind PCI, on the real path through the kernel. Tells
 // what it does in lines of the console, "RIG ..."; ends on the line "end".
 //
-// The card's memory, which the host sees as a file: word 0 the sentinel, word 1 a scratch register
-// that a card without power has forgotten, from byte 4,096 on the table.
+//   init sysfs|vfio|uio   how the card is reached; uio: the filter table of a network card
+//
+// What else the host may write to the console: "surprise" takes the power of the card's slot away,
+// without a word to the kernel, "power" gives it back, and "rescan" lets the kernel look for cards;
+// "memory off" and "memory on" switch the card's memory; "bind" gives the card to VFIO, as the
+// system's rules do for one that was plugged in.
+//
+// The memory card's registers, which the host sees as a file: word 0 the sentinel, word 1 a scratch
+// register that a card without power has forgotten, from byte 4,096 on the table.
 #include <Driver/ChipAccess.h>
 #include <Driver/Governor.h>
 #include <Driver/PresentChip.h>
@@ -10,6 +17,7 @@
 #include <fcntl.h>
 #include <platform/bus/PciResource.h>
 #include <platform/bus/RegisterHam.h>
+#include <platform/bus/UioDevice.h>
 #include <platform/bus/VfioDevice.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
@@ -30,9 +38,18 @@
 
 namespace {
 
-constexpr U32 sentinel = 0x5ca1ab1e;
-constexpr U32 scratchAddress = 4, scratchValue = 0xcafe;
-constexpr U32 tableAddress = 4096, entries = 16384;
+// A kind of card: its ids, and where its registers are.
+struct Kind {
+  const char* vendor;
+  const char* device;
+  U32 sentinelAddress, sentinel, sentinelMask;
+  U32 scratchAddress, scratch;
+  U32 tableAddress, entries;
+};
+constexpr Kind memoryCard{"0x1af4", "0x1110", 0, 0x5ca1ab1e, ~0u, 4, 0xcafe, 4096, 16384};
+// Its status without the bit of the link; the VLAN type, which is 0 after a reset; the filter
+// table.
+constexpr Kind networkCard{"0x8086", "0x100e", 8, 0x80080781, ~2u, 0x38, 0x8100, 0x5600, 128};
 
 // What the table holds, as the host knows, too.
 U32 valueOf(U32 entry) { return entry * 2654435761u | 1; }
@@ -50,11 +67,11 @@ std::string lineOf(const std::filesystem::path& path) {
 }
 
 // The folder of the card, once the kernel has found it.
-std::string card() {
+std::string cardOf(const Kind& kind) {
   for (;;) {
     for (const auto& device : std::filesystem::directory_iterator("/sys/bus/pci/devices")) {
-      if (lineOf(device.path() / "vendor") == "0x1af4" &&
-          lineOf(device.path() / "device") == "0x1110") {
+      if (lineOf(device.path() / "vendor") == kind.vendor &&
+          lineOf(device.path() / "device") == kind.device) {
         return device.path().string();
       }
     }
@@ -64,17 +81,20 @@ std::string card() {
 
 class Card : public Driver::PresentChip {
  public:
-  using PresentChip::PresentChip;
+  Card(const Hardware::ChipHam::Ptr& ham, const Kind& kind)
+      : PresentChip("card", ham), address_(0, kind.scratchAddress), scratch_(kind.scratch) {}
   bool wasReset() override {
     U32 value = 0;
-    chipHam()->doRead(Hardware::ChipAddress(0, scratchAddress), reinterpret_cast<U8*>(&value), 4,
-                      1);
-    if (value == scratchValue) return false;
-    value = scratchValue;
-    chipHam()->doWrite(Hardware::ChipAddress(0, scratchAddress), reinterpret_cast<U8*>(&value), 4,
-                       1);
+    chipHam()->doRead(address_, reinterpret_cast<U8*>(&value), 4, 1);
+    if (value == scratch_) return false;
+    value = scratch_;
+    chipHam()->doWrite(address_, reinterpret_cast<U8*>(&value), 4, 1);
     return true;
   }
+
+ private:
+  const Hardware::ChipAddress address_;
+  const U32 scratch_;
 };
 
 // Loads the kernel's modules that the image has, in their order.
@@ -104,6 +124,10 @@ void bindTo(const std::string& folder, const std::string& driver) {
 // The way to the card's memory.
 Platform::RegisterBus::Ptr busOf(const std::string& way, const std::string& folder) {
   if (way == "sysfs") return Platform::pciResourceFactory(Zint::String8(folder), 2);
+  if (way == "uio") {
+    bindTo(folder, "uio_pci_generic");
+    return Platform::uioDeviceFactory("/dev/uio0", 0);
+  }
   bindTo(folder, "vfio-pci");
   return Platform::vfioDeviceFactory(Zint::String8(folder), 2, {.isGuarded = true});
 }
@@ -213,25 +237,27 @@ class Listener : public Zint::Clock::NotifieeConst {
 
 void drive(const std::string& way) {
   loadModules();
-  const std::string folder = card();
+  const Kind& kind = way == "uio" ? networkCard : memoryCard;
+  const std::string folder = cardOf(kind);
   const Platform::RegisterBus::Ptr bus = busOf(way, folder);
   const Platform::RegisterHam::Ptr ham =
       Platform::registerHamFactory("card", bus, {.flushesWrites = true});
-  ham->sentinelIs(0, sentinel);
-  say("card " + std::string(bus->name().c_str()) + ", " + std::to_string(8 * sizeof(void*)) +
+  ham->sentinelIs(kind.sentinelAddress, kind.sentinel, kind.sentinelMask);
+  say("card " + std::string(bus->name().c_str()) + " at " +
+      lineOf(folder + "/resource").substr(0, 18) + ", " + std::to_string(8 * sizeof(void*)) +
       " bits");
 
   const Zint::Ptr<const Zint::Clock> clock = Zint::monotonicClockFactory("clock");
   const auto activity = Zint::activityFactory("rig", clock);
   const auto shadow = Driver::auditedShadowFactory(activity, clock);
-  const auto table = Hardware::chipMemoryFactory("table", Hardware::ChipAddress(0, tableAddress),
-                                                 entries, 4, 4, ham);
+  const auto table = Hardware::chipMemoryFactory(
+      "table", Hardware::ChipAddress(0, kind.tableAddress), kind.entries, 4, 4, ham);
   table->shadowEnabledIs(true);
   table->readFromCacheIs(true);
   table->skipWriteIfMatchesCacheIs(true);
   table->auditEnabledIs(true);
   shadow->chipMemoryIs(table);
-  const auto chip = Zint::makePtr<Card>("card", ham);
+  const auto chip = Zint::makePtr<Card>(ham, kind);
   chip->retryMinIs(0.1);
   chip->retryMaxIs(0.5);
   shadow->chipIs(chip);
@@ -246,8 +272,8 @@ void drive(const std::string& way) {
   chip->wasReset();
 
   const auto access = Driver::chipAccessFactory(shadow, table);
-  std::vector<U32> values(entries);
-  for (U32 e = 0; e < entries; ++e) values[e] = valueOf(e);
+  std::vector<U32> values(kind.entries);
+  for (U32 e = 0; e < kind.entries; ++e) values[e] = valueOf(e);
   access->write<U32>(0, std::span<const U32>(values));
   say("written");
 
