@@ -22,9 +22,11 @@ install(TARGETS UmbraDriver EXPORT UmbraDriverTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS UmbraTestKit EXPORT UmbraTestKitTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-set(UMBRA_INSTALLED_FOLDERS runtime Hardware platform Driver)
-set(UMBRA_PC_NAMES umbra umbra-platform umbra-driver)
+set(UMBRA_INSTALLED_FOLDERS runtime Hardware platform Driver testkit)
+set(UMBRA_PC_NAMES umbra umbra-platform umbra-driver umbra-testkit)
 if(TARGET UmbraTelemetry)
   install(TARGETS UmbraTelemetry EXPORT UmbraTelemetryTargets
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -90,7 +92,9 @@ foreach(folder IN LISTS UMBRA_INSTALLED_FOLDERS)
             PATTERN "NamesRules.h" EXCLUDE
             PATTERN "NamesRulesChecks.h" EXCLUDE
             PATTERN "SysfsFile.h" EXCLUDE
-            PATTERN "GatheredWindows.h" EXCLUDE)
+            PATTERN "GatheredWindows.h" EXCLUDE
+            PATTERN "ExpectationState.h" EXCLUDE
+            PATTERN "FaultState.h" EXCLUDE)
   endif()
 endforeach()
 
@@ -108,6 +112,7 @@ install(FILES ${PROJECT_BINARY_DIR}/UmbraConfig.cmake
 install(EXPORT UmbraTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraPlatformTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 install(EXPORT UmbraDriverTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
+install(EXPORT UmbraTestKitTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 if(TARGET UmbraTelemetry)
   install(EXPORT UmbraTelemetryTargets NAMESPACE Umbra:: DESTINATION ${UMBRA_PACKAGE_DIR})
 endif()
