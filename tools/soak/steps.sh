@@ -7,7 +7,7 @@ STEPS=(
   simulation-x86 simulation-x64 driversimulation-x86 driversimulation-x64 reentrancy-x86 reentrancy-x64
   callouts-x86 callouts-x64 ndebug-x86 asan-x86 asan-x64 clang-asan-x86 clang-asan-x64 tsan-x64 unsigned-x64
   rows-x86-x64
-  memcheck-x86 helgrind-x86 fleet rig consumers
+  memcheck-x86 helgrind-x86 fleet rig rtl consumers
 )
 # shellcheck source=tools/soak/builds.sh
 source tools/soak/builds.sh
@@ -49,6 +49,7 @@ what_is() {
     helgrind-*) echo "two activities under helgrind" ;;
     consumers) echo "each way to use the library, in both widths and with both compilers" ;;
     rig) echo "a driver of a PCI card in a virtual machine: damaged, unplugged, plugged, both widths" ;;
+    rtl) echo "a driver of a switch chip in RTL, a fake in lockstep with it: every damage and access accounted for, both widths" ;;
     fleet) echo "three drivers under Prometheus: each alert fires and resolves" ;;
   esac
 }
@@ -307,6 +308,14 @@ run_rig() {
   return "$verdict"
 }
 
+run_rtl() {
+  tools/rtl/run --operations 2000000 --damages 20000 >"build/soak/$step.out" 2>&1
+  local verdict=$?
+  cat "build/soak/$step.out"
+  figure "$(grep -c 'all accounted for' "build/soak/$step.out") chips"
+  return "$verdict"
+}
+
 run_consumers() {
   built x86 umbra-product
   built x64 umbra-product
@@ -338,6 +347,7 @@ run_step() {
     helgrind-*) run_helgrind ;;
     fleet) run_fleet ;;
     rig) run_rig ;;
+    rtl) run_rtl ;;
     consumers) run_consumers ;;
     builds-*) run_build "$step" ;;
   esac
