@@ -144,8 +144,22 @@ FakeChip::Cell& FakeChip::cellOf(std::string_view name) const {
   if (one.shape->count != 0 && one.index == Target::allElements) {
     refuse("\"" + std::string(name) + "\" is an array: name one of its registers");
   }
-  const U32 index = one.index == Target::allElements ? 0 : one.index;
-  return cells_.at(one.shape->address + U64{strideOf(*one.shape)} * index);
+  return *cellsOf(one)[0];
+}
+
+std::vector<FakeChip::Cell*> FakeChip::cellsOf(const Target& which) const {
+  std::vector<Cell*> cells;
+  if (which.shape == nullptr) {
+    for (auto& [address, cell] : cells_) cells.push_back(&cell);
+    return cells;
+  }
+  const bool isAll = which.index == Target::allElements;
+  const U32 first = isAll ? 0 : which.index;
+  const U32 count = isAll ? std::max(which.shape->count, U32{1}) : 1;
+  for (U32 i = first; i < first + count; ++i) {
+    cells.push_back(&cells_.at(which.shape->address + U64{strideOf(*which.shape)} * i));
+  }
+  return cells;
 }
 
 std::string FakeChip::cellName(const Cell& cell) const {
@@ -275,10 +289,7 @@ const StepState* FakeChip::offer(const Cell& cell, const Access& access) {
 U64 FakeChip::value(std::string_view name) const { return cellOf(name).value; }
 
 void FakeChip::valueIs(std::string_view name, U64 value) {
-  const Target which = target(name);
-  for (auto& [address, cell] : cells_) {
-    if (cell.isIn(which)) settle(cell, value);
-  }
+  for (Cell* cell : cellsOf(target(name))) settle(*cell, value);
 }
 
 void FakeChip::bytesAt(U64 address, U8* bytes, U32 size) const {
@@ -290,10 +301,9 @@ void FakeChip::bytesAt(U64 address, U8* bytes, U32 size) const {
 }
 
 U64 FakeChip::countOf(std::string_view name, Kind kind) const {
-  const Target which = target(name);
   U64 count = 0;
-  for (const auto& [address, cell] : cells_) {
-    if (cell.isIn(which)) count += kind == Kind::read ? cell.reads : cell.writes;
+  for (const Cell* cell : cellsOf(target(name))) {
+    count += kind == Kind::read ? cell->reads : cell->writes;
   }
   return count;
 }

@@ -183,7 +183,7 @@ class FakeChip : public Fru::HamImpl {
   Cell* findOrMake(U64 address, U32 width) const;
   Touched touch(U64 address, U32 width) const;
   Cell& cellOf(std::string_view name) const;
-  Cell& anyCellOf(std::string_view name);
+  std::vector<Cell*> cellsOf(const Target& which) const;
   struct FaultsMet {
     bool fails = false;
     bool isLost = false;        // a write

@@ -95,21 +95,14 @@ U32 FakeChip::flipBit(Cell& cell, std::optional<U32> bit) {
   return flipped;
 }
 
-FakeChip::Cell& FakeChip::anyCellOf(std::string_view name) {
-  const Target which = target(name);
-  std::vector<Cell*> candidates;
-  for (auto& [address, cell] : cells_) {
-    if (cell.isIn(which)) candidates.push_back(&cell);
-  }
-  if (candidates.empty()) refuse("no register");
-  return *candidates[static_cast<std::size_t>(random_() % candidates.size())];
-}
-
 // ---- made ---------------------------------------------------------------------------------------
 
 std::string FakeChip::flip(std::string_view name, std::optional<U32> bit) {
-  requireBit(target(name), bit);
-  Cell& cell = anyCellOf(name);
+  const Target which = target(name);
+  requireBit(which, bit);
+  const auto cells = cellsOf(which);
+  if (cells.empty()) refuse("no register to flip");
+  Cell& cell = *cells[static_cast<std::size_t>(random_() % cells.size())];
   return cellName(cell) + " bit " + std::to_string(flipBit(cell, bit));
 }
 
@@ -122,9 +115,9 @@ void FakeChip::resetNow() {
 
 void FakeChip::requireBit(const Target& which, std::optional<U32> bit) const {
   if (!bit) return;
-  for (const auto& [address, cell] : cells_) {
-    if (cell.isIn(which) && *bit >= cell.shape->width * 8) {
-      refuse(cellName(cell) + " has no bit " + std::to_string(*bit));
+  for (const Cell* cell : cellsOf(which)) {
+    if (*bit >= cell->shape->width * 8) {
+      refuse(cellName(*cell) + " has no bit " + std::to_string(*bit));
     }
   }
 }
@@ -142,9 +135,7 @@ Fault FakeChip::stuckAt(std::string_view name, U64 bits, U64 value) {
   const Target which = target(name);
   Fault fault =
       faultIs({.type = FaultState::Type::stuck, .target = which, .bits = bits, .value = value});
-  for (auto& [address, cell] : cells_) {
-    if (cell.isIn(which)) settle(cell, cell.value);
-  }
+  for (Cell* cell : cellsOf(which)) settle(*cell, cell->value);
   faults_.back()->hits = 0;
   return fault;
 }

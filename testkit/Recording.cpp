@@ -11,18 +11,19 @@ namespace TestKit {
 namespace {
 
 constexpr std::size_t longestLine = 4'096;
+constexpr std::size_t longestWord = 1'024;
 
 // One word, without blanks and control characters; "-" for none.
 std::string wordOf(std::string text) {
   std::replace_if(
       text.begin(), text.end(), [](unsigned char c) { return c <= ' ' || c == 0x7f; }, '_');
-  return text.empty() ? "-" : text;
+  return text.empty() ? "-" : text.substr(0, longestWord);
 }
 
 std::string oneLine(std::string text) {
   std::replace_if(
       text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
-  return text.substr(0, longestLine / 2);
+  return text.substr(std::min(text.find_first_not_of(' '), text.size()), longestLine / 2);
 }
 
 class LineReader {

@@ -3,62 +3,36 @@
 // the printed pace move a manual clock.
 #include <SmallSwitch.h>
 #include <gtest/gtest.h>
-
-#include <map>
+#include <testkit/FakeChip.h>
 
 namespace {
 
 using Driver::PatrolState;
 
 // The registers as the chip has them.
-class SmallRegisters : public Fru::HamImpl {
- public:
-  SmallRegisters() { words[identity.chipMemoryOffset()] = 0x5a17c401; }
-
-  void read(U32 address, U32* value) override {
-    U32& held = words[address];
-    if (isCounter(address)) ++counterReads;
-    *value = isAbsent ? ~0u : held;
-    if (isAbsent) return;
-    if (isCounter(address)) held = 0;
-    if (isStatus(address)) ++held;
-  }
-  void write(U32 address, U32 value) override {
-    if (isAbsent) return;
-    if (isCounter(address) || isStatus(address)) ++wrongWrites;
-    U32& held = words[address];
-    if (isInterrupt(address)) {
-      latchesCleared += static_cast<U32>(__builtin_popcount(held & value & 0xffff));
-      held = (value & 0xffff0000) | (held & ~value & 0xffff);
-    } else {
-      held = value;
-    }
-    if (address == stuckAddress) held &= ~stuckBits;
-  }
-  void reset() {
-    words.clear();
-    words[identity.chipMemoryOffset()] = 0x5a17c401;
-  }
-
-  std::map<U32, U32> words;
-  bool isAbsent = false;
-  U32 counterReads = 0;
-  U32 wrongWrites = 0;
-  U32 latchesCleared = 0;
-  U32 stuckAddress = ~0u;
-  U32 stuckBits = 0;
-
- private:
-  static bool isCounter(U32 address) {
-    return address >= portTable + 0x100 && address < portTable + 0x200;
-  }
-  static bool isStatus(U32 address) {
-    return address >= statusTable && address < statusTable + 0x40;
-  }
-  static bool isInterrupt(U32 address) {
-    return address >= interruptTable && address < interruptTable + 0x10;
-  }
-};
+TestKit::FakeChip::Ptr smallChip() {
+  const auto chip = TestKit::fakeChipFactory("chip0");
+  const U32 id = identity.chipMemoryOffset();
+  chip->registerIs({.name = "mac", .address = macTable, .count = 2 * 1024});
+  chip->registerIs({.name = "port", .address = portTable, .count = 64});
+  chip->registerIs({.name = "counter",
+                    .address = portTable + 0x100,
+                    .count = 64,
+                    .readOnly = TestKit::allBits,
+                    .clearOnRead = TestKit::allBits});
+  chip->registerIs({.name = "acl", .address = aclTable, .count = 2 * 256});
+  chip->registerIs({.name = "status", .address = statusTable, .count = 16});
+  chip->registerIs(
+      {.name = "interrupt", .address = interruptTable, .count = 4, .oneToClear = 0xffff});
+  chip->registerIs({.name = "identity", .address = id, .resetValue = 0x5a17c401});
+  chip->registerIs({.name = "scratch", .address = scratch.chipMemoryOffset()});
+  chip->beforeAccessIs([registers = chip.ptr()](const TestKit::Access& access) {
+    // The status changes by itself.
+    const std::string name = registers->registerName(access.address);
+    if (name.starts_with("status")) registers->valueIs(name, registers->value(name) + 1);
+  });
+  return chip;
+}
 
 class RealChipTest : public testing::Test {
  protected:
@@ -83,7 +57,7 @@ class RealChipTest : public testing::Test {
     return runUntil([&] { return small.shadow->audits() >= last; });
   }
 
-  const Zint::Ptr<SmallRegisters> registers = Zint::makePtr<SmallRegisters>();
+  const TestKit::FakeChip::Ptr registers = smallChip();
   SmallSwitch small{registers, Zint::monotonicClockFactory("clock")};
 };
 
@@ -95,22 +69,22 @@ TEST_F(RealChipTest, bringUp_nothingDiffersAndNothingIsWrong) {
 
 TEST_F(RealChipTest, aFlippedBitIsRepaired_alsoInAnEntryOfZeros) {
   runPasses(1);
-  registers->words[macTable + 8 * 5] ^= 0x10;
-  registers->words[macTable + 8 * 9] ^= 0x10;
+  registers->flip("mac[10]", 4);
+  registers->flip("mac[18]", 4);
   EXPECT_TRUE(runPasses(2));
-  EXPECT_EQ(registers->words[macTable + 8 * 5], 5u);
-  EXPECT_EQ(registers->words[macTable + 8 * 9], 0u);
+  EXPECT_EQ(registers->value("mac[10]"), 5u);
+  EXPECT_EQ(registers->value("mac[18]"), 0u);
   EXPECT_EQ(small.shadow->repairs(), 2u);
 }
 
 TEST_F(RealChipTest, countersAreReadByClientsAlone) {
-  registers->words[portTable + 4 * 70] = 17;
+  registers->valueIs("counter[6]", 17);
   EXPECT_TRUE(runPasses(3));
-  EXPECT_EQ(registers->counterReads, 0u);
+  EXPECT_EQ(registers->reads("counter"), 0u);
   EXPECT_EQ(small.port->read<U32>(70), 17u);
   EXPECT_EQ(small.port->read<U32>(70), 0u);
   EXPECT_EQ(small.port->read<U32>(5), 0x105u);
-  EXPECT_EQ(registers->wrongWrites, 0u);
+  EXPECT_EQ(registers->writes("counter") + registers->writes("status"), 0u);
 }
 
 TEST_F(RealChipTest, statusIsReadFromTheChipAndNeverADifference) {
@@ -118,69 +92,69 @@ TEST_F(RealChipTest, statusIsReadFromTheChipAndNeverADifference) {
   const U32 first = small.status->read<U32>(3);
   EXPECT_EQ(small.status->read<U32>(3), first + 1);
   EXPECT_EQ(small.shadow->findings(), 0u);
-  EXPECT_EQ(registers->wrongWrites, 0u);
+  EXPECT_EQ(registers->writes("counter") + registers->writes("status"), 0u);
 }
 
 TEST_F(RealChipTest, hitBitsAreNoDifference_andARepairKeepsThem) {
   runPasses(1);
-  registers->words[aclTable + 8 * 5 + 4] |= 0x80000000;
+  registers->flip("acl[11]", 31);
   EXPECT_TRUE(runPasses(2));
   EXPECT_EQ(small.shadow->findings(), 0u);
-  registers->words[aclTable + 8 * 5] ^= 1;
+  registers->flip("acl[10]", 0);
   EXPECT_TRUE(runPasses(2));
-  EXPECT_EQ(registers->words[aclTable + 8 * 5], 5u);
-  EXPECT_EQ(registers->words[aclTable + 8 * 5 + 4], 0x80000000u);
+  EXPECT_EQ(registers->value("acl[10]"), 5u);
+  EXPECT_EQ(registers->value("acl[11]"), 0x80000000u);
 }
 
 TEST_F(RealChipTest, latchedInterruptsSurviveARepair_andAClientClearsThem) {
   runPasses(1);
-  registers->words[interruptTable] = 0xfffe0003;  // a flipped bit, and two interrupts
+  registers->valueIs("interrupt[0]", 0xfffe0003);  // a flipped bit, and two interrupts
   EXPECT_TRUE(runPasses(2));
-  EXPECT_EQ(registers->words[interruptTable], 0xffff0003u);
-  EXPECT_EQ(registers->latchesCleared, 0u);
+  EXPECT_EQ(registers->value("interrupt[0]"), 0xffff0003u);
   EXPECT_EQ(small.interrupt->read<U32>(0), 0xffff0003u);
   small.interrupt->write<U32>(0, 0xffff0001);
-  EXPECT_EQ(registers->words[interruptTable], 0xffff0002u);
-  registers->words[interruptTable] |= 1;
+  EXPECT_EQ(registers->value("interrupt[0]"), 0xffff0002u);
+  registers->valueIs("interrupt[0]", 0xffff0003);
   small.interrupt->write<U32>(0, 0xffff0001);
-  EXPECT_EQ(registers->words[interruptTable], 0xffff0002u);
+  EXPECT_EQ(registers->value("interrupt[0]"), 0xffff0002u);
   EXPECT_TRUE(runPasses(2));
   EXPECT_EQ(small.shadow->repairs(), 1u);
 }
 
 TEST_F(RealChipTest, absentChip_nothingIsJudgedUntilItIsBack) {
   runPasses(1);
-  registers->isAbsent = true;
+  auto gone = registers->absent();
   EXPECT_TRUE(runUntil([&] { return small.shadow->patrolState() == PatrolState::suspended; }));
   EXPECT_TRUE(small.chip->isAbsent());
   small.mac->write<U64>(5, 0x77);  // lost
-  registers->isAbsent = false;
+  gone.end();
   EXPECT_TRUE(runUntil([&] { return !small.chip->isAbsent(); }));
   EXPECT_EQ(small.chip->resets(), 0u);
   EXPECT_EQ(small.shadow->findings(), 0u);
   EXPECT_TRUE(runPasses(3));
-  EXPECT_EQ(registers->words[macTable + 8 * 5], 0x77u);
+  EXPECT_EQ(registers->value("mac[10]"), 0x77u);
 }
 
 TEST_F(RealChipTest, resetChip_whatWasWrittenIsWrittenAgain) {
   runPasses(1);
-  registers->reset();
+  registers->resetNow();
   EXPECT_TRUE(runUntil([&] { return small.chip->resets() == 1; }));
   EXPECT_TRUE(runUntil([&] { return !small.chip->isRestoring(); }));
   EXPECT_TRUE(runPasses(2));
-  for (U32 e = 0; e < 1024; ++e) ASSERT_EQ(registers->words[macTable + 8 * e], e == 9 ? 0 : e);
-  EXPECT_EQ(registers->words[portTable + 4 * 5], 0x105u);
-  EXPECT_EQ(registers->words[interruptTable], 0xffff0000u);
-  EXPECT_EQ(registers->counterReads + registers->wrongWrites, 0u);
+  for (U32 e = 0; e < 1024; ++e) {
+    ASSERT_EQ(registers->value("mac[" + std::to_string(2 * e) + "]"), e == 9 ? 0 : e);
+  }
+  EXPECT_EQ(registers->value("port[5]"), 0x105u);
+  EXPECT_EQ(registers->value("interrupt[0]"), 0xffff0000u);
+  EXPECT_EQ(registers->reads("counter"), 0u);
+  EXPECT_EQ(registers->writes("counter") + registers->writes("status"), 0u);
   EXPECT_EQ(small.shadow->repairs(), 0u);
   EXPECT_EQ(small.chip->resets(), 1u);
 }
 
 TEST_F(RealChipTest, stuckBit_isLeftAloneAndRaisesTheAlarm) {
   runPasses(1);
-  registers->stuckAddress = macTable + 8 * 5;
-  registers->stuckBits = 1;
-  registers->words[macTable + 8 * 5] &= ~1u;
+  auto stuck = registers->stuckAt("mac[10]", 1, 0);
   EXPECT_TRUE(runUntil([&] { return small.shadow->quarantined() == 1; }));
   EXPECT_EQ(small.shadow->repairs(), 3u);
   EXPECT_TRUE(runPasses(2));
@@ -204,7 +178,7 @@ class RealChipPaceTest : public testing::Test {
     return small.shadow->audits() >= last;
   }
 
-  const Zint::Ptr<SmallRegisters> registers = Zint::makePtr<SmallRegisters>();
+  const TestKit::FakeChip::Ptr registers = smallChip();
   const Zint::Ptr<Zint::ManualClock> clock = Zint::manualClockFactory("clock");
   SmallSwitch small{registers, clock};
 };
@@ -217,9 +191,7 @@ TEST_F(RealChipPaceTest, aPassBeginsEachMinute) {
 
 TEST_F(RealChipPaceTest, stuckBit_isInQuarantineAfterThreeRepairs) {
   ASSERT_TRUE(runPasses(2));
-  registers->stuckAddress = macTable + 8 * 5;
-  registers->stuckBits = 1;
-  registers->words[macTable + 8 * 5] &= ~1u;
+  auto stuck = registers->stuckAt("mac[10]", 1, 0);
   ASSERT_TRUE(runPasses(3));
   EXPECT_EQ(small.shadow->repairs(), 3u);
   EXPECT_EQ(small.shadow->quarantined(), 1u);
@@ -234,14 +206,12 @@ TEST_F(RealChipPaceTest, stuckBit_isInQuarantineAfterThreeRepairs) {
 // Three passes without a difference are enough.
 TEST_F(RealChipPaceTest, quarantineEndsWhenTheBitIsNotStuckAnyMore) {
   ASSERT_TRUE(runPasses(2));
-  registers->stuckAddress = macTable + 8 * 5;
-  registers->stuckBits = 1;
-  registers->words[macTable + 8 * 5] &= ~1u;
+  auto stuck = registers->stuckAt("mac[10]", 1, 0);
   ASSERT_TRUE(runPasses(4));
   ASSERT_EQ(small.shadow->quarantined(), 1u);
-  registers->stuckAddress = ~0u;
+  stuck.end();
   small.mac->write<U64>(5, 0x100000001 * 5);  // equal to the shadow, and written nevertheless
-  EXPECT_EQ(registers->words[macTable + 8 * 5], 5u);
+  EXPECT_EQ(registers->value("mac[10]"), 5u);
   ASSERT_TRUE(runPasses(3));
   EXPECT_EQ(small.shadow->quarantined(), 0u);
 }

@@ -1,21 +1,10 @@
-// An activity on a clock that only the test moves.
+// An activity on a clock that only the test moves: the test kit's.
 #pragma once
 
-#include <Zint/Activity.h>
+#include <testkit/ManualLoop.h>
 
 namespace Support {
 
-struct ManualLoop {
-  Zint::Ptr<Zint::ManualClock> clock = Zint::manualClockFactory("clock");
-  Zint::Ptr<Zint::ActivityConfig> activity =
-      Zint::activityFactory("activity", Zint::Ptr<const Zint::Clock>(clock));
-
-  // Moves the time on and runs one turn.
-  U32 turnAt(Zint::Seconds time) {
-    clock->timeIs(time);
-    return activity->turn();
-  }
-  U32 turn() { return activity->turn(); }
-};
+using TestKit::ManualLoop;
 
 }  // namespace Support

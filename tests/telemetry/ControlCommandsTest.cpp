@@ -327,7 +327,7 @@ TEST_F(ControlCommandsTest, events_withoutALog_areRefused) {
 TEST_F(ControlCommandsTest, policyTextAndDump_ofARegion) {
   const U8 value[] = {1, 2, 3, 4};
   shadow_->shadowWriteAndCompareWithCache(mac_, 3, const_cast<U8*>(value), 4);
-  registers_->registers[0x100c] = 0x04030201;
+  registers_->valueIs("0x100c", 0x04030201);
   const auto client = looking();
   const Json policy =
       answer(*client, R"({"do":"policyText","path":"/shadow/chipMemory/mac","entry":3})");
@@ -363,7 +363,7 @@ TEST_F(ControlCommandsTest, dump_ofAShadowWithNamesTellsThem) {
   shadow_->registerNamesIs(Driver::registerNamesOf(table));
   const U8 value[] = {7, 0, 0, 0};
   shadow_->shadowWriteAndCompareWithCache(mac_, 3, const_cast<U8*>(value), 4);
-  registers_->registers[0x100c] = 6;
+  registers_->valueIs("0x100c", 6);
   const auto client = looking();
   const Json seen =
       all(*client, R"({"do":"dump","path":"/shadow/chipMemory/mac","first":3})")["items"][0];
@@ -385,7 +385,7 @@ TEST_F(ControlCommandsTest, checkAndPlan_needToOperate) {
   EXPECT_TRUE(all(*admin, R"({"do":"check"})")["items"].is_array());
   const Json plan = all(*admin, R"({"do":"plan","path":"/shadow"})");
   EXPECT_GE(plan["items"].size(), 1u) << plan;
-  EXPECT_EQ(registers_->registers.count(0x1000), 0u);
+  EXPECT_EQ(registers_->writes("0x1000"), 0u);
 }
 
 TEST_F(ControlCommandsTest, theBytesOfALargeBuffer_areNoLine) {

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <telemetry/ControlSocket.h>
+#include <testkit/FakeChip.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -105,13 +106,6 @@ class ControlTest : public testing::Test {
   using Json = nlohmann::json;
   using ChipMemory = Hardware::ChipMemory;
 
-  class Registers : public Fru::HamImpl {
-   public:
-    void read(U32 address, U32* value) override { *value = registers[address]; }
-    void write(U32 address, U32 value) override { registers[address] = value; }
-    std::unordered_map<U32, U32> registers;
-  };
-
   explicit ControlTest(Telemetry::ControlOptions options = {}) : options_(std::move(options)) {
     options_.directory = folder_.path();
     shadow_->chipMemoryIs(mac_);
@@ -180,7 +174,8 @@ class ControlTest : public testing::Test {
   Folder folder_;
   Telemetry::ControlOptions options_;
   ManualLoop loop_;
-  const Zint::Ptr<Registers> registers_ = Zint::makePtr<Registers>();
+  const TestKit::FakeChip::Ptr registers_ =
+      TestKit::fakeChipFactory("switch1", TestKit::Unnamed::plain);
   const Zint::Ptr<Hardware::GenericChipHam> ham_ =
       Hardware::genericChipHamFactory("ham", registers_);
   const ChipMemory::Ptr mac_ =
