@@ -295,8 +295,8 @@ void FakeChip::valueIs(std::string_view name, U64 value) {
 void FakeChip::bytesAt(U64 address, U8* bytes, U32 size) const {
   for (U32 i = 0; i < size; ++i) {
     const Cell* cell = find(address + i);
-    bytes[i] =
-        cell == nullptr ? 0 : static_cast<U8>(cell->value >> (8 * (address + i - cell->address)));
+    bytes[i] = 0;
+    if (cell != nullptr) bytes[i] = (cell->value >> (8 * (address + i - cell->address))) & 0xff;
   }
 }
 

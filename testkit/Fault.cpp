@@ -102,7 +102,7 @@ std::string FakeChip::flip(std::string_view name, std::optional<U32> bit) {
   requireBit(which, bit);
   const auto cells = cellsOf(which);
   if (cells.empty()) refuse("no register to flip");
-  Cell& cell = *cells[static_cast<std::size_t>(random_() % cells.size())];
+  Cell& cell = *cells[static_cast<U32>(random_() % cells.size())];
   return cellName(cell) + " bit " + std::to_string(flipBit(cell, bit));
 }
 

@@ -55,7 +55,8 @@ class Recording {
   static Recording fromFile(const std::string& path);
   static Recording fromText(const std::string& text, std::string source = "recording");
 
-  const std::vector<RecordedAccess>& accesses() const { return accesses_; }
+  const std::vector<RecordedAccess>& accesses() const& { return accesses_; }
+  std::vector<RecordedAccess> accesses() && { return std::move(accesses_); }
   // A chip with the registers that were accessed. An address that was accessed with several widths
   // has the widest.
   FakeChip::Ptr chip() const;

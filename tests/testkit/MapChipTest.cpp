@@ -67,7 +67,7 @@ TEST(MapChipTest, eachAccessDoesWhatTheMapSays) {
     if (random() % 2 != 0) {
       EXPECT_EQ(chip->doRead(r.address, 4), other.read(r.address, 32)) << r.name;
     } else {
-      const U32 value = random();
+      const U32 value = static_cast<U32>(random());
       chip->doWrite(r.address, 4, value);
       other.write(r.address, 32, value);
     }
