@@ -12,6 +12,8 @@ namespace {
 
 constexpr U32 allBits = ~U32{0};
 
+U32 below(U32 bound, std::mt19937& random) { return static_cast<U32>(random() % bound); }
+
 bool isCounterWord(U32 word) { return word >= corrected && word <= injected; }
 
 }  // namespace
@@ -59,15 +61,15 @@ void Ledger::enterRewrite(U32 word) {
 
 // One bit to three of a word of the table, one or two of a register.
 U64 Ledger::drawnBits(U32 word, std::mt19937& random) const {
-  U32 flips = 1 + random() % (word < registerCount ? 2 : 3);
+  U32 flips = 1 + below(word < registerCount ? 2 : 3, random);
   // Two wrong check bits are rare, and have an outcome of their own.
-  if (word >= registerCount && random() % 16 == 0) {
-    const U32 first = random() % 6;
-    return U64{1} << (32 + first) | U64{1} << (32 + (first + 1 + random() % 5) % 6);
+  if (word >= registerCount && below(16, random) == 0) {
+    const U32 first = below(6, random);
+    return U64{1} << (32 + first) | U64{1} << (32 + (first + 1 + below(5, random)) % 6);
   }
   const U32 width = word < registerCount ? 32 : 39;
   for (U64 bits = 0; flips > 0;) {
-    const U64 bit = U64{1} << random() % width;
+    const U64 bit = U64{1} << below(width, random);
     if ((bits & bit) != 0) continue;
     bits |= bit;
     if (--flips == 0) return bits;
@@ -95,8 +97,9 @@ Ledger::Damage Ledger::judged(U32 word, U64 bits) const {
 void Ledger::doDamage(Switch& chip, std::mt19937& random) {
   U32 word;
   do {
-    const bool isRegister = random() % 4 == 0;
-    word = isRegister ? 1 + random() % (registerCount - 1) : registerCount + random() % tableWords;
+    const bool isRegister = below(4, random) == 0;
+    word = isRegister ? 1 + below(registerCount - 1, random)
+                      : registerCount + below(tableWords, random);
   } while (word == command || open_.contains(word));
   const U64 bits = drawnBits(word, random);
   const Damage damage = judged(word, bits);

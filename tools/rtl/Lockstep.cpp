@@ -81,7 +81,7 @@ std::string runLockstep(Lockstep& chip, U64 operations, U32 seed) {
       case 5:
       case 6:
       case 7:
-        chip.write(address, address == 4 * control ? random() | 1 : random());
+        chip.write(address, below(~U32{0}) | (address == 4 * control ? 1 : 0));
         break;
       default:
         chip.read(address);
