@@ -14,6 +14,14 @@ constexpr U32 allBits = ~U32{0};
 
 U32 below(U32 bound, std::mt19937& random) { return static_cast<U32>(random() % bound); }
 
+// Most of the table. Of the registers often one that has bits of several kinds, or that is fixed.
+U32 drawnWord(std::mt19937& random) {
+  if (below(4, random) != 0) return registerCount + below(tableWords, random);
+  if (below(3, random) != 0) return 1 + below(registerCount - 1, random);
+  const std::array<U32, 4> special = {control, strap, interrupt, ports + below(8, random)};
+  return special[below(4, random)];
+}
+
 bool isCounterWord(U32 word) { return word >= corrected && word <= injected; }
 
 }  // namespace
@@ -97,9 +105,7 @@ Ledger::Damage Ledger::judged(U32 word, U64 bits) const {
 void Ledger::doDamage(Switch& chip, std::mt19937& random) {
   U32 word;
   do {
-    const bool isRegister = below(4, random) == 0;
-    word = isRegister ? 1 + below(registerCount - 1, random)
-                      : registerCount + below(tableWords, random);
+    word = drawnWord(random);
   } while (word == command || open_.contains(word));
   const U64 bits = drawnBits(word, random);
   const Damage damage = judged(word, bits);
