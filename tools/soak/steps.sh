@@ -309,7 +309,9 @@ run_rig() {
 }
 
 run_rtl() {
-  tools/rtl/run --operations 2000000 --damages 20000 >"build/soak/$step.out" 2>&1
+  local figures=(--operations 2000000 --damages 20000)
+  if $is_quick; then figures=(--operations 20000 --damages 100); fi
+  tools/rtl/run "${figures[@]}" >"build/soak/$step.out" 2>&1
   local verdict=$?
   cat "build/soak/$step.out"
   figure "$(grep -c 'all accounted for' "build/soak/$step.out") chips"
