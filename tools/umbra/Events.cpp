@@ -113,7 +113,9 @@ void writeEvent(const Settings& settings, const Telemetry::Event& event) {
 // A loss is told in both forms, on standard error: it is no event.
 void tellLoss(U64 overwritten, U64 torn) {
   if (overwritten > 0) std::cerr << "umbra: " << overwritten << " events were overwritten\n";
-  if (torn > 0) std::cerr << "umbra: " << torn << " events are missing: their writer died in them, or their file was removed\n";
+  if (torn > 0)
+    std::cerr << "umbra: " << torn
+              << " events are missing: their writer died in them, or their file was removed\n";
 }
 
 Exit follow(const Settings& settings, const std::filesystem::path& path,
