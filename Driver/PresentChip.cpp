@@ -15,6 +15,7 @@ PresentChip::PresentChip(Zint::Name name, const Hardware::ChipHam::Ptr& ham)
 PresentChip::~PresentChip() = default;
 
 bool PresentChip::isPresent() {
+  const Ptr self(this);
   const Hardware::ChipHam::Ptr held = chipHam();
   return presence_->isPresent() && Chip::isPresent();
 }

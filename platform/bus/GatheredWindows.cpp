@@ -40,6 +40,7 @@ std::optional<GatheredWindows::Piece> GatheredWindows::pieceOf(const RegisterRun
   const Range* range = rangeOf(run.address);
   if (range == nullptr) return std::nullopt;
   const U32 rangeBegin = std::prev(ranges_.upper_bound(run.address))->first;
+  if ((run.address - rangeBegin) % width_ != 0) return std::nullopt;
   const U32 block = run.address / range->bytes * range->bytes;
   const U32 begin = std::max(block, rangeBegin);
   const U32 end = static_cast<U32>(std::min(U64{block} + range->bytes, U64{range->end}));
@@ -61,13 +62,22 @@ bool GatheredWindows::take(const Piece& piece, U8* bytes, Clock::time_point now)
   return true;
 }
 
-void GatheredWindows::windowIs(const RegisterRun& window, std::vector<U8> bytes,
-                               Clock::time_point now) {
-  windows_[window.address] = {std::move(bytes), std::vector<bool>(window.count), now,
-                              rangeOf(window.address)->maxAge};
+void GatheredWindows::windowIs(const Piece& piece, std::vector<U8> bytes, Clock::time_point now) {
+  ++changes_;
+  std::vector<bool> isTaken(piece.window.count);
+  const U32 first = (piece.wanted.address - piece.window.address) / width_;
+  std::fill_n(isTaken.begin() + first, piece.wanted.count, true);
+  windows_[piece.window.address] = {std::move(bytes), std::move(isTaken), now,
+                                    rangeOf(piece.window.address)->maxAge};
+}
+
+void GatheredWindows::dropAll() {
+  ++changes_;
+  windows_.clear();
 }
 
 void GatheredWindows::drop(const RegisterRun& run) {
+  ++changes_;
   const U64 end = U64{run.address} + U64{run.width} * run.count;
   auto window = windows_.upper_bound(run.address);
   if (window != windows_.begin()) --window;

@@ -21,7 +21,7 @@ class GatheredWindows {
   void rangeIs(U32 begin, U32 end, U32 bytes, Zint::Seconds maxAge);
 
   // The part of the run that one window holds, from its beginning on; nothing where the first
-  // register is in no range.
+  // register is in no range, or not aligned to one.
   struct Piece {
     RegisterRun wanted;
     RegisterRun window;
@@ -30,10 +30,13 @@ class GatheredWindows {
 
   // Hands up what is wanted, each register once. False: the window is to be read.
   bool take(const Piece& piece, U8* bytes, Clock::time_point now);
-  void windowIs(const RegisterRun& window, std::vector<U8> bytes, Clock::time_point now);
+  // The bytes of the piece's window, of which the wanted ones have been handed up.
+  void windowIs(const Piece& piece, std::vector<U8> bytes, Clock::time_point now);
   // What overlaps the run is not handed up any more.
   void drop(const RegisterRun& run);
-  void dropAll() { windows_.clear(); }
+  void dropAll();
+  // How often a window was made, or dropped. Wraps.
+  U32 changes() const { return changes_; }
 
  private:
   struct Range {
@@ -53,6 +56,7 @@ class GatheredWindows {
   const U32 width_;
   std::map<U32, Range> ranges_;    // by their begin; they do not overlap
   std::map<U32, Window> windows_;  // by their begin
+  U32 changes_ = 0;
 };
 
 }  // namespace Platform

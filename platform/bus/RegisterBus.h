@@ -46,6 +46,11 @@ class UMBRA_API RegisterBus : public Zint::PtrInterface {
   virtual Zint::String8 identity() const;
   // For messages: "pci 0000:03:00.0 resource 0".
   virtual Zint::String8 name() const = 0;
+
+ private:
+  friend class RegisterHam;
+
+  U32 openings_ = 0;  // by an access method: the others over this bus then check the chip, too
 };
 
 }  // namespace Platform

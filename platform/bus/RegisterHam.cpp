@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace Platform {
@@ -53,6 +54,7 @@ RegisterHam::RegisterHam(Zint::Name name, const RegisterBus::Ptr& bus, const Reg
         Zint::format("%s: failuresToAbsent must be above 0", this->name().c_str()));
   }
   identity_ = bus_->identity();
+  openings_ = bus_->openings_;
 }
 
 RegisterHam::~RegisterHam() = default;
@@ -65,7 +67,7 @@ Zint::ValidPtr<RegisterHam> registerHamFactory(Zint::Name name, const RegisterBu
 // Calls `access`, and knows afterwards whether the chip is there. REQUIRES: this is held.
 template <class Access>
 void RegisterHam::guarded(U32 address, Access access) {
-  if (isAbsent_) checkReturn(address);
+  if (isAbsent_ || openings_ != bus_->openings_) checkReturn(address);
   try {
     access();
   } catch (const ChipAbsent&) {
@@ -97,22 +99,26 @@ void RegisterHam::readChecked(const RegisterRun& run, U8* bytes) {
   if (hasSentinel_ && isSuspicious(bytes, run.count)) checkSentinel();
 }
 
-// A window is judged when it is read: later the chip may be back that was absent then.
+// A window is judged when it is read: later the chip may be back that was absent then. It is not
+// kept when its access has read or written re-entrantly: it may be older than that.
 void RegisterHam::readGathered(const RegisterRun& run, U8* bytes) {
+  const std::shared_ptr<GatheredWindows> gathered = gathered_;
   for (RegisterRun left = run; left.count != 0;) {
-    const std::optional<GatheredWindows::Piece> piece = gathered_->pieceOf(left);
+    const std::optional<GatheredWindows::Piece> piece = gathered->pieceOf(left);
     if (!piece) {  // it is in no range, and what follows it is read with it
+      gathered->drop(left);
       readChecked(left, bytes);
       return;
     }
     const GatheredWindows::Clock::time_point now = GatheredWindows::Clock::now();
-    if (!gathered_->take(*piece, bytes, now)) {
-      std::vector<U8> window(std::size_t{piece->window.count} * piece->window.width);
-      readChecked(piece->window, window.data());
-      gathered_->windowIs(piece->window, std::move(window), now);
-      gathered_->take(*piece, bytes, now);
-    }
     const U32 done = piece->wanted.count * left.width;
+    if (!gathered->take(*piece, bytes, now)) {
+      std::vector<U8> window(std::size_t{piece->window.count} * piece->window.width);
+      const U32 changes = gathered->changes();
+      readChecked(piece->window, window.data());
+      std::memcpy(bytes, &window[piece->wanted.address - piece->window.address], done);
+      if (gathered->changes() == changes) gathered->windowIs(*piece, std::move(window), now);
+    }
     left = {left.address + done, left.width, left.count - piece->wanted.count};
     bytes += done;
   }
@@ -120,7 +126,7 @@ void RegisterHam::readGathered(const RegisterRun& run, U8* bytes) {
 
 void RegisterHam::gatherIs(U32 begin, U32 end, U32 bytes, Zint::Seconds maxAge) {
   if (gathered_ != nullptr) return gathered_->rangeIs(begin, end, bytes, maxAge);
-  auto made = std::make_unique<GatheredWindows>(format_.width);
+  auto made = std::make_shared<GatheredWindows>(format_.width);
   made->rangeIs(begin, end, bytes, maxAge);
   gathered_ = std::move(made);
 }
@@ -149,14 +155,20 @@ void RegisterHam::doWrite(const Hardware::ChipAddress& address, U8* buffer, U32 
         done += piece.count;
       }
     }
+    if (gathered_ != nullptr) gathered_->drop(run);  // what was read re-entrantly, too
     if (format_.flushesWrites && hasSentinel_) checkSentinel();
   });
 }
 
 void RegisterHam::sentinelIs(U32 address, U64 value, U64 mask) {
+  const U64 counting = mask & ~U64{0} >> (8 * (widest - format_.width));
+  if (counting == 0) {
+    Zint::throwRangeException(
+        Zint::format("%s: no bit of the sentinel at 0x%x counts", name().c_str(), address));
+  }
   sentinelAddress_ = address;
   sentinelValue_ = value;
-  sentinelMask_ = mask & ~U64{0} >> (8 * (widest - format_.width));
+  sentinelMask_ = counting;
   hasSentinel_ = true;
 }
 
@@ -165,37 +177,52 @@ bool RegisterHam::isPresent() {
   try {
     if (isAbsent_) {
       checkReturn(sentinelAddress_);
-    } else if (hasSentinel_) {
-      guarded(sentinelAddress_, [this] { checkSentinel(); });
+    } else {
+      guarded(sentinelAddress_, [this] {
+        checkIdentity(sentinelAddress_);
+        if (hasSentinel_) checkSentinel();
+      });
     }
-  } catch (const std::exception&) {
+  } catch (...) {
     return false;
   }
   return true;
 }
 
+void RegisterHam::checkIdentity(U32 address) {
+  if (bus_->identity() != identity_) throwAbsent(address, 0, "another chip answers");
+}
+
 // Without a sentinel nothing tells yet that the chip is back: one more failure is enough.
 void RegisterHam::checkReturn(U32 address) {
   if (gathered_ != nullptr) gathered_->dropAll();
+  const bool wasAbsent = std::exchange(isAbsent_, true);
+  if (wasAbsent) ++bus_->openings_;
+  const U32 openings = bus_->openings_;
   try {
-    bus_->reopen();
-    if (bus_->identity() != identity_) throwAbsent(address, 0, "another chip answers");
+    if (wasAbsent) bus_->reopen();
+    checkIdentity(address);
     if (hasSentinel_) checkSentinel();
   } catch (const ChipAbsent&) {
     throw;
   } catch (const BusError& failure) {
     throwAbsent(failure.address(), failure.error(), "does not answer");
+  } catch (const Zint::RangeException& refused) {  // what has returned does not have the registers
+    throwAbsent(address, 0, Zint::format("cannot be opened anew (%s)", refused.what()).c_str());
   }
+  openings_ = openings;
   isAbsent_ = false;
   failures_ = hasSentinel_ ? 0 : format_.failuresToAbsent - 1;
 }
 
 void RegisterHam::checkSentinel() {
+  const U32 address = sentinelAddress_;
+  const U64 value = sentinelValue_, mask = sentinelMask_;
   U8 bytes[widest];
-  bus_->read({sentinelAddress_, format_.width, 1}, bytes);
+  bus_->read({address, format_.width, 1}, bytes);
   reverse(bytes, 1);
-  if (((valueOf(bytes, format_.width) ^ sentinelValue_) & sentinelMask_) != 0) {
-    throwAbsent(sentinelAddress_, 0, "the sentinel has not its value");
+  if (((valueOf(bytes, format_.width) ^ value) & mask) != 0) {
+    throwAbsent(address, 0, "the sentinel has not its value");
   }
 }
 
@@ -205,16 +232,15 @@ bool RegisterHam::isSuspicious(const U8* bytes, U32 registers) const {
   const auto isAll = [width](const U8* value, U8 byte) {
     return std::all_of(value, value + width, [byte](U8 b) { return b == byte; });
   };
-  bool isZero = true;
   U32 equal = 1;
   for (U32 i = 0; i < registers; ++i) {
     const U8* value = bytes + std::size_t{i} * width;
     if (isAll(value, 0xff)) return true;
-    isZero = isZero && isAll(value, 0);
     equal = i != 0 && std::memcmp(value, value - width, width) == 0 ? equal + 1 : 1;
     if (equal == equalInRow) return true;
   }
-  return isZero;
+  // A chip that went within the run may have left registers before.
+  return isAll(bytes + std::size_t{registers - 1} * width, 0);
 }
 
 // From the order of the bus to that of the machine, and back.

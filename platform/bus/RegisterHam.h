@@ -8,11 +8,13 @@
 //
 // What an absent chip answers depends on the bus: all-ones, 0, what was last on the wires, or the
 // registers of another card. So what was read is handed up only if it looks like data, or if the
-// sentinel has its value. Suspicious is a register of all-ones, an access that read nothing but 0,
-// and four or more registers in a row that are equal. Without a sentinel nothing is suspicious.
+// sentinel has its value. Suspicious is a register of all-ones, an access whose last register is 0,
+// and four or more registers in a row that are equal. Without a sentinel nothing is suspicious. A
+// chip that is back before the sentinel is read, and whose bus reported no error, was not missed.
 //
 // After an absence the bus is opened anew before the next access, and its identity and the sentinel
-// decide whether that access is made.
+// decide whether that access is made. Several access methods may share a bus: when one has opened
+// it anew, the others check the chip before their next access, too.
 #pragma once
 
 #include <Hardware/ChipHam.h>
@@ -55,7 +57,8 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
                U32 entries) override;
 
   // The register at that address has that value, as long as the chip is there; only the bits that
-  // are set in `mask` count. Choose one that is neither 0 nor all-ones.
+  // are set in `mask` count. Choose one that is neither 0 nor all-ones. A mask without a bit of the
+  // register: a range exception.
   void sentinelIs(U32 address, U64 value, U64 mask = ~U64{0});
   bool hasSentinel() const { return hasSentinel_; }
 
@@ -65,9 +68,10 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
   // one transfer. So an audit of many small regions that lie side by side takes few transfers.
   // Each register of a window is handed up once; the next read of it reaches the chip, as do all
   // reads that come `maxAge` seconds later, and a write drops its window. Every address of the
-  // range is read, by whoever reads one of them: declare no register that a read changes. Off until
-  // it is called. A range that is empty or not aligned, or a window that is no multiple of the
-  // width: a range exception.
+  // range is read, by whoever reads one of them: declare no register that a read changes. A
+  // register that is not aligned to the range is read by itself. A write through another access
+  // method drops no window. Off until it is called. A range that is empty or not aligned, or a
+  // window that is no multiple of the width: a range exception.
   void gatherIs(U32 begin, U32 end, U32 bytes, Zint::Seconds maxAge);
   void gatherDelAll();
 
@@ -83,6 +87,7 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
   template <class Access>
   void guarded(U32 address, Access access);
   void checkReturn(U32 address);
+  void checkIdentity(U32 address);
   void checkSentinel();
   bool isSuspicious(const U8* bytes, U32 registers) const;
   void reverse(U8* bytes, U32 registers) const;
@@ -97,8 +102,9 @@ class UMBRA_API RegisterHam : public Hardware::ChipHam, public Presence {
   U64 sentinelValue_ = 0;
   U64 sentinelMask_ = 0;
   Zint::Seconds cost_ = 0;
-  std::unique_ptr<GatheredWindows> gathered_;  // null while nothing is gathered
+  std::shared_ptr<GatheredWindows> gathered_;  // null while nothing is gathered
   U32 failures_ = 0;                           // accesses in a row
+  U32 openings_ = 0;                           // of the bus, when the chip was last checked
   bool hasSentinel_ = false;
   bool isAbsent_ = false;
 };

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace BusTest {
@@ -31,6 +32,7 @@ class FakeBus : public Platform::RegisterBus {
   }
   void reopen() override {
     ++reopened;
+    if (!refusal.empty()) Zint::throwRangeException(Zint::String8(refusal));
     if (cannotOpen) throw Platform::ChipAbsent(name(), 0, 2, "cannot be opened");
   }
   Zint::String8 identity() const override { return serial; }
@@ -40,6 +42,7 @@ class FakeBus : public Platform::RegisterBus {
   std::vector<Platform::RegisterRun> reads, writes;
   std::function<void()> after;
   Zint::String8 serial = "one";
+  std::string refusal;  // of what is opened anew, as a range exception
   U8 answer = 0xff;
   U32 failures = 0;  // the next accesses that fail
   U32 reopened = 0;

@@ -133,6 +133,53 @@ TEST_F(Gather, rangesThatAreImpossibleAreRefused) {
   ham->gatherIs(0xe0, 0x110, 64, 1);
 }
 
+TEST_F(Gather, aRegisterThatIsNotAlignedToTheRangeIsReadByItself) {
+  for (const U32 address : {0x42u, 0x21u, 0xdeu}) EXPECT_EQ(read(address, 1), onChip(address, 1));
+  EXPECT_EQ(bus->reads, (Runs{{0x42, 4, 1}, {0x21, 4, 1}, {0xde, 4, 1}}));
+}
+
+TEST_F(Gather, nothingOlderIsHandedUpThanWhatWasReadBefore) {
+  read(0x24, 1);                              // the window has 0x20, too
+  bus->bytes[0x20] ^= 0xff;                   // and is old now
+  EXPECT_EQ(read(0x1c, 2), onChip(0x1c, 2));  // begins before the range
+  EXPECT_EQ(read(0x20, 1), onChip(0x20, 1));
+}
+
+TEST_F(Gather, whatIsWrittenReentrantlyIsNotHandedUpAsItWas) {
+  U8 written[4] = {9, 9, 9, 9};
+  bus->after = [&] {
+    bus->after = nullptr;
+    ham->doWrite(ChipAddress(0, 0x44), written, 4, 1);
+  };
+  EXPECT_EQ(read(0x40, 1), onChip(0x40, 1));
+  EXPECT_EQ(read(0x44, 1), std::vector<U8>(4, 9));
+}
+
+TEST_F(Gather, whatIsReadReentrantlyIsNotHandedUpAsItWasBefore) {
+  bus->after = [&] {
+    bus->after = nullptr;
+    bus->bytes[0x44] = bus->bytes[0x48] = 0x99;
+    EXPECT_EQ(read(0x44, 1), onChip(0x44, 1));
+  };
+  EXPECT_EQ(read(0x40, 1), onChip(0x40, 1));
+  EXPECT_EQ(read(0x48, 1), onChip(0x48, 1));
+}
+
+TEST_F(Gather, anAccessMayEndAndChangeTheGathering) {
+  bus->after = [&] {
+    bus->after = nullptr;
+    ham->gatherDelAll();
+  };
+  EXPECT_EQ(read(0x40, 20), onChip(0x40, 20));
+  ham->gatherIs(0x20, 0xe0, 0x40, longTime);
+  bus->after = [&] {
+    bus->after = nullptr;
+    ham->gatherDelAll();
+    ham->gatherIs(0x40, 0x60, 0x10, longTime);
+  };
+  EXPECT_EQ(read(0x40, 20), onChip(0x40, 20));
+}
+
 // Two accesses' time of set-up for a transfer, and a tenth for each of its registers: 4,096 regions
 // of 4 registers that lie side by side.
 TEST(GatheredAudit, aPassTakesLittleMoreThanTheLeastPossible) {

@@ -266,6 +266,79 @@ TEST_F(RegisterHamTest, withoutASentinelOneFailureAfterAReturnIsEnough) {
   EXPECT_FALSE(ham->isAbsent());
 }
 
+TEST_F(RegisterHamTest, aChipThatGoesWithinARunIsNoticedByItsLastRegister) {
+  const RegisterHam::Ptr ham = watched();
+  bus->after = [&] { bus->isGone = true; };
+  std::fill_n(&bus->bytes[0x1c], 4, U8{0});  // what an emulator answers for it
+  EXPECT_THROW(read(ham, 0x10, 16), ChipAbsent);
+}
+
+TEST_F(RegisterHamTest, aReturnThatTheBusRefusesIsAnAbsence) {
+  const RegisterHam::Ptr ham = watched();
+  bus->isGone = true;
+  EXPECT_THROW(read(ham, 0x10, 4), ChipAbsent);
+  bus->refusal = "fake is empty";
+  EXPECT_EQ(refusalOf<ChipAbsent>([&] { read(ham, 0x10, 4); }),
+            "fake: cannot be opened anew (fake is empty) at 0x10");
+  bus->refusal = "";
+  bus->isGone = false;
+  EXPECT_EQ(read(ham, 0x10, 4), onBus(0x10, 4));
+}
+
+TEST_F(RegisterHamTest, aBusThatThrowsAnythingIsNotPresent) {
+  const RegisterHam::Ptr ham = watched();
+  bus->after = [] { throw 42; };
+  EXPECT_FALSE(ham->isPresent());
+  bus->after = nullptr;
+  EXPECT_TRUE(ham->isPresent());
+}
+
+TEST_F(RegisterHamTest, whetherItIsPresentIsAskedOfItsIdentityToo) {
+  const RegisterHam::Ptr ham = made();
+  bus->serial = "two";
+  EXPECT_FALSE(ham->isPresent());
+  EXPECT_TRUE(ham->isAbsent());
+  bus->serial = "one";
+  EXPECT_TRUE(ham->isPresent());
+}
+
+TEST_F(RegisterHamTest, aBusThatAnotherAccessMethodHasOpenedAnewIsCheckedFirst) {
+  const RegisterHam::Ptr ham = watched(), other = made({.width = 1});
+  bus->isGone = true;
+  EXPECT_THROW(read(ham, 0x10, 4), ChipAbsent);
+  bus->isGone = false;
+  bus->serial = "two";  // the other access method has noticed nothing
+  EXPECT_FALSE(ham->isPresent());
+  bus->writes.clear();
+  EXPECT_EQ(refusalOf<ChipAbsent>([&] { write(other, 0x10, {1}); }),
+            "fake: another chip answers at 0x10");
+  EXPECT_TRUE(bus->writes.empty());
+  bus->serial = "one";
+  write(other, 0x10, {1});
+  EXPECT_EQ(read(ham, 0x10, 4), onBus(0x10, 4));
+  const U32 reopened = bus->reopened;
+  read(other, 0x10, 1);
+  read(ham, 0x10, 4);
+  EXPECT_EQ(bus->reopened, reopened);  // once it has been checked, nobody opens it again
+}
+
+TEST_F(RegisterHamTest, aSentinelWithoutABitThatCountsIsRefused) {
+  const RegisterHam::Ptr ham = made({.width = 1});
+  EXPECT_EQ(refusalOf<Zint::RangeException>([&] { ham->sentinelIs(4, 0x100, 0x100); }),
+            "ham: no bit of the sentinel at 0x4 counts");
+  EXPECT_FALSE(ham->hasSentinel());
+}
+
+TEST_F(RegisterHamTest, theSentinelMayBeSetWhileItIsRead) {
+  const RegisterHam::Ptr ham = watched();
+  U32 reads = 0;
+  bus->after = [&] {
+    if (++reads == 1) ham->sentinelIs(0x40, 0x12345678);
+  };
+  EXPECT_TRUE(ham->isPresent());
+  EXPECT_FALSE(ham->isPresent());
+}
+
 TEST_F(RegisterHamTest, theCostOfAnAccessIsMeasured) {
   const RegisterHam::Ptr ham = made();
   EXPECT_EQ(ham->costPerAccess(), 0);
@@ -284,6 +357,14 @@ TEST_F(RegisterHamTest, anAccessMayDropTheAccessMethod) {
 }
 
 // --- The chip that the patrol asks ---
+
+TEST_F(RegisterHamTest, askingMayDropTheChip) {
+  const RegisterHam::Ptr ham = watched();
+  auto chip = Driver::presentChipFactory("chip", ham);
+  Driver::PresentChip* const asked = chip.ptr();
+  bus->after = [&] { chip = nullptr; };
+  EXPECT_TRUE(asked->isPresent());
+}
 
 TEST_F(RegisterHamTest, theChipOfThePatrolAsksTheRegisterAccess) {
   const RegisterHam::Ptr ham = watched();
