@@ -104,6 +104,7 @@ Step perRegister(std::vector<Step> steps) {
     group->second.push_back(std::move(step));
   }
   std::vector<Step> sequences;
+  sequences.reserve(groups.size());
   for (auto& group : groups) sequences.push_back(inOrder(std::move(group.second)));
   return anyOrder(std::move(sequences));
 }
@@ -244,11 +245,11 @@ void Expectation::end(bool isUnwinding) {
 
 // ---- of the chip --------------------------------------------------------------------------------
 
-Expectation FakeChip::expect(Step step, const char* file, int line) {
+Expectation FakeChip::expect(const Step& step, const char* file, int line) {
   return {Ptr(this), std::make_shared<ExpectationState>(*this, step, false, file, line)};
 }
 
-Expectation FakeChip::expectOnly(Step step, const char* file, int line) {
+Expectation FakeChip::expectOnly(const Step& step, const char* file, int line) {
   return {Ptr(this), std::make_shared<ExpectationState>(*this, step, true, file, line)};
 }
 

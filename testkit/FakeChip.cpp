@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
-#include <cstdio>
 #include <ostream>
 
 namespace TestKit {
@@ -37,9 +36,10 @@ std::string hexText(U64 value) {
 }
 
 std::string timeText(Zint::Seconds time) {
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%.6f", time * 1e3);
-  std::string text = buffer;
+  char buffer[400];  // the largest number has 316 digits
+  const auto end =
+      std::to_chars(buffer, buffer + sizeof buffer, time * 1e3, std::chars_format::fixed, 6).ptr;
+  std::string text(buffer, end);
   text.erase(text.find_last_not_of('0') + 1);
   if (text.back() == '.') text.pop_back();
   return text + "ms";
@@ -144,7 +144,8 @@ FakeChip::Cell& FakeChip::cellOf(std::string_view name) const {
   if (one.shape->count != 0 && one.index == Target::allElements) {
     refuse("\"" + std::string(name) + "\" is an array: name one of its registers");
   }
-  return *cellsOf(one)[0];
+  Cell* const cell = cellsOf(one)[0];
+  return *cell;
 }
 
 std::vector<FakeChip::Cell*> FakeChip::cellsOf(const Target& which) const {
@@ -157,7 +158,8 @@ std::vector<FakeChip::Cell*> FakeChip::cellsOf(const Target& which) const {
   const U32 first = isAll ? 0 : which.index;
   const U32 count = isAll ? std::max(which.shape->count, U32{1}) : 1;
   for (U32 i = first; i < first + count; ++i) {
-    cells.push_back(&cells_.at(which.shape->address + U64{strideOf(*which.shape)} * i));
+    Cell& cell = cells_.at(which.shape->address + U64{strideOf(*which.shape)} * i);
+    cells.push_back(&cell);
   }
   return cells;
 }

@@ -100,9 +100,10 @@ class FakeChip : public Fru::HamImpl {
   // --- Expectations: see Expectation.h
   // ------------------------------------------------------------ Accesses that `step` names must
   // come as it says, until the result ends; others are free.
-  Expectation expect(Step step, const char* file = __builtin_FILE(), int line = __builtin_LINE());
+  Expectation expect(const Step& step, const char* file = __builtin_FILE(),
+                     int line = __builtin_LINE());
   // No other access may come.
-  Expectation expectOnly(Step step, const char* file = __builtin_FILE(),
+  Expectation expectOnly(const Step& step, const char* file = __builtin_FILE(),
                          int line = __builtin_LINE());
   Expectation expectNeverRead(const std::string& name, const char* file = __builtin_FILE(),
                               int line = __builtin_LINE());
@@ -203,7 +204,7 @@ class FakeChip : public Fru::HamImpl {
   U32 flipBit(Cell& cell, std::optional<U32> bit);
   std::string cellName(const Cell& cell) const;
   void requireBit(const Target& which, std::optional<U32> bit) const;
-  Fault faultIs(FaultState state);
+  Fault faultIs(const FaultState& state);
 
   const std::string name_;
   const Unnamed unnamed_;

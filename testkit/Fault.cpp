@@ -74,7 +74,7 @@ void FakeChip::settle(Cell& cell, U64 value) {
     if (stuck != value) ++fault->hits;
     value = stuck;
   }
-  cell.value = value & (cell.shape->width >= 8 ? allBits : (U64{1} << (cell.shape->width * 8)) - 1);
+  cell.value = value & (cell.shape->width >= 8 ? allBits : (U64{1} << (8 * cell.shape->width)) - 1);
 }
 
 // ---- chance -------------------------------------------------------------------------------------
@@ -90,7 +90,7 @@ bool FakeChip::happens(double chance) {
 }
 
 U32 FakeChip::flipBit(Cell& cell, std::optional<U32> bit) {
-  const U32 flipped = bit ? *bit : static_cast<U32>(random_() % (cell.shape->width * 8));
+  const U32 flipped = bit ? *bit : static_cast<U32>(random_() % (U64{cell.shape->width} * 8));
   settle(cell, cell.value ^ (U64{1} << flipped));
   return flipped;
 }
@@ -122,9 +122,9 @@ void FakeChip::requireBit(const Target& which, std::optional<U32> bit) const {
   }
 }
 
-Fault FakeChip::faultIs(FaultState state) {
+Fault FakeChip::faultIs(const FaultState& state) {
   std::erase_if(faults_, [](const auto& fault) { return fault->isOver; });
-  return Fault(faults_.emplace_back(std::make_shared<FaultState>(std::move(state))));
+  return Fault(faults_.emplace_back(std::make_shared<FaultState>(state)));
 }
 
 Fault FakeChip::absent(Absence absence) {
