@@ -56,8 +56,10 @@ inline Register registerOf(const Maps::Map& map, const Maps::Register& from) {
 
 }  // namespace MapChip
 
-// Where registers share bytes, the first one of the map has them. Registers of other widths than 8,
-// 16, 32 and 64 bits are left out. Effects that the map describes in words alone are plain.
+// Elements of arrays are registers of their own, under their names. One of two registers of the
+// same name has its address behind it: "SWITCH.mac@0x1040". Where registers share bytes, the first
+// one of the map has them. Registers of other widths than 8, 16, 32 and 64 bits are left out.
+// Effects that the map describes in words alone are plain.
 inline FakeChip::Ptr fakeChipOf(const Maps::Map& map) {
   FakeChip::Ptr chip = fakeChipFactory(map.name);
   for (const Maps::Register& from : map.registers) {

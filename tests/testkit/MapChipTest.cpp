@@ -4,6 +4,8 @@
 #include <maps/Trials.h>
 #include <testkit/MapChip.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <random>
 
 #include "testkit/Captured.h"
@@ -54,6 +56,44 @@ TEST(MapChipTest, namesFieldsAndResetValuesAreTheMaps) {
   EXPECT_EQ(chip->value("SW.R0"), 0x12345678u);
   EXPECT_EQ(chip->registerName(0x1004), "SW.R1");
   EXPECT_EQ(chip->valueText(0x1004, 0x00100030), "SW.R1 0x100030 F=3 G=1");
+}
+
+TEST(MapChipTest, ofRegistersThatShareBytesTheFirstHasThem) {
+  const auto reg = [](const std::string& name, const std::string& offset) {
+    return "<register><name>" + name + "</name><addressOffset>" + offset +
+           "</addressOffset></register>";
+  };
+  const auto chip = TestKit::fakeChipOf(
+      Maps::parseMap("<device><name>ASIC</name><size>32</size><peripherals><peripheral>"
+                     "<name>SW</name><baseAddress>0x1000</baseAddress><registers>" +
+                         reg("a", "0") + reg("a", "4") + reg("b", "4") +
+                         "</registers></peripheral></peripherals></device>",
+                     "asic.svd"));
+  EXPECT_EQ(chip->registerName(0x1000), "SW.a");
+  EXPECT_EQ(chip->registerName(0x1004), "SW.a~2");
+}
+
+// Maps as makers publish them.
+TEST(MapChipTest, realMapsBecomeChipsWithTheirResetValues) {
+  const char* const folder = std::getenv("UMBRA_MAPS");
+  if (folder == nullptr || *folder == '\0') GTEST_SKIP() << "UMBRA_MAPS names no folder";
+  U32 maps = 0;
+  for (const auto& file : std::filesystem::directory_iterator(folder)) {
+    if (file.path().extension() != ".svd") continue;
+    ++maps;
+    const Maps::Map map = Maps::readMap(file.path().string());
+    const auto chip = TestKit::fakeChipOf(map);
+    Maps::ScratchChip other(map);
+    U32 compared = 0;
+    for (const Maps::Register& r : map.registers) {
+      if (chip->registerName(r.address) != map.nameOf(r)) continue;  // has other bytes
+      const U32 width = r.layout->bytes();
+      EXPECT_EQ(chip->doRead(r.address, width), other.read(r.address, 8 * width)) << map.nameOf(r);
+      ++compared;
+    }
+    EXPECT_GT(compared, map.registers.size() / 2) << file.path();
+  }
+  EXPECT_GT(maps, 0u);
 }
 
 // The maps' own chip in memory was written independently of this one.
