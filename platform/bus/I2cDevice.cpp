@@ -12,12 +12,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 namespace Platform {
 namespace {
 
-constexpr U32 numberBytes = 4;  // of the longest register number
+constexpr U32 numberBytes = 4;                   // of the longest register number
+constexpr U32 longestData = 8192 - numberBytes;  // of a message that i2c-dev takes
 
 // The register's number as it goes over the bus, the highest byte first.
 void putNumber(U8* to, U32 number, U32 bytes) {
@@ -36,7 +38,8 @@ I2cDevice::I2cDevice(Zint::String8 device, U32 chip, const I2cFormat& format)
         Zint::format("%s: the chip address 0x%x has more than 7 bits", device_.c_str(), chip_));
   }
   if (format_.addressBytes == 0 || format_.addressBytes > numberBytes ||
-      format_.bytesOfNumber == 0 || format_.longestTransfer < 8) {
+      format_.bytesOfNumber == 0 || format_.longestTransfer < 8 ||
+      format_.bytesOfNumber > std::min(format_.longestTransfer, longestData)) {
     Zint::throwRangeException(Zint::format(
         "%s: a format of %u address bytes, %u bytes of a number and transfers of %u bytes",
         device_.c_str(), format_.addressBytes, format_.bytesOfNumber, format_.longestTransfer));
@@ -50,6 +53,10 @@ Zint::String8 I2cDevice::name() const {
 }
 
 int I2cDevice::call(unsigned long request, void* argument) {
+  if (file_ == nullptr) {
+    errno = ENODEV;
+    return -1;
+  }
   return ioctl(file_->number(), request, argument);
 }
 
@@ -61,7 +68,8 @@ void I2cDevice::open() {
   const bool isByteNumber = format_.addressBytes == 1;
   if ((can & I2C_FUNC_I2C) != 0) {
     way_ = Way::combined;
-  } else if (isByteNumber && (can & I2C_FUNC_SMBUS_I2C_BLOCK) == I2C_FUNC_SMBUS_I2C_BLOCK) {
+  } else if (isByteNumber && (can & I2C_FUNC_SMBUS_I2C_BLOCK) == I2C_FUNC_SMBUS_I2C_BLOCK &&
+             format_.bytesOfNumber <= I2C_SMBUS_BLOCK_MAX) {
     way_ = Way::smbusBlock;
   } else if (isByteNumber && (can & I2C_FUNC_SMBUS_WORD_DATA) == I2C_FUNC_SMBUS_WORD_DATA &&
              format_.bytesOfNumber == 2) {
@@ -83,8 +91,9 @@ void I2cDevice::reopen() { open(); }
 
 U32 I2cDevice::numberOfRegister(const RegisterRun& run) const {
   const U64 bytes = U64{run.width} * run.count;
-  const U64 last = (run.address + bytes - 1) / format_.bytesOfNumber;
-  const bool fits = format_.addressBytes == numberBytes || last >> (8 * format_.addressBytes) == 0;
+  const U64 end = (run.address + bytes) / format_.bytesOfNumber;
+  const bool fits = run.address + bytes <= U64{1} << 32 && end <= U64{1}
+                                                                      << (8 * format_.addressBytes);
   if (run.address % format_.bytesOfNumber != 0 || bytes % format_.bytesOfNumber != 0 || !fits) {
     Zint::throwRangeException(Zint::format(
         "%s: %u registers of %u bytes at 0x%x %s", name().c_str(), run.count, run.width,
@@ -93,10 +102,10 @@ U32 I2cDevice::numberOfRegister(const RegisterRun& run) const {
   return run.address / format_.bytesOfNumber;
 }
 
-U32 I2cDevice::longestPiece() const {
+U32 I2cDevice::longestTransfer() const {
   switch (way_) {
     case Way::combined:
-      return format_.longestTransfer;
+      return std::min(format_.longestTransfer, longestData);
     case Way::smbusBlock:
       return std::min<U32>(format_.longestTransfer, I2C_SMBUS_BLOCK_MAX);
     case Way::smbusWord:
@@ -106,11 +115,19 @@ U32 I2cDevice::longestPiece() const {
   }
 }
 
+// Whole numbers, and whole registers where one transfer can have one.
+U32 I2cDevice::longestPiece(U32 width) const {
+  const U32 longest = longestTransfer();
+  const U32 both = std::lcm(width, format_.bytesOfNumber);
+  const U32 unit = both != 0 && both <= longest ? both : format_.bytesOfNumber;
+  return longest / unit * unit;
+}
+
 void I2cDevice::read(const RegisterRun& run, U8* bytes) {
   U32 number = numberOfRegister(run);
-  const U32 most = longestPiece() / format_.bytesOfNumber * format_.bytesOfNumber;
-  for (U32 left = run.width * run.count; left > 0;) {
-    const U32 size = std::min(left, most);
+  const U32 most = longestPiece(run.width);
+  for (U64 left = U64{run.width} * run.count; left > 0;) {
+    const U32 size = static_cast<U32>(std::min<U64>(left, most));
     readPiece(number, bytes, size);
     number += size / format_.bytesOfNumber;
     bytes += size;
@@ -120,9 +137,9 @@ void I2cDevice::read(const RegisterRun& run, U8* bytes) {
 
 void I2cDevice::write(const RegisterRun& run, const U8* bytes) {
   U32 number = numberOfRegister(run);
-  const U32 most = longestPiece() / format_.bytesOfNumber * format_.bytesOfNumber;
-  for (U32 left = run.width * run.count; left > 0;) {
-    const U32 size = std::min(left, most);
+  const U32 most = longestPiece(run.width);
+  for (U64 left = U64{run.width} * run.count; left > 0;) {
+    const U32 size = static_cast<U32>(std::min<U64>(left, most));
     writePiece(number, bytes, size);
     number += size / format_.bytesOfNumber;
     bytes += size;

@@ -18,7 +18,7 @@ class Descriptor;
 struct I2cFormat {
   U32 addressBytes = 1;        // of a register's number, the highest first: 1 to 4
   U32 bytesOfNumber = 1;       // a register's number counts units of so many bytes
-  U32 longestTransfer = 4096;  // data bytes of one transfer
+  U32 longestTransfer = 4096;  // data bytes of one transfer; the kernel takes 8,188 at most
 };
 
 class UMBRA_API I2cDevice : public RegisterBus {
@@ -28,9 +28,9 @@ class UMBRA_API I2cDevice : public RegisterBus {
   // How a chip's registers are reached, the best first.
   enum class Way { combined, smbusBlock, smbusWord, smbusByte };
 
-  // `chip` is its 7-bit address. A format that is out of these bounds: a range exception. A device
-  // that cannot be opened, or whose adapter cannot do any of the ways (numbers of more than one
-  // byte need combined transfers): BusError.
+  // `chip` is its 7-bit address. A format that is out of these bounds: a range exception. The
+  // factory opens the device: one that cannot be opened, or whose adapter cannot do any of the ways
+  // (numbers of more than one byte need combined transfers): BusError.
   I2cDevice(Zint::String8 device, U32 chip, const I2cFormat& format);
 
   // No acknowledge, arbitration lost, a timeout: BusError with the adapter's errno.
@@ -59,7 +59,8 @@ class UMBRA_API I2cDevice : public RegisterBus {
   void transfer(unsigned long request, void* argument, U32 address, const char* what);
   void readPiece(U32 number, U8* bytes, U32 size);
   void writePiece(U32 number, const U8* bytes, U32 size);
-  U32 longestPiece() const;
+  U32 longestTransfer() const;
+  U32 longestPiece(U32 width) const;
 
   const Zint::String8 device_;
   const U32 chip_;

@@ -37,6 +37,10 @@ SpiDevice::~SpiDevice() = default;
 Zint::String8 SpiDevice::name() const { return Zint::String8("spi " + device_.bytes()); }
 
 int SpiDevice::call(unsigned long request, void* argument) {
+  if (file_ == nullptr) {
+    errno = ENODEV;
+    return -1;
+  }
   return ioctl(file_->number(), request, argument);
 }
 
@@ -59,13 +63,13 @@ U32 SpiDevice::header(U8* to, U32 address, bool isRead) const {
 
 // Whole registers.
 U32 SpiDevice::longestPiece(const RegisterRun& run) const {
-  const U64 last = run.address + U64{run.width} * run.count - 1;
-  if (format_.addressBytes < 4 && last >> (8 * format_.addressBytes) != 0) {
+  if (run.address + U64{run.width} * run.count > U64{1} << (8 * format_.addressBytes)) {
     Zint::throwRangeException(
         Zint::format("%s: %u registers of %u bytes at 0x%x are beyond the last address",
                      name().c_str(), run.count, run.width, run.address));
   }
-  return (format_.longestTransfer - longestHeader) / run.width * run.width;
+  const U32 longest = format_.longestTransfer - longestHeader;
+  return longest - longest % std::max(run.width, 1u);
 }
 
 // One transfer: the chip stays selected from the header to the end of the data.
@@ -89,8 +93,8 @@ void SpiDevice::transfer(const U8* header, U32 headerSize, const U8* sent, U8* r
 void SpiDevice::read(const RegisterRun& run, U8* bytes) {
   const U32 most = longestPiece(run);
   U32 address = run.address;
-  for (U32 left = run.width * run.count; left > 0;) {
-    const U32 size = std::min(left, most);
+  for (U64 left = U64{run.width} * run.count; left > 0;) {
+    const U32 size = static_cast<U32>(std::min<U64>(left, most));
     U8 head[longestHeader];
     transfer(head, header(head, address, true), nullptr, bytes, size, address);
     address += size;
@@ -102,8 +106,8 @@ void SpiDevice::read(const RegisterRun& run, U8* bytes) {
 void SpiDevice::write(const RegisterRun& run, const U8* bytes) {
   const U32 most = longestPiece(run);
   U32 address = run.address;
-  for (U32 left = run.width * run.count; left > 0;) {
-    const U32 size = std::min(left, most);
+  for (U64 left = U64{run.width} * run.count; left > 0;) {
+    const U32 size = static_cast<U32>(std::min<U64>(left, most));
     U8 head[longestHeader];
     transfer(head, header(head, address, false), bytes, nullptr, size, address);
     address += size;

@@ -8,8 +8,13 @@
 #include <platform/bus/I2cDevice.h>
 #include <platform/bus/SpiDevice.h>
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 
 namespace {
@@ -39,6 +44,7 @@ class I2cChip : public I2cDevice {
   }
   std::vector<U8> memory = std::vector<U8>(0x10000);
   int error = 0;      // of the next call
+  U32 longest = 0;    // bytes of a message of a combined transfer, so far
   int messages = -1;  // that a combined transfer says it has made
 
  protected:
@@ -66,6 +72,7 @@ class I2cChip : public I2cDevice {
   int combined(const i2c_rdwr_ioctl_data& data) {
     const i2c_msg& first = data.msgs[0];
     EXPECT_EQ(first.addr, 0x50);
+    for (U32 i = 0; i < data.nmsgs; ++i) longest = std::max<U32>(longest, data.msgs[i].len);
     const std::size_t place = placeOf(first.buf);
     if (data.nmsgs == 2) {
       EXPECT_EQ(data.msgs[1].flags, I2C_M_RD);
@@ -190,6 +197,66 @@ TEST(I2c, runsThatTheNumbersDoNotReachAreRefused) {
             "/dev/null: the chip address 0x80 has more than 7 bits");
 }
 
+TEST(I2c, noMessageIsLongerThanTheKernelTakes) {
+  const auto chip = Zint::makePtr<I2cChip>(
+      I2C_FUNC_I2C, I2cFormat{.addressBytes = 2, .longestTransfer = 0x20000});
+  std::vector<U8> bytes(0x10000);
+  chip->read({0, 4, 0x4000}, bytes.data());
+  EXPECT_EQ(bytes, chip->memory);
+  EXPECT_EQ(chip->longest, 8188u);
+  for (U8& byte : bytes) byte = static_cast<U8>(~byte);
+  chip->write({0, 4, 0x4000}, bytes.data());
+  EXPECT_EQ(bytes, chip->memory);
+  EXPECT_EQ(chip->longest, 8190u);
+}
+
+TEST(I2c, aNumberOfMoreBytesThanATransferIsRefused) {
+  EXPECT_EQ(
+      textOf<Zint::RangeException>([] {
+        Zint::makePtr<I2cChip>(I2C_FUNC_I2C, I2cFormat{.bytesOfNumber = 16, .longestTransfer = 8});
+      }),
+      "/dev/null: a format of 1 address bytes, 16 bytes of a number and transfers of 8 bytes");
+  EXPECT_EQ(textOf<BusError>([] {
+              Zint::makePtr<I2cChip>(I2C_FUNC_SMBUS_I2C_BLOCK, I2cFormat{.bytesOfNumber = 64});
+            }),
+            "i2c /dev/null chip 0x50: the adapter cannot reach its registers at 0x0: Operation not "
+            "supported");
+}
+
+TEST(I2c, noRegisterIsDividedBetweenTransfers) {
+  const auto chip =
+      Zint::makePtr<I2cChip>(I2C_FUNC_I2C, I2cFormat{.addressBytes = 2, .longestTransfer = 12});
+  U8 bytes[24];
+  chip->read({0, 8, 3}, bytes);
+  EXPECT_EQ(chip->longest, 8u);
+  EXPECT_EQ(chip->transfers(), 3u);
+}
+
+TEST(I2c, runsBeyondTheLastAddressAreRefusedBeforeAnyTransfer) {
+  const auto chip = Zint::makePtr<I2cChip>(I2C_FUNC_I2C, I2cFormat{.addressBytes = 4});
+  U8 bytes[8] = {};
+  EXPECT_EQ(textOf<Zint::RangeException>([&] {
+              chip->read({0xfffffffc, 4, 2}, bytes);
+            }),
+            "i2c /dev/null chip 0x50: 2 registers of 4 bytes at 0xfffffffc are beyond the chip's "
+            "last number");
+  EXPECT_NE(textOf<Zint::RangeException>([&] {
+              chip->write({0, 8, 0x20000001}, bytes);
+            }),
+            "no exception");
+  chip->read({0, 4, 0}, bytes);  // nothing
+  EXPECT_EQ(chip->transfers(), 0u);
+}
+
+TEST(I2c, aDeviceThatIsNotOpenIsAnError) {
+  const auto bus = Zint::makePtr<I2cDevice>("/dev/null", 0x50u, I2cFormat{});
+  U8 bytes[4] = {};
+  EXPECT_EQ(textOf<BusError>([&] {
+              bus->read({0, 4, 1}, bytes);
+            }),
+            "i2c /dev/null chip 0x50: the read failed at 0x0: No such device");
+}
+
 // --- SPI ---
 
 class SpiChip : public Platform::SpiDevice {
@@ -242,6 +309,34 @@ TEST(Spi, aLongRunIsDividedBetweenWholeRegisters) {
   EXPECT_EQ(bytes, std::vector<U8>(64, 3));
   EXPECT_EQ(chip->headers, (std::vector<std::vector<U8>>{{1, 0}, {1, 0x10}, {1, 0x20}, {1, 0x30}}));
   EXPECT_EQ(chip->transfers(), 4u);
+}
+
+TEST(Spi, runsBeyondTheLastAddressAreRefusedBeforeAnyTransfer) {
+  const auto chip = Zint::makePtr<SpiChip>(SpiFormat{.addressBytes = 4});
+  U8 bytes[8] = {};
+  EXPECT_EQ(textOf<Zint::RangeException>([&] {
+              chip->read({0xfffffffc, 4, 2}, bytes);
+            }),
+            "spi /dev/null: 2 registers of 4 bytes at 0xfffffffc are beyond the last address");
+  EXPECT_NE(textOf<Zint::RangeException>([&] {
+              chip->write({0, 8, 0x20000001}, bytes);
+            }),
+            "no exception");
+  chip->read({0, 4, 0}, bytes);  // nothing
+  EXPECT_EQ(chip->transfers(), 0u);
+}
+
+TEST(Spi, aDeviceThatDidNotComeBackIsAnError) {
+  const std::string file = testing::TempDir() + "spi-" + std::to_string(getpid());
+  std::ofstream(file) << "1";
+  const auto bus = Platform::spiDeviceFactory(Zint::String8(file));
+  std::filesystem::remove(file);
+  EXPECT_NE(textOf<BusError>([&] { bus->reopen(); }), "no exception");
+  U8 bytes[4] = {};  // of another access method, which does not know
+  EXPECT_EQ(textOf<BusError>([&] {
+              bus->read({0, 4, 1}, bytes);
+            }),
+            "spi " + file + ": the read failed at 0x0: No such device");
 }
 
 TEST(Spi, failuresAndShortTransfersAreErrors) {
