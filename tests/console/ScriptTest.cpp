@@ -73,7 +73,10 @@ TEST_F(ScriptTest, theScriptedSessionTellsItsStory) {
   // What a policy says, what the patrol found, and the reset that was found and replayed.
   EXPECT_THAT(listing,
               testing::StartsWith("'detectOnly (entries 8 to 11); unwritten: baseline'\n"));
-  EXPECT_THAT(listing, AllOf(HasSubstr(": detectOnly\n"), HasSubstr(": reset\n1\n")));
+  EXPECT_THAT(
+      listing,
+      AllOf(HasSubstr(": detectOnly; vlan[8].members expected 0xe8dd3ba3 actual 0xdeadbeef\n"),
+            HasSubstr(": reset\n1\n")));
   EXPECT_NE(onChip(0x80040), 0xdeadbeefu);
   EXPECT_THAT(listing, testing::EndsWith("null\n'auditing'\n"));
   const auto shadow = opened_.theSwitch().shadow();
