@@ -97,7 +97,8 @@ void MappedBus::unmap() {
 void MappedBus::check(const RegisterRun& run) const {
   if (mapping_ == nullptr) throw ChipAbsent(name(), run.address, 0, "is not mapped");
   const U64 end = U64{run.address} + U64{run.width} * run.count;
-  if (run.address % run.width != 0 || end > size_) {
+  const bool isWidth = std::has_single_bit(run.width) && run.width <= 8;
+  if (!isWidth || run.address % run.width != 0 || end > size_) {
     Zint::throwRangeException(Zint::format(
         "%s: %u registers of %u bytes at 0x%x %s 0x%jx bytes", name().c_str(), run.count, run.width,
         run.address, end > size_ ? "are not within its" : "are not aligned within its",

@@ -24,8 +24,9 @@ class UMBRA_API MappedBus : public RegisterBus {
  public:
   using Ptr = Zint::Ptr<MappedBus>;
 
-  // An address that is no multiple of the width, or a run that ends beyond the mapping: a range
-  // exception that names bus, address and size. The mapping was lost (guarded): ChipAbsent.
+  // A width that is none, an address that is no multiple of it, or a run that ends beyond the
+  // mapping: a range exception that names bus, address and size. The mapping was lost (guarded):
+  // ChipAbsent.
   void read(const RegisterRun& run, U8* bytes) override;
   void write(const RegisterRun& run, const U8* bytes) override;
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <platform/bus/BusError.h>
 #include <platform/bus/SysfsFile.h>
+#include <unistd.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -62,8 +63,10 @@ void PciResource::open() {
     Zint::throwRangeException(Zint::format("%s is empty", name().c_str()));
   }
   if (enablesMemory_ && numberOf(path("enable")) == U64{0}) std::ofstream(path("enable")) << "1\n";
+  // The kernel maps whole pages: a small resource begins within its page.
+  const U64 skip = resource.begin % static_cast<U64>(sysconf(_SC_PAGESIZE));
   try {
-    map(file.number(), 0, resource.end - resource.begin + 1, 0);
+    map(file.number(), 0, skip + (resource.end - resource.begin + 1), skip);
   } catch (const BusError& refused) {
     std::error_code unread;
     const std::filesystem::path driver =

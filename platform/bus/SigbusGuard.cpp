@@ -43,12 +43,15 @@ GuardedMapping* find(std::uintptr_t address) {
 // What the process would have done without this.
 void passOn(int signal, siginfo_t* info, void* context) {
   if ((before.sa_flags & SA_SIGINFO) != 0) return before.sa_sigaction(signal, info, context);
+  const bool isFault = info->si_code > 0;  // not of a process that sends the signal
+  if (before.sa_handler == SIG_IGN && !isFault) return;
   if (before.sa_handler != SIG_DFL && before.sa_handler != SIG_IGN)
     return before.sa_handler(signal);
   // The access is made again, and ends the process.
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   sigaction(signal, &action, nullptr);
+  if (!isFault) raise(signal);
 }
 
 // Only system calls, which a handler may make. The page is replaced; the access is made again.

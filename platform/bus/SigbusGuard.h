@@ -17,7 +17,8 @@ constexpr std::size_t mappings = 64;
 // Installs the handler; only the first call does. REQUIRES: before the first mapping that is
 // guarded. A handler that the program installs later takes its place.
 UMBRA_API void install();
-// The place of the mapping; -1: there are `mappings` already.
+// The place of the mapping; -1: there are `mappings` already. REQUIRES: nobody accesses the mapping
+// any more when it is removed; a place is removed once.
 UMBRA_API int add(void* mapping, std::size_t size);
 UMBRA_API void remove(int place);
 // Whether an access to that mapping has faulted since it was added.

@@ -148,6 +148,7 @@ bool VfioDevice::isRemovalRequested() {
 }
 
 void VfioDevice::letGo() {
+  if (files_ == nullptr) return;  // what has returned meanwhile was not let go
   letGo_ = inode();
   unmap();
   files_ = nullptr;

@@ -37,7 +37,7 @@ class UMBRA_API VfioDevice : public MappedBus, public Removable {
   // Readable once the kernel has asked; -1 while the device is not open.
   int removalDescriptor() const override;
   bool isRemovalRequested() override;
-  // Unmaps the region and closes the device.
+  // Unmaps the region and closes the device; nothing while it is not open.
   void letGo() override;
 
  protected:

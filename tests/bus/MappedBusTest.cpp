@@ -8,6 +8,7 @@
 #include <platform/bus/RegisterHam.h>
 #include <platform/bus/SigbusGuard.h>
 #include <platform/bus/UioDevice.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -128,6 +129,26 @@ TEST_F(PciResourceTest, runsBeyondTheResourceAreRefusedBeforeAnyAccess) {
             name() + ": 1 registers of 4 bytes at 0xfffffffc are not within its 0x1000 bytes");
 }
 
+TEST_F(PciResourceTest, widthsThatNoAccessHasAreRefused) {
+  const PciResource::Ptr bus = made();
+  U8 bytes[16] = {};
+  for (const U32 width : {0u, 3u, 16u}) {
+    const std::string expected = name() + ": 1 registers of " + std::to_string(width) +
+                                 " bytes at 0x0 are not aligned within its 0x1000 bytes";
+    EXPECT_EQ(messageOf<Zint::RangeException>([&] { bus->read({0, width, 1}, bytes); }), expected);
+  }
+}
+
+// The kernel maps whole pages, from the one on in which the resource begins.
+TEST_F(PciResourceTest, aResourceThatIsSmallerThanAPageBeginsWithinIt) {
+  fileIs("resource", "0x00000000fe000100 0x00000000fe0001ff 0x0000000000040200\n");
+  const PciResource::Ptr bus = made();
+  EXPECT_EQ(bus->size(), 0x100u);
+  const U32 value = 0x11223344;
+  bus->write({8, 4, 1}, reinterpret_cast<const U8*>(&value));
+  EXPECT_EQ(std::memcmp(file("resource0").data() + 0x108, &value, 4), 0);
+}
+
 TEST_F(PciResourceTest, whatIsNoMemoryIsRefused) {
   EXPECT_EQ(messageOf<Zint::RangeException>([&] { made(1); }), name(1) + " is of I/O ports");
   EXPECT_EQ(messageOf<Zint::RangeException>([&] { made(2); }), name(2) + " is empty");
@@ -188,6 +209,11 @@ TEST_F(PciResourceTest, aDeviceThatHasGoneIsAbsentAndOneThatReturnsIsMappedAnew)
 
 class SigbusGuardTest : public PciResourceTest {
  protected:
+  // A process that dies is one of its own, in which nothing has installed the guard before. It
+  // leaves no destructor to remove its folder.
+  SigbusGuardTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+  ~SigbusGuardTest() override { GTEST_FLAG_SET(death_test_style, "fast"); }
+
   PciResource::Ptr guarded() const {
     Platform::PciOptions options;
     options.isGuarded = true;
@@ -262,6 +288,7 @@ TEST_F(SigbusGuardTest, aForeignFaultEndsTheProcessAsBefore) {
         auto* memory = static_cast<volatile char*>(
             mmap(nullptr, 0x1000, PROT_READ, MAP_SHARED, descriptor, 0));
         std::filesystem::resize_file(folder + "/foreign", 0);
+        std::filesystem::remove_all(folder);
         static_cast<void>(memory[0]);
         std::exit(0);
       },
@@ -275,8 +302,56 @@ TEST_F(SigbusGuardTest, aForeignFaultGoesToTheHandlerThatWasThereBefore) {
         own.sa_handler = [](int) { _exit(7); };
         sigaction(SIGBUS, &own, nullptr);
         const PciResource::Ptr bus = guarded();
+        std::filesystem::remove_all(folder);
         raise(SIGBUS);
         std::exit(0);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+// It is no fault, and nothing makes it again.
+TEST_F(SigbusGuardTest, aSignalThatSomebodySendsEndsTheProcessAsBefore) {
+  if (Support::addressesAreSanitized()) GTEST_SKIP() << "the sanitizer has a handler of its own";
+  EXPECT_EXIT(
+      {
+        signal(SIGBUS, SIG_DFL);
+        const PciResource::Ptr bus = guarded();
+        std::filesystem::remove_all(folder);
+        raise(SIGBUS);
+        std::exit(0);
+      },
+      testing::KilledBySignal(SIGBUS), "");
+}
+
+TEST_F(SigbusGuardTest, aSignalThatIsIgnoredLeavesTheGuard) {
+  EXPECT_EXIT(
+      {
+        signal(SIGBUS, SIG_IGN);
+        const PciResource::Ptr bus = guarded();
+        raise(SIGBUS);
+        loseMemory();
+        U8 bytes[4];
+        const std::string said = messageOf<ChipAbsent>([&] { bus->read({8, 4, 1}, bytes); });
+        std::filesystem::remove_all(folder);
+        std::exit(said == name() + ": its memory is gone at 0x8" ? 7 : 0);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+TEST_F(SigbusGuardTest, aHandlerFromBeforeMayJumpAndTheGuardStays) {
+  EXPECT_EXIT(
+      {
+        static sigjmp_buf back;
+        struct sigaction own {};
+        own.sa_handler = [](int) { siglongjmp(back, 1); };
+        sigaction(SIGBUS, &own, nullptr);
+        const PciResource::Ptr bus = guarded();
+        if (sigsetjmp(back, 1) == 0) raise(SIGBUS);
+        loseMemory();
+        U8 bytes[4];
+        const std::string said = messageOf<ChipAbsent>([&] { bus->read({8, 4, 1}, bytes); });
+        std::filesystem::remove_all(folder);
+        std::exit(said == name() + ": its memory is gone at 0x8" ? 7 : 0);
       },
       testing::ExitedWithCode(7), "");
 }
