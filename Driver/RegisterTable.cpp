@@ -101,7 +101,7 @@ class TableNames : public RegisterNames {
     if (found == regions_.end() || entry >= entriesOf(*found->second)) return "";
     const TableRegion& table = *found->second;
     if (!isOfOneKind(table)) {
-      described = &table.registers.begin()[entry];
+      described = &table.registers[entry];
       return described->name;
     }
     described = &table.registers.front();

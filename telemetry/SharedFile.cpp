@@ -96,8 +96,8 @@ bool SharedFile::isForked() const { return ::getpid() != process_; }
 
 void SharedFile::leaveToParent() noexcept {
   if (words_ == nullptr || unmapped_ >= bytes_) return;
-  ::mmap(reinterpret_cast<char*>(words_) + unmapped_, bytes_ - unmapped_, PROT_READ | PROT_WRITE,
-         MAP_PRIVATE | MAP_FIXED, descriptor_, unmapped_);
+  (void)::mmap(reinterpret_cast<char*>(words_) + unmapped_, bytes_ - unmapped_,
+               PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, descriptor_, unmapped_);
 }
 
 void SharedFile::map() {

@@ -104,7 +104,7 @@ void TraceLog::keepOld() const {
     const TraceReader before(settings_.path);
     if (before.state() == static_cast<U32>(State::ended)) return;
     if (before.pid() == static_cast<U32>(::getpid())) return;
-    std::rename(settings_.path.c_str(), (settings_.path + ".old").c_str());
+    (void)std::rename(settings_.path.c_str(), (settings_.path + ".old").c_str());
   } catch (const Zint::RangeException&) {
     // None, or one that cannot be read.
   }

@@ -4,6 +4,7 @@
 #include <Zint/Strep.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 
@@ -53,8 +54,8 @@ bool GatheredWindows::take(const Piece& piece, U8* bytes, Clock::time_point now)
   if (place == windows_.end()) return false;
   Window& window = place->second;
   const U32 first = (piece.wanted.address - piece.window.address) / width_;
-  const auto begin = window.isTaken.begin() + first;
-  const auto end = begin + piece.wanted.count;
+  const auto begin = window.isTaken.begin() + static_cast<std::ptrdiff_t>(first);
+  const auto end = begin + static_cast<std::ptrdiff_t>(piece.wanted.count);
   if (now - window.read > window.maxAge || std::find(begin, end, true) != end) return false;
   std::fill(begin, end, true);
   std::memcpy(bytes, window.bytes.data() + std::size_t{first} * width_,
@@ -66,7 +67,7 @@ void GatheredWindows::windowIs(const Piece& piece, std::vector<U8> bytes, Clock:
   ++changes_;
   std::vector<bool> isTaken(piece.window.count);
   const U32 first = (piece.wanted.address - piece.window.address) / width_;
-  std::fill_n(isTaken.begin() + first, piece.wanted.count, true);
+  std::fill_n(isTaken.begin() + static_cast<std::ptrdiff_t>(first), piece.wanted.count, true);
   windows_[piece.window.address] = {std::move(bytes), std::move(isTaken), now,
                                     rangeOf(piece.window.address)->maxAge};
 }
@@ -82,8 +83,10 @@ void GatheredWindows::drop(const RegisterRun& run) {
   auto window = windows_.upper_bound(run.address);
   if (window != windows_.begin()) --window;
   while (window != windows_.end() && window->first < end) {
-    const bool overlaps = window->first + window->second.bytes.size() > run.address;
-    window = overlaps ? windows_.erase(window) : std::next(window);
+    const auto overlapping = window++;
+    if (overlapping->first + overlapping->second.bytes.size() > run.address) {
+      windows_.erase(overlapping);
+    }
   }
 }
 

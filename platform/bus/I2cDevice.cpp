@@ -126,7 +126,7 @@ U32 I2cDevice::longestPiece(U32 width) const {
 void I2cDevice::read(const RegisterRun& run, U8* bytes) {
   U32 number = numberOfRegister(run);
   const U32 most = longestPiece(run.width);
-  for (U64 left = U64{run.width} * run.count; left > 0;) {
+  for (auto left = static_cast<U64>(run.width) * run.count; left > 0;) {
     const U32 size = static_cast<U32>(std::min<U64>(left, most));
     readPiece(number, bytes, size);
     number += size / format_.bytesOfNumber;
@@ -138,7 +138,7 @@ void I2cDevice::read(const RegisterRun& run, U8* bytes) {
 void I2cDevice::write(const RegisterRun& run, const U8* bytes) {
   U32 number = numberOfRegister(run);
   const U32 most = longestPiece(run.width);
-  for (U64 left = U64{run.width} * run.count; left > 0;) {
+  for (auto left = static_cast<U64>(run.width) * run.count; left > 0;) {
     const U32 size = static_cast<U32>(std::min<U64>(left, most));
     writePiece(number, bytes, size);
     number += size / format_.bytesOfNumber;

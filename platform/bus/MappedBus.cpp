@@ -96,7 +96,7 @@ void MappedBus::unmap() {
 
 void MappedBus::check(const RegisterRun& run) const {
   if (mapping_ == nullptr) throw ChipAbsent(name(), run.address, 0, "is not mapped");
-  const U64 end = U64{run.address} + U64{run.width} * run.count;
+  const U64 end = run.address + static_cast<U64>(run.width) * run.count;
   const bool isWidth = std::has_single_bit(run.width) && run.width <= 8;
   if (!isWidth || run.address % run.width != 0 || end > size_) {
     Zint::throwRangeException(Zint::format(

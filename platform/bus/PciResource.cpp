@@ -7,10 +7,9 @@
 #include <platform/bus/SysfsFile.h>
 #include <unistd.h>
 
-#include <cinttypes>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace Platform {
 namespace {
@@ -29,9 +28,9 @@ Resource resourceOf(const std::string& path, U32 number) {
     if (!std::getline(in, line)) return {};
   }
   Resource resource;
-  const int fields = std::sscanf(line.c_str(), "%" SCNx64 " %" SCNx64 " %" SCNx64, &resource.begin,
-                                 &resource.end, &resource.flags);
-  return fields == 3 ? resource : Resource{};
+  std::istringstream fields(line);
+  fields >> std::hex >> resource.begin >> resource.end >> resource.flags;
+  return fields ? resource : Resource{};
 }
 
 }  // namespace

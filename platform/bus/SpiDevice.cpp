@@ -93,7 +93,7 @@ void SpiDevice::transfer(const U8* header, U32 headerSize, const U8* sent, U8* r
 void SpiDevice::read(const RegisterRun& run, U8* bytes) {
   const U32 most = longestPiece(run);
   U32 address = run.address;
-  for (U64 left = U64{run.width} * run.count; left > 0;) {
+  for (auto left = static_cast<U64>(run.width) * run.count; left > 0;) {
     const U32 size = static_cast<U32>(std::min<U64>(left, most));
     U8 head[longestHeader];
     transfer(head, header(head, address, true), nullptr, bytes, size, address);
@@ -106,7 +106,7 @@ void SpiDevice::read(const RegisterRun& run, U8* bytes) {
 void SpiDevice::write(const RegisterRun& run, const U8* bytes) {
   const U32 most = longestPiece(run);
   U32 address = run.address;
-  for (U64 left = U64{run.width} * run.count; left > 0;) {
+  for (auto left = static_cast<U64>(run.width) * run.count; left > 0;) {
     const U32 size = static_cast<U32>(std::min<U64>(left, most));
     U8 head[longestHeader];
     transfer(head, header(head, address, false), bytes, nullptr, size, address);

@@ -128,16 +128,16 @@ void Outside::add(const MsgDesc& desc) {
   U32 length = 0;
   while (length < Formats::formatMax && desc.format_[length] != '\0') ++length;
   const U32 entry[3] = {desc.id_, static_cast<U32>(desc.line_), length};
-  const U32 used = formats.used.load(std::memory_order_relaxed);
+  const U32 filled = formats.used.load(std::memory_order_relaxed);
   const U32 bytes = U32{sizeof entry} + (length + 3) / 4 * 4;
-  if (bytes > formatsBytes - Formats::entriesAt - used) {
+  if (bytes > formatsBytes - Formats::entriesAt - filled) {
     formats.leftOut.fetch_add(1, std::memory_order_relaxed);
     return;
   }
-  U8* to = static_cast<U8*>(outside.formats) + Formats::entriesAt + used;
+  U8* to = static_cast<U8*>(outside.formats) + Formats::entriesAt + filled;
   std::memcpy(to, entry, sizeof entry);
   std::memcpy(to + sizeof entry, desc.format_, length);
-  formats.used.store(used + bytes, std::memory_order_release);
+  formats.used.store(filled + bytes, std::memory_order_release);
 }
 
 // --- Parts ---

@@ -7,7 +7,7 @@
 #include <algorithm>
 
 #include "bus/FakeBus.h"
-#include "support/ShadowTest.h"
+#include "support/Death.h"
 
 namespace {
 
@@ -115,12 +115,16 @@ TEST_F(RegisterHamTest, formatsThatAreImpossibleAreRefused) {
 TEST_F(RegisterHamTest, anEntryThatIsNoWholeNumberOfRegistersIsFatal) {
   const RegisterHam::Ptr ham = made({.width = 8});
   U8 bytes[16] = {};
-  EXPECT_EQ(Support::assertedCondition([&] { ham->doRead(ChipAddress(0, 0), bytes, 12, 1); }),
-            "( entrySize % width ) == 0");
-  EXPECT_EQ(Support::assertedCondition([&] { ham->doWrite(ChipAddress(0, 0), bytes, 12, 1); }),
-            "( entrySize % width ) == 0");
-  EXPECT_EQ(Support::assertedCondition([&] { ham->doRead(ChipAddress(0, 0), bytes, 8, 1u << 30); }),
-            "count <= ~U32{0} / width");
+  const auto pattern = [](const char* condition) {
+    return Support::Assertion(
+        "platform/RegisterHam", 0,
+        "Platform::RegisterRun Platform::{anonymous}::runOf(U32, U32, U32, U32)", condition);
+  };
+  const char* const whole = "( entrySize % width ) == 0";
+  EXPECT_DEATH(ham->doRead(ChipAddress(0, 0), bytes, 12, 1), pattern(whole));
+  EXPECT_DEATH(ham->doWrite(ChipAddress(0, 0), bytes, 12, 1), pattern(whole));
+  EXPECT_DEATH(ham->doRead(ChipAddress(0, 0), bytes, 8, 1u << 30),
+               pattern("count <= ~U32{0} / width"));
 }
 
 // --- Chips that are gone ---
