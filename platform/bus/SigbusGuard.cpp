@@ -51,7 +51,7 @@ void passOn(int signal, siginfo_t* info, void* context) {
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   sigaction(signal, &action, nullptr);
-  if (!isFault) raise(signal);
+  if (!isFault) (void)raise(signal);
 }
 
 // Only system calls, which a handler may make. The page is replaced; the access is made again.
