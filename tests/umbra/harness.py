@@ -140,6 +140,7 @@ VOLATILE = [
     (r"\bpid \d+", "pid <pid>"),
     (r"process \d+", "process <pid>"),
     (r"\b\d+(\.\d+)? (us|ms|s|min|h|d)\b( \d\d (s|min|h)\b)?", "<time>"),
+    (r"\b\d+ ~", "<time>"),  # cut where its column ends
     (r"[ \t]+", " "),
     (r" $", ""),
 ]
